@@ -1,0 +1,292 @@
+// YContainers.h - the suite's counted pointer and container templates.
+#pragma once
+
+#include "SupportDllExport.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
+#include <vector>
+
+/// Base of objects held by `YRef`: an intrusive reference count changed atomically.
+class SUPPORTDLL_API YRefCounted {
+public:
+    YRefCounted() = default;
+    YRefCounted(const YRefCounted&) : m_refCount(0) {}
+    YRefCounted& operator=(const YRefCounted&) { return *this; }
+    virtual ~YRefCounted();
+
+    void incRef() const { m_refCount.fetch_add(1, std::memory_order_relaxed); }
+    /// Drops one reference; deletes the object when the count reaches 0.
+    void decRef() const
+    {
+        if (m_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+    int refCount() const { return m_refCount.load(std::memory_order_relaxed); }
+
+private:
+    mutable std::atomic<int> m_refCount{0};
+};
+
+/// Intrusive reference-counted pointer to a `YRefCounted` object; deletes it with the last reference.
+template <class T>
+class YRef {
+public:
+    YRef() = default;
+    YRef(std::nullptr_t) {}
+    YRef(T* object) : m_ptr(object) { if (m_ptr) m_ptr->incRef(); }
+    YRef(const YRef& other) : m_ptr(other.m_ptr) { if (m_ptr) m_ptr->incRef(); }
+    YRef(YRef&& other) noexcept : m_ptr(other.m_ptr) { other.m_ptr = nullptr; }
+    template <class U>
+    YRef(const YRef<U>& other) : m_ptr(other.get()) { if (m_ptr) m_ptr->incRef(); }
+    ~YRef() { if (m_ptr) m_ptr->decRef(); }
+
+    YRef& operator=(const YRef& other)
+    {
+        YRef copy(other);
+        std::swap(m_ptr, copy.m_ptr);
+        return *this;
+    }
+    YRef& operator=(YRef&& other) noexcept
+    {
+        std::swap(m_ptr, other.m_ptr);
+        return *this;
+    }
+    YRef& operator=(T* object) { return *this = YRef(object); }
+
+    T* get() const { return m_ptr; }
+    T* operator->() const { return m_ptr; }
+    T& operator*() const { return *m_ptr; }
+    explicit operator bool() const { return m_ptr != nullptr; }
+    bool isNull() const { return m_ptr == nullptr; }
+    void reset() { *this = YRef(); }
+
+private:
+    T* m_ptr = nullptr;
+};
+
+template <class T, class U>
+bool operator==(const YRef<T>& a, const YRef<U>& b) { return a.get() == b.get(); }
+template <class T, class U>
+bool operator!=(const YRef<T>& a, const YRef<U>& b) { return a.get() != b.get(); }
+
+namespace ydetail {
+/// The element that out-of-range reads return; one per element type.
+template <class T>
+const T& sharedEmpty()
+{
+    static const T empty{};
+    return empty;
+}
+} // namespace ydetail
+
+/// Growable array of owned elements. Reading at an index out of range yields a shared empty element;
+/// writing through `operator[]` at such an index lands in a scratch element that is thrown away.
+template <class T>
+class YArray {
+public:
+    YArray() = default;
+    YArray(std::initializer_list<T> items) : m_items(items) {}
+
+    int count() const { return static_cast<int>(m_items.size()); }
+    bool isEmpty() const { return m_items.empty(); }
+    void append(const T& item) { m_items.push_back(item); }
+    void append(T&& item) { m_items.push_back(std::move(item)); }
+    void insert(int index, const T& item)
+    {
+        if (index < 0) index = 0;
+        if (index > count()) index = count();
+        m_items.insert(m_items.begin() + index, item);
+    }
+    /// Removes the element at `index`; an index out of range does nothing.
+    void remove(int index)
+    {
+        if (inRange(index))
+            m_items.erase(m_items.begin() + index);
+    }
+    void clear() { m_items.clear(); }
+    void reserve(int n) { if (n > 0) m_items.reserve(static_cast<size_t>(n)); }
+
+    const T& operator[](int index) const { return inRange(index) ? m_items[static_cast<size_t>(index)] : ydetail::sharedEmpty<T>(); }
+    T& operator[](int index)
+    {
+        if (inRange(index))
+            return m_items[static_cast<size_t>(index)];
+        m_scratch = T{};
+        return m_scratch;
+    }
+    const T& at(int index) const { return (*this)[index]; }
+
+    typename std::vector<T>::const_iterator begin() const { return m_items.begin(); }
+    typename std::vector<T>::const_iterator end() const { return m_items.end(); }
+    typename std::vector<T>::iterator begin() { return m_items.begin(); }
+    typename std::vector<T>::iterator end() { return m_items.end(); }
+
+private:
+    bool inRange(int index) const { return index >= 0 && index < count(); }
+
+    std::vector<T> m_items;
+    T m_scratch{};
+};
+
+/// Ordered list with count, indexed access and append; same out-of-range rules as `YArray`.
+template <class T>
+class YList : public YArray<T> {
+public:
+    using YArray<T>::YArray;
+    void prepend(const T& item) { this->insert(0, item); }
+};
+
+/// Ordered numeric sequence. Reading out of range yields 0; `set` past the end grows it with zeros.
+template <class T>
+class YVector {
+public:
+    YVector() = default;
+    explicit YVector(int length) : m_values(length > 0 ? static_cast<size_t>(length) : 0, T{}) {}
+    YVector(std::initializer_list<T> values) : m_values(values) {}
+
+    int length() const { return static_cast<int>(m_values.size()); }
+    int count() const { return length(); }
+    void append(T value) { m_values.push_back(value); }
+    void resize(int length) { m_values.resize(length > 0 ? static_cast<size_t>(length) : 0, T{}); }
+    void clear() { m_values.clear(); }
+    T operator[](int index) const { return index >= 0 && index < length() ? m_values[static_cast<size_t>(index)] : T{}; }
+    void set(int index, T value)
+    {
+        if (index < 0) return;
+        if (index >= length()) resize(index + 1);
+        m_values[static_cast<size_t>(index)] = value;
+    }
+    const T* data() const { return m_values.data(); }
+
+private:
+    std::vector<T> m_values;
+};
+
+/// Hash container of records. A record type supplies `unsigned hashKey() const` and `operator==`;
+/// two equal records are one entry. Records are owned, stay at a fixed address while in the table,
+/// and are visited in the table's own order (insertion order, not sorted).
+template <class T>
+class YHashTable {
+public:
+    YHashTable() = default;
+    YHashTable(const YHashTable& other) { for (const T& r : other) insert(r); }
+    YHashTable& operator=(const YHashTable& other)
+    {
+        if (this != &other) { clear(); for (const T& r : other) insert(r); }
+        return *this;
+    }
+    YHashTable(YHashTable&&) noexcept = default;
+    YHashTable& operator=(YHashTable&&) noexcept = default;
+
+    int count() const { return static_cast<int>(m_records.size()); }
+    bool isEmpty() const { return m_records.empty(); }
+
+    /// The stored record equal to `probe`, or null.
+    T* find(const T& probe) { return const_cast<T*>(static_cast<const YHashTable*>(this)->find(probe)); }
+    const T* find(const T& probe) const
+    {
+        if (m_buckets.empty())
+            return nullptr;
+        for (int i = m_buckets[bucketOf(probe.hashKey())]; i >= 0; i = m_next[static_cast<size_t>(i)]) {
+            const T& r = *m_records[static_cast<size_t>(i)];
+            if (r == probe)
+                return &r;
+        }
+        return nullptr;
+    }
+    /// Stores a copy unless an equal record is present; returns the stored record either way.
+    T* insert(const T& record)
+    {
+        if (T* found = find(record))
+            return found;
+        return add(std::make_unique<T>(record));
+    }
+    T* insert(T&& record)
+    {
+        if (T* found = find(record))
+            return found;
+        return add(std::make_unique<T>(std::move(record)));
+    }
+    /// Removes the record equal to `probe`; false when there is none.
+    bool remove(const T& probe)
+    {
+        const T* found = find(probe);
+        if (!found)
+            return false;
+        std::vector<std::unique_ptr<T>> kept;
+        kept.reserve(m_records.size());
+        for (auto& r : m_records)
+            if (r.get() != found)
+                kept.push_back(std::move(r));
+        m_records = std::move(kept);
+        rehash(m_buckets.size());
+        return true;
+    }
+    void clear() { m_records.clear(); m_next.clear(); m_buckets.clear(); }
+
+    const T& item(int index) const { return index >= 0 && index < count() ? *m_records[static_cast<size_t>(index)] : ydetail::sharedEmpty<T>(); }
+    T* itemPtr(int index) { return index >= 0 && index < count() ? m_records[static_cast<size_t>(index)].get() : nullptr; }
+
+    class const_iterator {
+    public:
+        using It = typename std::vector<std::unique_ptr<T>>::const_iterator;
+        explicit const_iterator(It it) : m_it(it) {}
+        const T& operator*() const { return **m_it; }
+        const T* operator->() const { return m_it->get(); }
+        const_iterator& operator++() { ++m_it; return *this; }
+        bool operator!=(const const_iterator& o) const { return m_it != o.m_it; }
+        bool operator==(const const_iterator& o) const { return m_it == o.m_it; }
+    private:
+        It m_it;
+    };
+    class iterator {
+    public:
+        using It = typename std::vector<std::unique_ptr<T>>::iterator;
+        explicit iterator(It it) : m_it(it) {}
+        T& operator*() const { return **m_it; }
+        T* operator->() const { return m_it->get(); }
+        iterator& operator++() { ++m_it; return *this; }
+        bool operator!=(const iterator& o) const { return m_it != o.m_it; }
+        bool operator==(const iterator& o) const { return m_it == o.m_it; }
+    private:
+        It m_it;
+    };
+    const_iterator begin() const { return const_iterator(m_records.begin()); }
+    const_iterator end() const { return const_iterator(m_records.end()); }
+    iterator begin() { return iterator(m_records.begin()); }
+    iterator end() { return iterator(m_records.end()); }
+
+private:
+    size_t bucketOf(unsigned hash) const { return static_cast<size_t>(hash) & (m_buckets.size() - 1); }
+    T* add(std::unique_ptr<T> record)
+    {
+        T* stored = record.get();
+        m_records.push_back(std::move(record));
+        if (m_records.size() > m_buckets.size())
+            rehash(m_buckets.empty() ? 16 : m_buckets.size() * 2);
+        else
+            link(m_records.size() - 1);
+        return stored;
+    }
+    void rehash(size_t bucketCount)
+    {
+        if (bucketCount < 16) bucketCount = 16;
+        m_buckets.assign(bucketCount, -1);
+        m_next.assign(m_records.size(), -1);
+        for (size_t i = 0; i < m_records.size(); ++i)
+            link(i);
+    }
+    void link(size_t i)
+    {
+        if (m_next.size() <= i) m_next.resize(i + 1, -1);
+        size_t b = bucketOf(m_records[i]->hashKey());
+        m_next[i] = m_buckets[b];
+        m_buckets[b] = static_cast<int>(i);
+    }
+
+    std::vector<std::unique_ptr<T>> m_records;
+    std::vector<int> m_next;
+    std::vector<int> m_buckets;
+};

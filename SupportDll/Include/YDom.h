@@ -1,0 +1,79 @@
+// YDom.h - the core library's XML document object model (counted elements over a fast parser).
+#pragma once
+
+#include "SupportDllExport.h"
+#include "YContainers.h"
+#include "YString.h"
+
+#include <vector>
+
+class YDomDocument;
+struct YDomDocumentData;
+
+/// One element of a `YDomDocument`. Elements keep their document alive.
+class SUPPORTDLL_API YDomElement : public YRefCounted {
+public:
+    ~YDomElement() override;
+
+    YString tagName() const;
+    /// The child elements in document order (appended to `children`).
+    void childElements(YArray<YRef<YDomElement>>* children) const;
+    YArray<YRef<YDomElement>> childElements() const;
+    /// The first child element, and the next sibling element; null when there is none.
+    YRef<YDomElement> firstChildElement() const;
+    YRef<YDomElement> nextSiblingElement() const;
+    /// Appends a new child element named `name` and returns it.
+    YRef<YDomElement> appendChild(const char* name);
+
+    bool hasAttribute(const char* name) const;
+    /// The attribute's text; empty when absent.
+    YString getAttribute(const char* name) const;
+    /// The attribute's text as a number; `defaultValue` when absent or not a number.
+    double getAttributeDouble(const char* name, double defaultValue = 0.0) const;
+    int getAttributeInt(const char* name, int defaultValue = 0) const;
+    long long getAttributeInt64(const char* name, long long defaultValue = 0) const;
+    void setAttribute(const char* name, const char* value);
+    void setAttribute(const char* name, int value);
+    void setAttribute(const char* name, long long value);
+    /// Writes the shortest decimal text that reads back to exactly `value`.
+    void setAttribute(const char* name, double value);
+    /// The element's own text content (concatenated text children).
+    YString text() const;
+    void setText(const char* text);
+
+private:
+    friend class YDomDocument;
+    YDomElement(YDomDocumentData* doc, void* node);
+    YDomDocumentData* m_doc;
+    void* m_node;
+};
+
+/// An XML document. Loading never expands entities declared in a DTD.
+class SUPPORTDLL_API YDomDocument : public YRefCounted {
+public:
+    YDomDocument();
+    ~YDomDocument() override;
+
+    /// Replaces the content with the file's; false when it cannot be read or is not well-formed XML.
+    bool load(const char* path);
+    /// Parses XML text; false when it is not well-formed.
+    bool loadText(const char* text, size_t length);
+    /// Writes the document with an XML declaration, UTF-8, indented by tabs; `flags` is reserved (pass 0).
+    /// False when the file cannot be written completely.
+    bool save(const char* path, int flags = 0) const;
+    /// The document as text.
+    YString toText() const;
+    /// Removes any content and creates the root element named `name`.
+    YRef<YDomElement> createRoot(const char* name);
+    /// The root element, or null when the document is empty.
+    YRef<YDomElement> getRoot() const;
+
+private:
+    bool parse(std::vector<char> bytes);
+    YDomDocumentData* m_data;
+};
+
+struct SUPPORTDLL_API YXML_Factory {
+    /// A new empty document.
+    static YRef<YDomDocument> Make_RapidXML_DOM_Document();
+};

@@ -1,0 +1,32 @@
+// Platform_p.h - the core library's platform seam: one implementation per host in Platform_<host>.cpp.
+#pragma once
+
+#include "YString.h"
+
+#include <cstdio>
+
+namespace platform {
+FILE* openFile(const char* utf8Path, const char* mode);
+int seekFile(FILE* file, long long offset);
+long long tellFile(FILE* file);
+int removeFile(const char* utf8Path);
+int renameFile(const char* from, const char* to);
+bool exists(const char* utf8Path);
+bool isDirectory(const char* utf8Path);
+long long fileSize(const char* utf8Path);
+long long modifiedTime(const char* utf8Path);
+long long modifiedTime(FILE* file);
+YString tempDirectory();
+/// Creates a new empty file with a unique name in `dir`; empty on failure.
+YString createUniqueFile(const YString& dir);
+YString executableDirectory();
+bool getEnvironment(const char* name, YString* value);
+double monotonicSeconds();
+int pidFromQtPid(long long qtPid);
+bool processRunning(int pid);
+bool setPriority(int pid, int threadPriority);
+int getPriority(int pid);
+int currentProcessId();
+int verifySignature(const char* utf8Path);
+void writeConsole(const char* text, size_t length);
+} // namespace platform

@@ -1,0 +1,208 @@
+// Platform_posix.cpp - the core library's platform seam on POSIX hosts.
+#include "Platform_p.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <signal.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#if defined(__APPLE__)
+#include <mach-o/dyld.h>
+#endif
+
+namespace platform {
+
+FILE* openFile(const char* utf8Path, const char* mode) { return std::fopen(utf8Path, mode); }
+
+int seekFile(FILE* file, long long offset) { return fseeko(file, static_cast<off_t>(offset), SEEK_SET); }
+
+long long tellFile(FILE* file) { return static_cast<long long>(ftello(file)); }
+
+int removeFile(const char* utf8Path) { return ::unlink(utf8Path) == 0 ? 0 : -1; }
+
+int renameFile(const char* from, const char* to) { return std::rename(from, to) == 0 ? 0 : -1; }
+
+bool exists(const char* utf8Path)
+{
+    struct stat st;
+    return ::stat(utf8Path, &st) == 0;
+}
+
+bool isDirectory(const char* utf8Path)
+{
+    struct stat st;
+    return ::stat(utf8Path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+long long fileSize(const char* utf8Path)
+{
+    struct stat st;
+    if (::stat(utf8Path, &st) != 0)
+        return -1;
+    return static_cast<long long>(st.st_size);
+}
+
+long long modifiedTime(const char* utf8Path)
+{
+    struct stat st;
+    if (::stat(utf8Path, &st) != 0)
+        return -1;
+    return static_cast<long long>(st.st_mtime);
+}
+
+long long modifiedTime(FILE* file)
+{
+    struct stat st;
+    if (::fstat(fileno(file), &st) != 0)
+        return -1;
+    return static_cast<long long>(st.st_mtime);
+}
+
+YString tempDirectory()
+{
+    const char* dir = std::getenv("TMPDIR");
+    std::string d = (dir && *dir) ? dir : "/tmp";
+    while (d.size() > 1 && d.back() == '/')
+        d.pop_back();
+    return YString(d.c_str());
+}
+
+YString createUniqueFile(const YString& dir)
+{
+    std::string pattern = dir.str() + "/kvtmpXXXXXX";
+    int fd = ::mkstemp(&pattern[0]);
+    if (fd < 0)
+        return YString();
+    ::close(fd);
+    return YString(pattern.c_str());
+}
+
+YString executableDirectory()
+{
+    std::string path;
+#if defined(__APPLE__)
+    char buffer[PATH_MAX];
+    uint32_t size = sizeof buffer;
+    if (_NSGetExecutablePath(buffer, &size) == 0)
+        path = buffer;
+#else
+    char buffer[PATH_MAX + 1];
+    ssize_t n = ::readlink("/proc/self/exe", buffer, PATH_MAX);
+    if (n > 0)
+        path.assign(buffer, static_cast<size_t>(n));
+#endif
+    size_t cut = path.find_last_of('/');
+    if (cut == std::string::npos)
+        return YString(".");
+    return YString(path.substr(0, cut == 0 ? 1 : cut).c_str());
+}
+
+bool getEnvironment(const char* name, YString* value)
+{
+    const char* v = std::getenv(name);
+    if (!v)
+        return false;
+    *value = YString(v);
+    return true;
+}
+
+double monotonicSeconds()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+int pidFromQtPid(long long qtPid)
+{
+    return (qtPid > 0 && qtPid <= INT_MAX) ? static_cast<int>(qtPid) : -1;
+}
+
+bool processRunning(int pid)
+{
+    if (pid <= 0)
+        return false;
+    if (::kill(pid, 0) != 0 && errno != EPERM)
+        return false;
+#if defined(__linux__)
+    // An exited child that has not been reaped still answers kill(); its state letter is Z.
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
+    FILE* f = std::fopen(path, "r");
+    if (f) {
+        char line[512];
+        size_t n = std::fread(line, 1, sizeof line - 1, f);
+        std::fclose(f);
+        line[n] = '\0';
+        const char* close = std::strrchr(line, ')');
+        if (close && close[1] == ' ' && (close[2] == 'Z' || close[2] == 'X'))
+            return false;
+    }
+#endif
+    return true;
+}
+
+bool setPriority(int pid, int threadPriority)
+{
+    if (pid <= 0)
+        return false;
+    int nice = 0;
+    switch (threadPriority) {
+    case 0: nice = 0; break;
+    case 1: nice = -5; break;
+    case 2: nice = 10; break;
+    default: return false;
+    }
+    return ::setpriority(PRIO_PROCESS, static_cast<id_t>(pid), nice) == 0;
+}
+
+int getPriority(int pid)
+{
+    if (pid <= 0 || !processRunning(pid))
+        return -1;
+    errno = 0;
+    int nice = ::getpriority(PRIO_PROCESS, static_cast<id_t>(pid));
+    if (nice == -1 && errno != 0)
+        return -1;
+    if (nice < 0)
+        return 1;
+    if (nice > 0)
+        return 2;
+    return 0;
+}
+
+int currentProcessId() { return static_cast<int>(::getpid()); }
+
+int verifySignature(const char* utf8Path)
+{
+    FILE* f = std::fopen(utf8Path, "rb");
+    if (!f)
+        return -1;
+    unsigned char magic[4] = {0, 0, 0, 0};
+    size_t n = std::fread(magic, 1, 4, f);
+    std::fclose(f);
+    if (n == 4 && magic[0] == 0x7F && magic[1] == 'E' && magic[2] == 'L' && magic[3] == 'F')
+        return 0;
+    const unsigned m = static_cast<unsigned>(magic[0]) | (static_cast<unsigned>(magic[1]) << 8) |
+                       (static_cast<unsigned>(magic[2]) << 16) | (static_cast<unsigned>(magic[3]) << 24);
+    if (n == 4 && (m == 0xFEEDFACFu || m == 0xFEEDFACEu || m == 0xCAFEBABEu || m == 0xBEBAFECAu))
+        return 0;
+    return 2;
+}
+
+void writeConsole(const char* text, size_t length)
+{
+    std::fwrite(text, 1, length, stdout);
+    std::fflush(stdout);
+}
+
+} // namespace platform

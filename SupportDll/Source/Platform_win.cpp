@@ -1,0 +1,241 @@
+// Platform_win.cpp - the core library's platform seam on Windows.
+#include "Platform_p.h"
+
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#include <softpub.h>
+#include <wintrust.h>
+
+#include <cstdio>
+#include <io.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <vector>
+
+#pragma comment(lib, "wintrust.lib")
+
+namespace {
+
+std::wstring wide(const char* utf8)
+{
+    int n = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, nullptr, 0);
+    if (n <= 0)
+        return std::wstring();
+    std::wstring w(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8, -1, &w[0], n);
+    w.resize(static_cast<size_t>(n - 1));
+    return w;
+}
+
+YString narrow(const wchar_t* w)
+{
+    int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
+    if (n <= 0)
+        return YString();
+    std::string s(static_cast<size_t>(n), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, w, -1, &s[0], n, nullptr, nullptr);
+    s.resize(static_cast<size_t>(n - 1));
+    return YString(s.c_str());
+}
+
+long long fileTimeToUnix(const FILETIME& ft)
+{
+    ULARGE_INTEGER t;
+    t.LowPart = ft.dwLowDateTime;
+    t.HighPart = ft.dwHighDateTime;
+    return static_cast<long long>(t.QuadPart / 10000000ULL) - 11644473600LL;
+}
+
+} // namespace
+
+namespace platform {
+
+FILE* openFile(const char* utf8Path, const char* mode)
+{
+    return _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
+}
+
+int seekFile(FILE* file, long long offset) { return _fseeki64(file, offset, SEEK_SET); }
+
+long long tellFile(FILE* file) { return _ftelli64(file); }
+
+int removeFile(const char* utf8Path) { return _wunlink(wide(utf8Path).c_str()) == 0 ? 0 : -1; }
+
+int renameFile(const char* from, const char* to)
+{
+    return MoveFileExW(wide(from).c_str(), wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) ? 0 : -1;
+}
+
+bool exists(const char* utf8Path) { return GetFileAttributesW(wide(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+bool isDirectory(const char* utf8Path)
+{
+    DWORD a = GetFileAttributesW(wide(utf8Path).c_str());
+    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+long long fileSize(const char* utf8Path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(wide(utf8Path).c_str(), GetFileExInfoStandard, &data))
+        return -1;
+    return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
+
+long long modifiedTime(const char* utf8Path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(wide(utf8Path).c_str(), GetFileExInfoStandard, &data))
+        return -1;
+    return fileTimeToUnix(data.ftLastWriteTime);
+}
+
+long long modifiedTime(FILE* file)
+{
+    HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+    FILETIME written;
+    if (h == INVALID_HANDLE_VALUE || !GetFileTime(h, nullptr, nullptr, &written))
+        return -1;
+    return fileTimeToUnix(written);
+}
+
+YString tempDirectory()
+{
+    wchar_t buffer[MAX_PATH + 2];
+    DWORD n = GetTempPathW(MAX_PATH + 1, buffer);
+    if (n == 0)
+        return YString(".");
+    while (n > 3 && (buffer[n - 1] == L'\\' || buffer[n - 1] == L'/'))
+        buffer[--n] = L'\0';
+    return narrow(buffer);
+}
+
+YString createUniqueFile(const YString& dir)
+{
+    wchar_t name[MAX_PATH + 1];
+    if (!GetTempFileNameW(wide(dir.c_str()).c_str(), L"kv", 0, name))
+        return YString();
+    return narrow(name);
+}
+
+YString executableDirectory()
+{
+    std::vector<wchar_t> buffer(32768);
+    DWORD n = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+    if (n == 0)
+        return YString(".");
+    std::wstring path(buffer.data(), n);
+    size_t cut = path.find_last_of(L"\\/");
+    return narrow(cut == std::wstring::npos ? L"." : path.substr(0, cut).c_str());
+}
+
+bool getEnvironment(const char* name, YString* value)
+{
+    std::wstring w = wide(name);
+    DWORD n = GetEnvironmentVariableW(w.c_str(), nullptr, 0);
+    if (n == 0)
+        return false;
+    std::vector<wchar_t> buffer(n);
+    GetEnvironmentVariableW(w.c_str(), buffer.data(), n);
+    *value = narrow(buffer.data());
+    return true;
+}
+
+double monotonicSeconds()
+{
+    static LARGE_INTEGER frequency = [] {
+        LARGE_INTEGER f;
+        QueryPerformanceFrequency(&f);
+        return f;
+    }();
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+int pidFromQtPid(long long qtPid)
+{
+    if (qtPid == 0)
+        return -1;
+    const PROCESS_INFORMATION* info = reinterpret_cast<const PROCESS_INFORMATION*>(static_cast<intptr_t>(qtPid));
+    return info ? static_cast<int>(info->dwProcessId) : -1;
+}
+
+bool processRunning(int pid)
+{
+    if (pid <= 0)
+        return false;
+    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
+    if (!h)
+        return false;
+    DWORD code = 0;
+    bool running = GetExitCodeProcess(h, &code) && code == STILL_ACTIVE;
+    CloseHandle(h);
+    return running;
+}
+
+bool setPriority(int pid, int threadPriority)
+{
+    DWORD cls;
+    switch (threadPriority) {
+    case 0: cls = NORMAL_PRIORITY_CLASS; break;
+    case 1: cls = HIGH_PRIORITY_CLASS; break;
+    case 2: cls = IDLE_PRIORITY_CLASS; break;
+    default: return false;
+    }
+    HANDLE h = OpenProcess(PROCESS_SET_INFORMATION, FALSE, static_cast<DWORD>(pid));
+    if (!h)
+        return false;
+    bool ok = SetPriorityClass(h, cls) != 0;
+    CloseHandle(h);
+    return ok;
+}
+
+int getPriority(int pid)
+{
+    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
+    if (!h)
+        return -1;
+    DWORD cls = GetPriorityClass(h);
+    CloseHandle(h);
+    switch (cls) {
+    case HIGH_PRIORITY_CLASS:
+    case REALTIME_PRIORITY_CLASS:
+    case ABOVE_NORMAL_PRIORITY_CLASS: return 1;
+    case IDLE_PRIORITY_CLASS:
+    case BELOW_NORMAL_PRIORITY_CLASS: return 2;
+    case 0: return -1;
+    default: return 0;
+    }
+}
+
+int currentProcessId() { return static_cast<int>(GetCurrentProcessId()); }
+
+int verifySignature(const char* utf8Path)
+{
+    std::wstring path = wide(utf8Path);
+    WINTRUST_FILE_INFO file = {};
+    file.cbStruct = sizeof file;
+    file.pcwszFilePath = path.c_str();
+    GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
+    WINTRUST_DATA data = {};
+    data.cbStruct = sizeof data;
+    data.dwUIChoice = WTD_UI_NONE;
+    data.fdwRevocationChecks = WTD_REVOKE_NONE;
+    data.dwUnionChoice = WTD_CHOICE_FILE;
+    data.pFile = &file;
+    data.dwStateAction = WTD_STATEACTION_VERIFY;
+    LONG status = WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data);
+    data.dwStateAction = WTD_STATEACTION_CLOSE;
+    WinVerifyTrust(static_cast<HWND>(INVALID_HANDLE_VALUE), &action, &data);
+    return static_cast<int>(status);
+}
+
+void writeConsole(const char* text, size_t length)
+{
+    std::fwrite(text, 1, length, stdout);
+    std::fflush(stdout);
+}
+
+} // namespace platform

@@ -1,0 +1,18 @@
+// ProcessServices.cpp - monotonic time and process services, forwarded to the platform seam.
+#include "ProcessServices.h"
+#include "Platform_p.h"
+
+double sp_GetPerfTime() { return platform::monotonicSeconds(); }
+
+int sp_GetPidFromQProcessPID(long long qtPid) { return platform::pidFromQtPid(qtPid); }
+
+bool sp_IsProcessRunning(int pid) { return platform::processRunning(pid); }
+
+bool sp_SetProcessPriority(int pid, ThreadPriority priority)
+{
+    return platform::processRunning(pid) && platform::setPriority(pid, static_cast<int>(priority));
+}
+
+int sp_GetProcessPriority(int pid) { return platform::getPriority(pid); }
+
+int sp_GetCurrentProcessId() { return platform::currentProcessId(); }

@@ -1,0 +1,262 @@
+// YDom.cpp - the DOM over pugixml.
+#include "YDom.h"
+#include "FileServices.h"
+#include "TextServices.h"
+
+#include <pugixml.hpp>
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+struct YDomDocumentData {
+    pugi::xml_document document;
+    std::vector<char> source; // parsed in place; must outlive the document's nodes
+    std::atomic<int> refs{1};
+
+    void incRef() { refs.fetch_add(1, std::memory_order_relaxed); }
+    void decRef()
+    {
+        if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+};
+
+namespace {
+
+inline pugi::xml_node nodeOf(void* node) { return pugi::xml_node(static_cast<pugi::xml_node_struct*>(node)); }
+
+class StringWriter : public pugi::xml_writer {
+public:
+    void write(const void* data, size_t size) override { text.append(static_cast<const char*>(data), size); }
+    std::string text;
+};
+
+bool parseLeadingInteger(const char* text, long long* value)
+{
+    const char* p = text;
+    while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r')
+        ++p;
+    const char* q = p;
+    if (*q == '+' || *q == '-')
+        ++q;
+    if (*q < '0' || *q > '9')
+        return false;
+    *value = sp_atoi64(p);
+    return true;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- YDomElement
+
+YDomElement::YDomElement(YDomDocumentData* doc, void* node) : m_doc(doc), m_node(node) { m_doc->incRef(); }
+
+YDomElement::~YDomElement() { m_doc->decRef(); }
+
+YString YDomElement::tagName() const { return YString(nodeOf(m_node).name()); }
+
+void YDomElement::childElements(YArray<YRef<YDomElement>>* children) const
+{
+    if (!children)
+        return;
+    for (pugi::xml_node child = nodeOf(m_node).first_child(); child; child = child.next_sibling())
+        if (child.type() == pugi::node_element)
+            children->append(YRef<YDomElement>(new YDomElement(m_doc, child.internal_object())));
+}
+
+YArray<YRef<YDomElement>> YDomElement::childElements() const
+{
+    YArray<YRef<YDomElement>> children;
+    childElements(&children);
+    return children;
+}
+
+YRef<YDomElement> YDomElement::firstChildElement() const
+{
+    for (pugi::xml_node child = nodeOf(m_node).first_child(); child; child = child.next_sibling())
+        if (child.type() == pugi::node_element)
+            return YRef<YDomElement>(new YDomElement(m_doc, child.internal_object()));
+    return YRef<YDomElement>();
+}
+
+YRef<YDomElement> YDomElement::nextSiblingElement() const
+{
+    for (pugi::xml_node sibling = nodeOf(m_node).next_sibling(); sibling; sibling = sibling.next_sibling())
+        if (sibling.type() == pugi::node_element)
+            return YRef<YDomElement>(new YDomElement(m_doc, sibling.internal_object()));
+    return YRef<YDomElement>();
+}
+
+YRef<YDomElement> YDomElement::appendChild(const char* name)
+{
+    pugi::xml_node child = nodeOf(m_node).append_child(name ? name : "");
+    if (!child)
+        return YRef<YDomElement>();
+    return YRef<YDomElement>(new YDomElement(m_doc, child.internal_object()));
+}
+
+bool YDomElement::hasAttribute(const char* name) const
+{
+    return name && nodeOf(m_node).attribute(name);
+}
+
+YString YDomElement::getAttribute(const char* name) const
+{
+    if (!name)
+        return YString();
+    return YString(nodeOf(m_node).attribute(name).value());
+}
+
+double YDomElement::getAttributeDouble(const char* name, double defaultValue) const
+{
+    if (!name)
+        return defaultValue;
+    pugi::xml_attribute a = nodeOf(m_node).attribute(name);
+    double value = 0.0;
+    if (!a || !sp_TextToReal(a.value(), &value))
+        return defaultValue;
+    return value;
+}
+
+int YDomElement::getAttributeInt(const char* name, int defaultValue) const
+{
+    long long value = getAttributeInt64(name, defaultValue);
+    if (value > 2147483647LL)
+        return 2147483647;
+    if (value < -2147483647LL - 1)
+        return -2147483647 - 1;
+    return static_cast<int>(value);
+}
+
+long long YDomElement::getAttributeInt64(const char* name, long long defaultValue) const
+{
+    if (!name)
+        return defaultValue;
+    pugi::xml_attribute a = nodeOf(m_node).attribute(name);
+    long long value = 0;
+    if (!a || !parseLeadingInteger(a.value(), &value))
+        return defaultValue;
+    return value;
+}
+
+void YDomElement::setAttribute(const char* name, const char* value)
+{
+    if (!name)
+        return;
+    pugi::xml_node node = nodeOf(m_node);
+    pugi::xml_attribute a = node.attribute(name);
+    if (!a)
+        a = node.append_attribute(name);
+    a.set_value(value ? value : "");
+}
+
+void YDomElement::setAttribute(const char* name, int value) { setAttribute(name, YString(value).c_str()); }
+
+void YDomElement::setAttribute(const char* name, long long value) { setAttribute(name, YString(value).c_str()); }
+
+void YDomElement::setAttribute(const char* name, double value) { setAttribute(name, sp_RealToShortestText(value).c_str()); }
+
+YString YDomElement::text() const
+{
+    YString result;
+    for (pugi::xml_node child = nodeOf(m_node).first_child(); child; child = child.next_sibling())
+        if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+            result.append(child.value());
+    return result;
+}
+
+void YDomElement::setText(const char* text) { nodeOf(m_node).text().set(text ? text : ""); }
+
+// ---------------------------------------------------------------- YDomDocument
+
+YDomDocument::YDomDocument() : m_data(new YDomDocumentData) {}
+
+YDomDocument::~YDomDocument() { m_data->decRef(); }
+
+bool YDomDocument::load(const char* path)
+{
+    if (!path)
+        return false;
+    FILE* f = fopen_utf8(path, "rb");
+    if (!f)
+        return false;
+    std::vector<char> bytes;
+    long long size = sp_GetFileSize64(path);
+    if (size > 0 && size < (1LL << 40))
+        bytes.reserve(static_cast<size_t>(size));
+    char chunk[65536];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
+        bytes.insert(bytes.end(), chunk, chunk + n);
+    bool readError = std::ferror(f) != 0;
+    std::fclose(f);
+    if (readError)
+        return false;
+    return parse(std::move(bytes));
+}
+
+bool YDomDocument::loadText(const char* text, size_t length)
+{
+    return parse(std::vector<char>(text ? text : "", text ? text + length : nullptr));
+}
+
+bool YDomDocument::parse(std::vector<char> bytes)
+{
+    m_data->document.reset();
+    m_data->source.clear();
+    if (bytes.empty())
+        return false;
+    m_data->source = std::move(bytes);
+    pugi::xml_parse_result result = m_data->document.load_buffer_inplace(
+        m_data->source.data(), m_data->source.size(), pugi::parse_default, pugi::encoding_auto);
+    if (!result || !m_data->document.document_element()) {
+        m_data->document.reset();
+        m_data->source.clear();
+        return false;
+    }
+    return true;
+}
+
+YString YDomDocument::toText() const
+{
+    StringWriter writer;
+    m_data->document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+    return YString(writer.text.data(), static_cast<int>(writer.text.size()));
+}
+
+bool YDomDocument::save(const char* path, int) const
+{
+    if (!path)
+        return false;
+    StringWriter writer;
+    m_data->document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+    FILE* f = fopen_utf8(path, "wb");
+    if (!f)
+        return false;
+    bool ok = std::fwrite(writer.text.data(), 1, writer.text.size(), f) == writer.text.size();
+    ok = (std::fflush(f) == 0) && ok;
+    ok = (std::fclose(f) == 0) && ok;
+    return ok;
+}
+
+YRef<YDomElement> YDomDocument::createRoot(const char* name)
+{
+    m_data->document.reset();
+    m_data->source.clear();
+    pugi::xml_node root = m_data->document.append_child(name ? name : "");
+    if (!root)
+        return YRef<YDomElement>();
+    return YRef<YDomElement>(new YDomElement(m_data, root.internal_object()));
+}
+
+YRef<YDomElement> YDomDocument::getRoot() const
+{
+    pugi::xml_node root = m_data->document.document_element();
+    if (!root)
+        return YRef<YDomElement>();
+    return YRef<YDomElement>(new YDomElement(m_data, root.internal_object()));
+}
+
+YRef<YDomDocument> YXML_Factory::Make_RapidXML_DOM_Document() { return YRef<YDomDocument>(new YDomDocument); }

@@ -1,0 +1,153 @@
+// CompressTest.cpp - the data compressor, reached as other modules reach it: through the registry.
+#include "Compress.h"
+#include "DynFunc.h"
+#include "TestHelpers.h"
+
+#include <QProcess>
+
+#include <memory>
+#include <random>
+
+namespace {
+
+DataCompressor* noCompressor() { return nullptr; }
+makeDataCompressor_t makeDataCompressor = &noCompressor;
+RegisterDynFuncCall s_slot(&makeDataCompressor, "makeDataCompressor", false, "tests/CompressTest", 18);
+
+std::unique_ptr<DataCompressor> make() { return std::unique_ptr<DataCompressor>(makeDataCompressor()); }
+
+std::string randomText(size_t n)
+{
+    std::mt19937 random(7);
+    std::string s;
+    const char* words[] = {"R1 ", "a ", "b ", "1k\n", ".model ", "NMOS ", "(vto=0.7)\n"};
+    while (s.size() < n)
+        s += words[random() % 7];
+    s.resize(n);
+    return s;
+}
+
+} // namespace
+
+class Compress : public TempDirTest {};
+
+TEST_F(Compress, IsOfferedAsMakeDataCompressor)
+{
+    EXPECT_EQ(sp_FindDynFuncDef("makeDataCompressor"), reinterpret_cast<DynFuncPtr>(&sp_MakeDataCompressor));
+    EXPECT_EQ(makeDataCompressor, &sp_MakeDataCompressor);
+    auto c = make();
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(c->size(), 0);
+}
+
+TEST_F(Compress, SaveOfNothingLoadsAsNothing)
+{
+    auto c = make();
+    ASSERT_TRUE(c->save(YString(path("empty.z").c_str())));
+    EXPECT_EQ(readFileBytes(path("empty.z")), std::string(4, '\0'));
+    auto d = make();
+    d->load(YString(path("empty.z").c_str()));
+    EXPECT_EQ(d->size(), 0);
+}
+
+TEST_F(Compress, AppendSaveLoadGivesTheSameBytes)
+{
+    std::string text = randomText(200000);
+    text[100] = '\0';
+    auto c = make();
+    c->append(text.data(), 100000);
+    c->append(text.data() + 100000, static_cast<int>(text.size()) - 100000);
+    ASSERT_TRUE(c->save(YString(path("data.z").c_str())));
+    EXPECT_EQ(c->size(), 200000); // the buffer keeps its uncompressed content
+    EXPECT_LT(readFileBytes(path("data.z")).size(), text.size() / 2);
+    auto d = make();
+    d->load(YString(path("data.z").c_str()));
+    ASSERT_EQ(d->size(), 200000);
+    EXPECT_EQ(std::string(d->data(), 200000), text);
+}
+
+TEST_F(Compress, FileFormatIsLengthThenZlibStream)
+{
+    std::string text = randomText(5000);
+    auto c = make();
+    c->append(text.data(), static_cast<int>(text.size()));
+    ASSERT_TRUE(c->save(YString(path("fmt.z").c_str())));
+    std::string bytes = readFileBytes(path("fmt.z"));
+    ASSERT_GE(bytes.size(), 6u);
+    EXPECT_EQ(bytes.substr(0, 4), std::string("\x00\x00\x13\x88", 4)); // 5000 big-endian
+    EXPECT_EQ(static_cast<unsigned char>(bytes[4]), 0x78);            // zlib header
+#ifdef PYTHON3_EXECUTABLE
+    QProcess python;
+    python.start(QStringLiteral(PYTHON3_EXECUTABLE),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("import sys,zlib; d=open(sys.argv[1],'rb').read(); "
+                                 "n=int.from_bytes(d[:4],'big'); u=zlib.decompress(d[4:]); "
+                                 "assert len(u)==n; sys.stdout.buffer.write(u)"),
+                  QString::fromStdString(path("fmt.z"))});
+    ASSERT_TRUE(python.waitForFinished(30000));
+    EXPECT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    EXPECT_EQ(python.readAllStandardOutput().toStdString(), text);
+#endif
+}
+
+TEST_F(Compress, LoadAppendsBeforeItDecompresses)
+{
+    auto c = make();
+    c->append("payload", 7);
+    ASSERT_TRUE(c->save(YString(path("p.z").c_str())));
+    auto d = make();
+    d->append("junk", 4);
+    d->load(YString(path("p.z").c_str()));
+    EXPECT_EQ(d->size(), 0); // "junk" + file is not one compressed block
+}
+
+TEST_F(Compress, BadFilesLeaveAnEmptyBufferOrNothing)
+{
+    auto c = make();
+    c->append("kept", 4);
+    c->load(YString(path("missing.z").c_str()));
+    EXPECT_EQ(std::string(c->data(), static_cast<size_t>(c->size())), "kept");
+
+    writeFileBytes(path("text.z"), "this is not compressed data at all");
+    auto d = make();
+    d->load(YString(path("text.z").c_str()));
+    EXPECT_EQ(d->size(), 0);
+
+    // Claims 4 GB from a few bytes: refused without allocating it.
+    writeFileBytes(path("huge.z"), std::string("\xFF\xFF\xFF\xF0\x78\x9C\x03\x00\x00\x00\x00\x01", 12));
+    auto e = make();
+    e->load(YString(path("huge.z").c_str()));
+    EXPECT_EQ(e->size(), 0);
+
+    // A truncated stream.
+    auto f = make();
+    std::string text = randomText(10000);
+    f->append(text.data(), static_cast<int>(text.size()));
+    ASSERT_TRUE(f->save(YString(path("t.z").c_str())));
+    std::string bytes = readFileBytes(path("t.z"));
+    writeFileBytes(path("t.z"), bytes.substr(0, bytes.size() / 2));
+    auto g = make();
+    g->load(YString(path("t.z").c_str()));
+    EXPECT_EQ(g->size(), 0);
+
+    writeFileBytes(path("short.z"), "ab");
+    auto h = make();
+    h->load(YString(path("short.z").c_str()));
+    EXPECT_EQ(h->size(), 0);
+    EXPECT_FALSE(h->save(YString(path("no/dir/x.z").c_str())));
+}
+
+TEST_F(Compress, UnderstatedLengthStillDecompressesEverything)
+{
+    std::string text = randomText(3000);
+    auto c = make();
+    c->append(text.data(), static_cast<int>(text.size()));
+    ASSERT_TRUE(c->save(YString(path("u.z").c_str())));
+    std::string bytes = readFileBytes(path("u.z"));
+    bytes[2] = 0;
+    bytes[3] = 10; // claims 10 bytes
+    writeFileBytes(path("u.z"), bytes);
+    auto d = make();
+    d->load(YString(path("u.z").c_str()));
+    EXPECT_EQ(std::string(d->data(), static_cast<size_t>(d->size())), text);
+}

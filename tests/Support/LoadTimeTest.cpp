@@ -1,0 +1,103 @@
+// LoadTimeTest.cpp - the library's load-time registrations, its call slots and their withdrawal.
+#include "DynSlots.h"
+#include "Options.h"
+#include "TestHelpers.h"
+
+#include <QLibrary>
+#include <QProcess>
+#include <QStringList>
+
+namespace {
+
+const char* const kLoadOrder[] = {
+    "call dyn_RunCommand Support/Help:26",
+    "option DefaultEncoding Support/QtSupport:39",
+    "option WriteXMLAsciiReals Support/XMLReport:54",
+    "call dyn_GetDefaultMessageHandler Include/common_dynexport:28",
+    "call dyn_GetScpInterface Include/common_dynexport:31",
+    "call dyn_IdentifyBinary Include/common_dynexport:34",
+    "def makeDataCompressor support/Compress:61",
+};
+
+template <class Call>
+void expectUnresolved(Call call, const char* name)
+{
+    try {
+        call();
+        ADD_FAILURE() << name << " did not throw";
+    } catch (const DynFuncException& e) {
+        EXPECT_EQ(e.code(), 9);
+        std::string expected = std::string("*** FATAL ERROR *** Unresolved dynamic function '") + name + "' called";
+        EXPECT_STREQ(e.message(), expected.c_str());
+    }
+}
+
+} // namespace
+
+TEST(LoadTime, RegistrationsHappenInStartUpOrder)
+{
+    YArray<YString> log;
+    sp_GetDynRegistryLog(&log);
+    ASSERT_GE(log.count(), 7);
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ(log[i], kLoadOrder[i]) << "entry " << i;
+}
+
+TEST(LoadTime, UnresolvedCommonSlotsThrowTheFatalError)
+{
+    expectUnresolved([] { SupportQtSlots::dyn_GetScpInterface(); }, "dyn_GetScpInterface");
+    expectUnresolved([] { SupportQtSlots::dyn_GetDefaultMessageHandler(); }, "dyn_GetDefaultMessageHandler");
+    expectUnresolved([] { SupportQtSlots::dyn_IdentifyBinary("x.exe"); }, "dyn_IdentifyBinary");
+}
+
+TEST(LoadTime, UnresolvedRunCommandDoesNothing)
+{
+    SupportQtSlots::dyn_RunCommand("run_help /ne '1'", 1u);
+    SUCCEED();
+}
+
+TEST(LoadTime, OptionsAreDeclaredWithTheirDefaults)
+{
+    bool found = false;
+    EXPECT_EQ(sp_GetOption("DefaultEncoding", &found), "default");
+    EXPECT_TRUE(found);
+    EXPECT_FALSE(sp_GetBoolOption("WriteXMLAsciiReals", &found));
+    EXPECT_TRUE(found);
+    EXPECT_EQ(sp_GetOption("WriteXMLAsciiReals", nullptr), "false");
+}
+
+TEST(LoadTime, ModuleDefiningTheFunctionResolvesTheSlotWhileLoaded)
+{
+    expectUnresolved([] { SupportQtSlots::dyn_GetScpInterface(); }, "dyn_GetScpInterface");
+    QLibrary module(QStringLiteral(SCP_MODULE_PATH));
+    ASSERT_TRUE(module.load()) << module.errorString().toStdString();
+    auto marker = reinterpret_cast<void* (*)()>(module.resolve("scpInterfaceMarker"));
+    ASSERT_NE(marker, nullptr);
+    EXPECT_EQ(SupportQtSlots::dyn_GetScpInterface(), marker());
+    ASSERT_TRUE(module.unload());
+    expectUnresolved([] { SupportQtSlots::dyn_GetScpInterface(); }, "dyn_GetScpInterface");
+}
+
+TEST(LoadTime, UnloadingTheLibraryWithdrawsEverythingInReverseOrder)
+{
+    QProcess probe;
+    probe.start(QStringLiteral(UNLOAD_PROBE_PATH), {QStringLiteral(SUPPORTQT_LIBRARY_PATH)});
+    ASSERT_TRUE(probe.waitForFinished(30000));
+    QString out = QString::fromUtf8(probe.readAllStandardOutput());
+    ASSERT_EQ(probe.exitCode(), 0) << out.toStdString() << probe.readAllStandardError().toStdString();
+    QStringList lines = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    ASSERT_GE(lines.size(), 3);
+    EXPECT_EQ(lines[0], QStringLiteral("before makeDataCompressor=absent DefaultEncoding=absent WriteXMLAsciiReals=absent"));
+    EXPECT_EQ(lines[1], QStringLiteral("loaded makeDataCompressor=defined DefaultEncoding=declared WriteXMLAsciiReals=declared"));
+    EXPECT_EQ(lines[2], QStringLiteral("unloaded makeDataCompressor=absent DefaultEncoding=absent WriteXMLAsciiReals=absent"));
+    QStringList log;
+    for (const QString& line : lines)
+        if (line.startsWith(QStringLiteral("log ")))
+            log << line.mid(4);
+    QStringList expected;
+    for (const char* entry : kLoadOrder)
+        expected << QString::fromLatin1(entry);
+    for (int i = 6; i >= 0; --i)
+        expected << QLatin1Char('-') + QString::fromLatin1(kLoadOrder[i]);
+    EXPECT_EQ(log, expected);
+}

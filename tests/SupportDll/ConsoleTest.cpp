@@ -1,0 +1,55 @@
+// ConsoleTest.cpp - kv_printf, its argument wrapper and the console sink.
+#include "Console.h"
+#include "TestHelpers.h"
+
+#include <string>
+
+namespace {
+void collect(const char* text, void* context) { static_cast<std::string*>(context)->append(text); }
+
+class ConsoleCapture {
+public:
+    ConsoleCapture() { sp_SetConsoleSink(&collect, &text); }
+    ~ConsoleCapture() { sp_SetConsoleSink(nullptr, nullptr); }
+    std::string text;
+};
+} // namespace
+
+TEST(KvPrintf, FormatsEveryKindOfArgument)
+{
+    ConsoleCapture capture;
+    int n = kv_printf("%d|%5.2f|%s|%x|%c|%%|%-4s|%lld|%u\n", 42, 3.14159, "text", 255u, 'Z', "ab", 12345678901234LL, 7u);
+    EXPECT_EQ(capture.text, "42| 3.14|text|ff|Z|%|ab  |12345678901234|7\n");
+    EXPECT_EQ(n, static_cast<int>(capture.text.size()));
+}
+
+TEST(KvPrintf, TakesYStringAndQStringAndFormatsThemAsText)
+{
+    ConsoleCapture capture;
+    kv_printf("%s and %s", YString("y"), QStringLiteral("caf\u00e9"));
+    EXPECT_EQ(capture.text, "y and caf\xC3\xA9");
+}
+
+TEST(KvPrintf, ToleratesMismatchedAndMissingArguments)
+{
+    ConsoleCapture capture;
+    kv_printf("%d %s %f %s|", 2.9, 17, "1.5", nullptr);
+    kv_printf("%d %d|", 1);
+    kv_printf("%n%s|", 5, "safe");
+    kv_printf("100%");
+    EXPECT_EQ(capture.text, "2 17 1.500000 (null)|1 |safe|100%");
+}
+
+TEST(KvPrintf, PrintsToStandardOutputWithoutASink)
+{
+    testing::internal::CaptureStdout();
+    kv_printf("out %d\n", 5);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "out 5\n");
+}
+
+TEST(FormatArgs, StarWidthAndPrecision)
+{
+    PrintfArg args[] = {PrintfArg(6), PrintfArg(2), PrintfArg(1.0 / 3.0)};
+    EXPECT_EQ(sp_FormatArgs("[%*.*f]", args, 3), "[  0.33]");
+    EXPECT_EQ(sp_FormatArgs(nullptr, args, 3), "");
+}

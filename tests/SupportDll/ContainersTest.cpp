@@ -1,0 +1,157 @@
+// ContainersTest.cpp - YRef, YArray, YList, YVector and YHashTable.
+#include "TestHelpers.h"
+#include "YContainers.h"
+#include "YString.h"
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Counted : YRefCounted {
+    explicit Counted(int* deletions) : deletions(deletions) {}
+    ~Counted() override { ++*deletions; }
+    int* deletions;
+};
+
+struct Record {
+    int caseNumber = 0;
+    YString name;
+    unsigned hashKey() const { return static_cast<unsigned>(caseNumber); }
+    bool operator==(const Record& o) const { return caseNumber == o.caseNumber; }
+};
+
+} // namespace
+
+TEST(YRef, DeletesWithTheLastReference)
+{
+    int deletions = 0;
+    {
+        YRef<Counted> a(new Counted(&deletions));
+        EXPECT_EQ(a->refCount(), 1);
+        {
+            YRef<Counted> b = a;
+            EXPECT_EQ(a->refCount(), 2);
+            YRef<Counted> c(std::move(b));
+            EXPECT_TRUE(b.isNull());
+            EXPECT_EQ(a->refCount(), 2);
+        }
+        EXPECT_EQ(a->refCount(), 1);
+        EXPECT_EQ(deletions, 0);
+    }
+    EXPECT_EQ(deletions, 1);
+}
+
+TEST(YRef, CountsAtomicallyAcrossThreads)
+{
+    int deletions = 0;
+    YRef<Counted> shared(new Counted(&deletions));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&shared] {
+            for (int i = 0; i < 20000; ++i) {
+                YRef<Counted> copy = shared;
+                (void)copy;
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(shared->refCount(), 1);
+    shared.reset();
+    EXPECT_EQ(deletions, 1);
+}
+
+TEST(YArray, AppendsCountsAndReadsOutOfRangeAsEmpty)
+{
+    YArray<YString> a;
+    EXPECT_EQ(a.count(), 0);
+    a.append(YString("x"));
+    a.append(YString("y"));
+    EXPECT_EQ(a.count(), 2);
+    EXPECT_EQ(a[1], "y");
+    EXPECT_EQ(a[2], "");
+    EXPECT_EQ(a[-1], "");
+    const YArray<YString>& c = a;
+    EXPECT_EQ(&c[5], &c[-7]); // one shared empty element
+    a[9] = "lost";            // a write out of range goes nowhere
+    EXPECT_EQ(a.count(), 2);
+    EXPECT_EQ(a[9], "");
+    a.remove(0);
+    a.remove(42);
+    EXPECT_EQ(a.count(), 1);
+    EXPECT_EQ(a[0], "y");
+    a.insert(0, YString("w"));
+    EXPECT_EQ(a[0], "w");
+}
+
+TEST(YList, KeepsOrder)
+{
+    YList<int> l;
+    l.append(2);
+    l.append(3);
+    l.prepend(1);
+    ASSERT_EQ(l.count(), 3);
+    EXPECT_EQ(l[0], 1);
+    EXPECT_EQ(l[2], 3);
+    EXPECT_EQ(l[3], 0);
+}
+
+TEST(YVector, ReadsZeroOutOfRangeAndGrowsOnSet)
+{
+    YVector<double> v{1.5, 2.5};
+    EXPECT_EQ(v.length(), 2);
+    EXPECT_EQ(v[1], 2.5);
+    EXPECT_EQ(v[2], 0.0);
+    EXPECT_EQ(v[-1], 0.0);
+    v.set(4, 9.0);
+    EXPECT_EQ(v.length(), 5);
+    EXPECT_EQ(v[3], 0.0);
+    EXPECT_EQ(v[4], 9.0);
+    v.set(-1, 3.0);
+    EXPECT_EQ(v.length(), 5);
+}
+
+TEST(YHashTable, FindsByKeyAndNeverHoldsTwoEqualRecords)
+{
+    YHashTable<Record> t;
+    Record r;
+    r.caseNumber = 7;
+    r.name = "seven";
+    EXPECT_EQ(t.find(r), nullptr);
+    Record* stored = t.insert(r);
+    ASSERT_NE(stored, nullptr);
+    Record other;
+    other.caseNumber = 7;
+    other.name = "again";
+    EXPECT_EQ(t.insert(other), stored);
+    EXPECT_EQ(t.count(), 1);
+    EXPECT_EQ(t.find(other)->name, "seven");
+    for (int i = 0; i < 5000; ++i) {
+        Record x;
+        x.caseNumber = i * 16; // all in the same low bits, to exercise chains
+        t.insert(x);
+    }
+    EXPECT_EQ(t.count(), 5001);
+    EXPECT_EQ(t.find(r), stored); // records do not move when the table grows
+    Record probe;
+    probe.caseNumber = 4999 * 16;
+    ASSERT_NE(t.find(probe), nullptr);
+    probe.caseNumber = 3;
+    EXPECT_EQ(t.find(probe), nullptr);
+    EXPECT_TRUE(t.remove(r));
+    EXPECT_FALSE(t.remove(r));
+    EXPECT_EQ(t.count(), 5000);
+    int visited = 0;
+    for (const Record& x : t) {
+        (void)x;
+        ++visited;
+    }
+    EXPECT_EQ(visited, 5000);
+    EXPECT_EQ(t.item(-1).caseNumber, 0);
+    YHashTable<Record> copy = t;
+    EXPECT_EQ(copy.count(), 5000);
+    probe.caseNumber = 16;
+    ASSERT_NE(copy.find(probe), nullptr);
+    EXPECT_NE(copy.find(probe), t.find(probe)); // a deep copy
+}

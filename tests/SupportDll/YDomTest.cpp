@@ -1,0 +1,126 @@
+// YDomTest.cpp - the DOM: write, save, load and read back.
+#include "TestHelpers.h"
+#include "YDom.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
+class YDom : public TempDirTest {};
+
+TEST_F(YDom, WritesSavesLoadsAndReadsBack)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> root = doc->createRoot("msw");
+    root->setAttribute("version", "1.0");
+    YRef<YDomElement> header = root->appendChild("header");
+    header->setAttribute("title", "R<1> & \"C\" 'x' \xC3\xA9");
+    header->setAttribute("numcores", 4);
+    header->setAttribute("seed", 12345678901234LL);
+    header->setAttribute("nom", 0.1);
+    header->setAttribute("tiny", 4.9406564584124654e-324);
+    header->setAttribute("big", 1.7976931348623157e308);
+    header->setAttribute("third", 1.0 / 3.0);
+    root->appendChild("steps")->appendChild("step");
+    ASSERT_TRUE(doc->save(path("a.xml").c_str(), 0));
+
+    YRef<YDomDocument> back = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(back->load(path("a.xml").c_str()));
+    YRef<YDomElement> r = back->getRoot();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->tagName(), "msw");
+    EXPECT_EQ(r->getAttribute("version"), "1.0");
+    YArray<YRef<YDomElement>> children = r->childElements();
+    ASSERT_EQ(children.count(), 2);
+    EXPECT_EQ(children[0]->tagName(), "header");
+    EXPECT_EQ(children[1]->tagName(), "steps");
+    YRef<YDomElement> h = children[0];
+    EXPECT_EQ(h->getAttribute("title"), "R<1> & \"C\" 'x' \xC3\xA9");
+    EXPECT_EQ(h->getAttributeInt("numcores"), 4);
+    EXPECT_EQ(h->getAttributeInt64("seed"), 12345678901234LL);
+    EXPECT_EQ(h->getAttribute("nom"), "0.1");
+    EXPECT_EQ(h->getAttributeDouble("nom"), 0.1);
+    EXPECT_EQ(h->getAttributeDouble("tiny"), 4.9406564584124654e-324);
+    EXPECT_EQ(h->getAttributeDouble("big"), 1.7976931348623157e308);
+    EXPECT_EQ(h->getAttributeDouble("third"), 1.0 / 3.0);
+    EXPECT_FALSE(h->hasAttribute("missing"));
+    EXPECT_EQ(h->getAttribute("missing"), "");
+    EXPECT_EQ(h->getAttributeDouble("missing", -1.0), -1.0);
+    EXPECT_EQ(h->getAttributeInt("title", 9), 9);
+    EXPECT_EQ(children[1]->firstChildElement()->tagName(), "step");
+    EXPECT_FALSE(children[1]->firstChildElement()->nextSiblingElement());
+}
+
+TEST_F(YDom, DoublesAreBitIdenticalAfterARoundTrip)
+{
+    std::mt19937_64 random(42);
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> root = doc->createRoot("values");
+    std::vector<double> values = {0.0, -0.0, 1e-300, -2.5e-7, 123456.789, std::numeric_limits<double>::denorm_min()};
+    for (int i = 0; i < 2000; ++i) {
+        uint64_t bits = random();
+        double d;
+        std::memcpy(&d, &bits, sizeof d);
+        if (std::isfinite(d))
+            values.push_back(d);
+    }
+    for (double v : values)
+        root->appendChild("v")->setAttribute("x", v);
+    ASSERT_TRUE(doc->save(path("d.xml").c_str()));
+    YRef<YDomDocument> back = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(back->load(path("d.xml").c_str()));
+    YArray<YRef<YDomElement>> items = back->getRoot()->childElements();
+    ASSERT_EQ(items.count(), static_cast<int>(values.size()));
+    for (int i = 0; i < items.count(); ++i) {
+        double got = items[i]->getAttributeDouble("x", 99.0);
+        EXPECT_EQ(std::memcmp(&got, &values[static_cast<size_t>(i)], sizeof got), 0) << i;
+    }
+}
+
+TEST_F(YDom, RejectsTruncatedEmptyAndNonXmlFiles)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    writeFileBytes(path("truncated.xml"), "<msw version=\"1.0\"><header title=\"x\"/><steps>");
+    EXPECT_FALSE(doc->load(path("truncated.xml").c_str()));
+    writeFileBytes(path("empty.xml"), "");
+    EXPECT_FALSE(doc->load(path("empty.xml").c_str()));
+    writeFileBytes(path("text.xml"), "this is not XML at all\n");
+    EXPECT_FALSE(doc->load(path("text.xml").c_str()));
+    EXPECT_FALSE(doc->load(path("missing.xml").c_str()));
+    EXPECT_FALSE(doc->load(nullptr));
+    EXPECT_FALSE(doc->getRoot());
+}
+
+TEST_F(YDom, DoesNotExpandDeclaredEntities)
+{
+    std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE lolz [<!ENTITY lol \"lol\">";
+    laughs += "<!ENTITY lol1 \"&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;&lol;\">";
+    laughs += "<!ENTITY lol2 \"&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;&lol1;\">]>";
+    laughs += "<msw a=\"&lol2;\">&lol2;</msw>";
+    writeFileBytes(path("lol.xml"), laughs);
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(doc->load(path("lol.xml").c_str()));
+    EXPECT_LT(doc->getRoot()->getAttribute("a").length(), 16);
+}
+
+TEST_F(YDom, SaveToAMissingDirectoryFails)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    doc->createRoot("x");
+    EXPECT_FALSE(doc->save(path("no/such/dir/x.xml").c_str()));
+    EXPECT_TRUE(doc->save(path("x.xml").c_str()));
+    EXPECT_EQ(readFileBytes(path("x.xml")), "<?xml version=\"1.0\"?>\n<x />\n");
+}
+
+TEST_F(YDom, ElementsKeepTheirDocumentAlive)
+{
+    YRef<YDomElement> child;
+    {
+        YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+        child = doc->createRoot("root")->appendChild("child");
+        child->setText("kept");
+    }
+    EXPECT_EQ(child->tagName(), "child");
+    EXPECT_EQ(child->text(), "kept");
+}

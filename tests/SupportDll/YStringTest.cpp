@@ -1,0 +1,190 @@
+// YStringTest.cpp - the suite's string, concatenation, buffers, queues and wide strings.
+#include "TestHelpers.h"
+#include "YString.h"
+
+#include <cstring>
+
+TEST(YString, ConstructsFromTextNumbersAndNull)
+{
+    EXPECT_STREQ(YString().c_str(), "");
+    EXPECT_STREQ(YString(static_cast<const char*>(nullptr)).c_str(), "");
+    EXPECT_STREQ(YString("abc").c_str(), "abc");
+    EXPECT_STREQ(YString("abcdef", 3).c_str(), "abc");
+    EXPECT_STREQ(YString(-42).c_str(), "-42");
+    EXPECT_STREQ(YString(9007199254740993LL).c_str(), "9007199254740993");
+    EXPECT_STREQ(YString(0.1).c_str(), "0.1");
+    EXPECT_STREQ(YString(1e-12).c_str(), "1e-12");
+    EXPECT_STREQ(YString(4700.0).c_str(), "4700");
+    EXPECT_EQ(YString("abc").length(), 3);
+}
+
+TEST(YString, CopiesAndAssigns)
+{
+    YString a("one");
+    YString b = a;
+    b.append("two");
+    EXPECT_EQ(a, "one");
+    EXPECT_EQ(b, "onetwo");
+    a = "three";
+    EXPECT_EQ(a, "three");
+    a = static_cast<const char*>(nullptr);
+    EXPECT_TRUE(a.isEmpty());
+}
+
+TEST(YString, ConcatChainsThroughTempString)
+{
+    YString base("R1");
+    YString joined = base.concat(" a").concat(" b").concat(" 1k");
+    EXPECT_EQ(joined, "R1 a b 1k");
+    EXPECT_EQ(base, "R1");
+    EXPECT_EQ(YString(base.concat(nullptr)), "R1");
+}
+
+TEST(YString, SprintfReplacesContent)
+{
+    YString s("old");
+    EXPECT_EQ(s.sprintf("%d-%s-%.2f", 7, "x", 1.5), 8);
+    EXPECT_EQ(s, "7-x-1.50");
+    std::string longText(1000, 'z');
+    s.sprintf("<%s>", longText.c_str());
+    EXPECT_EQ(s.length(), 1002);
+}
+
+TEST(YString, BeginsWithAndEndsWith)
+{
+    YString s(".TRAN 1m");
+    EXPECT_TRUE(s.beginsWith(".TRAN"));
+    EXPECT_FALSE(s.beginsWith(".tran"));
+    EXPECT_TRUE(s.beginsWith(".tran", false));
+    EXPECT_FALSE(s.beginsWith(".TRAN 1m more"));
+    EXPECT_TRUE(s.endsWith("1M", false));
+    EXPECT_FALSE(s.endsWith("1M"));
+}
+
+TEST(YString, SubstringClipsOutOfRange)
+{
+    YString s("abcdef");
+    EXPECT_EQ(s.substring(2, 3), "cde");
+    EXPECT_EQ(s.substring(4), "ef");
+    EXPECT_EQ(s.substring(4, 100), "ef");
+    EXPECT_EQ(s.substring(10, 2), "");
+    EXPECT_EQ(s.substring(-2, 4), "ab");
+    EXPECT_EQ(s.substring(0, 0), "");
+}
+
+TEST(YString, FindIndex)
+{
+    YString s("a=b=c");
+    EXPECT_EQ(s.findIndex("="), 1);
+    EXPECT_EQ(s.findIndex("=", 2), 3);
+    EXPECT_EQ(s.findIndex("x"), -1);
+    EXPECT_EQ(s.findIndex("=", 99), -1);
+    EXPECT_EQ(s.findIndex(nullptr), -1);
+}
+
+TEST(YString, StrtokCutsTokensUntilExhausted)
+{
+    YString line(".tran 1n, 1m (TSAVE=2u)");
+    const char* delimiters = " =(),\t";
+    EXPECT_EQ(line.strtok(delimiters), ".tran");
+    EXPECT_EQ(line.strtok(delimiters), "1n");
+    EXPECT_EQ(line.strtok(delimiters), "1m");
+    EXPECT_EQ(line.strtok(delimiters), "TSAVE");
+    EXPECT_EQ(line.strtok(delimiters), "2u");
+    EXPECT_EQ(line.strtok(delimiters), "");
+    EXPECT_EQ(line.strtok(delimiters), "");
+    EXPECT_TRUE(line.isEmpty());
+}
+
+TEST(YString, HashValueIgnoresCase)
+{
+    EXPECT_EQ(YString("PSP_NPT").hashValue(), YString("psp_npt").hashValue());
+    EXPECT_NE(YString("PSP_NPT").hashValue(), YString("PSP_NPU").hashValue());
+}
+
+TEST(YString, ComparePathUsesHostRules)
+{
+    EXPECT_EQ(YString("/a/b").comparePath(YString("/a/b")), 0);
+    EXPECT_EQ(YString("/a/b/").comparePath(YString("/a/b")), 0);
+    EXPECT_EQ(YString("C:\\a\\b").comparePath(YString("C:/a/b")), 0);
+#if defined(_WIN32)
+    EXPECT_EQ(YString("/A/B").comparePath(YString("/a/b")), 0);
+#else
+    EXPECT_NE(YString("/A/B").comparePath(YString("/a/b")), 0);
+#endif
+    EXPECT_NE(YString("/a/b").comparePath(YString("/a/c")), 0);
+}
+
+TEST(YString, TrimsAndChangesCase)
+{
+    EXPECT_EQ(YString(" \tab c\r\n").trimmed(), "ab c");
+    EXPECT_EQ(YString("MiXed").toLower(), "mixed");
+    EXPECT_EQ(YString("MiXed").toUpper(), "MIXED");
+    EXPECT_EQ(YString("abc").at(5), '\0');
+    EXPECT_EQ(YString("Abc").compareNoCase("aBC"), 0);
+    EXPECT_LT(YString("abc").compareNoCase("abd"), 0);
+}
+
+TEST(Buf, AddsAppendsFlushesAndStaysTerminated)
+{
+    Buf b;
+    EXPECT_EQ(b.length(), 0);
+    EXPECT_STREQ(b.data(), "");
+    EXPECT_EQ(b.last(), -1);
+    b.add('a');
+    b.append("bc");
+    b.append(nullptr);
+    EXPECT_STREQ(b.data(), "abc");
+    EXPECT_EQ(b.last(), 'c');
+    for (int i = 0; i < 10000; ++i)
+        b.add('x');
+    EXPECT_EQ(b.length(), 10003);
+    EXPECT_EQ(static_cast<int>(std::strlen(b.data())), 10003);
+    b.flush();
+    EXPECT_EQ(b.length(), 0);
+    EXPECT_STREQ(b.data(), "");
+    EXPECT_GE(Buf::initsize, 16);
+}
+
+TEST(CharQueue, IsFirstInFirstOut)
+{
+    CharQueue q;
+    EXPECT_TRUE(q.isEmpty());
+    EXPECT_EQ(q.pop(), -1);
+    q.add('a');
+    q.add('b');
+    q.add('\xFF');
+    EXPECT_STREQ(q.unread(), "ab\xFF");
+    EXPECT_EQ(q.pop(), 'a');
+    EXPECT_STREQ(q.unread(), "b\xFF");
+    EXPECT_EQ(q.pop(), 'b');
+    EXPECT_EQ(q.pop(), 0xFF);
+    EXPECT_TRUE(q.isEmpty());
+    for (int i = 0; i < 1000; ++i) {
+        q.add(static_cast<char>('0' + i % 10));
+        if (i % 3 == 0)
+            q.pop();
+    }
+    EXPECT_EQ(q.count(), 666);
+    q.flush();
+    EXPECT_TRUE(q.isEmpty());
+    EXPECT_STREQ(q.unread(), "");
+}
+
+TEST(UTFString, HoldsUtf8AndWideForms)
+{
+    UTFString s("a\xC3\xA9\xF0\x9F\x98\x80"); // a, e acute, U+1F600
+    EXPECT_STREQ(s.get(), "a\xC3\xA9\xF0\x9F\x98\x80");
+    const char16_t* u = s.getUtf16();
+    EXPECT_EQ(u[0], u'a');
+    EXPECT_EQ(u[1], 0xE9);
+    EXPECT_EQ(u[2], 0xD83D);
+    EXPECT_EQ(u[3], 0xDE00);
+    EXPECT_EQ(u[4], 0);
+    if (sizeof(wchar_t) == 4) {
+        EXPECT_EQ(static_cast<unsigned>(s.getWide()[2]), 0x1F600u);
+        EXPECT_EQ(s.getWide()[3], L'\0');
+    }
+    UTFString bad("\xFF");
+    EXPECT_EQ(bad.getUtf16()[0], 0xFFFD);
+}

@@ -1,0 +1,47 @@
+// TestHelpers.cpp - shared helpers of the test suites.
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <fstream>
+#include <sstream>
+
+std::string testDataPath(const std::string& relative) { return std::string(SUPPORTQT_TEST_DATA_DIR) + "/" + relative; }
+
+void writeFileBytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    ASSERT_TRUE(out.good()) << "cannot write " << path;
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string readFileBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void TempDirTest::SetUp()
+{
+    QTemporaryDir dir(QDir::tempPath() + QStringLiteral("/sqtest-XXXXXX"));
+    dir.setAutoRemove(false);
+    ASSERT_TRUE(dir.isValid());
+    m_dir = dir.path().toStdString();
+}
+
+void TempDirTest::TearDown()
+{
+    if (!m_dir.empty())
+        QDir(QString::fromStdString(m_dir)).removeRecursively();
+}
+
+void PrintTo(const YString& s, std::ostream* os) { *os << '"' << s.c_str() << '"'; }
+void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+void PrintTo(UTF8DetectEncoding e, std::ostream* os)
+{
+    static const char* const names[] = {"Ascii", "Utf8", "Utf8Extended", "Invalid"};
+    *os << (e >= 0 && e <= 3 ? names[e] : "?");
+}

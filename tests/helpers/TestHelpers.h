@@ -1,0 +1,32 @@
+// TestHelpers.h - shared helpers of the test suites: a temporary-directory fixture and file helpers.
+#pragma once
+
+#include "QtSupport.h"
+#include "YString.h"
+
+#include <gtest/gtest.h>
+
+#include <QString>
+#include <string>
+
+/// The folder of the tests' data files.
+std::string testDataPath(const std::string& relative);
+
+/// Writes bytes to a file; fails the test when it cannot.
+void writeFileBytes(const std::string& path, const std::string& bytes);
+/// Reads a whole file (empty when it cannot be read).
+std::string readFileBytes(const std::string& path);
+
+/// A fresh temporary directory per test, removed afterwards.
+class TempDirTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    /// A path inside the temporary directory.
+    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    std::string m_dir;
+};
+
+void PrintTo(const YString& s, std::ostream* os);
+void PrintTo(const QString& s, std::ostream* os);
+void PrintTo(UTF8DetectEncoding e, std::ostream* os);
