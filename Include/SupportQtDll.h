@@ -5,6 +5,11 @@
 
 #include "Compress.h"
 #include "DynSlots.h"
+#include "LibraryStream.h"
+#include "LiteralNetlistStream.h"
+#include "NetlistStream.h"
 #include "QtSupport.h"
+#include "SimulatorType.h"
 #include "SupportQtExport.h"
+#include "TextFile.h"
 #include "common_dynexport.h"

@@ -99,7 +99,7 @@ public:
 /// Growable byte buffer, kept NUL-terminated. Adding a byte is an inline append.
 class SUPPORTDLL_API Buf {
 public:
-    static const int initsize = 256;
+    static constexpr int initsize = 256;
 
     Buf() : Buf(initsize) {}
     explicit Buf(int size);

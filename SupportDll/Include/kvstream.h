@@ -66,6 +66,8 @@ public:
 
 protected:
     void attach(kvstreamSource* source);
+    /// Sets the stream's own character count (readers reset it).
+    void setOwnCount(int count) { m_ownCount = count; }
     kvstreamSource* source() const { return m_source; }
 
 private:

@@ -12,6 +12,9 @@ foreach(f include/SupportQtDll.h include/SupportDll.h include/YString.h)
 endforeach()
 execute_process(COMMAND ${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
                         "-DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix"
+                        "-DCMAKE_CXX_COMPILER=${CONSUMER_COMPILER}"
+                        "-DCMAKE_CXX_FLAGS=${CONSUMER_FLAGS}"
+                        "-DCMAKE_EXE_LINKER_FLAGS=${CONSUMER_FLAGS}"
                 RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "consumer configure failed: ${rc}")

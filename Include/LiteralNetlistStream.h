@@ -1,0 +1,67 @@
+// LiteralNetlistStream.h - NewSpiceStream: logical lines with the literal text of each physical line kept.
+#pragma once
+
+#include "SupportQtExport.h"
+#include "YString.h"
+#include "kvstream.h"
+
+/// Reads a netlist as logical lines like `SpiceStream` (continuations joined, ";" comments dropped) but
+/// keeps "*" comment lines as lines of their own, and moves every consumed physical line, exactly as
+/// read (line ends normalised to LF, dropped bytes left out), into a literal buffer. No dialects, no
+/// directives, no brace expressions. Bytes 0xFF are dropped; the end of the source shows as one final
+/// line feed, then as end of input. A UTF-16 file is read from a UTF-8 temporary copy.
+class SUPPORTQT_API NewSpiceStream : public kvstream {
+public:
+    explicit NewSpiceStream(const char* fileName);
+    explicit NewSpiceStream(kvstream& source);
+    ~NewSpiceStream() override;
+
+    /// The next logical line; false at end of input. `lineNumber` (may be null) receives the physical
+    /// line number of the line's first character.
+    virtual bool gets(YString* line, int* lineNumber);
+    bool gets(YString* line) { return gets(line, nullptr); }
+
+    /// Resets state and counts; deliberately leaves a pending character and both queues as they are.
+    void init();
+    void clearCounts();
+    /// The next character of the logical-line stream as a `char` value (bytes 128 to 254 are negative),
+    /// 10 at each line end, -1 at the end.
+    int get();
+    const Buf& getLitBuffer() const { return m_litBuffer; }
+    void flushLitBuffer() { m_litBuffer.flush(); }
+    int getLineCount() const { return m_lineCount; }
+    int getCharCount() const { return m_charCount; }
+    YString getSourceFile() const { return m_sourceFile; }
+
+protected:
+    /// Line assembly: 0 when a line ended, 2 at end of input with nothing read.
+    int readLine(int* lineNumber);
+    const Buf& lineBuffer() const { return m_lineBuffer; }
+    void setCharLimit(int limit) { m_charLimit = limit; }
+
+private:
+    enum State { Start = -1, AfterNewline = 0, StarComment = 1, InLine = 2, Replay = 3, LineComment = 4,
+                 InlineComment = 5, ReplayComment = 6 };
+
+    int getChar();
+    int next();
+    int machine();
+    void fillOutputLitBuffer();
+    void readRestOfLineIntoLookahead();
+    static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
+
+    int m_state = Start;
+    int m_lineCount = 0;
+    int m_charCount = 0;
+    int m_pendingChar = -1;
+    int m_litCharCount = 0;
+    Buf m_litBuffer;
+    Buf m_lineBuffer;
+    CharQueue m_litQueue;
+    CharQueue m_lookahead;
+    YString m_sourceFile;
+    YString m_tempFile;
+    bool m_atEnd = false;
+    char m_commentChar = ';';
+    int m_charLimit = 2147483647;
+};

@@ -1,0 +1,235 @@
+// TextFile.cpp - text-file formats, loading, writing and wide-file copies.
+#include "TextFile.h"
+#include "FileServices.h"
+#include "QtSupport.h"
+
+#include <QFile>
+#include <QTextCodec>
+
+#include <cstring>
+
+namespace {
+
+const char CR = 0x0D;
+const char LF = 0x0A;
+
+// The first-line-end and byte-order verdict; see sp_DetectTextFileFormat.
+void classify(const char* b, long long len, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
+{
+    isWide = false;
+    isDos = false;
+    isMac = false;
+    isLittleEndian = true;
+    if (!b)
+        return;
+    if (len >= 2) {
+        const unsigned char b0 = static_cast<unsigned char>(b[0]), b1 = static_cast<unsigned char>(b[1]);
+        if (b0 == 0xFF && b1 == 0xFE) {
+            isWide = true;
+        } else if (b0 == 0xFE && b1 == 0xFF) {
+            isWide = true;
+            isLittleEndian = false;
+        }
+    }
+    if (len < 1)
+        return;
+    auto wideCr = [&](long long i) {
+        if (i + 2 >= len)
+            isMac = true;
+        else if (b[i + 2] == LF)
+            isDos = true;
+        else
+            isMac = true;
+    };
+    if (isLittleEndian) {
+        for (long long i = 0; i < len; ++i) {
+            if (b[i] == CR && i + 1 < len) {
+                if (b[i + 1] == LF) {
+                    isDos = true;
+                } else if (b[i + 1] == 0) {
+                    isWide = true;
+                    wideCr(i);
+                } else {
+                    isMac = true;
+                }
+                return;
+            }
+            if (b[i] == LF) {
+                if (i + 1 < len && b[i + 1] == 0)
+                    isWide = true;
+                return;
+            }
+        }
+    } else {
+        for (long long i = 2; i < len; ++i) {
+            if (b[i] == CR && b[i - 1] == 0) {
+                wideCr(i);
+                return;
+            }
+        }
+    }
+}
+
+// Normalises line ends on the raw bytes as the first line end dictates.
+void normaliseLineEnds(QByteArray& bytes, bool isWide, bool isDos, bool isMac)
+{
+    char* d = bytes.data();
+    const int n = bytes.size();
+    if (!isWide) {
+        if (isDos) {
+            int w = 0;
+            for (int r = 0; r < n; ++r)
+                if (d[r] != CR)
+                    d[w++] = d[r];
+            bytes.truncate(w);
+        } else if (isMac) {
+            for (int r = 0; r < n; ++r)
+                if (d[r] == CR)
+                    d[r] = LF;
+        }
+        return;
+    }
+    if (!isDos && !isMac)
+        return;
+    int w = 0;
+    for (int r = 0; r + 1 < n; r += 2) {
+        char a = d[r], c = d[r + 1];
+        const bool crUnit = (a == CR && c == 0) || (a == 0 && c == CR);
+        if (crUnit && isDos)
+            continue;
+        if (crUnit) { // isMac
+            if (a == CR)
+                a = LF;
+            else
+                c = LF;
+        }
+        d[w++] = a;
+        d[w++] = c;
+    }
+    bytes.truncate(w);
+}
+
+bool readHead(const QString& path, QByteArray* head)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    *head = file.read(1024);
+    return true;
+}
+
+void writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return;
+    QByteArray bytes = codec->fromUnicode(text);
+    file.write(bytes);
+}
+
+} // namespace
+
+void sp_DetectTextFileFormat(const char* buf, int len, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
+{
+    classify(buf, len, isWide, isDos, isMac, isLittleEndian);
+}
+
+bool sp_DetectTextFileFormat(const QString& path, bool* isWide, bool* isDos, bool* isMac, bool* isLittleEndian)
+{
+    bool wide = false, dos = false, mac = false, little = true;
+    QByteArray head;
+    bool opened = readHead(path, &head);
+    if (opened)
+        classify(head.constData(), head.size(), wide, dos, mac, little);
+    if (isWide)
+        *isWide = wide;
+    if (isDos)
+        *isDos = dos;
+    if (isMac)
+        *isMac = mac;
+    if (isLittleEndian)
+        *isLittleEndian = little;
+    return opened;
+}
+
+bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bool* isDos, bool* isMac, bool* isLittleEndian)
+{
+    return sp_DetectTextFileFormat(toQs(path), isWide, isDos, isMac, isLittleEndian);
+}
+
+QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *ok = false;
+        return QString();
+    }
+    *ok = true;
+    QByteArray bytes = file.readAll();
+    file.close();
+
+    bool isWide, isDos, isMac, isLittleEndian;
+    classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
+    normaliseLineEnds(bytes, isWide, isDos, isMac);
+
+    const char* name = encoding ? encoding : "auto";
+    if (qstricmp(name, "auto") == 0) {
+        QTextCodec* codec = QTextCodec::codecForName(isWide ? (isLittleEndian ? "UTF-16" : "UTF-16BE") : "UTF-8");
+        QTextCodec::ConverterState state;
+        QString text = codec->toUnicode(bytes.constData(), bytes.size(), &state);
+        // An unfinished final sequence counts as invalid: it is the last letter of an 8-bit text.
+        if (state.invalidChars == 0 && (isWide || state.remainingChars == 0))
+            return text;
+        return QTextCodec::codecForLocale()->toUnicode(bytes);
+    }
+    if (qstricmp(name, "locale") == 0)
+        return QTextCodec::codecForLocale()->toUnicode(bytes);
+    QTextCodec* codec = QTextCodec::codecForName(name);
+    if (!codec)
+        codec = QTextCodec::codecForName("UTF-8");
+    return codec->toUnicode(bytes);
+}
+
+void sp_WriteTextFile(const QString& path, const QString& text, const char* encoding)
+{
+    QTextCodec* codec = encoding ? QTextCodec::codecForName(encoding) : nullptr;
+    if (!codec)
+        return;
+    writeEncoded(path, text, codec);
+}
+
+bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
+{
+    const QString qpath = toQs(path);
+    QByteArray head;
+    if (!readHead(qpath, &head))
+        return false;
+    bool isWide, isDos, isMac, isLittleEndian;
+    classify(head.constData(), head.size(), isWide, isDos, isMac, isLittleEndian);
+    if (!isWide)
+        return false;
+    YString temp = sp_GetTempFile();
+    if (tempPath)
+        *tempPath = temp;
+    bool ok = false;
+    QString text = sp_LoadFile(qpath, "auto", &ok);
+    // The copy carries no byte-order mark: the big-endian codec keeps the file's mark as U+FEFF.
+    if (text.startsWith(QChar(0xFEFF)))
+        text.remove(0, 1);
+    writeEncoded(toQs(temp), text, QTextCodec::codecForName("UTF-8"));
+    return ok;
+}
+
+WideTextFileConverter::WideTextFileConverter(const YString& path)
+{
+    if (sp_ConvertWideTextFile(path, &m_tempPath))
+        m_path = m_tempPath;
+    else
+        m_path = path;
+}
+
+WideTextFileConverter::~WideTextFileConverter()
+{
+    if (!m_tempPath.isEmpty())
+        unlink_utf8(m_tempPath.c_str());
+}

@@ -1,0 +1,112 @@
+// LibraryStreamTest.cpp - one definition of a model library; netlist text split into lines.
+#include "LibraryStream.h"
+#include "TestHelpers.h"
+
+#include <vector>
+
+namespace {
+const char kLibrary[] =
+    "* library header\n"
+    ".model D1 D(is=1e-14)\n"
+    ".subckt OLD a b params: r=1\n"
+    "R1 a b {r}\n"
+    ".ends OLD\n"
+    ".model D2 D\n";
+}
+
+class LibraryStreamTest : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        writeFileBytes(path("lib.lib"), kLibrary);
+        std::string text = kLibrary;
+        loc.fileName = path("lib.lib").c_str();
+        loc.start = static_cast<int>(text.find(".subckt"));
+        loc.end = static_cast<int>(text.find(".model D2"));
+        loc.lineOffset = 2;
+    }
+    std::vector<std::pair<std::string, int>> readAll(LibraryStream& s)
+    {
+        std::vector<std::pair<std::string, int>> lines;
+        YString line;
+        int number = 0;
+        while (s.gets(&line, &number))
+            lines.push_back({line.c_str(), number});
+        return lines;
+    }
+    SymbolLoc loc;
+};
+
+TEST_F(LibraryStreamTest, RenamesTheDefinitionKeepingTheRestOfTheLine)
+{
+    LibraryStream s(loc, YString("NEW"));
+    auto lines = readAll(s);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].first, ".subckt NEW  a b params: r=1");
+    EXPECT_EQ(lines[0].second, 3);
+    EXPECT_EQ(lines[1].first, "R1 a b {r}");
+    EXPECT_EQ(lines[1].second, 4);
+    EXPECT_EQ(lines[2].first, ".ends OLD");
+    EXPECT_EQ(lines[2].second, 5);
+}
+
+TEST_F(LibraryStreamTest, SameNameInAnyCaseIsLeftUnchanged)
+{
+    LibraryStream s(loc, YString("old"));
+    EXPECT_EQ(readAll(s)[0].first, ".subckt OLD a b params: r=1");
+    LibraryStream plain(loc, YString());
+    EXPECT_EQ(readAll(plain)[0].first, ".subckt OLD a b params: r=1");
+}
+
+TEST_F(LibraryStreamTest, CommentLinesBeforeTheDefinitionAreSkippedForRenaming)
+{
+    SymbolLoc whole = loc;
+    whole.start = 0;
+    whole.lineOffset = 0;
+    LibraryStream s(whole, YString("DX"));
+    auto lines = readAll(s);
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[0].first, "* library header");
+    EXPECT_EQ(lines[1].first, ".model DX  D(is=1e-14)");
+    EXPECT_EQ(lines[2].first, ".subckt OLD a b params: r=1");
+}
+
+TEST_F(LibraryStreamTest, StopsExactlyAtTheEndEvenInsideALine)
+{
+    std::string text = kLibrary;
+    loc.end = static_cast<int>(text.find(".ends")) + 3;
+    LibraryStream s(loc, YString());
+    auto lines = readAll(s);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2].first, ".en");
+    EXPECT_EQ(lines[2].second, 5);
+}
+
+TEST_F(LibraryStreamTest, ReversedOrOutOfFileRangesReadAsEmpty)
+{
+    SymbolLoc reversed = loc;
+    std::swap(reversed.start, reversed.end);
+    LibraryStream a(reversed, YString("X"));
+    EXPECT_TRUE(readAll(a).empty());
+    SymbolLoc past = loc;
+    past.start = 100000;
+    past.end = 100050;
+    LibraryStream b(past, YString("X"));
+    EXPECT_TRUE(readAll(b).empty());
+    SymbolLoc missing = loc;
+    missing.fileName = path("missing.lib").c_str();
+    LibraryStream c(missing, YString("X"));
+    EXPECT_TRUE(readAll(c).empty());
+}
+
+TEST(ParseSpiceLines, SplitsTextIntoLogicalLines)
+{
+    YArray<YString> lines = sp_ParseSpiceLines(YString("* title\nR1 a b 1k\n+ 2k\n* note\nC1 a 0 1u ; c\n"));
+    ASSERT_EQ(lines.count(), 4);
+    EXPECT_EQ(lines[0], "* title");
+    EXPECT_EQ(lines[1], "R1 a b 1k  2k");
+    EXPECT_EQ(lines[2], "* note");
+    EXPECT_EQ(lines[3], "C1 a 0 1u ");
+    EXPECT_EQ(sp_ParseSpiceLines(YString()).count(), 0);
+}

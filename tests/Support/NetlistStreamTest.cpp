@@ -1,0 +1,368 @@
+// NetlistStreamTest.cpp - SpiceStream: logical lines, directives, counters and the raw buffer.
+#include "FileServices.h"
+#include "NetlistStream.h"
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QTextCodec>
+
+#include <vector>
+
+namespace {
+
+struct Line {
+    std::string text;
+    int number;
+};
+
+std::vector<Line> readAll(SpiceStream& s)
+{
+    std::vector<Line> lines;
+    YString line;
+    int number = -1;
+    while (s.gets(&line, &number, nullptr, nullptr))
+        lines.push_back({line.c_str(), number});
+    return lines;
+}
+
+std::vector<Line> readText(const std::string& text)
+{
+    kvstrstream source(text.data(), text.size());
+    SpiceStream s(source);
+    return readAll(s);
+}
+
+class SpiceFile : public TempDirTest {
+protected:
+    std::vector<Line> readFile(const std::string& bytes, SpiceLanguage language)
+    {
+        writeFileBytes(path("in.cir"), bytes);
+        SpiceStream s(path("in.cir").c_str(), language);
+        return readAll(s);
+    }
+};
+
+} // namespace
+
+TEST(SpiceStream, ContinuationBecomesOneSpaceBeforeTheLeadingBlank)
+{
+    auto lines = readText("R1 a b 1k\n+ 2k\n");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text, "R1 a b 1k  2k");
+    EXPECT_EQ(lines[0].number, 1);
+}
+
+TEST(SpiceStream, ContinuationMayFollowCommentAndBlankLines)
+{
+    auto lines = readText("R1 a b\n* comment\n\n   + 5\nR2 c d 1\n");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].text, "R1 a b  5");
+    EXPECT_EQ(lines[1].text, "R2 c d 1");
+    EXPECT_EQ(lines[1].number, 5);
+}
+
+TEST_F(SpiceFile, InlineCommentCharacterDependsOnTheDialect)
+{
+    const std::string text = "R1 a b 1k ; load $ note\n";
+    EXPECT_EQ(readFile(text, SpiceLanguageNative)[0].text, "R1 a b 1k ");
+    EXPECT_EQ(readFile(text, SpiceLanguagePspice)[0].text, "R1 a b 1k ");
+    EXPECT_EQ(readFile(text, SpiceLanguageHspice)[0].text, "R1 a b 1k ; load ");
+}
+
+TEST(SpiceStream, LastLineWithoutLineFeed)
+{
+    auto lines = readText("R1 a b 1k\nR2 c d 2k");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].text, "R2 c d 2k");
+    EXPECT_EQ(lines[1].number, 2);
+}
+
+TEST(SpiceStream, CrCrLfAndLfEndLines)
+{
+    kvstrstream source("a\rb\r\nc\nd\r\r\ne");
+    SpiceStream s(source);
+    auto lines = readAll(s);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[0].text, "a");
+    EXPECT_EQ(lines[1].text, "b");
+    EXPECT_EQ(lines[1].number, 2);
+    EXPECT_EQ(lines[2].number, 3);
+    EXPECT_EQ(lines[3].text, "d");
+    EXPECT_EQ(lines[3].number, 4);
+    EXPECT_EQ(lines[4].text, "e");
+    EXPECT_EQ(lines[4].number, 6); // CR CR LF ended two lines
+    EXPECT_EQ(s.getLineCount(), 5);
+}
+
+TEST(SpiceStream, HspiceDirectiveOnlyAtTheTopHierarchyAnywhere)
+{
+    kvstrstream source("*#HSPICE\nR1 a b 1k $ c\n*#PSPICE\n*#hierarchy\nR2 c d 1\nR3 e f 1\n");
+    SpiceStream s(source);
+    YString line;
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 a b 1k ");
+    EXPECT_EQ(s.getLanguage(), SpiceLanguageHspice);
+    EXPECT_TRUE(s.isHspiceMode());
+    EXPECT_EQ(s.getInlineCommentChar(), '$');
+    EXPECT_STREQ(s.getSeparator(), "");
+    // The directives after the first line are read while that line's end is being confirmed:
+    // the dialect stays, the hierarchy mark is taken.
+    EXPECT_TRUE(s.isHierarchy());
+    EXPECT_EQ(s.getLanguage(), SpiceLanguageHspice);
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "R2 c d 1");
+    EXPECT_FALSE(s.isHierarchy());
+    EXPECT_EQ(s.getLanguage(), SpiceLanguageHspice);
+}
+
+TEST(SpiceStream, HierarchyDirectiveIsSeenByTheLineItPrecedesAndClearedAfter)
+{
+    kvstrstream source("*#hierarchy\nX1 a b sub\nX2 c d sub\n");
+    SpiceStream s(source);
+    YString line;
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(s.isHierarchy());
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_FALSE(s.isHierarchy());
+}
+
+TEST(SpiceStream, NativeDirectiveSetsTheSeparator)
+{
+    struct Row {
+        const char* directive;
+        const char* separator;
+    } rows[] = {{"*#KALVONTA sep=.\n", "."},
+                {"*#kalvonta SEP=none\n", ""},
+                {"*#KALVONTA sep=ab\n", "$"},
+                {"*#KALVONTA sep=. sep=:\n", ":"},
+                {"*#KALVONTA\n", "$"},
+                {"*#OTHER sep=.\n", "$"}};
+    for (const Row& r : rows) {
+        std::string text = std::string(r.directive) + "R1 a b 1\n";
+        kvstrstream source(text.c_str());
+        SpiceStream s(source);
+        YString line;
+        ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+        EXPECT_STREQ(s.getSeparator(), r.separator) << r.directive;
+        EXPECT_EQ(s.getLanguage(), SpiceLanguageNative);
+    }
+}
+
+TEST(SpiceStream, EmptyAndCommentOnlyInputsYieldNoLine)
+{
+    EXPECT_TRUE(readText("").empty());
+    EXPECT_TRUE(readText("* one\n\n   \n; two\n*#HSPICE\n").empty());
+    kvstrstream source("");
+    SpiceStream s(source);
+    YString line("x");
+    EXPECT_FALSE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "");
+    EXPECT_EQ(s.eof(), 1);
+}
+
+TEST(SpiceStream, BraceExpressionsComeBackUnchangedOrWithParentheses)
+{
+    auto lines = readText("R1 a b {rval*2}\nR2 a b {x{y}z}\nR3 {unclosed\n");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].text, "R1 a b {rval*2}");
+    EXPECT_EQ(lines[1].text, "R2 a b {x(y)z}");
+    EXPECT_EQ(lines[2].text, "R3 ");
+}
+
+TEST(SpiceStream, EvaluateHookSubstitutes)
+{
+    struct Evaluating : SpiceStream {
+        using SpiceStream::SpiceStream;
+        bool evaluate(const char* expression, YString* result) override
+        {
+            *result = YString("<").concat(expression).concat(">");
+            return true;
+        }
+    };
+    kvstrstream source("R1 a b {2*{k}}\n");
+    Evaluating s(source);
+    YString line;
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 a b <2*(k)>");
+}
+
+TEST(SpiceStream, ByteFFEndsTheInput)
+{
+    auto lines = readText("R1 a b 1k\nR2 c\xFF" "d 2k\nR3 x\n");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].text, "R2 c");
+}
+
+TEST(SpiceStream, ControlBytesAreDroppedAndNonAsciiIsReported)
+{
+    kvstrstream source("R1 a\x01\x02 b \xC2\xB5" "1\n");
+    SpiceStream s(source);
+    YString line;
+    bool streamFlag = true, nonAscii = false;
+    ASSERT_TRUE(s.gets(&line, nullptr, &streamFlag, &nonAscii));
+    EXPECT_EQ(line, "R1 a b \xC2\xB5" "1");
+    EXPECT_TRUE(nonAscii);
+    EXPECT_FALSE(streamFlag);
+    EXPECT_EQ(s.getUtf8Encoding(), Utf8);
+}
+
+TEST(SpiceStream, InvalidUtf8IsReported)
+{
+    kvstrstream source("R1 caf\xE9 b\n");
+    SpiceStream s(source);
+    YString line;
+    s.gets(&line, nullptr, nullptr, nullptr);
+    EXPECT_EQ(s.getUtf8Encoding(), Invalid);
+    s.flushBuffer();
+    EXPECT_EQ(s.getUtf8Encoding(), Ascii);
+}
+
+TEST(SpiceStream, CountersAndRawBufferAfterEachLine)
+{
+    // Line ends: LF, CR LF, lone CR; a comment line and a continuation.
+    kvstrstream source("R1 a b 1\n* c\r\nR2 c d\r+ 2\nR3 e f 3");
+    SpiceStream s(source);
+    YString line;
+    int number = 0;
+
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 a b 1");
+    EXPECT_EQ(number, 1);
+    EXPECT_EQ(s.getLineCount(), 2);
+    EXPECT_EQ(s.getCharCount(), 15);
+    EXPECT_EQ(s.getLastAcceptedLineCount(), 1);
+    EXPECT_EQ(s.getLastAcceptedCharCount(), 9);
+    EXPECT_STREQ(s.getBuffer()->data(), "R1 a b 1\n* c\n");
+    s.flushBuffer();
+
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "R2 c d  2");
+    EXPECT_EQ(number, 3);
+    EXPECT_EQ(s.getLineCount(), 4);
+    EXPECT_EQ(s.getCharCount(), 26);
+    EXPECT_EQ(s.getLastAcceptedLineCount(), 4);
+    EXPECT_EQ(s.getLastAcceptedCharCount(), 25);
+    EXPECT_STREQ(s.getBuffer()->data(), "R2 c d\n+ 2\n");
+    s.flushBuffer();
+
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "R3 e f 3");
+    EXPECT_EQ(number, 5);
+    EXPECT_STREQ(s.getBuffer()->data(), "R3 e f 3");
+    EXPECT_EQ(s.getLastAcceptedCharCount(), 34);
+    EXPECT_EQ(s.getCharCount(), 34);
+    EXPECT_FALSE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(s.eof(), 1);
+}
+
+TEST(SpiceStream, ClearCountsKeepsTheLastAcceptedLineCount)
+{
+    kvstrstream source("R1 a b 1\nR2 c d 2\n");
+    SpiceStream s(source);
+    YString line;
+    s.gets(&line, nullptr, nullptr, nullptr);
+    int lastLine = s.getLastAcceptedLineCount();
+    s.clearCounts();
+    EXPECT_EQ(s.getLineCount(), 0);
+    EXPECT_EQ(s.getCharCount(), 0);
+    EXPECT_EQ(s.getLastAcceptedCharCount(), 0);
+    EXPECT_EQ(s.getLastAcceptedLineCount(), lastLine);
+    s.setLineCount(41);
+    int number = 0;
+    s.gets(&line, &number, nullptr, nullptr);
+    EXPECT_EQ(line, "R2 c d 2");
+    EXPECT_EQ(s.getLineCount(), 42);
+}
+
+TEST(SpiceStream, ReadTitleTakesTheFirstPhysicalLine)
+{
+    kvstrstream source("* My circuit\r\nR1 a b 1\n");
+    SpiceStream s(source);
+    s.readTitle();
+    EXPECT_STREQ(s.getBuffer()->data(), "* My circuit");
+    EXPECT_EQ(s.getLineCount(), 1);
+    EXPECT_EQ(s.getCharCount(), 13);
+    YString line;
+    int number = 0;
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 a b 1");
+    EXPECT_EQ(number, 2);
+}
+
+TEST(SpiceStream, LiteralModeReturnsPhysicalLines)
+{
+    kvstrstream source("* c\n\n+ x ; y\n");
+    SpiceStream s(source);
+    s.setLiteralMode(true);
+    YString line;
+    std::vector<std::string> lines;
+    while (s.gets(&line, nullptr, nullptr, nullptr))
+        lines.push_back(line.c_str());
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "* c");
+    EXPECT_EQ(lines[1], "");
+    EXPECT_EQ(lines[2], "+ x ; y");
+}
+
+TEST(SpiceStream, EmptyLineSuppressionInTheRawBuffer)
+{
+    kvstrstream a("R1 a b\n\n\nR2 c d\n");
+    SpiceStream suppressed(a);
+    YString line;
+    suppressed.gets(&line, nullptr, nullptr, nullptr);
+    EXPECT_STREQ(suppressed.getBuffer()->data(), "R1 a b\n");
+    kvstrstream b("R1 a b\n\n\nR2 c d\n");
+    SpiceStream kept(b);
+    kept.dontSuppressEmptyLines();
+    kept.gets(&line, nullptr, nullptr, nullptr);
+    EXPECT_STREQ(kept.getBuffer()->data(), "R1 a b\n\n\n");
+    kept.copyBuffer(YString("replaced"));
+    EXPECT_STREQ(kept.getBuffer()->data(), "replaced");
+}
+
+TEST_F(SpiceFile, WideFileReadsLikeItsUtf8TwinAndItsCopyIsDeleted)
+{
+    const std::string utf8 = "title\r\nR1 a b 1k\r\n+ 2k ; c\r\n* x\r\nC1 \xCE\xA9 0 1u\r\n";
+    writeFileBytes(path("u8.cir"), utf8);
+    SpiceStream a(path("u8.cir").c_str(), SpiceLanguageNative);
+    auto expected = readAll(a);
+    QString text = QString::fromUtf8(utf8.data(), static_cast<int>(utf8.size()));
+    struct Variant {
+        const char* name;
+        QByteArray bytes;
+    } variants[] = {
+        {"le-bom", QByteArray("\xFF\xFE", 2) + QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2)},
+        {"le", QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2)},
+        {"be-bom", QByteArray("\xFE\xFF", 2) + QTextCodec::codecForName("UTF-16BE")->fromUnicode(text)},
+    };
+    const QByteArray oldTmp = qgetenv("TMPDIR");
+    QDir().mkpath(QString::fromStdString(path("tmp")));
+    qputenv("TMPDIR", QByteArray::fromStdString(path("tmp")));
+    for (const Variant& v : variants) {
+        std::string file = path(std::string(v.name) + ".cir");
+        writeFileBytes(file, std::string(v.bytes.constData(), static_cast<size_t>(v.bytes.size())));
+        YString temp;
+        {
+            SpiceStream s(file.c_str(), SpiceLanguageNative);
+            auto got = readAll(s);
+            ASSERT_EQ(got.size(), expected.size()) << v.name;
+            for (size_t i = 0; i < got.size(); ++i) {
+                EXPECT_EQ(got[i].text, expected[i].text) << v.name;
+                EXPECT_EQ(got[i].number, expected[i].number) << v.name;
+            }
+            EXPECT_EQ(s.getSourceFile(), file.c_str());
+        }
+        // The temporary copy is gone with the stream.
+        EXPECT_TRUE(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).isEmpty()) << v.name;
+    }
+    qputenv("TMPDIR", oldTmp);
+}
+
+TEST_F(SpiceFile, MissingFileReadsAsEmpty)
+{
+    SpiceStream s(path("missing.cir").c_str(), SpiceLanguageNative);
+    YString line;
+    EXPECT_FALSE(s.gets(&line, nullptr, nullptr, nullptr));
+    SpiceStream n(nullptr, SpiceLanguageNative);
+    EXPECT_FALSE(n.gets(&line, nullptr, nullptr, nullptr));
+}
