@@ -15,16 +15,6 @@ UTF8Detect feed(std::initializer_list<unsigned> bytes)
     return d;
 }
 
-// Restores the locale codec after a test that changes it.
-class LocaleCodecGuard {
-public:
-    LocaleCodecGuard() : m_codec(QTextCodec::codecForLocale()) {}
-    ~LocaleCodecGuard() { QTextCodec::setCodecForLocale(m_codec); }
-
-private:
-    QTextCodec* m_codec;
-};
-
 } // namespace
 
 TEST(UTF8Detect, StartsAsciiBetweenSequences)

@@ -27,15 +27,6 @@ Verdict detect(const std::string& bytes)
         EXPECT_EQ(v.little, l) << "isLittleEndian";        \
     } while (0)
 
-class LocaleCodecGuard {
-public:
-    LocaleCodecGuard() : m_codec(QTextCodec::codecForLocale()) {}
-    ~LocaleCodecGuard() { QTextCodec::setCodecForLocale(m_codec); }
-
-private:
-    QTextCodec* m_codec;
-};
-
 std::string s(const char* bytes, size_t n) { return std::string(bytes, n); }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <QString>
+#include <QTextCodec>
 #include <string>
 
 /// The folder of the tests' data files.
@@ -16,6 +17,16 @@ std::string testDataPath(const std::string& relative);
 void writeFileBytes(const std::string& path, const std::string& bytes);
 /// Reads a whole file (empty when it cannot be read).
 std::string readFileBytes(const std::string& path);
+
+/// Restores the locale codec after a test that changes it.
+class LocaleCodecGuard {
+public:
+    LocaleCodecGuard() : m_codec(QTextCodec::codecForLocale()) {}
+    ~LocaleCodecGuard() { QTextCodec::setCodecForLocale(m_codec); }
+
+private:
+    QTextCodec* m_codec;
+};
 
 /// A fresh temporary directory per test, removed afterwards.
 class TempDirTest : public ::testing::Test {
