@@ -7,6 +7,10 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace {
 
 const char* const kLoadOrder[] = {
@@ -50,10 +54,24 @@ TEST(LoadTime, UnresolvedCommonSlotsThrowTheFatalError)
     expectUnresolved([] { SupportQtSlots::dyn_IdentifyBinary("x.exe"); }, "dyn_IdentifyBinary");
 }
 
-TEST(LoadTime, UnresolvedRunCommandDoesNothing)
+namespace {
+std::vector<std::pair<std::string, unsigned>> g_commands;
+void recordCommand(const char* command, unsigned hash) { g_commands.push_back({command, hash}); }
+} // namespace
+
+TEST(LoadTime, RunCommandReachesADefinitionOnlyWhileOneExists)
 {
-    SupportQtSlots::dyn_RunCommand("run_help /ne '1'", 1u);
-    SUCCEED();
+    g_commands.clear();
+    EXPECT_EQ(sp_FindDynFuncDef("dyn_RunCommand"), nullptr);
+    EXPECT_NO_THROW(SupportQtSlots::dyn_RunCommand("run_help /ne '1'", 1u));
+    {
+        RegisterDynFuncDef def("dyn_RunCommand", &recordCommand, "tests/LoadTimeTest", 1);
+        SupportQtSlots::dyn_RunCommand("run_help /ne '2'", 22u);
+    }
+    EXPECT_NO_THROW(SupportQtSlots::dyn_RunCommand("run_help /ne '3'", 3u));
+    ASSERT_EQ(g_commands.size(), 1u);
+    EXPECT_EQ(g_commands[0].first, "run_help /ne '2'");
+    EXPECT_EQ(g_commands[0].second, 22u);
 }
 
 TEST(LoadTime, OptionsAreDeclaredWithTheirDefaults)
