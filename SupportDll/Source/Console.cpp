@@ -24,9 +24,9 @@ Sink& sink()
     return *s;
 }
 
-std::string formatOne(const std::string& spec, const char* cformat, ...) SUPPORTDLL_PRINTF(2, 3);
+std::string formatOne(const char* cformat, ...) SUPPORTDLL_PRINTF(1, 2);
 
-std::string formatOne(const std::string&, const char* cformat, ...)
+std::string formatOne(const char* cformat, ...)
 {
     char small[512];
     va_list args;
@@ -149,7 +149,7 @@ YString sp_FormatArgs(const char* format, const PrintfArg* args, int count)
         case 'i':
             a = take();
             if (a)
-                out += formatOne(spec, (spec + "lld").c_str(), a->asSigned());
+                out += formatOne((spec + "lld").c_str(), a->asSigned());
             break;
         case 'u':
         case 'o':
@@ -157,12 +157,12 @@ YString sp_FormatArgs(const char* format, const PrintfArg* args, int count)
         case 'X':
             a = take();
             if (a)
-                out += formatOne(spec, (spec + "ll" + conversion).c_str(), a->asUnsigned());
+                out += formatOne((spec + "ll" + conversion).c_str(), a->asUnsigned());
             break;
         case 'c':
             a = take();
             if (a)
-                out += formatOne(spec, (spec + "c").c_str(), static_cast<int>(a->asSigned()));
+                out += formatOne((spec + "c").c_str(), static_cast<int>(a->asSigned()));
             break;
         case 'f':
         case 'F':
@@ -174,7 +174,7 @@ YString sp_FormatArgs(const char* format, const PrintfArg* args, int count)
         case 'A':
             a = take();
             if (a)
-                out += formatOne(spec, (spec + conversion).c_str(), a->asReal());
+                out += formatOne((spec + conversion).c_str(), a->asReal());
             break;
         case 's':
             a = take();
@@ -185,15 +185,15 @@ YString sp_FormatArgs(const char* format, const PrintfArg* args, int count)
                 case PrintfArg::Signed: text = std::to_string(a->asSigned()); break;
                 case PrintfArg::Unsigned: text = std::to_string(a->asUnsigned()); break;
                 case PrintfArg::Real: text = sp_RealToShortestText(a->asReal()).str(); break;
-                case PrintfArg::Pointer: text = formatOne("%p", "%p", a->asPointer()); break;
+                case PrintfArg::Pointer: text = formatOne("%p", a->asPointer()); break;
                 }
-                out += formatOne(spec, (spec + "s").c_str(), text.c_str());
+                out += formatOne((spec + "s").c_str(), text.c_str());
             }
             break;
         case 'p':
             a = take();
             if (a)
-                out += formatOne(spec, (spec + "p").c_str(), a->asPointer());
+                out += formatOne((spec + "p").c_str(), a->asPointer());
             break;
         case 'n':
             take(); // never written through

@@ -144,7 +144,6 @@ double sp_ConvertEngToReal(const char* text, char** end)
             number.push_back('-');
         ++p;
     }
-    const char* digitsStart = p;
     bool anyDigit = false;
     while (isDigit(*p)) {
         number.push_back(*p++);
@@ -157,10 +156,8 @@ double sp_ConvertEngToReal(const char* text, char** end)
             anyDigit = true;
         }
     }
-    if (!anyDigit) {
-        (void)digitsStart;
+    if (!anyDigit)
         return 0.0;
-    }
     long long exponent = 0;
     if ((*p == 'e' || *p == 'E') && (isDigit(p[1]) || ((p[1] == '+' || p[1] == '-') && isDigit(p[2])))) {
         ++p;
