@@ -48,6 +48,9 @@ private:
     int machine();
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
+    bool readLineInBulk();
+    void replayInBulk();
+    const char* bulkEnd() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 
     int m_state = Start;

@@ -73,6 +73,10 @@ private:
 
     int readRaw();
     int getLogical();
+    bool canReadInBulk() const;
+    void skipCommentInBulk(bool keep);
+    bool readLineInBulk();
+    size_t copyPlainRun(const char* p, const char* end, char icc);
     void accept(int c);
     void recordLastAccepted();
     void newlineToRaw();

@@ -4,6 +4,7 @@
 #include "NetlistFilter_p.h"
 #include "TextFile.h"
 
+#include <cstddef>
 #include <cstring>
 
 NewSpiceStream::NewSpiceStream(const char* fileName)
@@ -103,13 +104,88 @@ void NewSpiceStream::fillOutputLitBuffer()
     int n = static_cast<int>(lastLf - unread) + 1;
     m_litBuffer.append(unread, n);
     m_litCharCount += n;
-    for (int i = 0; i < n; ++i)
-        m_litQueue.pop();
+    m_litQueue.discard(n);
+}
+
+// The end of the buffered bytes that may be read straight from the buffer, or null when none may: not
+// with a pending character, at the end, in a base64 section, nor past the character limit (the byte
+// that crosses it ends the input).
+const char* NewSpiceStream::bulkEnd() const
+{
+    if (m_pendingChar != -1 || m_atEnd || getFlag())
+        return nullptr;
+    const long long room = static_cast<long long>(m_charLimit) - m_charCount;
+    if (room <= 0)
+        return nullptr;
+    const char* end = bufferEnd();
+    return end - bufferBegin() > room ? bufferBegin() + room : end;
+}
+
+// Replays gathered comment text from the look-ahead queue into the line up to its next line end,
+// comment character or end mark, as the Replay state does one character at a time.
+void NewSpiceStream::replayInBulk()
+{
+    const char* text = m_lookahead.unread();
+    int n = 0;
+    const int count = m_lookahead.count();
+    while (n < count && text[n] != '\n' && text[n] != m_commentChar && text[n] != '\xFF')
+        ++n;
+    m_lineBuffer.append(text, n);
+    m_lookahead.discard(n);
+    if (m_lookahead.isEmpty())
+        m_state = InLine;
+}
+
+// Reads as much of the current line as the buffer allows in bulk, with exactly the effects of reading
+// it character by character: a run of printable ASCII up to the comment character, and a line end
+// followed by a line that plainly starts the next logical line. True when the logical line is complete
+// (the next line's first byte is then read and waiting in the look-ahead queue).
+bool NewSpiceStream::readLineInBulk()
+{
+    if (m_state == Replay)
+        replayInBulk();
+    if (m_state != InLine || !m_lookahead.isEmpty())
+        return false;
+    const char* end = bulkEnd();
+    if (!end)
+        return false;
+    const char* p = bufferBegin();
+    const size_t n = netlist::plainRun(p, end, m_commentChar, m_commentChar);
+    if (n > 0) {
+        m_lineBuffer.append(p, static_cast<int>(n));
+        m_litQueue.append(p, static_cast<int>(n));
+        m_charCount += static_cast<int>(n);
+        p += n;
+    }
+    const size_t eol = netlist::lineEndAt(p, end);
+    if (eol == 0 || end - p <= static_cast<std::ptrdiff_t>(eol)
+        || !netlist::startsPlainLine(static_cast<unsigned char>(p[eol]), m_commentChar)) {
+        advance(n);
+        return false;
+    }
+    const char first = p[eol];
+    m_charCount += static_cast<int>(eol) + 1;
+    ++m_lineCount;
+    m_litQueue.add('\n');
+    fillOutputLitBuffer();
+    m_litQueue.add(first);
+    m_lookahead.add(first);
+    m_state = InLine;
+    advance(n + eol + 1);
+    return true;
 }
 
 void NewSpiceStream::readRestOfLineIntoLookahead()
 {
     for (;;) {
+        // Printable text goes to both queues in one step; the rest takes the character source.
+        if (const char* end = bulkEnd()) {
+            const size_t n = netlist::plainRun(bufferBegin(), end, '\n', '\n');
+            m_litQueue.append(bufferBegin(), static_cast<int>(n));
+            m_lookahead.append(bufferBegin(), static_cast<int>(n));
+            m_charCount += static_cast<int>(n);
+            advance(n);
+        }
         int c = getChar();
         m_lookahead.add(asQueued(c));
         if (c == 10 || c == -1)
@@ -248,6 +324,8 @@ int NewSpiceStream::readLine(int* lineNumber)
         if (c == 10)
             return 0;
         m_lineBuffer.add(static_cast<char>(c));
+        if ((m_state == InLine || m_state == Replay) && readLineInBulk())
+            return 0;
     }
 }
 
@@ -257,6 +335,6 @@ bool NewSpiceStream::gets(YString* line, int* lineNumber)
         line->clear();
     int result = readLine(lineNumber);
     if (line)
-        *line = YString(m_lineBuffer.data(), m_lineBuffer.length());
+        line->append(m_lineBuffer.data(), m_lineBuffer.length());
     return result != 2;
 }

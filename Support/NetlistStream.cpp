@@ -5,9 +5,18 @@
 #include "TextFile.h"
 #include "TextServices.h"
 
+#include <cstddef>
+#include <string>
+
+
 int SpiceStream::dummyLineNum = 0;
 
 namespace {
+using netlist::isPrintable;
+using netlist::lineEndAt;
+using netlist::plainRun;
+using netlist::startsPlainLine;
+
 const int kMaxDirectiveText = 198;
 }
 
@@ -138,10 +147,176 @@ void SpiceStream::newlineToRaw()
         m_rawBuffer.add('\n');
 }
 
+// True when the next bytes can be taken straight from the stream's buffer: nothing handed back or
+// pending, no base64 section open, and the UTF-8 detector between sequences (so ASCII leaves it as is).
+bool SpiceStream::canReadInBulk() const
+{
+    const int detectorState = m_utf8Detect.getState();
+    return m_pushback == -1 && m_pendingChar == -1 && !getFlag() && (detectorState == 1 || detectorState == 99);
+}
+
+// Skips the printable bytes of a comment directly in the buffer; `keep` also appends them to the raw
+// buffer.
+void SpiceStream::skipCommentInBulk(bool keep)
+{
+    if (!canReadInBulk())
+        return;
+    const char* begin = bufferBegin();
+    const size_t n = plainRun(begin, bufferEnd(), '\n', '\n');
+    if (n == 0)
+        return;
+    if (keep)
+        m_rawBuffer.append(begin, static_cast<int>(n));
+    m_charCount += static_cast<int>(n);
+    advance(n);
+}
+
+// Copies the run of plain line text at `p` (printable ASCII but the inline comment character and "{")
+// into both the raw and the line buffer; returns its length. The scan and the copy are one pass.
+size_t SpiceStream::copyPlainRun(const char* p, const char* end, char icc)
+{
+    const char* q = p;
+    for (;;) {
+#if defined(__SSE2__) || defined(_M_X64)
+        const __m128i low = _mm_set1_epi8(31);
+        const __m128i high = _mm_set1_epi8(127);
+        const __m128i comment = _mm_set1_epi8(icc);
+        const __m128i brace = _mm_set1_epi8('{');
+        while (end - q >= 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+            const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, comment), _mm_cmpeq_epi8(v, brace));
+            const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
+            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
+            // All sixteen bytes are stored; only the plain ones are taken into the buffers.
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(m_rawBuffer.reserveTail(16)), v);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(m_lineBuffer.reserveTail(16)), v);
+            const int taken = mask == 0xFFFFu ? 16 : netlist::lowestBit(~mask & 0xFFFFu);
+            m_rawBuffer.expand(taken);
+            m_lineBuffer.expand(taken);
+            q += taken;
+            if (taken < 16)
+                break;
+        }
+#endif
+        if (q >= end)
+            break;
+        const unsigned char c = static_cast<unsigned char>(*q);
+        if (!isPrintable(c) || c == static_cast<unsigned char>(icc) || c == '{')
+            break;
+        m_rawBuffer.add(static_cast<char>(c));
+        m_lineBuffer.add(static_cast<char>(c));
+        ++q;
+    }
+    return static_cast<size_t>(q - p);
+}
+
+// Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
+// reading it character by character: runs of plain text, ";" comments, line ends, blank lines, "*"
+// comment lines between a line and its continuation, and "+" continuations (the "+" becomes a space in
+// the line). Stops, with the state up to date, at anything else (brace expressions, directives, bytes
+// that are not printable ASCII, the buffer's end). True when the logical line is complete: the first
+// byte of the next line has been read and handed back.
+bool SpiceStream::readLineInBulk()
+{
+    if (!canReadInBulk())
+        return false;
+    const char icc = getInlineCommentChar();
+    const char* p = bufferBegin();
+    const char* const end = bufferEnd();
+    bool complete = false;
+    for (;;) {
+        if (m_state == InLine) {
+            const size_t n = copyPlainRun(p, end, icc);
+            if (n > 0) {
+                m_charCount += static_cast<int>(n);
+                p += n;
+                recordLastAccepted();
+            }
+            if (p < end && *p == icc) {
+                // An inline comment: the comment character and the comment's text go to the raw buffer.
+                m_rawBuffer.add(icc);
+                ++m_charCount;
+                ++p;
+                m_state = InlineComment;
+                continue;
+            }
+            const size_t eol = lineEndAt(p, end);
+            if (eol == 0)
+                break;
+            m_charCount += static_cast<int>(eol);
+            ++m_lineCount;
+            p += eol;
+            recordLastAccepted();
+            newlineToRaw();
+            m_state = AfterNewline;
+        } else if (m_state == InlineComment) {
+            const size_t n = plainRun(p, end, '\n', '\n');
+            m_rawBuffer.append(p, static_cast<int>(n));
+            m_charCount += static_cast<int>(n);
+            p += n;
+            const size_t eol = lineEndAt(p, end);
+            if (eol == 0)
+                break;
+            m_charCount += static_cast<int>(eol);
+            ++m_lineCount;
+            p += eol;
+            newlineToRaw();
+            m_state = AfterNewline;
+        } else if (m_state == AfterNewline) {
+            if (p >= end)
+                break;
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if (const size_t eol = lineEndAt(p, end)) {
+                m_charCount += static_cast<int>(eol);
+                ++m_lineCount;
+                p += eol;
+                newlineToRaw();
+            } else if (c == ' ' || c == '\t') {
+                ++m_charCount;
+                ++p;
+            } else if (c == '+') {
+                m_rawBuffer.add('+');
+                m_lineBuffer.add(' ');
+                ++m_charCount;
+                ++p;
+                m_state = InLine;
+            } else if (c == '*' || c == static_cast<unsigned char>(icc)) {
+                // A comment line: the character after the comment character is read at once (the
+                // directive check); a "#" after "*" is a directive and takes the per-character path.
+                if (end - p < 2)
+                    break;
+                const unsigned char after = static_cast<unsigned char>(p[1]);
+                if (!isPrintable(after) || (c == '*' && after == '#'))
+                    break;
+                m_rawBuffer.add(static_cast<char>(c));
+                m_rawBuffer.add(static_cast<char>(after));
+                m_charCount += 2;
+                p += 2;
+                m_state = InlineComment;
+            } else if (startsPlainLine(c, icc)) {
+                ++m_charCount;
+                ++p;
+                m_pushback = c;
+                m_state = InLine;
+                complete = true;
+                break;
+            } else {
+                break;
+            }
+        } else {
+            break;
+        }
+    }
+    advance(static_cast<size_t>(p - bufferBegin()));
+    return complete;
+}
+
 int SpiceStream::getLogical()
 {
     const int icc = getInlineCommentChar();
     for (;;) {
+        if (m_state == CommentLine || m_state == InlineComment)
+            skipCommentInBulk(m_state == InlineComment);
         int c = readRaw();
         switch (m_state) {
         case LineStart:
@@ -345,8 +520,21 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
     *streamFlag = false;
     *nonAscii = false;
     int depth = 0;
-    Buf expression(64);
+    std::string expression;
     bool first = true;
+    if (m_state == InLine && !m_literalMode && m_pushback != -1 && m_pushback != '{' && !getFlag()
+        && startsPlainLine(static_cast<unsigned char>(m_pushback), getInlineCommentChar())) {
+        // The common start of a line: its first character was handed back when the previous line ended.
+        // Accepting it here is what the state machine would do with it.
+        const char c = static_cast<char>(m_pushback);
+        m_pushback = -1;
+        accept(c);
+        *lineNumber = m_lineCount + 1;
+        first = false;
+        m_lineBuffer.add(c);
+        if (readLineInBulk())
+            return 0;
+    }
     for (int c = get(m_literalMode); c != -1; c = get(m_literalMode)) {
         if (c > 127)
             *nonAscii = true;
@@ -359,29 +547,32 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
         if (getFlag())
             *streamFlag = true;
         if (depth == 0) {
-            if (c == '{')
+            if (c == '{') {
                 depth = 1;
-            else
+            } else {
                 m_lineBuffer.add(static_cast<char>(c));
+                if (m_state == InLine && !m_literalMode && readLineInBulk())
+                    return 0;
+            }
         } else if (c == '{') {
-            expression.add('(');
+            expression += '(';
             ++depth;
         } else if (c == '}' && depth > 1) {
-            expression.add(')');
+            expression += ')';
             --depth;
         } else if (c == '}') {
             YString result;
-            if (evaluate(expression.data(), &result)) {
+            if (evaluate(expression.c_str(), &result)) {
                 m_lineBuffer.append(result.c_str(), result.length());
             } else {
                 m_lineBuffer.add('{');
-                m_lineBuffer.append(expression.data(), expression.length());
+                m_lineBuffer.append(expression.data(), static_cast<int>(expression.size()));
                 m_lineBuffer.add('}');
             }
-            expression.flush();
+            expression.clear();
             depth = 0;
         } else {
-            expression.add(static_cast<char>(c));
+            expression += static_cast<char>(c);
         }
     }
     return m_lineBuffer.isEmpty() ? 2 : 0;
@@ -396,6 +587,6 @@ bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* n
     int result = assembleLine(lineNumber ? lineNumber : &dummyLineNum, streamFlag ? streamFlag : &flagSink,
                               nonAscii ? nonAscii : &asciiSink);
     if (line)
-        *line = YString(m_lineBuffer.data(), m_lineBuffer.length());
+        line->append(m_lineBuffer.data(), m_lineBuffer.length());
     return result != 2;
 }

@@ -4,6 +4,7 @@
 #include "SupportDllExport.h"
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 
 class TempString;
@@ -116,7 +117,30 @@ public:
     }
     /// Appends a NUL-terminated text (null appends nothing).
     void append(const char* text);
-    void append(const char* data, int length);
+    void append(const char* data, int length)
+    {
+        if (data && length > 0 && length < m_capacity - m_length) {
+            std::memcpy(m_data + m_length, data, static_cast<size_t>(length));
+            m_length += length;
+            m_data[m_length] = '\0';
+        } else {
+            appendGrowing(data, length);
+        }
+    }
+    /// Room for at least `length` more bytes at the end (the terminating NUL not counted in): write up
+    /// to `length` bytes at the returned pointer, then `expand` by the number written.
+    char* reserveTail(int length)
+    {
+        if (length >= m_capacity - m_length)
+            grow(m_length + length + 1);
+        return m_data + m_length;
+    }
+    /// Takes `length` bytes written after `reserveTail` into the buffer.
+    void expand(int length)
+    {
+        m_length += length;
+        m_data[m_length] = '\0';
+    }
     /// Empties the buffer without releasing its memory.
     void flush() { m_length = 0; m_data[0] = '\0'; }
     /// Shortens to `length` bytes when it is shorter than the current length.
@@ -132,6 +156,7 @@ public:
 
 private:
     void grow(int needed);
+    void appendGrowing(const char* data, int length);
 
     char* m_data = nullptr;
     int m_length = 0;
@@ -146,9 +171,18 @@ public:
     CharQueue& operator=(const CharQueue& other);
     ~CharQueue();
 
-    void add(char c);
+    void add(char c)
+    {
+        if (m_write + 1 >= m_capacity)
+            reserve(1);
+        m_data[m_write++] = c;
+        m_data[m_write] = '\0';
+    }
+    void append(const char* data, int length);
     /// The next byte (0 to 255), or -1 when the queue is empty.
     int pop();
+    /// Removes the next `n` bytes (all of them when fewer are queued).
+    void discard(int n);
     /// The next byte without removing it, or -1.
     int peek() const { return m_read < m_write ? static_cast<unsigned char>(m_data[m_read]) : -1; }
     void flush() { m_read = m_write = 0; m_data[0] = '\0'; }
@@ -158,6 +192,8 @@ public:
     const char* unread() const { return m_data + m_read; }
 
 private:
+    void reserve(int extra);
+
     char* m_data = nullptr;
     int m_read = 0;
     int m_write = 0;

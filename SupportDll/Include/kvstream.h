@@ -105,7 +105,9 @@ public:
 class SUPPORTDLL_API kvstrstream : public kvstream {
 public:
     explicit kvstrstream(const char* text = "");
-    kvstrstream(const char* data, size_t length);
+    /// With a `chunkSize`, the text is delivered at most that many bytes per refill, as from a pipe or a
+    /// slow device (readers then meet every buffer boundary); 0 delivers it whole.
+    kvstrstream(const char* data, size_t length, size_t chunkSize = 0);
     ~kvstrstream() override;
     /// Everything written or given so far.
     YString str() const;

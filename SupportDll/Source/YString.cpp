@@ -300,7 +300,7 @@ void Buf::append(const char* text)
         append(text, static_cast<int>(std::strlen(text)));
 }
 
-void Buf::append(const char* data, int length)
+void Buf::appendGrowing(const char* data, int length)
 {
     if (!data || length <= 0)
         return;
@@ -346,25 +346,47 @@ CharQueue& CharQueue::operator=(const CharQueue& other)
 
 CharQueue::~CharQueue() { std::free(m_data); }
 
-void CharQueue::add(char c)
+// Makes room for `extra` more bytes and the terminating NUL.
+void CharQueue::reserve(int extra)
 {
-    if (m_write + 1 >= m_capacity) {
-        if (m_read > 0) {
-            // Slide the unread part to the front before growing.
-            std::memmove(m_data, m_data + m_read, static_cast<size_t>(m_write - m_read));
-            m_write -= m_read;
-            m_read = 0;
-        }
-        if (m_write + 1 >= m_capacity) {
-            char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(m_capacity) * 2));
-            if (!p)
-                throw std::bad_alloc();
-            m_data = p;
-            m_capacity *= 2;
-        }
+    if (m_write + extra < m_capacity)
+        return;
+    if (m_read > 0) {
+        // Slide the unread part to the front before growing.
+        std::memmove(m_data, m_data + m_read, static_cast<size_t>(m_write - m_read));
+        m_write -= m_read;
+        m_read = 0;
     }
-    m_data[m_write++] = c;
+    long long capacity = m_capacity;
+    while (m_write + extra >= capacity)
+        capacity *= 2;
+    if (capacity != m_capacity) {
+        if (capacity > 0x7fffffffLL)
+            throw std::bad_alloc();
+        char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(capacity)));
+        if (!p)
+            throw std::bad_alloc();
+        m_data = p;
+        m_capacity = static_cast<int>(capacity);
+    }
+}
+
+void CharQueue::append(const char* data, int length)
+{
+    if (length <= 0)
+        return;
+    reserve(length);
+    std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
+    m_write += length;
     m_data[m_write] = '\0';
+}
+
+void CharQueue::discard(int n)
+{
+    if (n >= m_write - m_read)
+        flush();
+    else if (n > 0)
+        m_read += n;
 }
 
 int CharQueue::pop()

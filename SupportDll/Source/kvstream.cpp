@@ -71,12 +71,17 @@ private:
 
 class MemorySource : public kvstreamSource {
 public:
-    MemorySource(const char* data, size_t length) : m_text(data ? data : "", data ? length : 0) {}
+    MemorySource(const char* data, size_t length, size_t chunkSize)
+        : m_text(data ? data : "", data ? length : 0), m_chunkSize(chunkSize == 0 ? static_cast<size_t>(-1) : chunkSize)
+    {
+    }
     size_t fill(const char** data) override
     {
         size_t n = m_text.size() - m_position;
+        if (n > m_chunkSize)
+            n = m_chunkSize;
         *data = m_text.data() + m_position;
-        m_position = m_text.size();
+        m_position += n;
         return n;
     }
     bool seek(long long offset) override
@@ -96,6 +101,7 @@ public:
 
 private:
     std::string m_text;
+    size_t m_chunkSize;
     size_t m_position = 0;
 };
 
@@ -288,9 +294,9 @@ kvfstream::~kvfstream() = default;
 
 kvstrstream::kvstrstream(const char* text) : kvstrstream(text, text ? std::strlen(text) : 0) {}
 
-kvstrstream::kvstrstream(const char* data, size_t length)
+kvstrstream::kvstrstream(const char* data, size_t length, size_t chunkSize)
 {
-    attach(new MemorySource(data, length));
+    attach(new MemorySource(data, length, chunkSize));
 }
 
 kvstrstream::~kvstrstream() = default;

@@ -1,0 +1,137 @@
+// NetlistBench.cpp - timings of the netlist readers and text-file loading on generated inputs.
+// The inputs come from scripts/benchdata.py; the folder is named by SUPPORTQT_BENCH_DATA.
+#include "LibraryStream.h"
+#include "LiteralNetlistStream.h"
+#include "NetlistStream.h"
+#include "TextFile.h"
+
+#include <QString>
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+std::string dataFile(const char* name)
+{
+    const char* folder = std::getenv("SUPPORTQT_BENCH_DATA");
+    return std::string(folder ? folder : ".") + "/" + name;
+}
+
+bool exists(const std::string& path)
+{
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (f)
+        std::fclose(f);
+    return f != nullptr;
+}
+
+void readSpice(benchmark::State& state, const char* name)
+{
+    const std::string path = dataFile(name);
+    if (!exists(path)) {
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    long long lines = 0;
+    for (auto _ : state) {
+        SpiceStream in(path.c_str(), SpiceLanguageNative);
+        YString line;
+        int number = 0;
+        bool flag = false, nonAscii = false;
+        while (in.gets(&line, &number, &flag, &nonAscii)) {
+            in.flushBuffer();
+            ++lines;
+        }
+        benchmark::DoNotOptimize(lines);
+    }
+    state.counters["lines"] = static_cast<double>(lines) / static_cast<double>(state.iterations());
+}
+
+void readLiteral(benchmark::State& state, const char* name)
+{
+    const std::string path = dataFile(name);
+    if (!exists(path)) {
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    long long lines = 0;
+    for (auto _ : state) {
+        NewSpiceStream in(path.c_str());
+        YString line;
+        int number = 0;
+        while (in.gets(&line, &number)) {
+            in.flushLitBuffer();
+            ++lines;
+        }
+        benchmark::DoNotOptimize(lines);
+    }
+    state.counters["lines"] = static_cast<double>(lines) / static_cast<double>(state.iterations());
+}
+
+void BM_SpiceStreamLf(benchmark::State& state) { readSpice(state, "netlist_lf.cir"); }
+void BM_SpiceStreamCrLf(benchmark::State& state) { readSpice(state, "netlist_crlf.cir"); }
+void BM_NewSpiceStreamLf(benchmark::State& state) { readLiteral(state, "netlist_lf.cir"); }
+void BM_NewSpiceStreamCrLf(benchmark::State& state) { readLiteral(state, "netlist_crlf.cir"); }
+
+void BM_LoadFileUtf16(benchmark::State& state)
+{
+    const std::string path = dataFile("netlist_utf16.cir");
+    if (!exists(path)) {
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    for (auto _ : state) {
+        bool ok = false;
+        QString text = sp_LoadFile(QString::fromStdString(path), "auto", &ok);
+        if (!ok)
+            state.SkipWithError("could not load the input");
+        benchmark::DoNotOptimize(text.size());
+    }
+}
+
+// Reads the one definition described by library.loc out of `fileName` (whole file when it is single.lib).
+void readDefinition(benchmark::State& state, bool wholeLibrary)
+{
+    const std::string library = dataFile("library.lib");
+    const std::string single = dataFile("single.lib");
+    FILE* loc = std::fopen(dataFile("library.loc").c_str(), "r");
+    int start = 0, end = 0, lineOffset = 0;
+    if (!loc || std::fscanf(loc, "%d %d %d", &start, &end, &lineOffset) != 3) {
+        if (loc)
+            std::fclose(loc);
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    std::fclose(loc);
+    SymbolLoc where;
+    where.fileName = (wholeLibrary ? library : single).c_str();
+    where.start = wholeLibrary ? start : 0;
+    where.end = wholeLibrary ? end : end - start;
+    where.lineOffset = wholeLibrary ? lineOffset : 0;
+    long long lines = 0;
+    for (auto _ : state) {
+        LibraryStream in(where, "renamed");
+        YString line;
+        int number = 0;
+        while (in.gets(&line, &number))
+            ++lines;
+        benchmark::DoNotOptimize(lines);
+    }
+    state.counters["lines"] = static_cast<double>(lines) / static_cast<double>(state.iterations());
+}
+
+void BM_LibraryStreamInLibrary(benchmark::State& state) { readDefinition(state, true); }
+void BM_LibraryStreamAlone(benchmark::State& state) { readDefinition(state, false); }
+
+} // namespace
+
+BENCHMARK(BM_SpiceStreamLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
+BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);

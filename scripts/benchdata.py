@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Writes the benchmark inputs into a folder, deterministically (a fixed seed).
+
+Files: netlist_lf.cir and netlist_crlf.cir (64 MiB each: element lines, about 10% "*" comment lines,
+10% "+" continuation lines, some ";" comments and blank lines), netlist_utf16.cir (the CR LF netlist's
+first 32 MiB as UTF-16 LE with a byte-order mark, 64 MiB), library.lib (a 50 MiB model library whose
+last definition is the one read), single.lib (that definition alone) and library.loc (the definition's
+start, end and first line number in library.lib).
+"""
+import os
+import random
+import sys
+
+MIB = 1024 * 1024
+
+
+def netlist_lines(rng):
+    nodes = ["n%d" % i for i in range(200)] + ["0", "vdd", "vss", "out", "in"]
+    values = ["1k", "4.7k", "10u", "2.2n", "100", "1e-9", "0.5", "12MEG", "33p"]
+    while True:
+        r = rng.random()
+        a, b, c, d = rng.choice(nodes), rng.choice(nodes), rng.choice(nodes), rng.choice(nodes)
+        if r < 0.10:
+            yield "* comment about stage %d: bias %s and load %s" % (rng.randrange(1000), rng.choice(values),
+                                                                    rng.choice(values))
+        elif r < 0.20:
+            yield "+ W=%du L=%.2fu AD=%dp PD=%du" % (rng.randrange(1, 50), rng.random(), rng.randrange(99),
+                                                   rng.randrange(99))
+        elif r < 0.23:
+            yield ""
+        elif r < 0.30:
+            yield "R%d %s %s %s ; trimmed by hand" % (rng.randrange(100000), a, b, rng.choice(values))
+        elif r < 0.55:
+            yield "M%d %s %s %s %s nch W=%du L=0.18u" % (rng.randrange(100000), a, b, c, d, rng.randrange(1, 90))
+        elif r < 0.75:
+            yield "C%d %s %s %s IC=0" % (rng.randrange(100000), a, b, rng.choice(values))
+        else:
+            yield "X%d %s %s %s opamp_v2 gain=%s" % (rng.randrange(100000), a, b, c, rng.choice(values))
+
+
+def write_netlist(path, size, line_end, seed):
+    rng = random.Random(seed)
+    written = 0
+    with open(path, "wb") as out:
+        chunk = []
+        chunk_size = 0
+        for line in netlist_lines(rng):
+            data = (line + line_end).encode("ascii")
+            chunk.append(data)
+            chunk_size += len(data)
+            if chunk_size >= MIB:
+                out.write(b"".join(chunk))
+                written += chunk_size
+                chunk, chunk_size = [], 0
+                if written >= size:
+                    break
+
+
+def write_library(path, single_path, loc_path, size, seed):
+    rng = random.Random(seed)
+    parts = ["* model library for benchmarks\n"]
+    total = len(parts[0])
+    n = 0
+    while total < size:
+        n += 1
+        if n % 3:
+            text = ".model nch%d nmos (level=54 vth0=%.3f tox=%.2fn\n+ u0=%d k1=%.3f)\n" % (
+                n, rng.random(), rng.random() * 5, rng.randrange(100, 600), rng.random())
+        else:
+            body = "".join("M%d d g s b nch%d W=%du L=1u\n" % (k, n - 1, k + 1) for k in range(6))
+            text = ".subckt cell%d d g s b\n%s.ends cell%d\n" % (n, body, n)
+        parts.append(text)
+        total += len(text)
+    lines_before = sum(p.count("\n") for p in parts)
+    last = ".subckt target d g s b\n" + "".join(
+        "M%d d g s b nch1 W=%du L=1u\n+ AD=1p PD=1u\n" % (k, k + 1) for k in range(40)) + ".ends target\n"
+    data = "".join(parts).encode("ascii")
+    start = len(data)
+    with open(path, "wb") as out:
+        out.write(data)
+        out.write(last.encode("ascii"))
+    with open(single_path, "wb") as out:
+        out.write(last.encode("ascii"))
+    with open(loc_path, "w") as out:
+        out.write("%d %d %d\n" % (start, start + len(last), lines_before))
+
+
+def main():
+    folder = sys.argv[1]
+    os.makedirs(folder, exist_ok=True)
+    stamp = os.path.join(folder, "complete.v1")
+    if os.path.exists(stamp):
+        return
+    write_netlist(os.path.join(folder, "netlist_lf.cir"), 64 * MIB, "\n", 1)
+    write_netlist(os.path.join(folder, "netlist_crlf.cir"), 64 * MIB, "\r\n", 1)
+    with open(os.path.join(folder, "netlist_crlf.cir"), "rb") as f:
+        text = f.read(32 * MIB)
+    text = text[: text.rfind(b"\n") + 1]
+    with open(os.path.join(folder, "netlist_utf16.cir"), "wb") as out:
+        out.write(b"\xff\xfe" + text.decode("ascii").encode("utf-16-le"))
+    write_library(os.path.join(folder, "library.lib"), os.path.join(folder, "single.lib"),
+                  os.path.join(folder, "library.loc"), 50 * MIB, 2)
+    # The 1 GiB input of the memory case is the LF netlist sixteen times over.
+    with open(os.path.join(folder, "netlist_lf.cir"), "rb") as f:
+        block = f.read()
+    with open(os.path.join(folder, "netlist_1g.cir"), "wb") as out:
+        for _ in range(16):
+            out.write(block)
+    open(stamp, "w").close()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""Runs the benchmark programs and the reference commands on the same inputs in the same run, and
+prints one table: case, our time, reference time, ratio, goal, met or not.
+
+Usage: benchtable.py BUILD_DIR DATA_DIR
+Each row of CASES names a Google Benchmark (program, benchmark name) and a reference: either a shell
+command timed here (best of several runs) or another benchmark. Memory rows run a program and read
+its peak resident memory from wait4.
+"""
+import json
+import os
+import subprocess
+import sys
+import time
+
+# (case, (program, benchmark), reference, goal ratio); reference is ("cmd", shell text with {data})
+# or ("bench", program, benchmark).
+CASES = [
+    ("SpiceStream::gets, 64 MiB LF", ("supportqt_bench_netlist", "BM_SpiceStreamLf"),
+     ("cmd", "wc -l {data}/netlist_lf.cir"), 8.0),
+    ("SpiceStream::gets, 64 MiB CR LF", ("supportqt_bench_netlist", "BM_SpiceStreamCrLf"),
+     ("cmd", "wc -l {data}/netlist_crlf.cir"), 8.0),
+    ("NewSpiceStream::gets, 64 MiB LF", ("supportqt_bench_netlist", "BM_NewSpiceStreamLf"),
+     ("cmd", "wc -l {data}/netlist_lf.cir"), 10.0),
+    ("NewSpiceStream::gets, 64 MiB CR LF", ("supportqt_bench_netlist", "BM_NewSpiceStreamCrLf"),
+     ("cmd", "wc -l {data}/netlist_crlf.cir"), 10.0),
+    ("sp_LoadFile, 64 MiB UTF-16 LE CR LF", ("supportqt_bench_netlist", "BM_LoadFileUtf16"),
+     ("cmd", "iconv -f UTF-16 -t UTF-8 {data}/netlist_utf16.cir | tr -d '\\r'"), 2.0),
+    ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
+     ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
+]
+
+# (case, program, argument, limit in MiB)
+MEMORY_CASES = [
+    ("SpiceStream, 1 GiB netlist, peak RSS", "supportqt_bench_memory", "{data}/netlist_1g.cir", 32.0),
+]
+
+SCALE = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+
+
+def run_benchmarks(bin_dir, program, names, data):
+    out = subprocess.run([os.path.join(bin_dir, program), "--benchmark_format=json", "--benchmark_repetitions=5",
+                          "--benchmark_filter=^(" + "|".join(names) + ")(/|$)"],
+                         env=dict(os.environ, SUPPORTQT_BENCH_DATA=data),
+                         check=True, stdout=subprocess.PIPE).stdout
+    result = {}
+    for b in json.loads(out)["benchmarks"]:
+        if b.get("error_occurred"):
+            raise SystemExit("%s: %s" % (b["name"], b.get("error_message")))
+        if b.get("run_type") == "aggregate":
+            continue
+        # The best repetition, as for the reference commands.
+        name = b["name"].split("/")[0]
+        seconds = b["real_time"] * SCALE[b["time_unit"]]
+        result[name] = min(seconds, result.get(name, seconds))
+    return result
+
+
+def time_command(command, runs=10):
+    best = None
+    for _ in range(runs):
+        start = time.perf_counter()
+        subprocess.run(command, shell=True, check=True, stdout=subprocess.DEVNULL)
+        elapsed = time.perf_counter() - start
+        best = elapsed if best is None else min(best, elapsed)
+    return best
+
+
+def peak_rss_mib(command):
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    process.returncode = os.waitstatus_to_exitcode(status)
+    if process.returncode != 0:
+        raise SystemExit("%s failed with %d" % (" ".join(command), process.returncode))
+    return usage.ru_maxrss / 1024.0
+
+
+def fmt_time(seconds):
+    if seconds >= 1:
+        return "%.2f s" % seconds
+    if seconds >= 1e-3:
+        return "%.1f ms" % (seconds * 1e3)
+    return "%.1f us" % (seconds * 1e6)
+
+
+def main():
+    build, data = sys.argv[1], sys.argv[2]
+    bin_dir = os.path.join(build, "bin")
+    wanted = {}
+    for _, (program, name), ref, _ in CASES:
+        wanted.setdefault(program, set()).add(name)
+        if ref[0] == "bench":
+            wanted.setdefault(ref[1], set()).add(ref[2])
+    times = {}
+    for program, names in wanted.items():
+        for name, seconds in run_benchmarks(bin_dir, program, sorted(names), data).items():
+            times[(program, name)] = seconds
+
+    rows = []
+    failed = 0
+    for case, ours_key, ref, goal in CASES:
+        ours = times[ours_key]
+        reference = time_command(ref[1].format(data=data)) if ref[0] == "cmd" else times[(ref[1], ref[2])]
+        ratio = ours / reference
+        met = ratio <= goal
+        failed += not met
+        rows.append((case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal,
+                     "yes" if met else "NO"))
+    for case, program, argument, limit in MEMORY_CASES:
+        mib = peak_rss_mib([os.path.join(bin_dir, program), argument.format(data=data)])
+        met = mib < limit
+        failed += not met
+        rows.append((case, "%.1f MiB" % mib, "-", "-", "< %g MiB" % limit, "yes" if met else "NO"))
+
+    header = ("case", "ours", "reference", "ratio", "goal", "met")
+    widths = [max(len(r[i]) for r in rows + [header]) for i in range(len(header))]
+    for row in [header, tuple("-" * w for w in widths)] + rows:
+        print("  ".join(cell.ljust(widths[i]) for i, cell in enumerate(row)).rstrip())
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
