@@ -50,6 +50,7 @@ private:
     void readRestOfLineIntoLookahead();
     bool readLineInBulk();
     void replayInBulk();
+    void skipCommentInBulk();
     const char* bulkEnd() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 

@@ -98,10 +98,11 @@ int NewSpiceStream::next()
 void NewSpiceStream::fillOutputLitBuffer()
 {
     const char* unread = m_litQueue.unread();
-    const char* lastLf = std::strrchr(unread, '\n');
-    if (!lastLf)
+    int n = m_litQueue.count();
+    while (n > 0 && unread[n - 1] != '\n')
+        --n;
+    if (n == 0)
         return;
-    int n = static_cast<int>(lastLf - unread) + 1;
     m_litBuffer.append(unread, n);
     m_litCharCount += n;
     m_litQueue.discard(n);
@@ -126,8 +127,8 @@ const char* NewSpiceStream::bulkEnd() const
 void NewSpiceStream::replayInBulk()
 {
     const char* text = m_lookahead.unread();
-    int n = 0;
     const int count = m_lookahead.count();
+    int n = static_cast<int>(netlist::plainRun(text, text + count, m_commentChar, m_commentChar));
     while (n < count && text[n] != '\n' && text[n] != m_commentChar && text[n] != '\xFF')
         ++n;
     m_lineBuffer.append(text, n);
@@ -136,43 +137,88 @@ void NewSpiceStream::replayInBulk()
         m_state = InLine;
 }
 
-// Reads as much of the current line as the buffer allows in bulk, with exactly the effects of reading
-// it character by character: a run of printable ASCII up to the comment character, and a line end
-// followed by a line that plainly starts the next logical line. True when the logical line is complete
-// (the next line's first byte is then read and waiting in the look-ahead queue).
+// Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
+// reading it character by character: runs of printable ASCII up to the comment character, line ends,
+// blanks and blank lines after them, and "+" continuations. Stops, with the state up to date, at
+// anything else. True when the logical line is complete (the next line's first byte is then read and
+// waiting in the look-ahead queue).
 bool NewSpiceStream::readLineInBulk()
 {
     if (m_state == Replay)
         replayInBulk();
     if (m_state != InLine || !m_lookahead.isEmpty())
         return false;
-    const char* end = bulkEnd();
+    const char* const end = bulkEnd();
     if (!end)
         return false;
     const char* p = bufferBegin();
-    const size_t n = netlist::plainRun(p, end, m_commentChar, m_commentChar);
-    if (n > 0) {
-        m_lineBuffer.append(p, static_cast<int>(n));
-        m_litQueue.append(p, static_cast<int>(n));
+    bool complete = false;
+    for (;;) {
+        if (m_state == InLine) {
+            const size_t n = netlist::plainRun(p, end, m_commentChar, m_commentChar);
+            m_lineBuffer.append(p, static_cast<int>(n));
+            m_charCount += static_cast<int>(n);
+            const size_t eol = netlist::lineEndAt(p + n, end);
+            if (eol == 0) {
+                m_litQueue.append(p, static_cast<int>(n));
+                p += n;
+                break;
+            }
+            // The line end moves the whole queue, this run and the line feed to the literal buffer; the
+            // run goes there directly.
+            m_litBuffer.append(m_litQueue.unread(), m_litQueue.count());
+            m_litBuffer.append(p, static_cast<int>(n));
+            m_litBuffer.add('\n');
+            m_litCharCount += m_litQueue.count() + static_cast<int>(n) + 1;
+            m_litQueue.flush();
+            m_charCount += static_cast<int>(eol);
+            ++m_lineCount;
+            p += n + eol;
+            m_state = AfterNewline;
+            continue;
+        }
+        // After a line end.
+        if (p >= end)
+            break;
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (const size_t eol = netlist::lineEndAt(p, end)) {
+            m_charCount += static_cast<int>(eol);
+            ++m_lineCount;
+            p += eol;
+            m_litQueue.add('\n');
+        } else if (c == ' ' || c == '\t' || c == '+') {
+            ++m_charCount;
+            ++p;
+            m_litQueue.add(static_cast<char>(c));
+            if (c == '+') {
+                m_lineBuffer.add(' ');
+                m_state = InLine;
+            }
+        } else if (netlist::startsPlainLine(c, m_commentChar)) {
+            ++m_charCount;
+            ++p;
+            m_litQueue.add(static_cast<char>(c));
+            m_lookahead.add(static_cast<char>(c));
+            m_state = InLine;
+            complete = true;
+            break;
+        } else {
+            break;
+        }
+    }
+    advance(static_cast<size_t>(p - bufferBegin()));
+    return complete;
+}
+
+// Skips the printable text of a comment straight from the buffer; it goes to the literal queue only.
+void NewSpiceStream::skipCommentInBulk()
+{
+    if (const char* end = bulkEnd()) {
+        const size_t n = netlist::plainRun(bufferBegin(), end, '\n', '\n');
+        m_litQueue.append(bufferBegin(), static_cast<int>(n));
         m_charCount += static_cast<int>(n);
-        p += n;
-    }
-    const size_t eol = netlist::lineEndAt(p, end);
-    if (eol == 0 || end - p <= static_cast<std::ptrdiff_t>(eol)
-        || !netlist::startsPlainLine(static_cast<unsigned char>(p[eol]), m_commentChar)) {
         advance(n);
-        return false;
     }
-    const char first = p[eol];
-    m_charCount += static_cast<int>(eol) + 1;
-    ++m_lineCount;
-    m_litQueue.add('\n');
-    fillOutputLitBuffer();
-    m_litQueue.add(first);
-    m_lookahead.add(first);
-    m_state = InLine;
-    advance(n + eol + 1);
-    return true;
 }
 
 void NewSpiceStream::readRestOfLineIntoLookahead()
@@ -196,6 +242,8 @@ void NewSpiceStream::readRestOfLineIntoLookahead()
 int NewSpiceStream::machine()
 {
     for (;;) {
+        if ((m_state == InlineComment || m_state == LineComment) && m_lookahead.isEmpty())
+            skipCommentInBulk();
         int c = next();
         switch (m_state) {
         case Start:

@@ -109,6 +109,29 @@ void normaliseLineEnds(QByteArray& bytes, bool isWide, bool isDos, bool isMac)
     bytes.truncate(w);
 }
 
+// The one-pass form of normalising and decoding little-endian UTF-16 that starts with its byte-order
+// mark: the mark is dropped, line ends are normalised exactly as `normaliseLineEnds` does (a unit that
+// holds a CR byte beside a zero byte, in either order, counts as a CR), and a trailing odd byte is lost.
+QString decodeUtf16LeWithMark(const QByteArray& bytes, bool isDos, bool isMac)
+{
+    const unsigned char* d = reinterpret_cast<const unsigned char*>(bytes.constData());
+    const int units = bytes.size() / 2;
+    QString text(units - 1, Qt::Uninitialized);
+    QChar* out = text.data();
+    int w = 0;
+    for (int i = 1; i < units; ++i) {
+        ushort unit = static_cast<ushort>(d[2 * i] | (d[2 * i + 1] << 8));
+        if ((isDos || isMac) && (unit == 0x000D || unit == 0x0D00)) {
+            if (isDos)
+                continue;
+            unit = unit == 0x000D ? 0x000A : 0x0A00;
+        }
+        out[w++] = QChar(unit);
+    }
+    text.truncate(w);
+    return text;
+}
+
 bool readHead(const QString& path, QByteArray* head)
 {
     QFile file(path);
@@ -170,9 +193,11 @@ QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
 
     bool isWide, isDos, isMac, isLittleEndian;
     classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
+    const char* name = encoding ? encoding : "auto";
+    if (qstricmp(name, "auto") == 0 && isWide && isLittleEndian && bytes.startsWith("\xFF\xFE"))
+        return decodeUtf16LeWithMark(bytes, isDos, isMac);
     normaliseLineEnds(bytes, isWide, isDos, isMac);
 
-    const char* name = encoding ? encoding : "auto";
     if (qstricmp(name, "auto") == 0) {
         QTextCodec* codec = QTextCodec::codecForName(isWide ? (isLittleEndian ? "UTF-16" : "UTF-16BE") : "UTF-8");
         QTextCodec::ConverterState state;

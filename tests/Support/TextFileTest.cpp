@@ -5,6 +5,8 @@
 
 #include <QTextCodec>
 
+#include <random>
+
 namespace {
 
 struct Verdict {
@@ -180,4 +182,36 @@ TEST_F(TextFile, EightBitFileIsLeftAlone)
     }
     EXPECT_EQ(readFileBytes(path("plain.cir")), "R1 a b 1k\n");
     EXPECT_FALSE(sp_ConvertWideTextFile(YString(path("missing.cir").c_str()), &out));
+}
+
+// Little-endian UTF-16 with its mark is decoded in one pass; it must give exactly what the named codec
+// gives after the same line-end normalisation, whatever the units (lone surrogates, U+0D00, U+FEFF
+// after the mark, a trailing odd byte) and whichever line end comes first.
+TEST_F(TextFile, AutoDecodesMarkedLittleEndianUtf16AsTheNamedCodecDoes)
+{
+    std::mt19937 random(7);
+    const unsigned short kUnits[] = {'a', 'Z', ' ', 0x0D, 0x0A, 0x0D00, 0x0A00, 0xD800, 0xDC00, 0xFEFF, 0x00E9, 0x4E2D};
+    const char* const kFirstEnds[] = {"\r\n", "\r", "\n"};
+    for (int round = 0; round < 60; ++round) {
+        std::string bytes = "\xFF\xFE";
+        auto unit = [&](unsigned short u) {
+            bytes += static_cast<char>(u & 0xFF);
+            bytes += static_cast<char>(u >> 8);
+        };
+        unit('x');
+        for (const char* e = kFirstEnds[round % 3]; *e; ++e)
+            unit(static_cast<unsigned char>(*e));
+        for (int i = 0; i < 200; ++i)
+            unit(kUnits[random() % (sizeof(kUnits) / sizeof(kUnits[0]))]);
+        if (round % 4 == 0)
+            bytes += 'q';
+        writeFileBytes(path("w.txt"), bytes);
+        bool ok = false, okNamed = false;
+        const QString fast = sp_LoadFile(QString::fromStdString(path("w.txt")), "auto", &ok);
+        const QString named = sp_LoadFile(QString::fromStdString(path("w.txt")), "UTF-16", &okNamed);
+        ASSERT_TRUE(ok && okNamed);
+        ASSERT_EQ(fast, named) << "round " << round;
+        EXPECT_FALSE(fast.startsWith(QChar(0xFEFF)));
+        EXPECT_EQ(fast.left(1), "x");
+    }
 }
