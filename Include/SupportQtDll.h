@@ -12,4 +12,5 @@
 #include "SimulatorType.h"
 #include "SupportQtExport.h"
 #include "TextFile.h"
+#include "TreboltControls.h"
 #include "common_dynexport.h"

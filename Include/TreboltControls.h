@@ -1,0 +1,86 @@
+// TreboltControls.h - the switching simulator's control statements: parsing them into typed settings
+// and writing settings back as statements.
+#pragma once
+
+#include "SupportQtExport.h"
+#include "YContainers.h"
+#include "YString.h"
+
+/// How a parameter's value token is read.
+enum TreboltParamType : int {
+    TreboltReal = 0,    ///< engineering notation ("1.5u")
+    TreboltInteger = 1, ///< decimal integer
+    TreboltFlag = 2,    ///< takes no value; present means true
+    TreboltSwitch = 3,  ///< decimal integer; non-zero means true
+    TreboltText = 4,    ///< the token as it stands
+    TreboltChoice = 5,  ///< index (0 to 3) of the token among the parameter's choice names, any case
+    TreboltNone = 6     ///< type of an empty value
+};
+
+/// The converted value: `real` for Real, `integer` for Integer and Choice, `flag` for Flag and Switch.
+union TreboltValue {
+    double real;
+    int integer;
+    bool flag;
+};
+
+/// One parameter setting.
+struct TreboltParamValue {
+    TreboltValue value = {0.0};
+    YString name;                      ///< keyword as spelled in the parameter table
+    YString text;                      ///< the token, for Text parameters
+    int valid = 0;                     ///< 1 when given or defaulted, 0 when not given
+    TreboltParamType type = TreboltNone;
+
+    void setReal(double v) { value = TreboltValue{0.0}; value.real = v; }
+    void setInteger(int v) { value = TreboltValue{0.0}; value.integer = v; }
+    void setFlag(bool v) { value = TreboltValue{0.0}; value.flag = v; }
+};
+
+/// Analysis selections, one bool per flag slot of the statement table: slot 0 ".tran", slot 1 ".ac",
+/// slot 6 ".pop" (slots 2 to 5 are not used by these statements).
+struct SelectTreboltAnalysisData {
+    struct RunInfo {
+        bool slots[7] = {false, false, false, false, false, false, false};
+        bool& operator[](int slot) { return slots[slot]; }
+        bool operator[](int slot) const { return slots[slot]; }
+    };
+};
+
+/// What `kvfe_ParseTreboltCommands` fills. The caller owns the result and the two flag arrays (seven
+/// bools each) and clears `presentFlags` beforehand.
+struct TreboltCommandParseResult {
+    YList<TreboltParamValue> params; ///< in the order first met, then the completed ones
+    YString treboltText;             ///< raw text of the kept lines for the switching simulator only
+    YString kalvontaText;            ///< raw text of the kept lines for the main simulator only
+    YString commonText;              ///< raw text of the kept lines for both or for no declared simulator
+    bool* enabledFlags = nullptr;    ///< per slot: false when the statement stood commented out
+    bool* presentFlags = nullptr;    ///< per slot: true when the statement was read
+};
+
+/// Text of each statement that `kvfe_CompileTreboltControls` writes, or empty.
+struct TreboltStatements {
+    YString pop;
+    YString ac;
+    YString tran;
+    YString options;
+    YString print;
+};
+
+/// Reads a block of control statements (".tran", ".pop", ".options", ".print", ".ac", and ".simulator"
+/// lines naming the simulator the following lines are for) into `result`: known parameters typed and
+/// completed with their defaults, statement flags set, and every line not understood kept as raw text
+/// by target simulator. `params` is appended to. A commented-out statement ("*.tran ...") is read like
+/// an active one and marked disabled.
+SUPPORTQT_API void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* result);
+
+/// Writes `params` back as statements, the disabled ones commented out on one line, into the field of
+/// each statement (appended to). `params` is changed on purpose so that it matches the text: a
+/// PSP_START or PSP_END equal to TSAVE or TSTOP is marked not given, and PSP_NPT grows by one.
+SUPPORTQT_API void kvfe_CompileTreboltControls(YList<TreboltParamValue>& params, TreboltStatements* statements,
+                                               const SelectTreboltAnalysisData::RunInfo& enabled,
+                                               const SelectTreboltAnalysisData::RunInfo& present);
+/// As above, appending the statements to `*text` in the order ".ac", ".print", ".options", ".pop", ".tran".
+SUPPORTQT_API void kvfe_CompileTreboltControls(YList<TreboltParamValue>& params, YString* text,
+                                               const SelectTreboltAnalysisData::RunInfo& enabled,
+                                               const SelectTreboltAnalysisData::RunInfo& present);

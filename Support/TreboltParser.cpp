@@ -1,0 +1,252 @@
+// TreboltParser.cpp - control statements of the switching simulator read into typed parameter values.
+#include "NetlistStream.h"
+#include "SimulatorType.h"
+#include "TextServices.h"
+#include "TreboltControls.h"
+#include "TreboltTables_p.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+using trebolt::ParamDef;
+using trebolt::StatementDef;
+using trebolt::findParam;
+using trebolt::kStatementCount;
+using trebolt::kStatements;
+
+namespace {
+
+const char kDelimiters[] = " =(),\t";
+const int kFlagSlots = 7;
+
+// True when `text` begins with `prefix`, compared without regard to case.
+bool startsWithNoCase(const char* text, const char* prefix)
+{
+    for (; *prefix; ++text, ++prefix) {
+        if (!*text || std::tolower(static_cast<unsigned char>(*text)) != std::tolower(static_cast<unsigned char>(*prefix)))
+            return false;
+    }
+    return true;
+}
+
+// Flag slot of the last statement (among those with a slot) whose name begins `text`; -1 when none.
+// A longer word that begins with a statement's name counts as that statement.
+int matchStatementPrefix(const char* text)
+{
+    for (int row = kStatementCount - 1; row >= 0; --row)
+        if (kStatements[row].flagSlot >= 0 && startsWithNoCase(text, kStatements[row].name))
+            return kStatements[row].flagSlot;
+    return -1;
+}
+
+// Row of the statement named exactly `token` (any case), searching from the last row; -1 when none.
+int findStatement(const YString& token)
+{
+    for (int row = kStatementCount - 1; row >= 0; --row)
+        if (token.equalsNoCase(kStatements[row].name))
+            return row;
+    return -1;
+}
+
+// Converts `token` by the parameter's type and appends it unless the keyword is already there (the
+// first occurrence wins). A choice token that names no choice is dropped.
+void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamValue>& params)
+{
+    TreboltParamValue entry;
+    entry.name = def.keyword;
+    entry.type = def.type;
+    entry.valid = 1;
+    switch (def.type) {
+    case TreboltReal:
+        entry.setReal(sp_ConvertEngToReal(token.c_str(), nullptr));
+        break;
+    case TreboltInteger:
+        entry.setInteger(std::atoi(token.c_str()));
+        break;
+    case TreboltFlag:
+        entry.setFlag(true);
+        break;
+    case TreboltSwitch:
+        entry.setFlag(std::atoi(token.c_str()) != 0);
+        break;
+    case TreboltText:
+        entry.text = token;
+        break;
+    case TreboltChoice: {
+        int index = -1;
+        for (int i = 0; i < 4 && def.choices[i]; ++i) {
+            if (token.equalsNoCase(def.choices[i])) {
+                index = i;
+                break;
+            }
+        }
+        if (index < 0)
+            return;
+        entry.setInteger(index);
+        break;
+    }
+    case TreboltNone:
+        break;
+    }
+    if (findParam(params, def.keyword) < 0)
+        params.append(entry);
+}
+
+// Reads the parameters that follow a statement name. True when the statement has positional parameters
+// or at least one named parameter was recognised.
+bool readParameters(const StatementDef& statement, YString& rest, YList<TreboltParamValue>& params)
+{
+    bool success = statement.positionalCount > 0;
+    for (int i = 0; i < statement.positionalCount; ++i) {
+        const YString token = rest.strtok(kDelimiters);
+        if (token.isEmpty())
+            break;
+        storeValue(statement.positional[i], token, params);
+    }
+    for (YString token = rest.strtok(kDelimiters); !token.isEmpty(); token = rest.strtok(kDelimiters)) {
+        const ParamDef* def = nullptr;
+        for (int i = statement.namedCount - 1; i >= 0; --i) {
+            if (token.equalsNoCase(statement.named[i].keyword)) {
+                def = &statement.named[i];
+                break;
+            }
+        }
+        if (!def)
+            continue;
+        success = true;
+        storeValue(*def, def->type == TreboltFlag ? YString() : rest.strtok(kDelimiters), params);
+    }
+    return success;
+}
+
+// The completed entry of a parameter that was not given.
+TreboltParamValue completedEntry(const ParamDef& def, bool statementFound)
+{
+    TreboltParamValue entry;
+    entry.name = def.keyword;
+    entry.type = def.type;
+    if ((def.defaultIfPresent && statementFound) || (def.defaultIfAbsent && !statementFound)) {
+        entry.valid = 1;
+        const double value = statementFound ? def.presentDefault : def.absentDefault;
+        switch (def.type) {
+        case TreboltReal:
+            entry.setReal(value);
+            break;
+        case TreboltInteger:
+            entry.setInteger(static_cast<int>(value));
+            break;
+        case TreboltChoice:
+            entry.setInteger(static_cast<int>(def.presentDefault));
+            break;
+        case TreboltFlag:
+            entry.setFlag(false);
+            break;
+        default:
+            break;
+        }
+    } else if (def.type == TreboltFlag) {
+        entry.valid = 1;
+        entry.setFlag(false);
+    }
+    return entry;
+}
+
+} // namespace
+
+void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* result)
+{
+    if (!result)
+        return;
+    std::string copy(text ? text : "");
+    bool enabledSink[kFlagSlots];
+    bool presentSink[kFlagSlots] = {};
+    bool* enabled = result->enabledFlags ? result->enabledFlags : enabledSink;
+    bool* present = result->presentFlags ? result->presentFlags : presentSink;
+    for (int slot = 0; slot < kFlagSlots; ++slot)
+        enabled[slot] = true;
+
+    // Commented-out statements are marked disabled and then read like active ones.
+    for (size_t at = 0; at + 1 < copy.size(); ++at) {
+        const bool lineStart = at == 0 || copy[at - 1] == '\n';
+        if (!lineStart || copy[at] != '*' || copy[at + 1] != '.')
+            continue;
+        const int slot = matchStatementPrefix(copy.c_str() + at + 1);
+        if (slot >= 0) {
+            enabled[slot] = false;
+            copy[at] = ' ';
+        }
+    }
+
+    kvstrstream source(copy.data(), copy.size());
+    SpiceStream stream(source);
+    stream.dontSuppressEmptyLines();
+    bool found[8] = {};
+    int simulator = SimulatorTypeTrebolt;
+    YString treboltText, kalvontaText, commonText;
+    YString line;
+    while (stream.gets(&line, nullptr, nullptr, nullptr)) {
+        YString rest = line;
+        const YString first = rest.strtok(kDelimiters);
+        bool consumed = false;
+        if (first.equalsNoCase(".simulator")) {
+            simulator = support_CrackSimulatorType(rest.strtok(kDelimiters).c_str());
+            consumed = true;
+        } else if (simulator == SimulatorTypeNone || simulator == SimulatorTypeTrebolt) {
+            const int slot = matchStatementPrefix(first.c_str());
+            if (slot >= 0)
+                present[slot] = true;
+            const int row = findStatement(first);
+            if (row >= 0) {
+                found[row] = true;
+                consumed = readParameters(kStatements[row], rest, result->params);
+            }
+        }
+        if (!consumed) {
+            const Buf* raw = stream.getBuffer();
+            YString& target = simulator == SimulatorTypeTrebolt    ? treboltText
+                              : simulator == SimulatorTypeKalvonta ? kalvontaText
+                                                                   : commonText;
+            target.append(raw->data(), raw->length());
+        }
+        stream.flushBuffer();
+    }
+
+    YList<TreboltParamValue>& params = result->params;
+    // The statement counts points; the list keeps intervals.
+    const int npt = findParam(params, "PSP_NPT");
+    if (npt >= 0)
+        params[npt].setInteger(params[npt].value.integer - 1);
+    if (findParam(params, "PSP_START") < 0) {
+        const int tsave = findParam(params, "TSAVE");
+        if (tsave >= 0) {
+            TreboltParamValue copyOfSave = params[tsave];
+            copyOfSave.name = "PSP_START";
+            params.append(copyOfSave);
+        }
+    }
+    if (findParam(params, "PSP_END") < 0) {
+        const int tstop = findParam(params, "TSTOP");
+        if (tstop >= 0) {
+            TreboltParamValue copyOfStop = params[tstop];
+            copyOfStop.name = "PSP_END";
+            params.append(copyOfStop);
+        }
+    }
+
+    for (int row = kStatementCount - 1; row >= 0; --row) {
+        const StatementDef& statement = kStatements[row];
+        for (int pass = 0; pass < 2; ++pass) {
+            const ParamDef* defs = pass == 0 ? statement.named : statement.positional;
+            const int count = pass == 0 ? statement.namedCount : statement.positionalCount;
+            for (int i = 0; i < count; ++i)
+                if (findParam(params, defs[i].keyword) < 0)
+                    params.append(completedEntry(defs[i], found[row]));
+        }
+    }
+
+    result->treboltText = treboltText;
+    result->kalvontaText = kalvontaText;
+    result->commonText = commonText;
+}
