@@ -4,7 +4,9 @@
 #include "SupportDll.h"
 
 #include "Compress.h"
+#include "DatesAndUrls.h"
 #include "DynSlots.h"
+#include "Help.h"
 #include "LibraryStream.h"
 #include "LiteralNetlistStream.h"
 #include "NetlistStream.h"

@@ -1,0 +1,35 @@
+// DatesAndUrls.h - dates and times as text, file URLs, unique identifiers and the GUI test.
+#pragma once
+
+#include "SupportQtExport.h"
+#include "YString.h"
+
+#include <QString>
+#include <cstdio>
+
+/// The current local date and time in a Qt date-time format ("yyyy-MM-dd hh:mm").
+SUPPORTQT_API YString sp_GetDateUserFormat(const YString& format);
+/// Today's local date: ISO 8601 ("2026-11-22") or the system locale's short form.
+SUPPORTQT_API YString sp_GetFormattedDate(bool iso);
+/// The current local time: "hh:mm:ss.zzz" when precise, else the system locale's short form.
+SUPPORTQT_API YString sp_GetFormattedTime(bool precise);
+/// Milliseconds since 1970-01-01 00:00 UTC.
+SUPPORTQT_API long long sp_GetNormalisedTime();
+/// The local date and time of a normalised time: ISO 8601 ("2026-11-22T09:05:03") or the locale's form.
+SUPPORTQT_API YString sp_GetFormattedNormalisedTime(long long ms, bool iso);
+/// A file's modification date or time of day in the locale's short form; empty when it cannot be had.
+/// The seconds of the file time are added to local midnight of 1970-01-01 (not UTC midnight), on purpose.
+SUPPORTQT_API YString sp_GetFormattedFileDate(FILE* file);
+SUPPORTQT_API YString sp_GetFormattedFileDate(const char* path);
+SUPPORTQT_API YString sp_GetFormattedFileTime(FILE* file);
+SUPPORTQT_API YString sp_GetFormattedFileTime(const char* path);
+/// The local path named by a "file://" URL or by a plain path (returned with forward slashes).
+SUPPORTQT_API QString sp_GetLocalFileFromUrl(const QString& url);
+SUPPORTQT_API YString sp_GetLocalFileFromUrl(const YString& url);
+/// The "file://" URL of a path (made absolute), in readable form: blanks and non-ASCII not encoded.
+SUPPORTQT_API QString sp_MakeFileUrl(const QString& path);
+SUPPORTQT_API YString sp_MakeFileUrl(const YString& path);
+/// A fresh random identifier: "{8-4-4-4-12}" lower-case hexadecimal digits, 38 characters.
+SUPPORTQT_API YString sp_GetGUID();
+/// True when the process's application object is a widget application.
+SUPPORTQT_API bool sp_HasGui();

@@ -1,0 +1,102 @@
+// DatesAndUrls.cpp - dates and times as text, file URLs, unique identifiers and the GUI test.
+#include "DatesAndUrls.h"
+#include "FileServices.h"
+#include "QtSupport.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+#include <QUrl>
+#include <QUuid>
+
+namespace {
+
+// The local reading of local midnight of 1970-01-01 plus `seconds`; invalid for a negative time.
+QDateTime fileDateTime(long long seconds)
+{
+    if (seconds < 0)
+        return QDateTime();
+    return QDateTime(QDate(1970, 1, 1), QTime(0, 0), Qt::LocalTime).addSecs(seconds);
+}
+
+YString fileDate(long long seconds)
+{
+    const QDateTime t = fileDateTime(seconds);
+    return t.isValid() ? toYs(QLocale::system().toString(t.date(), QLocale::ShortFormat)) : YString();
+}
+
+YString fileTime(long long seconds)
+{
+    const QDateTime t = fileDateTime(seconds);
+    return t.isValid() ? toYs(QLocale::system().toString(t.time(), QLocale::ShortFormat)) : YString();
+}
+
+QString forwardSlashes(const QString& text)
+{
+    if (QDir::separator() == QLatin1Char('\\')) {
+        QString copy = text;
+        return copy.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    }
+    return text;
+}
+
+} // namespace
+
+YString sp_GetDateUserFormat(const YString& format)
+{
+    return toYs(QDateTime::currentDateTime().toString(toQs(format)));
+}
+
+YString sp_GetFormattedDate(bool iso)
+{
+    const QDate today = QDate::currentDate();
+    return toYs(iso ? today.toString(Qt::ISODate) : QLocale::system().toString(today, QLocale::ShortFormat));
+}
+
+YString sp_GetFormattedTime(bool precise)
+{
+    const QTime now = QTime::currentTime();
+    return toYs(precise ? now.toString("hh:mm:ss.zzz") : QLocale::system().toString(now, QLocale::ShortFormat));
+}
+
+long long sp_GetNormalisedTime() { return QDateTime::currentMSecsSinceEpoch(); }
+
+YString sp_GetFormattedNormalisedTime(long long ms, bool iso)
+{
+    const QDateTime t = QDateTime::fromMSecsSinceEpoch(ms, Qt::LocalTime);
+    return toYs(iso ? t.toString(Qt::ISODate) : QLocale::system().toString(t, QLocale::ShortFormat));
+}
+
+YString sp_GetFormattedFileDate(FILE* file) { return file ? fileDate(sp_GetFileModifiedTime(file)) : YString(); }
+YString sp_GetFormattedFileDate(const char* path) { return path ? fileDate(sp_GetFileModifiedTime(YString(path))) : YString(); }
+YString sp_GetFormattedFileTime(FILE* file) { return file ? fileTime(sp_GetFileModifiedTime(file)) : YString(); }
+YString sp_GetFormattedFileTime(const char* path) { return path ? fileTime(sp_GetFileModifiedTime(YString(path))) : YString(); }
+
+QString sp_GetLocalFileFromUrl(const QString& url)
+{
+    const QString text = forwardSlashes(url);
+    const QUrl parsed = text.startsWith(QLatin1String("file://")) ? QUrl(text) : QUrl::fromLocalFile(text);
+    return parsed.toLocalFile();
+}
+
+YString sp_GetLocalFileFromUrl(const YString& url) { return toYs(sp_GetLocalFileFromUrl(toQs(url))); }
+
+QString sp_MakeFileUrl(const QString& path)
+{
+    const QString text = forwardSlashes(path);
+    const QUrl url = text.startsWith(QLatin1String("file://")) ? QUrl(text)
+                                                                : QUrl::fromLocalFile(QFileInfo(text).absoluteFilePath());
+    return url.toString();
+}
+
+YString sp_MakeFileUrl(const YString& path) { return toYs(sp_MakeFileUrl(toQs(path))); }
+
+YString sp_GetGUID() { return toYs(QUuid::createUuid().toString()); }
+
+bool sp_HasGui()
+{
+    const QCoreApplication* app = QCoreApplication::instance();
+    return app && app->inherits("QApplication");
+}

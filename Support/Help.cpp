@@ -1,0 +1,116 @@
+// Help.cpp - help links turned into URLs, help requests to the command interpreter, and web pages.
+#include "Help.h"
+#include "DatesAndUrls.h"
+#include "DynSlots.h"
+#include "FileServices.h"
+#include "HelpPlatform_p.h"
+#include "LoadTime_p.h"
+#include "Options.h"
+#include "QtSupport.h"
+#include "TextServices.h"
+
+#include <QDateTime>
+#include <QString>
+
+#include <cstdio>
+
+#ifndef SUPPORTQT_HELP_SITE
+#define SUPPORTQT_HELP_SITE "https://help.example.invalid"
+#endif
+#ifndef SUPPORTQT_DOC_SITE
+#define SUPPORTQT_DOC_SITE "https://docs.example.invalid/documentation"
+#endif
+
+namespace {
+
+const char kContextPage[] = "open_context_id.htm";
+
+// The link without any "kvhlp://".
+QString pagePath(const YString& link)
+{
+    return toQs(link).remove(QStringLiteral("kvhlp://"), Qt::CaseSensitive);
+}
+
+// True when the link opens a context id that belongs to the switching simulator's documentation.
+bool isSecondSimulatorPage(const QString& link)
+{
+    if (!link.contains(QLatin1String(kContextPage) + QLatin1Char('#'), Qt::CaseInsensitive))
+        return false;
+    bool ok = false;
+    const int id = link.mid(link.lastIndexOf(QLatin1Char('#')) + 1).toInt(&ok, 10);
+    return ok && SupportQtLoadTime::helpContextIds().contains(id);
+}
+
+void runCommand(const YString& command)
+{
+    SupportQtSlots::dyn_RunCommand(command.c_str(), sp_HashValue(command.c_str()));
+}
+
+} // namespace
+
+YString sp_ConvertKvhlpToUrl(const YString& link)
+{
+    if (sp_GetBoolOption("UseLocalHelp", nullptr)) {
+        const YString helpPath = sp_GetSystemValuePath("HELPPATH", nullptr);
+        YString page = helpPath;
+        page.append("/").append(kContextPage);
+        if (sp_ExistFile(page.c_str())) {
+            YString base = helpPath;
+            return toYs(sp_MakeFileUrl(toQs(base.append("/"))) + pagePath(link));
+        }
+    }
+    const QString linkText = toQs(link);
+    QString path = pagePath(link);
+    if (isSecondSimulatorPage(linkText)) {
+        // The stamp keeps the documentation site from serving a cached page.
+        const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("ddMMyyhhmm"));
+        path.replace(QLatin1Char('#'), QStringLiteral("?nocache=") + stamp + QLatin1Char('#'));
+        return toYs(QStringLiteral(SUPPORTQT_DOC_SITE "/") + path);
+    }
+    KalvontaVersionInfo version;
+    sp_GetVersionValues(&version);
+    const QString folder = QString::asprintf("%d.%d/", version.release, version.subRelease / 10);
+    return toYs(QStringLiteral(SUPPORTQT_HELP_SITE "/") + folder + path);
+}
+
+void sp_RunHelp(const char* a, const char* b)
+{
+    YString command("run_help /ne '");
+    command.append(a ? a : "").append("' '").append(b ? b : "").append("'");
+    runCommand(command);
+}
+
+void sp_RunHelpContext(int id)
+{
+    YString command("run_help /ne '");
+    command += YString(id);
+    command.append("'");
+    runCommand(command);
+}
+
+bool sp_HasHelp() { return true; }
+
+bool sp_OpenWebPage(const YString& url)
+{
+    const QString text = toQs(url);
+    const int hash = text.indexOf(QLatin1Char('#'));
+    if (text.startsWith(QLatin1String("file://")) && hash >= 0) {
+        // Opening a file URL directly would lose its fragment: start the HTML program with the whole URL.
+        const QString program = helpplatform::programForFile(sp_GetLocalFileFromUrl(text.left(hash)));
+        return !program.isEmpty() && helpplatform::startProgram(program, text);
+    }
+    return helpplatform::openWithSystemHandler(text);
+}
+
+bool sp_HaveOpenWebPage()
+{
+    YString path = sp_GetTempPath();
+    path.append("/dummy.html");
+    FILE* file = fopen_utf8(path.c_str(), "w");
+    if (!file)
+        return false;
+    const bool found = !helpplatform::programForFile(toQs(path)).isEmpty();
+    std::fclose(file);
+    unlink_utf8(path.c_str());
+    return found;
+}

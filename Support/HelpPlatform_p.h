@@ -1,0 +1,13 @@
+// HelpPlatform_p.h - the system's handlers for web pages, one implementation per platform.
+#pragma once
+
+#include <QString>
+
+namespace helpplatform {
+/// Opens `url` with the system's handler for it; true when the handler was started.
+bool openWithSystemHandler(const QString& url);
+/// The program registered for the existing file `localFile` (an HTML file); empty when none.
+QString programForFile(const QString& localFile);
+/// Starts `program` with `argument` as its single parameter; true when it was started.
+bool startProgram(const QString& program, const QString& argument);
+} // namespace helpplatform

@@ -1,0 +1,37 @@
+// HelpPlatform_win.cpp - web pages through the Windows shell.
+#include "HelpPlatform_p.h"
+
+#ifdef Q_OS_WIN
+
+#include <windows.h>
+#include <shellapi.h>
+
+namespace helpplatform {
+
+bool openWithSystemHandler(const QString& url)
+{
+    const std::wstring wide = url.toStdWString();
+    const INT_PTR result = reinterpret_cast<INT_PTR>(ShellExecuteW(nullptr, L"open", wide.c_str(), nullptr, nullptr, SW_SHOW));
+    return result > 32;
+}
+
+QString programForFile(const QString& localFile)
+{
+    wchar_t program[MAX_PATH] = {0};
+    const std::wstring wide = localFile.toStdWString();
+    const INT_PTR result = reinterpret_cast<INT_PTR>(FindExecutableW(wide.c_str(), nullptr, program));
+    return result > 32 ? QString::fromWCharArray(program) : QString();
+}
+
+bool startProgram(const QString& program, const QString& argument)
+{
+    const std::wstring wideProgram = program.toStdWString();
+    const std::wstring parameters = (QLatin1Char('"') + argument + QLatin1Char('"')).toStdWString();
+    const INT_PTR result = reinterpret_cast<INT_PTR>(
+        ShellExecuteW(nullptr, L"open", wideProgram.c_str(), parameters.c_str(), nullptr, SW_SHOW));
+    return result > 32;
+}
+
+} // namespace helpplatform
+
+#endif

@@ -1,0 +1,96 @@
+// DatesAndUrlsTest.cpp - dates and times as text, file URLs, identifiers and the GUI test.
+#include "DatesAndUrls.h"
+#include "FileServices.h"
+#include "TestHelpers.h"
+
+#include <QDate>
+#include <QDateTime>
+#include <QDir>
+#include <QLocale>
+#include <QRegularExpression>
+
+TEST(DatesAndUrls, PreciseTimeHasMilliseconds)
+{
+    const QString text = QString::fromUtf8(sp_GetFormattedTime(true).c_str());
+    EXPECT_TRUE(QRegularExpression("^\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$").match(text).hasMatch()) << text.toStdString();
+}
+
+TEST(DatesAndUrls, IsoDateIsToday)
+{
+    EXPECT_EQ(QString::fromUtf8(sp_GetFormattedDate(true).c_str()), QDate::currentDate().toString("yyyy-MM-dd"));
+    EXPECT_FALSE(sp_GetFormattedDate(false).isEmpty());
+    EXPECT_FALSE(sp_GetFormattedTime(false).isEmpty());
+}
+
+TEST(DatesAndUrls, UserFormatAndNormalisedTime)
+{
+    EXPECT_EQ(QString::fromUtf8(sp_GetDateUserFormat("yyyy").c_str()), QString::number(QDate::currentDate().year()));
+    const long long now = sp_GetNormalisedTime();
+    EXPECT_LE(std::llabs(now - QDateTime::currentMSecsSinceEpoch()), 1000);
+    const long long noon = QDateTime(QDate(2024, 3, 5), QTime(12, 30, 15), Qt::LocalTime).toMSecsSinceEpoch();
+    EXPECT_STREQ(sp_GetFormattedNormalisedTime(noon, true).c_str(), "2024-03-05T12:30:15");
+}
+
+class FileDates : public TempDirTest {};
+
+TEST_F(FileDates, MissingFileGivesEmptyText)
+{
+    EXPECT_TRUE(sp_GetFormattedFileDate(path("missing.txt").c_str()).isEmpty());
+    EXPECT_TRUE(sp_GetFormattedFileTime(path("missing.txt").c_str()).isEmpty());
+}
+
+TEST_F(FileDates, ExistingFileIsReadFromLocalMidnightOf1970)
+{
+    writeFileBytes(path("f.txt"), "x");
+    const long long seconds = sp_GetFileModifiedTime(YString(path("f.txt").c_str()));
+    const QDateTime expected = QDateTime(QDate(1970, 1, 1), QTime(0, 0), Qt::LocalTime).addSecs(seconds);
+    EXPECT_EQ(QString::fromUtf8(sp_GetFormattedFileDate(path("f.txt").c_str()).c_str()),
+              QLocale::system().toString(expected.date(), QLocale::ShortFormat));
+    EXPECT_EQ(QString::fromUtf8(sp_GetFormattedFileTime(path("f.txt").c_str()).c_str()),
+              QLocale::system().toString(expected.time(), QLocale::ShortFormat));
+    FILE* f = fopen_utf8(path("f.txt").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(sp_GetFormattedFileDate(f), sp_GetFormattedFileDate(path("f.txt").c_str()));
+    std::fclose(f);
+}
+
+TEST(DatesAndUrls, LocalFileFromUrl)
+{
+#ifdef Q_OS_WIN
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///C:/a%20b/c.txt")), "C:/a b/c.txt");
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("C:\\a\\b.txt")), "C:/a/b.txt");
+#else
+    // Without drive letters the URL's path is the local path, and a backslash is an ordinary character;
+    // Qt roots a first segment that holds a colon (it would read as a scheme).
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///C:/a%20b/c.txt")), "/C:/a b/c.txt");
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("C:\\a\\b.txt")), "/C:\\a\\b.txt");
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("dir/x.txt")), "dir/x.txt");
+#endif
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///tmp/a%20b/c.txt")), "/tmp/a b/c.txt");
+    EXPECT_STREQ(sp_GetLocalFileFromUrl(YString("file:///tmp/x%C3%A9.txt")).c_str(), "/tmp/x\xC3\xA9.txt");
+}
+
+TEST(DatesAndUrls, MakeFileUrl)
+{
+    const QString relative = sp_MakeFileUrl(QString("some dir/page.html"));
+    EXPECT_EQ(relative, "file://" + QDir::currentPath() + "/some dir/page.html");
+    EXPECT_EQ(sp_MakeFileUrl(QString("file:///tmp/a%20b.html")), "file:///tmp/a b.html");
+    EXPECT_STREQ(sp_MakeFileUrl(YString("/tmp/\xC3\xA9t\xC3\xA9.html")).c_str(), "file:///tmp/\xC3\xA9t\xC3\xA9.html");
+}
+
+TEST(DatesAndUrls, GuidsAreFreshAndBraced)
+{
+    const YString a = sp_GetGUID();
+    const YString b = sp_GetGUID();
+    EXPECT_NE(a, b);
+    EXPECT_EQ(a.length(), 38);
+    EXPECT_EQ(b.length(), 38);
+    EXPECT_TRUE(QRegularExpression("^\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}$")
+                    .match(QString::fromUtf8(a.c_str()))
+                    .hasMatch());
+}
+
+TEST(DatesAndUrls, ConsoleProcessHasNoGui)
+{
+    EXPECT_FALSE(sp_HasGui());
+}

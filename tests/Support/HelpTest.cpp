@@ -1,0 +1,243 @@
+// HelpTest.cpp - help links to URLs, help commands through the command slot, and web pages opened by a
+// fake browser registered as the desktop's HTML handler.
+#include "DatesAndUrls.h"
+#include "DynFunc.h"
+#include "DynSlots.h"
+#include "FileServices.h"
+#include "Help.h"
+#include "Options.h"
+#include "TestHelpers.h"
+#include "TextServices.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// The help site roots the build was configured with.
+const std::string kHelpSite = SUPPORTQT_HELP_SITE;
+const std::string kDocSite = SUPPORTQT_DOC_SITE;
+
+// Sets an environment variable for the lifetime of the object, then restores it.
+class EnvGuard {
+public:
+    EnvGuard(const char* name, const QByteArray& value) : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+    ~EnvGuard()
+    {
+        if (m_had)
+            qputenv(m_name, m_old);
+        else
+            qunsetenv(m_name);
+    }
+
+private:
+    const char* m_name;
+    bool m_had;
+    QByteArray m_old;
+};
+
+class VersionGuard {
+public:
+    explicit VersionGuard(int release, int subRelease)
+    {
+        KalvontaVersionInfo info;
+        info.release = release;
+        info.subRelease = subRelease;
+        sp_SetVersionValues(&info);
+    }
+    ~VersionGuard() { sp_SetVersionValues(nullptr); }
+};
+
+std::vector<std::pair<std::string, unsigned>> g_commands;
+void recordCommand(const char* command, unsigned hash) { g_commands.push_back({command, hash}); }
+
+} // namespace
+
+class Help : public TempDirTest {
+protected:
+    void TearDown() override
+    {
+        sp_SetBoolOption("UseLocalHelp", false);
+        TempDirTest::TearDown();
+    }
+};
+
+TEST_F(Help, LocalHelpWhenTheOptionIsSetAndThePageExists)
+{
+    writeFileBytes(path("open_context_id.htm"), "<html></html>");
+    EnvGuard helpPath("HELPPATH", QByteArray::fromStdString(m_dir));
+    sp_SetBoolOption("UseLocalHelp", true);
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#1234").c_str()),
+              "file://" + m_dir + "/open_context_id.htm#1234");
+}
+
+TEST_F(Help, OptionSetButNoLocalPageGivesTheOnlineUrl)
+{
+    EnvGuard helpPath("HELPPATH", QByteArray::fromStdString(m_dir));
+    VersionGuard version(9, 42);
+    sp_SetBoolOption("UseLocalHelp", true);
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#1234").c_str()),
+              kHelpSite + "/9.4/open_context_id.htm#1234");
+}
+
+TEST_F(Help, SecondSimulatorIdGoesToTheDocumentationSiteWithAStamp)
+{
+    const QDateTime before = QDateTime::currentDateTime();
+    const std::string url = sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#50002").c_str();
+    const QDateTime after = QDateTime::currentDateTime();
+    const std::string prefix = kDocSite + "/open_context_id.htm?nocache=";
+    ASSERT_EQ(url.substr(0, prefix.size()), prefix);
+    const std::string rest = url.substr(prefix.size());
+    ASSERT_EQ(rest.size(), 16u) << url;
+    EXPECT_EQ(rest.substr(10), "#50002");
+    const QString stamp = QString::fromStdString(rest.substr(0, 10));
+    EXPECT_TRUE(QRegularExpression("^\\d{10}$").match(stamp).hasMatch());
+    EXPECT_TRUE(stamp == before.toString("ddMMyyhhmm") || stamp == after.toString("ddMMyyhhmm")) << url;
+}
+
+TEST_F(Help, OtherIdsGoToTheMainSiteInTheVersionFolder)
+{
+    VersionGuard version(9, 42);
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#1234").c_str()),
+              kHelpSite + "/9.4/open_context_id.htm#1234");
+    // A context id that is no number, a page other than the context page, or no id at all.
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#x50002").c_str()),
+              kHelpSite + "/9.4/open_context_id.htm#x50002");
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://intro.htm#50002").c_str()),
+              kHelpSite + "/9.4/intro.htm#50002");
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://guide/start.htm").c_str()), kHelpSite + "/9.4/guide/start.htm");
+    // The context page is found without regard to case.
+    const std::string upper = sp_ConvertKvhlpToUrl("kvhlp://OPEN_CONTEXT_ID.HTM#50001").c_str();
+    EXPECT_EQ(upper.substr(0, kDocSite.size() + 29), kDocSite + "/OPEN_CONTEXT_ID.HTM?nocache=");
+}
+
+TEST_F(Help, VersionFolderTruncatesTheSubRelease)
+{
+    {
+        VersionGuard version(10, 9);
+        EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://a.htm").c_str()), kHelpSite + "/10.0/a.htm");
+    }
+    VersionGuard version(1, 0);
+    EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://a.htm").c_str()), kHelpSite + "/1.0/a.htm");
+}
+
+TEST(HelpCommands, RunHelpSendsTheCommandAndItsHash)
+{
+    g_commands.clear();
+    sp_RunHelp("a", "b");
+    sp_RunHelpContext(77);
+    EXPECT_TRUE(g_commands.empty());
+    {
+        RegisterDynFuncDef def("dyn_RunCommand", &recordCommand, "tests/HelpTest", 1);
+        sp_RunHelp("topics", "Circuit Editor");
+        sp_RunHelpContext(1234);
+    }
+    sp_RunHelp("a", "b");
+    ASSERT_EQ(g_commands.size(), 2u);
+    EXPECT_EQ(g_commands[0].first, "run_help /ne 'topics' 'Circuit Editor'");
+    EXPECT_EQ(g_commands[0].second, sp_HashValue("run_help /ne 'topics' 'Circuit Editor'"));
+    EXPECT_EQ(g_commands[1].first, "run_help /ne '1234'");
+    EXPECT_EQ(g_commands[1].second, sp_HashValue("run_help /ne '1234'"));
+    EXPECT_TRUE(sp_HasHelp());
+}
+
+#ifndef Q_OS_WIN
+// A desktop environment of the test's own: XDG folders in the temporary directory, with a fake browser
+// that writes each argument it receives on a line of a record file.
+class WebPages : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        for (const char* dir : {"data/applications", "config", "empty", "bin", "shared"})
+            QDir().mkpath(QString::fromStdString(path(dir)));
+        // The system's MIME database (which tells an HTML file by its content) without the system's
+        // applications, so that only the fake browser can be registered.
+        QFile::link("/usr/share/mime", QString::fromStdString(path("shared/mime")));
+        m_guards.emplace_back(new EnvGuard("XDG_DATA_HOME", QByteArray::fromStdString(path("data"))));
+        m_guards.emplace_back(new EnvGuard("XDG_DATA_DIRS", QByteArray::fromStdString(path("shared"))));
+        m_guards.emplace_back(new EnvGuard("XDG_CONFIG_HOME", QByteArray::fromStdString(path("config"))));
+        m_guards.emplace_back(new EnvGuard("XDG_CONFIG_DIRS", QByteArray::fromStdString(path("empty"))));
+        m_guards.emplace_back(new EnvGuard("XDG_CURRENT_DESKTOP", ""));
+        m_guards.emplace_back(new EnvGuard("DESKTOP_SESSION", ""));
+        m_guards.emplace_back(new EnvGuard("BROWSER", ""));
+        // The desktop's opener consults the registered handlers only when there is a display.
+        m_guards.emplace_back(new EnvGuard("WAYLAND_DISPLAY", "supportqt-test"));
+        m_guards.emplace_back(new EnvGuard("TMPDIR", QByteArray::fromStdString(path("empty"))));
+    }
+    void TearDown() override
+    {
+        m_guards.clear();
+        TempDirTest::TearDown();
+    }
+    void registerFakeBrowser()
+    {
+        const std::string script = path("bin/fakebrowser");
+        writeFileBytes(script, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\" >> '" + path("record.txt") +
+                                   ".part'; done\nmv '" + path("record.txt") + ".part' '" + path("record.txt") + "'\n");
+        QFile::setPermissions(QString::fromStdString(script), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        writeFileBytes(path("data/applications/fakebrowser.desktop"),
+                       "[Desktop Entry]\nType=Application\nName=Fake Browser\nExec=" + script + " %u\n"
+                       "MimeType=text/html;x-scheme-handler/http;x-scheme-handler/https;\n");
+        writeFileBytes(path("config/mimeapps.list"),
+                       "[Default Applications]\ntext/html=fakebrowser.desktop\n"
+                       "x-scheme-handler/http=fakebrowser.desktop\nx-scheme-handler/https=fakebrowser.desktop\n");
+    }
+    // What the fake browser received, one argument per line; empty when it was not started in time.
+    std::string received()
+    {
+        for (int i = 0; i < 200 && !QFile::exists(QString::fromStdString(path("record.txt"))); ++i)
+            QThread::msleep(50);
+        const std::string text = readFileBytes(path("record.txt"));
+        QFile::remove(QString::fromStdString(path("record.txt")));
+        return text;
+    }
+
+    std::vector<std::unique_ptr<EnvGuard>> m_guards;
+};
+
+TEST_F(WebPages, NoHandlerMeansNoWebPage)
+{
+    EXPECT_FALSE(sp_HaveOpenWebPage());
+    writeFileBytes(path("page.html"), "<html><body>x</body></html>\n");
+    EXPECT_FALSE(sp_OpenWebPage(("file://" + path("page.html") + "#part").c_str()));
+}
+
+TEST_F(WebPages, FakeBrowserReceivesTheUrls)
+{
+    registerFakeBrowser();
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("empty/dummy.html"))));
+    writeFileBytes(path("page.html"), "<!DOCTYPE html>\n<html><head><title>t</title></head><body>x</body></html>\n");
+
+    // A file URL with a fragment goes whole to the registered program.
+    const std::string withFragment = "file://" + path("page.html") + "#section2";
+    ASSERT_TRUE(sp_OpenWebPage(withFragment.c_str()));
+    EXPECT_EQ(received(), withFragment + "\n");
+
+    // Other URLs go through the desktop's opener.
+    ASSERT_TRUE(sp_OpenWebPage("https://example.invalid/a/b?q=1#top"));
+    EXPECT_EQ(received(), "https://example.invalid/a/b?q=1#top\n");
+
+    // A file URL without a fragment: the desktop's opener hands the browser the file's path.
+    ASSERT_TRUE(sp_OpenWebPage(("file://" + path("page.html")).c_str()));
+    EXPECT_EQ(received(), path("page.html") + "\n");
+}
+
+TEST_F(WebPages, FragmentUrlOfAMissingFileIsNotOpened)
+{
+    registerFakeBrowser();
+    EXPECT_FALSE(sp_OpenWebPage(("file://" + path("missing.html") + "#a").c_str()));
+}
+#endif
