@@ -41,9 +41,9 @@ struct TreboltParamValue {
 /// slot 6 ".pop" (slots 2 to 5 are not used by these statements).
 struct SelectTreboltAnalysisData {
     struct RunInfo {
-        bool slots[7] = {false, false, false, false, false, false, false};
-        bool& operator[](int slot) { return slots[slot]; }
-        bool operator[](int slot) const { return slots[slot]; }
+        bool flags[7] = {false, false, false, false, false, false, false};
+        bool& operator[](int slot) { return flags[slot]; }
+        bool operator[](int slot) const { return flags[slot]; }
     };
 };
 

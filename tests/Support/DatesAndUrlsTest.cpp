@@ -70,6 +70,15 @@ TEST(DatesAndUrls, LocalFileFromUrl)
     EXPECT_STREQ(sp_GetLocalFileFromUrl(YString("file:///tmp/x%C3%A9.txt")).c_str(), "/tmp/x\xC3\xA9.txt");
 }
 
+TEST(DatesAndUrls, TextsThatAreNotFileUrlsAreTakenAsPaths)
+{
+    EXPECT_STREQ(sp_GetLocalFileFromUrl(YString("http://example.com/a b")).c_str(), "http://example.com/a b");
+    EXPECT_STREQ(sp_GetLocalFileFromUrl(YString("")).c_str(), "");
+    EXPECT_STREQ(sp_MakeFileUrl(YString("")).c_str(), "");
+    const std::string longName(3000, 'n');
+    EXPECT_EQ(std::string(sp_GetLocalFileFromUrl(YString(("file:///tmp/" + longName).c_str())).c_str()), "/tmp/" + longName);
+}
+
 TEST(DatesAndUrls, MakeFileUrl)
 {
     const QString relative = sp_MakeFileUrl(QString("some dir/page.html"));

@@ -19,8 +19,8 @@ struct Parsed {
 Parsed parse(const char* text)
 {
     Parsed p;
-    p.result.enabledFlags = p.enabled.slots;
-    p.result.presentFlags = p.present.slots;
+    p.result.enabledFlags = p.enabled.flags;
+    p.result.presentFlags = p.present.flags;
     kvfe_ParseTreboltCommands(text, &p.result);
     return p;
 }
@@ -330,8 +330,8 @@ TEST(TreboltParse, BadValuesAreKeptOrDropped)
 TEST(TreboltParse, AppendsToAnExistingList)
 {
     Parsed p;
-    p.result.enabledFlags = p.enabled.slots;
-    p.result.presentFlags = p.present.slots;
+    p.result.enabledFlags = p.enabled.flags;
+    p.result.presentFlags = p.present.flags;
     p.result.params.append(make("POP_ITRMAX", TreboltInteger, 0, 99));
     kvfe_ParseTreboltCommands(".options POP_ITRMAX=3\n", &p.result);
     EXPECT_EQ(p.result.params[0].value.integer, 99);

@@ -1,0 +1,35 @@
+// PatternMatch.h - wildcards, regular expressions, sequential tokenising and Qt object look-ups.
+#pragma once
+
+#include "SupportQtExport.h"
+#include "YContainers.h"
+#include "YString.h"
+
+#include <QList>
+
+class QObject;
+
+/// Position (in UTF-16 units) of the first match of a wildcard anywhere in `text`, or -1. "*" stands for
+/// one or more characters (never none), "?" for one; "\*" and "\?" are literal; brackets, parentheses,
+/// braces, "." and "+" are literal; "^", "$", "|" and "\" keep their regular-expression meaning. The
+/// match is not anchored. Null arguments count as empty.
+SUPPORTQT_API int sp_GlobMatch(const char* pattern, const char* text);
+/// Position of the first match of the regular expression in `text`, or -1 (also for an invalid one).
+SUPPORTQT_API int sp_RegexpMatch(const char* pattern, const char* text);
+/// The same, ignoring case.
+SUPPORTQT_API int sp_RegexpMatch_i(const char* pattern, const char* text);
+/// Perl-compatible match from position 0: on a match appends the whole match and every group (an
+/// unmatched group as empty text) to `*captures` and returns true; else false, `*captures` unchanged.
+SUPPORTQT_API bool sp_RegularExpressionMatch(const YString& text, const YString& pattern, YArray<YString>* captures);
+/// Whether `text` is one match of each pattern in turn from position 0 (a "^" matches only at 0). Each
+/// matched piece is appended to `*pieces`; a pattern that matches later than where the previous one
+/// ended makes the result false; no match at all stops. Text after the last pattern is not checked.
+SUPPORTQT_API bool sp_RegExpMatches(const YArray<YString>& patterns, const YString& text, YArray<YString>* pieces);
+/// Every descendant of `parent` (pre-order) whose class passes `className` ("QWidget": any widget;
+/// other names: `inherits`; null: any) and whose object name equals `objectName` (null: any).
+/// `ignored` has no effect; `recursive` false looks at the direct children only.
+SUPPORTQT_API QList<QObject*> qtsp_QueryList(const QObject* parent, const char* className, const char* objectName,
+                                             bool ignored, bool recursive);
+/// The first such descendant, or null. Note the order: name before class.
+SUPPORTQT_API QObject* qtsp_SearchChild(const QObject* parent, const char* objectName, const char* className,
+                                        bool recursive);

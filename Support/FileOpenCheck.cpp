@@ -1,0 +1,115 @@
+// FileOpenCheck.cpp - whether a file can be opened now, and why an open fails.
+#include "FileOpenCheck.h"
+#include "FileServices.h"
+#include "QtSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+
+namespace {
+
+struct CodeText {
+    const char* keyword;
+    const char* message; // follows "The file " and the path
+};
+
+const CodeText kCodes[] = {
+    {"noerror", nullptr},
+    {"overwrite", " cannot be opened because another file of the same name already exists"},
+    {"notexist", " does not exist"},
+    {"readlocked", " cannot be opened for read; either it is locked by another process or there is insufficient privilege"},
+    {"dirnotexist", " cannot be opened because its directory does not exist"},
+    {"dirpriv", " cannot be opened for write possibly because of insufficient directory privilege"},
+    {"writepriv", " cannot be opened for write because a read-only attribute is set"},
+    {"writelocked", " cannot be opened for write; either it is locked by another process or there is insufficient privilege"},
+    {"invalidparams", nullptr},
+};
+
+} // namespace
+
+bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
+{
+    if (path.isEmpty())
+        return false;
+    const QString qpath = toQs(path);
+    const bool existed = QFile::exists(qpath);
+    if (mode == GfnRead) {
+        FILE* file = fopen_utf8(path.c_str(), "r");
+        if (!file)
+            return false;
+        std::fclose(file);
+        return true;
+    }
+    if (mode == GfnWriteNew && existed)
+        return false;
+    QFile file(qpath);
+    if (mode == GfnWriteNew || mode == GfnWrite) {
+        // Append mode never touches an existing file's content.
+        const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
+        if (opened) {
+            file.close();
+            if (!existed)
+                file.remove();
+        }
+        return opened;
+    }
+    const bool opened = file.open(QIODevice::ReadOnly);
+    if (opened)
+        file.close();
+    return opened;
+}
+
+bool sp_FileOpenForensic(const YString& path, GfnOpenMode mode, FileOpenForensic* code)
+{
+    FileOpenForensic result = FileOpenInvalidParams;
+    const QFileInfo info(toQs(path));
+    if (mode == GfnWriteNew && sp_CheckFileOpen(path, GfnWrite)) {
+        result = FileOpenOverwrite;
+    } else if (mode == GfnRead) {
+        result = info.exists() ? FileOpenReadLocked : FileOpenNotExist;
+    } else if (mode == GfnWriteNew || mode == GfnWrite) {
+        if (info.exists())
+            result = info.isWritable() ? FileOpenWriteLocked : FileOpenWritePriv;
+        else
+            result = info.absoluteDir().exists() ? FileOpenDirPriv : FileOpenDirNotExist;
+    }
+    if (code)
+        *code = result;
+    return true;
+}
+
+FileOpenForensic sp_FileOpenForensic(const YString& path, GfnOpenMode mode)
+{
+    FileOpenForensic code = FileOpenInvalidParams;
+    sp_FileOpenForensic(path, mode, &code);
+    return code;
+}
+
+bool sp_FileOpenForensicMsg(const YString& path, GfnOpenMode mode, YString* message)
+{
+    FileOpenForensic code = FileOpenInvalidParams;
+    const bool result = sp_FileOpenForensic(path, mode, &code);
+    if (!message || code == FileOpenNoError)
+        return result;
+    if (code == FileOpenInvalidParams) {
+        *message = "Internal error";
+    } else {
+        // The path stands as given: an empty one leaves two blanks before the verb.
+        YString text("The file ");
+        text += path;
+        text.append(kCodes[code].message);
+        *message = text;
+    }
+    return result;
+}
+
+YString sp_ForensicCodeToString(FileOpenForensic code)
+{
+    const int index = static_cast<int>(code);
+    if (index < 0 || index > 8)
+        return YString();
+    return YString(kCodes[index].keyword);
+}

@@ -1,0 +1,33 @@
+// FileWatcher.cpp - notifications of changed folders, behind UTF-8 paths.
+#include "FileWatcher.h"
+#include "QtSupport.h"
+
+YFileWatcher::YFileWatcher() : m_watcher(new FileSystemWatcherImpl)
+{
+    connectWatcher();
+}
+
+YFileWatcher::YFileWatcher(const YString& path) : m_watcher(new FileSystemWatcherImpl)
+{
+    m_watcher->addPath(toQs(path));
+    connectWatcher();
+}
+
+YFileWatcher::YFileWatcher(const YFileWatcher& other) : m_watcher(other.m_watcher) {}
+
+YFileWatcher::~YFileWatcher()
+{
+    delete m_watcher.data();
+}
+
+void YFileWatcher::addPath(const YString& path)
+{
+    if (m_watcher && !path.isEmpty())
+        m_watcher->addPath(toQs(path));
+}
+
+void YFileWatcher::connectWatcher()
+{
+    QObject::connect(m_watcher.data(), &QFileSystemWatcher::directoryChanged, m_watcher.data(),
+                     [this](const QString& path) { onDirectoryChanged(toYs(path)); });
+}

@@ -1,0 +1,201 @@
+// FileOpenCheckTest.cpp - the file-open check and its diagnosis, with real failed opens. Permission
+// cases run the probe program as an unprivileged user when the tests run as root, since root's opens
+// are not stopped by permission bits.
+#include "FileOpenCheck.h"
+#include "FileServices.h"
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QDateTime>
+
+#ifndef Q_OS_WIN
+#include <unistd.h>
+#endif
+
+namespace {
+
+const std::string kOverwrite = " cannot be opened because another file of the same name already exists";
+
+std::string message(const std::string& path, GfnOpenMode mode)
+{
+    YString text("unchanged");
+    EXPECT_TRUE(sp_FileOpenForensicMsg(YString(path.c_str()), mode, &text));
+    return text.c_str();
+}
+
+bool runningAsRoot()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    return geteuid() == 0;
+#endif
+}
+
+} // namespace
+
+class FileOpen : public TempDirTest {
+protected:
+    // Runs the probe on `path` (as the unprivileged user "nobody" when the tests run as root) and returns
+    // its line: "<check> <code> <keyword>|<message>".
+    std::string probe(const std::string& path, int mode)
+    {
+        QProcess process;
+        QStringList arguments{QString::fromStdString(path), QString::number(mode)};
+        if (runningAsRoot()) {
+            const QString setpriv = QStandardPaths::findExecutable("setpriv");
+            EXPECT_FALSE(setpriv.isEmpty()) << "setpriv is needed to test permissions as root";
+            arguments = QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", FILE_OPEN_PROBE_PATH} + arguments;
+            process.start(setpriv, arguments);
+        } else {
+            process.start(FILE_OPEN_PROBE_PATH, arguments);
+        }
+        EXPECT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        return QString::fromUtf8(process.readAllStandardOutput()).trimmed().toStdString();
+    }
+    // Makes the temporary folder reachable by the unprivileged user.
+    void openUpTempDir()
+    {
+        QFile::setPermissions(QString::fromStdString(m_dir), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                                 QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                                 QFileDevice::ExeOther | QFileDevice::ReadGroup |
+                                                                 QFileDevice::ExeGroup);
+    }
+};
+
+TEST_F(FileOpen, EmptyPathIsFalseForEveryMode)
+{
+    for (int mode : {0, 1, 2, 3, -1})
+        EXPECT_FALSE(sp_CheckFileOpen(YString(""), static_cast<GfnOpenMode>(mode))) << mode;
+}
+
+TEST_F(FileOpen, WriteCheckOfANewFileLeavesNoFile)
+{
+    const std::string p = path("new.txt");
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), GfnWrite));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(p)));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), GfnWriteNew));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(p)));
+}
+
+TEST_F(FileOpen, WriteCheckOfAnExistingFileLeavesItUntouched)
+{
+    const std::string p = path("kept.txt");
+    writeFileBytes(p, "content\n");
+    const QDateTime before(QDate(2020, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    {
+        QFile file(QString::fromStdString(p));
+        ASSERT_TRUE(file.open(QIODevice::Append));
+        ASSERT_TRUE(file.setFileTime(before, QFileDevice::FileModificationTime));
+    }
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), GfnWrite));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), GfnRead));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), static_cast<GfnOpenMode>(3)));
+    EXPECT_EQ(readFileBytes(p), "content\n");
+    EXPECT_EQ(QFileInfo(QString::fromStdString(p)).lastModified(), before);
+}
+
+TEST_F(FileOpen, ExistingFileWithWriteNewIsAnOverwrite)
+{
+    const std::string p = path("exists.txt");
+    writeFileBytes(p, "x");
+    EXPECT_FALSE(sp_CheckFileOpen(YString(p.c_str()), GfnWriteNew));
+    EXPECT_EQ(sp_FileOpenForensic(YString(p.c_str()), GfnWriteNew), FileOpenOverwrite);
+    EXPECT_EQ(message(p, GfnWriteNew), "The file " + p + kOverwrite);
+    EXPECT_EQ(readFileBytes(p), "x");
+}
+
+TEST_F(FileOpen, MissingFileForReading)
+{
+    const std::string p = path("missing.cir");
+    EXPECT_FALSE(sp_CheckFileOpen(YString(p.c_str()), GfnRead));
+    FileOpenForensic code = FileOpenNoError;
+    EXPECT_TRUE(sp_FileOpenForensic(YString(p.c_str()), GfnRead, &code));
+    EXPECT_EQ(code, FileOpenNotExist);
+    EXPECT_EQ(message(p, GfnRead), "The file " + p + " does not exist");
+}
+
+TEST_F(FileOpen, EmptyPathMessageKeepsTwoBlanks)
+{
+    EXPECT_EQ(message("", GfnRead), "The file  does not exist");
+}
+
+TEST_F(FileOpen, InvalidModeIsAnInternalError)
+{
+    EXPECT_EQ(sp_FileOpenForensic(YString(path("x").c_str()), static_cast<GfnOpenMode>(3)), FileOpenInvalidParams);
+    EXPECT_EQ(message(path("x"), static_cast<GfnOpenMode>(3)), "Internal error");
+}
+
+TEST_F(FileOpen, KeywordsOfEveryCode)
+{
+    const char* const keywords[] = {"noerror", "overwrite", "notexist", "readlocked", "dirnotexist",
+                                    "dirpriv", "writepriv", "writelocked", "invalidparams"};
+    for (int code = 0; code <= 8; ++code)
+        EXPECT_STREQ(sp_ForensicCodeToString(static_cast<FileOpenForensic>(code)).c_str(), keywords[code]);
+    EXPECT_TRUE(sp_ForensicCodeToString(static_cast<FileOpenForensic>(9)).isEmpty());
+    EXPECT_TRUE(sp_ForensicCodeToString(static_cast<FileOpenForensic>(-1)).isEmpty());
+}
+
+TEST_F(FileOpen, NonAsciiAndVeryLongPaths)
+{
+    const std::string p = path("\xC3\xA9t\xC3\xA9.cir");
+    writeFileBytes(p, "x");
+    EXPECT_TRUE(sp_CheckFileOpen(YString(p.c_str()), GfnRead));
+    EXPECT_EQ(sp_FileOpenForensic(YString(p.c_str()), GfnWriteNew), FileOpenOverwrite);
+    const std::string longPath = path(std::string(5000, 'a') + "/b.txt");
+    EXPECT_FALSE(sp_CheckFileOpen(YString(longPath.c_str()), GfnWrite));
+    EXPECT_EQ(sp_FileOpenForensic(YString(longPath.c_str()), GfnWrite), FileOpenDirNotExist);
+}
+
+// Every code from 1 to 8, each produced by a real failed open of an unprivileged process.
+TEST_F(FileOpen, EveryCodeFromARealFailedOpen)
+{
+    openUpTempDir();
+    writeFileBytes(path("plain.txt"), "x");
+    QFile::setPermissions(QString::fromStdString(path("plain.txt")),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther |
+                              QFileDevice::WriteOther | QFileDevice::ReadGroup | QFileDevice::WriteGroup);
+    writeFileBytes(path("readonly.txt"), "x");
+    QFile::setPermissions(QString::fromStdString(path("readonly.txt")),
+                          QFileDevice::ReadOwner | QFileDevice::ReadOther | QFileDevice::ReadGroup);
+    writeFileBytes(path("unreadable.txt"), "x");
+    QFile::setPermissions(QString::fromStdString(path("unreadable.txt")), QFileDevice::WriteOwner);
+    QDir().mkdir(QString::fromStdString(path("lockeddir")));
+    QFile::setPermissions(QString::fromStdString(path("lockeddir")),
+                          QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                              QFileDevice::ExeOther | QFileDevice::ReadGroup | QFileDevice::ExeGroup);
+    QDir().mkdir(QString::fromStdString(path("adir")));
+    QFile::setPermissions(QString::fromStdString(path("adir")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                                   QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                                   QFileDevice::WriteOther | QFileDevice::ExeOther);
+
+    EXPECT_EQ(probe(path("plain.txt"), GfnWriteNew), "0 1 overwrite|The file " + path("plain.txt") + kOverwrite);
+    EXPECT_EQ(probe(path("missing.txt"), GfnRead), "0 2 notexist|The file " + path("missing.txt") + " does not exist");
+    EXPECT_EQ(probe(path("unreadable.txt"), GfnRead),
+              "0 3 readlocked|The file " + path("unreadable.txt") +
+                  " cannot be opened for read; either it is locked by another process or there is insufficient privilege");
+    EXPECT_EQ(probe(path("nodir/new.txt"), GfnWrite),
+              "0 4 dirnotexist|The file " + path("nodir/new.txt") + " cannot be opened because its directory does not exist");
+    EXPECT_EQ(probe(path("lockeddir/new.txt"), GfnWrite),
+              "0 5 dirpriv|The file " + path("lockeddir/new.txt") +
+                  " cannot be opened for write possibly because of insufficient directory privilege");
+    EXPECT_EQ(probe(path("readonly.txt"), GfnWrite),
+              "0 6 writepriv|The file " + path("readonly.txt") +
+                  " cannot be opened for write because a read-only attribute is set");
+    // A folder: writable by its permission bits, yet no file can be opened on it.
+    EXPECT_EQ(probe(path("adir"), GfnWrite),
+              "0 7 writelocked|The file " + path("adir") +
+                  " cannot be opened for write; either it is locked by another process or there is insufficient privilege");
+    EXPECT_EQ(probe(path("plain.txt"), 3), "1 8 invalidparams|Internal error");
+    // The successful opens of the same process leave everything as it was.
+    EXPECT_EQ(probe(path("plain.txt"), GfnWrite), "1 7 writelocked|The file " + path("plain.txt") +
+                                                    " cannot be opened for write; either it is locked by another "
+                                                    "process or there is insufficient privilege");
+    EXPECT_EQ(readFileBytes(path("plain.txt")), "x");
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("lockeddir/new.txt"))));
+}

@@ -1,0 +1,98 @@
+// FileWatcherTest.cpp - folder notifications through a real QFileSystemWatcher and event loop.
+#include "FileWatcher.h"
+#include "TestHelpers.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QMetaObject>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+class RecordingWatcher : public YFileWatcher {
+public:
+    RecordingWatcher() = default;
+    explicit RecordingWatcher(const YString& path) : YFileWatcher(path) {}
+    void onDirectoryChanged(const YString& path) override { calls.push_back(path.c_str()); }
+    std::vector<std::string> calls;
+};
+
+// Runs the event loop for `ms` milliseconds, or until `done` holds.
+template <class Done>
+void spin(int ms, Done done)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < ms && !done())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+} // namespace
+
+class FileWatch : public TempDirTest {};
+
+TEST_F(FileWatch, FileCreatedInAWatchedFolderGivesOneCallWithTheFolderPath)
+{
+    const std::string folder = path("d\xC3\xA9j\xC3\xA0 vu");
+    ASSERT_TRUE(QDir().mkpath(QString::fromUtf8(folder.c_str())));
+    RecordingWatcher watcher{YString(folder.c_str())};
+    writeFileBytes(folder + "/new.cir", "R1 a b 1k\n");
+    spin(5000, [&] { return !watcher.calls.empty(); });
+    spin(300, [] { return false; });
+    ASSERT_EQ(watcher.calls.size(), 1u);
+    EXPECT_EQ(watcher.calls[0], folder);
+}
+
+TEST_F(FileWatch, AddPathWatchesLaterFolders)
+{
+    RecordingWatcher watcher;
+    watcher.addPath(YString(m_dir.c_str()));
+    writeFileBytes(path("x.txt"), "x");
+    spin(5000, [&] { return !watcher.calls.empty(); });
+    ASSERT_FALSE(watcher.calls.empty());
+    EXPECT_EQ(watcher.calls[0], m_dir);
+}
+
+TEST_F(FileWatch, ChangesToAWatchedFileGiveNoCall)
+{
+    writeFileBytes(path("watched.txt"), "a");
+    RecordingWatcher watcher{YString(path("watched.txt").c_str())};
+    writeFileBytes(path("watched.txt"), "changed");
+    spin(700, [] { return false; });
+    EXPECT_TRUE(watcher.calls.empty());
+}
+
+TEST_F(FileWatch, MissingPathIsIgnored)
+{
+    RecordingWatcher watcher{YString(path("missing").c_str())};
+    watcher.addPath(YString(path("missing/too").c_str()));
+    watcher.addPath(YString(""));
+    writeFileBytes(path("x.txt"), "x");
+    spin(500, [] { return false; });
+    EXPECT_TRUE(watcher.calls.empty());
+}
+
+TEST_F(FileWatch, CopySharesTheWatcherAndEachDeletesIt)
+{
+    RecordingWatcher watcher{YString(m_dir.c_str())};
+    {
+        RecordingWatcher copy(watcher);
+        EXPECT_TRUE(copy.calls.empty());
+    }
+    // The copy deleted the shared Qt watcher: the original hears nothing more, and its own deletion
+    // finds the watcher already gone.
+    writeFileBytes(path("after.txt"), "x");
+    spin(500, [] { return false; });
+    EXPECT_TRUE(watcher.calls.empty());
+}
+
+TEST(FileSystemWatcherImpl, HasItsOwnClassName)
+{
+    FileSystemWatcherImpl impl;
+    EXPECT_STREQ(impl.metaObject()->className(), "FileSystemWatcherImpl");
+    EXPECT_TRUE(impl.inherits("QFileSystemWatcher"));
+    EXPECT_NE(qobject_cast<QFileSystemWatcher*>(&impl), nullptr);
+}

@@ -1,0 +1,169 @@
+// PatternMatchTest.cpp - wildcards, regular expressions and sequential tokenising.
+#include "PatternMatch.h"
+#include "TestHelpers.h"
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct GlobCase {
+    const char* pattern;
+    const char* text;
+    int expected;
+};
+
+// Pattern/text pairs over every rewriting step and its consequences. In the comments, "\" is one
+// backslash of the pattern.
+const GlobCase kGlobCases[] = {
+    {"*.cir", "a.cir", 0},
+    {"*.cir", ".cir", -1},         // a star needs at least one character
+    {"*.cir", "a.circuit", 0},     // not anchored
+    {"*.cir", "xcir", -1},         // the dot is literal
+    {"a?c", "xabc", 1},
+    {"a?c", "ac", -1},
+    {"a\\*b", "a*b", 0},           // a\*b: literal star
+    {"a\\*b", "axb", -1},
+    {"a\\?b", "a?b", 0},           // a\?b: literal question mark
+    {"a\\?b", "axb", -1},
+    {"\\*", "x*", 1},              // an escaped star at the start of the pattern
+    {"f(1)", "f(1)", 0},           // parentheses literal
+    {"f(1)", "f1", -1},
+    {"[ab]", "a", -1},             // brackets literal
+    {"[ab]", "x[ab]", 1},
+    {"{2}", "a{2}", 1},            // braces literal
+    {"a{2}", "aa", -1},
+    {"a.c", "abc", -1},
+    {"a.c", "za.c", 1},
+    {"a+", "aa", -1},              // plus literal
+    {"a+", "xa+", 1},
+    {"a*", "a", -1},
+    {"a*", "ab", 0},
+    {"*", "", -1},
+    {"*", "x", 0},
+    {"?", "", -1},
+    {"?", "z", 0},
+    {"^ab", "xab", -1},            // caret kept
+    {"^ab", "abx", 0},
+    {"ab$", "abx", -1},            // dollar kept
+    {"ab$", "xab", 1},
+    {"a|b", "xb", 1},              // alternation kept
+    {"b", "abc", 1},
+    {"", "abc", 0},
+    {"a??c", "abc", 0},            // the second "?" stays a bare quantifier: "a.?c"
+    {"a??c", "ac", 0},             // ... which makes the first one optional
+    {"a??c", "abxc", -1},
+    {"a*?c", "axyc", 0},           // "a(.){1,}.c"
+    {"a*?c", "axc", -1},
+    {"a**b", "ab", -1},            // the second star stays bare: "a(.){1,}*b" is no valid expression
+    {"a**b", "axxb", -1},
+    {"a\\\\*b", "a\\xb", 0},       // a\\*b: an escaped backslash, then a star
+    {"a\\\\*b", "a*b", -1},
+    {"a\\\\\\*b", "a\\*b", 0},     // a\\\*b: an escaped backslash, then a literal star
+    {"b", "\xF0\x9D\x84\x9E" "b", 2},  // positions in UTF-16 units: U+1D11E takes two
+    {"b", "\xC3\xA9" "b", 1},
+    {"\xC3\xA9?", "x\xC3\xA9z", 1},
+};
+
+YArray<YString> texts(std::initializer_list<const char*> items)
+{
+    YArray<YString> result;
+    for (const char* item : items)
+        result.append(YString(item));
+    return result;
+}
+
+std::vector<std::string> plain(const YArray<YString>& items)
+{
+    std::vector<std::string> result;
+    for (const YString& item : items)
+        result.push_back(item.c_str());
+    return result;
+}
+
+} // namespace
+
+TEST(GlobMatch, Table)
+{
+    for (const GlobCase& c : kGlobCases)
+        EXPECT_EQ(sp_GlobMatch(c.pattern, c.text), c.expected) << "pattern '" << c.pattern << "' text '" << c.text << "'";
+    EXPECT_GE(sizeof(kGlobCases) / sizeof(kGlobCases[0]), 40u);
+}
+
+TEST(GlobMatch, NullArgumentsCountAsEmpty)
+{
+    EXPECT_EQ(sp_GlobMatch(nullptr, "abc"), 0);
+    EXPECT_EQ(sp_GlobMatch("a", nullptr), -1);
+    EXPECT_EQ(sp_GlobMatch(nullptr, nullptr), 0);
+    EXPECT_EQ(sp_GlobMatch("a|(", "a"), 0);   // the parenthesis is literal, so this is valid
+    EXPECT_EQ(sp_GlobMatch("a\\", "a\\"), -1); // a trailing backslash: no valid expression, no match
+}
+
+TEST(RegexpMatch, CaseSensitiveAndNot)
+{
+    EXPECT_EQ(sp_RegexpMatch("B", "abc"), -1);
+    EXPECT_EQ(sp_RegexpMatch_i("B", "abc"), 1);
+    EXPECT_EQ(sp_RegexpMatch("[0-9]+", "ab12"), 2);
+    EXPECT_EQ(sp_RegexpMatch("(", "abc"), -1);
+    EXPECT_EQ(sp_RegexpMatch_i(nullptr, nullptr), 0);
+    EXPECT_EQ(sp_RegexpMatch("\xC3\xA9", "a\xC3\xA9"), 1);
+}
+
+TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
+{
+    YArray<YString> captures;
+    captures.append(YString("kept"));
+    EXPECT_TRUE(sp_RegularExpressionMatch(YString("w12"), YString("w(\\d+)"), &captures));
+    ASSERT_EQ(captures.count(), 3);
+    EXPECT_STREQ(captures[0].c_str(), "kept");
+    EXPECT_STREQ(captures[1].c_str(), "w12");
+    EXPECT_STREQ(captures[2].c_str(), "12");
+
+    YArray<YString> optional;
+    EXPECT_TRUE(sp_RegularExpressionMatch(YString("ab"), YString("a(x)?(b)"), &optional));
+    ASSERT_EQ(optional.count(), 3);
+    EXPECT_STREQ(optional[1].c_str(), "");
+    EXPECT_STREQ(optional[2].c_str(), "b");
+
+    YArray<YString> none;
+    none.append(YString("x"));
+    EXPECT_FALSE(sp_RegularExpressionMatch(YString("abc"), YString("\\d"), &none));
+    EXPECT_FALSE(sp_RegularExpressionMatch(YString("abc"), YString("(["), &none));
+    EXPECT_EQ(none.count(), 1);
+}
+
+TEST(RegExpMatches, SplitsTextIntoOneMatchPerPattern)
+{
+    const YArray<YString> patterns = texts({"[a-z]+", "[0-9]+"});
+    YArray<YString> pieces;
+    EXPECT_TRUE(sp_RegExpMatches(patterns, YString("abc123"), &pieces));
+    EXPECT_EQ(plain(pieces), (std::vector<std::string>{"abc", "123"}));
+
+    YArray<YString> gapped;
+    EXPECT_FALSE(sp_RegExpMatches(patterns, YString("abc-123"), &gapped));
+    EXPECT_EQ(plain(gapped), (std::vector<std::string>{"abc", "123"}));
+}
+
+TEST(RegExpMatches, CaretMatchesOnlyAtTheStartOfTheText)
+{
+    YArray<YString> pieces;
+    EXPECT_FALSE(sp_RegExpMatches(texts({"a", "^b"}), YString("ab"), &pieces));
+    EXPECT_EQ(plain(pieces), (std::vector<std::string>{"a"}));
+}
+
+TEST(RegExpMatches, EmptyListLeftoversAndNoMatch)
+{
+    YArray<YString> pieces;
+    EXPECT_TRUE(sp_RegExpMatches(YArray<YString>(), YString("anything"), &pieces));
+    EXPECT_EQ(pieces.count(), 0);
+    YArray<YString> one;
+    one.append(YString("ab"));
+    EXPECT_TRUE(sp_RegExpMatches(one, YString("abzzz"), &pieces)); // text after the last pattern is not checked
+    YArray<YString> two;
+    two.append(YString("x"));
+    two.append(YString("ab"));
+    YArray<YString> none;
+    EXPECT_FALSE(sp_RegExpMatches(two, YString("abc"), &none)); // no match at all stops
+    EXPECT_EQ(none.count(), 0);
+}
