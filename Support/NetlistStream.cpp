@@ -5,6 +5,7 @@
 #include "TextFile.h"
 #include "TextServices.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 
@@ -182,20 +183,32 @@ size_t SpiceStream::copyPlainRun(const char* p, const char* end, char icc)
         const __m128i high = _mm_set1_epi8(127);
         const __m128i comment = _mm_set1_epi8(icc);
         const __m128i brace = _mm_set1_epi8('{');
-        while (end - q >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-            const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, comment), _mm_cmpeq_epi8(v, brace));
-            const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
-            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
-            // All sixteen bytes are stored; only the plain ones are taken into the buffers.
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(m_rawBuffer.reserveTail(16)), v);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(m_lineBuffer.reserveTail(16)), v);
-            const int taken = mask == 0xFFFFu ? 16 : netlist::lowestBit(~mask & 0xFFFFu);
-            m_rawBuffer.expand(taken);
-            m_lineBuffer.expand(taken);
+        // Blocks of whole vectors with room reserved in both buffers beforehand, so that the loop
+        // works on local pointers.
+        bool stopped = false;
+        while (!stopped && end - q >= 16) {
+            const size_t block = std::min<size_t>(static_cast<size_t>(end - q) & ~static_cast<size_t>(15), 4096);
+            char* raw = m_rawBuffer.reserveTail(static_cast<int>(block));
+            char* line = m_lineBuffer.reserveTail(static_cast<int>(block));
+            size_t taken = 0;
+            while (taken < block) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + taken));
+                const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, comment), _mm_cmpeq_epi8(v, brace));
+                const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
+                const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
+                // All sixteen bytes are stored; only the plain ones are taken into the buffers.
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(raw + taken), v);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(line + taken), v);
+                if (mask != 0xFFFFu) {
+                    taken += static_cast<size_t>(netlist::lowestBit(~mask & 0xFFFFu));
+                    stopped = true;
+                    break;
+                }
+                taken += 16;
+            }
+            m_rawBuffer.expand(static_cast<int>(taken));
+            m_lineBuffer.expand(static_cast<int>(taken));
             q += taken;
-            if (taken < 16)
-                break;
         }
 #endif
         if (q >= end)
