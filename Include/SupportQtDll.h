@@ -18,4 +18,5 @@
 #include "SupportQtExport.h"
 #include "TextFile.h"
 #include "TreboltControls.h"
+#include "XMLReport.h"
 #include "common_dynexport.h"

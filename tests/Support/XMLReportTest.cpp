@@ -1,0 +1,190 @@
+// XMLReportTest.cpp - run records, deltas against the reference run and normalised sensitivities.
+#include "TestHelpers.h"
+#include "XMLReport.h"
+
+namespace {
+
+XMLParameterValue parameter(double nominal, double used)
+{
+    XMLParameterValue p;
+    p.name = "R1";
+    p.nominal = nominal;
+    p.usedValue = used;
+    return p;
+}
+
+// A run whose merit value `value` has the delta `delta` and whose parameters moved as given.
+XMLReportInfo run(int caseNumber, double value, double delta, std::initializer_list<XMLParameterValue> parameters)
+{
+    XMLReportInfo r(caseNumber);
+    r.values.at(0).value = value;
+    r.values.at(0).delta = delta;
+    for (const XMLParameterValue& p : parameters)
+        r.parameters.append(p);
+    return r;
+}
+
+} // namespace
+
+TEST(XMLReportInfo, CreatedFromACaseNumber)
+{
+    const XMLReportInfo r(7);
+    EXPECT_EQ(r.caseNumber, 7);
+    EXPECT_FALSE(r.hasName || r.hasDescription || r.hasSeed);
+    EXPECT_TRUE(r.name.isEmpty() && r.description.isEmpty());
+    EXPECT_EQ(r.values.count(), 0);
+    EXPECT_EQ(r.parameters.count(), 0);
+}
+
+TEST(XMLReportInfo, OutOfRangeReadsGiveDefaultsAndWritesAppendUnsetEntries)
+{
+    XMLReportInfo r(2);
+    EXPECT_EQ(r.values[-1].status, NormUnset);
+    EXPECT_EQ(r.values[5].value, 0.0);
+    EXPECT_TRUE(r.parameters[3].name.isEmpty());
+    EXPECT_FALSE(r.parameters[3].hasTolerance);
+    r.values.at(2).value = 4.5;
+    ASSERT_EQ(r.values.count(), 3);
+    EXPECT_EQ(r.values[0].status, NormUnset);
+    EXPECT_EQ(r.values[1].norm, 0.0);
+    EXPECT_EQ(r.values[2].value, 4.5);
+    r.values.at(-3).value = 9; // lands nowhere
+    EXPECT_EQ(r.values.count(), 3);
+}
+
+TEST(XMLReportInfo, CopiesAreDeep)
+{
+    XMLReportInfo a(3);
+    a.values.at(0).value = 1.0;
+    a.parameters.append(parameter(1, 2));
+    XMLReportInfo b = a;
+    b.values.at(0).value = 2.0;
+    b.parameters.append(parameter(3, 4));
+    EXPECT_EQ(a.values[0].value, 1.0);
+    EXPECT_EQ(a.parameters.count(), 1);
+    EXPECT_EQ(b.parameters.count(), 2);
+}
+
+TEST(XMLReportInfo, NormalisedSensitivityFormula)
+{
+    // ((delta / value) * nominal) / (used - nominal) = ((0.5 / 2) * 100) / (110 - 100) = 2.5
+    const XMLReportInfo r = run(2, 2.0, 0.5, {parameter(100, 110)});
+    bool divByZero = true;
+    EXPECT_DOUBLE_EQ(r.getNormalisedSensitivity(0, 0, &divByZero), 2.5);
+    EXPECT_FALSE(divByZero);
+    EXPECT_EQ(r.getNormalisedSensitivity(-1, 0, &divByZero), 0.0);
+    EXPECT_TRUE(divByZero);
+    divByZero = false;
+    EXPECT_EQ(r.getNormalisedSensitivity(0, 9, &divByZero), 0.0);
+    EXPECT_TRUE(divByZero);
+    divByZero = false;
+    EXPECT_EQ(r.getNormalisedSensitivity(4, 0, &divByZero), 0.0);
+    EXPECT_TRUE(divByZero);
+}
+
+TEST(XMLReportInfo, ReferenceRunIsAlwaysValidWithNormZero)
+{
+    XMLReportInfo r = run(1, 2.0, 0.5, {parameter(100, 110)});
+    r.values.at(1).value = 3;
+    r.buildNormalisedSensitivity();
+    for (int j = 0; j < 2; ++j) {
+        EXPECT_EQ(r.values[j].status, NormValid);
+        EXPECT_EQ(r.values[j].norm, 0.0);
+    }
+}
+
+TEST(XMLReportInfo, NominalUsedOrZeroValueDividesByZero)
+{
+    XMLReportInfo unmoved = run(2, 2.0, 0.5, {parameter(100, 100)});
+    unmoved.buildNormalisedSensitivity();
+    EXPECT_EQ(unmoved.values[0].status, NormDivByZero);
+    EXPECT_EQ(unmoved.values[0].norm, 0.0);
+    XMLReportInfo zero = run(2, 0.0, 0.5, {parameter(100, 110)});
+    zero.buildNormalisedSensitivity();
+    EXPECT_EQ(zero.values[0].status, NormDivByZero);
+    XMLReportInfo none = run(2, 2.0, 0.5, {});
+    none.buildNormalisedSensitivity();
+    EXPECT_EQ(none.values[0].status, NormDivByZero);
+}
+
+TEST(XMLReportInfo, ConsistencyToleranceIsRelative)
+{
+    // value 1, delta 0.1, nominal 1: sensitivity 0.1 / (used - 1); used 1.05 gives 2.0.
+    const double twoUsed = 1.05;
+    auto usedFor = [](double s) { return 1.0 + 0.1 / s; };
+    XMLReportInfo close = run(2, 1.0, 0.1, {parameter(1, twoUsed), parameter(1, usedFor(2.0000001))});
+    close.buildNormalisedSensitivity();
+    EXPECT_EQ(close.values[0].status, NormValid);
+    bool flag = false;
+    EXPECT_EQ(close.values[0].norm, close.getNormalisedSensitivity(0, 0, &flag));
+    EXPECT_NEAR(close.values[0].norm, 2.0, 1e-12);
+    XMLReportInfo far = run(2, 1.0, 0.1, {parameter(1, twoUsed), parameter(1, usedFor(2.000001))});
+    far.buildNormalisedSensitivity();
+    EXPECT_EQ(far.values[0].status, NormInconsistent);
+    EXPECT_EQ(far.values[0].norm, 0.0);
+}
+
+TEST(XMLReportInfo, ZeroFirstSensitivityComparesAbsolutely)
+{
+    // A nominal of 0 makes the first parameter's sensitivity 0: ((d / y) * 0) / (used - 0).
+    XMLReportInfo r = run(2, 1.0, 1e-7, {parameter(0, 1), parameter(2, 3)});
+    // Second: ((1e-7 / 1) * 2) / (3 - 2) = 2e-7, an absolute difference above 1e-7.
+    r.buildNormalisedSensitivity();
+    EXPECT_EQ(r.values[0].status, NormInconsistent);
+    XMLReportInfo same = run(2, 1.0, 0.4e-7, {parameter(0, 1), parameter(2, 3)});
+    same.buildNormalisedSensitivity(); // 0.8e-7 is within 1e-7 of 0
+    EXPECT_EQ(same.values[0].status, NormValid);
+    EXPECT_EQ(same.values[0].norm, 0.0);
+}
+
+TEST(XMLReportInfo, OnlyTheLastCallsDivisionFlagCounts)
+{
+    // The first parameter divides by zero (used = nominal), the second does not: the run is reported by
+    // the second; s0 is 0, so the comparison is absolute and the run is inconsistent.
+    XMLReportInfo r = run(2, 1.0, 0.1, {parameter(1, 1), parameter(1, 1.05)});
+    r.buildNormalisedSensitivity();
+    EXPECT_EQ(r.values[0].status, NormInconsistent);
+    // In the reverse order the call that ends the loop divides by zero, and its flag decides.
+    XMLReportInfo reverse = run(2, 1.0, 0.1, {parameter(1, 1.05), parameter(1, 1)});
+    reverse.buildNormalisedSensitivity();
+    EXPECT_EQ(reverse.values[0].status, NormDivByZero);
+    EXPECT_EQ(reverse.values[0].norm, 0.0);
+    XMLReportInfo lastZero = run(2, 1.0, 0.0, {parameter(1, 1.05), parameter(1, 1)});
+    lastZero.buildNormalisedSensitivity(); // s0 = 0, s1 flagged 0: consistent, but the last flag is set
+    EXPECT_EQ(lastZero.values[0].status, NormDivByZero);
+}
+
+TEST(ComputeSensitivityDeltas, DeltasAgainstCaseOne)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportInfo reference(1);
+    reference.values.at(0).value = 10;
+    reference.values.at(1).value = 1;
+    table.insert(reference);
+    XMLReportInfo other = run(2, 12, 99, {parameter(100, 110)});
+    table.insert(other);
+    computeSensitivityDeltas(table);
+    XMLReportInfo probe;
+    probe.caseNumber = 2;
+    const XMLReportInfo* r2 = table.find(probe);
+    ASSERT_NE(r2, nullptr);
+    EXPECT_EQ(r2->values[0].delta, 2.0);
+    ASSERT_EQ(r2->values.count(), 2); // the missing value was created and reads as 0
+    EXPECT_EQ(r2->values[1].delta, -1.0);
+    EXPECT_EQ(r2->values[0].status, NormValid);
+    EXPECT_DOUBLE_EQ(r2->values[0].norm, ((2.0 / 12.0) * 100.0) / 10.0);
+    probe.caseNumber = 1;
+    EXPECT_EQ(table.find(probe)->values[0].delta, 0.0);
+    EXPECT_EQ(table.find(probe)->values[0].status, NormValid);
+}
+
+TEST(ComputeSensitivityDeltas, WithoutCaseOneDeltasStayAsTheyWere)
+{
+    YHashTable<XMLReportInfo> table;
+    table.insert(run(2, 2.0, 0.5, {parameter(100, 110)}));
+    computeSensitivityDeltas(table);
+    XMLReportInfo probe;
+    probe.caseNumber = 2;
+    EXPECT_EQ(table.find(probe)->values[0].delta, 0.5);
+    EXPECT_DOUBLE_EQ(table.find(probe)->values[0].norm, 2.5);
+}
