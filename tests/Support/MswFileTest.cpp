@@ -1,0 +1,573 @@
+// MswFileTest.cpp - the XML results file: writing, reading, appended files, run labels, schema
+// validation, adding a merit function, and writes that never damage the previous file.
+#include "FileServices.h"
+#include "Options.h"
+#include "TestHelpers.h"
+#include "TextServices.h"
+#include "XMLReport.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <cstring>
+#include <random>
+#include <string>
+
+namespace {
+
+const char kSchema[] = SUPPORTQT_SCHEMA_DIR "/msw.xsd";
+
+const XMLReportInfo* findCase(const YHashTable<XMLReportInfo>& table, int caseNumber)
+{
+    XMLReportInfo probe;
+    probe.caseNumber = caseNumber;
+    return table.find(probe);
+}
+
+std::string msw(const std::string& body, const std::string& rootAttributes = " version=\"1.0\"")
+{
+    return "<?xml version=\"1.0\"?>\n<msw" + rootAttributes + ">" + body + "</msw>\n";
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+class OptionGuard {
+public:
+    explicit OptionGuard(bool on) { sp_SetBoolOption("WriteXMLAsciiReals", on); }
+    ~OptionGuard() { sp_SetBoolOption("WriteXMLAsciiReals", false); }
+};
+
+} // namespace
+
+class MswFile : public TempDirTest {
+protected:
+    bool read(const std::string& name, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
+    {
+        return sp_CompileSensReportData(YString(path(name).c_str()), table, header);
+    }
+    bool readText(const std::string& text, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
+    {
+        writeFileBytes(path("in.xml"), text);
+        return read("in.xml", table, header);
+    }
+    // The files in the temporary folder whose names start with a dot (the writer's temporary files).
+    QStringList leftovers()
+    {
+        return QDir(QString::fromStdString(m_dir)).entryList(QStringList{".*"}, QDir::Files | QDir::Hidden);
+    }
+};
+
+// ---------------------------------------------------------------- version and root
+
+TEST_F(MswFile, VersionRule)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_TRUE(readText(msw("", ""), &t, &h));
+    EXPECT_TRUE(readText(msw("", " version=\"1.0\""), &t, &h));
+    EXPECT_FALSE(readText(msw("", " version=\"1.1\""), &t, &h));
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> root = doc->createRoot("msw");
+    EXPECT_TRUE(sp_TestMswVersion(root));
+    root->setAttribute("version", "1.0");
+    EXPECT_TRUE(sp_TestMswVersion(root));
+    root->setAttribute("version", "1.1");
+    EXPECT_FALSE(sp_TestMswVersion(root));
+    root->setAttribute("version", "V1.0");
+    EXPECT_FALSE(sp_TestMswVersion(root));
+}
+
+TEST_F(MswFile, RootDecoration)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    sp_DecorateMswRoot(doc->createRoot("msw"));
+    const std::string text = doc->toText().c_str();
+    EXPECT_TRUE(contains(text, "<msw xmlns=\"http://results.example.net/schemas/application/msw/\" "
+                               "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                               "xsi:schemaLocation=\"http://results.example.net/schemas/application/msw "
+                               "https://results.example.net/schemas/application/msw.xsd\" version=\"1.0\" rev=\"1\""))
+        << text;
+}
+
+// ---------------------------------------------------------------- writing
+
+TEST_F(MswFile, FileWithoutRunsHasNoSteps)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.meritFunctions.append(XMLMeritFunction{"max(v(out))", "Vmax"});
+    ASSERT_TRUE(sp_WriteMswFile(YString(path("empty.msw").c_str()), table, header));
+    const std::string text = readFileBytes(path("empty.msw"));
+    EXPECT_FALSE(contains(text, "<steps"));
+    EXPECT_TRUE(contains(text, "<meritfunction value=\"max(v(out))\" name=\"Vmax\""));
+    EXPECT_TRUE(contains(text, "<header />") || contains(text, "<header/>")) << text;
+}
+
+TEST_F(MswFile, ReadingWithoutStepsKeepsSensvalRecordsOnly)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<meritfunction value=\"a\" name=\"A\"><sensval case=\"1\" value=\"2\"/>"
+                             "<sensval case=\"3\" value=\"5\"/></meritfunction>"),
+                         &t, &h));
+    EXPECT_EQ(t.count(), 2);
+    EXPECT_EQ(findCase(t, 3)->values[0].value, 5.0);
+    EXPECT_EQ(findCase(t, 3)->values[0].delta, 3.0);
+    EXPECT_FALSE(findCase(t, 3)->hasName);
+    EXPECT_EQ(h.meritFunctions.count(), 1);
+    EXPECT_STREQ(h.meritFunctions[0].name.c_str(), "A");
+}
+
+TEST_F(MswFile, NameWinsOverDescriptionAndMissingBothGivesRunNumber)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps><step name=\"Param:X\" description=\"lost\" case=\"2\"/>"
+                             "<step case=\"7\"/><step case=\"8\" description=\"kept\"/></steps>"),
+                         &t, &h));
+    EXPECT_TRUE(findCase(t, 2)->hasName);
+    EXPECT_STREQ(findCase(t, 2)->name.c_str(), "Param:X");
+    EXPECT_STREQ(findCase(t, 2)->description.c_str(), "Var: X"); // from the post-read pass, not "lost"
+    EXPECT_STREQ(findCase(t, 7)->description.c_str(), "Run=7");
+    EXPECT_TRUE(findCase(t, 7)->hasDescription);
+    EXPECT_STREQ(findCase(t, 8)->description.c_str(), "kept");
+}
+
+TEST_F(MswFile, RunLabelsTellRunsApartAtTheFirstSufficientDetail)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>"
+                             "<step case=\"2\" name=\"Refdes:R1/DevParam:R/Term:1\"/>"
+                             "<step case=\"3\" name=\"Refdes:R1/DevParam:R/Term:2\"/>"
+                             "<step case=\"4\" name=\"Lot:L1/DevParam:R/Tol:5%\"/>"
+                             "<step case=\"5\" name=\"Param:W/PDF:gauss\"/>"
+                             "<step case=\"6\" name=\"Param:W/PDF:flat\"/>"
+                             "<step case=\"7\" name=\"plain name\"/>"
+                             "<step case=\"8\" name=\"same\"/><step case=\"9\" name=\"SAME\"/>"
+                             "</steps>"),
+                         &t, &h));
+    EXPECT_STREQ(findCase(t, 2)->description.c_str(), "Ref: R1.R (term 1)");
+    EXPECT_STREQ(findCase(t, 3)->description.c_str(), "Ref: R1.R (term 2)");
+    EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Lot: L1");
+    EXPECT_STREQ(findCase(t, 5)->description.c_str(), "Var: W (gauss)");
+    EXPECT_STREQ(findCase(t, 6)->description.c_str(), "Var: W (flat)");
+    EXPECT_STREQ(findCase(t, 7)->description.c_str(), "plain name");
+    // Identical names (ignoring case) stay undescribed.
+    EXPECT_TRUE(findCase(t, 8)->description.isEmpty());
+    EXPECT_FALSE(findCase(t, 8)->hasDescription);
+    EXPECT_TRUE(findCase(t, 9)->description.isEmpty());
+}
+
+TEST_F(MswFile, LotLabelsGrowWithDetail)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>"
+                             "<step case=\"2\" name=\"Lot:L1/DevParam:R/Tol:5%\"/>"
+                             "<step case=\"3\" name=\"Lot:L1/DevParam:C/Tol:5%\"/>"
+                             "<step case=\"4\" name=\"Lot:L1/DevParam:C/Tol:10%\"/>"
+                             "</steps>"),
+                         &t, &h));
+    EXPECT_STREQ(findCase(t, 2)->description.c_str(), "Lot: L1.R (TOL=5%)");
+    EXPECT_STREQ(findCase(t, 3)->description.c_str(), "Lot: L1.C (TOL=5%)");
+    EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Lot: L1.C (TOL=10%)");
+}
+
+TEST_F(MswFile, HeaderOfACoreChangesNothingAndMissingTextsAreUnknown)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    h.title = "kept";
+    ASSERT_TRUE(readText(msw("<header coreid=\"2\" title=\"core two\" numcores=\"8\"/>"), &t, &h));
+    EXPECT_STREQ(h.title.c_str(), "kept");
+    EXPECT_EQ(h.numCores, 0);
+    ASSERT_TRUE(readText(msw("<header numcores=\"4\" date=\"today\"/>"), &t, &h));
+    EXPECT_STREQ(h.title.c_str(), "unknown");
+    EXPECT_STREQ(h.analysis.c_str(), "unknown");
+    EXPECT_STREQ(h.group.c_str(), "unknown");
+    EXPECT_STREQ(h.date.c_str(), "today");
+    EXPECT_EQ(h.numCores, 4);
+}
+
+TEST_F(MswFile, AsciiTwinsOnlyWithTheOption)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportInfo r(2);
+    r.values.at(0).value = 0.25;
+    XMLParameterValue p;
+    p.name = "R1";
+    p.nominal = 1000;
+    p.usedValue = 1100;
+    p.tolerance = 5;
+    p.hasTolerance = true;
+    r.parameters.append(p);
+    XMLParameterValue q = p;
+    q.name = "R2";
+    q.hasTolerance = false;
+    r.parameters.append(q);
+    table.insert(r);
+    XMLReportHeader header;
+    header.meritFunctions.append(XMLMeritFunction{"v", "V"});
+    {
+        OptionGuard on(true);
+        ASSERT_TRUE(sp_WriteMswFile(YString(path("twins.msw").c_str()), table, header));
+    }
+    const std::string text = readFileBytes(path("twins.msw"));
+    const std::string expected = std::string("<parameter name=\"R1\" nom=\"1000\" nom_ascii=\"") +
+                                 sp_ConvertRealToJSEng(1000, 10, true).c_str() + "\" usedvalue=\"1100\" usedvalue_ascii=\"" +
+                                 sp_ConvertRealToJSEng(1100, 10, true).c_str() + "\" tol=\"5\" tol_ascii=\"" +
+                                 sp_ConvertRealToJSEng(5, 10, true).c_str() + "\"";
+    EXPECT_TRUE(contains(text, expected)) << text;
+    EXPECT_TRUE(contains(text, std::string("<parameter name=\"R2\" nom=\"1000\" nom_ascii=\"") +
+                                   sp_ConvertRealToJSEng(1000, 10, true).c_str() + "\" usedvalue=\"1100\" usedvalue_ascii=\"" +
+                                   sp_ConvertRealToJSEng(1100, 10, true).c_str() + "\" />"))
+        << text;
+    EXPECT_TRUE(contains(text, std::string("<sensval case=\"2\" value=\"0.25\" value_ascii=\"") +
+                                   sp_ConvertRealToJSEng(0.25, 10, true).c_str() + "\""));
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(YString(path("twins.msw").c_str()), YString(kSchema), &message), XmlValidateOk)
+        << message.c_str();
+
+    ASSERT_TRUE(sp_WriteMswFile(YString(path("plain.msw").c_str()), table, header));
+    EXPECT_FALSE(contains(readFileBytes(path("plain.msw")), "_ascii"));
+}
+
+// ---------------------------------------------------------------- round trip
+
+TEST_F(MswFile, EveryFieldSurvivesAWriteAndARead)
+{
+    std::mt19937_64 random(99);
+    auto anyDouble = [&]() {
+        double d;
+        do {
+            const unsigned long long bits = random();
+            std::memcpy(&d, &bits, sizeof d);
+        } while (!std::isfinite(d));
+        return d;
+    };
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.numCores = 6;
+    header.date = "2026-11-22 <09:05>";
+    header.title = "Buck \"converter\" & friends \xC3\xA9t\xC3\xA9";
+    header.analysis = ".mc 100 tran v(out) max";
+    header.group = "grp'1";
+    for (int m = 0; m < 3; ++m)
+        header.meritFunctions.append(XMLMeritFunction{YString(("max(v(n" + std::to_string(m) + "))<1&2").c_str()),
+                                                      YString(("M\xC3\xA9rit " + std::to_string(m)).c_str())});
+    for (int c = 1; c <= 40; ++c) {
+        XMLReportInfo r(c);
+        if (c % 2 == 0) {
+            r.name = YString(("Refdes:R" + std::to_string(c) + "/DevParam:<R>&\"x\"").c_str());
+            r.hasName = true;
+        } else {
+            r.description = YString(("run \xE2\x80\x94 " + std::to_string(c) + " <&>").c_str());
+            r.hasDescription = true;
+        }
+        if (c % 3 != 0) {
+            r.seed = (1LL << 40) + c * 1234567891LL;
+            r.hasSeed = true;
+        }
+        for (int m = 0; m < 3; ++m)
+            r.values.at(m).value = anyDouble();
+        for (int k = 0; k < c % 4; ++k) {
+            XMLParameterValue p;
+            p.name = YString(("P" + std::to_string(k) + "\xC2\xB5").c_str());
+            p.nominal = anyDouble();
+            p.usedValue = anyDouble();
+            p.hasTolerance = k % 2 == 0;
+            p.tolerance = p.hasTolerance ? anyDouble() : 0.0;
+            r.parameters.append(p);
+        }
+        table.insert(r);
+    }
+    ASSERT_TRUE(sp_WriteMswFile(YString(path("all.msw").c_str()), table, header));
+    YHashTable<XMLReportInfo> back;
+    XMLReportHeader backHeader;
+    ASSERT_TRUE(read("all.msw", &back, &backHeader));
+    EXPECT_EQ(backHeader.numCores, 6);
+    EXPECT_EQ(backHeader.date, header.date);
+    EXPECT_EQ(backHeader.title, header.title);
+    EXPECT_EQ(backHeader.analysis, header.analysis);
+    EXPECT_EQ(backHeader.group, header.group);
+    ASSERT_EQ(backHeader.meritFunctions.count(), 3);
+    for (int m = 0; m < 3; ++m) {
+        EXPECT_EQ(backHeader.meritFunctions[m].value, header.meritFunctions[m].value);
+        EXPECT_EQ(backHeader.meritFunctions[m].name, header.meritFunctions[m].name);
+    }
+    ASSERT_EQ(back.count(), table.count());
+    for (const XMLReportInfo& r : table) {
+        const XMLReportInfo* b = findCase(back, r.caseNumber);
+        ASSERT_NE(b, nullptr);
+        EXPECT_EQ(b->hasName, r.hasName);
+        EXPECT_EQ(b->name, r.name);
+        if (!r.hasName) {
+            EXPECT_EQ(b->description, r.description);
+        }
+        EXPECT_EQ(b->hasSeed, r.hasSeed);
+        EXPECT_EQ(b->seed, r.seed);
+        for (int m = 0; m < 3; ++m)
+            EXPECT_EQ(std::memcmp(&b->values[m].value, &r.values[m].value, sizeof(double)), 0) << r.caseNumber;
+        ASSERT_EQ(b->parameters.count(), r.parameters.count());
+        for (int k = 0; k < r.parameters.count(); ++k) {
+            const XMLParameterValue& p = r.parameters[k];
+            const XMLParameterValue& q = b->parameters[k];
+            EXPECT_EQ(q.name, p.name);
+            EXPECT_EQ(std::memcmp(&q.nominal, &p.nominal, sizeof(double)), 0);
+            EXPECT_EQ(std::memcmp(&q.usedValue, &p.usedValue, sizeof(double)), 0);
+            EXPECT_EQ(q.hasTolerance, p.hasTolerance);
+            EXPECT_EQ(std::memcmp(&q.tolerance, &p.tolerance, sizeof(double)), 0);
+        }
+    }
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(YString(path("all.msw").c_str()), YString(kSchema), &message), XmlValidateOk)
+        << message.c_str();
+    const QString xmllint = QStandardPaths::findExecutable("xmllint");
+    ASSERT_FALSE(xmllint.isEmpty()) << "xmllint is installed by scripts/deps";
+    QProcess lint;
+    lint.start(xmllint, {"--noout", "--schema", kSchema, QString::fromStdString(path("all.msw"))});
+    ASSERT_TRUE(lint.waitForFinished(60000));
+    EXPECT_EQ(lint.exitCode(), 0) << lint.readAllStandardError().toStdString();
+}
+
+// ---------------------------------------------------------------- appended files
+
+class MswAppend : public MswFile {
+protected:
+    // Writes file N of a chain: one run of case N + 1, appending file N + 1 when `next` is true.
+    void chainFile(int n, bool next, const std::string& prefix = "")
+    {
+        std::string body = "<steps><step case=\"" + std::to_string(n + 1) + "\" description=\"f" + std::to_string(n) + "\"/></steps>";
+        if (next)
+            body += "<append><file path=\"" + prefix + "chain" + std::to_string(n + 1) + ".msw\"/></append>";
+        writeFileBytes(path("chain" + std::to_string(n) + ".msw"), msw(body));
+    }
+};
+
+TEST_F(MswAppend, ChainToDepthFourIsReadWhole)
+{
+    for (int n = 0; n <= 4; ++n)
+        chainFile(n, n < 4, m_dir + "/");
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_TRUE(read("chain0.msw", &t, &h));
+    EXPECT_EQ(t.count(), 5);
+}
+
+TEST_F(MswAppend, FifthLevelFailsAndKeepsTheFirstFour)
+{
+    for (int n = 0; n <= 5; ++n)
+        chainFile(n, n < 5, m_dir + "/");
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_FALSE(read("chain0.msw", &t, &h));
+    EXPECT_EQ(t.count(), 5); // the file itself and four appended levels
+    EXPECT_EQ(findCase(t, 6), nullptr);
+}
+
+TEST_F(MswAppend, RelativePathsAreTakenAsWritten)
+{
+    for (int n = 0; n <= 2; ++n)
+        chainFile(n, n < 2);
+    const QString before = QDir::currentPath();
+    QDir::setCurrent(QString::fromStdString(m_dir));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    const bool ok = sp_CompileSensReportData(YString("chain0.msw"), &t, &h);
+    QDir::setCurrent(before);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(t.count(), 3);
+}
+
+TEST_F(MswAppend, SelfAppendAndMissingFilesFail)
+{
+    writeFileBytes(path("self.msw"), msw("<steps><step case=\"2\"/></steps><append><file path=\"" + path("self.msw") + "\"/></append>"));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_FALSE(read("self.msw", &t, &h));
+    EXPECT_EQ(t.count(), 1);
+
+    writeFileBytes(path("gap.msw"), msw("<steps><step case=\"2\"/></steps><append><file path=\"" + path("none.msw") +
+                                        "\"/><file path=\"" + path("self.msw") + "\"/></append><steps><step case=\"3\"/></steps>"));
+    YHashTable<XMLReportInfo> t2;
+    XMLReportHeader h2;
+    EXPECT_FALSE(read("gap.msw", &t2, &h2));
+    EXPECT_NE(findCase(t2, 2), nullptr);
+    EXPECT_NE(findCase(t2, 3), nullptr); // the rest of the file is still read
+}
+
+// ---------------------------------------------------------------- validation
+
+TEST_F(MswFile, ValidationStatuses)
+{
+    YString message("untouched");
+    writeFileBytes(path("ok.msw"), msw("<header title=\"t\"/>", " xmlns=\"http://results.example.net/schemas/application/msw/\" version=\"1.0\""));
+    EXPECT_EQ(sp_ValidateXml(YString(path("ok.msw").c_str()), YString(kSchema), &message), XmlValidateOk);
+    EXPECT_STREQ(message.c_str(), "untouched");
+
+    writeFileBytes(path("bad.msw"), msw("<steps><step name=\"no case\"/></steps>",
+                                        " xmlns=\"http://results.example.net/schemas/application/msw/\""));
+    EXPECT_EQ(sp_ValidateXml(YString(path("bad.msw").c_str()), YString(kSchema), &message), XmlValidateInvalid);
+    EXPECT_FALSE(message.isEmpty());
+
+    writeFileBytes(path("notschema.xsd"), "<notaschema/>");
+    EXPECT_EQ(sp_ValidateXml(YString(path("ok.msw").c_str()), YString(path("notschema.xsd").c_str()), &message),
+              XmlValidateBadSchema);
+    EXPECT_FALSE(message.isEmpty());
+
+    EXPECT_EQ(sp_ValidateXml(YString(path("ok.msw").c_str()), YString(path("missing.xsd").c_str()), &message),
+              XmlValidateNoSchemaFile);
+    EXPECT_STREQ(message.c_str(), "Could not open schema file");
+
+    EXPECT_EQ(sp_ValidateXml(YString(path("missing.msw").c_str()), YString(kSchema), &message), XmlValidateNoXmlFile);
+    EXPECT_STREQ(message.c_str(), "Could not open xml file");
+}
+
+// ---------------------------------------------------------------- merit append
+
+class MeritAppend : public MswFile {
+protected:
+    // A file with runs 1 to 3 and one merit function.
+    void writeThreeRuns(const std::string& name)
+    {
+        writeFileBytes(path(name), msw("<meritfunction value=\"a\" name=\"A\"><sensval case=\"1\" value=\"1\"/>"
+                                       "<sensval case=\"2\" value=\"2\"/><sensval case=\"3\" value=\"3\"/></meritfunction>"
+                                       "<steps><step case=\"1\"/><step case=\"2\"/><step case=\"3\"/></steps>"));
+    }
+    bool append(const std::string& name, YVector<double> values, YVector<int> cases)
+    {
+        return sp_AppendMeritData(YString(path(name).c_str()), YString("b(x)"), YString("B"), values, cases);
+    }
+};
+
+TEST_F(MeritAppend, AddsValuesPerCase)
+{
+    writeThreeRuns("r.msw");
+    ASSERT_TRUE(append("r.msw", {20.0, 30.0, 10.0}, {2, 3, 1}));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(read("r.msw", &t, &h));
+    ASSERT_EQ(h.meritFunctions.count(), 2);
+    EXPECT_STREQ(h.meritFunctions[1].value.c_str(), "b(x)");
+    EXPECT_STREQ(h.meritFunctions[1].name.c_str(), "B");
+    EXPECT_EQ(findCase(t, 2)->values[1].value, 20.0);
+    EXPECT_EQ(findCase(t, 2)->values[1].delta, 10.0);
+    EXPECT_EQ(findCase(t, 1)->values[1].value, 10.0);
+}
+
+TEST_F(MeritAppend, EmptyListsAddAFunctionWithoutValues)
+{
+    writeFileBytes(path("n.msw"), msw("<header title=\"t\"/>"));
+    ASSERT_TRUE(append("n.msw", {}, {}));
+    const std::string text = readFileBytes(path("n.msw"));
+    EXPECT_TRUE(contains(text, "<meritfunction value=\"b(x)\" name=\"B\" />")) << text;
+    EXPECT_FALSE(contains(text, "sensval"));
+}
+
+TEST_F(MeritAppend, FailuresLeaveTheFileAsItWas)
+{
+    writeThreeRuns("r.msw");
+    const std::string before = readFileBytes(path("r.msw"));
+    EXPECT_FALSE(append("r.msw", {1.0}, {1, 2}));         // lengths differ
+    EXPECT_FALSE(append("r.msw", {1.0, 2.0}, {1, 9}));    // case 9 is not in the file
+    EXPECT_FALSE(append("r.msw", {1.0, 2.0}, {2, 2}));    // the second occurrence finds the new value
+    EXPECT_EQ(readFileBytes(path("r.msw")), before);
+    EXPECT_FALSE(append("missing.msw", {}, {}));
+
+    // Runs that lack a value of an earlier merit function cannot be appended to.
+    // (No case 1, so reading creates no missing values: case 3 holds none of the two.)
+    writeFileBytes(path("short.msw"), msw("<meritfunction value=\"a\" name=\"A\"><sensval case=\"2\" value=\"1\"/></meritfunction>"
+                                          "<meritfunction value=\"b\" name=\"B\"><sensval case=\"2\" value=\"1\"/></meritfunction>"
+                                          "<steps><step case=\"2\"/><step case=\"3\"/></steps>"));
+    const std::string shortBefore = readFileBytes(path("short.msw"));
+    EXPECT_FALSE(append("short.msw", {5.0}, {3}));
+    EXPECT_EQ(readFileBytes(path("short.msw")), shortBefore);
+    EXPECT_TRUE(leftovers().isEmpty());
+}
+
+TEST_F(MeritAppend, AppendedPartsAreWrittenBackAsOneFile)
+{
+    writeThreeRuns("part.msw");
+    writeFileBytes(path("main.msw"), msw("<header title=\"main\"/><append><file path=\"" + path("part.msw") + "\"/></append>"));
+    ASSERT_TRUE(append("main.msw", {7.0}, {3}));
+    const std::string text = readFileBytes(path("main.msw"));
+    EXPECT_FALSE(contains(text, "<append"));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(read("main.msw", &t, &h));
+    EXPECT_EQ(t.count(), 3);
+    EXPECT_EQ(findCase(t, 3)->values[1].value, 7.0);
+}
+
+// ---------------------------------------------------------------- bad input
+
+TEST_F(MswFile, BadInputReturnsFalseOrReadsWhatIsValid)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_FALSE(readText("", &t, &h));
+    EXPECT_FALSE(readText("this is not XML", &t, &h));
+    EXPECT_FALSE(readText("<msw version=\"1.0\"><steps><step case=\"2\"", &t, &h));
+    EXPECT_EQ(t.count(), 0);
+    EXPECT_FALSE(sp_CompileSensReportData(YString(path("absent.msw").c_str()), &t, &h));
+    EXPECT_TRUE(readText("<?xml version=\"1.0\"?><results><steps><step case=\"4\"/></steps></results>", &t, &h));
+    EXPECT_NE(findCase(t, 4), nullptr);
+    EXPECT_TRUE(readText(msw("<meritfunction><sensval case=\"x\" value=\"y\"/><sensval case=\"99999999999\" value=\"1\"/></meritfunction>"), &t, &h));
+    EXPECT_EQ(findCase(t, 0)->values[0].value, 0.0);
+    EXPECT_NE(findCase(t, 2147483647), nullptr);
+    const std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE msw [<!ENTITY a \"aaaaaaaaaa\">"
+                               "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">"
+                               "<!ENTITY d \"&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;\"><!ENTITY e \"&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;\">]>"
+                               "<msw version=\"1.0\"><header title=\"&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;\"/></msw>";
+    XMLReportHeader lh;
+    readText(laughs, &t, &lh);
+    EXPECT_LT(lh.title.length(), 1000);
+    std::string many;
+    for (int i = 0; i < 10000; ++i)
+        many += "<meritfunction value=\"m\" name=\"n\"><sensval case=\"1\" value=\"1\"/></meritfunction>";
+    YHashTable<XMLReportInfo> t2;
+    XMLReportHeader h2;
+    EXPECT_TRUE(readText(msw(many), &t2, &h2));
+    EXPECT_EQ(h2.meritFunctions.count(), 10000);
+    EXPECT_EQ(findCase(t2, 1)->values.count(), 10000);
+}
+
+// ---------------------------------------------------------------- no data loss
+
+#ifndef Q_OS_WIN
+// A write that fails part way (a file-size limit in a child process) leaves the previous file byte for
+// byte and no temporary file behind.
+TEST_F(MswFile, FailedWriteKeepsThePreviousFile)
+{
+    writeFileBytes(path("precious.msw"), msw("<header title=\"hours of simulation\"/>"));
+    const std::string before = readFileBytes(path("precious.msw"));
+    for (const char* what : {"write", "append"}) {
+        if (std::string(what) == "append") {
+            // A large valid file that the append must rewrite.
+            QProcess make;
+            make.start(MSW_WRITE_PROBE_PATH, {"write", QString::fromStdString(path("big.msw")), "0"});
+            ASSERT_TRUE(make.waitForFinished(60000));
+            ASSERT_EQ(make.exitCode(), 0) << make.readAllStandardError().toStdString();
+        }
+        const std::string target = std::string(what) == "write" ? path("precious.msw") : path("big.msw");
+        const std::string old = readFileBytes(target);
+        QProcess probe;
+        probe.start(MSW_WRITE_PROBE_PATH, {what, QString::fromStdString(target), "65536"});
+        ASSERT_TRUE(probe.waitForFinished(60000));
+        EXPECT_EQ(probe.exitCode(), 0) << what << " " << probe.readAllStandardError().toStdString();
+        EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()).trimmed(), "false") << what;
+        EXPECT_EQ(readFileBytes(target), old) << what;
+        EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(",").toStdString();
+    }
+    EXPECT_EQ(readFileBytes(path("precious.msw")), before);
+}
+#endif
+
+TEST_F(MswFile, WriteIntoAMissingFolderFails)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    EXPECT_FALSE(sp_WriteMswFile(YString(path("no/such/dir/x.msw").c_str()), table, header));
+}
