@@ -12,7 +12,9 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <cstring>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -135,82 +137,150 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
     return ok;
 }
 
-// The items "key:value" of a run name, keys folded to lower case; items without exactly one ":" are
-// ignored.
-std::unordered_map<std::string, std::string> nameItems(const QString& name)
-{
-    std::unordered_map<std::string, std::string> items;
-    for (const QString& item : name.split('/')) {
-        const QStringList fields = item.split(':');
-        if (fields.size() == 2)
-            items.emplace(fields[0].toLower().toStdString(), fields[1].toStdString());
+// The items of a run name that a label uses, found once: "key:value" items split at "/" (an item
+// without exactly one ":" is ignored; keys compare ignoring case; the last item of a key wins).
+struct NameItems {
+    enum Key { Lot, DevParam, Tol, Refdes, Pdf, Term, Param, KeyCount };
+    std::string value[KeyCount];
+    bool has[KeyCount] = {};
+
+    explicit NameItems(const char* name)
+    {
+        static const char* const kKeys[KeyCount] = {"lot", "devparam", "tol", "refdes", "pdf", "term", "param"};
+        const char* item = name;
+        for (;;) {
+            const char* end = std::strchr(item, '/');
+            const char* stop = end ? end : item + std::strlen(item);
+            const char* colon = static_cast<const char*>(std::memchr(item, ':', static_cast<size_t>(stop - item)));
+            if (colon && !std::memchr(colon + 1, ':', static_cast<size_t>(stop - colon - 1))) {
+                const size_t keyLength = static_cast<size_t>(colon - item);
+                for (int k = 0; k < KeyCount; ++k) {
+                    if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(item, kKeys[k], keyLength)) {
+                        value[k].assign(colon + 1, stop);
+                        has[k] = true;
+                        break;
+                    }
+                }
+            }
+            if (!end)
+                break;
+            item = end + 1;
+        }
     }
-    return items;
+
+    // The label at a detail level from 1 to 4; empty when the name has none of the label's keys.
+    std::string label(int detail) const
+    {
+        std::string text;
+        if (has[Lot]) {
+            text = "Lot: " + value[Lot];
+            if (detail >= 2) {
+                if (has[DevParam])
+                    text += "." + value[DevParam];
+                if (has[Tol])
+                    text += " (TOL=" + value[Tol] + ")";
+            }
+        } else if (has[Refdes]) {
+            text = "Ref: " + value[Refdes];
+            if (detail >= 2 && has[DevParam])
+                text += "." + value[DevParam];
+            if (detail >= 3 && has[Pdf])
+                text += " (" + value[Pdf] + ")";
+            if (detail >= 4 && has[Term])
+                text += " (term " + value[Term] + ")";
+        } else if (has[Param]) {
+            text = "Var: " + value[Param];
+            if (detail >= 3 && has[Pdf])
+                text += " (" + value[Pdf] + ")";
+        }
+        return text;
+    }
+
+    static bool equalsAsciiNoCase(const char* a, const char* lowerB, size_t n)
+    {
+        for (size_t i = 0; i < n; ++i) {
+            char c = a[i];
+            if (c >= 'A' && c <= 'Z')
+                c = static_cast<char>(c - 'A' + 'a');
+            if (c != lowerB[i])
+                return false;
+        }
+        return true;
+    }
+};
+
+// The label of a record at a detail level, from its parsed name.
+std::string labelOf(const XMLReportInfo& record, const NameItems& items, int detail)
+{
+    if (detail < 5) {
+        std::string text = items.label(detail);
+        if (!text.empty())
+            return text;
+    }
+    return record.name.str();
+}
+
+std::string foldCase(const std::string& text)
+{
+    std::string folded = text;
+    for (char& c : folded)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return folded;
 }
 
 } // namespace
 
 YString xmlreport::makeRunLabel(const YString& name, int detail)
 {
-    if (detail >= 5)
-        return name;
-    const auto items = nameItems(toQs(name));
-    auto has = [&](const char* key) { return items.count(key) > 0; };
-    auto get = [&](const char* key) { return items.at(key); };
-    std::string label;
-    if (has("lot")) {
-        label = "Lot: " + get("lot");
-        if (detail >= 2) {
-            if (has("devparam"))
-                label += "." + get("devparam");
-            if (has("tol"))
-                label += " (TOL=" + get("tol") + ")";
-        }
-    } else if (has("refdes")) {
-        label = "Ref: " + get("refdes");
-        if (detail >= 2 && has("devparam"))
-            label += "." + get("devparam");
-        if (detail >= 3 && has("pdf"))
-            label += " (" + get("pdf") + ")";
-        if (detail >= 4 && has("term"))
-            label += " (term " + get("term") + ")";
-    } else if (has("param")) {
-        label = "Var: " + get("param");
-        if (detail >= 3 && has("pdf"))
-            label += " (" + get("pdf") + ")";
-    } else {
-        return name;
-    }
+    XMLReportInfo record;
+    record.name = name;
+    const std::string label = labelOf(record, NameItems(name.c_str()), detail);
     return YString(label.c_str(), static_cast<int>(label.size()));
 }
 
 namespace {
 
-// Gives every named run the shortest label that no other undescribed run shares.
+// Gives every named run the shortest label that no other undescribed run shares. Names are parsed
+// once; runs are grouped by hashing their folded labels, so the pass is linear in the number of runs.
 void describeNamedRuns(YHashTable<XMLReportInfo>* table)
 {
-    for (int detail = 1; detail <= 5; ++detail) {
-        std::unordered_map<std::string, std::vector<XMLReportInfo*>> groups;
-        std::vector<std::string> order;
-        for (XMLReportInfo& record : *table) {
-            if (!record.description.isEmpty())
-                continue;
-            const YString label = xmlreport::makeRunLabel(record.name, detail);
-            const std::string key = label.toLower().c_str();
-            auto& group = groups[key];
-            if (group.empty())
-                order.push_back(key);
-            group.push_back(&record);
+    std::vector<XMLReportInfo*> pending;
+    std::vector<NameItems> items;
+    for (XMLReportInfo& record : *table) {
+        if (record.description.isEmpty()) {
+            pending.push_back(&record);
+            items.emplace_back(record.name.c_str());
         }
-        if (groups.empty())
-            return;
-        for (const std::string& key : order) {
-            const auto& group = groups[key];
-            if (group.size() == 1) {
-                group[0]->description = xmlreport::makeRunLabel(group[0]->name, detail);
-                group[0]->hasDescription = true;
+    }
+    std::vector<std::string> labels(pending.size());
+    std::vector<std::string> folded(pending.size());
+    for (int detail = 1; detail <= 5 && !pending.empty(); ++detail) {
+        std::unordered_map<std::string_view, int> groupSize;
+        groupSize.reserve(pending.size() * 2);
+        for (size_t i = 0; i < pending.size(); ++i) {
+            labels[i] = labelOf(*pending[i], items[i], detail);
+            folded[i] = foldCase(labels[i]);
+        }
+        for (size_t i = 0; i < pending.size(); ++i)
+            ++groupSize[folded[i]];
+        size_t kept = 0;
+        for (size_t i = 0; i < pending.size(); ++i) {
+            if (groupSize[folded[i]] == 1) {
+                pending[i]->description = YString(labels[i].c_str(), static_cast<int>(labels[i].size()));
+                pending[i]->hasDescription = true;
+                // A label can be empty (a run without a name): such a run stays undescribed.
+                if (!labels[i].empty())
+                    continue;
             }
+            if (kept != i) {
+                pending[kept] = pending[i];
+                items[kept] = std::move(items[i]);
+            }
+            ++kept;
         }
+        pending.resize(kept);
+        items.resize(kept, NameItems(""));
     }
 }
 
@@ -261,21 +331,33 @@ bool sp_TestMswVersion(YRef<YDomElement> root)
     return version.equalsNoCase("1.0");
 }
 
-void sp_WriteElemRealValue(YRef<YDomElement> element, const YString& name, double value)
+namespace {
+
+// A real attribute, with its "_ascii" twin when `twins` is set.
+void writeReal(const YRef<YDomElement>& element, const char* name, double value, bool twins)
 {
-    if (!element)
-        return;
-    element->setAttribute(name.c_str(), value);
-    if (sp_GetBoolOption("WriteXMLAsciiReals", nullptr)) {
-        YString twin = name;
-        twin.append("_ascii");
+    element->setAttribute(name, value);
+    if (twins) {
+        const std::string twin = std::string(name) + "_ascii";
         element->setAttribute(twin.c_str(), sp_ConvertRealToJSEng(value, 10, true).c_str());
     }
+}
+
+bool writesTwins() { return sp_GetBoolOption("WriteXMLAsciiReals", nullptr); }
+
+} // namespace
+
+void sp_WriteElemRealValue(YRef<YDomElement> element, const YString& name, double value)
+{
+    if (element)
+        writeReal(element, name.c_str(), value, writesTwins());
 }
 
 bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
 {
     try {
+        // The option is read once for the whole file.
+        const bool twins = writesTwins();
         YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
         YRef<YDomElement> root = document->createRoot("msw");
         sp_DecorateMswRoot(root);
@@ -297,7 +379,7 @@ bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table
             for (const XMLReportInfo& record : table) {
                 YRef<YDomElement> sensval = merit->appendChild("sensval");
                 sensval->setAttribute("case", record.caseNumber);
-                sp_WriteElemRealValue(sensval, "value", record.values[i].value);
+                writeReal(sensval, "value", record.values[i].value, twins);
             }
         }
         if (!table.isEmpty()) {
@@ -315,10 +397,10 @@ bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table
                     const XMLParameterValue& p = record.parameters[k];
                     YRef<YDomElement> parameter = step->appendChild("parameter");
                     parameter->setAttribute("name", p.name.c_str());
-                    sp_WriteElemRealValue(parameter, "nom", p.nominal);
-                    sp_WriteElemRealValue(parameter, "usedvalue", p.usedValue);
+                    writeReal(parameter, "nom", p.nominal, twins);
+                    writeReal(parameter, "usedvalue", p.usedValue, twins);
                     if (p.hasTolerance)
-                        sp_WriteElemRealValue(parameter, "tol", p.tolerance);
+                        writeReal(parameter, "tol", p.tolerance, twins);
                 }
             }
         }

@@ -5,7 +5,8 @@ Files: netlist_lf.cir and netlist_crlf.cir (64 MiB each: element lines, about 10
 10% "+" continuation lines, some ";" comments and blank lines), netlist_utf16.cir (the CR LF netlist's
 first 32 MiB as UTF-16 LE with a byte-order mark, 64 MiB), library.lib (a 50 MiB model library whose
 last definition is the one read), single.lib (that definition alone) and library.loc (the definition's
-start, end and first line number in library.lib).
+start, end and first line number in library.lib), results_100k.msw and results_10k.msw (results
+files of 100,000 and 10,000 runs).
 """
 import os
 import random
@@ -85,9 +86,41 @@ def write_library(path, single_path, loc_path, size, seed):
         out.write("%d %d %d\n" % (start, start + len(last), lines_before))
 
 
+def write_results(path, runs, seed):
+    """A results file as the library writes it: 4 merit functions, 3 parameters per run, run names
+    whose labels collide at the lower detail levels."""
+    rng = random.Random(seed)
+    out = ['<?xml version="1.0"?>\n<msw xmlns="http://results.example.net/schemas/application/msw/" '
+           'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
+           'xsi:schemaLocation="http://results.example.net/schemas/application/msw '
+           'https://results.example.net/schemas/application/msw.xsd" version="1.0" rev="1">\n',
+           '\t<header analysis=".mc %d tran" date="2026-11-22" numcores="4" title="bench" group="g" />\n' % runs]
+    for m in range(4):
+        out.append('\t<meritfunction value="max(v(n%d))" name="M%d">\n' % (m, m))
+        out.extend('\t\t<sensval case="%d" value="%r" />\n' % (c, 1.0 + rng.random()) for c in range(1, runs + 1))
+        out.append('\t</meritfunction>\n')
+    out.append('\t<steps>\n')
+    for c in range(1, runs + 1):
+        out.append('\t\t<step name="Refdes:R%d/DevParam:R/Term:%d" case="%d" seed="%d">\n'
+                   % (c % 5000, c % 7, c, (1 << 40) + c))
+        for k in range(3):
+            nom = 1000.0 * (k + 1)
+            out.append('\t\t\t<parameter name="P%d" nom="%r" usedvalue="%r" tol="0.05" />\n'
+                       % (k, nom, nom * (1 + (rng.random() - 0.5) / 10)))
+        out.append('\t\t</step>\n')
+    out.append('\t</steps>\n</msw>\n')
+    with open(path, "w") as f:
+        f.write("".join(out))
+
+
 def main():
     folder = sys.argv[1]
     os.makedirs(folder, exist_ok=True)
+    results_stamp = os.path.join(folder, "results.v1")
+    if not os.path.exists(results_stamp):
+        write_results(os.path.join(folder, "results_100k.msw"), 100000, 3)
+        write_results(os.path.join(folder, "results_10k.msw"), 10000, 4)
+        open(results_stamp, "w").close()
     stamp = os.path.join(folder, "complete.v1")
     if os.path.exists(stamp):
         return

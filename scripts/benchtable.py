@@ -28,11 +28,22 @@ CASES = [
      ("cmd", "iconv -f UTF-16 -t UTF-8 {data}/netlist_utf16.cir | tr -d '\\r'"), 2.0),
     ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
      ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
+    ("sp_CompileSensReportData, 100k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),
+     ("cmd", "xmllint --noout {data}/results_100k.msw"), 1.0),
+    ("sp_WriteMswFile, 100k runs", ("supportqt_bench_results", "BM_WriteMswFile100k"),
+     ("cmd", "xmllint --noout {data}/results_100k.msw"), 1.0),
+    ("sp_CompileSensReportData vs python3 ElementTree", ("supportqt_bench_results", "BM_CompileSensReport100k"),
+     ("cmd", "python3 {scripts}/benchmsw.py {data}/results_100k.msw"), 0.2),
+    ("sp_CompileSensReportData, 100k vs 10k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),
+     ("bench", "supportqt_bench_results", "BM_CompileSensReport10k"), 12.0),
 ]
 
-# (case, program, argument, limit in MiB)
+# (case, our command, reference command or None, goal): without a reference the goal is a limit in MiB,
+# with one it is the largest ratio of the two peaks.
 MEMORY_CASES = [
-    ("SpiceStream, 1 GiB netlist, peak RSS", "supportqt_bench_memory", "{data}/netlist_1g.cir", 32.0),
+    ("SpiceStream, 1 GiB netlist, peak RSS", "{bin}/supportqt_bench_memory netlist {data}/netlist_1g.cir", None, 32.0),
+    ("sp_CompileSensReportData, 100k runs, peak RSS", "{bin}/supportqt_bench_memory results {data}/results_100k.msw",
+     "xmllint --noout {data}/results_100k.msw", 0.5),
 ]
 
 SCALE = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
@@ -85,6 +96,7 @@ def fmt_time(seconds):
 
 def main():
     build, data = sys.argv[1], sys.argv[2]
+    scripts = os.path.dirname(os.path.abspath(__file__))
     bin_dir = os.path.join(build, "bin")
     wanted = {}
     for _, (program, name), ref, _ in CASES:
@@ -100,17 +112,25 @@ def main():
     failed = 0
     for case, ours_key, ref, goal in CASES:
         ours = times[ours_key]
-        reference = time_command(ref[1].format(data=data)) if ref[0] == "cmd" else times[(ref[1], ref[2])]
+        reference = (time_command(ref[1].format(data=data, scripts=scripts)) if ref[0] == "cmd"
+                     else times[(ref[1], ref[2])])
         ratio = ours / reference
         met = ratio <= goal
         failed += not met
         rows.append((case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal,
                      "yes" if met else "NO"))
-    for case, program, argument, limit in MEMORY_CASES:
-        mib = peak_rss_mib([os.path.join(bin_dir, program), argument.format(data=data)])
-        met = mib < limit
+    for case, ours_cmd, ref_cmd, goal in MEMORY_CASES:
+        mib = peak_rss_mib(ours_cmd.format(bin=bin_dir, data=data).split())
+        if ref_cmd is None:
+            met = mib < goal
+            rows.append((case, "%.1f MiB" % mib, "-", "-", "< %g MiB" % goal, "yes" if met else "NO"))
+        else:
+            ref_mib = peak_rss_mib(ref_cmd.format(data=data).split())
+            ratio = mib / ref_mib
+            met = ratio <= goal
+            rows.append((case, "%.1f MiB" % mib, "%.1f MiB" % ref_mib, "%.2f" % ratio, "<= %g" % goal,
+                         "yes" if met else "NO"))
         failed += not met
-        rows.append((case, "%.1f MiB" % mib, "-", "-", "< %g MiB" % limit, "yes" if met else "NO"))
 
     header = ("case", "ours", "reference", "ratio", "goal", "met")
     widths = [max(len(r[i]) for r in rows + [header]) for i in range(len(header))]
