@@ -14,6 +14,7 @@
 #include "NetlistStream.h"
 #include "PatternMatch.h"
 #include "QtSupport.h"
+#include "Reports.h"
 #include "SimulatorType.h"
 #include "SupportQtExport.h"
 #include "TextFile.h"

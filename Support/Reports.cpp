@@ -1,0 +1,324 @@
+// Reports.cpp - HTML logs of Monte Carlo and worst-case runs, and sensitivity reports in HTML and CSV.
+#include "Reports.h"
+#include "FileServices.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+const char* const kBuiltInStyle[] = {
+    "\t\t<style>\n",
+    "\t\t\th1, h2, p { font-family: 'Open Sans',sans-serif; }\n",
+    "\t\t\th2 { margin-left: 40px;}\n",
+    "\t\t\t.datatable { margin-left: 80px; font-family: 'Open Sans',sans-serif;}\n",
+    "\t\t\t.datatable th { text-align: left;background-color: #4CAF50;color: white;}\n",
+    "\t\t\t.datatable td { width: 200px;}\n",
+    "\t\t\t.headertable { width: 100%%; margin-left: 40px; font-family: 'Open Sans',sans-serif;}\n",
+    "\t\t\t.headertable td { width: auto;}\n",
+    "\t\t</style>\n",
+};
+
+// The records of the table ordered by their keys; `keyOf` fills each record's key.
+template <class KeyOf>
+std::vector<const XMLReportInfo*> sortedRuns(const YHashTable<XMLReportInfo>& table, KeyOf keyOf)
+{
+    std::vector<ReportSortKey> keys;
+    keys.reserve(static_cast<size_t>(table.count()));
+    std::vector<const XMLReportInfo*> byCase;
+    for (const XMLReportInfo& record : table) {
+        ReportSortKey key;
+        key.caseNumber = record.caseNumber;
+        keyOf(record, &key);
+        keys.push_back(key);
+        byCase.push_back(&record);
+    }
+    std::vector<ReportSortKey*> order;
+    order.reserve(keys.size());
+    for (ReportSortKey& key : keys)
+        order.push_back(&key);
+    if (!order.empty())
+        std::qsort(order.data(), order.size(), sizeof(ReportSortKey*), &ReportSortKey::compare);
+    std::vector<const XMLReportInfo*> runs;
+    runs.reserve(order.size());
+    for (const ReportSortKey* key : order)
+        runs.push_back(byCase[static_cast<size_t>(key - keys.data())]);
+    return runs;
+}
+
+std::vector<const XMLReportInfo*> runsInCaseOrder(const YHashTable<XMLReportInfo>& table)
+{
+    return sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
+        key->number = static_cast<double>(record.caseNumber);
+    });
+}
+
+FILE* openForWriting(const YString& path)
+{
+    FILE* file = nullptr;
+    if (fopen_s_utf8(&file, path.c_str(), "w") != 0)
+        return nullptr;
+    return file;
+}
+
+bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+              const XMLReportHeader& header, bool monteCarlo)
+{
+    FILE* f = openForWriting(path);
+    if (!f)
+        return false;
+    const std::vector<const XMLReportInfo*> runs = runsInCaseOrder(table);
+    const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
+    std::fprintf(f, "<html>\n");
+    std::fprintf(f, "\t<head>\n");
+    std::fprintf(f, "\t\t<title>%s</title>\n", title);
+    sp_IncludeTableStyleSheet(f, styleSheet);
+    std::fprintf(f, "\t</head>\n");
+    std::fprintf(f, "\t<h1>%s</h1>\n", title);
+
+    std::fprintf(f, "\t<table class=\"headertable\">\n");
+    std::fprintf(f, "\t\t<tr><td>Date:</td><td>%s</td></tr>\n", header.date.c_str());
+    std::fprintf(f, "\t\t<tr><td>Analysis card:</td><td>%s</td></tr>\n", header.analysis.c_str());
+    std::fprintf(f, "\t\t<tr><td>Title:</td><td>%s</td></tr>\n", header.title.c_str());
+    std::fprintf(f, "\t\t<tr><td>Num Cores:</td><td>%d</td></tr>\n", header.numCores);
+    std::fprintf(f, "\t</table>\n");
+
+    const int merits = header.meritFunctions.count();
+    if (merits > 0) {
+        std::fprintf(f, "\t<h2>Results</h2>\n");
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>Run #</th><th>Description</th>");
+        for (int i = 0; i < merits; ++i)
+            std::fprintf(f, "<th>%s</th>", header.meritFunctions[i].value.c_str());
+        std::fprintf(f, "</tr>\n");
+        for (const XMLReportInfo* run : runs) {
+            std::fprintf(f, "\t\t<tr><td>%d</td><td>%s</td>", run->caseNumber, run->description.c_str());
+            for (int i = 0; i < merits; ++i)
+                std::fprintf(f, "<td>%g</td>", run->values[i].value);
+            std::fprintf(f, "</tr>\n");
+        }
+        std::fprintf(f, "\t</table>\n");
+    }
+
+    if (monteCarlo) {
+        std::fprintf(f, "\t<h2>Seed Table</h2>\n");
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>#</th><th>Seed</th></tr>\n");
+        for (const XMLReportInfo* run : runs)
+            std::fprintf(f, "\t\t<tr><td>%d</td><td>%lld</td></tr>\n", run->caseNumber, run->seed);
+        std::fprintf(f, "\t</table>\n");
+    }
+
+    for (const XMLReportInfo* run : runs) {
+        std::fprintf(f, "\t<h2>%s</h2>\n", run->description.c_str());
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n");
+        for (int k = 0; k < run->parameters.count(); ++k) {
+            const XMLParameterValue& p = run->parameters[k];
+            std::fprintf(f, "\t\t<tr><td>%s</td><td>%g</td><td>%g</td></tr>\n", p.name.c_str(), p.nominal, p.usedValue);
+        }
+        std::fprintf(f, "\t</table>\n");
+    }
+    std::fprintf(f, "</html>\n");
+    std::fclose(f);
+    return true;
+}
+
+// The runs in the order of a sensitivity report's sort column (clamped to the last norm column).
+std::vector<const XMLReportInfo*> runsInSensitivityOrder(const YHashTable<XMLReportInfo>& table, int sortColumn)
+{
+    XMLReportInfo probe;
+    probe.caseNumber = 1;
+    const XMLReportInfo* reference = table.find(probe);
+    const int m = reference ? reference->values.count() : 0;
+    if (sortColumn > 3 * m + 2)
+        sortColumn = 3 * m + 1;
+    return sortedRuns(table, [sortColumn](const XMLReportInfo& record, ReportSortKey* key) {
+        if (sortColumn == 0) {
+            key->number = static_cast<double>(record.caseNumber);
+        } else if (sortColumn == 1) {
+            key->byText = true;
+            key->text = record.description;
+        } else {
+            const int t = sortColumn - 2;
+            const XMLMeritValue& e = record.values[t / 3];
+            key->number = t % 3 == 0 ? e.value : t % 3 == 1 ? e.delta : e.norm;
+            key->descending = true;
+        }
+    });
+}
+
+// Report cells, spanning `rows` rows when more than one.
+void numberCell(FILE* f, int rows, double value)
+{
+    if (rows > 1)
+        std::fprintf(f, "<td rowspan=\"%d\">%g</td>", rows, value);
+    else
+        std::fprintf(f, "<td>%g</td>", value);
+}
+
+void textCell(FILE* f, int rows, const char* text)
+{
+    if (rows > 1)
+        std::fprintf(f, "<td rowspan=\"%d\">%s</td>", rows, text);
+    else
+        std::fprintf(f, "<td>%s</td>", text);
+}
+
+void parameterCells(FILE* f, const XMLParameterValue& p)
+{
+    std::fprintf(f, "<td>%s</td><td>%g</td><td>%g</td>", p.name.c_str(), p.nominal, p.usedValue);
+}
+
+} // namespace
+
+int ReportSortKey::compareKeys(const ReportSortKey& a, const ReportSortKey& b)
+{
+    const bool bothText = a.byText && b.byText;
+    const bool aBeforeB = bothText ? b.text.compareNoCase(a.text.c_str()) > 0 : std::fabs(b.number) > std::fabs(a.number);
+    if (a.descending != aBeforeB)
+        return -1;
+    if (bothText)
+        return a.text.compareNoCase(b.text.c_str()) == 0 ? 0 : 1;
+    return std::fabs(a.number) == std::fabs(b.number) ? 0 : 1;
+}
+
+int ReportSortKey::compare(const void* a, const void* b)
+{
+    return compareKeys(**static_cast<const ReportSortKey* const*>(a), **static_cast<const ReportSortKey* const*>(b));
+}
+
+void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
+{
+    if (!stream)
+        return;
+    FILE* sheet = nullptr;
+    if (fopen_s_utf8(&sheet, styleSheet.c_str(), "r") == 0 && sheet) {
+        std::fprintf(stream, "<style>\n");
+        for (int c = std::fgetc(sheet); c != EOF; c = std::fgetc(sheet))
+            std::fputc(c, stream);
+        std::fprintf(stream, "</style>\n");
+        std::fclose(sheet);
+        return;
+    }
+    for (const char* line : kBuiltInStyle)
+        std::fprintf(stream, line);
+}
+
+bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                  const XMLReportHeader& header)
+{
+    return writeLog(path, styleSheet, table, header, true);
+}
+
+bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                 const XMLReportHeader& header)
+{
+    return writeLog(path, styleSheet, table, header, false);
+}
+
+bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                   const XMLReportHeader& header, int sortColumn)
+{
+    FILE* f = openForWriting(path);
+    if (!f)
+        return false;
+    const std::vector<const XMLReportInfo*> runs = runsInSensitivityOrder(table, sortColumn);
+    const int merits = header.meritFunctions.count();
+    std::fprintf(f, "<html>\n");
+    std::fprintf(f, "\t<head>\n");
+    std::fprintf(f, "\t\t<title>Sensitivity Analysis Report</title>\n");
+    sp_IncludeTableStyleSheet(f, styleSheet);
+    std::fprintf(f, "\t</head>\n");
+    std::fprintf(f, "\t<table  class=\"datatable\">\n");
+    std::fprintf(f, "\t\t<tr><th colspan=\"2\">Run ID</th>");
+    std::fprintf(f, "<th colspan=\"%d\">Results</th>", 3 * merits);
+    std::fprintf(f, "<th colspan=\"3\">Perturbation</th></tr>\n");
+    std::fprintf(f, "\t\t<tr><th>Case #</th>");
+    std::fprintf(f, "<th>Reference</th>");
+    for (int m = 0; m < merits; ++m) {
+        std::fprintf(f, "<th>%s</th>", header.meritFunctions[m].value.c_str());
+        std::fprintf(f, "<th>Delta</th>");
+        std::fprintf(f, "<th>Norm</th>");
+    }
+    std::fprintf(f, "<th>Lot item</th><th>Nominal</th><th>Value</th></tr>\n");
+    for (const XMLReportInfo* run : runs) {
+        const int p = run->parameters.count();
+        std::fprintf(f, "\t\t<tr>");
+        if (p < 2) {
+            std::fprintf(f, "<td>%d</td>", run->caseNumber);
+            std::fprintf(f, "<td>%s</td>", run->description.c_str());
+        } else {
+            std::fprintf(f, "<td rowspan=\"%d\">%d</td>", p, run->caseNumber);
+            std::fprintf(f, "<td rowspan=\"%d\">%s</td>", p, run->description.c_str());
+        }
+        for (int m = 0; m < merits; ++m) {
+            const XMLMeritValue& e = run->values[m];
+            numberCell(f, p, e.value);
+            numberCell(f, p, e.delta);
+            // Status 3 writes no cell at all: the short row is kept on purpose.
+            if (e.status == NormValid)
+                numberCell(f, p, e.norm);
+            else if (e.status == NormInconsistent)
+                textCell(f, p, "*");
+            else if (e.status == NormDivByZero)
+                textCell(f, p, "!DIV0");
+        }
+        parameterCells(f, run->parameters[0]);
+        std::fprintf(f, "</tr>\n");
+        for (int k = 1; k < p; ++k) {
+            std::fprintf(f, "\t\t<tr>");
+            parameterCells(f, run->parameters[k]);
+            std::fprintf(f, "</tr>\n");
+        }
+    }
+    std::fprintf(f, "\t%s\n", "</table>");
+    std::fprintf(f, "%s\n", "</html>");
+    std::fclose(f);
+    return true;
+}
+
+bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table,
+                                  const XMLReportHeader& header, int sortColumn)
+{
+    if (!lines)
+        return true;
+    const int merits = header.meritFunctions.count();
+    YString heading("Case#,Reference");
+    for (int m = 0; m < merits; ++m) {
+        heading.append(",\"");
+        heading += header.meritFunctions[m].value;
+        heading.append("\",Delta,Norm");
+    }
+    lines->append(heading);
+    for (const XMLReportInfo* run : runsInSensitivityOrder(table, sortColumn)) {
+        YString line(run->caseNumber);
+        line.append(",");
+        // A description with a comma is wrapped in double quotes; nothing else is escaped.
+        if (run->description.findIndex(",") >= 0) {
+            line.append("\"");
+            line += run->description;
+            line.append("\"");
+        } else {
+            line += run->description;
+        }
+        for (int m = 0; m < merits; ++m) {
+            const XMLMeritValue& e = run->values[m];
+            line.append(",");
+            line += YString(e.value);
+            line.append(",");
+            line += YString(e.delta);
+            if (e.status == NormValid) {
+                line.append(",");
+                line += YString(e.norm);
+            } else if (e.status == NormInconsistent) {
+                line.append(",*");
+            } else if (e.status == NormDivByZero) {
+                line.append(",!DIV0");
+            }
+        }
+        lines->append(line);
+    }
+    return true;
+}

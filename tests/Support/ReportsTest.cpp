@@ -1,0 +1,383 @@
+// ReportsTest.cpp - the Monte Carlo and worst-case logs and the sensitivity reports: golden files
+// written by hand, sorting, edge cases, and large reports read by a real browser and by python's csv.
+#include "FileServices.h"
+#include "Reports.h"
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kGolden = std::string(SUPPORTQT_TEST_DATA_DIR) + "/reports/";
+
+XMLMeritValue merit(double value, double delta, double norm, int status)
+{
+    XMLMeritValue e;
+    e.value = value;
+    e.delta = delta;
+    e.norm = norm;
+    e.status = status;
+    return e;
+}
+
+XMLParameterValue param(const char* name, double nominal, double used)
+{
+    XMLParameterValue p;
+    p.name = name;
+    p.nominal = nominal;
+    p.usedValue = used;
+    return p;
+}
+
+XMLReportInfo run(int caseNumber, const char* description, long long seed, std::initializer_list<XMLMeritValue> values,
+                  std::initializer_list<XMLParameterValue> parameters)
+{
+    XMLReportInfo r(caseNumber);
+    r.description = description;
+    r.hasDescription = true;
+    r.seed = seed;
+    r.hasSeed = true;
+    int i = 0;
+    for (const XMLMeritValue& v : values)
+        r.values.at(i++) = v;
+    for (const XMLParameterValue& p : parameters)
+        r.parameters.append(p);
+    return r;
+}
+
+// The hand-made table of the golden files: cases inserted 3, 1, 2; case 3 changed three parameters and
+// lacks a value of the second merit function; case 2's second norm divides by zero, case 3's is
+// inconsistent; seeds past 32 bits.
+void goldenTable(YHashTable<XMLReportInfo>* table, XMLReportHeader* header, bool withCaseOne)
+{
+    header->date = "2026-11-22";
+    header->analysis = ".mc 3 tran";
+    header->title = "Golden";
+    header->numCores = 2;
+    header->group = "not shown";
+    header->meritFunctions.append(XMLMeritFunction{"max(v(out))", "Vmax"});
+    header->meritFunctions.append(XMLMeritFunction{"rise(v(out))", "Rise"});
+    table->insert(run(3, "Lot: L1, L2", 12345678901234LL, {merit(1.25, -0.25, 0, 2)},
+                      {param("R1", 1000, 900), param("C1", 1e-9, 1.1e-9), param("L1", 2e-6, 1.8e-6)}));
+    if (withCaseOne)
+        table->insert(run(1, "Nominal", 1, {merit(1.5, 0, 0, 0), merit(2e-9, 0, 0, 0)}, {}));
+    table->insert(run(2, "Ref: R1.R", 4294967297LL, {merit(1.75, 0.25, 0.5, 0), merit(2.5e-9, 5e-10, 0, 1)},
+                      {param("R1", 1000, 1100)}));
+}
+
+std::vector<std::string> csvLines(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, int column)
+{
+    YArray<YString> lines;
+    EXPECT_TRUE(sp_BuildCsvSensitivityReport(&lines, table, header, column));
+    std::vector<std::string> result;
+    for (const YString& line : lines)
+        result.push_back(line.c_str());
+    return result;
+}
+
+// The case numbers of the CSV rows, in order.
+std::vector<int> csvOrder(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, int column)
+{
+    std::vector<int> order;
+    const auto lines = csvLines(table, header, column);
+    for (size_t i = 1; i < lines.size(); ++i)
+        order.push_back(std::stoi(lines[i]));
+    return order;
+}
+
+size_t countOf(const std::string& text, const std::string& part)
+{
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++n;
+    return n;
+}
+
+} // namespace
+
+class Reports : public TempDirTest {
+protected:
+    YString out(const char* name) { return YString(path(name).c_str()); }
+    YString noSheet() { return YString(path("no-such-sheet.css").c_str()); }
+};
+
+// ---------------------------------------------------------------- golden files
+
+TEST_F(Reports, GoldenMonteCarloLog)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, true);
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("mc.html"), noSheet(), table, header));
+    EXPECT_EQ(readFileBytes(path("mc.html")), readFileBytes(kGolden + "montecarlo.html"));
+}
+
+TEST_F(Reports, GoldenWorstCaseLogHasNoSeedTable)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, true);
+    ASSERT_TRUE(sp_BuildWorstCaseHTMLReport(out("wc.html"), noSheet(), table, header));
+    EXPECT_EQ(readFileBytes(path("wc.html")), readFileBytes(kGolden + "worstcase.html"));
+}
+
+TEST_F(Reports, GoldenSensitivityReport)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, true);
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("s.html"), noSheet(), table, header, 2));
+    EXPECT_EQ(readFileBytes(path("s.html")), readFileBytes(kGolden + "sensitivity.html"));
+}
+
+TEST_F(Reports, GoldenSensitivityReportWithoutCaseOneSortsByDescription)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, false);
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("s.html"), noSheet(), table, header, 7));
+    EXPECT_EQ(readFileBytes(path("s.html")), readFileBytes(kGolden + "sensitivity_nocase1.html"));
+}
+
+TEST_F(Reports, GoldenCsvLines)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, true);
+    std::string joined;
+    for (const std::string& line : csvLines(table, header, 2))
+        joined += line + "\n";
+    EXPECT_EQ(joined, readFileBytes(kGolden + "sensitivity.csv"));
+}
+
+// ---------------------------------------------------------------- style block
+
+TEST_F(Reports, StyleSheetIsCopiedBetweenStyleLines)
+{
+    writeFileBytes(path("sheet.css"), "td { color: red; }\n/* 100% */");
+    FILE* f = fopen_utf8(path("block.txt").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    sp_IncludeTableStyleSheet(f, YString(path("sheet.css").c_str()));
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("block.txt")), "<style>\ntd { color: red; }\n/* 100% */</style>\n");
+}
+
+// ---------------------------------------------------------------- logs
+
+TEST_F(Reports, EmptyTableLog)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.meritFunctions.append(XMLMeritFunction{"m", "M"});
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("e.html"), noSheet(), table, header));
+    const std::string text = readFileBytes(path("e.html"));
+    EXPECT_NE(text.find("\t<h2>Results</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>Run #</th><th>Description</th><th>m</th></tr>\n\t</table>\n"
+                        "\t<h2>Seed Table</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>#</th><th>Seed</th></tr>\n\t</table>\n</html>\n"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(countOf(text, "<table"), 3u);
+}
+
+TEST_F(Reports, NoMeritFunctionsNoResultsSection)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    table.insert(run(1, "only", 5, {}, {param("R9", 1, 2)}));
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("n.html"), noSheet(), table, header));
+    const std::string text = readFileBytes(path("n.html"));
+    EXPECT_EQ(text.find("Results"), std::string::npos);
+    EXPECT_NE(text.find("\t\t<tr><td>1</td><td>5</td></tr>\n"), std::string::npos);
+    EXPECT_NE(text.find("\t<h2>only</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n"
+                        "\t\t<tr><td>R9</td><td>1</td><td>2</td></tr>\n\t</table>\n"),
+              std::string::npos);
+}
+
+TEST_F(Reports, PercentSignsAreTextNotFormats)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.title = "100% %s %d %n";
+    header.meritFunctions.append(XMLMeritFunction{"%s%s%s", "x"});
+    table.insert(run(1, "%n%n%s 50%", 0, {merit(1, 0, 0, 0)}, {param("%d", 1, 1)}));
+    ASSERT_TRUE(sp_BuildWorstCaseHTMLReport(out("p.html"), noSheet(), table, header));
+    const std::string text = readFileBytes(path("p.html"));
+    EXPECT_NE(text.find("<td>100% %s %d %n</td>"), std::string::npos);
+    EXPECT_NE(text.find("<th>%s%s%s</th>"), std::string::npos);
+    EXPECT_NE(text.find("<h2>%n%n%s 50%</h2>"), std::string::npos);
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("q.html"), noSheet(), table, header, 1));
+    EXPECT_NE(readFileBytes(path("q.html")).find("<td>%n%n%s 50%</td>"), std::string::npos);
+    EXPECT_EQ(csvLines(table, header, 0)[1], "1,%n%n%s 50%,1,0,0");
+}
+
+TEST_F(Reports, MissingFolderFailsAndCreatesNothing)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    EXPECT_FALSE(sp_BuildMonteCarloHTMLReport(out("no/dir/a.html"), noSheet(), table, header));
+    EXPECT_FALSE(sp_BuildWorstCaseHTMLReport(out("no/dir/a.html"), noSheet(), table, header));
+    EXPECT_FALSE(sp_BuildHTMLSensitivityReport(out("no/dir/a.html"), noSheet(), table, header, 0));
+    EXPECT_FALSE(QDir(QString::fromStdString(path("no"))).exists());
+}
+
+// ---------------------------------------------------------------- sorting
+
+TEST(ReportSort, ComparatorRules)
+{
+    ReportSortKey a, b;
+    a.number = -5;
+    b.number = 3;
+    EXPECT_EQ(ReportSortKey::compareKeys(a, b), 1);  // ascending by absolute value: 3 first
+    EXPECT_EQ(ReportSortKey::compareKeys(b, a), -1);
+    a.descending = true;
+    EXPECT_EQ(ReportSortKey::compareKeys(a, b), -1); // only a's flag counts
+    EXPECT_EQ(ReportSortKey::compareKeys(b, a), -1); // b ascending: 3 before -5
+    ReportSortKey c, d;
+    c.descending = d.descending = true;
+    c.number = 2;
+    d.number = -2;
+    EXPECT_EQ(ReportSortKey::compareKeys(c, d), -1); // equal keys in descending order: each before the other
+    EXPECT_EQ(ReportSortKey::compareKeys(d, c), -1);
+    c.descending = d.descending = false;
+    EXPECT_EQ(ReportSortKey::compareKeys(c, d), 0);
+    ReportSortKey s, t;
+    s.byText = t.byText = true;
+    s.text = "alpha";
+    t.text = "BETA";
+    EXPECT_EQ(ReportSortKey::compareKeys(s, t), -1);
+    EXPECT_EQ(ReportSortKey::compareKeys(t, s), 1);
+    t.text = "ALPHA";
+    EXPECT_EQ(ReportSortKey::compareKeys(s, t), 0);
+    ReportSortKey* pointers[2] = {&s, &t};
+    EXPECT_EQ(ReportSortKey::compare(&pointers[0], &pointers[1]), 0);
+}
+
+TEST(ReportSort, EveryColumn)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.meritFunctions.append(XMLMeritFunction{"m0", "M0"});
+    header.meritFunctions.append(XMLMeritFunction{"m1", "M1"});
+    table.insert(run(4, "delta", 0, {merit(1, 3, 0.1, 0), merit(-9, -1, 7, 0)}, {}));
+    table.insert(run(1, "Alpha", 0, {merit(2, 0, 0, 0), merit(1, 0, 0, 0)}, {}));
+    table.insert(run(3, "charlie", 0, {merit(-4, -5, 0.3, 0), merit(5, 2, -8, 0)}, {}));
+    table.insert(run(2, "BRAVO", 0, {merit(3, 1, -0.2, 0), merit(0.5, 4, 1, 0)}, {}));
+    EXPECT_EQ(csvOrder(table, header, 0), (std::vector<int>{1, 2, 3, 4}));
+    EXPECT_EQ(csvOrder(table, header, 1), (std::vector<int>{1, 2, 3, 4})); // descriptions ignoring case
+    EXPECT_EQ(csvOrder(table, header, 2), (std::vector<int>{3, 2, 1, 4}));  // |value| largest first
+    EXPECT_EQ(csvOrder(table, header, 3), (std::vector<int>{3, 4, 2, 1}));  // -5 before 3
+    EXPECT_EQ(csvOrder(table, header, 4), (std::vector<int>{3, 2, 4, 1}));
+    EXPECT_EQ(csvOrder(table, header, 5), (std::vector<int>{4, 3, 1, 2}));
+    EXPECT_EQ(csvOrder(table, header, 6), (std::vector<int>{2, 3, 4, 1}));
+    EXPECT_EQ(csvOrder(table, header, 7), (std::vector<int>{3, 4, 2, 1}));
+    // Column 3M + 2 = 8 is not clamped: it names the value of a merit function beyond the last, which
+    // reads as 0 for every run, so every run is still listed once (in the comparator's own order).
+    std::vector<int> eight = csvOrder(table, header, 8);
+    std::sort(eight.begin(), eight.end());
+    EXPECT_EQ(eight, (std::vector<int>{1, 2, 3, 4}));
+    EXPECT_EQ(csvOrder(table, header, 99), csvOrder(table, header, 7)); // past the last column: the last norm
+}
+
+TEST(ReportSort, LogsListRunsInCaseOrder)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    for (int c : {3, 1, 2})
+        table.insert(run(c, "r", 0, {}, {}));
+    EXPECT_EQ(csvOrder(table, header, 0), (std::vector<int>{1, 2, 3}));
+}
+
+// ---------------------------------------------------------------- large reports in real readers
+
+class LargeReports : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        std::mt19937 random(8);
+        header.meritFunctions.append(XMLMeritFunction{"max(v(a))", "A"});
+        header.meritFunctions.append(XMLMeritFunction{"min(v(b))", "B"});
+        for (int c = 1; c <= 1000; ++c) {
+            XMLReportInfo r(c);
+            r.description = YString(("Ref: R" + std::to_string(c) + (c % 10 == 0 ? ", with comma" : "")).c_str());
+            r.hasDescription = true;
+            r.seed = (1LL << 35) + c;
+            for (int m = 0; m < 2; ++m)
+                r.values.at(m) = merit(random() % 1000 / 7.0, random() % 100 / 3.0, random() % 50 / 11.0,
+                                       static_cast<int>(random() % 3));
+            const int p = 1 + c % 3;
+            for (int k = 0; k < p; ++k)
+                r.parameters.append(param(("P" + std::to_string(k)).c_str(), 1000, 1000 + c));
+            parameterRows += p;
+            table.insert(r);
+        }
+    }
+    // The DOM that headless Chromium builds from the file.
+    std::string browserDom(const std::string& file)
+    {
+        const QString chromium = QStandardPaths::findExecutable("chromium");
+        EXPECT_FALSE(chromium.isEmpty()) << "chromium is installed by scripts/deps";
+        QProcess browser;
+        browser.start(chromium, {"--headless", "--no-sandbox", "--disable-gpu", "--dump-dom",
+                                 QString::fromStdString("file://" + path(file))});
+        EXPECT_TRUE(browser.waitForFinished(120000));
+        return browser.readAllStandardOutput().toStdString();
+    }
+
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    size_t parameterRows = 0;
+};
+
+TEST_F(LargeReports, BrowserSeesEveryTableAndRow)
+{
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(YString(path("mc.html").c_str()), YString(""), table, header));
+    const std::string mc = browserDom("mc.html");
+    EXPECT_EQ(countOf(mc, "<table"), 3u + 1000u);
+    EXPECT_EQ(countOf(mc, "<tr"), 4u + 1001u + 1001u + 1000u + parameterRows);
+
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(YString(path("s.html").c_str()), YString(""), table, header, 3));
+    const std::string s = browserDom("s.html");
+    EXPECT_EQ(countOf(s, "<table"), 1u);
+    EXPECT_EQ(countOf(s, "<tr"), 2u + parameterRows);
+    EXPECT_EQ(countOf(s, "!DIV0") + countOf(s, ">*<"), countOf(readFileBytes(path("s.html")), "!DIV0") +
+                                                           countOf(readFileBytes(path("s.html")), ">*<"));
+}
+
+TEST_F(LargeReports, PythonCsvReadsEveryRow)
+{
+    YArray<YString> lines;
+    ASSERT_TRUE(sp_BuildCsvSensitivityReport(&lines, table, header, 0));
+    std::string joined;
+    std::string expected;
+    for (int i = 0; i < lines.count(); ++i) {
+        joined += std::string(lines[i].c_str()) + "\n";
+        if (i == 0) {
+            expected += "8\n";
+            continue;
+        }
+        const int c = std::stoi(lines[i].c_str());
+        XMLReportInfo probe;
+        probe.caseNumber = c;
+        const XMLReportInfo* r = table.find(probe);
+        int fields = 2;
+        for (int m = 0; m < 2; ++m)
+            fields += 2 + (r->values[m].status == NormUnset ? 0 : 1);
+        expected += std::to_string(fields) + "\n";
+    }
+    writeFileBytes(path("report.csv"), joined);
+    const QString python = QStandardPaths::findExecutable("python3");
+    ASSERT_FALSE(python.isEmpty());
+    QProcess reader;
+    reader.start(python, {"-c", "import csv,sys\nfor row in csv.reader(open(sys.argv[1], newline='')): print(len(row))",
+                          QString::fromStdString(path("report.csv"))});
+    ASSERT_TRUE(reader.waitForFinished(60000));
+    EXPECT_EQ(reader.readAllStandardOutput().toStdString(), expected);
+}
