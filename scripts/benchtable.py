@@ -36,6 +36,12 @@ CASES = [
      ("cmd", "python3 {scripts}/benchmsw.py {data}/results_100k.msw"), 0.2),
     ("sp_CompileSensReportData, 100k vs 10k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),
      ("bench", "supportqt_bench_results", "BM_CompileSensReport10k"), 12.0),
+    ("sp_BuildHTMLSensitivityReport, 100k runs", ("supportqt_bench_results", "BM_HtmlSensitivity100k"),
+     ("bench", "supportqt_bench_results", "BM_FprintfHtmlBytes100k"), 3.0),
+    ("sp_BuildCsvSensitivityReport, 100k runs", ("supportqt_bench_results", "BM_CsvSensitivity100k"),
+     ("bench", "supportqt_bench_results", "BM_FprintfCsvBytes100k"), 3.0),
+    ("sp_BuildHTMLSensitivityReport, 100k vs 10k runs", ("supportqt_bench_results", "BM_HtmlSensitivity100k"),
+     ("bench", "supportqt_bench_results", "BM_HtmlSensitivity10k"), 12.0),
 ]
 
 # (case, our command, reference command or None, goal): without a reference the goal is a limit in MiB,
