@@ -1,0 +1,72 @@
+// Threads.h - a worker thread, a mutex and a local event loop for modules without Qt, and two ways to
+// keep the user interface alive during long computations. No Qt types appear here.
+#pragma once
+
+#include "SupportQtExport.h"
+
+class QEventLoop;
+class QMutex;
+class KvThreadImpl;
+
+/// A non-recursive mutex: locking it twice on one thread deadlocks.
+class SUPPORTQT_API KvMutex {
+public:
+    KvMutex();
+    ~KvMutex();
+    KvMutex(const KvMutex&) = delete;
+    KvMutex& operator=(const KvMutex&) = delete;
+    void lock();
+    void unlock();
+    /// One attempt; true when the mutex is now held.
+    bool tryLock();
+
+private:
+    QMutex* m_mutex;
+};
+
+/// A worker thread: derive, implement `threadBody`, then `start`. A copy shares the original's thread:
+/// whichever of the two is destroyed first destroys the thread, so only one may be destroyed while the
+/// thread is needed. Destroying a running thread waits a second for the body to return, then
+/// terminates it.
+class SUPPORTQT_API KvQThread {
+public:
+    KvQThread();
+    KvQThread(const KvQThread& other);
+    KvQThread& operator=(const KvQThread&) = delete;
+    virtual ~KvQThread();
+
+    /// The work of the thread; runs on the new thread.
+    virtual void threadBody() = 0;
+    /// A request to end the body early; does nothing here.
+    virtual void requestTerminate();
+
+    /// Starts the thread with the priority of the calling thread.
+    void start();
+    bool running() const;
+    /// Waits up to `ms` milliseconds (-1: without limit) for the body to return; true when it has.
+    bool wait(int ms);
+
+private:
+    KvThreadImpl* m_impl;
+};
+
+/// A local event loop.
+class SUPPORTQT_API KvQtEventLoop {
+public:
+    KvQtEventLoop();
+    ~KvQtEventLoop();
+    KvQtEventLoop(const KvQtEventLoop&) = delete;
+    KvQtEventLoop& operator=(const KvQtEventLoop&) = delete;
+    /// Runs the loop until `exit`.
+    void exec();
+    void exit();
+
+private:
+    QEventLoop* m_loop;
+};
+
+/// Processes the calling thread's pending events once, unless the last pump was no more than
+/// `intervalMs` ago (0 or less: always). User-interface thread only.
+SUPPORTQT_API void sp_ProcessEvents(int intervalMs);
+/// Delivers every pending deferred deletion now.
+SUPPORTQT_API void sp_ProcessDeleteEvents();

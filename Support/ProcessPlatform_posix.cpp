@@ -1,0 +1,108 @@
+// ProcessPlatform_posix.cpp - the older launcher on POSIX systems: posix_spawn from the parsed command
+// line, waiting with events flowing. Window-show and console options do not exist here.
+#include "Processes_p.h"
+
+#ifndef Q_OS_WIN
+
+#include "TextServices.h"
+
+#include <QEventLoop>
+#include <QTimer>
+
+#include <cerrno>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+// Children started without waiting; they are reaped on later calls so that none stays a zombie.
+std::vector<pid_t>& unreapedChildren()
+{
+    static std::vector<pid_t> children;
+    return children;
+}
+
+void reapFinishedChildren()
+{
+    auto& children = unreapedChildren();
+    for (size_t i = 0; i < children.size();) {
+        int status = 0;
+        if (waitpid(children[i], &status, WNOHANG) != 0)
+            children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));
+        else
+            ++i;
+    }
+}
+
+int errorCode(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return 4;
+    case EACCES:
+    case EPERM:
+        return 6;
+    case ENOEXEC:
+        return 5;
+    default:
+        return 1;
+    }
+}
+
+} // namespace
+
+int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
+{
+    *exitCode = 0;
+    reapFinishedChildren();
+    const char* cursor = commandLine ? commandLine : "";
+    std::vector<std::string> words;
+    for (YString token = sp_GetToken(&cursor, " \t", "\"", "\"", false); !token.isEmpty();
+         token = sp_GetToken(&cursor, " \t", "\"", "\"", false))
+        words.push_back(token.c_str());
+    if (words.empty()) {
+        *processId = -1;
+        return 1;
+    }
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(&word[0]);
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    // A program name without a slash is looked up in PATH, as the command interpreter would.
+    const bool search = words[0].find('/') == std::string::npos;
+    const int error = search ? posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ)
+                             : posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
+    if (error != 0) {
+        *processId = -1;
+        return errorCode(error);
+    }
+    if (!(flags & 1)) {
+        unreapedChildren().push_back(pid);
+        *processId = static_cast<int>(pid);
+        return 0;
+    }
+    // Wait with events flowing: look at the child every 10 ms and run the event loop in between.
+    int status = 0;
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    for (;;) {
+        const pid_t done = waitpid(pid, &status, WNOHANG);
+        if (done == pid || (done == -1 && errno != EINTR))
+            break;
+        timer.start(10);
+        loop.exec();
+    }
+    *exitCode = WIFEXITED(status) ? static_cast<unsigned>(WEXITSTATUS(status)) : 0;
+    *processId = -1;
+    return 0;
+}
+
+#endif

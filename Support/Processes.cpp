@@ -1,0 +1,281 @@
+// Processes.cpp - KvProcess, sp_SpawnApplication and the parsing they share.
+#include "Processes.h"
+#include "Console.h"
+#include "ProcessServices.h"
+#include "Processes_p.h"
+#include "QtSupport.h"
+#include "TextServices.h"
+
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+
+namespace {
+const int kStartTimeoutMs = 30000;
+}
+
+// ---------------------------------------------------------------- shared
+
+void processes::parseCommandLine(const char* commandLine, QString* program, QStringList* arguments, QString* bareProgram)
+{
+    const char* cursor = commandLine ? commandLine : "";
+    const YString first = sp_GetToken(&cursor, " \t", "\"", "\"", false);
+    *bareProgram = toQs(first);
+#if defined(Q_OS_WIN)
+    // The program goes to Qt in double quotes, so that a path with blanks stays one program on the
+    // command line Qt builds.
+    *program = first.isEmpty() ? QString() : QLatin1Char('"') + *bareProgram + QLatin1Char('"');
+#else
+    // Qt hands the program to the system as one file name here, where quotes would be part of it.
+    *program = *bareProgram;
+#endif
+    for (YString token = sp_GetToken(&cursor, " \t", "\"", "\"", false); !token.isEmpty();
+         token = sp_GetToken(&cursor, " \t", "\"", "\"", false))
+        arguments->append(toQs(token));
+}
+
+int processes::nativePid(const QProcess* process)
+{
+    if (!process || process->state() == QProcess::NotRunning)
+        return -1;
+#if defined(Q_OS_WIN)
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    return sp_GetPidFromQProcessPID(static_cast<long long>(reinterpret_cast<quintptr>(process->pid())));
+    QT_WARNING_POP
+#else
+    return sp_GetPidFromQProcessPID(static_cast<long long>(process->processId()));
+#endif
+}
+
+// ---------------------------------------------------------------- KvProcess
+
+void KvProcessHelper::processFinished(int, QProcess::ExitStatus)
+{
+    if (!m_owner)
+        deleteLater();
+    else
+        m_owner->endWait();
+}
+
+void KvProcessHelper::readStandardOut() { kv_printf("%s", readAllStandardOutput().constData()); }
+
+void KvProcessHelper::readStandardErr() { kv_printf("%s", readAllStandardError().constData()); }
+
+KvProcess::KvProcess(const char* commandLine, bool relayOutput, bool relayError)
+    : m_process(new KvProcessHelper(this)), m_program(new QString), m_arguments(new QStringList),
+      m_openMode(relayOutput || relayError ? 3 : 2)
+{
+    QObject::connect(m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), m_process,
+                     &KvProcessHelper::processFinished);
+    if (relayOutput)
+        QObject::connect(m_process, &QProcess::readyReadStandardOutput, m_process, &KvProcessHelper::readStandardOut);
+    if (relayError)
+        QObject::connect(m_process, &QProcess::readyReadStandardError, m_process, &KvProcessHelper::readStandardErr);
+    if (commandLine) {
+        QString bare;
+        processes::parseCommandLine(commandLine, m_program, m_arguments, &bare);
+    }
+}
+
+KvProcess::~KvProcess()
+{
+    if (m_process->state() != QProcess::NotRunning) {
+        // The child runs on; its helper deletes itself when it ends.
+        m_process->releaseOwner();
+    } else {
+        delete m_process;
+    }
+    delete m_program;
+    delete m_arguments;
+    delete m_loop;
+    delete m_timer;
+}
+
+void KvProcess::addArgument(const char* argument)
+{
+    const QString text = QString::fromUtf8(argument ? argument : "");
+    if (m_program->isEmpty())
+        *m_program = text;
+    else
+        m_arguments->append(text);
+}
+
+bool KvProcess::start()
+{
+    m_process->start(*m_program, *m_arguments, QIODevice::OpenMode(m_openMode));
+    return m_process->waitForStarted(kStartTimeoutMs);
+}
+
+int KvProcess::nativePid() const { return processes::nativePid(m_process); }
+
+void KvProcess::endWait()
+{
+    if (m_loop)
+        m_loop->quit();
+}
+
+bool KvProcess::waitProcess(int timeoutMs)
+{
+    int pid = nativePid();
+    if (pid == -1 || !sp_IsProcessRunning(pid))
+        return true;
+    if (!m_loop)
+        m_loop = new QEventLoop;
+    if (!m_timer)
+        m_timer = new QTimer;
+    QObject::connect(m_timer, &QTimer::timeout, m_loop, &QEventLoop::quit);
+    if (timeoutMs != 0) {
+        m_timer->setSingleShot(true);
+        m_timer->start(timeoutMs);
+        m_loop->exec();
+        m_timer->stop();
+        return m_process->state() == QProcess::NotRunning;
+    }
+    // Without a limit: look at the system every 10 ms, with events flowing in between.
+    for (;;) {
+        pid = nativePid();
+        if (pid == -1 || !sp_IsProcessRunning(pid))
+            break;
+        m_timer->setSingleShot(true);
+        m_timer->start(10);
+        m_loop->exec();
+        m_timer->stop();
+    }
+    return true;
+}
+
+void KvProcess::kill() { m_process->kill(); }
+
+int KvProcess::exitCode() const { return m_process->exitCode(); }
+
+bool KvProcess::normalExit() const { return m_process->exitStatus() == QProcess::NormalExit; }
+
+bool KvProcess::isRunning() const { return m_process->state() == QProcess::Running; }
+
+bool KvProcess::isRunningNative() const
+{
+    const int pid = nativePid();
+    return pid != -1 && sp_IsProcessRunning(pid);
+}
+
+void KvProcess::setProcessPriority(ProcessPriority priority)
+{
+    const int pid = nativePid();
+    if (pid == -1)
+        return;
+    // The class's order differs from the core library's: 1 and 2 swap places.
+    switch (static_cast<int>(priority)) {
+    case 0:
+        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(0));
+        break;
+    case 1:
+        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(2));
+        break;
+    case 2:
+        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(1));
+        break;
+    default:
+        break;
+    }
+}
+
+int KvProcess::getProcessPriority() const
+{
+    const int pid = nativePid();
+    return pid == -1 ? -1 : sp_GetProcessPriority(pid);
+}
+
+// ---------------------------------------------------------------- sp_SpawnApplication
+
+void SpawnProcessObjectQt4::processFinished(int, QProcess::ExitStatus)
+{
+    m_loop.quit();
+    deleteLater();
+}
+
+void SpawnProcessObjectQt4::update()
+{
+    if (state() == QProcess::NotRunning)
+        m_loop.quit();
+}
+
+void SpawnProcessObjectQt4::readStandardOut()
+{
+    const QByteArray bytes = readAllStandardOutput();
+    if (m_output)
+        m_output->write(bytes.constData(), static_cast<size_t>(bytes.size()));
+}
+
+void SpawnProcessObjectQt4::readStandardErr()
+{
+    const QByteArray bytes = readAllStandardError();
+    if (m_output)
+        m_output->write(bytes.constData(), static_cast<size_t>(bytes.size()));
+}
+
+SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvstream> output, unsigned* exitCode,
+                             int* processId)
+{
+    if (exitCode)
+        *exitCode = 0;
+    if (flags & SpawnNewConsole)
+        return SSPE_NotSupported;
+    QString program, bare;
+    QStringList arguments;
+    processes::parseCommandLine(commandLine, &program, &arguments, &bare);
+
+    auto* child = new SpawnProcessObjectQt4(output);
+    // Finishing ends the wait below; without a wait the object deletes itself when the child ends.
+    QObject::connect(child, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), child,
+                     [child](int, QProcess::ExitStatus) { child->loop().quit(); });
+    if (flags & SpawnCaptureOutput)
+        QObject::connect(child, &QProcess::readyReadStandardOutput, child, &SpawnProcessObjectQt4::readStandardOut);
+    if (flags & SpawnCaptureError)
+        QObject::connect(child, &QProcess::readyReadStandardError, child, &SpawnProcessObjectQt4::readStandardErr);
+    if (flags & SpawnCloseUncaptured) {
+        if (!(flags & SpawnCaptureOutput))
+            child->setStandardOutputFile(QProcess::nullDevice());
+        if (!(flags & SpawnCaptureError))
+            child->setStandardErrorFile(QProcess::nullDevice());
+    }
+    child->start(program, arguments, QIODevice::ReadWrite);
+    const bool started = child->waitForStarted(kStartTimeoutMs);
+
+    SSPError result = SSPE_Ok;
+    if (!started) {
+        const QFileInfo file(bare);
+        result = !file.exists() ? SSPE_NotFound : file.isExecutable() ? SSPE_Failed : SSPE_NotExecutable;
+    } else if (flags & SpawnWait) {
+        QTimer timer;
+        QObject::connect(&timer, &QTimer::timeout, child, &SpawnProcessObjectQt4::update);
+        timer.start(100);
+        if (child->state() != QProcess::NotRunning)
+            child->loop().exec();
+        timer.stop();
+        // Output that arrived with the end of the child.
+        if (flags & SpawnCaptureOutput)
+            child->readStandardOut();
+        if (flags & SpawnCaptureError)
+            child->readStandardErr();
+    }
+    // A child that never started has no exit code of its own: 0, whatever Qt reports for the attempt.
+    if (exitCode)
+        *exitCode = started ? static_cast<unsigned>(child->exitCode()) : 0;
+    if (processId)
+        *processId = child->state() != QProcess::NotRunning ? processes::nativePid(child) : -1;
+    if (child->state() == QProcess::NotRunning)
+        delete child;
+    else
+        QObject::connect(child, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), child,
+                         &SpawnProcessObjectQt4::processFinished);
+    return result;
+}
+
+SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsigned* exitCode, int* processId)
+{
+    unsigned exitSink = 0;
+    int pidSink = 0;
+    return static_cast<SSPError>(processes::oldSpawn(commandLine, flags, exitCode ? exitCode : &exitSink,
+                                                     processId ? processId : &pidSink));
+}

@@ -1,0 +1,57 @@
+// Processes_p.h - the Qt process objects behind KvProcess and sp_SpawnApplication.
+#pragma once
+
+#include "YContainers.h"
+#include "kvstream.h"
+
+#include <QEventLoop>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+class KvProcess;
+
+/// The child of a KvProcess. When its owner is destroyed first, it deletes itself once the child ends.
+class KvProcessHelper : public QProcess {
+    Q_OBJECT
+public:
+    explicit KvProcessHelper(KvProcess* owner) : m_owner(owner) {}
+    void releaseOwner() { m_owner = nullptr; }
+
+public slots:
+    void processFinished(int exitCode, QProcess::ExitStatus status);
+    void readStandardOut();
+    void readStandardErr();
+
+private:
+    KvProcess* m_owner;
+};
+
+/// The child of sp_SpawnApplication: copies captured output into the caller's stream and runs the loop
+/// that waits for the child.
+class SpawnProcessObjectQt4 : public QProcess {
+    Q_OBJECT
+public:
+    explicit SpawnProcessObjectQt4(YRef<kvstream> output) : m_output(output) {}
+    QEventLoop& loop() { return m_loop; }
+
+public slots:
+    void processFinished(int exitCode, QProcess::ExitStatus status);
+    void update();
+    void readStandardOut();
+    void readStandardErr();
+
+private:
+    YRef<kvstream> m_output;
+    QEventLoop m_loop;
+};
+
+namespace processes {
+/// The command line split into the program (on Windows wrapped in double quotes; empty stays empty),
+/// the arguments, and the program as written.
+void parseCommandLine(const char* commandLine, QString* program, QStringList* arguments, QString* bareProgram);
+/// The system process id of a QProcess's child, or -1.
+int nativePid(const QProcess* process);
+/// Platform part of sp_OldSpawnApplication.
+int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId);
+} // namespace processes

@@ -1,0 +1,91 @@
+// Threads.cpp - KvMutex, KvQThread, KvQtEventLoop and the event pumps.
+#include "Threads.h"
+#include "ProcessServices.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QEventLoop>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QSet>
+#include <QThread>
+
+/// The Qt thread of a KvQThread: runs the owner's body.
+class KvThreadImpl : public QThread {
+public:
+    explicit KvThreadImpl(KvQThread* owner) : m_owner(owner) {}
+
+protected:
+    void run() override { m_owner->threadBody(); }
+
+private:
+    KvQThread* m_owner;
+};
+
+KvMutex::KvMutex() : m_mutex(new QMutex) {}
+KvMutex::~KvMutex() { delete m_mutex; }
+void KvMutex::lock() { m_mutex->lock(); }
+void KvMutex::unlock() { m_mutex->unlock(); }
+bool KvMutex::tryLock() { return m_mutex->tryLock(0); }
+
+namespace {
+
+// The thread objects not yet destroyed: a copy shares its source's, and whichever of the two is
+// destroyed first destroys it; the other then finds it gone.
+QMutex s_liveImplsMutex;
+QSet<KvThreadImpl*> s_liveImpls;
+
+} // namespace
+
+KvQThread::KvQThread() : m_impl(new KvThreadImpl(this))
+{
+    QMutexLocker lock(&s_liveImplsMutex);
+    s_liveImpls.insert(m_impl);
+}
+
+// The copy shares the thread object on purpose.
+KvQThread::KvQThread(const KvQThread& other) : m_impl(other.m_impl) {}
+
+KvQThread::~KvQThread()
+{
+    {
+        QMutexLocker lock(&s_liveImplsMutex);
+        if (!s_liveImpls.remove(m_impl))
+            return;
+    }
+    if (m_impl->isRunning() && !m_impl->wait(1000)) {
+        m_impl->terminate();
+        m_impl->wait();
+    }
+    delete m_impl;
+}
+
+void KvQThread::requestTerminate() {}
+
+void KvQThread::start() { m_impl->start(QThread::InheritPriority); }
+
+bool KvQThread::running() const { return m_impl->isRunning(); }
+
+bool KvQThread::wait(int ms) { return m_impl->wait(static_cast<unsigned long>(static_cast<unsigned>(ms))); }
+
+KvQtEventLoop::KvQtEventLoop() : m_loop(new QEventLoop) {}
+KvQtEventLoop::~KvQtEventLoop() { delete m_loop; }
+void KvQtEventLoop::exec() { m_loop->exec(QEventLoop::AllEvents); }
+void KvQtEventLoop::exit() { m_loop->exit(0); }
+
+namespace {
+double s_lastPump = 0.0;
+}
+
+void sp_ProcessEvents(int intervalMs)
+{
+    if (s_lastPump != 0.0 && intervalMs >= 1) {
+        const double now = sp_GetPerfTime();
+        if (!(now - s_lastPump > intervalMs / 1000.0))
+            return;
+    }
+    s_lastPump = sp_GetPerfTime();
+    QCoreApplication::processEvents(QEventLoop::AllEvents);
+}
+
+void sp_ProcessDeleteEvents() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }

@@ -1,0 +1,100 @@
+// Timers.cpp - the registry of numbered timers.
+#include "Timers.h"
+#include "LoadTime_p.h"
+#include "Timers_p.h"
+
+#include <QSharedPointer>
+
+namespace {
+
+int s_createdTimers = 0;
+
+// The first live timer with that id, or null.
+GenericTimer* findTimer(int id)
+{
+    for (const QSharedPointer<GenericTimer>& timer : SupportQtLoadTime::liveTimers())
+        if (timer->id() == id)
+            return timer.data();
+    return nullptr;
+}
+
+} // namespace
+
+TimerObject::~TimerObject() = default;
+
+GenericTimer::~GenericTimer() { delete m_callback; }
+
+void GenericTimer::startPeriod(int interval)
+{
+    m_interval = interval;
+    const int qtId = startTimer(interval, Qt::CoarseTimer);
+    if (qtId != 0)
+        m_qtTimers.append(qtId);
+}
+
+void GenericTimer::stopAll()
+{
+    for (int qtId : m_qtTimers)
+        killTimer(qtId);
+    m_qtTimers.clear();
+    m_interval = 0;
+}
+
+void GenericTimer::timerEvent(QTimerEvent*)
+{
+    if (m_singleShot)
+        stopAll();
+    if (m_callback)
+        m_callback->onTimer(m_id);
+}
+
+int sp_CreateTimer(int interval, bool singleShot, TimerObject* data)
+{
+    const int id = ++s_createdTimers;
+    QSharedPointer<GenericTimer> timer(new GenericTimer(id, singleShot, data));
+    if (interval > 0)
+        timer->startPeriod(interval);
+    SupportQtLoadTime::liveTimers().append(timer);
+    return id;
+}
+
+bool sp_StartTimer(int id, int interval)
+{
+    GenericTimer* timer = findTimer(id);
+    if (!timer)
+        return false;
+    // Periods already running keep running beside the new one, on purpose.
+    timer->startPeriod(interval);
+    return true;
+}
+
+bool sp_KillTimer(int id)
+{
+    GenericTimer* timer = findTimer(id);
+    if (!timer)
+        return false;
+    timer->stopAll();
+    return true;
+}
+
+int sp_GetTimerInterval(int id)
+{
+    const GenericTimer* timer = findTimer(id);
+    return timer ? timer->interval() : -1;
+}
+
+TimerObject* sp_GetTimerData(int id)
+{
+    const GenericTimer* timer = findTimer(id);
+    return timer ? timer->callback() : nullptr;
+}
+
+bool sp_DeleteTimer(int id)
+{
+    QList<QSharedPointer<GenericTimer>>& timers = SupportQtLoadTime::liveTimers();
+    const int before = timers.size();
+    for (int i = timers.size() - 1; i >= 0; --i)
+        if (timers[i]->id() == id)
+            timers.removeAt(i);
+    return timers.size() < before;
+}

@@ -1,0 +1,165 @@
+// ThreadsTest.cpp - worker threads, the mutex, the local event loop and the event pumps.
+#include "TestHelpers.h"
+#include "Threads.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QPointer>
+#include <QThread>
+#include <QTimer>
+
+#include <atomic>
+
+namespace {
+
+class CountingThread : public KvQThread {
+public:
+    CountingThread() = default;
+    CountingThread(const CountingThread& other) : KvQThread(other) {}
+    std::atomic<int> runs{0};
+    void threadBody() override { ++runs; }
+};
+
+class EndlessThread : public KvQThread {
+public:
+    std::atomic<bool> entered{false};
+    void threadBody() override
+    {
+        entered = true;
+        for (;;)
+            QThread::msleep(5);
+    }
+};
+
+class LockerThread : public KvQThread {
+public:
+    explicit LockerThread(KvMutex* mutex) : m_mutex(mutex) {}
+    std::atomic<int> result{-1};
+    void threadBody() override
+    {
+        QElapsedTimer timer;
+        timer.start();
+        const bool got = m_mutex->tryLock();
+        elapsedMs = static_cast<int>(timer.elapsed());
+        if (got)
+            m_mutex->unlock();
+        result = got ? 1 : 0;
+    }
+    std::atomic<int> elapsedMs{-1};
+
+private:
+    KvMutex* m_mutex;
+};
+
+class EventCounter : public QObject {
+public:
+    int delivered = 0;
+    bool event(QEvent* e) override
+    {
+        if (e->type() == QEvent::User) {
+            ++delivered;
+            return true;
+        }
+        return QObject::event(e);
+    }
+};
+
+} // namespace
+
+TEST(KvQThread, RunsTheBodyOnAThread)
+{
+    CountingThread t;
+    EXPECT_FALSE(t.running());
+    t.start();
+    EXPECT_TRUE(t.wait(-1));
+    EXPECT_EQ(t.runs.load(), 1);
+    EXPECT_FALSE(t.running());
+    t.requestTerminate(); // does nothing
+}
+
+TEST(KvQThread, DestroyingARunningThreadTerminatesItAfterASecond)
+{
+    QElapsedTimer timer;
+    {
+        auto* t = new EndlessThread;
+        t->start();
+        while (!t->entered)
+            QThread::msleep(1);
+        EXPECT_FALSE(t->wait(50));
+        timer.start();
+        delete t;
+    }
+    const qint64 ms = timer.elapsed();
+    EXPECT_GE(ms, 950);
+    EXPECT_LT(ms, 5000);
+}
+
+TEST(KvQThread, CopySharesTheThread)
+{
+    CountingThread original;
+    KvQThread* copy = new CountingThread(original);
+    original.start();
+    EXPECT_TRUE(copy->wait(-1)); // the copy waits on the same thread
+    EXPECT_EQ(original.runs.load(), 1);
+    delete copy;                 // destroys the shared thread; the original then finds it gone
+}
+
+TEST(KvMutex, TryLockHeldElsewhereFailsAtOnce)
+{
+    KvMutex mutex;
+    mutex.lock();
+    LockerThread other(&mutex);
+    other.start();
+    EXPECT_TRUE(other.wait(-1));
+    EXPECT_EQ(other.result.load(), 0);
+    EXPECT_LT(other.elapsedMs.load(), 100);
+    mutex.unlock();
+    EXPECT_TRUE(mutex.tryLock());
+    mutex.unlock();
+    LockerThread again(&mutex);
+    again.start();
+    EXPECT_TRUE(again.wait(-1));
+    EXPECT_EQ(again.result.load(), 1);
+}
+
+TEST(KvQtEventLoop, RunsUntilExit)
+{
+    KvQtEventLoop loop;
+    int fired = 0;
+    QTimer::singleShot(20, [&] {
+        ++fired;
+        loop.exit();
+    });
+    loop.exec();
+    EXPECT_EQ(fired, 1);
+}
+
+TEST(ProcessEvents, RateLimited)
+{
+    EventCounter counter;
+    sp_ProcessEvents(0); // a pump now: the next one with 100 ms comes too soon
+    QCoreApplication::postEvent(&counter, new QEvent(QEvent::User));
+    sp_ProcessEvents(100);
+    EXPECT_EQ(counter.delivered, 0);
+    QThread::msleep(150);
+    sp_ProcessEvents(100);
+    EXPECT_EQ(counter.delivered, 1);
+    QCoreApplication::postEvent(&counter, new QEvent(QEvent::User));
+    sp_ProcessEvents(100); // within 100 ms of the last pump
+    EXPECT_EQ(counter.delivered, 1);
+    sp_ProcessEvents(0); // interval 0 pumps every time
+    EXPECT_EQ(counter.delivered, 2);
+    QCoreApplication::postEvent(&counter, new QEvent(QEvent::User));
+    sp_ProcessEvents(-5);
+    EXPECT_EQ(counter.delivered, 3);
+}
+
+TEST(ProcessEvents, DeleteEventsAreDeliveredAtOnce)
+{
+    QPointer<QObject> object = new QObject;
+    object->deleteLater();
+    EXPECT_FALSE(object.isNull());
+    sp_ProcessDeleteEvents();
+    EXPECT_TRUE(object.isNull());
+}

@@ -1,0 +1,136 @@
+// TimersTest.cpp - numbered timers with a running event loop.
+#include "TestHelpers.h"
+#include "Timers.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+namespace {
+
+class Counter : public TimerObject {
+public:
+    explicit Counter(bool* destroyed = nullptr) : m_destroyed(destroyed) {}
+    ~Counter() override
+    {
+        if (m_destroyed)
+            *m_destroyed = true;
+    }
+    void onTimer(int timerId) override
+    {
+        ++calls;
+        lastId = timerId;
+    }
+    int calls = 0;
+    int lastId = 0;
+
+private:
+    bool* m_destroyed;
+};
+
+void spin(int ms)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+} // namespace
+
+TEST(Timers, IdsStartAtOneAndAreNeverReused)
+{
+    const int first = sp_CreateTimer(0, false, nullptr);
+    EXPECT_EQ(first, 1);
+    EXPECT_TRUE(sp_DeleteTimer(first));
+    const int second = sp_CreateTimer(0, false, nullptr);
+    EXPECT_EQ(second, 2);
+    EXPECT_FALSE(sp_DeleteTimer(first));
+    EXPECT_TRUE(sp_DeleteTimer(second));
+}
+
+TEST(Timers, CreatedStoppedUntilStarted)
+{
+    auto* counter = new Counter;
+    const int id = sp_CreateTimer(0, false, counter);
+    EXPECT_EQ(sp_GetTimerInterval(id), 0);
+    EXPECT_EQ(sp_GetTimerData(id), counter);
+    spin(60);
+    EXPECT_EQ(counter->calls, 0);
+    EXPECT_TRUE(sp_StartTimer(id, 10));
+    EXPECT_EQ(sp_GetTimerInterval(id), 10);
+    spin(200);
+    EXPECT_GT(counter->calls, 3);
+    EXPECT_EQ(counter->lastId, id);
+    EXPECT_TRUE(sp_DeleteTimer(id));
+}
+
+TEST(Timers, SingleShotCallsOnce)
+{
+    auto* counter = new Counter;
+    const int id = sp_CreateTimer(20, true, counter);
+    EXPECT_EQ(sp_GetTimerInterval(id), 20);
+    spin(300);
+    EXPECT_EQ(counter->calls, 1);
+    EXPECT_EQ(sp_GetTimerInterval(id), 0);
+    EXPECT_EQ(sp_GetTimerData(id), counter);
+    EXPECT_TRUE(sp_DeleteTimer(id));
+}
+
+TEST(Timers, KillAndRestart)
+{
+    auto* counter = new Counter;
+    const int id = sp_CreateTimer(10, false, counter);
+    spin(150);
+    EXPECT_GT(counter->calls, 2);
+    EXPECT_TRUE(sp_KillTimer(id));
+    EXPECT_EQ(sp_GetTimerInterval(id), 0);
+    const int stopped = counter->calls;
+    spin(150);
+    EXPECT_EQ(counter->calls, stopped);
+    EXPECT_TRUE(sp_StartTimer(id, 10));
+    spin(150);
+    EXPECT_GT(counter->calls, stopped + 2);
+    EXPECT_TRUE(sp_DeleteTimer(id));
+}
+
+TEST(Timers, TwoStartsDoubleTheRate)
+{
+    auto* counter = new Counter;
+    const int id = sp_CreateTimer(25, false, counter);
+    spin(500);
+    const int single = counter->calls;
+    EXPECT_TRUE(sp_StartTimer(id, 25)); // the first period keeps running beside the new one
+    counter->calls = 0;
+    spin(500);
+    const int doubled = counter->calls;
+    EXPECT_GE(single, 8);
+    EXPECT_GE(doubled, single * 3 / 2) << "single " << single << " doubled " << doubled;
+    EXPECT_TRUE(sp_DeleteTimer(id));
+}
+
+TEST(Timers, DeletingDeletesTheCallbackObject)
+{
+    bool destroyed = false;
+    const int id = sp_CreateTimer(10, false, new Counter(&destroyed));
+    EXPECT_FALSE(destroyed);
+    EXPECT_TRUE(sp_DeleteTimer(id));
+    EXPECT_TRUE(destroyed);
+    EXPECT_EQ(sp_GetTimerInterval(id), -1);
+    spin(50);
+}
+
+TEST(Timers, UnknownIdsAndNegativeIntervals)
+{
+    EXPECT_EQ(sp_GetTimerInterval(987654), -1);
+    EXPECT_FALSE(sp_KillTimer(987654));
+    EXPECT_FALSE(sp_StartTimer(987654, 10));
+    EXPECT_FALSE(sp_DeleteTimer(987654));
+    EXPECT_EQ(sp_GetTimerData(987654), nullptr);
+    EXPECT_EQ(sp_GetTimerInterval(-1), -1);
+    auto* counter = new Counter;
+    const int id = sp_CreateTimer(-5, false, counter);
+    EXPECT_EQ(sp_GetTimerInterval(id), 0);
+    spin(50);
+    EXPECT_EQ(counter->calls, 0);
+    EXPECT_TRUE(sp_DeleteTimer(id));
+}
