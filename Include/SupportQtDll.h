@@ -13,6 +13,7 @@
 #include "LiteralNetlistStream.h"
 #include "NetlistStream.h"
 #include "PatternMatch.h"
+#include "Plugins.h"
 #include "Processes.h"
 #include "QtSupport.h"
 #include "Reports.h"

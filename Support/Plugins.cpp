@@ -1,0 +1,200 @@
+// Plugins.cpp - plug-in directories, the loaded-module list, module search and YQtLibrary.
+#include "Plugins.h"
+#include "FileServices.h"
+#include "LoadTime_p.h"
+#include "Options.h"
+#include "QtSupport.h"
+#include "TextServices.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLibrary>
+
+namespace {
+
+YString translated(const YString& text)
+{
+    YString out;
+    sp_TranslateSystemPath(text.c_str(), &out);
+    return out;
+}
+
+// The plug-in directories of a category, in their configured order.
+YArray<YString> pluginDirectories(const char* category)
+{
+    const YString ini = translated("%EXEPATH%/startup.ini");
+    YString value;
+    if (!category || !*category) {
+        value = "%EXEPATH%/../plugins";
+    } else {
+        sp_GetPrivateProfileString("PluginDirs", category, ini.c_str(), &value);
+        if (value.equalsNoCase("")) {
+            value = "%EXEPATH%/../plugins/";
+            value.append(category);
+        }
+    }
+    YArray<YString> entries;
+    sp_SplitLine(value.c_str(), ';', &entries, 2147483647);
+    YArray<YString> directories;
+    for (const YString& entry : entries)
+        directories.append(translated(entry));
+    return directories;
+}
+
+bool sameFileName(const QString& a, const QString& b)
+{
+    return QString::compare(a, b, sp_CaseSensitiveFiles() ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
+}
+
+// Removes every list entry of `library`, unloads it and destroys it.
+void dropModule(QLibrary* library)
+{
+    SupportQtLoadTime::loadedModules().removeAll(library);
+    library->unload();
+    delete library;
+}
+
+bool signaturesChecked(bool verify)
+{
+    if (!verify)
+        return false;
+    KalvontaVersionInfo info;
+    sp_GetVersionValues(&info);
+    return info.signatureCheck == 1 || info.signatureCheck == 2;
+}
+
+} // namespace
+
+void* sp_GetLibraryFunction(const char* library, const char* function, bool usePluginDirs, const char* category,
+                            bool verify)
+{
+    if (!library)
+        return nullptr;
+    const bool checkSignatures = signaturesChecked(verify);
+    YArray<YString> candidates;
+    if (usePluginDirs) {
+        for (const YString& dir : pluginDirectories(category)) {
+            YString candidate = dir;
+            candidate.append("/").append(library);
+            candidates.append(translated(candidate));
+        }
+    } else {
+        candidates.append(YString(library));
+    }
+
+    QList<QLibrary*>& modules = SupportQtLoadTime::loadedModules();
+    QLibrary* loaded = nullptr;
+    for (const YString& candidate : candidates) {
+        const QLibrary probe(toQs(candidate));
+        for (QLibrary* module : modules) {
+            if (sameFileName(probe.fileName(), module->fileName())) {
+                loaded = module;
+                break;
+            }
+        }
+        if (loaded)
+            break;
+    }
+
+    if (!function) {
+        if (loaded)
+            dropModule(loaded);
+        return nullptr;
+    }
+
+    if (!loaded) {
+        for (const YString& candidate : candidates) {
+            if (checkSignatures && sp_VerifyEmbeddedSignature(candidate.c_str()) != 0)
+                continue;
+            auto* module = new QLibrary(toQs(candidate));
+            if (module->load()) {
+                modules.append(module);
+                loaded = module;
+                break;
+            }
+            delete module;
+        }
+        if (!loaded)
+            return nullptr;
+    }
+    QFunctionPointer address = loaded->resolve(function);
+    if (!address) {
+        const std::string decorated = std::string("_") + function;
+        address = loaded->resolve(decorated.c_str());
+    }
+    return reinterpret_cast<void*>(address);
+}
+
+bool sp_LoadLibrary(const char* path)
+{
+    if (!path)
+        return false;
+    QLibrary library(QString::fromUtf8(path));
+    return library.load();
+}
+
+void sp_UnloadLibrary(const char* path)
+{
+    if (!path)
+        return;
+    for (QLibrary* module : SupportQtLoadTime::loadedModules()) {
+        if (sp_ComparePaths(toYs(module->fileName()).c_str(), path) == 0) {
+            dropModule(module);
+            return;
+        }
+    }
+}
+
+void sp_SearchDLLs(YArray<YString>* result, const char* category, const char* filter, const YArray<YString>& excluded)
+{
+    if (!result)
+        return;
+    const QString nameFilter = QString::fromUtf8(filter ? filter : sp_GetSharedLibraryFilter());
+    for (const YString& dir : pluginDirectories(category)) {
+        const QDir directory(toQs(dir));
+        const QFileInfoList entries =
+            directory.entryInfoList(QStringList{nameFilter}, QDir::Files, QDir::Name | QDir::IgnoreCase);
+        for (const QFileInfo& entry : entries) {
+            const YString path = toYs(entry.absoluteFilePath());
+            if (!excluded.isEmpty()) {
+                YString name;
+                sp_SplitPath(path, nullptr, &name);
+                bool skip = false;
+                for (const YString& e : excluded)
+                    if (name.comparePath(e) == 0)
+                        skip = true;
+                if (skip)
+                    continue;
+            }
+            result->append(path);
+        }
+    }
+}
+
+void sp_SearchDLLs(YArray<YString>* result, const char* category)
+{
+    sp_SearchDLLs(result, category, nullptr, YArray<YString>());
+}
+
+void sp_SetPluginPaths()
+{
+    YString first = sp_GetExeDir();
+    first.append("/../plugins/");
+    const YString plugins = sp_ConvertLocalToUnix(sp_CleanPath(first));
+    const YString exe = sp_ConvertLocalToUnix(sp_CleanPath(sp_GetExeDir()));
+    QCoreApplication::setLibraryPaths(QStringList{toQs(plugins), toQs(exe)});
+}
+
+YQtLibrary::YQtLibrary(const char* path) : m_library(new QLibrary(QString::fromUtf8(path ? path : ""))) {}
+
+YQtLibrary::~YQtLibrary() { delete m_library; }
+
+void* YQtLibrary::resolve(const char* name) { return name ? reinterpret_cast<void*>(m_library->resolve(name)) : nullptr; }
+
+bool YQtLibrary::isLoaded() const { return m_library->isLoaded(); }
+
+YString YQtLibrary::fileName() const { return toYs(m_library->fileName()); }
+
+YString YQtLibrary::errorString() const { return toYs(m_library->errorString()); }
+
+int YQtLibrary::unload() { return m_library->unload() ? 1 : 0; }

@@ -1,0 +1,169 @@
+// PluginsTest.cpp - plug-in directories from startup.ini, loading modules and their functions, the
+// decorated-name fallback, unloading, module search and YQtLibrary, with real modules of the test build.
+#include "FileServices.h"
+#include "Plugins.h"
+#include "TestHelpers.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kDirs = PLUGIN_DIRS; // holds dir1 and dir2
+
+typedef int (*IntFunction)();
+
+} // namespace
+
+// Each test gets an executable directory of its own (the place of startup.ini and of "../plugins").
+class Plugins : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        QDir().mkpath(QString::fromStdString(path("bin")));
+        sp_SetExeDir(YString(path("bin").c_str()));
+    }
+    void TearDown() override
+    {
+        sp_SetExeDir(YString(""));
+        TempDirTest::TearDown();
+    }
+    void writeIni(const std::string& body) { writeFileBytes(path("bin/startup.ini"), "[PluginDirs]\n" + body + "\n"); }
+    std::vector<std::string> search(const char* category, const char* filter = nullptr, YArray<YString> excluded = {})
+    {
+        YArray<YString> found;
+        sp_SearchDLLs(&found, category, filter, excluded);
+        std::vector<std::string> result;
+        for (const YString& f : found)
+            result.push_back(f.c_str());
+        return result;
+    }
+};
+
+TEST_F(Plugins, FirstDirectoryWinsAndTheModuleIsLoadedOnce)
+{
+    writeIni("sims=" + kDirs + "/dir1;" + kDirs + "/dir2");
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 1);
+    auto again = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false));
+    EXPECT_EQ(again, f); // found in the list of loaded modules
+    // With the directories the other way round, the copy already loaded from dir1 is still found first
+    // among the loaded modules.
+    writeIni("sims=" + kDirs + "/dir2;" + kDirs + "/dir1");
+    auto reused = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false));
+    ASSERT_NE(reused, nullptr);
+    EXPECT_EQ(reused(), 1);
+    // A null function name unloads the module; the next request then loads the copy of dir2.
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", nullptr, true, "sims", false), nullptr);
+    auto second = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false));
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second(), 2);
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", nullptr, true, "sims", false), nullptr);
+}
+
+TEST_F(Plugins, DefaultDirectoryIsPluginsSlashCategory)
+{
+    QDir().mkpath(QString::fromStdString(path("plugins/tools")));
+    QFile::copy(QString::fromStdString(kDirs + "/dir2/libversioned.so"), QString::fromStdString(path("plugins/tools/libversioned.so")));
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "tools", false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 2);
+    EXPECT_EQ(search("tools"), (std::vector<std::string>{path("plugins/tools/libversioned.so")}));
+    sp_UnloadLibrary(path("plugins/tools/libversioned.so").c_str());
+    // The empty value of an existing key counts as no value.
+    writeIni("tools=");
+    EXPECT_EQ(search("tools").size(), 1u);
+}
+
+TEST_F(Plugins, DecoratedNameFallback)
+{
+    const std::string module = kDirs + "/dir1/libDecoratedModule.so";
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(module.c_str(), "decoratedOnly", false, nullptr, false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 42);
+    EXPECT_EQ(sp_GetLibraryFunction(module.c_str(), "noSuchFunction", false, nullptr, false), nullptr);
+    sp_UnloadLibrary(module.c_str());
+    sp_UnloadLibrary("/no/such/module.so"); // nothing happens
+}
+
+TEST_F(Plugins, BadModulesGiveNull)
+{
+    writeFileBytes(path("notalib.so"), "this is text\n");
+    EXPECT_EQ(sp_GetLibraryFunction(path("notalib.so").c_str(), "f", false, nullptr, false), nullptr);
+    EXPECT_FALSE(sp_LoadLibrary(path("notalib.so").c_str()));
+    EXPECT_EQ(sp_GetLibraryFunction(path("bin").c_str(), "f", false, nullptr, false), nullptr); // a directory
+    EXPECT_FALSE(sp_LoadLibrary(path("bin").c_str()));
+    EXPECT_FALSE(sp_LoadLibrary(nullptr));
+    EXPECT_EQ(sp_GetLibraryFunction(nullptr, "f", false, nullptr, false), nullptr);
+    // A module without the entry point asked for.
+    EXPECT_EQ(sp_GetLibraryFunction((kDirs + "/dir1/libversioned.so").c_str(), "sp_GetSupportGuiImpl", false, nullptr, false),
+              nullptr);
+    sp_UnloadLibrary((kDirs + "/dir1/libversioned.so").c_str());
+    EXPECT_TRUE(sp_LoadLibrary((kDirs + "/dir2/libversioned.so").c_str()));
+}
+
+TEST_F(Plugins, MissingOrMalformedConfiguration)
+{
+    // No startup.ini: the default directory, which does not exist: nothing found.
+    EXPECT_TRUE(search("sims").empty());
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false), nullptr);
+    writeIni("sims=;;%NO_SUCH_VARIABLE_X%/dir;" + path("missing"));
+    EXPECT_TRUE(search("sims").empty());
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false), nullptr);
+    writeIni("garbage without equals sign\n[[[");
+    EXPECT_TRUE(search("sims").empty());
+}
+
+TEST_F(Plugins, SearchSortsIgnoringCaseAndExcludes)
+{
+    const std::string dir = path("mods");
+    QDir().mkpath(QString::fromStdString(dir));
+    for (const char* name : {"beta.so", "Alpha.so", "gamma.SO", "delta.so", "notes.txt", "so"})
+        writeFileBytes(dir + "/" + name, "x");
+    QDir().mkpath(QString::fromStdString(dir + "/sub.so"));
+    writeIni("mods=" + dir);
+    // Qt's name filters ignore case; folders are left out.
+    EXPECT_EQ(search("mods"), (std::vector<std::string>{dir + "/Alpha.so", dir + "/beta.so", dir + "/delta.so", dir + "/gamma.SO"}));
+    YArray<YString> excluded;
+    excluded.append(YString("beta.so"));
+    excluded.append(YString("gamma.SO"));
+    EXPECT_EQ(search("mods", nullptr, excluded), (std::vector<std::string>{dir + "/Alpha.so", dir + "/delta.so"}));
+    EXPECT_EQ(search("mods", "*.txt"), (std::vector<std::string>{dir + "/notes.txt"}));
+    YArray<YString> two;
+    sp_SearchDLLs(&two, "mods");
+    EXPECT_EQ(two.count(), 4);
+}
+
+TEST_F(Plugins, PluginPathsForQt)
+{
+    sp_SetPluginPaths();
+    const QStringList paths = QCoreApplication::libraryPaths();
+    ASSERT_EQ(paths.size(), 2);
+    EXPECT_EQ(paths[0].toStdString(), m_dir + "/plugins");
+    EXPECT_EQ(paths[1].toStdString(), path("bin"));
+}
+
+TEST_F(Plugins, YQtLibraryWrapsOneLibrary)
+{
+    YQtLibrary library((kDirs + "/dir1/libDecoratedModule.so").c_str());
+    EXPECT_FALSE(library.isLoaded());
+    auto f = reinterpret_cast<IntFunction>(library.resolve("_decoratedOnly"));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 42);
+    EXPECT_TRUE(library.isLoaded());
+    EXPECT_STREQ(library.fileName().c_str(), (kDirs + "/dir1/libDecoratedModule.so").c_str());
+    EXPECT_EQ(library.resolve("nothing"), nullptr);
+    EXPECT_EQ(library.unload(), 1);
+    EXPECT_FALSE(library.isLoaded());
+    YQtLibrary missing(path("none.so").c_str());
+    EXPECT_EQ(missing.resolve("x"), nullptr);
+    EXPECT_FALSE(missing.errorString().isEmpty());
+    EXPECT_EQ(missing.unload(), 0);
+}
