@@ -18,6 +18,7 @@
 #include "QtSupport.h"
 #include "Reports.h"
 #include "SimulatorType.h"
+#include "SupportGui.h"
 #include "SupportQtExport.h"
 #include "TextFile.h"
 #include "Threads.h"
