@@ -5,6 +5,7 @@
 
 #include "Compress.h"
 #include "DatesAndUrls.h"
+#include "DialogBinding.h"
 #include "DynSlots.h"
 #include "FileOpenCheck.h"
 #include "FileWatcher.h"

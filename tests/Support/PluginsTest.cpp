@@ -1,6 +1,7 @@
 // PluginsTest.cpp - plug-in directories from startup.ini, loading modules and their functions, the
 // decorated-name fallback, unloading, module search and YQtLibrary, with real modules of the test build.
 #include "FileServices.h"
+#include "Options.h"
 #include "Plugins.h"
 #include "TestHelpers.h"
 
@@ -107,6 +108,29 @@ TEST_F(Plugins, BadModulesGiveNull)
               nullptr);
     sp_UnloadLibrary((kDirs + "/dir1/libversioned.so").c_str());
     EXPECT_TRUE(sp_LoadLibrary((kDirs + "/dir2/libversioned.so").c_str()));
+}
+
+TEST_F(Plugins, SignatureCheckingPassesOnlyModulesToTheLoader)
+{
+    // A text file named like the module stands first; with checking asked for and enabled in the
+    // version record its check fails (it is no module) and the real module of the second directory,
+    // whose check passes, loads. (On this host every well-formed module passes the check.)
+    QDir().mkpath(QString::fromStdString(path("fake")));
+    writeFileBytes(path("fake/libversioned.so"), "not a module\n");
+    writeIni("sims=" + path("fake") + ";" + kDirs + "/dir2");
+    KalvontaVersionInfo info;
+    sp_GetVersionValues(&info);
+    info.signatureCheck = 1;
+    sp_SetVersionValues(&info);
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", true));
+    sp_SetVersionValues(nullptr);
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 2);
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", nullptr, true, "sims", false), nullptr);
+    // Without checking, the first candidate fails to load and the second is taken all the same.
+    auto g = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("libversioned.so", "moduleVersion", true, "sims", false));
+    ASSERT_NE(g, nullptr);
+    EXPECT_EQ(sp_GetLibraryFunction("libversioned.so", nullptr, true, "sims", false), nullptr);
 }
 
 TEST_F(Plugins, MissingOrMalformedConfiguration)

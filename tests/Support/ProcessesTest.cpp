@@ -104,7 +104,7 @@ TEST_F(Processes, LaunchErrors)
     const std::string missing = path("missing-program");
     writeFileBytes(path("plain.txt"), "not a program\n");
     const std::string garbage = path("garbage.bin");
-    writeFileBytes(garbage, std::string("\x7f\x01\x02 not an executable format", 30));
+    writeFileBytes(garbage, std::string("\x7f\x01\x02 not an executable format"));
     QFile::setPermissions(QString::fromStdString(garbage), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     unsigned code = 5;
     int pid = 5;

@@ -12,10 +12,3 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     return RUN_ALL_TESTS();
 }
-
-// Qt's offscreen platform keeps its screen and integration objects until the process ends; the leak
-// checker of sanitizer builds is told so.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:libqoffscreen.so\nleak:libQt5Gui.so\n";
-}
