@@ -46,8 +46,11 @@ bool LibraryStream::gets(YString* line, int* lineNumber)
             m_nameDone = true;
         }
     }
-    if (lineNumber)
-        *lineNumber = number + m_lineOffset;
+    if (lineNumber) {
+        // A line offset near the limits of int saturates instead of overflowing.
+        const long long shifted = static_cast<long long>(number) + m_lineOffset;
+        *lineNumber = shifted > 2147483647LL ? 2147483647 : shifted < -2147483647LL - 1 ? -2147483647 - 1 : static_cast<int>(shifted);
+    }
     return result;
 }
 

@@ -2,6 +2,9 @@
 #include "LibraryStream.h"
 #include "TestHelpers.h"
 
+#include "FileServices.h"
+
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -109,4 +112,47 @@ TEST(ParseSpiceLines, SplitsTextIntoLogicalLines)
     EXPECT_EQ(lines[2], "* note");
     EXPECT_EQ(lines[3], "C1 a 0 1u ");
     EXPECT_EQ(sp_ParseSpiceLines(YString()).count(), 0);
+}
+
+TEST_F(LibraryStreamTest, LineOffsetsNearTheLimitsSaturate)
+{
+    loc.lineOffset = 2147483647;
+    LibraryStream high(loc, YString());
+    const auto lines = readAll(high);
+    ASSERT_FALSE(lines.empty());
+    for (const auto& line : lines)
+        EXPECT_EQ(line.second, 2147483647);
+    loc.lineOffset = -2147483647 - 1;
+    LibraryStream low(loc, YString());
+    const auto shifted = readAll(low);
+    ASSERT_FALSE(shifted.empty());
+    EXPECT_EQ(shifted[0].second, -2147483647 - 1 + 1); // the range's first line is line 1 before the offset
+}
+
+// The input a fuzzer found (a line offset that overflowed), read through the same path.
+TEST(LibraryStreamRegression, FuzzFoundLineOffsetOverflow)
+{
+    const std::string input = readFileBytes(std::string(SUPPORTQT_TEST_DATA_DIR) + "/fuzz-regressions/library_stream_line_offset_overflow");
+    ASSERT_GE(input.size(), 13u);
+    int start, end, offset;
+    std::memcpy(&start, input.data(), 4);
+    std::memcpy(&end, input.data() + 4, 4);
+    std::memcpy(&offset, input.data() + 8, 4);
+    const size_t nameLength = static_cast<unsigned char>(input[12]) % 16;
+    const std::string body = input.substr(13 + nameLength);
+    const std::string file = std::string(sp_GetTempPath().c_str()) + "/library-regression.lib";
+    writeFileBytes(file, body);
+    SymbolLoc where;
+    where.fileName = file.c_str();
+    where.start = start;
+    where.end = end;
+    where.lineOffset = offset;
+    LibraryStream in(where, YString(input.substr(13, nameLength).c_str()));
+    YString line;
+    int number = 0;
+    int lines = 0;
+    while (in.gets(&line, &number) && lines < 100000)
+        ++lines;
+    EXPECT_LT(lines, 100000);
+    unlink_utf8(file.c_str());
 }
