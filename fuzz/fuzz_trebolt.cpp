@@ -6,8 +6,10 @@
 #include "FuzzSupport.h"
 #include "TreboltControls.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -16,14 +18,15 @@ struct Round {
     std::string params;
 };
 
+// The parameter list by name (its order follows the text, which may legitimately change between
+// rounds: a value cut at a brace in one round comes back as written in the next).
 std::string describe(const YList<TreboltParamValue>& params)
 {
-    std::string out;
+    std::vector<std::string> entries;
     for (const TreboltParamValue& v : params) {
+        std::string out;
         out += v.name.c_str();
         out += '|' + std::to_string(v.type) + '|' + std::to_string(v.valid) + '|';
-        unsigned char bytes[sizeof v.value];
-        std::memcpy(bytes, &v.value, sizeof bytes);
         if (v.type == TreboltReal)
             out += std::to_string(v.value.real);
         else if (v.type == TreboltText)
@@ -32,9 +35,13 @@ std::string describe(const YList<TreboltParamValue>& params)
             out += v.value.flag ? "1" : "0";
         else
             out += std::to_string(v.value.integer);
-        out += '\n';
+        entries.push_back(out);
     }
-    return out;
+    std::sort(entries.begin(), entries.end());
+    std::string all;
+    for (const std::string& e : entries)
+        all += e + '\n';
+    return all;
 }
 
 Round round(const std::string& text)

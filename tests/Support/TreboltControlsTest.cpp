@@ -3,6 +3,7 @@
 #include "TestHelpers.h"
 #include "TreboltControls.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <string>
@@ -547,4 +548,29 @@ TEST(TreboltRoundTrip, RandomListsCompileParseCompileToTheSameText)
         kvfe_CompileTreboltControls(again, &secondText, reparsed.enabled, reparsed.present);
         ASSERT_STREQ(secondText.c_str(), firstText.c_str()) << "round " << round;
     }
+}
+
+// A text value cut at a brace (a brace expression that never closes) comes back shorter once; after
+// that, rounds are stable by name, though the order of the list follows the text. Found by fuzzing.
+TEST(TreboltRoundTrip, BraceInATextValueSettlesAfterOneRound)
+{
+    const std::string input = readFileBytes(std::string(SUPPORTQT_TEST_DATA_DIR) + "/fuzz-regressions/trebolt_brace_in_text_value");
+    std::string text = input.c_str();
+    std::vector<std::string> texts;
+    std::vector<std::vector<std::string>> lists;
+    for (int round = 0; round < 3; ++round) {
+        Parsed p = parse(text.c_str());
+        std::vector<std::string> byName;
+        for (const TreboltParamValue& v : p.result.params)
+            byName.push_back(std::string(v.name.c_str()) + "=" + v.text.c_str() + "/" + std::to_string(v.valid));
+        std::sort(byName.begin(), byName.end());
+        lists.push_back(byName);
+        YString compiled;
+        kvfe_CompileTreboltControls(p.result.params, &compiled, p.enabled, p.present);
+        text = compiled.c_str();
+        texts.push_back(text);
+    }
+    EXPECT_NE(texts[0], texts[1]);
+    EXPECT_EQ(texts[1], texts[2]);
+    EXPECT_EQ(lists[1], lists[2]);
 }
