@@ -76,6 +76,7 @@ private:
     bool canReadInBulk() const;
     void skipCommentInBulk(bool keep);
     bool readLineInBulk();
+    bool takeLineEnd(const char** p, const char* end, bool accepted);
     size_t copyPlainRun(const char* p, const char* end, char icc);
     void accept(int c);
     void recordLastAccepted();

@@ -223,6 +223,23 @@ size_t SpiceStream::copyPlainRun(const char* p, const char* end, char icc)
     return static_cast<size_t>(q - p);
 }
 
+// Takes the line end (LF or CR LF) at `*p` when it lies wholly in the buffer: counts it, records the
+// last accepted counts when `accepted`, puts it in the raw buffer and moves on to AfterNewline.
+bool SpiceStream::takeLineEnd(const char** p, const char* end, bool accepted)
+{
+    const size_t eol = lineEndAt(*p, end);
+    if (eol == 0)
+        return false;
+    m_charCount += static_cast<int>(eol);
+    ++m_lineCount;
+    *p += eol;
+    if (accepted)
+        recordLastAccepted();
+    newlineToRaw();
+    m_state = AfterNewline;
+    return true;
+}
+
 // Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
 // reading it character by character: runs of plain text, ";" comments, line ends, blank lines, "*"
 // comment lines between a line and its continuation, and "+" continuations (the "+" becomes a space in
@@ -253,28 +270,16 @@ bool SpiceStream::readLineInBulk()
                 m_state = InlineComment;
                 continue;
             }
-            const size_t eol = lineEndAt(p, end);
-            if (eol == 0)
+            // A line end inside a line also records the last accepted counts.
+            if (!takeLineEnd(&p, end, true))
                 break;
-            m_charCount += static_cast<int>(eol);
-            ++m_lineCount;
-            p += eol;
-            recordLastAccepted();
-            newlineToRaw();
-            m_state = AfterNewline;
         } else if (m_state == InlineComment) {
             const size_t n = plainRun(p, end, '\n', '\n');
             m_rawBuffer.append(p, static_cast<int>(n));
             m_charCount += static_cast<int>(n);
             p += n;
-            const size_t eol = lineEndAt(p, end);
-            if (eol == 0)
+            if (!takeLineEnd(&p, end, false))
                 break;
-            m_charCount += static_cast<int>(eol);
-            ++m_lineCount;
-            p += eol;
-            newlineToRaw();
-            m_state = AfterNewline;
         } else if (m_state == AfterNewline) {
             if (p >= end)
                 break;

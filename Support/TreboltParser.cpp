@@ -153,6 +153,19 @@ TreboltParamValue completedEntry(const ParamDef& def, bool statementFound)
     return entry;
 }
 
+// Appends a copy of `original` under the name `copy` when the list has no `copy` of its own.
+void copyUnlessGiven(YList<TreboltParamValue>& params, const char* copy, const char* original)
+{
+    if (findParam(params, copy) >= 0)
+        return;
+    const int at = findParam(params, original);
+    if (at < 0)
+        return;
+    TreboltParamValue entry = params[at];
+    entry.name = copy;
+    params.append(entry);
+}
+
 } // namespace
 
 void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* result)
@@ -218,22 +231,8 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     const int npt = findParam(params, "PSP_NPT");
     if (npt >= 0)
         params[npt].setInteger(params[npt].value.integer - 1);
-    if (findParam(params, "PSP_START") < 0) {
-        const int tsave = findParam(params, "TSAVE");
-        if (tsave >= 0) {
-            TreboltParamValue copyOfSave = params[tsave];
-            copyOfSave.name = "PSP_START";
-            params.append(copyOfSave);
-        }
-    }
-    if (findParam(params, "PSP_END") < 0) {
-        const int tstop = findParam(params, "TSTOP");
-        if (tstop >= 0) {
-            TreboltParamValue copyOfStop = params[tstop];
-            copyOfStop.name = "PSP_END";
-            params.append(copyOfStop);
-        }
-    }
+    copyUnlessGiven(params, "PSP_START", "TSAVE");
+    copyUnlessGiven(params, "PSP_END", "TSTOP");
 
     for (int row = kStatementCount - 1; row >= 0; --row) {
         const StatementDef& statement = kStatements[row];

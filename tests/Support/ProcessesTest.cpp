@@ -1,6 +1,7 @@
 // ProcessesTest.cpp - child processes from shell scripts written by the test: launch errors, exit
 // codes, captured output, waiting with events flowing, kill, priorities, and children that outlive
 // their KvProcess.
+#include "Console.h"
 #include "ProcessServices.h"
 #include "Processes.h"
 #include "TestHelpers.h"
@@ -214,12 +215,28 @@ TEST_F(Processes, AddArgumentMakesTheFirstOneTheProgramUnquoted)
 
 TEST_F(Processes, RelayedOutputGoesToTheConsole)
 {
-    const std::string s = script("relay.sh", "echo relayed-line");
-    KvProcess p(quoted(s).c_str(), true, true);
-    ASSERT_TRUE(p.start());
-    EXPECT_TRUE(p.waitProcess(10000));
-    spinUntil(5000, [&] { return !p.isRunning(); });
-    EXPECT_EQ(p.exitCode(), 0);
+    const std::string s = script("relay.sh", "echo relayed-line\nsleep 0.2\necho relayed-error >&2");
+    std::string console;
+    sp_SetConsoleSink([](const char* text, void* context) { *static_cast<std::string*>(context) += text; }, &console);
+    {
+        KvProcess p(quoted(s).c_str(), true, true);
+        ASSERT_TRUE(p.start());
+        EXPECT_TRUE(p.waitProcess(10000));
+        spinUntil(5000, [&] { return !p.isRunning(); });
+        EXPECT_EQ(p.exitCode(), 0);
+    }
+    sp_SetConsoleSink(nullptr, nullptr);
+    EXPECT_EQ(console, "relayed-line\nrelayed-error\n");
+    // Without relaying, nothing reaches the console.
+    console.clear();
+    sp_SetConsoleSink([](const char* text, void* context) { *static_cast<std::string*>(context) += text; }, &console);
+    {
+        KvProcess quiet(quoted(s).c_str(), false, false);
+        ASSERT_TRUE(quiet.start());
+        EXPECT_TRUE(quiet.waitProcess(10000));
+    }
+    sp_SetConsoleSink(nullptr, nullptr);
+    EXPECT_EQ(console, "");
 }
 
 TEST_F(Processes, KillAndPriorities)
