@@ -1,14 +1,25 @@
-// Commands.h - the subcommands of the supportqt tool.
+// Commands.h - the subcommands of the supportqt tool. Each takes its arguments with the subcommand's
+// own name first and returns the tool's exit code (see ToolExit in Tool.h).
 #pragma once
 
 #include <QStringList>
 
-/// Exit codes of the tool.
-enum ToolExit {
-    ExitOk = 0,
-    ExitFailure = 1, ///< the work could not be done (a file that cannot be read or written)
-    ExitUsage = 2    ///< unknown subcommand or option, missing argument
-};
-
-/// `demo [-o DIR] [--examples DIR]`: runs the library over the bundled examples.
+int runNetlist(const QStringList& arguments);
+int runIndex(const QStringList& arguments);
+int runSection(const QStringList& arguments);
+int runControls(const QStringList& arguments);
+int runResults(const QStringList& arguments);
+int runValidate(const QStringList& arguments);
+int runAppendMerit(const QStringList& arguments);
+int runReport(const QStringList& arguments);
+int runText(const QStringList& arguments);
+int runWhy(const QStringList& arguments);
+int runGlob(const QStringList& arguments);
+int runRegex(const QStringList& arguments);
+int runRun(const QStringList& arguments);
+int runHelpUrl(const QStringList& arguments);
 int runDemo(const QStringList& arguments);
+
+/// The switching simulator's control statements of a netlist (.tran, .pop, .options, .print, .ac and
+/// .simulator lines, active or commented out with "*"), each with its "+" continuation lines, in file order.
+QString controlStatementLines(const QString& text);

@@ -1,155 +1,240 @@
-// Demo.cpp - `supportqt demo`: the library run over the bundled examples, outputs written to a folder.
+// Demo.cpp - `supportqt demo`: the front end's typical request, end to end, on the bundled examples:
+// read a converter netlist, parse its switching-simulator statements and write them back, read the
+// results of a sensitivity, a Monte Carlo and a worst-case run, and write their reports and charts.
+#include "Charts.h"
 #include "Commands.h"
+#include "Tool.h"
 
-#include "SupportQtDll.h"
+#include "NetlistStream.h"
+#include "Reports.h"
+#include "TextFile.h"
+#include "TreboltControls.h"
+#include "XMLReport.h"
 
-#include <QCommandLineParser>
 #include <QDir>
+#include <QFile>
 
-#include <cstdio>
-#include <memory>
-#include <string>
+#include <algorithm>
+#include <cmath>
 
 namespace {
 
-struct Component {
-    YString name;
-    YString valueText;
-    double value = 0.0;
+const char* statementState(bool present, bool enabled)
+{
+    return !present ? "absent" : enabled ? "active" : "commented out";
+}
+
+class Demo {
+public:
+    Demo(const ToolCommand& command, const QDir& examples, const QDir& out) : m_command(command), m_examples(examples), m_out(out) {}
+
+    bool readNetlist();
+    bool sensitivity();
+    bool monteCarlo();
+    bool worstCase();
+    void finish();
+
+private:
+    QString input(const QString& relative) const { return m_examples.filePath(relative); }
+    QString output(const QString& name)
+    {
+        m_written << name;
+        return m_out.filePath(name);
+    }
+    bool load(const QString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header);
+    bool writeText(const QString& name, const std::string& text);
+    bool writeReport(const QString& name, const std::function<bool(const YString&)>& write);
+
+    const ToolCommand& m_command;
+    QDir m_examples;
+    QDir m_out;
+    QStringList m_written;
+    Output m_print;
 };
 
-// The physical lines of a file read through the core library's stream, with the UTF-8 verdict.
-bool readLines(const YString& path, YArray<YString>* lines, UTF8DetectEncoding* encoding)
+bool Demo::readNetlist()
 {
-    if (!sp_ExistFile(path.c_str()))
+    const QString path = input(QStringLiteral("netlists/buck_converter.cir"));
+    if (!m_command.checkInput(path))
         return false;
-    kvfstream file(path.c_str(), kvfstreamRead | kvfstreamBinary, false);
-    UTF8Detect detect;
+    SpiceStream stream(toYs(path).c_str(), SpiceLanguageNative);
+    stream.readTitle();
+    const QString title = QString::fromUtf8(stream.getBuffer()->data(), stream.getBuffer()->length());
+    stream.flushBuffer();
     YString line;
-    for (int c = file.get();; c = file.get()) {
-        if (c == -1 || c == '\n') {
-            if (c == -1 && line.isEmpty())
-                break;
-            lines->append(line.trimmed());
-            line.clear();
-            if (c == -1)
-                break;
-            continue;
-        }
-        detect.add(static_cast<unsigned>(c));
-        line.append(static_cast<char>(c));
+    int number = 0, lines = 0, lastLine = 0;
+    bool streamFlag = false, nonAscii = false;
+    UTF8DetectEncoding encoding = Ascii;
+    while (stream.gets(&line, &number, &streamFlag, &nonAscii)) {
+        ++lines;
+        lastLine = number;
+        encoding = std::max(encoding, stream.getUtf8Encoding());
+        stream.flushBuffer();
     }
-    *encoding = detect.getEncoding();
+    m_print << "1. Read the netlist " << path << '\n'
+            << "   title \"" << title << "\"; " << lines << " logical lines from " << stream.getLineCount()
+            << " physical lines (the last starts on line " << lastLine << ")\n"
+            << "   hierarchy separator \"" << stream.getSeparator() << "\" set by a *# directive; "
+            << (encoding == Ascii ? "plain ASCII" : encoding == Invalid ? "not UTF-8" : "UTF-8") << '\n';
+
+    // The switching simulator's statements: parsed into settings, then written back.
+    bool ok = false;
+    const QString text = sp_LoadFile(path, "auto", &ok);
+    TreboltCommandParseResult result;
+    SelectTreboltAnalysisData::RunInfo enabled, present;
+    result.enabledFlags = enabled.flags;
+    result.presentFlags = present.flags;
+    kvfe_ParseTreboltCommands(toYs(controlStatementLines(text)).c_str(), &result);
+    int given = 0;
+    std::string shown;
+    for (const TreboltParamValue& v : result.params) {
+        if (!v.valid)
+            continue;
+        ++given;
+        if (v.name == "TSTOP" || v.name == "TRIG_GATE" || v.name == "PSP_NPT" || v.name == "POP_ITRMAX")
+            shown += (shown.empty() ? "" : ", ") + v.name.str() + "=" +
+                     (v.type == TreboltText ? v.text.str() : v.type == TreboltReal ? realText(v.value.real) : std::to_string(v.value.integer));
+    }
+    m_print << "2. Parsed the switching simulator's statements: " << given << " of " << result.params.count()
+            << " settings given or defaulted (" << shown << ");\n"
+            << "   .tran " << statementState(present[0], enabled[0]) << ", .ac " << statementState(present[1], enabled[1])
+            << ", .pop " << statementState(present[6], enabled[6]) << "; lines kept for the main simulator: "
+            << static_cast<int>(toQs(result.kalvontaText).count(QLatin1Char('\n'))) << '\n';
+    YList<TreboltParamValue> params = result.params;
+    YString compiled;
+    kvfe_CompileTreboltControls(params, &compiled, enabled, present);
+    if (!writeText(QStringLiteral("controls.cir"), compiled.str()))
+        return false;
+    m_print << "   wrote them back: " << m_out.filePath(QStringLiteral("controls.cir")) << '\n';
     return true;
 }
 
-const char* encodingName(UTF8DetectEncoding e)
+bool Demo::load(const QString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
 {
-    switch (e) {
-    case Ascii: return "ASCII";
-    case Utf8: return "UTF-8";
-    case Utf8Extended: return "extended UTF-8";
-    case Invalid: return "not UTF-8";
+    if (!m_command.checkInput(path))
+        return false;
+    if (!sp_CompileSensReportData(toYs(path), table, header)) {
+        m_command.fail(ExitFailure, QStringLiteral("the results file %1 does not load").arg(path));
+        return false;
     }
-    return "?";
+    return true;
+}
+
+bool Demo::writeText(const QString& name, const std::string& text)
+{
+    const QString path = output(name);
+    const bool ok = writeFileAtomically(path, [&](const YString& temporary) {
+        QFile file(toQs(temporary));
+        return file.open(QIODevice::WriteOnly) &&
+               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
+    });
+    if (!ok)
+        m_command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(path));
+    return ok;
+}
+
+bool Demo::writeReport(const QString& name, const std::function<bool(const YString&)>& write)
+{
+    const QString path = output(name);
+    if (!writeFileAtomically(path, write)) {
+        m_command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(path));
+        return false;
+    }
+    return true;
+}
+
+bool Demo::sensitivity()
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    const QString path = input(QStringLiteral("results/buck_sensitivity.msw"));
+    if (!load(path, &table, &header))
+        return false;
+    // The largest normalised sensitivity of each merit function names the part that matters most.
+    m_print << "3. Read the sensitivity results " << path << ": " << table.count() << " runs, "
+            << header.meritFunctions.count() << " merit functions\n";
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        const XMLReportInfo* strongest = nullptr;
+        for (const XMLReportInfo& run : table)
+            if (run.caseNumber != 1 && run.values[m].status == NormValid &&
+                (!strongest || std::fabs(run.values[m].norm) > std::fabs(strongest->values[m].norm)))
+                strongest = &run;
+        if (strongest)
+            m_print << "   " << header.meritFunctions[m].name << ": most sensitive to " << strongest->description
+                    << " (normalised " << realText(strongest->values[m].norm) << ")\n";
+    }
+    YArray<YString> csv;
+    sp_BuildCsvSensitivityReport(&csv, table, header, 0);
+    std::string csvText;
+    for (const YString& line : csv)
+        csvText.append(line.str()).push_back('\n');
+    return writeReport(QStringLiteral("sensitivity.html"), [&](const YString& temporary) {
+               return sp_BuildHTMLSensitivityReport(temporary, YString(), table, header, 4);
+           }) &&
+           writeText(QStringLiteral("sensitivity.csv"), csvText) &&
+           writeText(QStringLiteral("sensitivity_tornado.svg"), sensitivityTornadoSvg(table, header));
+}
+
+bool Demo::monteCarlo()
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    const QString path = input(QStringLiteral("results/buck_montecarlo.msw"));
+    if (!load(path, &table, &header))
+        return false;
+    m_print << "4. Read the Monte Carlo results " << path << ": " << table.count() << " runs\n";
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        const MeritStatistics s = meritStatistics(table, m);
+        m_print << "   " << header.meritFunctions[m].name << ": mean " << realText(s.mean) << ", standard deviation "
+                << realText(s.standardDeviation) << ", from " << realText(s.minimum) << " to " << realText(s.maximum) << '\n';
+    }
+    return writeReport(QStringLiteral("montecarlo.html"), [&](const YString& temporary) {
+               return sp_BuildMonteCarloHTMLReport(temporary, YString(), table, header);
+           }) &&
+           writeText(QStringLiteral("montecarlo_histogram.svg"), meritHistogramSvg(table, header));
+}
+
+bool Demo::worstCase()
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    const QString path = input(QStringLiteral("results/buck_worstcase.msw"));
+    if (!load(path, &table, &header))
+        return false;
+    m_print << "5. Read the worst-case results " << path << ": " << table.count() << " runs\n";
+    return writeReport(QStringLiteral("worstcase.html"), [&](const YString& temporary) {
+        return sp_BuildWorstCaseHTMLReport(temporary, YString(), table, header);
+    });
+}
+
+void Demo::finish()
+{
+    m_print << "Outputs are in " << m_out.absolutePath() << ":\n";
+    for (const QString& name : m_written)
+        m_print << "  " << name << '\n';
 }
 
 } // namespace
 
 int runDemo(const QStringList& arguments)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Runs the library over the bundled examples and writes its outputs."));
-    parser.addHelpOption();
-    QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
-                              QStringLiteral("Folder for the outputs (default ./demo-out)."), QStringLiteral("DIR"),
-                              QStringLiteral("demo-out"));
-    QCommandLineOption examples(QStringLiteral("examples"), QStringLiteral("Folder of the bundled examples."),
-                                QStringLiteral("DIR"), QStringLiteral(SUPPORTQT_EXAMPLES_DIR));
-    parser.addOption(output);
-    parser.addOption(examples);
-    if (!parser.parse(arguments)) {
-        std::fprintf(stderr, "supportqt demo: %s\n", qPrintable(parser.errorText()));
-        return ExitUsage;
-    }
-    if (parser.isSet(QStringLiteral("help"))) {
-        std::fputs(qPrintable(parser.helpText()), stdout);
-        return ExitOk;
-    }
-
-    const QString outDir = QDir(parser.value(output)).absolutePath();
-    if (!QDir().mkpath(outDir)) {
-        std::fprintf(stderr, "supportqt demo: cannot create the folder %s\n", qPrintable(outDir));
+    ToolCommand command(QStringLiteral("demo"), QStringLiteral("[-o DIR] [--examples DIR]"),
+                        QStringLiteral("Runs the library end to end on the bundled examples: reads a converter netlist, parses\n"
+                                       "its switching-simulator statements and writes them back, reads sensitivity, Monte Carlo\n"
+                                       "and worst-case results, and writes their HTML and CSV reports and SVG charts into DIR."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("Folder for the outputs (default ./demo-out)."),
+                      QStringLiteral("DIR"), QStringLiteral("demo-out"));
+    command.addOption({QStringLiteral("examples")}, QStringLiteral("Folder of the bundled examples."), QStringLiteral("DIR"),
+                      QStringLiteral(SUPPORTQT_EXAMPLES_DIR));
+    const int early = command.parse(arguments, 0, 0);
+    if (early >= 0)
+        return early;
+    const QString outDir = QDir(command.value(QStringLiteral("output"))).absolutePath();
+    if (!QDir().mkpath(outDir))
+        return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(outDir));
+    Demo demo(command, QDir(command.value(QStringLiteral("examples"))), QDir(outDir));
+    if (!demo.readNetlist() || !demo.sensitivity() || !demo.monteCarlo() || !demo.worstCase())
         return ExitFailure;
-    }
-    const YString netlist = toYs(QDir(parser.value(examples)).filePath(QStringLiteral("netlists/buck_converter.cir")));
-
-    // 1. The netlist's physical lines and its encoding.
-    YArray<YString> lines;
-    UTF8DetectEncoding encoding = Ascii;
-    if (!readLines(netlist, &lines, &encoding)) {
-        std::fprintf(stderr, "supportqt demo: cannot read the example netlist %s\n", netlist.c_str());
-        return ExitFailure;
-    }
-    std::printf("Read %s: %d lines, %s\n", netlist.c_str(), lines.count(), encodingName(encoding));
-    std::printf("  title: %s\n", lines[0].c_str());
-
-    // 2. The values of the passive components, read and written in engineering notation.
-    YArray<Component> components;
-    for (int i = 1; i < lines.count(); ++i) {
-        char kind = lines[i].at(0);
-        if (kind != 'R' && kind != 'L' && kind != 'C')
-            continue;
-        YArray<YString> tokens;
-        sp_ScanLine(lines[i].c_str(), " \t", &tokens, 4);
-        Component c;
-        c.name = tokens[0];
-        c.valueText = tokens[3];
-        c.value = sp_ConvertEngToReal(tokens[3].c_str(), nullptr);
-        components.append(c);
-        std::printf("  %-6s %-6s = %-12s (%s)\n", c.name.c_str(), c.valueText.c_str(),
-                    sp_RealToShortestText(c.value).c_str(), sp_ConvertRealToJSEng(c.value, 6, false).c_str());
-    }
-
-    // 3. The components as an XML document, saved and read back.
-    const YString xmlPath = toYs(QDir(outDir).filePath(QStringLiteral("components.xml")));
-    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
-    YRef<YDomElement> root = doc->createRoot("components");
-    root->setAttribute("source", netlist.c_str());
-    for (const Component& c : components) {
-        YRef<YDomElement> e = root->appendChild("component");
-        e->setAttribute("name", c.name.c_str());
-        e->setAttribute("value", c.value);
-    }
-    YRef<YDomDocument> back = YXML_Factory::Make_RapidXML_DOM_Document();
-    if (!doc->save(xmlPath.c_str()) || !back->load(xmlPath.c_str())) {
-        std::fprintf(stderr, "supportqt demo: cannot write %s\n", xmlPath.c_str());
-        return ExitFailure;
-    }
-    std::printf("Wrote %s: %d components, read back %d\n", xmlPath.c_str(), components.count(),
-                back->getRoot()->childElements().count());
-
-    // 4. The netlist compressed through the compressor that the library offers to other modules.
-    auto make = reinterpret_cast<makeDataCompressor_t>(sp_FindDynFuncDef("makeDataCompressor"));
-    if (!make) {
-        std::fprintf(stderr, "supportqt demo: no module offers makeDataCompressor\n");
-        return ExitFailure;
-    }
-    std::unique_ptr<DataCompressor> compressor(make());
-    YString text;
-    for (const YString& line : lines)
-        text.append(line).append('\n');
-    compressor->append(text.c_str(), text.length());
-    const YString zPath = toYs(QDir(outDir).filePath(QStringLiteral("netlist.z")));
-    if (!compressor->save(zPath)) {
-        std::fprintf(stderr, "supportqt demo: cannot write %s\n", zPath.c_str());
-        return ExitFailure;
-    }
-    std::unique_ptr<DataCompressor> reader(make());
-    reader->load(zPath);
-    bool same = reader->size() == text.length() && std::string(reader->data(), static_cast<size_t>(reader->size())) == text.str();
-    std::printf("Wrote %s: %d bytes compressed to %lld, %s\n", zPath.c_str(), text.length(),
-                sp_GetFileSize64(zPath.c_str()), same ? "restored identically" : "RESTORED DIFFERENTLY");
-    std::printf("Outputs are in %s\n", qPrintable(outDir));
-    return same ? ExitOk : ExitFailure;
+    demo.finish();
+    return ExitOk;
 }

@@ -1,23 +1,55 @@
-// main.cpp - the supportqt tool: dispatches to one subcommand per area.
+// main.cpp - the supportqt tool: shows what the support library sees in a file, one subcommand per area.
 #include "Commands.h"
+#include "Tool.h"
+
 #include "Options.h"
 
 #include <QCoreApplication>
-#include <QTextStream>
 
 #include <cstdio>
 
 namespace {
 
-const char kUsage[] =
-    "Usage: supportqt [--help] [--version] COMMAND [ARGS]\n"
-    "\n"
-    "Shows what the support library sees in a file, from a shell.\n"
-    "\n"
-    "Commands:\n"
-    "  demo [-o DIR] [--examples DIR]   run the library over the bundled examples\n"
-    "\n"
-    "Run 'supportqt COMMAND --help' for a command's options.\n";
+struct Subcommand {
+    const char* name;
+    const char* synopsis;
+    int (*run)(const QStringList&);
+};
+
+const Subcommand kSubcommands[] = {
+    {"netlist", "FILE [--dialect D] [--literal] [--title]   logical lines of a netlist", runNetlist},
+    {"index", "FILE                                       .model and .subckt definitions of a library", runIndex},
+    {"section", "FILE --start N --end M [--name NAME]     one definition of a library", runSection},
+    {"controls", "FILE [--block] [--compile]              switching-simulator settings", runControls},
+    {"results", "FILE [--stats-only]                      summary and statistics of a results file", runResults},
+    {"validate", "FILE [--schema XSD]                     check an XML file against a schema", runValidate},
+    {"append-merit", "FILE --value T --name N --data CSV  add a merit function to a results file", runAppendMerit},
+    {"report", "mc|wc|sens|csv RESULTS -o OUT [--chart SVG]  HTML or CSV report, SVG chart", runReport},
+    {"text", "detect FILE | convert FILE -o OUT            encoding and line ends; conversion", runText},
+    {"why", "FILE [--read|--write|--write-new]            why a file cannot be opened", runWhy},
+    {"glob", "PATTERN TEXT                                wildcard match", runGlob},
+    {"regex", "PATTERN TEXT [-i]                          regular-expression match", runRegex},
+    {"run", "COMMANDLINE [--capture]                      run a program and wait for it", runRun},
+    {"help-url", "LINK                                    URL of a help link", runHelpUrl},
+    {"demo", "[-o DIR]                                    the library end to end on the bundled examples", runDemo},
+};
+
+void printUsage(FILE* stream)
+{
+    std::fputs("Usage: supportqt [--help] [--version] COMMAND [ARGS] [--json]\n"
+               "\n"
+               "Shows what the support library sees in a file, from a shell.\n"
+               "\n"
+               "Commands:\n",
+               stream);
+    for (const Subcommand& s : kSubcommands)
+        std::fprintf(stream, "  %-13s %s\n", s.name, s.synopsis);
+    std::fputs("\n"
+               "Run 'supportqt COMMAND --help' for a command's options. Exit codes: 0 done, 1 an input that\n"
+               "cannot be read or an output that cannot be written, 2 a usage error, 3 a negative answer\n"
+               "(a document that breaks its schema, no match, a file that cannot be opened).\n",
+               stream);
+}
 
 } // namespace
 
@@ -30,20 +62,29 @@ int main(int argc, char** argv)
     QCoreApplication::setApplicationVersion(
         QStringLiteral("%1.%2.%3").arg(version.release).arg(version.subRelease / 10).arg(version.subRelease % 10));
 
-    QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() < 2 || arguments[1] == QLatin1String("--help") || arguments[1] == QLatin1String("-h")) {
-        std::fputs(kUsage, arguments.size() < 2 ? stderr : stdout);
-        return arguments.size() < 2 ? ExitUsage : ExitOk;
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() < 2) {
+        printUsage(stderr);
+        return ExitUsage;
     }
-    if (arguments[1] == QLatin1String("--version") || arguments[1] == QLatin1String("-v")) {
+    const QString command = arguments[1];
+    if (command == QLatin1String("--help") || command == QLatin1String("-h") || command == QLatin1String("help")) {
+        printUsage(stdout);
+        return ExitOk;
+    }
+    if (command == QLatin1String("--version") || command == QLatin1String("-v")) {
         std::printf("supportqt %s\n", qPrintable(QCoreApplication::applicationVersion()));
         return ExitOk;
     }
-    const QString command = arguments[1];
     QStringList rest = arguments.mid(2);
     rest.prepend(QStringLiteral("supportqt ") + command);
-    if (command == QLatin1String("demo"))
-        return runDemo(rest);
-    std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: demo\n", qPrintable(command));
+    QStringList names;
+    for (const Subcommand& s : kSubcommands) {
+        if (command == QLatin1String(s.name))
+            return s.run(rest);
+        names << QLatin1String(s.name);
+    }
+    std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: %s\n", qPrintable(command),
+                 qPrintable(names.join(QStringLiteral(", "))));
     return ExitUsage;
 }

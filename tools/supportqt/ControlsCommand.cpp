@@ -1,0 +1,191 @@
+// ControlsCommand.cpp - `controls`: the switching simulator's settings read from a netlist or a control
+// block, and the statements written back.
+#include "Commands.h"
+#include "Tool.h"
+
+#include "TextFile.h"
+#include "TreboltControls.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+namespace {
+
+const char* typeName(TreboltParamType type)
+{
+    switch (type) {
+    case TreboltReal: return "real";
+    case TreboltInteger: return "integer";
+    case TreboltFlag: return "flag";
+    case TreboltSwitch: return "switch";
+    case TreboltText: return "text";
+    case TreboltChoice: return "choice";
+    case TreboltNone: break;
+    }
+    return "none";
+}
+
+// The value as the table shows it; empty when the parameter was not given.
+std::string valueText(const TreboltParamValue& v)
+{
+    if (!v.valid)
+        return std::string();
+    switch (v.type) {
+    case TreboltReal: return realText(v.value.real);
+    case TreboltInteger:
+    case TreboltChoice: return std::to_string(v.value.integer);
+    case TreboltFlag:
+    case TreboltSwitch: return v.value.flag ? "true" : "false";
+    case TreboltText: return v.text.str();
+    case TreboltNone: break;
+    }
+    return std::string();
+}
+
+QJsonValue valueJson(const TreboltParamValue& v)
+{
+    if (!v.valid)
+        return QJsonValue(QJsonValue::Null);
+    switch (v.type) {
+    case TreboltReal: return jsonReal(v.value.real);
+    case TreboltInteger:
+    case TreboltChoice: return v.value.integer;
+    case TreboltFlag:
+    case TreboltSwitch: return v.value.flag;
+    case TreboltText: return toQs(v.text);
+    case TreboltNone: break;
+    }
+    return QJsonValue(QJsonValue::Null);
+}
+
+// The statements that carry a flag slot, with their slots.
+struct SlotStatement {
+    const char* name;
+    int slot;
+};
+const SlotStatement kSlotStatements[] = {{".tran", 0}, {".ac", 1}, {".pop", 6}};
+
+const char* const kControlStatements[] = {".tran", ".pop", ".options", ".print", ".ac", ".simulator"};
+
+// True when the line (after an optional "*" that comments it out) begins with one of the control
+// statements as a whole word.
+bool isControlLine(const QString& line)
+{
+    QString text = line.trimmed();
+    if (text.startsWith(QLatin1Char('*')))
+        text.remove(0, 1);
+    int wordEnd = 0;
+    while (wordEnd < text.size() && !QStringLiteral(" \t=(),").contains(text.at(wordEnd)))
+        ++wordEnd;
+    const QString word = text.left(wordEnd).toLower();
+    for (const char* statement : kControlStatements)
+        if (word == QLatin1String(statement))
+            return true;
+    return false;
+}
+
+} // namespace
+
+QString controlStatementLines(const QString& text)
+{
+    QString block;
+    bool inStatement = false;
+    for (const QString& line : text.split(QLatin1Char('\n'))) {
+        if (isControlLine(line))
+            inStatement = true;
+        else if (!(inStatement && line.trimmed().startsWith(QLatin1Char('+'))))
+            inStatement = false;
+        if (inStatement)
+            block += line + QLatin1Char('\n');
+    }
+    return block;
+}
+
+int runControls(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("controls"), QStringLiteral("FILE [--block] [--compile] [--json]"),
+                        QStringLiteral("Reads the switching simulator's control statements (.tran, .pop, .options, .print, .ac\n"
+                                       "and .simulator, active or commented out with \"*\") from a netlist and prints the settings:\n"
+                                       "every parameter with its type, whether it was given, and its value; then the statements\n"
+                                       "found and the lines kept for each simulator."));
+    command.addOption({QStringLiteral("block")}, QStringLiteral("Read the whole file as one control block, not only its control statements."));
+    command.addOption({QStringLiteral("compile")}, QStringLiteral("Also write the settings back as control statements."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+    bool ok = false;
+    const QString text = sp_LoadFile(path, "auto", &ok);
+    if (!ok)
+        return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    const YString block = toYs(command.isSet(QStringLiteral("block")) ? text : controlStatementLines(text));
+
+    TreboltCommandParseResult result;
+    SelectTreboltAnalysisData::RunInfo enabled, present;
+    result.enabledFlags = enabled.flags;
+    result.presentFlags = present.flags;
+    kvfe_ParseTreboltCommands(block.c_str(), &result);
+
+    YString compiled;
+    const bool compile = command.isSet(QStringLiteral("compile"));
+    if (compile) {
+        YList<TreboltParamValue> params = result.params;
+        kvfe_CompileTreboltControls(params, &compiled, enabled, present);
+    }
+
+    if (command.json()) {
+        QJsonArray params;
+        for (const TreboltParamValue& v : result.params)
+            params.append(QJsonObject{{QStringLiteral("name"), toQs(v.name)},
+                                      {QStringLiteral("type"), QString::fromLatin1(typeName(v.type))},
+                                      {QStringLiteral("given"), v.valid != 0},
+                                      {QStringLiteral("value"), valueJson(v)}});
+        QJsonArray statements;
+        for (const SlotStatement& s : kSlotStatements)
+            statements.append(QJsonObject{{QStringLiteral("name"), QString::fromLatin1(s.name)},
+                                          {QStringLiteral("present"), present[s.slot]},
+                                          {QStringLiteral("enabled"), enabled[s.slot]}});
+        QJsonObject out{{QStringLiteral("file"), path},
+                        {QStringLiteral("params"), params},
+                        {QStringLiteral("statements"), statements},
+                        {QStringLiteral("kept"), QJsonObject{{QStringLiteral("switching"), toQs(result.treboltText)},
+                                                             {QStringLiteral("main"), toQs(result.kalvontaText)},
+                                                             {QStringLiteral("common"), toQs(result.commonText)}}}};
+        if (compile)
+            out.insert(QStringLiteral("compiled"), toQs(compiled));
+        printJson(out);
+        return ExitOk;
+    }
+
+    Output out;
+    out.pad("name", 36) << ' ';
+    out.pad("type", 8) << ' ';
+    out.pad("given", 5) << "  value\n";
+    for (const TreboltParamValue& v : result.params) {
+        out.pad(v.name.str(), 36) << ' ';
+        out.pad(typeName(v.type), 8) << ' ';
+        out.pad(v.valid ? "yes" : "no", 5) << "  " << valueText(v) << '\n';
+    }
+    out << "\nstatements:\n";
+    for (const SlotStatement& s : kSlotStatements) {
+        out << "  ";
+        out.pad(s.name, 6) << (present[s.slot] ? "  present" : "  absent ") << (enabled[s.slot] ? "  enabled\n" : "  commented out\n");
+    }
+    const struct {
+        const char* title;
+        const YString* text;
+    } kept[] = {{"kept for the switching simulator", &result.treboltText},
+                {"kept for the main simulator", &result.kalvontaText},
+                {"kept for both", &result.commonText}};
+    for (const auto& k : kept) {
+        out << '\n' << k.title << ":\n";
+        for (const QString& line : toQs(*k.text).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+            out << "  " << line << '\n';
+    }
+    if (compile)
+        out << "\nwritten back:\n" << compiled;
+    return ExitOk;
+}

@@ -1,0 +1,293 @@
+// NetlistCommands.cpp - `netlist`, `index` and `section`: a netlist's logical lines as the readers see
+// them, the definitions of a model library, and one definition read back.
+#include "Commands.h"
+#include "LibraryIndex.h"
+#include "Tool.h"
+
+#include "LibraryStream.h"
+#include "LiteralNetlistStream.h"
+#include "NetlistStream.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <climits>
+
+namespace {
+
+const char* dialectName(SpiceLanguage language)
+{
+    switch (language) {
+    case SpiceLanguagePspice: return "pspice";
+    case SpiceLanguageHspice: return "hspice";
+    case SpiceLanguageNative: break;
+    }
+    return "native";
+}
+
+const char* encodingName(UTF8DetectEncoding encoding)
+{
+    switch (encoding) {
+    case Ascii: return "ASCII";
+    case Utf8: return "UTF-8";
+    case Utf8Extended: return "extended UTF-8";
+    case Invalid: return "not UTF-8";
+    }
+    return "not UTF-8";
+}
+
+// The physical lines of a literal buffer, without their line ends.
+QStringList literalLines(const Buf& buffer)
+{
+    QString text = QString::fromUtf8(buffer.data(), buffer.length());
+    text.remove(QLatin1Char('\r'));
+    if (text.endsWith(QLatin1Char('\n')))
+        text.chop(1);
+    return text.split(QLatin1Char('\n'));
+}
+
+struct NetlistSummary {
+    SpiceLanguage language = SpiceLanguageNative;
+    QString separator;
+    bool hierarchy = false;
+    UTF8DetectEncoding encoding = Ascii;
+    QString title;
+};
+
+struct LogicalLine {
+    int number = 0;
+    QString text;
+    bool nonAscii = false;
+    QStringList literal;
+};
+
+// Reads the file through SpiceStream: its logical lines (unless `lines` is null) and what the stream
+// learned on the way. The UTF-8 verdict is gathered per line, since flushing the buffer resets it.
+NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, bool title, QList<LogicalLine>* lines)
+{
+    NetlistSummary summary;
+    SpiceStream stream(toYs(path).c_str(), language);
+    if (title) {
+        stream.readTitle();
+        summary.title = QString::fromUtf8(stream.getBuffer()->data(), stream.getBuffer()->length());
+        summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
+        stream.flushBuffer();
+    }
+    YString line;
+    int number = 0;
+    bool streamFlag = false;
+    bool nonAscii = false;
+    while (stream.gets(&line, &number, &streamFlag, &nonAscii)) {
+        if (lines)
+            lines->append({number, toQs(line), nonAscii, {}});
+        summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
+        stream.flushBuffer();
+    }
+    summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
+    summary.language = stream.getLanguage();
+    summary.separator = QString::fromUtf8(stream.getSeparator());
+    summary.hierarchy = stream.isHierarchy();
+    return summary;
+}
+
+QList<LogicalLine> readWithLiteralStream(const QString& path)
+{
+    QList<LogicalLine> lines;
+    NewSpiceStream stream(toYs(path).c_str());
+    YString line;
+    int number = 0;
+    while (stream.gets(&line, &number)) {
+        lines.append({number, toQs(line), false, literalLines(stream.getLitBuffer())});
+        stream.flushLitBuffer();
+    }
+    return lines;
+}
+
+bool parseDialect(const QString& text, SpiceLanguage* language)
+{
+    if (text == QLatin1String("native"))
+        *language = SpiceLanguageNative;
+    else if (text == QLatin1String("pspice"))
+        *language = SpiceLanguagePspice;
+    else if (text == QLatin1String("hspice"))
+        *language = SpiceLanguageHspice;
+    else
+        return false;
+    return true;
+}
+
+} // namespace
+
+int runNetlist(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("netlist"), QStringLiteral("FILE [--dialect native|pspice|hspice] [--literal] [--title] [--json]"),
+                        QStringLiteral("Prints a netlist's logical lines with their line numbers, as the library reads them,\n"
+                                       "then the dialect, hierarchy separator, hierarchy flag and UTF-8 verdict."));
+    command.addOption({QStringLiteral("dialect")}, QStringLiteral("Dialect to read with: native, pspice or hspice (default native)."),
+                      QStringLiteral("DIALECT"), QStringLiteral("native"));
+    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text."));
+    command.addOption({QStringLiteral("title")}, QStringLiteral("Take the first line as the title."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    if (!parseDialect(command.value(QStringLiteral("dialect")), &language))
+        return command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice")
+                                           .arg(command.value(QStringLiteral("dialect"))));
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+
+    const bool literal = command.isSet(QStringLiteral("literal"));
+    const bool title = command.isSet(QStringLiteral("title"));
+    QList<LogicalLine> lines;
+    const NetlistSummary summary = readWithSpiceStream(path, language, title, literal ? nullptr : &lines);
+    if (literal)
+        lines = readWithLiteralStream(path);
+
+    if (command.json()) {
+        QJsonArray array;
+        for (const LogicalLine& l : lines) {
+            QJsonObject o{{QStringLiteral("line"), l.number}, {QStringLiteral("text"), l.text}};
+            if (literal)
+                o.insert(QStringLiteral("literal"), QJsonArray::fromStringList(l.literal));
+            else
+                o.insert(QStringLiteral("nonAscii"), l.nonAscii);
+            array.append(o);
+        }
+        QJsonObject result{{QStringLiteral("file"), path},
+                           {QStringLiteral("reader"), literal ? QStringLiteral("NewSpiceStream") : QStringLiteral("SpiceStream")},
+                           {QStringLiteral("lines"), array},
+                           {QStringLiteral("dialect"), QString::fromLatin1(dialectName(summary.language))},
+                           {QStringLiteral("separator"), summary.separator},
+                           {QStringLiteral("hierarchy"), summary.hierarchy},
+                           {QStringLiteral("encoding"), QString::fromLatin1(encodingName(summary.encoding))}};
+        if (title)
+            result.insert(QStringLiteral("title"), summary.title);
+        printJson(result);
+        return ExitOk;
+    }
+
+    Output out;
+    if (title)
+        out << "title: " << summary.title << '\n';
+    for (const LogicalLine& l : lines) {
+        out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
+        if (literal)
+            for (const QString& physical : l.literal)
+                out << "      | " << physical << '\n';
+    }
+    out << "dialect: " << dialectName(summary.language) << '\n'
+        << "separator: " << summary.separator << '\n'
+        << "hierarchy: " << (summary.hierarchy ? "yes" : "no") << '\n'
+        << "encoding: " << encodingName(summary.encoding) << '\n';
+    return ExitOk;
+}
+
+int runIndex(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("index"), QStringLiteral("FILE [--json]"),
+                        QStringLiteral("Lists every .model and .subckt definition of a model library with its character range\n"
+                                       "and line: the values that 'supportqt section' takes."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return command.fail(ExitFailure, QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    std::vector<LibraryDefinition> definitions;
+    const qint64 size = file.size();
+    if (size > INT_MAX)
+        return command.fail(ExitFailure, QStringLiteral("%1 is larger than 2 GiB, beyond the character positions of a definition").arg(path));
+    if (size > 0) {
+        const uchar* data = file.map(0, size);
+        QByteArray copy;
+        if (!data) {
+            copy = file.readAll();
+            data = reinterpret_cast<const uchar*>(copy.constData());
+        }
+        definitions = indexLibrary(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
+    }
+
+    if (command.json()) {
+        QJsonArray array;
+        for (const LibraryDefinition& d : definitions)
+            array.append(QJsonObject{{QStringLiteral("kind"), QString::fromLatin1(d.kind == LibraryDefinition::Subckt ? ".subckt" : ".model")},
+                                     {QStringLiteral("name"), QString::fromUtf8(d.name.data(), static_cast<int>(d.name.size()))},
+                                     {QStringLiteral("start"), d.start},
+                                     {QStringLiteral("end"), d.end},
+                                     {QStringLiteral("line"), d.line},
+                                     {QStringLiteral("lineOffset"), d.line - 1}});
+        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
+        return ExitOk;
+    }
+    Output out;
+    out << "kind     name                             start        end     line  line-offset\n";
+    for (const LibraryDefinition& d : definitions) {
+        out.pad(d.kind == LibraryDefinition::Subckt ? ".subckt" : ".model", 8) << ' ';
+        out.pad(std::string(d.name), 24) << ' ';
+        out.pad(std::to_string(d.start), -14) << ' ';
+        out.pad(std::to_string(d.end), -10) << ' ';
+        out.pad(std::to_string(d.line), -8) << ' ';
+        out.pad(std::to_string(d.line - 1), -12) << '\n';
+    }
+    out << static_cast<long long>(definitions.size()) << " definitions\n";
+    return ExitOk;
+}
+
+int runSection(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("section"), QStringLiteral("FILE --start N --end M [--line-offset K] [--name NAME] [--json]"),
+                        QStringLiteral("Reads one definition of a model library through the library-section reader: the\n"
+                                       "characters from N up to M, line numbers counted from K, the definition renamed to NAME."));
+    command.addOption({QStringLiteral("start")}, QStringLiteral("Character position of the definition's first character."), QStringLiteral("N"));
+    command.addOption({QStringLiteral("end")}, QStringLiteral("Character position just after the definition."), QStringLiteral("M"));
+    command.addOption({QStringLiteral("line-offset")}, QStringLiteral("Lines before the definition (default 0)."), QStringLiteral("K"), QStringLiteral("0"));
+    command.addOption({QStringLiteral("name")}, QStringLiteral("New name for the definition."), QStringLiteral("NAME"));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    if (!command.isSet(QStringLiteral("start")) || !command.isSet(QStringLiteral("end")))
+        return command.fail(ExitUsage, QStringLiteral("--start and --end are required"));
+    long long start = 0, end = 0, offset = 0;
+    if (!command.intValue(QStringLiteral("start"), &start) || !command.intValue(QStringLiteral("end"), &end) ||
+        !command.intValue(QStringLiteral("line-offset"), &offset))
+        return ExitUsage;
+    if (start < 0 || start > INT_MAX || end < 0 || end > INT_MAX || offset < INT_MIN || offset > INT_MAX)
+        return command.fail(ExitUsage, QStringLiteral("--start, --end and --line-offset must lie between 0 and %1").arg(INT_MAX));
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+
+    SymbolLoc location;
+    location.fileName = toYs(path);
+    location.start = static_cast<int>(start);
+    location.end = static_cast<int>(end);
+    location.lineOffset = static_cast<int>(offset);
+    LibraryStream stream(location, toYs(command.value(QStringLiteral("name"))));
+    QList<LogicalLine> lines;
+    YString line;
+    int number = 0;
+    while (stream.gets(&line, &number))
+        lines.append({number, toQs(line), false, {}});
+
+    if (command.json()) {
+        QJsonArray array;
+        for (const LogicalLine& l : lines)
+            array.append(QJsonObject{{QStringLiteral("line"), l.number}, {QStringLiteral("text"), l.text}});
+        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("lines"), array}});
+        return ExitOk;
+    }
+    Output out;
+    for (const LogicalLine& l : lines)
+        out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
+    return ExitOk;
+}

@@ -1,0 +1,416 @@
+// ResultsCommands.cpp - `results`, `validate`, `append-merit` and `report`: a statistical results file
+// summarised, checked against its schema, extended by a merit function, and turned into reports and charts.
+#include "Charts.h"
+#include "Commands.h"
+#include "Tool.h"
+
+#include "Reports.h"
+#include "TextServices.h"
+#include "XMLReport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSet>
+
+#include <cmath>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+// Runs in a file, counted from its "<step" elements without parsing it; used only to decide whether
+// reading is long enough to show progress.
+long long countSteps(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() == 0)
+        return 0;
+    const uchar* data = file.map(0, file.size());
+    if (!data)
+        return 0;
+    const std::string_view text(reinterpret_cast<const char*>(data), static_cast<size_t>(file.size()));
+    long long count = 0;
+    for (size_t at = text.find("<step"); at != std::string_view::npos; at = text.find("<step", at + 5)) {
+        const char next = at + 5 < text.size() ? text[at + 5] : '\0';
+        count += next == ' ' || next == '>' || next == '/' || next == '\t' || next == '\n' || next == '\r';
+    }
+    return count;
+}
+
+// Reads a results file into `table` and `header`; reports and returns false when it cannot be read or
+// does not load.
+bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
+                 XMLReportHeader* header)
+{
+    if (!command.checkInput(path))
+        return false;
+    const long long steps = standardErrorIsTerminal() ? countSteps(path) : 0;
+    ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
+    if (!sp_CompileSensReportData(toYs(path), table, header)) {
+        command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
+                                                 "version 1.0 results file, or a file it appends cannot be read").arg(path));
+        return false;
+    }
+    return true;
+}
+
+const char* statusName(int status)
+{
+    switch (status) {
+    case NormValid: return "valid";
+    case NormDivByZero: return "division by zero";
+    case NormInconsistent: return "inconsistent";
+    default: return "unset";
+    }
+}
+
+// A real in a text column; "n/a" when it is not a number.
+std::string cell(double value)
+{
+    return std::isnan(value) ? std::string("n/a") : realText(value);
+}
+
+QJsonObject statisticsJson(const MeritStatistics& s)
+{
+    return QJsonObject{{QStringLiteral("count"), s.count},
+                       {QStringLiteral("mean"), jsonReal(s.mean)},
+                       {QStringLiteral("stddev"), jsonReal(s.standardDeviation)},
+                       {QStringLiteral("min"), jsonReal(s.minimum)},
+                       {QStringLiteral("max"), jsonReal(s.maximum)},
+                       {QStringLiteral("skewness"), jsonReal(s.skewness)},
+                       {QStringLiteral("kurtosis"), jsonReal(s.kurtosis)},
+                       {QStringLiteral("nominal"), s.hasNominal ? jsonReal(s.nominal) : QJsonValue(QJsonValue::Null)}};
+}
+
+QString defaultSchema()
+{
+    const QString installed = QDir(QCoreApplication::applicationDirPath())
+                                  .filePath(QStringLiteral(SUPPORTQT_DATADIR_FROM_BINDIR "/SupportQtDll/schemas/msw.xsd"));
+    if (QFileInfo::exists(installed))
+        return QDir::cleanPath(installed);
+    return QStringLiteral(SUPPORTQT_SOURCE_SCHEMA_DIR "/msw.xsd");
+}
+
+} // namespace
+
+int runResults(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--stats-only] [--json]"),
+                        QStringLiteral("Summarises a statistical results file: the header, the merit functions with their\n"
+                                       "statistics across runs (count, mean, standard deviation, minimum, maximum, skewness,\n"
+                                       "excess kurtosis, nominal value), and every run with its values, deltas, normalised\n"
+                                       "sensitivities, statuses and changed parameters."));
+    command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    if (!loadResults(command, path, &table, &header))
+        return ExitFailure;
+    const bool withRuns = !command.isSet(QStringLiteral("stats-only"));
+    const int merits = header.meritFunctions.count();
+    const std::vector<const XMLReportInfo*> runs = runsByCase(table);
+    QStringList parameterNames;
+    QSet<QString> seen;
+    for (const XMLReportInfo* run : runs)
+        for (int p = 0; p < run->parameters.count(); ++p) {
+            const QString name = toQs(run->parameters[p].name);
+            if (!seen.contains(name)) {
+                seen.insert(name);
+                parameterNames << name;
+            }
+        }
+
+    if (command.json()) {
+        QJsonArray meritArray;
+        for (int m = 0; m < merits; ++m)
+            meritArray.append(QJsonObject{{QStringLiteral("name"), toQs(header.meritFunctions[m].name)},
+                                          {QStringLiteral("value"), toQs(header.meritFunctions[m].value)},
+                                          {QStringLiteral("statistics"), statisticsJson(meritStatistics(table, m))}});
+        QJsonObject out{{QStringLiteral("file"), path},
+                        {QStringLiteral("header"), QJsonObject{{QStringLiteral("title"), toQs(header.title)},
+                                                               {QStringLiteral("date"), toQs(header.date)},
+                                                               {QStringLiteral("analysis"), toQs(header.analysis)},
+                                                               {QStringLiteral("group"), toQs(header.group)},
+                                                               {QStringLiteral("cores"), header.numCores}}},
+                        {QStringLiteral("runCount"), static_cast<int>(runs.size())},
+                        {QStringLiteral("meritFunctions"), meritArray},
+                        {QStringLiteral("parameters"), QJsonArray::fromStringList(parameterNames)}};
+        if (withRuns) {
+            QJsonArray runArray;
+            for (const XMLReportInfo* run : runs) {
+                QJsonArray values, parameters;
+                for (int m = 0; m < run->values.count(); ++m) {
+                    const XMLMeritValue& v = run->values[m];
+                    values.append(QJsonObject{{QStringLiteral("value"), jsonReal(v.value)},
+                                              {QStringLiteral("delta"), jsonReal(v.delta)},
+                                              {QStringLiteral("norm"), jsonReal(v.norm)},
+                                              {QStringLiteral("status"), QString::fromLatin1(statusName(v.status))}});
+                }
+                for (int p = 0; p < run->parameters.count(); ++p) {
+                    const XMLParameterValue& v = run->parameters[p];
+                    QJsonObject o{{QStringLiteral("name"), toQs(v.name)},
+                                  {QStringLiteral("nominal"), jsonReal(v.nominal)},
+                                  {QStringLiteral("used"), jsonReal(v.usedValue)}};
+                    if (v.hasTolerance)
+                        o.insert(QStringLiteral("tolerance"), jsonReal(v.tolerance));
+                    parameters.append(o);
+                }
+                QJsonObject o{{QStringLiteral("case"), run->caseNumber},
+                              {QStringLiteral("name"), toQs(run->name)},
+                              {QStringLiteral("description"), toQs(run->description)},
+                              {QStringLiteral("values"), values},
+                              {QStringLiteral("parameters"), parameters}};
+                if (run->hasSeed)
+                    o.insert(QStringLiteral("seed"), QString::number(run->seed));
+                runArray.append(o);
+            }
+            out.insert(QStringLiteral("runs"), runArray);
+        }
+        printJson(out);
+        return ExitOk;
+    }
+
+    Output out;
+    out << "file: " << path << '\n'
+        << "title: " << header.title << '\n'
+        << "date: " << header.date << '\n'
+        << "analysis: " << header.analysis << '\n'
+        << "group: " << header.group << '\n'
+        << "cores: " << header.numCores << '\n'
+        << "runs: " << static_cast<int>(runs.size()) << '\n'
+        << "parameters: " << parameterNames.join(QStringLiteral(", ")) << "\n\nmerit functions:\n";
+    out.pad("name", 14) << ' ';
+    out.pad("count", -6) << ' ';
+    for (const char* column : {"mean", "stddev", "min", "max", "skewness", "kurtosis", "nominal"}) {
+        out.pad(column, -24) << ' ';
+    }
+    out << " definition\n";
+    for (int m = 0; m < merits; ++m) {
+        const MeritStatistics s = meritStatistics(table, m);
+        out.pad(header.meritFunctions[m].name.str(), 14) << ' ';
+        out.pad(std::to_string(s.count), -6) << ' ';
+        for (double v : {s.mean, s.standardDeviation, s.minimum, s.maximum, s.skewness, s.kurtosis})
+            out.pad(s.count ? cell(v) : std::string("n/a"), -24) << ' ';
+        out.pad(s.hasNominal ? cell(s.nominal) : std::string("n/a"), -24) << "  " << header.meritFunctions[m].value << '\n';
+    }
+    if (!withRuns)
+        return ExitOk;
+    out << "\nruns:\n";
+    for (const XMLReportInfo* run : runs) {
+        out << "case " << run->caseNumber << ": " << (run->description.isEmpty() ? run->name : run->description);
+        if (run->hasSeed)
+            out << "  seed " << run->seed;
+        out << '\n';
+        for (int m = 0; m < run->values.count(); ++m) {
+            const XMLMeritValue& v = run->values[m];
+            out << "  ";
+            out.pad(header.meritFunctions[m].name.str(), 14) << " value " << realText(v.value) << "  delta "
+                                                            << realText(v.delta) << "  norm " << realText(v.norm) << "  "
+                                                            << statusName(v.status) << '\n';
+        }
+        for (int p = 0; p < run->parameters.count(); ++p) {
+            const XMLParameterValue& v = run->parameters[p];
+            out << "  parameter " << v.name << " nominal " << realText(v.nominal) << " used " << realText(v.usedValue);
+            if (v.hasTolerance)
+                out << " tolerance " << realText(v.tolerance);
+            out << '\n';
+        }
+    }
+    return ExitOk;
+}
+
+int runValidate(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("validate"), QStringLiteral("FILE [--schema XSD] [--json]"),
+                        QStringLiteral("Checks an XML file against an XML Schema, by default the results file schema installed\n"
+                                       "with the library. Exits with 0 when the file is valid and 3 when it is not."));
+    command.addOption({QStringLiteral("schema")}, QStringLiteral("The XML Schema file."), QStringLiteral("XSD"), defaultSchema());
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    const QString schema = command.value(QStringLiteral("schema"));
+    if (!command.checkInput(path) || !command.checkInput(schema))
+        return ExitFailure;
+    YString message;
+    const XmlValidateStatus status = sp_ValidateXml(toYs(path), toYs(schema), &message);
+    const char* verdict = status == XmlValidateOk ? "valid"
+        : status == XmlValidateInvalid              ? "not valid"
+        : status == XmlValidateBadSchema            ? "bad schema"
+                                                    : "cannot open";
+    const int code = status == XmlValidateOk ? ExitOk : status == XmlValidateInvalid ? ExitNegative : ExitFailure;
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), path},
+                              {QStringLiteral("schema"), schema},
+                              {QStringLiteral("status"), static_cast<int>(status)},
+                              {QStringLiteral("verdict"), QString::fromLatin1(verdict)},
+                              {QStringLiteral("message"), toQs(message)}});
+        return code;
+    }
+    if (status == XmlValidateOk || status == XmlValidateInvalid) {
+        Output out;
+        out << path << ": " << verdict;
+        if (!message.isEmpty())
+            out << ": " << toQs(message).simplified();
+        out << '\n';
+        return code;
+    }
+    return command.fail(code, QStringLiteral("%1: %2").arg(schema, toQs(message).simplified()));
+}
+
+int runAppendMerit(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV"),
+                        QStringLiteral("Adds a merit function to a results file: its defining text, its name, and one value per\n"
+                                       "run read from a CSV file of \"case,value\" lines (a first line that is not numbers is\n"
+                                       "a header). The file is rewritten whole, or left as it was when anything is wrong."));
+    command.addOption({QStringLiteral("value")}, QStringLiteral("Defining text of the merit function."), QStringLiteral("TEXT"));
+    command.addOption({QStringLiteral("name")}, QStringLiteral("Display name of the merit function."), QStringLiteral("NAME"));
+    command.addOption({QStringLiteral("data")}, QStringLiteral("CSV file of case,value lines."), QStringLiteral("CSV"));
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    for (const char* required : {"value", "name", "data"})
+        if (!command.isSet(QLatin1String(required)))
+            return command.fail(ExitUsage, QStringLiteral("--%1 is required").arg(QLatin1String(required)));
+    const QString path = command.positional().at(0);
+    const QString dataPath = command.value(QStringLiteral("data"));
+    if (!command.checkInput(dataPath))
+        return ExitFailure;
+    QFile data(dataPath);
+    if (!data.open(QIODevice::ReadOnly))
+        return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(dataPath));
+    YVector<double> values;
+    YVector<int> cases;
+    int lineNumber = 0;
+    QSet<int> given;
+    for (const QByteArray& raw : data.readAll().split('\n')) {
+        ++lineNumber;
+        const QByteArray line = raw.trimmed();
+        if (line.isEmpty())
+            continue;
+        const QList<QByteArray> fields = line.split(',');
+        bool caseOk = false;
+        const int caseNumber = fields.value(0).trimmed().toInt(&caseOk);
+        double value = 0.0;
+        const bool valueOk = fields.size() == 2 && sp_TextToReal(fields[1].trimmed().constData(), &value);
+        if (!caseOk || !valueOk) {
+            if (lineNumber == 1 && cases.count() == 0)
+                continue;
+            return command.fail(ExitFailure, QStringLiteral("%1 line %2: expected \"case,value\", found \"%3\"")
+                                                 .arg(dataPath).arg(lineNumber).arg(QString::fromUtf8(line)));
+        }
+        if (given.contains(caseNumber))
+            return command.fail(ExitFailure, QStringLiteral("%1 line %2: case %3 is given twice").arg(dataPath).arg(lineNumber).arg(caseNumber));
+        given.insert(caseNumber);
+        cases.append(caseNumber);
+        values.append(value);
+    }
+
+    // The library's own checks, made here first so that a refusal says which case is wrong.
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    if (!loadResults(command, path, &table, &header) || !command.checkOutput(path))
+        return ExitFailure;
+    for (int k = 0; k < cases.count(); ++k) {
+        XMLReportInfo probe(cases[k]);
+        const XMLReportInfo* run = table.find(probe);
+        if (!run)
+            return command.fail(ExitFailure, QStringLiteral("case %1 is not in %2").arg(cases[k]).arg(path));
+        if (run->values.count() != header.meritFunctions.count())
+            return command.fail(ExitFailure, QStringLiteral("case %1 of %2 lacks a value of an earlier merit function").arg(cases[k]).arg(path));
+    }
+    if (!sp_AppendMeritData(toYs(path), toYs(command.value(QStringLiteral("value"))), toYs(command.value(QStringLiteral("name"))),
+                            values, cases))
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(path));
+    Output out;
+    out << "added merit function " << command.value(QStringLiteral("name")) << " with " << cases.count()
+        << (cases.count() == 1 ? " value to " : " values to ") << path << '\n';
+    return ExitOk;
+}
+
+int runReport(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("report"), QStringLiteral("mc|wc|sens|csv RESULTS -o OUT [--style CSS] [--sort COLUMN] [--chart SVG]"),
+                        QStringLiteral("Writes a report of a results file: the Monte Carlo (mc) or worst-case (wc) HTML log, or\n"
+                                       "the sensitivity table as HTML (sens) or CSV (csv). With --chart, sens also writes a tornado\n"
+                                       "chart of the normalised sensitivities and mc a histogram of each merit function."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The report file."), QStringLiteral("OUT"));
+    command.addOption({QStringLiteral("style")}, QStringLiteral("Style sheet whose text goes into the HTML page (default: the built-in style)."),
+                      QStringLiteral("CSS"));
+    command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by: 0 case, 1 description, then value, delta\n"
+                                                               "and norm of each merit function in turn (default 0)."),
+                      QStringLiteral("COLUMN"), QStringLiteral("0"));
+    command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
+    const int early = command.parse(arguments, 2, 2);
+    if (early >= 0)
+        return early;
+    const QString kind = command.positional().at(0);
+    if (kind != QLatin1String("mc") && kind != QLatin1String("wc") && kind != QLatin1String("sens") && kind != QLatin1String("csv"))
+        return command.fail(ExitUsage, QStringLiteral("unknown report '%1'; valid reports: mc, wc, sens, csv").arg(kind));
+    if (!command.isSet(QStringLiteral("output")))
+        return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
+    long long sort = 0;
+    if (!command.intValue(QStringLiteral("sort"), &sort))
+        return ExitUsage;
+    const QString chart = command.value(QStringLiteral("chart"));
+    if (!chart.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
+        return command.fail(ExitUsage, QStringLiteral("--chart goes with the sens and mc reports"));
+    const QString style = command.value(QStringLiteral("style"));
+    if (!style.isEmpty() && !command.checkInput(style))
+        return ExitFailure;
+    const QString output = command.value(QStringLiteral("output"));
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    if (!loadResults(command, command.positional().at(1), &table, &header))
+        return ExitFailure;
+    const int columns = 2 + 3 * header.meritFunctions.count();
+    if (sort < 0 || sort >= columns)
+        return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
+    if (!command.checkOutput(output) || (!chart.isEmpty() && !command.checkOutput(chart)))
+        return ExitFailure;
+
+    const YString styleSheet = toYs(style);
+    const bool written = writeFileAtomically(output, [&](const YString& temporary) {
+        if (kind == QLatin1String("mc"))
+            return sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header);
+        if (kind == QLatin1String("wc"))
+            return sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header);
+        if (kind == QLatin1String("sens"))
+            return sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, static_cast<int>(sort));
+        YArray<YString> lines;
+        sp_BuildCsvSensitivityReport(&lines, table, header, static_cast<int>(sort));
+        QFile file(toQs(temporary));
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return false;
+        for (const YString& line : lines)
+            if (file.write(line.c_str(), line.length()) != line.length() || !file.putChar('\n'))
+                return false;
+        return file.flush();
+    });
+    if (!written)
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
+    Output out;
+    out << "wrote " << output << '\n';
+    if (!chart.isEmpty()) {
+        const std::string svg = kind == QLatin1String("sens") ? sensitivityTornadoSvg(table, header) : meritHistogramSvg(table, header);
+        const bool chartWritten = writeFileAtomically(chart, [&](const YString& temporary) {
+            QFile file(toQs(temporary));
+            return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                   file.write(svg.data(), static_cast<qint64>(svg.size())) == static_cast<qint64>(svg.size()) && file.flush();
+        });
+        if (!chartWritten)
+            return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(chart));
+        out << "wrote " << chart << '\n';
+    }
+    return ExitOk;
+}

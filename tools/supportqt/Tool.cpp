@@ -1,0 +1,244 @@
+// Tool.cpp - the pieces every subcommand of the supportqt tool shares.
+#include "Tool.h"
+
+#include "FileOpenCheck.h"
+#include "FileServices.h"
+#include "QtSupport.h"
+#include "TextServices.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryFile>
+
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+ToolCommand::ToolCommand(const QString& name, const QString& synopsis, const QString& description)
+    : m_name(name), m_synopsis(synopsis)
+{
+    m_parser.setApplicationDescription(description);
+    m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    m_parser.addHelpOption();
+    m_optionNames << QStringLiteral("--help");
+}
+
+void ToolCommand::addOption(const QStringList& names, const QString& description, const QString& valueName,
+                            const QString& defaultValue)
+{
+    QCommandLineOption option(names, description, valueName, defaultValue);
+    m_parser.addOption(option);
+    for (const QString& n : names)
+        m_optionNames << (n.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + n;
+}
+
+void ToolCommand::addJsonOption()
+{
+    addOption({QStringLiteral("json")}, QStringLiteral("Print the result as JSON."));
+    m_json = true;
+}
+
+QString ToolCommand::validOptions() const
+{
+    return m_optionNames.join(QStringLiteral(", "));
+}
+
+int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxPositional)
+{
+    if (!m_parser.parse(arguments)) {
+        QString error = m_parser.errorText();
+        if (error.endsWith(QLatin1Char('.')))
+            error.chop(1);
+        return fail(ExitUsage, error + QStringLiteral("; valid options: ") + validOptions());
+    }
+    if (m_parser.isSet(QStringLiteral("help"))) {
+        // Qt's help text names the program; the tool's name and the subcommand's arguments stand there.
+        QString help = m_parser.helpText();
+        const int firstLineEnd = help.indexOf(QLatin1Char('\n'));
+        help.replace(0, firstLineEnd, QStringLiteral("Usage: supportqt %1 %2").arg(m_name, m_synopsis).trimmed());
+        std::fputs(help.toUtf8().constData(), stdout);
+        return ExitOk;
+    }
+    const int count = m_parser.positionalArguments().size();
+    if (count < minPositional)
+        return fail(ExitUsage, QStringLiteral("missing argument; usage: supportqt %1 %2").arg(m_name, m_synopsis));
+    if (maxPositional >= 0 && count > maxPositional)
+        return fail(ExitUsage, QStringLiteral("unexpected argument '%1'; usage: supportqt %2 %3")
+                                   .arg(m_parser.positionalArguments().at(maxPositional), m_name, m_synopsis));
+    return -1;
+}
+
+bool ToolCommand::intValue(const QString& name, long long* result) const
+{
+    bool ok = false;
+    *result = m_parser.value(name).toLongLong(&ok);
+    if (!ok)
+        fail(ExitUsage, QStringLiteral("--%1 takes an integer, not '%2'").arg(name, m_parser.value(name)));
+    return ok;
+}
+
+int ToolCommand::fail(int code, const QString& message) const
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "supportqt %s: %s\n", m_name.toUtf8().constData(), message.toUtf8().constData());
+    return code;
+}
+
+bool ToolCommand::checkInput(const QString& path) const
+{
+    if (QFileInfo(path).isDir()) {
+        fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
+        return false;
+    }
+    const YString name = toYs(path);
+    if (sp_CheckFileOpen(name, GfnRead))
+        return true;
+    YString message;
+    sp_FileOpenForensicMsg(name, GfnRead, &message);
+    fail(ExitFailure, toQs(message));
+    return false;
+}
+
+bool ToolCommand::checkOutput(const QString& path) const
+{
+    if (QFileInfo(path).isDir()) {
+        fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
+        return false;
+    }
+    const YString name = toYs(path);
+    if (sp_CheckFileOpen(name, GfnWrite))
+        return true;
+    YString message;
+    sp_FileOpenForensicMsg(name, GfnWrite, &message);
+    fail(ExitFailure, toQs(message));
+    return false;
+}
+
+bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)
+{
+    const QFileInfo info(target);
+    QTemporaryFile temporary(info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".XXXXXX"));
+    temporary.setAutoRemove(false);
+    if (!temporary.open())
+        return false;
+    const QString temporaryPath = temporary.fileName();
+    temporary.close();
+    // The finished file gets the permissions of the one it replaces, or the usual ones of a new file.
+    const QFile::Permissions permissions = info.exists()
+        ? QFile::permissions(target)
+        : QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser | QFile::ReadGroup | QFile::ReadOther;
+    const YString temporaryName = toYs(temporaryPath);
+    bool ok = write(temporaryName);
+    ok = ok && QFile::setPermissions(temporaryPath, permissions);
+    ok = ok && rename_utf8(temporaryName.c_str(), toYs(target).c_str()) == 0;
+    if (!ok)
+        QFile::remove(temporaryPath);
+    return ok;
+}
+
+Output& Output::pad(const std::string& text, int width)
+{
+    const size_t w = static_cast<size_t>(width < 0 ? -width : width);
+    // Width counts characters, not bytes: UTF-8 continuation bytes take no column.
+    size_t columns = 0;
+    for (unsigned char c : text)
+        columns += (c & 0xC0) != 0x80;
+    const std::string fill(columns < w ? w - columns : 0, ' ');
+    if (width < 0)
+        m_text.append(fill).append(text);
+    else
+        m_text.append(text).append(fill);
+    return *this;
+}
+
+void Output::flush()
+{
+    if (!m_text.empty())
+        std::fwrite(m_text.data(), 1, m_text.size(), stdout);
+    m_text.clear();
+    std::fflush(stdout);
+}
+
+void printJson(const QJsonValue& value)
+{
+    const QJsonDocument document = value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
+    const QByteArray text = document.toJson(QJsonDocument::Indented);
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    std::fflush(stdout);
+}
+
+QJsonValue jsonReal(double value)
+{
+    return std::isfinite(value) ? QJsonValue(value) : QJsonValue(QJsonValue::Null);
+}
+
+std::string realText(double value)
+{
+    return sp_RealToShortestText(value).str();
+}
+
+struct ProgressLine::Impl {
+    QByteArray prefix;
+    QByteArray detail;
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool done = false;
+    bool drawn = false;
+    std::thread thread;
+
+    void draw(int seconds)
+    {
+        const QByteArray line = prefix + " ... " + QByteArray::number(seconds) + " s" +
+                                (detail.isEmpty() ? QByteArray() : " " + detail);
+        std::fprintf(stderr, "\r%s\x1b[K", line.constData());
+        std::fflush(stderr);
+        drawn = true;
+    }
+};
+
+ProgressLine::ProgressLine(const QString& what, bool shown)
+{
+    if (!shown || !standardErrorIsTerminal())
+        return;
+    m_impl = new Impl;
+    m_impl->prefix = "supportqt: " + what.toUtf8();
+    m_impl->thread = std::thread([impl = m_impl] {
+        const auto start = std::chrono::steady_clock::now();
+        std::unique_lock<std::mutex> lock(impl->mutex);
+        while (!impl->done) {
+            const auto elapsed = std::chrono::steady_clock::now() - start;
+            impl->draw(static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(elapsed).count()));
+            impl->wake.wait_for(lock, std::chrono::milliseconds(500));
+        }
+        if (impl->drawn) {
+            std::fputs("\r\x1b[K", stderr);
+            std::fflush(stderr);
+        }
+    });
+}
+
+ProgressLine::~ProgressLine()
+{
+    if (!m_impl)
+        return;
+    {
+        std::lock_guard<std::mutex> lock(m_impl->mutex);
+        m_impl->done = true;
+    }
+    m_impl->wake.notify_all();
+    m_impl->thread.join();
+    delete m_impl;
+}
+
+void ProgressLine::setDetail(const QString& detail)
+{
+    if (!m_impl)
+        return;
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->detail = detail.toUtf8();
+}

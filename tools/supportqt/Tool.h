@@ -1,0 +1,117 @@
+// Tool.h - what every subcommand of the supportqt tool shares: option parsing, error lines, JSON output,
+// input checks, outputs written whole or not at all, and the progress line.
+#pragma once
+
+#include "QtSupport.h"
+#include "YString.h"
+
+#include <QCommandLineParser>
+#include <QJsonValue>
+#include <QString>
+#include <QStringList>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+
+/// Exit codes of the tool.
+enum ToolExit {
+    ExitOk = 0,
+    ExitFailure = 1, ///< the work could not be done: an input that cannot be read, an output that cannot be written
+    ExitUsage = 2,   ///< unknown subcommand or option, missing or surplus argument, a bad option value
+    ExitNegative = 3 ///< the answer is no: a document that breaks its schema, a pattern that does not match
+};
+
+/// One subcommand's command line: its options, positional arguments, help and errors.
+class ToolCommand {
+public:
+    /// `name` is the subcommand as typed ("netlist", "report mc"); `synopsis` its arguments after the name.
+    ToolCommand(const QString& name, const QString& synopsis, const QString& description);
+
+    /// Adds an option with a value (`valueName` not empty) or a flag.
+    void addOption(const QStringList& names, const QString& description, const QString& valueName = QString(),
+                   const QString& defaultValue = QString());
+    /// Adds "--json".
+    void addJsonOption();
+
+    /// Parses the arguments (the first is the program name). Returns -1 when the command should run,
+    /// otherwise the exit code to return at once (help printed, or a usage error reported).
+    int parse(const QStringList& arguments, int minPositional, int maxPositional);
+
+    bool isSet(const QString& name) const { return m_parser.isSet(name); }
+    QString value(const QString& name) const { return m_parser.value(name); }
+    QStringList positional() const { return m_parser.positionalArguments(); }
+    bool json() const { return m_json && m_parser.isSet(QStringLiteral("json")); }
+
+    /// An integer option's value; reports a usage error and returns false when it is not an integer.
+    bool intValue(const QString& name, long long* result) const;
+
+    /// Writes "supportqt NAME: MESSAGE" as one line on standard error and returns `code`.
+    int fail(int code, const QString& message) const;
+    /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the
+    /// library's file-open diagnosis, and returns false.
+    bool checkInput(const QString& path) const;
+    /// Checks that `path` can be written now; reports why not and returns false otherwise.
+    bool checkOutput(const QString& path) const;
+
+    const QString& name() const { return m_name; }
+
+private:
+    QString validOptions() const;
+
+    QString m_name;
+    QString m_synopsis;
+    QCommandLineParser m_parser;
+    QStringList m_optionNames;
+    bool m_json = false;
+};
+
+/// Writes a file whole or not at all: `write` fills a temporary file beside `target` (given its path),
+/// which then replaces `target`. On failure `target` is as it was and the temporary file is gone.
+bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write);
+
+/// Text output collected in memory and written to standard output in one go.
+class Output {
+public:
+    Output& operator<<(const char* text) { m_text.append(text); return *this; }
+    Output& operator<<(const std::string& text) { m_text.append(text); return *this; }
+    Output& operator<<(const YString& text) { m_text.append(text.c_str(), static_cast<size_t>(text.length())); return *this; }
+    Output& operator<<(const QString& text) { m_text.append(text.toUtf8().constData()); return *this; }
+    Output& operator<<(char c) { m_text.push_back(c); return *this; }
+    Output& operator<<(long long n) { m_text.append(std::to_string(n)); return *this; }
+    Output& operator<<(int n) { m_text.append(std::to_string(n)); return *this; }
+    /// Appends `text` padded with blanks to `width` characters (left-aligned; right-aligned when negative).
+    Output& pad(const std::string& text, int width);
+    void flush();
+    ~Output() { flush(); }
+
+private:
+    std::string m_text;
+};
+
+/// Prints a JSON value (object or array) to standard output, indented, with a final line feed.
+void printJson(const QJsonValue& value);
+/// A real as JSON: a number, or null when it is not finite.
+QJsonValue jsonReal(double value);
+/// A real as the text output shows it: the shortest text that reads back to the same double.
+std::string realText(double value);
+
+/// A line on standard error that shows long work going on ("supportqt NAME: WHAT ... 3 s"), redrawn
+/// every half second, shown only when standard error is a terminal and `shown` is true, and cleared
+/// when the object goes.
+class ProgressLine {
+public:
+    ProgressLine(const QString& what, bool shown);
+    ~ProgressLine();
+    /// Replaces the text after the elapsed time (a count of items done, say).
+    void setDetail(const QString& detail);
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+
+private:
+    struct Impl;
+    Impl* m_impl = nullptr;
+};
+
+/// True when standard error is a terminal (a console on Windows).
+bool standardErrorIsTerminal();

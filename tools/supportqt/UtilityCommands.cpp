@@ -1,0 +1,300 @@
+// UtilityCommands.cpp - `text`, `why`, `glob`, `regex`, `run` and `help-url`: the library's smaller
+// services, one question each.
+#include "Commands.h"
+#include "Tool.h"
+
+#include "FileOpenCheck.h"
+#include "Help.h"
+#include "PatternMatch.h"
+#include "Processes.h"
+#include "QtSupport.h"
+#include "TextFile.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QTextCodec>
+
+namespace {
+
+// The UTF-8 verdict of a file's bytes, read in blocks.
+UTF8DetectEncoding detectUtf8(const QString& path)
+{
+    QFile file(path);
+    UTF8Detect detect;
+    if (!file.open(QIODevice::ReadOnly))
+        return detect.getEncoding();
+    QByteArray block;
+    while (!(block = file.read(1 << 20)).isEmpty())
+        for (char c : block)
+            detect.add(static_cast<unsigned char>(c));
+    return detect.getEncoding();
+}
+
+const char* utf8Name(UTF8DetectEncoding encoding)
+{
+    switch (encoding) {
+    case Ascii: return "ASCII";
+    case Utf8: return "UTF-8";
+    case Utf8Extended: return "extended UTF-8";
+    case Invalid: return "8-bit, not UTF-8";
+    }
+    return "8-bit, not UTF-8";
+}
+
+int runTextDetect(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("text detect"), QStringLiteral("FILE [--json]"),
+                        QStringLiteral("Tells whether a text file is UTF-16 (and its byte order) or 8-bit (and whether UTF-8),\n"
+                                       "and its line-end style as its first line end shows it."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+    bool wide = false, dos = false, mac = false, little = true;
+    if (!sp_DetectTextFileFormat(path, &wide, &dos, &mac, &little))
+        return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    const QString encoding = wide ? (little ? QStringLiteral("UTF-16 LE") : QStringLiteral("UTF-16 BE"))
+                                  : QString::fromLatin1(utf8Name(detectUtf8(path)));
+    const QString lineEnds = dos ? QStringLiteral("CR LF") : mac ? QStringLiteral("CR") : QStringLiteral("LF");
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), path},
+                              {QStringLiteral("wide"), wide},
+                              {QStringLiteral("littleEndian"), little},
+                              {QStringLiteral("dos"), dos},
+                              {QStringLiteral("mac"), mac},
+                              {QStringLiteral("encoding"), encoding},
+                              {QStringLiteral("lineEnds"), lineEnds}});
+        return ExitOk;
+    }
+    Output out;
+    out << "encoding: " << encoding << "\nline ends: " << lineEnds << '\n';
+    return ExitOk;
+}
+
+int runTextConvert(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("text convert"), QStringLiteral("FILE -o OUT [--from ENCODING] [--to ENCODING]"),
+                        QStringLiteral("Decodes a text file (line ends made LF) and writes it in another encoding. ENCODING is a\n"
+                                       "codec name such as UTF-8, UTF-16LE or ISO-8859-1; --from also takes \"auto\" (UTF-16 by\n"
+                                       "its marks, else UTF-8, else the locale's codec) and \"locale\"."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The converted file."), QStringLiteral("OUT"));
+    command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
+    command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    if (!command.isSet(QStringLiteral("output")))
+        return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
+    const QByteArray from = command.value(QStringLiteral("from")).toLatin1();
+    const QByteArray to = command.value(QStringLiteral("to")).toLatin1();
+    if (from != "auto" && from != "locale" && !QTextCodec::codecForName(from))
+        return command.fail(ExitUsage, QStringLiteral("unknown encoding '%1'").arg(QString::fromLatin1(from)));
+    if (!QTextCodec::codecForName(to))
+        return command.fail(ExitUsage, QStringLiteral("unknown encoding '%1'").arg(QString::fromLatin1(to)));
+    const QString path = command.positional().at(0);
+    const QString output = command.value(QStringLiteral("output"));
+    if (!command.checkInput(path) || !command.checkOutput(output))
+        return ExitFailure;
+    if (QFileInfo(path).canonicalFilePath() == QFileInfo(output).canonicalFilePath())
+        return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
+    const qint64 size = QFileInfo(path).size();
+    bool ok = false;
+    QString text;
+    {
+        ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(path).arg(size >> 20), size > (qint64(64) << 20));
+        text = sp_LoadFile(path, from.constData(), &ok);
+        ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
+            sp_WriteTextFile(toQs(temporary), text, to.constData());
+            return text.isEmpty() || QFileInfo(toQs(temporary)).size() > 0;
+        });
+    }
+    if (!ok)
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
+    Output out;
+    out << "wrote " << output << ": " << static_cast<long long>(text.size()) << " UTF-16 units, " << QString::fromLatin1(to)
+        << '\n';
+    return ExitOk;
+}
+
+} // namespace
+
+int runText(const QStringList& arguments)
+{
+    const QString action = arguments.value(1);
+    QStringList rest = arguments;
+    rest.removeAt(1);
+    if (action == QLatin1String("detect"))
+        return runTextDetect(rest);
+    if (action == QLatin1String("convert"))
+        return runTextConvert(rest);
+    if (action == QLatin1String("--help") || action == QLatin1String("-h")) {
+        std::fputs("Usage: supportqt text detect FILE [--json]\n"
+                    "       supportqt text convert FILE -o OUT [--from ENCODING] [--to ENCODING]\n"
+                    "\nDetects a text file's encoding and line ends, or converts it to another encoding.\n"
+                    "Run 'supportqt text detect --help' or 'supportqt text convert --help' for the options.\n",
+                    stdout);
+        return ExitOk;
+    }
+    std::fprintf(stderr, "supportqt text: %s; valid actions: detect, convert\n",
+                 action.isEmpty() ? "missing action" : qPrintable(QStringLiteral("unknown action '%1'").arg(action)));
+    return ExitUsage;
+}
+
+int runWhy(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("why"), QStringLiteral("FILE [--read|--write|--write-new] [--json]"),
+                        QStringLiteral("Tells whether a file can be opened now and, when it cannot, why: the diagnosis keyword\n"
+                                       "and the message the library shows to users. Exits with 0 when the file can be opened and\n"
+                                       "3 when it cannot."));
+    command.addOption({QStringLiteral("read")}, QStringLiteral("Open an existing file for reading (the default)."));
+    command.addOption({QStringLiteral("write")}, QStringLiteral("Open for writing, replacing the file."));
+    command.addOption({QStringLiteral("write-new")}, QStringLiteral("Create the file; an existing file is not to be replaced."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const int modes = command.isSet(QStringLiteral("read")) + command.isSet(QStringLiteral("write")) +
+                      command.isSet(QStringLiteral("write-new"));
+    if (modes > 1)
+        return command.fail(ExitUsage, QStringLiteral("give one of --read, --write and --write-new"));
+    const GfnOpenMode mode = command.isSet(QStringLiteral("write")) ? GfnWrite
+        : command.isSet(QStringLiteral("write-new"))               ? GfnWriteNew
+                                                                   : GfnRead;
+    const YString path = toYs(command.positional().at(0));
+    const bool canOpen = sp_CheckFileOpen(path, mode);
+    FileOpenForensic code = FileOpenNoError;
+    YString message;
+    if (!canOpen) {
+        sp_FileOpenForensic(path, mode, &code);
+        sp_FileOpenForensicMsg(path, mode, &message);
+    }
+    const YString keyword = sp_ForensicCodeToString(code);
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), toQs(path)},
+                              {QStringLiteral("canOpen"), canOpen},
+                              {QStringLiteral("code"), static_cast<int>(code)},
+                              {QStringLiteral("keyword"), toQs(keyword)},
+                              {QStringLiteral("message"), toQs(message)}});
+        return canOpen ? ExitOk : ExitNegative;
+    }
+    Output out;
+    if (canOpen)
+        out << keyword << ": the file can be opened\n";
+    else
+        out << keyword << ": " << message << '\n';
+    return canOpen ? ExitOk : ExitNegative;
+}
+
+int runGlob(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("glob"), QStringLiteral("PATTERN TEXT [--json]"),
+                        QStringLiteral("Prints the position of the first match of a wildcard pattern anywhere in TEXT (\"*\" one\n"
+                                       "or more characters, \"?\" one), or -1. Exits with 3 when there is no match."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 2, 2);
+    if (early >= 0)
+        return early;
+    const int position = sp_GlobMatch(command.positional().at(0).toUtf8().constData(), command.positional().at(1).toUtf8().constData());
+    if (command.json())
+        printJson(QJsonObject{{QStringLiteral("pattern"), command.positional().at(0)},
+                              {QStringLiteral("text"), command.positional().at(1)},
+                              {QStringLiteral("position"), position}});
+    else
+        Output() << position << '\n';
+    return position >= 0 ? ExitOk : ExitNegative;
+}
+
+int runRegex(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("regex"), QStringLiteral("PATTERN TEXT [-i] [--json]"),
+                        QStringLiteral("Prints the position of the first match of a regular expression in TEXT, or -1, then the\n"
+                                       "whole match and every group of a match from the start of TEXT. Exits with 3 when there\n"
+                                       "is no match."));
+    command.addOption({QStringLiteral("i"), QStringLiteral("ignore-case")}, QStringLiteral("Ignore case."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 2, 2);
+    if (early >= 0)
+        return early;
+    const QByteArray pattern = command.positional().at(0).toUtf8();
+    const QByteArray text = command.positional().at(1).toUtf8();
+    const int position = command.isSet(QStringLiteral("ignore-case")) ? sp_RegexpMatch_i(pattern.constData(), text.constData())
+                                                                      : sp_RegexpMatch(pattern.constData(), text.constData());
+    YArray<YString> captures;
+    const bool anchored = !command.isSet(QStringLiteral("ignore-case")) &&
+                          sp_RegularExpressionMatch(YString(text.constData()), YString(pattern.constData()), &captures);
+    if (command.json()) {
+        QJsonArray groups;
+        for (const YString& c : captures)
+            groups.append(toQs(c));
+        printJson(QJsonObject{{QStringLiteral("pattern"), command.positional().at(0)},
+                              {QStringLiteral("text"), command.positional().at(1)},
+                              {QStringLiteral("position"), position},
+                              {QStringLiteral("matchesAtStart"), anchored},
+                              {QStringLiteral("captures"), groups}});
+        return position >= 0 ? ExitOk : ExitNegative;
+    }
+    Output out;
+    out << "position: " << position << '\n';
+    for (int i = 0; i < captures.count(); ++i)
+        out << (i == 0 ? "match: " : ("group " + std::to_string(i) + ": ").c_str()) << captures[i] << '\n';
+    return position >= 0 ? ExitOk : ExitNegative;
+}
+
+int runRun(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("run"), QStringLiteral("COMMANDLINE [--capture] [--json]"),
+                        QStringLiteral("Starts a program from a command line (blanks separate the words; double quotes group a\n"
+                                       "path with blanks), waits for it, and prints its exit code. With --capture its standard\n"
+                                       "output and error are printed first, in the order they arrived."));
+    command.addOption({QStringLiteral("capture")}, QStringLiteral("Print the program's output."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QByteArray commandLine = command.positional().at(0).toUtf8();
+    const bool capture = command.isSet(QStringLiteral("capture"));
+    YRef<kvstream> output(capture ? new kvstrstream("") : nullptr);
+    unsigned exitCode = 0;
+    const SSPError status = sp_SpawnApplication(commandLine.constData(),
+                                                SpawnWait | (capture ? SpawnCaptureOutput | SpawnCaptureError : SpawnCloseUncaptured),
+                                                output, &exitCode, nullptr);
+    const QString captured = capture ? toQs(static_cast<kvstrstream*>(output.get())->str()) : QString();
+    if (status != SSPE_Ok) {
+        const QString reason = status == SSPE_NotFound        ? QStringLiteral("the program does not exist")
+            : status == SSPE_NotExecutable                   ? QStringLiteral("the program may not be executed")
+                                                             : QStringLiteral("the program could not be started");
+        return command.fail(ExitFailure, QStringLiteral("%1: %2").arg(command.positional().at(0), reason));
+    }
+    if (command.json()) {
+        QJsonObject o{{QStringLiteral("commandLine"), command.positional().at(0)},
+                      {QStringLiteral("exitCode"), static_cast<int>(exitCode)}};
+        if (capture)
+            o.insert(QStringLiteral("output"), captured);
+        printJson(o);
+        return ExitOk;
+    }
+    Output out;
+    out << captured << "exit code: " << static_cast<int>(exitCode) << '\n';
+    return ExitOk;
+}
+
+int runHelpUrl(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("help-url"), QStringLiteral("LINK [--json]"),
+                        QStringLiteral("Prints the URL that a help link \"kvhlp://PAGE[#ID]\" opens."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const YString url = sp_ConvertKvhlpToUrl(toYs(command.positional().at(0)));
+    if (command.json())
+        printJson(QJsonObject{{QStringLiteral("link"), command.positional().at(0)}, {QStringLiteral("url"), toQs(url)}});
+    else
+        Output() << url << '\n';
+    return ExitOk;
+}
