@@ -306,9 +306,10 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
             body += svgText(x, bottom + 16, "middle", 11, number(low + tick * (high - low) / 4));
         }
         // Counts are whole numbers: ticks at 0, half the tallest bar rounded, and the tallest bar.
-        for (int count : {0, (tallest + 1) / 2, tallest}) {
-            if (count == 0 && tallest == 0)
-                continue;
+        std::vector<int> ticks{0, tallest};
+        if ((tallest + 1) / 2 < tallest)
+            ticks.insert(ticks.begin() + 1, (tallest + 1) / 2);
+        for (int count : ticks) {
             const double yy = bottom - kPlotHeight * count / tallest;
             body += svgLine(kPlotLeft - 4, yy, kPlotLeft, yy, "#333333");
             body += svgText(kPlotLeft - 8, yy + 4, "end", 11, std::to_string(count));

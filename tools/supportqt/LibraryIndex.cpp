@@ -35,6 +35,7 @@ bool endsName(char c)
 std::vector<LibraryDefinition> indexLibrary(const char* text, size_t size)
 {
     std::vector<LibraryDefinition> definitions;
+    definitions.reserve(size / 512);
     std::vector<size_t> openSubckts;
     size_t openModel = static_cast<size_t>(-1);
     const char* const end = text + size;

@@ -14,6 +14,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -51,7 +53,7 @@ QStringList literalLines(const Buf& buffer)
 struct NetlistSummary {
     SpiceLanguage language = SpiceLanguageNative;
     QString separator;
-    bool hierarchy = false;
+    bool hierarchy = false; ///< a hierarchy directive was met while some logical line was read
     UTF8DetectEncoding encoding = Ascii;
     QString title;
 };
@@ -83,12 +85,12 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
         if (lines)
             lines->append({number, toQs(line), nonAscii, {}});
         summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
+        summary.hierarchy = summary.hierarchy || stream.isHierarchy();
         stream.flushBuffer();
     }
     summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
     summary.language = stream.getLanguage();
     summary.separator = QString::fromUtf8(stream.getSeparator());
-    summary.hierarchy = stream.isHierarchy();
     return summary;
 }
 
@@ -104,6 +106,64 @@ QList<LogicalLine> readWithLiteralStream(const QString& path)
     }
     return lines;
 }
+
+// Output rows formatted without allocation, written to standard output a block at a time.
+class BlockWriter {
+public:
+    ~BlockWriter()
+    {
+        flush();
+        std::fflush(stdout);
+    }
+    void text(std::string_view t)
+    {
+        if (m_used + t.size() > sizeof m_block)
+            flush();
+        if (t.size() > sizeof m_block) {
+            std::fwrite(t.data(), 1, t.size(), stdout);
+            return;
+        }
+        std::memcpy(m_block + m_used, t.data(), t.size());
+        m_used += t.size();
+    }
+    // The text, then blanks up to `width` (at least one).
+    void padded(std::string_view t, size_t width)
+    {
+        text(t);
+        static const char blanks[] = "                                ";
+        const size_t fill = t.size() + 1 > width ? 1 : width - t.size();
+        text(std::string_view(blanks, std::min(fill, sizeof blanks - 1)));
+    }
+    // The number right-aligned in `width` characters.
+    void number(long long value, size_t width)
+    {
+        char digits[24];
+        char* end = digits + sizeof digits;
+        char* p = end;
+        const bool negative = value < 0;
+        unsigned long long magnitude = negative ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
+        do {
+            *--p = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude);
+        if (negative)
+            *--p = '-';
+        const size_t length = static_cast<size_t>(end - p);
+        static const char blanks[] = "                                ";
+        if (width > length)
+            text(std::string_view(blanks, std::min(width - length, sizeof blanks - 1)));
+        text(std::string_view(p, length));
+    }
+
+private:
+    void flush()
+    {
+        std::fwrite(m_block, 1, m_used, stdout);
+        m_used = 0;
+    }
+    char m_block[1 << 16];
+    size_t m_used = 0;
+};
 
 bool parseDialect(const QString& text, SpiceLanguage* language)
 {
@@ -228,17 +288,20 @@ int runIndex(const QStringList& arguments)
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
-    Output out;
-    out << "kind     name                             start        end     line  line-offset\n";
+    // Libraries hold hundreds of thousands of definitions: rows are formatted by hand into one block.
+    BlockWriter out;
+    out.text("kind     name                             start        end     line  line-offset\n");
     for (const LibraryDefinition& d : definitions) {
-        out.pad(d.kind == LibraryDefinition::Subckt ? ".subckt" : ".model", 8) << ' ';
-        out.pad(std::string(d.name), 24) << ' ';
-        out.pad(std::to_string(d.start), -14) << ' ';
-        out.pad(std::to_string(d.end), -10) << ' ';
-        out.pad(std::to_string(d.line), -8) << ' ';
-        out.pad(std::to_string(d.line - 1), -12) << '\n';
+        out.padded(d.kind == LibraryDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
+        out.padded(d.name, 25);
+        out.number(d.start, 14);
+        out.number(d.end, 11);
+        out.number(d.line, 9);
+        out.number(d.line - 1, 13);
+        out.text("\n");
     }
-    out << static_cast<long long>(definitions.size()) << " definitions\n";
+    out.number(static_cast<long long>(definitions.size()), 0);
+    out.text(" definitions\n");
     return ExitOk;
 }
 
