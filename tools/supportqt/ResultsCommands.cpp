@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QSet>
 
 #include <cmath>
@@ -84,6 +85,17 @@ QJsonObject statisticsJson(const MeritStatistics& s)
                        {QStringLiteral("skewness"), jsonReal(s.skewness)},
                        {QStringLiteral("kurtosis"), jsonReal(s.kurtosis)},
                        {QStringLiteral("nominal"), s.hasNominal ? jsonReal(s.nominal) : QJsonValue(QJsonValue::Null)}};
+}
+
+// The validator words its messages as small XHTML fragments; the tool shows their text on one line.
+QString plainMessage(const YString& message)
+{
+    QString text = toQs(message);
+    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
+    text.replace(QStringLiteral("&lt;"), QStringLiteral("<")).replace(QStringLiteral("&gt;"), QStringLiteral(">"));
+    text.replace(QStringLiteral("&quot;"), QStringLiteral("\"")).replace(QStringLiteral("&apos;"), QStringLiteral("'"));
+    text.replace(QStringLiteral("&amp;"), QStringLiteral("&"));
+    return text.simplified();
 }
 
 QString defaultSchema()
@@ -253,18 +265,18 @@ int runValidate(const QStringList& arguments)
                               {QStringLiteral("schema"), schema},
                               {QStringLiteral("status"), static_cast<int>(status)},
                               {QStringLiteral("verdict"), QString::fromLatin1(verdict)},
-                              {QStringLiteral("message"), toQs(message)}});
+                              {QStringLiteral("message"), plainMessage(message)}});
         return code;
     }
     if (status == XmlValidateOk || status == XmlValidateInvalid) {
         Output out;
         out << path << ": " << verdict;
         if (!message.isEmpty())
-            out << ": " << toQs(message).simplified();
+            out << ": " << plainMessage(message);
         out << '\n';
         return code;
     }
-    return command.fail(code, QStringLiteral("%1: %2").arg(schema, toQs(message).simplified()));
+    return command.fail(code, QStringLiteral("%1: %2").arg(schema, plainMessage(message)));
 }
 
 int runAppendMerit(const QStringList& arguments)

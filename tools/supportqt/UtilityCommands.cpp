@@ -213,7 +213,7 @@ int runRegex(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("regex"), QStringLiteral("PATTERN TEXT [-i] [--json]"),
                         QStringLiteral("Prints the position of the first match of a regular expression in TEXT, or -1, then the\n"
-                                       "whole match and every group of a match from the start of TEXT. Exits with 3 when there\n"
+                                       "whole match and every group of the first match (without -i). Exits with 3 when there\n"
                                        "is no match."));
     command.addOption({QStringLiteral("i"), QStringLiteral("ignore-case")}, QStringLiteral("Ignore case."));
     command.addJsonOption();
@@ -225,7 +225,7 @@ int runRegex(const QStringList& arguments)
     const int position = command.isSet(QStringLiteral("ignore-case")) ? sp_RegexpMatch_i(pattern.constData(), text.constData())
                                                                       : sp_RegexpMatch(pattern.constData(), text.constData());
     YArray<YString> captures;
-    const bool anchored = !command.isSet(QStringLiteral("ignore-case")) &&
+    const bool matched = !command.isSet(QStringLiteral("ignore-case")) &&
                           sp_RegularExpressionMatch(YString(text.constData()), YString(pattern.constData()), &captures);
     if (command.json()) {
         QJsonArray groups;
@@ -234,7 +234,7 @@ int runRegex(const QStringList& arguments)
         printJson(QJsonObject{{QStringLiteral("pattern"), command.positional().at(0)},
                               {QStringLiteral("text"), command.positional().at(1)},
                               {QStringLiteral("position"), position},
-                              {QStringLiteral("matchesAtStart"), anchored},
+                              {QStringLiteral("matched"), matched},
                               {QStringLiteral("captures"), groups}});
         return position >= 0 ? ExitOk : ExitNegative;
     }

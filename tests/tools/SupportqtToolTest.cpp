@@ -1,0 +1,960 @@
+// SupportqtToolTest.cpp - the supportqt tool run as a real process on real files: every subcommand's
+// output and exit code, its JSON against its text, the error paths, the demo, and the pictures looked at
+// in headless Chromium.
+#include "TestHelpers.h"
+
+#include "Help.h"
+#include "Reports.h"
+#include "XMLReport.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <cmath>
+#include <unistd.h>
+
+namespace {
+
+struct Result {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+Result runProgram(const QString& program, const QStringList& arguments, const QString& workingDir = QString(),
+                  const QByteArray& input = QByteArray())
+{
+    QProcess process;
+    if (!workingDir.isEmpty())
+        process.setWorkingDirectory(workingDir);
+    process.start(program, arguments);
+    EXPECT_TRUE(process.waitForStarted(30000)) << program.toStdString();
+    if (!input.isEmpty())
+        process.write(input);
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(120000)) << program.toStdString();
+    Result r;
+    r.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    r.out = QString::fromUtf8(process.readAllStandardOutput());
+    r.err = QString::fromUtf8(process.readAllStandardError());
+    return r;
+}
+
+Result tool(const QStringList& arguments, const QString& workingDir = QString())
+{
+    return runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments, workingDir);
+}
+
+QString example(const QString& relative)
+{
+    return QStringLiteral(SUPPORTQT_EXAMPLES_DIR "/") + relative;
+}
+
+QString data(const QString& relative)
+{
+    return QStringLiteral(SUPPORTQT_TEST_DATA_DIR "/tool/") + relative;
+}
+
+// Parses JSON output with Qt only; for the many runs over the corpus.
+QJsonObject parseJsonQt(const QString& text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
+    return document.object();
+}
+
+// Parses JSON output twice: with python3's json module (which must accept it) and with Qt.
+QJsonObject parseJson(const QString& text)
+{
+    const Result python = runProgram(QStringLiteral("python3"),
+                                     {QStringLiteral("-c"), QStringLiteral("import json,sys; json.load(sys.stdin); print('ok')")},
+                                     QString(), text.toUtf8());
+    EXPECT_EQ(python.code, 0) << python.err.toStdString();
+    EXPECT_EQ(python.out, QStringLiteral("ok\n"));
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
+    return document.object();
+}
+
+QStringList lines(const QString& text)
+{
+    QStringList l = text.split(QLatin1Char('\n'));
+    if (!l.isEmpty() && l.last().isEmpty())
+        l.removeLast();
+    return l;
+}
+
+// Control-statement parameters keyed by name: the order in which they were met does not matter.
+QJsonObject byName(const QJsonArray& params)
+{
+    QJsonObject map;
+    for (const QJsonValue& p : params)
+        map.insert(p["name"].toString(), p);
+    return map;
+}
+
+bool runningAsRoot()
+{
+    return geteuid() == 0;
+}
+
+const QStringList kSubcommands{"netlist", "index", "section", "controls", "results", "validate", "append-merit",
+                               "report", "text", "why", "glob", "regex", "run", "help-url", "demo"};
+
+class Tool : public TempDirTest {
+protected:
+    QString temp(const QString& name) const { return QString::fromStdString(path(name.toStdString())); }
+};
+
+// ---------------------------------------------------------------- the tool as a whole
+
+TEST_F(Tool, HelpListsEverySubcommandAndEachSubcommandHasItsOwnHelp)
+{
+    const Result help = tool({"--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.startsWith("Usage: supportqt [--help] [--version] COMMAND [ARGS] [--json]\n"));
+    for (const QString& name : kSubcommands) {
+        EXPECT_TRUE(help.out.contains("\n  " + name + " ")) << name.toStdString();
+        const Result own = tool({name, "--help"});
+        EXPECT_EQ(own.code, 0) << name.toStdString();
+        EXPECT_TRUE(own.out.startsWith("Usage: supportqt " + name)) << own.out.toStdString();
+        EXPECT_TRUE(own.err.isEmpty()) << own.err.toStdString();
+    }
+    for (const QString& action : {QStringLiteral("detect"), QStringLiteral("convert")}) {
+        const Result own = tool({"text", action, "--help"});
+        EXPECT_EQ(own.code, 0);
+        EXPECT_TRUE(own.out.startsWith("Usage: supportqt text " + action + " FILE")) << own.out.toStdString();
+    }
+}
+
+TEST_F(Tool, VersionAndUsage)
+{
+    const Result version = tool({"--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, QStringLiteral("supportqt " SUPPORTQT_TEST_VERSION "\n"));
+    const Result none = tool({});
+    EXPECT_EQ(none.code, 2);
+    EXPECT_TRUE(none.err.startsWith("Usage: supportqt"));
+}
+
+TEST_F(Tool, UnknownSubcommandListsTheValidOnes)
+{
+    const Result r = tool({"bogus"});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_EQ(r.err, QStringLiteral("supportqt: unknown command 'bogus'; valid commands: ") + kSubcommands.join(", ") + "\n");
+    EXPECT_TRUE(r.out.isEmpty());
+    const Result text = tool({"text", "inspect", "x"});
+    EXPECT_EQ(text.code, 2);
+    EXPECT_EQ(text.err, QStringLiteral("supportqt text: unknown action 'inspect'; valid actions: detect, convert\n"));
+}
+
+TEST_F(Tool, UnknownOptionListsTheValidOnes)
+{
+    const Result r = tool({"netlist", "--bogus", example("netlists/buck_converter.cir")});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_EQ(r.err, QStringLiteral("supportqt netlist: Unknown option 'bogus'; valid options: --help, --dialect, --literal, "
+                                    "--title, --json\n"));
+    const Result missing = tool({"section", data("models.lib")});
+    EXPECT_EQ(missing.code, 2);
+    EXPECT_EQ(missing.err, QStringLiteral("supportqt section: --start and --end are required\n"));
+    const Result notNumber = tool({"section", data("models.lib"), "--start", "x", "--end", "9"});
+    EXPECT_EQ(notNumber.code, 2);
+    EXPECT_EQ(notNumber.err, QStringLiteral("supportqt section: --start takes an integer, not 'x'\n"));
+    const Result surplus = tool({"glob", "a", "b", "c"});
+    EXPECT_EQ(surplus.code, 2);
+    EXPECT_EQ(surplus.err, QStringLiteral("supportqt glob: unexpected argument 'c'; usage: supportqt glob PATTERN TEXT [--json]\n"));
+}
+
+// ---------------------------------------------------------------- error paths of input files
+
+TEST_F(Tool, MissingInputFileIsReportedWithTheFileOpenDiagnosis)
+{
+    const QString missing = temp("missing.cir");
+    for (const QStringList& args : {QStringList{"netlist", missing}, QStringList{"index", missing},
+                                    QStringList{"controls", missing}, QStringList{"results", missing},
+                                    QStringList{"text", "detect", missing}}) {
+        const Result r = tool(args);
+        EXPECT_EQ(r.code, 1) << args.join(' ').toStdString();
+        const QString name = args[0] == "text" ? QStringLiteral("text detect") : args[0];
+        EXPECT_EQ(r.err, "supportqt " + name + ": The file " + missing + " does not exist\n");
+        EXPECT_TRUE(r.out.isEmpty());
+    }
+}
+
+TEST_F(Tool, FolderGivenAsAFile)
+{
+    const QString folder = QString::fromStdString(m_dir);
+    const Result r = tool({"netlist", folder});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt netlist: " + folder + " is a folder, not a file\n");
+    const Result report = tool({"report", "sens", example("results/buck_sensitivity.msw"), "-o", folder});
+    EXPECT_EQ(report.code, 1);
+    EXPECT_EQ(report.err, "supportqt report: " + folder + " is a folder, not a file\n");
+}
+
+TEST_F(Tool, UnreadableFileIsReportedAsLocked)
+{
+    const QString file = temp("secret.cir");
+    writeFileBytes(file.toStdString(), "R1 a b 1k\n");
+    QFile::setPermissions(file, QFileDevice::WriteOwner);
+    Result r;
+    if (runningAsRoot()) {
+        // Root reads anything: the tool runs as an unprivileged user instead.
+        QFile::setPermissions(QString::fromStdString(m_dir), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                                                                 QFileDevice::ExeOther | QFileDevice::ExeGroup);
+        const QString setpriv = QStandardPaths::findExecutable("setpriv");
+        ASSERT_FALSE(setpriv.isEmpty()) << "setpriv is needed to test permissions as root";
+        r = runProgram(setpriv, {"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH, "netlist", file});
+    } else {
+        r = tool({"netlist", file});
+    }
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt netlist: The file " + file +
+                         " cannot be opened for read; either it is locked by another process or there is insufficient privilege\n");
+}
+
+TEST_F(Tool, MalformedResultsFileSaysItDoesNotLoadAndWritesNothing)
+{
+    const QString out = temp("report.html");
+    const Result r = tool({"report", "sens", data("malformed.msw"), "-o", out});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt report: the results file " + data("malformed.msw") +
+                         " does not load: it is not well-formed XML of a version 1.0 results file, or a file it appends cannot be read\n");
+    EXPECT_FALSE(QFile::exists(out));
+    const Result results = tool({"results", data("malformed.msw")});
+    EXPECT_EQ(results.code, 1);
+    EXPECT_TRUE(results.err.contains("does not load"));
+    EXPECT_TRUE(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden).isEmpty());
+}
+
+// ---------------------------------------------------------------- netlist, index, section
+
+TEST_F(Tool, NetlistShowsTheLogicalLinesAndWhatTheReaderLearned)
+{
+    const QString file = example("netlists/buck_converter.cir");
+    const Result r = tool({"netlist", file});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    ASSERT_EQ(l.size(), 22);
+    EXPECT_EQ(l[0], "     1  Synchronous buck converter, 12 V to 3.3 V at 500 kHz");
+    EXPECT_EQ(l[1], "     4  VIN in 0 DC 12");
+    EXPECT_EQ(l[5], "     8  C1 out 0 22u  IC=3.3");
+    EXPECT_EQ(l[6], "    10  RLOAD out 0 1.65 ");
+    EXPECT_EQ(l[17], "    24  .end");
+    // Without --title the first line is a logical line, so the directive after it comes too late.
+    EXPECT_EQ(l.mid(18), (QStringList{"dialect: native", "separator: $", "hierarchy: no", "encoding: ASCII"}));
+    const Result titled = tool({"netlist", file, "--title"});
+    const QStringList t = lines(titled.out);
+    EXPECT_EQ(t[0], "title: Synchronous buck converter, 12 V to 3.3 V at 500 kHz");
+    EXPECT_EQ(t[1], "     4  VIN in 0 DC 12");
+    EXPECT_EQ(t.mid(t.size() - 4), (QStringList{"dialect: native", "separator: .", "hierarchy: no", "encoding: ASCII"}));
+}
+
+TEST_F(Tool, NetlistDialectsDirectivesAndEncoding)
+{
+    const QString file = temp("amp.sp");
+    writeFileBytes(file.toStdString(), "* amplifier\n*#HSPICE\n*#hierarchy\nR1 a b 1k $ load \xC3\xA9\n+ m=2\n.end\n");
+    const Result r = tool({"netlist", file});
+    ASSERT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, QStringLiteral("     4  R1 a b 1k   m=2\n     6  .end\ndialect: hspice\nseparator: \nhierarchy: yes\nencoding: UTF-8\n"));
+    const Result pspice = tool({"netlist", file, "--dialect", "pspice"});
+    EXPECT_EQ(pspice.code, 0);
+    EXPECT_TRUE(pspice.out.contains("dialect: hspice\n"));
+    const Result bad = tool({"netlist", file, "--dialect", "spectre"});
+    EXPECT_EQ(bad.code, 2);
+    EXPECT_EQ(bad.err, QStringLiteral("supportqt netlist: unknown dialect 'spectre'; valid dialects: native, pspice, hspice\n"));
+}
+
+TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
+{
+    for (const QStringList& extra : {QStringList{}, QStringList{"--title"}, QStringList{"--literal"}}) {
+        const QString file = example("netlists/buck_converter.cir");
+        const Result text = tool(QStringList{"netlist", file} + extra);
+        const Result json = tool(QStringList{"netlist", file, "--json"} + extra);
+        ASSERT_EQ(json.code, 0);
+        const QJsonObject o = parseJson(json.out);
+        QStringList rebuilt;
+        if (extra.contains("--title"))
+            rebuilt << "title: " + o["title"].toString();
+        for (const QJsonValue& v : o["lines"].toArray()) {
+            rebuilt << QStringLiteral("%1  %2").arg(v["line"].toInt(), 6).arg(v["text"].toString());
+            for (const QJsonValue& literal : v["literal"].toArray())
+                rebuilt << "      | " + literal.toString();
+        }
+        rebuilt << "dialect: " + o["dialect"].toString() << "separator: " + o["separator"].toString()
+                << QStringLiteral("hierarchy: ") + (o["hierarchy"].toBool() ? "yes" : "no") << "encoding: " + o["encoding"].toString();
+        EXPECT_EQ(rebuilt, lines(text.out)) << extra.join(' ').toStdString();
+        EXPECT_EQ(o["reader"].toString(), extra.contains("--literal") ? "NewSpiceStream" : "SpiceStream");
+    }
+}
+
+TEST_F(Tool, LiteralReaderKeepsTheCommentsAndTheSourceText)
+{
+    const QString file = temp("lit.cir");
+    writeFileBytes(file.toStdString(), "title\nR1 a b 1k ; note\n+ tc=1\n* comment\nC1 a 0 1p\n");
+    const Result r = tool({"netlist", file, "--literal", "--json"});
+    ASSERT_EQ(r.code, 0);
+    const QJsonArray l = parseJson(r.out)["lines"].toArray();
+    ASSERT_EQ(l.size(), 4);
+    EXPECT_EQ(l[1]["text"].toString(), "R1 a b 1k   tc=1");
+    EXPECT_EQ(l[1]["line"].toInt(), 2);
+    EXPECT_EQ(l[1]["literal"].toArray().toVariantList(), (QVariantList{"R1 a b 1k ; note", "+ tc=1"}));
+    EXPECT_EQ(l[2]["text"].toString(), "* comment");
+}
+
+TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
+{
+    const Result r = tool({"index", data("models.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral(
+                         "kind     name                             start        end     line  line-offset\n"
+                         ".model   DFAST                                43         93        2            1\n"
+                         ".model   QSW                                  93        126        4            3\n"
+                         ".subckt  OPAMP                               127        211        6            5\n"
+                         ".subckt  GATE_DRV                            238        318       11           10\n"
+                         "4 definitions\n"));
+    const QJsonArray defs = parseJson(tool({"index", data("models.lib"), "--json"}).out)["definitions"].toArray();
+    ASSERT_EQ(defs.size(), 4);
+    EXPECT_EQ(defs[3].toObject(), (QJsonObject{{"kind", ".subckt"}, {"name", "GATE_DRV"}, {"start", 238}, {"end", 318},
+                                               {"line", 11}, {"lineOffset", 10}}));
+
+    const Result section = tool({"section", data("models.lib"), "--start", "238", "--end", "318", "--line-offset", "10"});
+    ASSERT_EQ(section.code, 0) << section.err.toStdString();
+    EXPECT_EQ(section.out, QStringLiteral("    11  .SUBCKT GATE_DRV in out  params: delay=10n\n    13  X1 in mid OPAMP\n"
+                                          "    14  R2 mid out 10\n    15  .ENDS\n"));
+    const Result renamed = tool({"section", data("models.lib"), "--start", "43", "--end", "93", "--line-offset", "1",
+                                 "--name", "DSLOW", "--json"});
+    const QJsonArray l = parseJson(renamed.out)["lines"].toArray();
+    ASSERT_EQ(l.size(), 1);
+    EXPECT_EQ(l[0]["line"].toInt(), 2);
+    EXPECT_EQ(l[0]["text"].toString(), ".model DSLOW  D (IS=1e-14 RS=0.05  CJO=12p TT=5n)");
+}
+
+TEST_F(Tool, SectionPastTheEndOfTheFileGivesNoLines)
+{
+    const Result r = tool({"section", data("models.lib"), "--start", "5000", "--end", "6000"});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, QString());
+    const Result reversed = tool({"section", data("models.lib"), "--start", "93", "--end", "43"});
+    EXPECT_EQ(reversed.code, 0);
+}
+
+TEST_F(Tool, CorpusLibrariesIndexAndReadBack)
+{
+    const QString corpus = QStringLiteral(SUPPORTQT_CORPUS_DIR "/netlists");
+    if (!QDir(corpus).exists())
+        GTEST_SKIP() << "the shared netlist corpus is absent (" << corpus.toStdString() << ")";
+    int libraries = 0, checked = 0;
+    QDirIterator it(corpus, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString file = it.next();
+        const Result netlist = tool({"netlist", file});
+        EXPECT_EQ(netlist.code, 0) << file.toStdString();
+        const Result index = tool({"index", file, "--json"});
+        ASSERT_EQ(index.code, 0) << file.toStdString();
+        const QJsonArray defs = parseJsonQt(index.out)["definitions"].toArray();
+        if (defs.isEmpty())
+            continue;
+        ++libraries;
+        // The first and the last definition of each library read back through the section reader.
+        for (const QJsonValue& d : {defs.first(), defs.last()}) {
+            const Result section = tool({"section", file, "--start", QString::number(d["start"].toInt()), "--end",
+                                         QString::number(d["end"].toInt()), "--line-offset",
+                                         QString::number(d["lineOffset"].toInt()), "--json"});
+            ASSERT_EQ(section.code, 0);
+            const QJsonArray l = parseJsonQt(section.out)["lines"].toArray();
+            ASSERT_FALSE(l.isEmpty()) << file.toStdString() << " " << d["name"].toString().toStdString();
+            const QString first = l[0]["text"].toString();
+            EXPECT_TRUE(first.startsWith(d["kind"].toString(), Qt::CaseInsensitive)) << first.toStdString();
+            EXPECT_TRUE(first.mid(d["kind"].toString().size()).trimmed().startsWith(d["name"].toString()))
+                << first.toStdString();
+            EXPECT_EQ(l[0]["line"].toInt(), d["line"].toInt()) << file.toStdString();
+            ++checked;
+        }
+    }
+    EXPECT_GT(libraries, 0);
+    std::printf("%d corpus libraries, %d definitions read back\n", libraries, checked);
+}
+
+// ---------------------------------------------------------------- controls
+
+TEST_F(Tool, ControlsShowsTheSettingsAndWritesThemBack)
+{
+    const Result r = tool({"controls", example("netlists/buck_converter.cir"), "--compile"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    EXPECT_EQ(l[0], "name                                 type     given  value");
+    EXPECT_TRUE(l.contains("TSTOP                                real     yes    0.002"));
+    EXPECT_TRUE(l.contains("TRIG_GATE                            text     yes    gate_hi"));
+    EXPECT_TRUE(l.contains("PSP_NPT                              integer  yes    100"));
+    EXPECT_TRUE(l.contains("POP_SHOWDATA                         flag     yes    true"));
+    EXPECT_TRUE(l.contains("PPT_STOP_TIME                        real     no     "));
+    EXPECT_TRUE(l.contains("  .ac     present  commented out"));
+    EXPECT_TRUE(l.contains("  .pop    present  enabled"));
+    const int written = l.indexOf("written back:");
+    ASSERT_GT(written, 0);
+    const int kept = l.indexOf("kept for the main simulator:");
+    EXPECT_EQ(l[kept + 1], "  .tran 10n 2m 1m");
+    EXPECT_EQ(l.mid(written + 1), (QStringList{"*.ac DEC 20 100 1meg", ".print", "+ ALL", ".options", "+ PSP_NPT=101",
+                                               "+ POP_ITRMAX=30", "+ POP_OUTPUT_CYCLES=5", "+ POP_SHOWDATA",
+                                               "+ SNAPSHOT_INTVL=0", "+ MIN_AVG_TOPOLOGY_DUR=1e-18",
+                                               "+ AVG_TOPOLOGY_DUR_MEASUREMENT_WINDOW=128", ".pop", "+ TRIG_GATE=gate_hi",
+                                               "+ TRIG_COND=0_TO_1", "+ MAX_PERIOD=2.2u", "+ CONVERGENCE=10f",
+                                               "+ CYCLES_BEFORE_LAUNCH=5", "+ TD_RUN_AFTER_POP_FAILS=-1", ".tran 2m 1m"}));
+
+    // What was written back reads to the same settings.
+    const QString block = temp("controls.cir");
+    QStringList back = l.mid(written + 1);
+    writeFileBytes(block.toStdString(), (back.join('\n') + '\n').toStdString());
+    const QJsonObject first = parseJson(tool({"controls", example("netlists/buck_converter.cir"), "--json"}).out);
+    const QJsonObject second = parseJson(tool({"controls", block, "--block", "--json"}).out);
+    EXPECT_EQ(byName(first["params"].toArray()), byName(second["params"].toArray()));
+    EXPECT_EQ(first["statements"], second["statements"]);
+}
+
+TEST_F(Tool, ControlsJsonCarriesTheSameValuesAsTheText)
+{
+    const Result text = tool({"controls", example("netlists/buck_converter.cir"), "--compile"});
+    const QJsonObject o = parseJson(tool({"controls", example("netlists/buck_converter.cir"), "--compile", "--json"}).out);
+    const QJsonArray params = o["params"].toArray();
+    ASSERT_EQ(params.size(), 48);
+    const QStringList l = lines(text.out);
+    for (int i = 0; i < params.size(); ++i) {
+        const QJsonObject p = params[i].toObject();
+        const QString row = l[i + 1];
+        EXPECT_EQ(row.left(36).trimmed(), p["name"].toString());
+        EXPECT_EQ(row.mid(37, 8).trimmed(), p["type"].toString());
+        EXPECT_EQ(row.mid(46, 5).trimmed(), p["given"].toBool() ? "yes" : "no");
+        const QString value = row.mid(53);
+        const QJsonValue v = p["value"];
+        if (v.isNull())
+            EXPECT_EQ(value, QString());
+        else if (v.isBool())
+            EXPECT_EQ(value, v.toBool() ? "true" : "false");
+        else if (v.isString())
+            EXPECT_EQ(value, v.toString());
+        else
+            EXPECT_EQ(value.toDouble(), v.toDouble()) << p["name"].toString().toStdString();
+    }
+    EXPECT_TRUE(text.out.endsWith("written back:\n" + o["compiled"].toString()));
+    EXPECT_EQ(o["kept"].toObject()["main"].toString(), ".tran 10n 2m 1m\n");
+}
+
+// ---------------------------------------------------------------- results, validate, append-merit
+
+TEST_F(Tool, ResultsSummaryWithStatistics)
+{
+    const Result r = tool({"results", data("stats.msw")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    EXPECT_EQ(l.mid(0, 8), (QStringList{"file: " + data("stats.msw"), "title: four runs", "date: 2026-11-22",
+                                        "analysis: .mc 4 tran", "group: g1", "cores: 2", "runs: 4",
+                                        "parameters: R1.R, C1.C"}));
+    const QStringList vmax = l[11].split(' ', Qt::SkipEmptyParts);
+    // Values 2, 1, 4 and 9: mean 4, sample deviation sqrt(38/3), skewness 22.5 / 9.5^1.5, kurtosis 180.5 / 90.25 - 3.
+    ASSERT_EQ(vmax.size(), 10);
+    EXPECT_EQ(vmax.mid(0, 3), (QStringList{"vmax", "4", "4"}));
+    EXPECT_DOUBLE_EQ(vmax[3].toDouble(), std::sqrt(38.0 / 3.0));
+    EXPECT_EQ(vmax.mid(4, 2), (QStringList{"1", "9"}));
+    EXPECT_NEAR(vmax[6].toDouble(), 22.5 / std::pow(9.5, 1.5), 1e-15);
+    EXPECT_NEAR(vmax[7].toDouble(), -1.0, 1e-15);
+    EXPECT_EQ(vmax.mid(8), (QStringList{"2", "max(v(out))"}));
+    const QStringList vmin = l[12].split(' ', Qt::SkipEmptyParts);
+    EXPECT_EQ(vmin, (QStringList{"vmin", "4", "-1", "0", "-1", "-1", "n/a", "n/a", "-1", "min(v(out))"}));
+    const int runs = l.indexOf("runs:");
+    EXPECT_EQ(l.mid(runs + 1, 6), (QStringList{"case 1: Run=1  seed 11",
+                                               "  vmax           value 2  delta 0  norm 0  valid",
+                                               "  vmin           value -1  delta 0  norm 0  valid",
+                                               "case 2: Run=2  seed 12",
+                                               "  vmax           value 1  delta -1  norm -100  valid",
+                                               "  vmin           value -1  delta 0  norm -0  valid"}));
+    EXPECT_TRUE(l.contains("case 3: third  seed 13"));
+    EXPECT_TRUE(l.contains("case 4: Ref: C1  seed 14"));
+    EXPECT_TRUE(l.contains("  parameter C1.C nominal 1e-09 used 1.1e-09"));
+    EXPECT_TRUE(l.contains("  parameter R1.R nominal 1000 used 990 tolerance 0.05"));
+
+    const Result statsOnly = tool({"results", data("stats.msw"), "--stats-only"});
+    EXPECT_EQ(lines(statsOnly.out), l.mid(0, 13));
+}
+
+TEST_F(Tool, ResultsJsonCarriesTheSameValuesAsTheText)
+{
+    for (const QString& file : {data("stats.msw"), example("results/buck_sensitivity.msw"), example("results/buck_montecarlo.msw")}) {
+        const QStringList l = lines(tool({"results", file}).out);
+        const QJsonObject o = parseJson(tool({"results", file, "--json"}).out);
+        EXPECT_EQ("title: " + o["header"]["title"].toString(), l[1]);
+        EXPECT_EQ(QStringLiteral("runs: %1").arg(o["runCount"].toInt()), l[6]);
+        const QJsonArray merits = o["meritFunctions"].toArray();
+        for (int m = 0; m < merits.size(); ++m) {
+            const QStringList cells = l[11 + m].split(' ', Qt::SkipEmptyParts);
+            const QJsonObject s = merits[m]["statistics"].toObject();
+            EXPECT_EQ(cells[0], merits[m]["name"].toString());
+            EXPECT_EQ(cells[1].toInt(), s["count"].toInt());
+            int column = 2;
+            for (const char* key : {"mean", "stddev", "min", "max", "skewness", "kurtosis", "nominal"}) {
+                const QJsonValue v = s[QLatin1String(key)];
+                if (v.isNull())
+                    EXPECT_EQ(cells[column], "n/a") << key;
+                else
+                    EXPECT_EQ(cells[column].toDouble(), v.toDouble()) << key << " of " << cells[0].toStdString();
+                ++column;
+            }
+        }
+        // Every run's values as the text shows them.
+        const QJsonArray runs = o["runs"].toArray();
+        int at = l.indexOf("runs:") + 1;
+        for (const QJsonValue& run : runs) {
+            EXPECT_TRUE(l[at].startsWith(QStringLiteral("case %1: ").arg(run["case"].toInt()))) << l[at].toStdString();
+            ++at;
+            for (const QJsonValue& v : run["values"].toArray()) {
+                const QStringList cells = l[at++].split(' ', Qt::SkipEmptyParts);
+                EXPECT_EQ(cells[2].toDouble(), v["value"].toDouble());
+                EXPECT_EQ(cells[4].toDouble(), v["delta"].toDouble());
+                EXPECT_EQ(cells[6].toDouble(), v["norm"].toDouble());
+                EXPECT_EQ(cells.mid(7).join(' '), v["status"].toString());
+            }
+            at += run["parameters"].toArray().size();
+        }
+        EXPECT_EQ(at, l.size());
+    }
+}
+
+TEST_F(Tool, ProgressLineOnlyOnATerminalAndOnlyForLargeFiles)
+{
+    // A results file of 10,001 runs, written by the library.
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.meritFunctions.at(0).name = "m";
+    for (int c = 1; c <= 10001; ++c) {
+        XMLReportInfo info(c);
+        info.values.at(0).value = c;
+        table.insert(info);
+    }
+    const QString big = temp("big.msw");
+    ASSERT_TRUE(sp_WriteMswFile(toYs(big), table, header));
+    const Result plain = tool({"results", big, "--stats-only"});
+    EXPECT_EQ(plain.code, 0);
+    EXPECT_TRUE(plain.err.isEmpty());
+    // Under a pseudo-terminal (script) standard error is a terminal.
+    const QString script = QStandardPaths::findExecutable("script");
+    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
+    const Result onTerminal = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, big), "/dev/null"});
+    EXPECT_EQ(onTerminal.code, 0);
+    EXPECT_TRUE(onTerminal.out.contains("supportqt: reading " + big + " (10001 runs) ... 0 s")) << onTerminal.out.toStdString();
+    EXPECT_TRUE(onTerminal.out.contains("runs: 10001"));
+    const Result small = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, data("stats.msw")), "/dev/null"});
+    EXPECT_FALSE(small.out.contains("supportqt: reading"));
+}
+
+TEST_F(Tool, ValidateAgainstTheInstalledSchema)
+{
+    for (const char* name : {"results/buck_sensitivity.msw", "results/buck_montecarlo.msw", "results/buck_worstcase.msw"}) {
+        const Result r = tool({"validate", example(name)});
+        EXPECT_EQ(r.code, 0) << r.out.toStdString() << r.err.toStdString();
+        EXPECT_EQ(r.out, example(name) + ": valid\n");
+    }
+    const Result bad = tool({"validate", data("breaks_schema.msw")});
+    EXPECT_EQ(bad.code, 3);
+    EXPECT_EQ(bad.out, data("breaks_schema.msw") + ": not valid: Content of attribute value does not match its type "
+                                                   "definition: String content is not listed in the enumeration facet..\n");
+    const QJsonObject o = parseJson(tool({"validate", data("breaks_schema.msw"), "--json"}).out);
+    EXPECT_EQ(o["status"].toInt(), 1);
+    EXPECT_EQ(o["verdict"].toString(), "not valid");
+    EXPECT_EQ(data("breaks_schema.msw") + ": not valid: " + o["message"].toString() + "\n", bad.out);
+    // xmllint agrees.
+    EXPECT_EQ(runProgram("xmllint", {"--noout", "--schema", SUPPORTQT_SCHEMA_DIR "/msw.xsd", data("stats.msw")}).code, 0);
+    EXPECT_NE(runProgram("xmllint", {"--noout", "--schema", SUPPORTQT_SCHEMA_DIR "/msw.xsd", data("breaks_schema.msw")}).code, 0);
+
+    const QString notSchema = temp("not.xsd");
+    writeFileBytes(notSchema.toStdString(), "<nothing/>");
+    const Result badSchema = tool({"validate", data("stats.msw"), "--schema", notSchema});
+    EXPECT_EQ(badSchema.code, 1);
+    EXPECT_TRUE(badSchema.err.startsWith("supportqt validate: " + notSchema + ": ")) << badSchema.err.toStdString();
+    const Result noSchema = tool({"validate", data("stats.msw"), "--schema", temp("none.xsd")});
+    EXPECT_EQ(noSchema.code, 1);
+    EXPECT_EQ(noSchema.err, "supportqt validate: The file " + temp("none.xsd") + " does not exist\n");
+}
+
+TEST_F(Tool, AppendMeritAddsAFunctionOrLeavesTheFileAsItWas)
+{
+    const QString file = temp("sens.msw");
+    ASSERT_TRUE(QFile::copy(example("results/buck_sensitivity.msw"), file));
+    QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner);
+    const QString csv = temp("loss.csv");
+    writeFileBytes(csv.toStdString(), "case,value\n1,0.5\n2,0.51\n3,0.49\n4,0.5\n5,0.5\n6,0.52\n7,0.48\n8,0.5\n");
+    const Result r = tool({"append-merit", file, "--value", "avg(p(S1))", "--name", "loss", "--data", csv});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, "added merit function loss with 8 values to " + file + "\n");
+    const QJsonObject o = parseJson(tool({"results", file, "--json"}).out);
+    const QJsonArray merits = o["meritFunctions"].toArray();
+    ASSERT_EQ(merits.size(), 5);
+    EXPECT_EQ(merits[4]["name"].toString(), "loss");
+    EXPECT_EQ(merits[4]["value"].toString(), "avg(p(S1))");
+    EXPECT_EQ(merits[4]["statistics"]["nominal"].toDouble(), 0.5);
+    EXPECT_EQ(merits[4]["statistics"]["max"].toDouble(), 0.52);
+    EXPECT_EQ(runProgram("xmllint", {"--noout", "--schema", SUPPORTQT_SCHEMA_DIR "/msw.xsd", file}).code, 0);
+
+    const std::string before = readFileBytes(file.toStdString());
+    const QString missingCase = temp("missing.csv");
+    writeFileBytes(missingCase.toStdString(), "1,1\n99,2\n");
+    const Result missing = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", missingCase});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_EQ(missing.err, "supportqt append-merit: case 99 is not in " + file + "\n");
+    const QString twice = temp("twice.csv");
+    writeFileBytes(twice.toStdString(), "1,1\n1,2\n");
+    const Result duplicate = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", twice});
+    EXPECT_EQ(duplicate.code, 1);
+    EXPECT_EQ(duplicate.err, "supportqt append-merit: " + twice + " line 2: case 1 is given twice\n");
+    const QString garbage = temp("garbage.csv");
+    writeFileBytes(garbage.toStdString(), "1,1\n2,abc\n");
+    const Result bad = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", garbage});
+    EXPECT_EQ(bad.code, 1);
+    EXPECT_EQ(bad.err, "supportqt append-merit: " + garbage + " line 2: expected \"case,value\", found \"2,abc\"\n");
+    const Result noData = tool({"append-merit", file, "--value", "x", "--name", "x"});
+    EXPECT_EQ(noData.code, 2);
+    EXPECT_EQ(noData.err, QStringLiteral("supportqt append-merit: --data is required\n"));
+    EXPECT_EQ(readFileBytes(file.toStdString()), before);
+    EXPECT_EQ(QFile::permissions(file) & (QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther),
+              QFile::ReadOwner | QFile::WriteOwner);
+}
+
+// ---------------------------------------------------------------- reports and charts
+
+TEST_F(Tool, ReportsAreTheLibrarysOwn)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(toYs(results), &table, &header));
+
+    const Result sens = tool({"report", "sens", results, "-o", temp("sens.html"), "--sort", "4"});
+    ASSERT_EQ(sens.code, 0) << sens.err.toStdString();
+    EXPECT_EQ(sens.out, "wrote " + temp("sens.html") + "\n");
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(toYs(temp("direct.html")), YString(), table, header, 4));
+    EXPECT_EQ(readFileBytes(path("sens.html")), readFileBytes(path("direct.html")));
+
+    const Result csv = tool({"report", "csv", results, "-o", temp("sens.csv"), "--sort", "1"});
+    ASSERT_EQ(csv.code, 0);
+    YArray<YString> csvLines;
+    sp_BuildCsvSensitivityReport(&csvLines, table, header, 1);
+    std::string expected;
+    for (const YString& line : csvLines)
+        expected += line.str() + "\n";
+    EXPECT_EQ(readFileBytes(path("sens.csv")), expected);
+    // python's csv module reads one header row and one row per run, each as wide as the header.
+    const Result rows = runProgram("python3", {"-c", "import csv,sys; r=list(csv.reader(open(sys.argv[1]))); "
+                                                     "print(len(r), len({len(x) for x in r}))", temp("sens.csv")});
+    EXPECT_EQ(rows.out, QStringLiteral("%1 1\n").arg(table.count() + 1));
+
+    const QString mc = example("results/buck_montecarlo.msw");
+    YHashTable<XMLReportInfo> mcTable;
+    XMLReportHeader mcHeader;
+    ASSERT_TRUE(sp_CompileSensReportData(toYs(mc), &mcTable, &mcHeader));
+    ASSERT_EQ(tool({"report", "mc", mc, "-o", temp("mc.html")}).code, 0);
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(toYs(temp("mc-direct.html")), YString(), mcTable, mcHeader));
+    EXPECT_EQ(readFileBytes(path("mc.html")), readFileBytes(path("mc-direct.html")));
+
+    const QString css = temp("style.css");
+    writeFileBytes(css.toStdString(), "body { color: navy; }\n");
+    ASSERT_EQ(tool({"report", "wc", example("results/buck_worstcase.msw"), "-o", temp("wc.html"), "--style", css}).code, 0);
+    EXPECT_NE(readFileBytes(path("wc.html")).find("body { color: navy; }"), std::string::npos);
+    EXPECT_EQ(QFile::permissions(temp("wc.html")) & (QFile::ReadOwner | QFile::ReadOther), QFile::ReadOwner | QFile::ReadOther);
+}
+
+TEST_F(Tool, ReportUsageErrors)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    const Result kind = tool({"report", "pdf", results, "-o", temp("x")});
+    EXPECT_EQ(kind.code, 2);
+    EXPECT_EQ(kind.err, QStringLiteral("supportqt report: unknown report 'pdf'; valid reports: mc, wc, sens, csv\n"));
+    const Result noOut = tool({"report", "sens", results});
+    EXPECT_EQ(noOut.code, 2);
+    EXPECT_EQ(noOut.err, QStringLiteral("supportqt report: -o OUT is required\n"));
+    const Result sort = tool({"report", "sens", results, "-o", temp("x"), "--sort", "14"});
+    EXPECT_EQ(sort.code, 2);
+    EXPECT_EQ(sort.err, QStringLiteral("supportqt report: --sort takes a column from 0 to 13 for this file\n"));
+    const Result chart = tool({"report", "wc", results, "-o", temp("x"), "--chart", temp("c.svg")});
+    EXPECT_EQ(chart.code, 2);
+    EXPECT_EQ(chart.err, QStringLiteral("supportqt report: --chart goes with the sens and mc reports\n"));
+    const Result style = tool({"report", "sens", results, "-o", temp("x"), "--style", temp("none.css")});
+    EXPECT_EQ(style.code, 1);
+    EXPECT_EQ(style.err, "supportqt report: The file " + temp("none.css") + " does not exist\n");
+    const Result noDir = tool({"report", "sens", results, "-o", temp("no/such/dir/x.html")});
+    EXPECT_EQ(noDir.code, 1);
+    EXPECT_TRUE(noDir.err.startsWith("supportqt report: ")) << noDir.err.toStdString();
+    EXPECT_FALSE(QFile::exists(temp("x")));
+}
+
+// Checks an SVG with python3: it parses as XML, and no two texts overlap, each text's box estimated
+// from its font size, anchor and length (0.6 em per character, one em high).
+void expectReadableSvg(const QString& file, int minTexts)
+{
+    static const char kCheck[] = R"(
+import sys, xml.etree.ElementTree as ET
+ns = '{http://www.w3.org/2000/svg}'
+root = ET.parse(sys.argv[1]).getroot()
+assert root.tag == ns + 'svg', root.tag
+boxes = []
+for t in root.iter(ns + 'text'):
+    size = float(t.get('font-size')); x = float(t.get('x')); y = float(t.get('y'))
+    w = 0.6 * size * len(t.text or '')
+    left = {'start': x, 'middle': x - w / 2, 'end': x - w}[t.get('text-anchor')]
+    boxes.append((left, y - 0.8 * size, left + w, y + 0.2 * size, t.text))
+clashes = [(a[4], b[4]) for i, a in enumerate(boxes) for b in boxes[i + 1:]
+           if a[0] < b[2] and b[0] < a[2] and a[1] < b[3] and b[1] < a[3]]
+print(len(boxes), len(clashes), clashes[:3])
+)";
+    const Result r = runProgram("python3", {"-c", kCheck, file});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList fields = r.out.split(' ');
+    EXPECT_GE(fields[0].toInt(), minTexts) << r.out.toStdString();
+    EXPECT_EQ(fields[1], "0") << file.toStdString() << ": " << r.out.toStdString();
+}
+
+TEST_F(Tool, ChartsOfFiftyBarsHaveNoOverlappingText)
+{
+    // A sensitivity run of 50 parameters with long names, and a Monte Carlo run of 2,500 runs (50 bins).
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    header.title = "fifty";
+    header.meritFunctions.at(0).name = "gain";
+    header.meritFunctions.at(0).value = "max(v(out))/max(v(in))";
+    header.meritFunctions.at(1).name = "bandwidth";
+    XMLReportInfo nominal(1);
+    nominal.values.at(0).value = 10.0;
+    nominal.values.at(1).value = 1e6;
+    table.insert(nominal);
+    for (int p = 0; p < 50; ++p) {
+        XMLReportInfo run(p + 2);
+        run.name = YString(QStringLiteral("Refdes:R%1_a_rather_long_reference_designator/DevParam:R").arg(p).toUtf8().constData());
+        run.hasName = true;
+        run.values.at(0).value = 10.0 * (1.0 + (p - 25) * 0.0004);
+        run.values.at(1).value = 1e6 * (1.0 - p * 0.0001);
+        XMLParameterValue& param = run.parameters.at(0);
+        param.name = "R.R";
+        param.nominal = 1000.0;
+        param.usedValue = 1010.0;
+        table.insert(run);
+    }
+    const QString sens = temp("fifty.msw");
+    ASSERT_TRUE(sp_WriteMswFile(toYs(sens), table, header));
+    ASSERT_EQ(tool({"report", "sens", sens, "-o", temp("fifty.html"), "--chart", temp("tornado.svg")}).code, 0);
+    expectReadableSvg(temp("tornado.svg"), 2 * 50 * 2);
+
+    YHashTable<XMLReportInfo> mc;
+    for (int c = 1; c <= 2500; ++c) {
+        XMLReportInfo run(c);
+        run.values.at(0).value = std::sin(c * 0.37) * 3.0 + std::cos(c * 0.11);
+        run.values.at(1).value = 1e6 + c;
+        mc.insert(run);
+    }
+    const QString mcFile = temp("mc.msw");
+    ASSERT_TRUE(sp_WriteMswFile(toYs(mcFile), mc, header));
+    const Result r = tool({"report", "mc", mcFile, "-o", temp("mc.html"), "--chart", temp("histogram.svg")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, "wrote " + temp("mc.html") + "\nwrote " + temp("histogram.svg") + "\n");
+    expectReadableSvg(temp("histogram.svg"), 2 * 10);
+    EXPECT_NE(readFileBytes(path("histogram.svg")).find("value (50 bins)"), std::string::npos);
+}
+
+// Takes a screenshot of a page with headless Chromium and checks that it shows something: more than
+// one colour and a fair share of pixels that are not the background.
+void expectVisible(const QString& page, const QString& screenshot)
+{
+    const QString chromium = QStandardPaths::findExecutable("chromium");
+    ASSERT_FALSE(chromium.isEmpty()) << "chromium is installed by scripts/deps";
+    const Result r = runProgram(chromium, {"--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+                                           "--window-size=1000,800", "--screenshot=" + screenshot,
+                                           QUrl::fromLocalFile(page).toString()});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    QImage image(screenshot);
+    ASSERT_FALSE(image.isNull()) << screenshot.toStdString();
+    const QRgb background = image.pixel(image.width() - 1, image.height() - 1);
+    long long differing = 0;
+    for (int y = 0; y < image.height(); y += 2)
+        for (int x = 0; x < image.width(); x += 2)
+            differing += image.pixel(x, y) != background;
+    const double share = static_cast<double>(differing) / (image.width() / 2 * image.height() / 2);
+    EXPECT_GT(share, 0.005) << page.toStdString() << " looks blank";
+}
+
+// ---------------------------------------------------------------- the demo
+
+TEST_F(Tool, DemoRunsTheTypicalRequestAndItsPicturesShow)
+{
+    const QString out = temp("demo-out");
+    const Result r = tool({"demo", "-o", out});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    EXPECT_EQ(l[0], "1. Read the netlist " + example("netlists/buck_converter.cir"));
+    EXPECT_EQ(l[1], "   title \"Synchronous buck converter, 12 V to 3.3 V at 500 kHz\"; 17 logical lines from 24 physical "
+                    "lines (the last starts on line 24)");
+    EXPECT_EQ(l[2], "   hierarchy separator \".\" set by a *# directive; plain ASCII");
+    EXPECT_TRUE(l[3].startsWith("2. Parsed the switching simulator's statements: 31 of 48 settings given or defaulted "
+                                "(TSTOP=0.002, TRIG_GATE=gate_hi, PSP_NPT=100, POP_ITRMAX=30)")) << l[3].toStdString();
+    EXPECT_EQ(l[4], "   .tran active, .ac commented out, .pop active; lines kept for the main simulator: 1");
+    EXPECT_TRUE(r.out.contains("3. Read the sensitivity results " + example("results/buck_sensitivity.msw") + ": 8 runs, 4 merit functions\n"));
+    EXPECT_TRUE(r.out.contains("   ripple: most sensitive to Ref: L1 (normalised -0.99"));
+    EXPECT_TRUE(r.out.contains("4. Read the Monte Carlo results " + example("results/buck_montecarlo.msw") + ": 400 runs\n"));
+    EXPECT_TRUE(r.out.contains("5. Read the worst-case results " + example("results/buck_worstcase.msw") + ": 9 runs\n"));
+    const QStringList outputs{"controls.cir", "sensitivity.html", "sensitivity.csv", "sensitivity_tornado.svg",
+                              "montecarlo.html", "montecarlo_histogram.svg", "worstcase.html"};
+    EXPECT_EQ(l.mid(l.size() - 8), QStringList{"Outputs are in " + out + ":"} + [&] {
+        QStringList indented;
+        for (const QString& o : outputs)
+            indented << "  " + o;
+        return indented;
+    }());
+    for (const QString& o : outputs)
+        EXPECT_TRUE(QFile::exists(out + "/" + o)) << o.toStdString();
+    EXPECT_EQ(QDir(out).entryList(QDir::Files | QDir::Hidden).size(), outputs.size());
+
+    // The statements written back read to the settings of the netlist.
+    const QJsonObject fromNetlist = parseJson(tool({"controls", example("netlists/buck_converter.cir"), "--json"}).out);
+    const QJsonObject fromBack = parseJson(tool({"controls", out + "/controls.cir", "--block", "--json"}).out);
+    EXPECT_EQ(byName(fromNetlist["params"].toArray()), byName(fromBack["params"].toArray()));
+
+    for (const QString& o : outputs) {
+        if (o.endsWith(".html") || o.endsWith(".svg"))
+            expectVisible(out + "/" + o, temp(o + ".png"));
+        if (o.endsWith(".svg"))
+            expectReadableSvg(out + "/" + o, 10);
+    }
+}
+
+TEST_F(Tool, DemoWithoutItsExamplesFailsClearly)
+{
+    const Result r = tool({"demo", "-o", temp("out"), "--examples", temp("nowhere")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt demo: The file " + temp("nowhere") + "/netlists/buck_converter.cir does not exist\n");
+}
+
+// ---------------------------------------------------------------- text, why, glob, regex, run, help-url
+
+TEST_F(Tool, TextDetectAndConvertAgreeWithIconv)
+{
+    const QString wide = temp("wide.cir");
+    QString text = QStringLiteral("Title \u00e9\r\nR1 a b 1k\r\n");
+    QByteArray bytes("\xFF\xFE", 2);
+    for (QChar c : text) {
+        bytes.append(static_cast<char>(c.unicode() & 0xFF));
+        bytes.append(static_cast<char>(c.unicode() >> 8));
+    }
+    writeFileBytes(wide.toStdString(), bytes.toStdString());
+    const Result detect = tool({"text", "detect", wide});
+    ASSERT_EQ(detect.code, 0);
+    EXPECT_EQ(detect.out, QStringLiteral("encoding: UTF-16 LE\nline ends: CR LF\n"));
+    const QJsonObject o = parseJson(tool({"text", "detect", wide, "--json"}).out);
+    EXPECT_EQ(o, (QJsonObject{{"file", wide}, {"wide", true}, {"littleEndian", true}, {"dos", true}, {"mac", false},
+                              {"encoding", "UTF-16 LE"}, {"lineEnds", "CR LF"}}));
+    EXPECT_EQ(tool({"text", "detect", data("models.lib")}).out, QStringLiteral("encoding: ASCII\nline ends: LF\n"));
+
+    const Result convert = tool({"text", "convert", wide, "-o", temp("utf8.cir")});
+    ASSERT_EQ(convert.code, 0) << convert.err.toStdString();
+    const Result iconv = runProgram("sh", {"-c", "iconv -f UTF-16 -t UTF-8 \"$1\" | tr -d '\\r'", "sh", wide});
+    EXPECT_EQ(QString::fromStdString(readFileBytes(path("utf8.cir"))), iconv.out);
+    ASSERT_EQ(tool({"text", "convert", temp("utf8.cir"), "-o", temp("latin1.cir"), "--to", "ISO-8859-1"}).code, 0);
+    EXPECT_EQ(readFileBytes(path("latin1.cir")), std::string("Title \xE9\nR1 a b 1k\n"));
+
+    const Result unknown = tool({"text", "convert", wide, "-o", temp("x"), "--to", "KLINGON-8"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_EQ(unknown.err, QStringLiteral("supportqt text convert: unknown encoding 'KLINGON-8'\n"));
+    const Result same = tool({"text", "convert", wide, "-o", wide});
+    EXPECT_EQ(same.code, 2);
+    EXPECT_EQ(same.err, QStringLiteral("supportqt text convert: the output would replace the input; name another file\n"));
+    EXPECT_EQ(readFileBytes(wide.toStdString()), bytes.toStdString());
+}
+
+TEST_F(Tool, WhyGivesTheDiagnosisKeywordAndMessage)
+{
+    const QString missing = temp("missing.cir");
+    const Result r = tool({"why", missing});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_EQ(r.out, "notexist: The file " + missing + " does not exist\n");
+    const QString existing = temp("here.cir");
+    writeFileBytes(existing.toStdString(), "x");
+    const Result fine = tool({"why", existing});
+    EXPECT_EQ(fine.code, 0);
+    EXPECT_EQ(fine.out, QStringLiteral("noerror: the file can be opened\n"));
+    const Result overwrite = tool({"why", existing, "--write-new"});
+    EXPECT_EQ(overwrite.code, 3);
+    EXPECT_EQ(overwrite.out, "overwrite: The file " + existing + " cannot be opened because another file of the same name already exists\n");
+    const Result noDir = tool({"why", temp("none/x.cir"), "--write", "--json"});
+    EXPECT_EQ(noDir.code, 3);
+    const QJsonObject o = parseJson(noDir.out);
+    EXPECT_EQ(o["keyword"].toString(), "dirnotexist");
+    EXPECT_EQ(o["code"].toInt(), 4);
+    EXPECT_FALSE(o["canOpen"].toBool());
+    EXPECT_EQ(tool({"why", existing, "--read", "--write"}).code, 2);
+}
+
+TEST_F(Tool, GlobAndRegex)
+{
+    const Result glob = tool({"glob", "R*", "xR12"});
+    EXPECT_EQ(glob.code, 0);
+    EXPECT_EQ(glob.out, QStringLiteral("1\n"));
+    const Result none = tool({"glob", "C?", "R12"});
+    EXPECT_EQ(none.code, 3);
+    EXPECT_EQ(none.out, QStringLiteral("-1\n"));
+    EXPECT_EQ(parseJson(tool({"glob", "a?c", "xxabc", "--json"}).out)["position"].toInt(), 2);
+
+    const Result regex = tool({"regex", "(R)(\\d+)", "R12 x"});
+    EXPECT_EQ(regex.code, 0);
+    EXPECT_EQ(regex.out, QStringLiteral("position: 0\nmatch: R12\ngroup 1: R\ngroup 2: 12\n"));
+    const Result later = tool({"regex", "\\d+", "abc 42"});
+    EXPECT_EQ(later.out, QStringLiteral("position: 4\nmatch: 42\n"));
+    const Result caseless = tool({"regex", "-i", "abc", "xABC"});
+    EXPECT_EQ(caseless.out, QStringLiteral("position: 1\n"));
+    const Result missing = tool({"regex", "z+", "abc"});
+    EXPECT_EQ(missing.code, 3);
+    const QJsonObject o = parseJson(tool({"regex", "(R)(\\d+)", "R12 x", "--json"}).out);
+    EXPECT_EQ(o["captures"].toArray().toVariantList(), (QVariantList{"R12", "R", "12"}));
+    EXPECT_TRUE(o["matched"].toBool());
+}
+
+TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
+{
+    const QString script = temp("child script.sh");
+    writeFileBytes(script.toStdString(), "#!/bin/sh\necho out \"$1\"\necho err >&2\nexit 4\n");
+    QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const Result r = tool({"run", "\"" + script + "\" arg", "--capture"});
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("out arg\nerr\nexit code: 4\n"));
+    const Result quiet = tool({"run", "\"" + script + "\""});
+    EXPECT_EQ(quiet.out, QStringLiteral("exit code: 4\n"));
+    const QJsonObject o = parseJson(tool({"run", "\"" + script + "\" x", "--capture", "--json"}).out);
+    EXPECT_EQ(o["exitCode"].toInt(), 4);
+    EXPECT_EQ(o["output"].toString(), "out x\nerr\n");
+    const Result missing = tool({"run", temp("nothing")});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_EQ(missing.err, "supportqt run: " + temp("nothing") + ": the program does not exist\n");
+    const QString plain = temp("plain.txt");
+    writeFileBytes(plain.toStdString(), "text");
+    const Result notExecutable = tool({"run", plain});
+    EXPECT_EQ(notExecutable.code, 1);
+    EXPECT_EQ(notExecutable.err, "supportqt run: " + plain + ": the program may not be executed\n");
+}
+
+TEST_F(Tool, HelpUrlIsTheLibrarysConversion)
+{
+    for (const char* link : {"kvhlp://page.htm", "kvhlp://analysis/pop.htm#12", "kvhlp://x.htm#999999"}) {
+        const Result r = tool({"help-url", link});
+        EXPECT_EQ(r.code, 0);
+        EXPECT_EQ(r.out, toQs(sp_ConvertKvhlpToUrl(YString(link))) + "\n");
+    }
+    EXPECT_EQ(tool({"help-url", "kvhlp://page.htm"}).out, QStringLiteral(SUPPORTQT_HELP_SITE "/1.0/page.htm\n"));
+    EXPECT_EQ(parseJson(tool({"help-url", "kvhlp://page.htm", "--json"}).out)["url"].toString(),
+              QStringLiteral(SUPPORTQT_HELP_SITE "/1.0/page.htm"));
+}
+
+} // namespace
