@@ -28,3 +28,13 @@ message(STATUS "consumer: ${out}")
 if(NOT rc EQUAL 0 OR NOT out MATCHES "tokens=4 value=4700 utf8=1 size=3")
   message(FATAL_ERROR "consumer failed: ${rc} ${out}")
 endif()
+
+# The installed tool runs from the prefix and validates against the installed schema.
+if(EXISTS "${WORK_DIR}/prefix/bin/supportqt")
+  execute_process(COMMAND "${WORK_DIR}/prefix/bin/supportqt" validate
+                          "${SOURCE_DIR}/examples/results/buck_sensitivity.msw" --json
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0 OR NOT out MATCHES "\"schema\": \"${WORK_DIR}/prefix/share/SupportQtDll/schemas/msw.xsd\"")
+    message(FATAL_ERROR "installed tool failed: ${rc} ${out} ${err}")
+  endif()
+endif()

@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -554,6 +555,33 @@ TEST_F(Tool, ProgressLineOnlyOnATerminalAndOnlyForLargeFiles)
     EXPECT_TRUE(onTerminal.out.contains("runs: 10001"));
     const Result small = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, data("stats.msw")), "/dev/null"});
     EXPECT_FALSE(small.out.contains("supportqt: reading"));
+}
+
+TEST_F(Tool, ProgressLineWhileConvertingMoreThan64MiB)
+{
+    const QString big = temp("big.cir");
+    {
+        QFile file(big);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        const QByteArray line("R1 node_a node_b 1k ; a line of a large netlist, written to pass 64 MiB\n");
+        QByteArray block;
+        while (block.size() < (1 << 20))
+            block += line;
+        for (int i = 0; i < 65; ++i)
+            ASSERT_EQ(file.write(block), block.size());
+    }
+    const QString script = QStandardPaths::findExecutable("script");
+    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
+    const Result r = runProgram(script, {"-qec", QStringLiteral("'%1' text convert '%2' -o '%3' --to UTF-16LE")
+                                                     .arg(SUPPORTQT_TOOL_PATH, big, temp("wide.cir")), "/dev/null"});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_TRUE(r.out.contains(QStringLiteral("supportqt: converting %1 (%2 MiB) ... 0 s").arg(big).arg(QFileInfo(big).size() >> 20)))
+        << r.out.left(300).toStdString();
+    // Two bytes a character, after the byte-order mark that the codec writes first.
+    EXPECT_EQ(QFileInfo(temp("wide.cir")).size(), 2 + 2 * QFileInfo(big).size());
+    const Result piped = tool({"text", "convert", big, "-o", temp("copy.cir")});
+    EXPECT_EQ(piped.code, 0);
+    EXPECT_TRUE(piped.err.isEmpty());
 }
 
 TEST_F(Tool, ValidateAgainstTheInstalledSchema)
