@@ -9,6 +9,7 @@ its peak resident memory from wait4.
 """
 import json
 import os
+import re
 import subprocess
 import sys
 import time
@@ -119,11 +120,15 @@ def fmt_time(seconds):
 
 def main():
     build, data = sys.argv[1], sys.argv[2]
+    # An optional third argument keeps only the cases whose names match it (a regular expression).
+    chosen = re.compile(sys.argv[3] if len(sys.argv) > 3 else "")
     scripts = os.path.dirname(os.path.abspath(__file__))
     bin_dir = os.path.join(build, "bin")
     rows = []
     failed = 0
     for case, (program, name), ref, goal in CASES:
+        if not chosen.search(case):
+            continue
         ours = reference = None
         for _ in range(ROUNDS):
             if ref[0] == "bench" and ref[1] == program:
@@ -142,6 +147,8 @@ def main():
                      "yes" if met else "NO"))
     sink = os.path.join(data, "command-output.txt")
     for case, ours_cmd, ref_cmd, goal in COMMAND_CASES:
+        if not chosen.search(case):
+            continue
         ours = reference = None
         for _ in range(ROUNDS):
             o = time_command(ours_cmd.format(bin=bin_dir, data=data), output=sink)
@@ -154,6 +161,8 @@ def main():
         rows.append((case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal,
                      "yes" if met else "NO"))
     for case, ours_cmd, ref_cmd, goal in MEMORY_CASES:
+        if not chosen.search(case):
+            continue
         mib = peak_rss_mib(ours_cmd.format(bin=bin_dir, data=data).split())
         if ref_cmd is None:
             met = mib < goal
