@@ -328,6 +328,17 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     ASSERT_EQ(defs.size(), 4);
     EXPECT_EQ(defs[3].toObject(), (QJsonObject{{"kind", ".subckt"}, {"name", "GATE_DRV"}, {"start", 238}, {"end", 318},
                                                {"line", 11}, {"lineOffset", 10}}));
+    QStringList rebuilt{"kind     name                             start        end     line  line-offset"};
+    for (const QJsonValue& d : defs)
+        rebuilt << QStringLiteral("%1 %2 %3 %4 %5 %6")
+                       .arg(d["kind"].toString(), -8)
+                       .arg(d["name"].toString(), -24)
+                       .arg(d["start"].toInt(), 14)
+                       .arg(d["end"].toInt(), 10)
+                       .arg(d["line"].toInt(), 8)
+                       .arg(d["lineOffset"].toInt(), 12);
+    rebuilt << QStringLiteral("%1 definitions").arg(defs.size());
+    EXPECT_EQ(rebuilt, lines(r.out));
 
     const Result section = tool({"section", data("models.lib"), "--start", "238", "--end", "318", "--line-offset", "10"});
     ASSERT_EQ(section.code, 0) << section.err.toStdString();
