@@ -128,10 +128,10 @@ void BM_LibraryStreamAlone(benchmark::State& state) { readDefinition(state, fals
 
 } // namespace
 
-BENCHMARK(BM_SpiceStreamLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
-BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
-BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
-BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->MinTime(0.5);
-BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_SpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
 BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
