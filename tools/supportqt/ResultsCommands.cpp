@@ -359,8 +359,8 @@ int runReport(const QStringList& arguments)
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The report file."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("style")}, QStringLiteral("Style sheet whose text goes into the HTML page (default: the built-in style)."),
                       QStringLiteral("CSS"));
-    command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by: 0 case, 1 description, then value, delta\n"
-                                                               "and norm of each merit function in turn (default 0)."),
+    command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by: 0 case, 1 description, then value, "
+                                                               "delta and norm of each merit function in turn (default 0)."),
                       QStringLiteral("COLUMN"), QStringLiteral("0"));
     command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
     const int early = command.parse(arguments, 2, 2);

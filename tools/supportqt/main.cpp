@@ -13,25 +13,26 @@ namespace {
 struct Subcommand {
     const char* name;
     const char* synopsis;
+    const char* summary;
     int (*run)(const QStringList&);
 };
 
 const Subcommand kSubcommands[] = {
-    {"netlist", "FILE [--dialect D] [--literal] [--title]   logical lines of a netlist", runNetlist},
-    {"index", "FILE                                       .model and .subckt definitions of a library", runIndex},
-    {"section", "FILE --start N --end M [--name NAME]     one definition of a library", runSection},
-    {"controls", "FILE [--block] [--compile]              switching-simulator settings", runControls},
-    {"results", "FILE [--stats-only]                      summary and statistics of a results file", runResults},
-    {"validate", "FILE [--schema XSD]                     check an XML file against a schema", runValidate},
-    {"append-merit", "FILE --value T --name N --data CSV  add a merit function to a results file", runAppendMerit},
-    {"report", "mc|wc|sens|csv RESULTS -o OUT [--chart SVG]  HTML or CSV report, SVG chart", runReport},
-    {"text", "detect FILE | convert FILE -o OUT            encoding and line ends; conversion", runText},
-    {"why", "FILE [--read|--write|--write-new]            why a file cannot be opened", runWhy},
-    {"glob", "PATTERN TEXT                                wildcard match", runGlob},
-    {"regex", "PATTERN TEXT [-i]                          regular-expression match", runRegex},
-    {"run", "COMMANDLINE [--capture]                      run a program and wait for it", runRun},
-    {"help-url", "LINK                                    URL of a help link", runHelpUrl},
-    {"demo", "[-o DIR]                                    the library end to end on the bundled examples", runDemo},
+    {"netlist", "FILE [--dialect D] [--literal] [--title]", "logical lines of a netlist", runNetlist},
+    {"index", "FILE", ".model and .subckt definitions of a library", runIndex},
+    {"section", "FILE --start N --end M [--name NAME]", "one definition of a library", runSection},
+    {"controls", "FILE [--block] [--compile]", "switching-simulator settings", runControls},
+    {"results", "FILE [--stats-only]", "summary and statistics of a results file", runResults},
+    {"validate", "FILE [--schema XSD]", "check an XML file against a schema", runValidate},
+    {"append-merit", "FILE --value T --name N --data CSV", "add a merit function to a results file", runAppendMerit},
+    {"report", "mc|wc|sens|csv RESULTS -o OUT [--chart SVG]", "HTML or CSV report, SVG chart", runReport},
+    {"text", "detect FILE | convert FILE -o OUT", "encoding and line ends; conversion", runText},
+    {"why", "FILE [--read|--write|--write-new]", "why a file cannot be opened", runWhy},
+    {"glob", "PATTERN TEXT", "wildcard match", runGlob},
+    {"regex", "PATTERN TEXT [-i]", "regular-expression match", runRegex},
+    {"run", "COMMANDLINE [--capture]", "run a program and wait for it", runRun},
+    {"help-url", "LINK", "URL of a help link", runHelpUrl},
+    {"demo", "[-o DIR]", "the library end to end on the bundled examples", runDemo},
 };
 
 void printUsage(FILE* stream)
@@ -43,7 +44,7 @@ void printUsage(FILE* stream)
                "Commands:\n",
                stream);
     for (const Subcommand& s : kSubcommands)
-        std::fprintf(stream, "  %-13s %s\n", s.name, s.synopsis);
+        std::fprintf(stream, "  %-13s %-44s %s\n", s.name, s.synopsis, s.summary);
     std::fputs("\n"
                "Run 'supportqt COMMAND --help' for a command's options. Exit codes: 0 done, 1 an input that\n"
                "cannot be read or an output that cannot be written, 2 a usage error, 3 a negative answer\n"
