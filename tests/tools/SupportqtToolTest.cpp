@@ -359,6 +359,7 @@ TEST_F(Tool, SectionPastTheEndOfTheFileGivesNoLines)
     EXPECT_EQ(r.out, QString());
     const Result reversed = tool({"section", data("models.lib"), "--start", "93", "--end", "43"});
     EXPECT_EQ(reversed.code, 0);
+    EXPECT_EQ(reversed.out, QString());
 }
 
 TEST_F(Tool, CorpusLibrariesIndexAndReadBack)

@@ -21,9 +21,10 @@ std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& ta
 std::vector<double> meritValues(const YHashTable<XMLReportInfo>& table, int merit)
 {
     std::vector<double> values;
-    for (const XMLReportInfo* run : runsByCase(table))
-        if (run->values.count() > merit)
-            values.push_back(run->values[merit].value);
+    values.reserve(static_cast<size_t>(table.count()));
+    for (const XMLReportInfo& run : table)
+        if (run.values.count() > merit)
+            values.push_back(run.values[merit].value);
     return values;
 }
 
@@ -31,11 +32,11 @@ MeritStatistics meritStatistics(const YHashTable<XMLReportInfo>& table, int meri
 {
     MeritStatistics s;
     const std::vector<double> values = meritValues(table, merit);
-    for (const XMLReportInfo& record : table)
-        if (record.caseNumber == 1 && record.values.count() > merit) {
-            s.hasNominal = true;
-            s.nominal = record.values[merit].value;
-        }
+    XMLReportInfo probe(1);
+    if (const XMLReportInfo* nominal = table.find(probe); nominal && nominal->values.count() > merit) {
+        s.hasNominal = true;
+        s.nominal = nominal->values[merit].value;
+    }
     s.count = static_cast<int>(values.size());
     if (values.empty()) {
         s.skewness = s.kurtosis = std::numeric_limits<double>::quiet_NaN();

@@ -20,7 +20,7 @@ struct MeritStatistics {
     double nominal = 0.0; ///< the value in case 1, the nominal run
 };
 
-/// The values of merit function `merit` in every run that has one, in case order.
+/// The values of merit function `merit` in every run that has one, in the table's order.
 std::vector<double> meritValues(const YHashTable<XMLReportInfo>& table, int merit);
 MeritStatistics meritStatistics(const YHashTable<XMLReportInfo>& table, int merit);
 

@@ -114,8 +114,8 @@ int runControls(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
-    const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
+    QString path;
+    if (!command.inputArgument(&path))
         return ExitFailure;
     bool ok = false;
     const QString text = sp_LoadFile(path, "auto", &ok);

@@ -29,17 +29,6 @@ const char* dialectName(SpiceLanguage language)
     return "native";
 }
 
-const char* encodingName(UTF8DetectEncoding encoding)
-{
-    switch (encoding) {
-    case Ascii: return "ASCII";
-    case Utf8: return "UTF-8";
-    case Utf8Extended: return "extended UTF-8";
-    case Invalid: return "not UTF-8";
-    }
-    return "not UTF-8";
-}
-
 // The physical lines of a literal buffer, without their line ends.
 QStringList literalLines(const Buf& buffer)
 {
@@ -197,8 +186,8 @@ int runNetlist(const QStringList& arguments)
     if (!parseDialect(command.value(QStringLiteral("dialect")), &language))
         return command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice")
                                            .arg(command.value(QStringLiteral("dialect"))));
-    const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
+    QString path;
+    if (!command.inputArgument(&path))
         return ExitFailure;
 
     const bool literal = command.isSet(QStringLiteral("literal"));
@@ -224,7 +213,7 @@ int runNetlist(const QStringList& arguments)
                            {QStringLiteral("dialect"), QString::fromLatin1(dialectName(summary.language))},
                            {QStringLiteral("separator"), summary.separator},
                            {QStringLiteral("hierarchy"), summary.hierarchy},
-                           {QStringLiteral("encoding"), QString::fromLatin1(encodingName(summary.encoding))}};
+                           {QStringLiteral("encoding"), QString::fromLatin1(utf8VerdictName(summary.encoding))}};
         if (title)
             result.insert(QStringLiteral("title"), summary.title);
         printJson(result);
@@ -243,7 +232,7 @@ int runNetlist(const QStringList& arguments)
     out << "dialect: " << dialectName(summary.language) << '\n'
         << "separator: " << summary.separator << '\n'
         << "hierarchy: " << (summary.hierarchy ? "yes" : "no") << '\n'
-        << "encoding: " << encodingName(summary.encoding) << '\n';
+        << "encoding: " << utf8VerdictName(summary.encoding) << '\n';
     return ExitOk;
 }
 
@@ -256,8 +245,8 @@ int runIndex(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
-    const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
+    QString path;
+    if (!command.inputArgument(&path))
         return ExitFailure;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
@@ -326,8 +315,8 @@ int runSection(const QStringList& arguments)
         return ExitUsage;
     if (start < 0 || start > INT_MAX || end < 0 || end > INT_MAX || offset < INT_MIN || offset > INT_MAX)
         return command.fail(ExitUsage, QStringLiteral("--start, --end and --line-offset must lie between 0 and %1").arg(INT_MAX));
-    const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
+    QString path;
+    if (!command.inputArgument(&path))
         return ExitFailure;
 
     SymbolLoc location;

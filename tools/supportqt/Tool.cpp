@@ -164,6 +164,17 @@ void Output::flush()
     std::fflush(stdout);
 }
 
+const char* utf8VerdictName(UTF8DetectEncoding encoding)
+{
+    switch (encoding) {
+    case Ascii: return "ASCII";
+    case Utf8: return "UTF-8";
+    case Utf8Extended: return "extended UTF-8";
+    case Invalid: break;
+    }
+    return "not UTF-8";
+}
+
 void printJson(const QJsonValue& value)
 {
     const QJsonDocument document = value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());

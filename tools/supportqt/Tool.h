@@ -51,6 +51,13 @@ public:
     /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the
     /// library's file-open diagnosis, and returns false.
     bool checkInput(const QString& path) const;
+    /// The first positional argument as an input file, checked with `checkInput`; false when it
+    /// cannot be read.
+    bool inputArgument(QString* path) const
+    {
+        *path = positional().value(0);
+        return checkInput(*path);
+    }
     /// Checks that `path` can be written now; reports why not and returns false otherwise.
     bool checkOutput(const QString& path) const;
 
@@ -88,6 +95,9 @@ public:
 private:
     std::string m_text;
 };
+
+/// The UTF-8 detector's verdict in words: "ASCII", "UTF-8", "extended UTF-8" or "not UTF-8".
+const char* utf8VerdictName(UTF8DetectEncoding encoding);
 
 /// Prints a JSON value (object or array) to standard output, indented, with a final line feed.
 void printJson(const QJsonValue& value);

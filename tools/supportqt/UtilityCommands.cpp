@@ -32,15 +32,11 @@ UTF8DetectEncoding detectUtf8(const QString& path)
     return detect.getEncoding();
 }
 
-const char* utf8Name(UTF8DetectEncoding encoding)
+// The verdict in words; a file that is not UTF-8 is said to be 8-bit.
+QString utf8Detected(const QString& path)
 {
-    switch (encoding) {
-    case Ascii: return "ASCII";
-    case Utf8: return "UTF-8";
-    case Utf8Extended: return "extended UTF-8";
-    case Invalid: return "8-bit, not UTF-8";
-    }
-    return "8-bit, not UTF-8";
+    const UTF8DetectEncoding encoding = detectUtf8(path);
+    return encoding == Invalid ? QStringLiteral("8-bit, not UTF-8") : QString::fromLatin1(utf8VerdictName(encoding));
 }
 
 int runTextDetect(const QStringList& arguments)
@@ -52,14 +48,14 @@ int runTextDetect(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
-    const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
+    QString path;
+    if (!command.inputArgument(&path))
         return ExitFailure;
     bool wide = false, dos = false, mac = false, little = true;
     if (!sp_DetectTextFileFormat(path, &wide, &dos, &mac, &little))
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
     const QString encoding = wide ? (little ? QStringLiteral("UTF-16 LE") : QStringLiteral("UTF-16 BE"))
-                                  : QString::fromLatin1(utf8Name(detectUtf8(path)));
+                                  : utf8Detected(path);
     const QString lineEnds = dos ? QStringLiteral("CR LF") : mac ? QStringLiteral("CR") : QStringLiteral("LF");
     if (command.json()) {
         printJson(QJsonObject{{QStringLiteral("file"), path},
