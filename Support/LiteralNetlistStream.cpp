@@ -146,67 +146,98 @@ bool NewSpiceStream::readLineInBulk()
 {
     if (m_state == Replay)
         replayInBulk();
-    if (m_state != InLine || !m_lookahead.isEmpty())
+    if ((m_state != InLine && m_state != InlineComment) || !m_lookahead.isEmpty())
         return false;
+    const char* const begin = bufferBegin();
     const char* const end = bulkEnd();
     if (!end)
         return false;
-    const char* p = bufferBegin();
+    const char* const stop = end - begin > netlist::kBulkWindow ? begin + netlist::kBulkWindow : end;
+    // The literal text goes behind the literal buffer as it is read, the queued text first. A line end
+    // inside a line commits everything before it; what follows the last such line end (blank lines
+    // included) goes back to the queue at the end. Each byte read gives at most one byte of line and one
+    // of literal text.
+    const int queued = m_litQueue.count();
+    const int room = static_cast<int>(stop - begin) + 16;
+    char* const litStart = m_litBuffer.reserveTail(queued + room);
+    char* const lineStart = m_lineBuffer.reserveTail(room);
+    if (queued == 1)
+        *litStart = *m_litQueue.unread(); // the usual case: the line's first byte
+    else if (queued > 1)
+        std::memcpy(litStart, m_litQueue.unread(), static_cast<size_t>(queued));
+    m_litQueue.flush();
+    char* lit = litStart + queued;
+    char* line = lineStart;
+    char* committed = litStart;
+    const char commentChar = m_commentChar;
+    const char* p = begin;
+    State state = static_cast<State>(m_state);
     bool complete = false;
+    int lines = 0;
     for (;;) {
-        if (m_state == InLine) {
-            const size_t n = netlist::plainRun(p, end, m_commentChar, m_commentChar);
-            m_lineBuffer.append(p, static_cast<int>(n));
-            m_charCount += static_cast<int>(n);
-            const size_t eol = netlist::lineEndAt(p + n, end);
-            if (eol == 0) {
-                m_litQueue.append(p, static_cast<int>(n));
-                p += n;
+        if (state == InLine) {
+            const size_t n = netlist::copyPlainRun<true>(p, stop, commentChar, commentChar, line, lit);
+            p += n;
+            line += n;
+            lit += n;
+            if (p < stop && *p == commentChar) {
+                // An inline comment: its text goes to the literal text only.
+                *lit++ = commentChar;
+                ++p;
+                state = InlineComment;
+            }
+        }
+        if (state == InlineComment) {
+            const size_t n = netlist::copyPlainRun<false>(p, stop, '\n', '\n', lit, nullptr);
+            p += n;
+            lit += n;
+        }
+        if (p >= stop)
+            break;
+        if (state == AfterNewline) {
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if (c == ' ' || c == '\t' || c == '+') {
+                *lit++ = static_cast<char>(c);
+                ++p;
+                if (c == '+') {
+                    *line++ = ' ';
+                    state = InLine;
+                }
+                continue;
+            }
+            if (netlist::startsPlainLine(c, commentChar)) {
+                *lit++ = static_cast<char>(c);
+                ++p;
+                state = InLine;
+                complete = true;
                 break;
             }
-            // The line end moves the whole queue, this run and the line feed to the literal buffer; the
-            // run goes there directly.
-            m_litBuffer.append(m_litQueue.unread(), m_litQueue.count());
-            m_litBuffer.append(p, static_cast<int>(n));
-            m_litBuffer.add('\n');
-            m_litCharCount += m_litQueue.count() + static_cast<int>(n) + 1;
-            m_litQueue.flush();
-            m_charCount += static_cast<int>(eol);
-            ++m_lineCount;
-            p += n + eol;
-            m_state = AfterNewline;
-            continue;
         }
-        // After a line end.
-        if (p >= end)
-            break;
-        const unsigned char c = static_cast<unsigned char>(*p);
-        if (const size_t eol = netlist::lineEndAt(p, end)) {
-            m_charCount += static_cast<int>(eol);
-            ++m_lineCount;
-            p += eol;
-            m_litQueue.add('\n');
-        } else if (c == ' ' || c == '\t' || c == '+') {
-            ++m_charCount;
+        if (*p == '\n')
             ++p;
-            m_litQueue.add(static_cast<char>(c));
-            if (c == '+') {
-                m_lineBuffer.add(' ');
-                m_state = InLine;
-            }
-        } else if (netlist::startsPlainLine(c, m_commentChar)) {
-            ++m_charCount;
-            ++p;
-            m_litQueue.add(static_cast<char>(c));
-            m_lookahead.add(static_cast<char>(c));
-            m_state = InLine;
-            complete = true;
+        else if (*p == '\r' && stop - p >= 2 && p[1] == '\n')
+            p += 2; // the CR is left out of the literal text
+        else
             break;
-        } else {
-            break;
-        }
+        *lit++ = '\n';
+        if (state != AfterNewline)
+            committed = lit;
+        state = AfterNewline;
+        ++lines;
     }
-    advance(static_cast<size_t>(p - bufferBegin()));
+    m_state = state;
+    if (complete)
+        m_lookahead.add(p[-1]);
+    m_lineBuffer.expand(static_cast<int>(line - lineStart));
+    if (lit - committed == 1)
+        m_litQueue.add(*committed);
+    else
+        m_litQueue.append(committed, static_cast<int>(lit - committed));
+    m_litBuffer.expand(static_cast<int>(committed - litStart));
+    m_litCharCount += static_cast<int>(committed - litStart);
+    m_charCount += static_cast<int>(p - begin);
+    m_lineCount += lines;
+    advance(static_cast<size_t>(p - begin));
     return complete;
 }
 
@@ -360,6 +391,18 @@ int NewSpiceStream::readLine(int* lineNumber)
 {
     m_lineBuffer.flush();
     bool first = true;
+    if (m_state == InLine && m_lookahead.count() == 1 &&
+        netlist::startsPlainLine(static_cast<unsigned char>(*m_lookahead.unread()), m_commentChar)) {
+        // The common start of a line: its first byte was read when the previous line ended, and the
+        // state machine would deliver it as it is.
+        m_lineBuffer.add(*m_lookahead.unread());
+        m_lookahead.flush();
+        if (lineNumber)
+            *lineNumber = m_lineCount + 1;
+        first = false;
+        if (readLineInBulk())
+            return 0;
+    }
     for (;;) {
         int c = machine();
         if (c == -1)
@@ -379,10 +422,8 @@ int NewSpiceStream::readLine(int* lineNumber)
 
 bool NewSpiceStream::gets(YString* line, int* lineNumber)
 {
-    if (line)
-        line->clear();
     int result = readLine(lineNumber);
     if (line)
-        line->append(m_lineBuffer.data(), m_lineBuffer.length());
+        line->assign(m_lineBuffer.data(), m_lineBuffer.length());
     return result != 2;
 }

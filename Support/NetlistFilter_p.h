@@ -66,6 +66,52 @@ inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
     return static_cast<size_t>(q - p);
 }
 
+// Copies the run of printable bytes at `p` that are neither `stop1` nor `stop2` to `out`, and also to
+// `alsoOut` when `Both`; returns its length. Both outputs need room for the run and 16 bytes more: the
+// scan and the copy are one pass that stores whole vectors.
+template <bool Both>
+inline size_t copyPlainRun(const char* p, const char* end, char stop1, char stop2, char* out, char* alsoOut)
+{
+    const char* q = p;
+    for (;;) {
+#if defined(__SSE2__) || defined(_M_X64)
+        // A tab stops the vector scan and is taken by the byte check below.
+        const __m128i low = _mm_set1_epi8(31);
+        const __m128i high = _mm_set1_epi8(127);
+        const __m128i s1 = _mm_set1_epi8(stop1);
+        const __m128i s2 = _mm_set1_epi8(stop2);
+        while (end - q >= 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+            const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, s1), _mm_cmpeq_epi8(v, s2));
+            const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
+            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
+            const size_t at = static_cast<size_t>(q - p);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
+            if (Both)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(alsoOut + at), v);
+            if (mask != 0xFFFFu) {
+                q += lowestBit(~mask & 0xFFFFu);
+                break;
+            }
+            q += 16;
+        }
+#endif
+        if (q >= end)
+            break;
+        const unsigned char c = static_cast<unsigned char>(*q);
+        if (!isPrintable(c) || c == static_cast<unsigned char>(stop1) || c == static_cast<unsigned char>(stop2))
+            break;
+        out[q - p] = static_cast<char>(c);
+        if (Both)
+            alsoOut[q - p] = static_cast<char>(c);
+        ++q;
+    }
+    return static_cast<size_t>(q - p);
+}
+
+// The most bytes one bulk read takes from the stream's buffer: its output buffers need that much room.
+constexpr long long kBulkWindow = 64 * 1024;
+
 // Length of the line end (LF or CR LF) at `p`, 0 when there is none or it is not wholly in the buffer.
 inline size_t lineEndAt(const char* p, const char* end)
 {

@@ -43,6 +43,15 @@ public:
     YString& append(const char* text);
     YString& append(const char* text, int length);
     YString& append(char c);
+    /// Replaces the content with `length` bytes of `text`; empty when `text` is null or `length` is not
+    /// positive.
+    YString& assign(const char* text, int length)
+    {
+        m_text.clear();
+        if (text && length > 0)
+            m_text.append(text, static_cast<size_t>(length));
+        return *this;
+    }
     YString& operator+=(const char* text) { return append(text); }
     YString& operator+=(const YString& text) { return append(text.c_str(), text.length()); }
 
@@ -144,7 +153,13 @@ public:
     /// Empties the buffer without releasing its memory.
     void flush() { m_length = 0; m_data[0] = '\0'; }
     /// Shortens to `length` bytes when it is shorter than the current length.
-    void truncate(int length);
+    void truncate(int length)
+    {
+        if (length >= 0 && length < m_length) {
+            m_length = length;
+            m_data[m_length] = '\0';
+        }
+    }
 
     const char* data() const { return m_data; }
     char* data() { return m_data; }
@@ -178,9 +193,26 @@ public:
         m_data[m_write++] = c;
         m_data[m_write] = '\0';
     }
-    void append(const char* data, int length);
+    void append(const char* data, int length)
+    {
+        if (length <= 0)
+            return;
+        if (m_write + length >= m_capacity)
+            reserve(length);
+        std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
+        m_write += length;
+        m_data[m_write] = '\0';
+    }
     /// The next byte (0 to 255), or -1 when the queue is empty.
-    int pop();
+    int pop()
+    {
+        if (m_read >= m_write)
+            return -1;
+        const int c = static_cast<unsigned char>(m_data[m_read++]);
+        if (m_read == m_write)
+            flush();
+        return c;
+    }
     /// Removes the next `n` bytes (all of them when fewer are queued).
     void discard(int n);
     /// The next byte without removing it, or -1.

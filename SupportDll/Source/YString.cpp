@@ -310,14 +310,6 @@ void Buf::appendGrowing(const char* data, int length)
     m_data[m_length] = '\0';
 }
 
-void Buf::truncate(int length)
-{
-    if (length >= 0 && length < m_length) {
-        m_length = length;
-        m_data[m_length] = '\0';
-    }
-}
-
 // ---------------------------------------------------------------- CharQueue
 
 CharQueue::CharQueue()
@@ -371,32 +363,12 @@ void CharQueue::reserve(int extra)
     }
 }
 
-void CharQueue::append(const char* data, int length)
-{
-    if (length <= 0)
-        return;
-    reserve(length);
-    std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
-    m_write += length;
-    m_data[m_write] = '\0';
-}
-
 void CharQueue::discard(int n)
 {
     if (n >= m_write - m_read)
         flush();
     else if (n > 0)
         m_read += n;
-}
-
-int CharQueue::pop()
-{
-    if (m_read >= m_write)
-        return -1;
-    int c = static_cast<unsigned char>(m_data[m_read++]);
-    if (m_read == m_write)
-        flush();
-    return c;
 }
 
 // ---------------------------------------------------------------- UTF-8
