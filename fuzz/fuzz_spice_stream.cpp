@@ -1,10 +1,46 @@
 // fuzz_spice_stream.cpp - SpiceStream in every dialect, with and without the title and literal mode.
 // Checked: no line holds a line feed or a byte the filter drops; line numbers never decrease; the
-// last accepted character count never exceeds the character count.
+// last accepted character count never exceeds the character count; and reading the input one byte per
+// refill gives the same lines, buffers and counters as reading it whole.
 #include "FuzzSupport.h"
 #include "NetlistStream.h"
 
 #include <cstring>
+#include <vector>
+
+namespace {
+// Everything a caller sees after each line, read from memory `chunk` bytes per refill (0: whole).
+std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
+{
+    std::vector<std::string> seen;
+    kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
+    SpiceStream in(source);
+    if (options & 4)
+        in.readTitle();
+    in.setLiteralMode((options & 8) != 0);
+    if (options & 16)
+        in.dontSuppressEmptyLines();
+    YString line;
+    int number = 0;
+    bool flag = false, nonAscii = false;
+    for (int guard = 0; guard < 1000000; ++guard) {
+        const bool more = in.gets(&line, &number, &flag, &nonAscii);
+        std::string snapshot(line.c_str(), static_cast<size_t>(line.length()));
+        snapshot += '|' + std::to_string(number) + '|' + std::to_string(flag) + std::to_string(nonAscii) + '|' +
+                    std::to_string(in.getLineCount()) + ',' + std::to_string(in.getCharCount()) + ',' +
+                    std::to_string(in.getLastAcceptedLineCount()) + ',' + std::to_string(in.getLastAcceptedCharCount()) +
+                    ',' + std::to_string(in.getUtf8Encoding()) + ',' + std::to_string(in.isHierarchy()) + ',' +
+                    std::to_string(in.getLanguage()) + ',' + in.getSeparator() + '|';
+        snapshot.append(in.getBuffer()->data(), static_cast<size_t>(in.getBuffer()->length()));
+        seen.push_back(snapshot);
+        if (options & 32)
+            in.flushBuffer();
+        if (!more)
+            break;
+    }
+    return seen;
+}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -36,5 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (options & 32)
             in.flushBuffer();
     }
+    if (observe(data + 1, size - 1, 0, options) != observe(data + 1, size - 1, 1, options))
+        __builtin_trap();
     return 0;
 }
