@@ -76,14 +76,13 @@ private:
     bool canReadInBulk() const;
     void skipCommentInBulk(bool keep);
     bool readLineInBulk();
-    bool takeLineEnd(const char** p, const char* end, bool accepted);
-    size_t copyPlainRun(const char* p, const char* end, char icc);
     void accept(int c);
     void recordLastAccepted();
     void newlineToRaw();
     void detectStarHash(int commentChar);
     int readDirectiveChar(bool* ended);
     int assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
+    int assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first);
 
     State m_state = LineStart;
     int m_pushback = -1;

@@ -172,74 +172,6 @@ void SpiceStream::skipCommentInBulk(bool keep)
     advance(n);
 }
 
-// Copies the run of plain line text at `p` (printable ASCII but the inline comment character and "{")
-// into both the raw and the line buffer; returns its length. The scan and the copy are one pass.
-size_t SpiceStream::copyPlainRun(const char* p, const char* end, char icc)
-{
-    const char* q = p;
-    for (;;) {
-#if defined(__SSE2__) || defined(_M_X64)
-        const __m128i low = _mm_set1_epi8(31);
-        const __m128i high = _mm_set1_epi8(127);
-        const __m128i comment = _mm_set1_epi8(icc);
-        const __m128i brace = _mm_set1_epi8('{');
-        // Blocks of whole vectors with room reserved in both buffers beforehand, so that the loop
-        // works on local pointers.
-        bool stopped = false;
-        while (!stopped && end - q >= 16) {
-            const size_t block = std::min<size_t>(static_cast<size_t>(end - q) & ~static_cast<size_t>(15), 4096);
-            char* raw = m_rawBuffer.reserveTail(static_cast<int>(block));
-            char* line = m_lineBuffer.reserveTail(static_cast<int>(block));
-            size_t taken = 0;
-            while (taken < block) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + taken));
-                const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, comment), _mm_cmpeq_epi8(v, brace));
-                const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
-                const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
-                // All sixteen bytes are stored; only the plain ones are taken into the buffers.
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(raw + taken), v);
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(line + taken), v);
-                if (mask != 0xFFFFu) {
-                    taken += static_cast<size_t>(netlist::lowestBit(~mask & 0xFFFFu));
-                    stopped = true;
-                    break;
-                }
-                taken += 16;
-            }
-            m_rawBuffer.expand(static_cast<int>(taken));
-            m_lineBuffer.expand(static_cast<int>(taken));
-            q += taken;
-        }
-#endif
-        if (q >= end)
-            break;
-        const unsigned char c = static_cast<unsigned char>(*q);
-        if (!isPrintable(c) || c == static_cast<unsigned char>(icc) || c == '{')
-            break;
-        m_rawBuffer.add(static_cast<char>(c));
-        m_lineBuffer.add(static_cast<char>(c));
-        ++q;
-    }
-    return static_cast<size_t>(q - p);
-}
-
-// Takes the line end (LF or CR LF) at `*p` when it lies wholly in the buffer: counts it, records the
-// last accepted counts when `accepted`, puts it in the raw buffer and moves on to AfterNewline.
-bool SpiceStream::takeLineEnd(const char** p, const char* end, bool accepted)
-{
-    const size_t eol = lineEndAt(*p, end);
-    if (eol == 0)
-        return false;
-    m_charCount += static_cast<int>(eol);
-    ++m_lineCount;
-    *p += eol;
-    if (accepted)
-        recordLastAccepted();
-    newlineToRaw();
-    m_state = AfterNewline;
-    return true;
-}
-
 // Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
 // reading it character by character: runs of plain text, ";" comments, line ends, blank lines, "*"
 // comment lines between a line and its continuation, and "+" continuations (the "+" becomes a space in
@@ -248,57 +180,64 @@ bool SpiceStream::takeLineEnd(const char** p, const char* end, bool accepted)
 // byte of the next line has been read and handed back.
 bool SpiceStream::readLineInBulk()
 {
-    if (!canReadInBulk())
+    if (m_state != InLine || !canReadInBulk())
         return false;
     const char icc = getInlineCommentChar();
-    const char* p = bufferBegin();
-    const char* const end = bufferEnd();
+    const char* const begin = bufferBegin();
+    const char* const end = bufferEnd() - begin > netlist::kBulkWindow ? begin + netlist::kBulkWindow : bufferEnd();
+    // The raw and the line text are written through local pointers into room reserved once: each byte
+    // read gives at most one byte of each (and 16 more bytes take the vector stores).
+    const int room = static_cast<int>(end - begin) + 16;
+    const int rawBefore = m_rawBuffer.length();
+    char* const rawStart = m_rawBuffer.reserveTail(room);
+    char* const lineStart = m_lineBuffer.reserveTail(room);
+    const char* const rawData = rawStart - rawBefore;
+    char* raw = rawStart;
+    char* line = lineStart;
+    const char* p = begin;
+    int lines = 0;
+    const char* acceptedAt = nullptr; // where the last accepted text ended
+    int acceptedLines = 0;
+    State state = m_state;
     bool complete = false;
     for (;;) {
-        if (m_state == InLine) {
-            const size_t n = copyPlainRun(p, end, icc);
+        if (state == InLine) {
+            const size_t n = netlist::copyPlainRun<true>(p, end, icc, '{', raw, line);
             if (n > 0) {
-                m_charCount += static_cast<int>(n);
                 p += n;
-                recordLastAccepted();
+                raw += n;
+                line += n;
+                acceptedAt = p;
+                acceptedLines = lines;
             }
             if (p < end && *p == icc) {
                 // An inline comment: the comment character and the comment's text go to the raw buffer.
-                m_rawBuffer.add(icc);
-                ++m_charCount;
+                *raw++ = icc;
                 ++p;
-                m_state = InlineComment;
+                state = InlineComment;
+            }
+        }
+        if (state == InlineComment) {
+            const size_t n = netlist::copyPlainRun<false>(p, end, '\n', '\n', raw, nullptr);
+            p += n;
+            raw += n;
+        }
+        if (p >= end)
+            break;
+        if (state == AfterNewline) {
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if (c == ' ' || c == '\t') {
+                ++p;
                 continue;
             }
-            // A line end inside a line also records the last accepted counts.
-            if (!takeLineEnd(&p, end, true))
-                break;
-        } else if (m_state == InlineComment) {
-            const size_t n = plainRun(p, end, '\n', '\n');
-            m_rawBuffer.append(p, static_cast<int>(n));
-            m_charCount += static_cast<int>(n);
-            p += n;
-            if (!takeLineEnd(&p, end, false))
-                break;
-        } else if (m_state == AfterNewline) {
-            if (p >= end)
-                break;
-            const unsigned char c = static_cast<unsigned char>(*p);
-            if (const size_t eol = lineEndAt(p, end)) {
-                m_charCount += static_cast<int>(eol);
-                ++m_lineCount;
-                p += eol;
-                newlineToRaw();
-            } else if (c == ' ' || c == '\t') {
-                ++m_charCount;
+            if (c == '+') {
+                *raw++ = '+';
+                *line++ = ' ';
                 ++p;
-            } else if (c == '+') {
-                m_rawBuffer.add('+');
-                m_lineBuffer.add(' ');
-                ++m_charCount;
-                ++p;
-                m_state = InLine;
-            } else if (c == '*' || c == static_cast<unsigned char>(icc)) {
+                state = InLine;
+                continue;
+            }
+            if (c == '*' || c == static_cast<unsigned char>(icc)) {
                 // A comment line: the character after the comment character is read at once (the
                 // directive check); a "#" after "*" is a directive and takes the per-character path.
                 if (end - p < 2)
@@ -306,26 +245,44 @@ bool SpiceStream::readLineInBulk()
                 const unsigned char after = static_cast<unsigned char>(p[1]);
                 if (!isPrintable(after) || (c == '*' && after == '#'))
                     break;
-                m_rawBuffer.add(static_cast<char>(c));
-                m_rawBuffer.add(static_cast<char>(after));
-                m_charCount += 2;
+                *raw++ = static_cast<char>(c);
+                *raw++ = static_cast<char>(after);
                 p += 2;
-                m_state = InlineComment;
-            } else if (startsPlainLine(c, icc)) {
-                ++m_charCount;
+                state = InlineComment;
+                continue;
+            }
+            if (startsPlainLine(c, icc)) {
                 ++p;
                 m_pushback = c;
-                m_state = InLine;
+                state = InLine;
                 complete = true;
                 break;
-            } else {
-                break;
             }
-        } else {
-            break;
         }
+        const size_t eol = lineEndAt(p, end);
+        if (eol == 0)
+            break;
+        p += eol;
+        ++lines;
+        if (state == InLine) {
+            // A line end inside a line also records the last accepted counts.
+            acceptedAt = p;
+            acceptedLines = lines;
+        }
+        if (!(m_suppressEmptyLines && raw > rawData && raw[-1] == '\n'))
+            *raw++ = '\n';
+        state = AfterNewline;
     }
-    advance(static_cast<size_t>(p - bufferBegin()));
+    m_state = state;
+    m_rawBuffer.expand(static_cast<int>(raw - rawStart));
+    m_lineBuffer.expand(static_cast<int>(line - lineStart));
+    if (acceptedAt) {
+        m_lastAcceptedCharCount = m_charCount + static_cast<int>(acceptedAt - begin);
+        m_lastAcceptedLineCount = m_lineCount + acceptedLines;
+    }
+    m_charCount += static_cast<int>(p - begin);
+    m_lineCount += lines;
+    advance(static_cast<size_t>(p - begin));
     return complete;
 }
 
@@ -537,9 +494,6 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
     m_lineBuffer.flush();
     *streamFlag = false;
     *nonAscii = false;
-    int depth = 0;
-    std::string expression;
-    bool first = true;
     if (m_state == InLine && !m_literalMode && m_pushback != -1 && m_pushback != '{' && !getFlag()
         && startsPlainLine(static_cast<unsigned char>(m_pushback), getInlineCommentChar())) {
         // The common start of a line: its first character was handed back when the previous line ended.
@@ -548,11 +502,20 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
         m_pushback = -1;
         accept(c);
         *lineNumber = m_lineCount + 1;
-        first = false;
         m_lineBuffer.add(c);
         if (readLineInBulk())
             return 0;
+        return assembleRest(lineNumber, streamFlag, nonAscii, false);
     }
+    return assembleRest(lineNumber, streamFlag, nonAscii, true);
+}
+
+// The character-by-character assembly of a line, brace expressions included; `first` when nothing of
+// the line has been read yet.
+int SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first)
+{
+    int depth = 0;
+    std::string expression;
     for (int c = get(m_literalMode); c != -1; c = get(m_literalMode)) {
         if (c > 127)
             *nonAscii = true;
@@ -599,12 +562,10 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     bool flagSink = false, asciiSink = false;
-    if (line)
-        line->clear();
     m_hierarchy = false;
     int result = assembleLine(lineNumber ? lineNumber : &dummyLineNum, streamFlag ? streamFlag : &flagSink,
                               nonAscii ? nonAscii : &asciiSink);
     if (line)
-        line->append(m_lineBuffer.data(), m_lineBuffer.length());
+        line->assign(m_lineBuffer.data(), m_lineBuffer.length());
     return result != 2;
 }
