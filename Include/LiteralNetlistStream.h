@@ -49,7 +49,9 @@ private:
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
     bool readLineInBulk();
+    const char* commentBlockEnd(const char* p, const char* end) const;
     void replayInBulk();
+    bool replayLine();
     void skipCommentInBulk();
     const char* bulkEnd() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }

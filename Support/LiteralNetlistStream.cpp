@@ -137,11 +137,43 @@ void NewSpiceStream::replayInBulk()
         m_state = InLine;
 }
 
+// For a block of comment lines starting with the "*" at `p`: the end of the block's first byte after it
+// (a continuation "+" or a byte that starts a plain line), when the block lies wholly before `end` and
+// holds only printable ASCII, blanks and line ends, and its first line has text after the "*";
+// otherwise null.
+const char* NewSpiceStream::commentBlockEnd(const char* p, const char* end) const
+{
+    if (end - p < 2 || !netlist::isPrintable(static_cast<unsigned char>(p[1])))
+        return nullptr;
+    for (;;) {
+        // A comment line, then blanks and line ends.
+        p += 1 + netlist::plainRun(p + 1, end, '\n', '\n');
+        const size_t eol = netlist::lineEndAt(p, end);
+        if (eol == 0)
+            return nullptr;
+        p += eol;
+        for (;;) {
+            if (p >= end)
+                return nullptr;
+            if (*p == ' ' || *p == '\t')
+                ++p;
+            else if (const size_t next = netlist::lineEndAt(p, end))
+                p += next;
+            else
+                break;
+        }
+        const unsigned char d = static_cast<unsigned char>(*p);
+        if (d == '*' || d == static_cast<unsigned char>(m_commentChar))
+            continue;
+        return d == '+' || netlist::startsPlainLine(d, m_commentChar) ? p + 1 : nullptr;
+    }
+}
+
 // Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
-// reading it character by character: runs of printable ASCII up to the comment character, line ends,
-// blanks and blank lines after them, and "+" continuations. Stops, with the state up to date, at
-// anything else. True when the logical line is complete (the next line's first byte is then read and
-// waiting in the look-ahead queue).
+// reading it character by character: runs of printable ASCII up to the comment character, inline
+// comments, line ends, blanks and blank lines after them, blocks of "*" comment lines, and "+"
+// continuations. Stops, with the state up to date, at anything else. True when the logical line is
+// complete (what follows it is then read and waiting in the look-ahead queue).
 bool NewSpiceStream::readLineInBulk()
 {
     if (m_state == Replay)
@@ -209,6 +241,49 @@ bool NewSpiceStream::readLineInBulk()
                 *lit++ = static_cast<char>(c);
                 ++p;
                 state = InLine;
+                complete = true;
+                break;
+            }
+            if (c == '*') {
+                const char* const after = commentBlockEnd(p, stop);
+                if (!after)
+                    break;
+                // The block's text goes to the literal text; its comment lines to the look-ahead queue
+                // unless a continuation follows them, which makes them vanish.
+                const bool continued = after[-1] == '+';
+                char* afterLastLineEnd = lit;
+                const char* const last = after - 1;
+                while (p < last) {
+                    const unsigned char b = static_cast<unsigned char>(*p);
+                    if (b == ' ' || b == '\t') {
+                        *lit++ = static_cast<char>(b);
+                        ++p;
+                        continue;
+                    }
+                    if (b == '*' || b == static_cast<unsigned char>(commentChar)) {
+                        const char* const text = p;
+                        p += 1 + netlist::plainRun(p + 1, last, '\n', '\n');
+                        std::memcpy(lit, text, static_cast<size_t>(p - text));
+                        lit += p - text;
+                        if (!continued) {
+                            m_lookahead.append(text, static_cast<int>(p - text));
+                            m_lookahead.add('\n');
+                        }
+                    }
+                    // A line end: the comment line's or a blank line's.
+                    p += netlist::lineEndAt(p, last);
+                    *lit++ = '\n';
+                    afterLastLineEnd = lit;
+                    ++lines;
+                }
+                *lit++ = *p++;
+                if (continued) {
+                    committed = afterLastLineEnd;
+                    *line++ = ' ';
+                    state = InLine;
+                    continue;
+                }
+                state = Replay; // the byte after the block joins the queue below
                 complete = true;
                 break;
             }
@@ -387,16 +462,42 @@ int NewSpiceStream::get()
     return c == -1 ? -1 : static_cast<int>(static_cast<signed char>(c));
 }
 
+// Replays a whole gathered comment line from the look-ahead queue when the queue holds one, with a line
+// end after its text (and no comment character or end mark before that): the line, the line end that
+// completes it and the literal text up to it, as the Replay state gives them one character at a time.
+bool NewSpiceStream::replayLine()
+{
+    const char* const text = m_lookahead.unread();
+    const int count = m_lookahead.count();
+    int n = static_cast<int>(netlist::plainRun(text, text + count, m_commentChar, m_commentChar));
+    while (n < count && text[n] != '\n' && text[n] != m_commentChar && text[n] != '\xFF')
+        ++n;
+    if (n == 0 || n == count || text[n] != '\n')
+        return false;
+    m_lineBuffer.append(text, n);
+    m_lookahead.discard(n + 1);
+    fillOutputLitBuffer();
+    if (m_lookahead.isEmpty())
+        m_state = InLine;
+    return true;
+}
+
 int NewSpiceStream::readLine(int* lineNumber)
 {
     m_lineBuffer.flush();
     bool first = true;
-    if (m_state == InLine && m_lookahead.count() == 1 &&
+    if (m_state == Replay && replayLine()) {
+        if (lineNumber)
+            *lineNumber = m_lineCount + 1;
+        return 0;
+    }
+    if ((m_state == InLine || m_state == Replay) && m_lookahead.count() == 1 &&
         netlist::startsPlainLine(static_cast<unsigned char>(*m_lookahead.unread()), m_commentChar)) {
         // The common start of a line: its first byte was read when the previous line ended, and the
         // state machine would deliver it as it is.
         m_lineBuffer.add(*m_lookahead.unread());
         m_lookahead.flush();
+        m_state = InLine;
         if (lineNumber)
             *lineNumber = m_lineCount + 1;
         first = false;
