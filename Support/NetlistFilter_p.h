@@ -32,23 +32,28 @@ inline int lowestBit(unsigned mask)
 }
 #endif
 
+#if defined(__SSE2__) || defined(_M_X64)
+// One bit per byte of `v`: set for printable ASCII (32 to 126) other than the two stop bytes given as
+// vectors. A tab counts as a stop here; the scanners take it by their byte check.
+inline unsigned plainMask(__m128i v, __m128i stop1, __m128i stop2)
+{
+    const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, stop1), _mm_cmpeq_epi8(v, stop2));
+    const __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(31)), _mm_cmplt_epi8(v, _mm_set1_epi8(127)));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(stops, printable)));
+}
+#endif
+
 // Length of the run of printable bytes at `p` that are neither `stop1` nor `stop2`.
 inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
 {
     const char* q = p;
     for (;;) {
 #if defined(__SSE2__) || defined(_M_X64)
-        // Sixteen bytes at a time; as signed bytes, 32..126 is printable ASCII (a tab stops the vector
-        // scan and is taken by the byte check below).
-        const __m128i low = _mm_set1_epi8(31);
-        const __m128i high = _mm_set1_epi8(127);
+        // Sixteen bytes at a time; a tab stops the vector scan and is taken by the byte check below.
         const __m128i s1 = _mm_set1_epi8(stop1);
         const __m128i s2 = _mm_set1_epi8(stop2);
         while (end - q >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-            const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, s1), _mm_cmpeq_epi8(v, s2));
-            const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
-            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
+            const unsigned mask = plainMask(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q)), s1, s2);
             if (mask != 0xFFFFu) {
                 q += lowestBit(~mask & 0xFFFFu);
                 break;
@@ -76,15 +81,11 @@ inline size_t copyPlainRun(const char* p, const char* end, char stop1, char stop
     for (;;) {
 #if defined(__SSE2__) || defined(_M_X64)
         // A tab stops the vector scan and is taken by the byte check below.
-        const __m128i low = _mm_set1_epi8(31);
-        const __m128i high = _mm_set1_epi8(127);
         const __m128i s1 = _mm_set1_epi8(stop1);
         const __m128i s2 = _mm_set1_epi8(stop2);
         while (end - q >= 16) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-            const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, s1), _mm_cmpeq_epi8(v, s2));
-            const __m128i ok = _mm_andnot_si128(stops, _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high)));
-            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(ok));
+            const unsigned mask = plainMask(v, s1, s2);
             const size_t at = static_cast<size_t>(q - p);
             _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
             if (Both)

@@ -5,7 +5,6 @@
 #include "TextFile.h"
 #include "TextServices.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <string>
 

@@ -2,7 +2,7 @@
 """Runs the benchmark programs and the reference commands on the same inputs in the same run, and
 prints one table: case, our time, reference time, ratio, goal, met or not.
 
-Usage: benchtable.py BUILD_DIR DATA_DIR
+Usage: benchtable.py BUILD_DIR DATA_DIR [CASES]
 Each row of CASES names a Google Benchmark (program, benchmark name) and a reference: either a shell
 command timed here (best of several runs) or another benchmark. Memory rows run a program and read
 its peak resident memory from wait4.
@@ -64,8 +64,11 @@ SCALE = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 
 # Rounds per case. Each round measures our side and the reference one after the other, and each side
-# keeps its best round, so that a change in the machine's load over the run hits both sides alike.
-ROUNDS = 5
+# keeps its best round, so that a change in the machine's load hits both sides alike. The rounds are
+# spread over PASSES passes through the whole table, so that a case's rounds lie minutes apart and a
+# slow spell of a shared machine does not decide a case alone. SUPPORTQT_BENCH_PASSES overrides it.
+ROUNDS = 3
+PASSES = int(os.environ.get("SUPPORTQT_BENCH_PASSES", "3"))
 
 
 def run_benchmarks(bin_dir, program, names, data, repetitions=2):
@@ -118,48 +121,53 @@ def fmt_time(seconds):
     return "%.1f us" % (seconds * 1e6)
 
 
+def keep_best(best, case, ours, reference):
+    previous = best.get(case)
+    best[case] = (ours, reference) if previous is None else (min(previous[0], ours), min(previous[1], reference))
+
+
+def time_case(bin_dir, data, scripts, program, name, ref):
+    """One round of a benchmark case: our time, then the reference time."""
+    if ref[0] == "bench" and ref[1] == program:
+        times = run_benchmarks(bin_dir, program, [name, ref[2]], data)
+        return times[name], times[ref[2]]
+    ours = run_benchmarks(bin_dir, program, [name], data)[name]
+    reference = (time_command(ref[1].format(data=data, scripts=scripts)) if ref[0] == "cmd"
+                 else run_benchmarks(bin_dir, ref[1], [ref[2]], data)[ref[2]])
+    return ours, reference
+
+
+def ratio_row(case, ours, reference, goal):
+    ratio = ours / reference
+    met = ratio <= goal
+    return (case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal, "yes" if met else "NO"), met
+
+
 def main():
     build, data = sys.argv[1], sys.argv[2]
     # An optional third argument keeps only the cases whose names match it (a regular expression).
     chosen = re.compile(sys.argv[3] if len(sys.argv) > 3 else "")
     scripts = os.path.dirname(os.path.abspath(__file__))
     bin_dir = os.path.join(build, "bin")
+    sink = os.path.join(data, "command-output.txt")
+    cases = [c for c in CASES if chosen.search(c[0])]
+    command_cases = [c for c in COMMAND_CASES if chosen.search(c[0])]
+    best = {}
+    for _ in range(PASSES):
+        for case, (program, name), ref, goal in cases:
+            for _ in range(ROUNDS):
+                keep_best(best, case, *time_case(bin_dir, data, scripts, program, name, ref))
+        for case, ours_cmd, ref_cmd, goal in command_cases:
+            for _ in range(ROUNDS):
+                ours = time_command(ours_cmd.format(bin=bin_dir, data=data), output=sink)
+                reference = time_command(ref_cmd.format(data=data), output=sink)
+                keep_best(best, case, ours, reference)
     rows = []
     failed = 0
-    for case, (program, name), ref, goal in CASES:
-        if not chosen.search(case):
-            continue
-        ours = reference = None
-        for _ in range(ROUNDS):
-            if ref[0] == "bench" and ref[1] == program:
-                times = run_benchmarks(bin_dir, program, [name, ref[2]], data)
-                o, r = times[name], times[ref[2]]
-            else:
-                o = run_benchmarks(bin_dir, program, [name], data)[name]
-                r = (time_command(ref[1].format(data=data, scripts=scripts)) if ref[0] == "cmd"
-                     else run_benchmarks(bin_dir, ref[1], [ref[2]], data)[ref[2]])
-            ours = o if ours is None else min(ours, o)
-            reference = r if reference is None else min(reference, r)
-        ratio = ours / reference
-        met = ratio <= goal
+    for case, _, _, goal in cases + command_cases:
+        row, met = ratio_row(case, best[case][0], best[case][1], goal)
+        rows.append(row)
         failed += not met
-        rows.append((case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal,
-                     "yes" if met else "NO"))
-    sink = os.path.join(data, "command-output.txt")
-    for case, ours_cmd, ref_cmd, goal in COMMAND_CASES:
-        if not chosen.search(case):
-            continue
-        ours = reference = None
-        for _ in range(ROUNDS):
-            o = time_command(ours_cmd.format(bin=bin_dir, data=data), output=sink)
-            r = time_command(ref_cmd.format(data=data), output=sink)
-            ours = o if ours is None else min(ours, o)
-            reference = r if reference is None else min(reference, r)
-        ratio = ours / reference
-        met = ratio <= goal
-        failed += not met
-        rows.append((case, fmt_time(ours), fmt_time(reference), "%.2f" % ratio, "<= %g" % goal,
-                     "yes" if met else "NO"))
     for case, ours_cmd, ref_cmd, goal in MEMORY_CASES:
         if not chosen.search(case):
             continue
