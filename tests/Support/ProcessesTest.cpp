@@ -261,7 +261,10 @@ TEST_F(Processes, KillAndPriorities)
 
 TEST_F(Processes, DestroyingKvProcessLeavesTheChildRunning)
 {
-    const std::string s = script("survivor.sh", "echo $$ > '" + path("pid.txt") + "'\nsleep 0.6\nexit 0");
+    // The process id is written to a side file and renamed into place, so that the file never shows
+    // up empty.
+    const std::string s = script("survivor.sh", "echo $$ > '" + path("pid.tmp") + "'\nmv '" + path("pid.tmp") + "' '" +
+                                                    path("pid.txt") + "'\nsleep 0.6\nexit 0");
     QElapsedTimer timer;
     {
         KvProcess p(quoted(s).c_str(), false, false);
