@@ -31,6 +31,24 @@ TEST(YString, CopiesAndAssigns)
     EXPECT_TRUE(a.isEmpty());
 }
 
+TEST(YString, AssignReplacesWithCountedBytes)
+{
+    YString a("previous text");
+    a.assign("abc\0def", 7);
+    EXPECT_EQ(a.length(), 7);
+    EXPECT_EQ(std::string(a.c_str(), 7), std::string("abc\0def", 7));
+    a.assign("xyz", 2);
+    EXPECT_EQ(a, "xy");
+    a.assign("xyz", 0);
+    EXPECT_TRUE(a.isEmpty());
+    a = "kept";
+    a.assign(nullptr, 5);
+    EXPECT_TRUE(a.isEmpty());
+    a = "kept";
+    a.assign("xyz", -1);
+    EXPECT_TRUE(a.isEmpty());
+}
+
 TEST(YString, ConcatChainsThroughTempString)
 {
     YString base("R1");
