@@ -208,7 +208,7 @@ bool NewSpiceStream::readLineInBulk()
     int lines = 0;
     for (;;) {
         if (state == InLine) {
-            const size_t n = netlist::copyPlainRun<true>(p, stop, commentChar, commentChar, line, lit);
+            const size_t n = netlist::scanPlainRun<2>(p, stop, commentChar, commentChar, line, lit);
             p += n;
             line += n;
             lit += n;
@@ -220,7 +220,7 @@ bool NewSpiceStream::readLineInBulk()
             }
         }
         if (state == InlineComment) {
-            const size_t n = netlist::copyPlainRun<false>(p, stop, '\n', '\n', lit, nullptr);
+            const size_t n = netlist::scanPlainRun<1>(p, stop, '\n', '\n', lit, nullptr);
             p += n;
             lit += n;
         }

@@ -43,8 +43,11 @@ inline unsigned plainMask(__m128i v, __m128i stop1, __m128i stop2)
 }
 #endif
 
-// Length of the run of printable bytes at `p` that are neither `stop1` nor `stop2`.
-inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
+// Length of the run of printable bytes at `p` that are neither `stop1` nor `stop2`; with `Outputs` 1 or
+// 2 the run is also copied to `out` (and to `alsoOut`). Outputs need room for the run and 16 bytes
+// more: the scan and the copy are one pass that stores whole vectors.
+template <int Outputs>
+inline size_t scanPlainRun(const char* p, const char* end, char stop1, char stop2, char* out, char* alsoOut)
 {
     const char* q = p;
     for (;;) {
@@ -53,42 +56,12 @@ inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
         const __m128i s1 = _mm_set1_epi8(stop1);
         const __m128i s2 = _mm_set1_epi8(stop2);
         while (end - q >= 16) {
-            const unsigned mask = plainMask(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q)), s1, s2);
-            if (mask != 0xFFFFu) {
-                q += lowestBit(~mask & 0xFFFFu);
-                break;
-            }
-            q += 16;
-        }
-#endif
-        if (q >= end)
-            break;
-        const unsigned char c = static_cast<unsigned char>(*q);
-        if (!isPrintable(c) || c == static_cast<unsigned char>(stop1) || c == static_cast<unsigned char>(stop2))
-            break;
-        ++q;
-    }
-    return static_cast<size_t>(q - p);
-}
-
-// Copies the run of printable bytes at `p` that are neither `stop1` nor `stop2` to `out`, and also to
-// `alsoOut` when `Both`; returns its length. Both outputs need room for the run and 16 bytes more: the
-// scan and the copy are one pass that stores whole vectors.
-template <bool Both>
-inline size_t copyPlainRun(const char* p, const char* end, char stop1, char stop2, char* out, char* alsoOut)
-{
-    const char* q = p;
-    for (;;) {
-#if defined(__SSE2__) || defined(_M_X64)
-        // A tab stops the vector scan and is taken by the byte check below.
-        const __m128i s1 = _mm_set1_epi8(stop1);
-        const __m128i s2 = _mm_set1_epi8(stop2);
-        while (end - q >= 16) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
             const unsigned mask = plainMask(v, s1, s2);
             const size_t at = static_cast<size_t>(q - p);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
-            if (Both)
+            if (Outputs >= 1)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
+            if (Outputs >= 2)
                 _mm_storeu_si128(reinterpret_cast<__m128i*>(alsoOut + at), v);
             if (mask != 0xFFFFu) {
                 q += lowestBit(~mask & 0xFFFFu);
@@ -102,12 +75,18 @@ inline size_t copyPlainRun(const char* p, const char* end, char stop1, char stop
         const unsigned char c = static_cast<unsigned char>(*q);
         if (!isPrintable(c) || c == static_cast<unsigned char>(stop1) || c == static_cast<unsigned char>(stop2))
             break;
-        out[q - p] = static_cast<char>(c);
-        if (Both)
+        if (Outputs >= 1)
+            out[q - p] = static_cast<char>(c);
+        if (Outputs >= 2)
             alsoOut[q - p] = static_cast<char>(c);
         ++q;
     }
     return static_cast<size_t>(q - p);
+}
+
+inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
+{
+    return scanPlainRun<0>(p, end, stop1, stop2, nullptr, nullptr);
 }
 
 // The most bytes one bulk read takes from the stream's buffer: its output buffers need that much room.

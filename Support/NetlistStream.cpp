@@ -201,7 +201,7 @@ bool SpiceStream::readLineInBulk()
     bool complete = false;
     for (;;) {
         if (state == InLine) {
-            const size_t n = netlist::copyPlainRun<true>(p, end, icc, '{', raw, line);
+            const size_t n = netlist::scanPlainRun<2>(p, end, icc, '{', raw, line);
             if (n > 0) {
                 p += n;
                 raw += n;
@@ -217,7 +217,7 @@ bool SpiceStream::readLineInBulk()
             }
         }
         if (state == InlineComment) {
-            const size_t n = netlist::copyPlainRun<false>(p, end, '\n', '\n', raw, nullptr);
+            const size_t n = netlist::scanPlainRun<1>(p, end, '\n', '\n', raw, nullptr);
             p += n;
             raw += n;
         }

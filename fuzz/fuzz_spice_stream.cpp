@@ -9,17 +9,23 @@
 #include <vector>
 
 namespace {
+// Title, literal mode and empty lines as the option bits ask.
+void configure(SpiceStream& in, uint8_t options)
+{
+    if (options & 4)
+        in.readTitle();
+    in.setLiteralMode((options & 8) != 0);
+    if (options & 16)
+        in.dontSuppressEmptyLines();
+}
+
 // Everything a caller sees after each line, read from memory `chunk` bytes per refill (0: whole).
 std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
 {
     std::vector<std::string> seen;
     kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
     SpiceStream in(source);
-    if (options & 4)
-        in.readTitle();
-    in.setLiteralMode((options & 8) != 0);
-    if (options & 16)
-        in.dontSuppressEmptyLines();
+    configure(in, options);
     YString line;
     int number = 0;
     bool flag = false, nonAscii = false;
@@ -50,11 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string path = fuzz::scratchPath("spice.cir");
     fuzz::writeFile(path, data + 1, size - 1);
     SpiceStream in(path.c_str(), static_cast<SpiceLanguage>(options % 3));
-    if (options & 4)
-        in.readTitle();
-    in.setLiteralMode((options & 8) != 0);
-    if (options & 16)
-        in.dontSuppressEmptyLines();
+    configure(in, options);
     YString line;
     int number = 0, last = 0;
     bool flag = false, nonAscii = false;
