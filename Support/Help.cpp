@@ -109,7 +109,7 @@ bool sp_HaveOpenWebPage()
     FILE* file = fopen_utf8(path.c_str(), "w");
     if (!file)
         return false;
-    const bool found = !helpplatform::programForFile(toQs(path)).isEmpty();
+    const bool found = helpplatform::hasProgramForFile(toQs(path));
     std::fclose(file);
     unlink_utf8(path.c_str());
     return found;

@@ -8,6 +8,9 @@ namespace helpplatform {
 bool openWithSystemHandler(const QString& url);
 /// The program registered for the existing file `localFile` (an HTML file); empty when none.
 QString programForFile(const QString& localFile);
+/// Whether the system has a program for the existing file `localFile`; on Windows asked through the
+/// ANSI form of the shell's query, as the web-page test has always asked it.
+bool hasProgramForFile(const QString& localFile);
 /// Starts `program` with `argument` as its single parameter; true when it was started.
 bool startProgram(const QString& program, const QString& argument);
 } // namespace helpplatform

@@ -2,8 +2,6 @@
 // applications' .desktop files).
 #include "HelpPlatform_p.h"
 
-#ifndef Q_OS_WIN
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -109,6 +107,6 @@ bool startProgram(const QString& program, const QString& argument)
     return QProcess::startDetached(words[0], arguments);
 }
 
-} // namespace helpplatform
+bool hasProgramForFile(const QString& localFile) { return !programForFile(localFile).isEmpty(); }
 
-#endif
+} // namespace helpplatform

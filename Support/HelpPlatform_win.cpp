@@ -1,7 +1,7 @@
 // HelpPlatform_win.cpp - web pages through the Windows shell.
 #include "HelpPlatform_p.h"
 
-#ifdef Q_OS_WIN
+#include <QDir>
 
 #include <windows.h>
 #include <shellapi.h>
@@ -18,7 +18,7 @@ bool openWithSystemHandler(const QString& url)
 QString programForFile(const QString& localFile)
 {
     wchar_t program[MAX_PATH] = {0};
-    const std::wstring wide = localFile.toStdWString();
+    const std::wstring wide = QDir::toNativeSeparators(localFile).toStdWString();
     const INT_PTR result = reinterpret_cast<INT_PTR>(FindExecutableW(wide.c_str(), nullptr, program));
     return result > 32 ? QString::fromWCharArray(program) : QString();
 }
@@ -32,6 +32,12 @@ bool startProgram(const QString& program, const QString& argument)
     return result > 32;
 }
 
-} // namespace helpplatform
+bool hasProgramForFile(const QString& localFile)
+{
+    // The ANSI form, with the path in the system's code page.
+    char program[MAX_PATH] = {0};
+    const QByteArray path = QDir::toNativeSeparators(localFile).toLocal8Bit();
+    return reinterpret_cast<INT_PTR>(FindExecutableA(path.constData(), nullptr, program)) > 32;
+}
 
-#endif
+} // namespace helpplatform

@@ -289,12 +289,16 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
 bool saveReplacing(const YRef<YDomDocument>& document, const YString& path)
 {
     const QFileInfo target(toQs(path));
-    QTemporaryFile temporary(target.absolutePath() + "/." + target.fileName() + ".XXXXXX");
-    temporary.setAutoRemove(false);
-    if (!temporary.open())
-        return false;
-    const QString temporaryPath = temporary.fileName();
-    temporary.close();
+    QString temporaryPath;
+    {
+        // The temporary file object goes out of scope here: on Windows it holds its handle until it is
+        // destroyed, and the rename below would fail with a sharing violation.
+        QTemporaryFile temporary(target.absolutePath() + "/." + target.fileName() + ".XXXXXX");
+        temporary.setAutoRemove(false);
+        if (!temporary.open())
+            return false;
+        temporaryPath = temporary.fileName();
+    }
     const YString temporaryName = toYs(temporaryPath);
     bool ok = document->save(temporaryName.c_str(), 0);
     if (ok) {

@@ -2,8 +2,7 @@
 // line, waiting with events flowing. Window-show and console options do not exist here.
 #include "Processes_p.h"
 
-#ifndef Q_OS_WIN
-
+#include "ProcessServices.h"
 #include "TextServices.h"
 
 #include <QEventLoop>
@@ -56,6 +55,15 @@ int errorCode(int error)
 
 } // namespace
 
+QString processes::programForQt(const QString& bareProgram) { return bareProgram; }
+
+int processes::nativePid(const QProcess* process)
+{
+    if (!process || process->state() == QProcess::NotRunning)
+        return -1;
+    return sp_GetPidFromQProcessPID(static_cast<long long>(process->processId()));
+}
+
 int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
 {
     *exitCode = 0;
@@ -104,5 +112,3 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     *processId = -1;
     return 0;
 }
-
-#endif

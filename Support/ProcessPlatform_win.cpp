@@ -2,12 +2,27 @@
 // options, waiting with MsgWaitForMultipleObjects while Qt events are processed.
 #include "Processes_p.h"
 
-#ifdef Q_OS_WIN
-
+#include "ProcessServices.h"
+#include "Processes.h"
 #include "YString.h"
 
 #include <QCoreApplication>
 #include <windows.h>
+
+QString processes::programForQt(const QString& bareProgram)
+{
+    return bareProgram.isEmpty() ? QString() : QLatin1Char('"') + bareProgram + QLatin1Char('"');
+}
+
+int processes::nativePid(const QProcess* process)
+{
+    if (!process || process->state() == QProcess::NotRunning)
+        return -1;
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    return sp_GetPidFromQProcessPID(static_cast<long long>(reinterpret_cast<quintptr>(process->pid())));
+    QT_WARNING_POP
+}
 
 int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
 {
@@ -16,20 +31,25 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     ZeroMemory(&startup, sizeof startup);
     startup.cb = 104;
     startup.dwFlags = STARTF_USESHOWWINDOW;
-    startup.wShowWindow = (flags & 2) ? SW_HIDE : (flags & 8) ? SW_SHOWMINIMIZED : SW_SHOWNORMAL;
+    startup.wShowWindow = (flags & SpawnHidden)      ? SW_HIDE
+                          : (flags & SpawnMinimised) ? SW_MINIMIZE
+                                                         : SW_SHOWNORMAL;
     PROCESS_INFORMATION info;
     ZeroMemory(&info, sizeof info);
     UTFString wide(commandLine ? commandLine : "");
     std::wstring line(wide.getWide());
-    const DWORD creation = NORMAL_PRIORITY_CLASS | ((flags & 4) ? CREATE_NEW_CONSOLE : DETACHED_PROCESS);
+    const DWORD creation = NORMAL_PRIORITY_CLASS | ((flags & SpawnNewConsole) ? CREATE_NEW_CONSOLE : DETACHED_PROCESS);
     if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, FALSE, creation, nullptr, nullptr, &startup, &info)) {
         const DWORD error = GetLastError();
         *processId = -1;
         return error == ERROR_FILE_NOT_FOUND ? 4 : error == ERROR_ACCESS_DENIED ? 6 : error == ERROR_BAD_EXE_FORMAT ? 5 : 1;
     }
-    if (flags & 1) {
+    if (flags & SpawnWait) {
+        // Qt registers a caller's timers with the system only once its event dispatcher has run; run it
+        // once first, so that timers started just before this call fire during the wait.
+        QCoreApplication::processEvents();
         for (;;) {
-            const DWORD result = MsgWaitForMultipleObjects(1, &info.hProcess, FALSE, INFINITE, 0x1CFF);
+            const DWORD result = MsgWaitForMultipleObjects(1, &info.hProcess, FALSE, INFINITE, QS_ALLINPUT);
             if (result != WAIT_OBJECT_0 + 1 && result != WAIT_TIMEOUT)
                 break;
             QCoreApplication::processEvents();
@@ -48,5 +68,3 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     CloseHandle(info.hThread);
     return 0;
 }
-
-#endif

@@ -21,31 +21,10 @@ void processes::parseCommandLine(const char* commandLine, QString* program, QStr
     const char* cursor = commandLine ? commandLine : "";
     const YString first = sp_GetToken(&cursor, " \t", "\"", "\"", false);
     *bareProgram = toQs(first);
-#if defined(Q_OS_WIN)
-    // The program goes to Qt in double quotes, so that a path with blanks stays one program on the
-    // command line Qt builds.
-    *program = first.isEmpty() ? QString() : QLatin1Char('"') + *bareProgram + QLatin1Char('"');
-#else
-    // Qt hands the program to the system as one file name here, where quotes would be part of it.
-    *program = *bareProgram;
-#endif
+    *program = programForQt(*bareProgram);
     for (YString token = sp_GetToken(&cursor, " \t", "\"", "\"", false); !token.isEmpty();
          token = sp_GetToken(&cursor, " \t", "\"", "\"", false))
         arguments->append(toQs(token));
-}
-
-int processes::nativePid(const QProcess* process)
-{
-    if (!process || process->state() == QProcess::NotRunning)
-        return -1;
-#if defined(Q_OS_WIN)
-    QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED
-    return sp_GetPidFromQProcessPID(static_cast<long long>(reinterpret_cast<quintptr>(process->pid())));
-    QT_WARNING_POP
-#else
-    return sp_GetPidFromQProcessPID(static_cast<long long>(process->processId()));
-#endif
 }
 
 // ---------------------------------------------------------------- KvProcess

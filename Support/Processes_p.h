@@ -50,6 +50,10 @@ namespace processes {
 /// The command line split into the program (on Windows wrapped in double quotes; empty stays empty),
 /// the arguments, and the program as written.
 void parseCommandLine(const char* commandLine, QString* program, QStringList* arguments, QString* bareProgram);
+/// The program as Qt is given it: on Windows in double quotes (empty stays empty), so that a path with
+/// blanks stays one program on the command line Qt builds; elsewhere as written, since Qt hands it to
+/// the system as one file name, where quotes would be part of it.
+QString programForQt(const QString& bareProgram);
 /// The system process id of a QProcess's child, or -1.
 int nativePid(const QProcess* process);
 /// Platform part of sp_OldSpawnApplication.

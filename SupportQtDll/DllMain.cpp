@@ -1,5 +1,4 @@
 // DllMain.cpp - the library's entry point on Windows: no thread attach and detach notifications.
-#if defined(_WIN32)
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
@@ -9,4 +8,3 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
         DisableThreadLibraryCalls(instance);
     return TRUE;
 }
-#endif

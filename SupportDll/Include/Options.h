@@ -60,8 +60,8 @@ SUPPORTDLL_API void sp_GetVersionValues(KalvontaVersionInfo* info);
 /// Replaces the reported version record (null restores the built-in one); for embedding applications.
 SUPPORTDLL_API void sp_SetVersionValues(const KalvontaVersionInfo* info);
 
-/// 0 when the module file's embedded code signature is valid. On Windows this is Authenticode
-/// (WinVerifyTrust). Hosts without embedded signatures accept any existing file that is a loadable
-/// module of the host's format (ELF or Mach-O): 0; -1 when the file cannot be read; 2 when it is not
-/// a module.
+/// 0 when the module file's embedded code signature is valid; -1 when the file cannot be read. On
+/// Windows this is Authenticode (WinVerifyTrust), whose status is returned as it is (an unsigned
+/// module gives TRUST_E_NOSIGNATURE). Hosts without embedded signatures accept any existing file that
+/// is a loadable module of the host's format (ELF or Mach-O): 0; 2 when it is not a module.
 SUPPORTDLL_API int sp_VerifyEmbeddedSignature(const char* path);

@@ -13,7 +13,9 @@
 #include <sys/types.h>
 #include <vector>
 
+#ifdef _MSC_VER
 #pragma comment(lib, "wintrust.lib")
+#endif
 
 namespace {
 
@@ -156,10 +158,19 @@ double monotonicSeconds()
 
 int pidFromQtPid(long long qtPid)
 {
-    if (qtPid == 0)
+    // Qt's handle is a pointer to the system's PROCESS_INFORMATION. Values that cannot be one (negative,
+    // in the never-mapped first 64 KiB, misaligned) or that point at memory that cannot be read give -1
+    // instead of a crash.
+    if (qtPid < 0x10000 || qtPid % alignof(PROCESS_INFORMATION) != 0)
         return -1;
     const PROCESS_INFORMATION* info = reinterpret_cast<const PROCESS_INFORMATION*>(static_cast<intptr_t>(qtPid));
-    return info ? static_cast<int>(info->dwProcessId) : -1;
+    MEMORY_BASIC_INFORMATION region;
+    if (VirtualQuery(info, &region, sizeof region) != sizeof region || region.State != MEM_COMMIT ||
+        (region.Protect & (PAGE_NOACCESS | PAGE_GUARD)) != 0 ||
+        reinterpret_cast<const char*>(info) + sizeof *info >
+            static_cast<const char*>(region.BaseAddress) + region.RegionSize)
+        return -1;
+    return static_cast<int>(info->dwProcessId);
 }
 
 bool processRunning(int pid)
@@ -215,6 +226,10 @@ int currentProcessId() { return static_cast<int>(GetCurrentProcessId()); }
 int verifySignature(const char* utf8Path)
 {
     std::wstring path = wide(utf8Path);
+    // A file that cannot be read is -1 on every platform; only readable files reach WinVerifyTrust.
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return -1;
     WINTRUST_FILE_INFO file = {};
     file.cbStruct = sizeof file;
     file.pcwszFilePath = path.c_str();

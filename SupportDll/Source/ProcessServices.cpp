@@ -13,6 +13,10 @@ bool sp_SetProcessPriority(int pid, ThreadPriority priority)
     return platform::processRunning(pid) && platform::setPriority(pid, static_cast<int>(priority));
 }
 
-int sp_GetProcessPriority(int pid) { return platform::getPriority(pid); }
+int sp_GetProcessPriority(int pid)
+{
+    // An ended process whose handle someone still holds can still be asked on Windows: it has none.
+    return platform::processRunning(pid) ? platform::getPriority(pid) : -1;
+}
 
 int sp_GetCurrentProcessId() { return platform::currentProcessId(); }

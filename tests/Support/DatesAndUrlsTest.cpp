@@ -82,9 +82,18 @@ TEST(DatesAndUrls, TextsThatAreNotFileUrlsAreTakenAsPaths)
 TEST(DatesAndUrls, MakeFileUrl)
 {
     const QString relative = sp_MakeFileUrl(QString("some dir/page.html"));
-    EXPECT_EQ(relative, "file://" + QDir::currentPath() + "/some dir/page.html");
+    EXPECT_EQ(relative, QString::fromStdString(fileUrlOf(QDir::currentPath().toStdString())) + "/some dir/page.html");
     EXPECT_EQ(sp_MakeFileUrl(QString("file:///tmp/a%20b.html")), "file:///tmp/a b.html");
+#ifdef Q_OS_WIN
+    // Drive letters and backslashes: the URL has three slashes before the drive. A path without a drive
+    // is on the current one.
+    EXPECT_EQ(sp_MakeFileUrl(QString("C:\\a b\\c.html")), "file:///C:/a b/c.html");
+    EXPECT_STREQ(sp_MakeFileUrl(YString("D:/\xC3\xA9t\xC3\xA9.html")).c_str(), "file:///D:/\xC3\xA9t\xC3\xA9.html");
+    EXPECT_EQ(sp_MakeFileUrl(QString("/tmp/x.html")), "file:///" + QDir::currentPath().left(2) + "/tmp/x.html");
+    EXPECT_EQ(sp_MakeFileUrl(QString("file:///C:/a%20b/c.txt")), "file:///C:/a b/c.txt");
+#else
     EXPECT_STREQ(sp_MakeFileUrl(YString("/tmp/\xC3\xA9t\xC3\xA9.html")).c_str(), "file:///tmp/\xC3\xA9t\xC3\xA9.html");
+#endif
 }
 
 TEST(DatesAndUrls, GuidsAreFreshAndBraced)

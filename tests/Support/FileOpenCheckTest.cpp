@@ -27,14 +27,6 @@ std::string message(const std::string& path, GfnOpenMode mode)
     return text.c_str();
 }
 
-bool runningAsRoot()
-{
-#ifdef Q_OS_WIN
-    return false;
-#else
-    return geteuid() == 0;
-#endif
-}
 
 } // namespace
 

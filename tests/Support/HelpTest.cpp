@@ -15,6 +15,10 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 #include <memory>
 #include <string>
 #include <utility>
@@ -79,7 +83,7 @@ TEST_F(Help, LocalHelpWhenTheOptionIsSetAndThePageExists)
     EnvGuard helpPath("HELPPATH", QByteArray::fromStdString(m_dir));
     sp_SetBoolOption("UseLocalHelp", true);
     EXPECT_EQ(std::string(sp_ConvertKvhlpToUrl("kvhlp://open_context_id.htm#1234").c_str()),
-              "file://" + m_dir + "/open_context_id.htm#1234");
+              fileUrlOf(m_dir) + "/open_context_id.htm#1234");
 }
 
 TEST_F(Help, OptionSetButNoLocalPageGivesTheOnlineUrl)
@@ -239,5 +243,126 @@ TEST_F(WebPages, FragmentUrlOfAMissingFileIsNotOpened)
 {
     registerFakeBrowser();
     EXPECT_FALSE(sp_OpenWebPage(("file://" + path("missing.html") + "#a").c_str()));
+}
+#else
+// The system's associations in the test's own Wine prefix (or Windows registry): ".html" and the http
+// and https protocols point at a fake browser, the test build's child program copied into the temporary
+// folder, which writes each argument it receives on a line of a record file. The values it changes are
+// put back afterwards.
+class RegistryValue {
+public:
+    explicit RegistryValue(const std::wstring& key) : m_key(key)
+    {
+        HKEY handle = nullptr;
+        if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) == ERROR_SUCCESS) {
+            wchar_t buffer[2048];
+            DWORD size = sizeof buffer;
+            DWORD type = 0;
+            if (RegQueryValueExW(handle, nullptr, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size) == ERROR_SUCCESS &&
+                type == REG_SZ) {
+                m_had = true;
+                m_old.assign(buffer, size / sizeof(wchar_t));
+                while (!m_old.empty() && m_old.back() == L'\0')
+                    m_old.pop_back();
+            }
+            RegCloseKey(handle);
+        }
+    }
+    ~RegistryValue()
+    {
+        if (m_had)
+            set(m_old);
+        else
+            RegDeleteKeyW(HKEY_CLASSES_ROOT, m_key.c_str());
+    }
+    void set(const std::wstring& value)
+    {
+        HKEY handle = nullptr;
+        ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, m_key.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &handle, nullptr),
+                  ERROR_SUCCESS);
+        RegSetValueExW(handle, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                       static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+        RegCloseKey(handle);
+    }
+
+private:
+    std::wstring m_key;
+    bool m_had = false;
+    std::wstring m_old;
+};
+
+class WebPages : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        QDir().mkpath(QString::fromStdString(path("empty")));
+        m_guards.emplace_back(new EnvGuard("TEMP", QByteArray::fromStdString(path("empty"))));
+        m_guards.emplace_back(new EnvGuard("TMP", QByteArray::fromStdString(path("empty"))));
+        // Until a test registers the fake browser, ".html" names a file type that has no program.
+        m_html.set(L"SupportQtTest.none");
+    }
+    void TearDown() override
+    {
+        m_guards.clear();
+        TempDirTest::TearDown();
+    }
+    void registerFakeBrowser()
+    {
+        const QString program = QDir::toNativeSeparators(QString::fromStdString(path("bin/fakebrowser.exe")));
+        QDir().mkpath(QString::fromStdString(path("bin")));
+        ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
+        writeFileBytes(path("bin/fakebrowser.steps"), "args " + path("record.txt") + "\n");
+        const std::wstring command = L"\"" + program.toStdWString() + L"\" \"%1\"";
+        m_html.set(L"SupportQtTest.html");
+        m_htmlCommand.set(command);
+        m_httpCommand.set(command);
+        m_httpsCommand.set(command);
+    }
+    // What the fake browser received, one argument per line; empty when it was not started in time.
+    std::string received()
+    {
+        for (int i = 0; i < 200 && !QFile::exists(QString::fromStdString(path("record.txt"))); ++i)
+            QThread::msleep(50);
+        const std::string text = readFileBytes(path("record.txt"));
+        QFile::remove(QString::fromStdString(path("record.txt")));
+        return text;
+    }
+
+    RegistryValue m_html{L".html"};
+    RegistryValue m_htmlCommand{L"SupportQtTest.html\\shell\\open\\command"};
+    RegistryValue m_httpCommand{L"http\\shell\\open\\command"};
+    RegistryValue m_httpsCommand{L"https\\shell\\open\\command"};
+    std::vector<std::unique_ptr<EnvGuard>> m_guards;
+};
+
+TEST_F(WebPages, NoHandlerMeansNoWebPage)
+{
+    EXPECT_FALSE(sp_HaveOpenWebPage());
+    writeFileBytes(path("page.html"), "<html><body>x</body></html>\n");
+    EXPECT_FALSE(sp_OpenWebPage(("file:///" + path("page.html") + "#part").c_str()));
+}
+
+TEST_F(WebPages, FakeBrowserReceivesTheUrls)
+{
+    registerFakeBrowser();
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("empty/dummy.html"))));
+    writeFileBytes(path("page.html"), "<!DOCTYPE html>\n<html><head><title>t</title></head><body>x</body></html>\n");
+
+    // A file URL with a fragment goes whole to the program registered for the file's type.
+    const std::string withFragment = "file:///" + path("page.html") + "#section2";
+    ASSERT_TRUE(sp_OpenWebPage(withFragment.c_str()));
+    EXPECT_EQ(received(), withFragment + "\n");
+
+    // Other URLs go through the shell, to the program registered for their protocol.
+    ASSERT_TRUE(sp_OpenWebPage("https://example.invalid/a/b?q=1#top"));
+    EXPECT_EQ(received(), "https://example.invalid/a/b?q=1#top\n");
+}
+
+TEST_F(WebPages, FragmentUrlOfAMissingFileIsNotOpened)
+{
+    registerFakeBrowser();
+    EXPECT_FALSE(sp_OpenWebPage(("file:///" + path("missing.html") + "#a").c_str()));
 }
 #endif

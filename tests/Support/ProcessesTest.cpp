@@ -1,6 +1,7 @@
-// ProcessesTest.cpp - child processes from shell scripts written by the test: launch errors, exit
-// codes, captured output, waiting with events flowing, kill, priorities, and children that outlive
-// their KvProcess.
+// ProcessesTest.cpp - child processes (copies of the test build's child program, each with the steps
+// the test writes for it): launch errors, exit codes, captured output, waiting with events flowing,
+// kill, priorities, children that outlive their KvProcess, and on Windows the old launcher's start-up
+// options.
 #include "Console.h"
 #include "ProcessServices.h"
 #include "Processes.h"
@@ -15,9 +16,6 @@
 #include <QTimer>
 
 #include <string>
-
-#ifndef Q_OS_WIN
-#include <unistd.h>
 
 namespace {
 
@@ -36,16 +34,24 @@ bool spinUntil(int ms, Done done)
 
 class Processes : public TempDirTest {
 protected:
-    // Writes an executable shell script and returns its path.
-    std::string script(const std::string& name, const std::string& body)
+    // Copies the child program to `name` (plus the platform's program suffix) in the temporary folder,
+    // writes its steps beside it, and returns the copy's path.
+    std::string child(const std::string& name, const std::string& steps)
     {
-        const std::string p = path(name);
-        QDir().mkpath(QFileInfo(QString::fromStdString(p)).absolutePath());
-        writeFileBytes(p, "#!/bin/sh\n" + body + "\n");
-        QFile::setPermissions(QString::fromStdString(p), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const std::string p = path(name + kProgramSuffix);
+        const QString copy = QString::fromStdString(p);
+        QDir().mkpath(QFileInfo(copy).absolutePath());
+        EXPECT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), copy)) << p;
+        QFile::setPermissions(copy, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        writeFileBytes(path(name + ".steps"), steps + "\n");
         return p;
     }
     static std::string quoted(const std::string& p) { return "\"" + p + "\""; }
+#ifdef Q_OS_WIN
+    static constexpr const char* kProgramSuffix = ".exe";
+#else
+    static constexpr const char* kProgramSuffix = "";
+#endif
 };
 
 // ---------------------------------------------------------------- sp_SpawnApplication
@@ -54,7 +60,8 @@ TEST_F(Processes, NewConsoleIsRefused)
 {
     unsigned code = 99;
     int pid = 1234;
-    EXPECT_EQ(sp_SpawnApplication("/bin/true", SpawnNewConsole | SpawnWait, YRef<kvstream>(), &code, &pid),
+    const std::string s = child("true", "exit 0");
+    EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnNewConsole | SpawnWait, YRef<kvstream>(), &code, &pid),
               SSPE_NotSupported);
     EXPECT_EQ(code, 0u);
     EXPECT_EQ(pid, 1234);
@@ -62,7 +69,7 @@ TEST_F(Processes, NewConsoleIsRefused)
 
 TEST_F(Processes, ExitCodeWithWait)
 {
-    const std::string s = script("exit3.sh", "exit 3");
+    const std::string s = child("exit3", "exit 3");
     unsigned code = 0;
     int pid = 0;
     EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnWait, YRef<kvstream>(), &code, &pid), SSPE_Ok);
@@ -72,7 +79,7 @@ TEST_F(Processes, ExitCodeWithWait)
 
 TEST_F(Processes, CapturedOutputAndErrorInterleaved)
 {
-    const std::string s = script("both.sh", "echo out1\nsleep 0.3\necho err1 >&2\nsleep 0.3\necho out2\nexit 0");
+    const std::string s = child("both", "out out1\nsleep 300\nerr err1\nsleep 300\nout out2\nexit 0");
     YRef<kvstream> out(new kvstrstream(""));
     unsigned code = 7;
     EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnWait | SpawnCaptureOutput | SpawnCaptureError, out, &code,
@@ -90,7 +97,7 @@ TEST_F(Processes, CapturedOutputAndErrorInterleaved)
 
 TEST_F(Processes, ProgramPathWithBlanks)
 {
-    const std::string s = script("dir with blanks/prog name.sh", "exit $#");
+    const std::string s = child("dir with blanks/prog name", "exitargc");
     unsigned code = 0;
     EXPECT_EQ(sp_SpawnApplication((quoted(s) + " a \"b c\" d").c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr),
               SSPE_Ok);
@@ -102,9 +109,9 @@ TEST_F(Processes, ProgramPathWithBlanks)
 
 TEST_F(Processes, LaunchErrors)
 {
-    const std::string missing = path("missing-program");
+    const std::string missing = path(std::string("missing-program") + kProgramSuffix);
     writeFileBytes(path("plain.txt"), "not a program\n");
-    const std::string garbage = path("garbage.bin");
+    const std::string garbage = path(std::string("garbage") + kProgramSuffix);
     writeFileBytes(garbage, std::string("\x7f\x01\x02 not an executable format"));
     QFile::setPermissions(QString::fromStdString(garbage), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     unsigned code = 5;
@@ -114,10 +121,15 @@ TEST_F(Processes, LaunchErrors)
     EXPECT_EQ(pid, -1);
     EXPECT_EQ(sp_OldSpawnApplication(missing.c_str(), SpawnWait, &code, &pid), SSPE_NotFound);
     EXPECT_EQ(pid, -1);
-    // Root may read any file but still needs an execute bit to run one.
+    // Root may read any file but still needs an execute bit to run one; on Windows a text file is not a
+    // program by its name, and the system calls it a bad executable format.
     EXPECT_EQ(sp_SpawnApplication(path("plain.txt").c_str(), SpawnWait, YRef<kvstream>(), nullptr, nullptr),
               SSPE_NotExecutable);
+#ifdef Q_OS_WIN
+    EXPECT_EQ(sp_OldSpawnApplication(path("plain.txt").c_str(), SpawnWait, nullptr, nullptr), SSPE_BadFormat);
+#else
     EXPECT_EQ(sp_OldSpawnApplication(path("plain.txt").c_str(), SpawnWait, nullptr, nullptr), SSPE_NotExecutable);
+#endif
     EXPECT_EQ(sp_OldSpawnApplication(garbage.c_str(), SpawnWait, nullptr, nullptr), SSPE_BadFormat);
     EXPECT_EQ(sp_SpawnApplication(garbage.c_str(), SpawnWait, YRef<kvstream>(), nullptr, nullptr), SSPE_Failed);
 }
@@ -126,10 +138,17 @@ TEST_F(Processes, BadCommandLines)
 {
     EXPECT_EQ(sp_SpawnApplication(nullptr, SpawnWait, YRef<kvstream>(), nullptr, nullptr), SSPE_NotFound);
     EXPECT_EQ(sp_SpawnApplication("", 0, YRef<kvstream>(), nullptr, nullptr), SSPE_NotFound);
-    EXPECT_EQ(sp_SpawnApplication("\"/bin/sh -c", SpawnWait, YRef<kvstream>(), nullptr, nullptr), SSPE_NotFound);
+    EXPECT_EQ(sp_SpawnApplication(("\"" + path("no such program") + " -c").c_str(), SpawnWait, YRef<kvstream>(), nullptr,
+                                  nullptr),
+              SSPE_NotFound);
     const std::string huge(100000, 'x');
     EXPECT_EQ(sp_SpawnApplication(huge.c_str(), SpawnWait, YRef<kvstream>(), nullptr, nullptr), SSPE_NotFound);
+#ifdef Q_OS_WIN
+    // An empty command line goes to CreateProcessW, which names no file: "not found".
+    EXPECT_EQ(sp_OldSpawnApplication(nullptr, SpawnWait, nullptr, nullptr), SSPE_NotFound);
+#else
     EXPECT_EQ(sp_OldSpawnApplication(nullptr, SpawnWait, nullptr, nullptr), SSPE_Failed);
+#endif
     EXPECT_NE(sp_OldSpawnApplication(huge.c_str(), SpawnWait, nullptr, nullptr), SSPE_Ok);
     KvProcess none(nullptr, false, false);
     EXPECT_FALSE(none.start());
@@ -142,7 +161,7 @@ TEST_F(Processes, BadCommandLines)
 
 TEST_F(Processes, NoWaitLeavesTheChildRunning)
 {
-    const std::string s = script("sleeper.sh", "sleep 0.5\nexit 4");
+    const std::string s = child("sleeper", "sleep 500\nexit 4");
     unsigned code = 9;
     int pid = -5;
     EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), 0, YRef<kvstream>(), &code, &pid), SSPE_Ok);
@@ -156,7 +175,7 @@ TEST_F(Processes, NoWaitLeavesTheChildRunning)
 
 TEST_F(Processes, OldLauncherWithAndWithoutWait)
 {
-    const std::string s = script("old.sh", "sleep 0.3\nexit 6");
+    const std::string s = child("old", "sleep 300\nexit 6");
     unsigned code = 1;
     int pid = 1;
     EXPECT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait | SpawnHidden | SpawnNewConsole, &code, &pid), SSPE_Ok);
@@ -171,7 +190,7 @@ TEST_F(Processes, OldLauncherWithAndWithoutWait)
 
 TEST_F(Processes, WaitingKeepsEventsFlowing)
 {
-    const std::string s = script("slow.sh", "sleep 1\nexit 0");
+    const std::string s = child("slow", "sleep 1000\nexit 0");
     int ticks = 0;
     QTimer ticker;
     QObject::connect(&ticker, &QTimer::timeout, [&] { ++ticks; });
@@ -203,19 +222,19 @@ TEST_F(Processes, WaitingKeepsEventsFlowing)
 
 TEST_F(Processes, AddArgumentMakesTheFirstOneTheProgramUnquoted)
 {
-    const std::string s = script("args.sh", "exit $#");
+    const std::string s = child("args", "exitargc");
     KvProcess p(nullptr, false, false);
-    p.addArgument("/bin/sh");
     p.addArgument(s.c_str());
+    p.addArgument("only one");
     ASSERT_TRUE(p.start());
     EXPECT_TRUE(p.waitProcess(10000));
     spinUntil(5000, [&] { return !p.isRunning(); });
-    EXPECT_EQ(p.exitCode(), 0); // the script got no arguments of its own
+    EXPECT_EQ(p.exitCode(), 1); // the second argument, blank and all, is the child's only one
 }
 
 TEST_F(Processes, RelayedOutputGoesToTheConsole)
 {
-    const std::string s = script("relay.sh", "echo relayed-line\nsleep 0.2\necho relayed-error >&2");
+    const std::string s = child("relay", "out relayed-line\nsleep 200\nerr relayed-error");
     std::string console;
     sp_SetConsoleSink([](const char* text, void* context) { *static_cast<std::string*>(context) += text; }, &console);
     {
@@ -241,13 +260,13 @@ TEST_F(Processes, RelayedOutputGoesToTheConsole)
 
 TEST_F(Processes, KillAndPriorities)
 {
-    const std::string s = script("long.sh", "sleep 30");
+    const std::string s = child("long", "sleep 30000");
     KvProcess p(quoted(s).c_str(), false, false);
     ASSERT_TRUE(p.start());
     EXPECT_TRUE(p.isRunningNative());
     p.setProcessPriority(KvProcess::Low);
     EXPECT_EQ(p.getProcessPriority(), 2); // the core library's "low"
-    if (geteuid() == 0) {
+    if (runningAsRoot()) {
         p.setProcessPriority(KvProcess::High);
         EXPECT_EQ(p.getProcessPriority(), 1); // the core library's "high"
         p.setProcessPriority(KvProcess::Normal);
@@ -263,8 +282,7 @@ TEST_F(Processes, DestroyingKvProcessLeavesTheChildRunning)
 {
     // The process id is written to a side file and renamed into place, so that the file never shows
     // up empty.
-    const std::string s = script("survivor.sh", "echo $$ > '" + path("pid.tmp") + "'\nmv '" + path("pid.tmp") + "' '" +
-                                                    path("pid.txt") + "'\nsleep 0.6\nexit 0");
+    const std::string s = child("survivor", "pidfile " + path("pid.txt") + "\nsleep 600\nexit 0");
     QElapsedTimer timer;
     {
         KvProcess p(quoted(s).c_str(), false, false);
@@ -281,4 +299,35 @@ TEST_F(Processes, DestroyingKvProcessLeavesTheChildRunning)
     spinUntil(300, [] { return false; });
     sp_ProcessDeleteEvents();
 }
+
+// ---------------------------------------------------------------- the old launcher's start-up options
+
+// The child reports the start-up information it was given: "flags show".
+TEST_F(Processes, OldLauncherShowStates)
+{
+    struct Case {
+        SpawnFlags flags;
+        int show;
+    };
+#ifdef Q_OS_WIN
+    // Hidden (0) wins over minimised (6); without either the window is shown normally (1). The flags
+    // always hold STARTF_USESHOWWINDOW (1).
+    const Case cases[] = {{SpawnHidden, 0}, {SpawnMinimised, 6}, {SpawnHidden | SpawnMinimised, 0}, {0, 1},
+                          {SpawnNewConsole, 1}};
+    const int startupFlags = 1;
+#else
+    // There are no start-up options here: the child starts the same way whatever is asked.
+    const Case cases[] = {{SpawnHidden, 0}, {SpawnMinimised, 0}, {SpawnNewConsole, 0}, {0, 0}};
+    const int startupFlags = 0;
 #endif
+    int n = 0;
+    for (const Case& c : cases) {
+        const std::string report = path("startup" + std::to_string(n) + ".txt");
+        const std::string s = child("show" + std::to_string(n++), "startup " + report);
+        unsigned code = 9;
+        ASSERT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait | c.flags, &code, nullptr), SSPE_Ok);
+        EXPECT_EQ(code, 0u);
+        EXPECT_EQ(readFileBytes(report), std::to_string(startupFlags) + " " + std::to_string(c.show) + "\n")
+            << "flags " << c.flags;
+    }
+}

@@ -18,6 +18,27 @@ namespace {
 
 const std::string kGolden = std::string(SUPPORTQT_TEST_DATA_DIR) + "/reports/";
 
+// Reads a report written by the library. The reports are written in text mode, so on Windows every
+// line ends in a carriage return and a line feed; that is checked, and the text is compared with LF
+// line ends like everywhere else.
+std::string readReport(const std::string& path)
+{
+    const std::string bytes = readFileBytes(path);
+#ifdef Q_OS_WIN
+    std::string text;
+    text.reserve(bytes.size());
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (bytes[i] == '\r' && i + 1 < bytes.size() && bytes[i + 1] == '\n')
+            continue;
+        EXPECT_FALSE(bytes[i] == '\n' && (i == 0 || bytes[i - 1] != '\r')) << "a line feed without a carriage return at " << i;
+        text += bytes[i];
+    }
+    return text;
+#else
+    return bytes;
+#endif
+}
+
 XMLMeritValue merit(double value, double delta, double norm, int status)
 {
     XMLMeritValue e;
@@ -117,7 +138,7 @@ TEST_F(Reports, GoldenMonteCarloLog)
     XMLReportHeader header;
     goldenTable(&table, &header, true);
     ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("mc.html"), noSheet(), table, header));
-    EXPECT_EQ(readFileBytes(path("mc.html")), readFileBytes(kGolden + "montecarlo.html"));
+    EXPECT_EQ(readReport(path("mc.html")), readFileBytes(kGolden + "montecarlo.html"));
 }
 
 TEST_F(Reports, GoldenWorstCaseLogHasNoSeedTable)
@@ -126,7 +147,7 @@ TEST_F(Reports, GoldenWorstCaseLogHasNoSeedTable)
     XMLReportHeader header;
     goldenTable(&table, &header, true);
     ASSERT_TRUE(sp_BuildWorstCaseHTMLReport(out("wc.html"), noSheet(), table, header));
-    EXPECT_EQ(readFileBytes(path("wc.html")), readFileBytes(kGolden + "worstcase.html"));
+    EXPECT_EQ(readReport(path("wc.html")), readFileBytes(kGolden + "worstcase.html"));
 }
 
 TEST_F(Reports, GoldenSensitivityReport)
@@ -135,7 +156,7 @@ TEST_F(Reports, GoldenSensitivityReport)
     XMLReportHeader header;
     goldenTable(&table, &header, true);
     ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("s.html"), noSheet(), table, header, 2));
-    EXPECT_EQ(readFileBytes(path("s.html")), readFileBytes(kGolden + "sensitivity.html"));
+    EXPECT_EQ(readReport(path("s.html")), readFileBytes(kGolden + "sensitivity.html"));
 }
 
 TEST_F(Reports, GoldenSensitivityReportWithoutCaseOneSortsByDescription)
@@ -144,7 +165,7 @@ TEST_F(Reports, GoldenSensitivityReportWithoutCaseOneSortsByDescription)
     XMLReportHeader header;
     goldenTable(&table, &header, false);
     ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("s.html"), noSheet(), table, header, 7));
-    EXPECT_EQ(readFileBytes(path("s.html")), readFileBytes(kGolden + "sensitivity_nocase1.html"));
+    EXPECT_EQ(readReport(path("s.html")), readFileBytes(kGolden + "sensitivity_nocase1.html"));
 }
 
 TEST_F(Reports, GoldenCsvLines)
@@ -167,7 +188,7 @@ TEST_F(Reports, StyleSheetIsCopiedBetweenStyleLines)
     ASSERT_NE(f, nullptr);
     sp_IncludeTableStyleSheet(f, YString(path("sheet.css").c_str()));
     std::fclose(f);
-    EXPECT_EQ(readFileBytes(path("block.txt")), "<style>\ntd { color: red; }\n/* 100% */</style>\n");
+    EXPECT_EQ(readReport(path("block.txt")), "<style>\ntd { color: red; }\n/* 100% */</style>\n");
 }
 
 // ---------------------------------------------------------------- logs
@@ -178,7 +199,7 @@ TEST_F(Reports, EmptyTableLog)
     XMLReportHeader header;
     header.meritFunctions.append(XMLMeritFunction{"m", "M"});
     ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("e.html"), noSheet(), table, header));
-    const std::string text = readFileBytes(path("e.html"));
+    const std::string text = readReport(path("e.html"));
     EXPECT_NE(text.find("\t<h2>Results</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>Run #</th><th>Description</th><th>m</th></tr>\n\t</table>\n"
                         "\t<h2>Seed Table</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>#</th><th>Seed</th></tr>\n\t</table>\n</html>\n"),
               std::string::npos)
@@ -192,7 +213,7 @@ TEST_F(Reports, NoMeritFunctionsNoResultsSection)
     XMLReportHeader header;
     table.insert(run(1, "only", 5, {}, {param("R9", 1, 2)}));
     ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("n.html"), noSheet(), table, header));
-    const std::string text = readFileBytes(path("n.html"));
+    const std::string text = readReport(path("n.html"));
     EXPECT_EQ(text.find("Results"), std::string::npos);
     EXPECT_NE(text.find("\t\t<tr><td>1</td><td>5</td></tr>\n"), std::string::npos);
     EXPECT_NE(text.find("\t<h2>only</h2>\n\t<table class=\"datatable\">\n\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n"
@@ -208,12 +229,12 @@ TEST_F(Reports, PercentSignsAreTextNotFormats)
     header.meritFunctions.append(XMLMeritFunction{"%s%s%s", "x"});
     table.insert(run(1, "%n%n%s 50%", 0, {merit(1, 0, 0, 0)}, {param("%d", 1, 1)}));
     ASSERT_TRUE(sp_BuildWorstCaseHTMLReport(out("p.html"), noSheet(), table, header));
-    const std::string text = readFileBytes(path("p.html"));
+    const std::string text = readReport(path("p.html"));
     EXPECT_NE(text.find("<td>100% %s %d %n</td>"), std::string::npos);
     EXPECT_NE(text.find("<th>%s%s%s</th>"), std::string::npos);
     EXPECT_NE(text.find("<h2>%n%n%s 50%</h2>"), std::string::npos);
     ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("q.html"), noSheet(), table, header, 1));
-    EXPECT_NE(readFileBytes(path("q.html")).find("<td>%n%n%s 50%</td>"), std::string::npos);
+    EXPECT_NE(readReport(path("q.html")).find("<td>%n%n%s 50%</td>"), std::string::npos);
     EXPECT_EQ(csvLines(table, header, 0)[1], "1,%n%n%s 50%,1,0,0");
 }
 
@@ -347,8 +368,8 @@ TEST_F(LargeReports, BrowserSeesEveryTableAndRow)
     const std::string s = browserDom("s.html");
     EXPECT_EQ(countOf(s, "<table"), 1u);
     EXPECT_EQ(countOf(s, "<tr"), 2u + parameterRows);
-    EXPECT_EQ(countOf(s, "!DIV0") + countOf(s, ">*<"), countOf(readFileBytes(path("s.html")), "!DIV0") +
-                                                           countOf(readFileBytes(path("s.html")), ">*<"));
+    EXPECT_EQ(countOf(s, "!DIV0") + countOf(s, ">*<"), countOf(readReport(path("s.html")), "!DIV0") +
+                                                           countOf(readReport(path("s.html")), ">*<"));
 }
 
 TEST_F(LargeReports, PythonCsvReadsEveryRow)

@@ -39,7 +39,7 @@ protected:
         QLibrary module(QStringLiteral("supportgui"));
         log = reinterpret_cast<const std::vector<std::string>* (*)()>(module.resolve("supportGuiLog"));
         entryCalls = reinterpret_cast<int (*)()>(module.resolve("supportGuiEntryCalls"));
-        ASSERT_NE(log, nullptr) << "the test module must be on LD_LIBRARY_PATH (CTest sets it)";
+        ASSERT_NE(log, nullptr) << "the test module must be on the library search path (CTest sets it)";
     }
     std::string last() { return log()->empty() ? std::string() : log()->back(); }
     const std::vector<std::string>* (*log)() = nullptr;
@@ -138,7 +138,7 @@ TEST(GuiPlaceholder, DefaultsWhenNoImplementationIsFound)
 #if defined(SUPPORTGUI_MODE_NOENTRY)
     // The module is there, but without its entry point.
     QLibrary module(QStringLiteral("supportgui"));
-    ASSERT_NE(module.resolve("supportGuiLog"), nullptr) << "the module must be on LD_LIBRARY_PATH (CTest sets it)";
+    ASSERT_NE(module.resolve("supportGuiLog"), nullptr) << "the module must be on the library search path (CTest sets it)";
     EXPECT_EQ(module.resolve("sp_GetSupportGuiImpl"), nullptr);
 #else
     EXPECT_EQ(QLibrary(QStringLiteral("supportgui")).resolve("supportGuiLog"), nullptr);

@@ -3,6 +3,7 @@
 #include "TestHelpers.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QProcess>
 #include <QThread>
 
@@ -15,12 +16,36 @@ TEST(PerfTime, IsMonotonicSeconds)
     EXPECT_LT(b - a, 5.0);
 }
 
-TEST(Processes, RunningChildIsSeenAndEndedChildIsNot)
+namespace {
+#ifdef Q_OS_WIN
+constexpr const char* kProgramSuffix = ".exe";
+#else
+constexpr const char* kProgramSuffix = "";
+#endif
+} // namespace
+
+class ProcessServices : public TempDirTest {};
+
+TEST_F(ProcessServices, RunningChildIsSeenAndEndedChildIsNot)
 {
+    // The test build's child program, which without a steps file beside it would end at once: it is
+    // given one that sleeps.
+    const QString program = QString::fromStdString(path("sleeper" + std::string(kProgramSuffix)));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    writeFileBytes(path("sleeper.steps"), "sleep 30000\n");
     QProcess child;
-    child.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("sleep 30")});
+    child.start(program, QStringList());
     ASSERT_TRUE(child.waitForStarted(5000));
+#ifdef Q_OS_WIN
+    // Qt's process handle on Windows is a pointer to the system's PROCESS_INFORMATION.
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    int pid = sp_GetPidFromQProcessPID(static_cast<long long>(reinterpret_cast<quintptr>(child.pid())));
+    QT_WARNING_POP
+#else
     int pid = sp_GetPidFromQProcessPID(child.processId());
+#endif
     EXPECT_EQ(pid, static_cast<int>(child.processId()));
     EXPECT_TRUE(sp_IsProcessRunning(pid));
     EXPECT_EQ(sp_GetProcessPriority(pid), ThreadPriorityNormal);
@@ -33,10 +58,16 @@ TEST(Processes, RunningChildIsSeenAndEndedChildIsNot)
     EXPECT_FALSE(sp_SetProcessPriority(pid, ThreadPriorityNormal));
 }
 
-TEST(Processes, InvalidIdsGiveMinusOneAndFalse)
+TEST(ProcessIds, InvalidIdsGiveMinusOneAndFalse)
 {
     EXPECT_EQ(sp_GetPidFromQProcessPID(0), -1);
     EXPECT_EQ(sp_GetPidFromQProcessPID(-5), -1);
+#ifdef Q_OS_WIN
+    // Not pointers to the system's process information (too low, misaligned): nothing is read there.
+    EXPECT_EQ(sp_GetPidFromQProcessPID(8), -1);
+    EXPECT_EQ(sp_GetPidFromQProcessPID(0x7ff000000009LL), -1);
+    EXPECT_EQ(sp_GetPidFromQProcessPID(0x7ff000000000LL), -1); // aligned, but not mapped
+#endif
     EXPECT_FALSE(sp_IsProcessRunning(-1));
     EXPECT_FALSE(sp_IsProcessRunning(0));
     EXPECT_EQ(sp_GetProcessPriority(-1), -1);

@@ -4,6 +4,10 @@
 #include <QDir>
 #include <QTemporaryDir>
 
+#ifndef Q_OS_WIN
+#include <unistd.h>
+#endif
+
 #include <fstream>
 #include <sstream>
 
@@ -22,6 +26,20 @@ std::string readFileBytes(const std::string& path)
     std::ostringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+std::string fileUrlOf(const std::string& absolutePath)
+{
+    return (absolutePath.empty() || absolutePath[0] == '/' ? "file://" : "file:///") + absolutePath;
+}
+
+bool runningAsRoot()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    return geteuid() == 0;
+#endif
 }
 
 void TempDirTest::SetUp()

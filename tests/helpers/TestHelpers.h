@@ -18,6 +18,14 @@ void writeFileBytes(const std::string& path, const std::string& bytes);
 /// Reads a whole file (empty when it cannot be read).
 std::string readFileBytes(const std::string& path);
 
+/// The file URL of an absolute path with forward slashes: "file://" and the path, with a third slash
+/// before a drive letter on Windows ("file:///C:/...").
+std::string fileUrlOf(const std::string& absolutePath);
+
+/// Whether the tests run with the privileges of the super-user (never on Windows, where permission
+/// checks do not depend on one user id).
+bool runningAsRoot();
+
 /// Restores the locale codec after a test that changes it.
 class LocaleCodecGuard {
 public:

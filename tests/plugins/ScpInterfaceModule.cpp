@@ -1,6 +1,11 @@
 // ScpInterfaceModule.cpp - test module offering "dyn_GetScpInterface" while it is loaded.
 #include "DynFunc.h"
-#include "SupportDllExport.h"
+
+#if defined(_WIN32)
+#define MODULE_EXPORT extern "C" __declspec(dllexport)
+#else
+#define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
 
 namespace {
 int marker = 0;
@@ -9,4 +14,4 @@ RegisterDynFuncDef s_def("dyn_GetScpInterface", &getScpInterface, "tests/plugins
 } // namespace
 
 /// The address that "dyn_GetScpInterface" returns, for the test to compare.
-extern "C" SUPPORTDLL_API void* scpInterfaceMarker() { return &marker; }
+MODULE_EXPORT void* scpInterfaceMarker() { return &marker; }

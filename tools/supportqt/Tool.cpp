@@ -122,12 +122,16 @@ bool ToolCommand::checkOutput(const QString& path) const
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)
 {
     const QFileInfo info(target);
-    QTemporaryFile temporary(info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".XXXXXX"));
-    temporary.setAutoRemove(false);
-    if (!temporary.open())
-        return false;
-    const QString temporaryPath = temporary.fileName();
-    temporary.close();
+    QString temporaryPath;
+    {
+        // Destroyed here: on Windows the object holds its handle until then, and the rename would fail.
+        QTemporaryFile temporary(info.absolutePath() + QStringLiteral("/.") + info.fileName() +
+                                 QStringLiteral(".XXXXXX"));
+        temporary.setAutoRemove(false);
+        if (!temporary.open())
+            return false;
+        temporaryPath = temporary.fileName();
+    }
     // The finished file gets the permissions of the one it replaces, or the usual ones of a new file.
     const QFile::Permissions permissions = info.exists()
         ? QFile::permissions(target)

@@ -125,3 +125,6 @@ private:
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();
+/// Makes standard output and standard error write bytes as given, so that the tool's text and files
+/// written to "-" end lines with a line feed on every platform (Windows would add carriage returns).
+void useBinaryStandardStreams();

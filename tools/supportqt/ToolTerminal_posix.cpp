@@ -1,4 +1,4 @@
-// ToolTerminal_posix.cpp - whether standard error is a terminal, on POSIX systems.
+// ToolTerminal_posix.cpp - the terminal and the standard streams, on POSIX systems.
 #include "Tool.h"
 
 #include <unistd.h>
@@ -7,3 +7,5 @@ bool standardErrorIsTerminal()
 {
     return isatty(STDERR_FILENO) == 1;
 }
+
+void useBinaryStandardStreams() {}

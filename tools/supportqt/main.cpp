@@ -57,6 +57,7 @@ void printUsage(FILE* stream)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    useBinaryStandardStreams();
     KalvontaVersionInfo version;
     sp_GetVersionValues(&version);
     QCoreApplication::setApplicationName(QStringLiteral("supportqt"));
