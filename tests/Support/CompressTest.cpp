@@ -87,6 +87,8 @@ TEST_F(Compress, FileFormatIsLengthThenZlibStream)
     ASSERT_TRUE(python.waitForFinished(30000));
     EXPECT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
     EXPECT_EQ(python.readAllStandardOutput().toStdString(), text);
+#else
+    GTEST_SKIP() << "Wine starts Windows programs only: the host's python3 cannot read the file from this test";
 #endif
 }
 

@@ -168,17 +168,26 @@ TEST_F(FileOpen, EveryCodeFromARealFailedOpen)
 
     EXPECT_EQ(probe(path("plain.txt"), GfnWriteNew), "0 1 overwrite|The file " + path("plain.txt") + kOverwrite);
     EXPECT_EQ(probe(path("missing.txt"), GfnRead), "0 2 notexist|The file " + path("missing.txt") + " does not exist");
-    EXPECT_EQ(probe(path("unreadable.txt"), GfnRead),
+    // Wine maps Windows file security onto the Unix permissions of its user, and as the super-user it is
+    // refused nothing: the three codes that come from permissions are checked only where they hold.
+    const bool permissionsHold = !(runningUnderWine() && runningAsRootOnTheHost());
+    if (permissionsHold) {
+        EXPECT_EQ(probe(path("unreadable.txt"), GfnRead),
               "0 3 readlocked|The file " + path("unreadable.txt") +
                   " cannot be opened for read; either it is locked by another process or there is insufficient privilege");
+    }
     EXPECT_EQ(probe(path("nodir/new.txt"), GfnWrite),
               "0 4 dirnotexist|The file " + path("nodir/new.txt") + " cannot be opened because its directory does not exist");
-    EXPECT_EQ(probe(path("lockeddir/new.txt"), GfnWrite),
+    if (permissionsHold) {
+        EXPECT_EQ(probe(path("lockeddir/new.txt"), GfnWrite),
               "0 5 dirpriv|The file " + path("lockeddir/new.txt") +
                   " cannot be opened for write possibly because of insufficient directory privilege");
-    EXPECT_EQ(probe(path("readonly.txt"), GfnWrite),
+    }
+    if (permissionsHold) {
+        EXPECT_EQ(probe(path("readonly.txt"), GfnWrite),
               "0 6 writepriv|The file " + path("readonly.txt") +
                   " cannot be opened for write because a read-only attribute is set");
+    }
     // A folder: writable by its permission bits, yet no file can be opened on it.
     EXPECT_EQ(probe(path("adir"), GfnWrite),
               "0 7 writelocked|The file " + path("adir") +
@@ -190,4 +199,7 @@ TEST_F(FileOpen, EveryCodeFromARealFailedOpen)
                                                     "process or there is insufficient privilege");
     EXPECT_EQ(readFileBytes(path("plain.txt")), "x");
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path("lockeddir/new.txt"))));
+    if (!permissionsHold)
+        GTEST_SKIP() << "Wine run by the Unix super-user enforces no file permissions or read-only attribute: "
+                        "readlocked, dirpriv and writepriv from permissions were not checked (every other code was)";
 }

@@ -4,33 +4,49 @@
 #include <QDir>
 #include <QTemporaryDir>
 
-#ifndef Q_OS_WIN
+#include <QFile>
+#include <QStandardPaths>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#else
 #include <unistd.h>
 #endif
 
-#include <fstream>
-#include <sstream>
 
 std::string testDataPath(const std::string& relative) { return std::string(SUPPORTQT_TEST_DATA_DIR) + "/" + relative; }
 
+// Paths are UTF-8; QFile opens them as such on every platform (a narrow std::fstream path would be
+// taken in the Windows code page).
 void writeFileBytes(const std::string& path, const std::string& bytes)
 {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    ASSERT_TRUE(out.good()) << "cannot write " << path;
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    QFile out(QString::fromStdString(path));
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate)) << "cannot write " << path;
+    ASSERT_EQ(out.write(bytes.data(), static_cast<qint64>(bytes.size())), static_cast<qint64>(bytes.size()))
+        << "cannot write " << path;
 }
 
 std::string readFileBytes(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    QFile in(QString::fromStdString(path));
+    if (!in.open(QIODevice::ReadOnly))
+        return std::string();
+    return in.readAll().toStdString();
 }
 
 std::string fileUrlOf(const std::string& absolutePath)
 {
     return (absolutePath.empty() || absolutePath[0] == '/' ? "file://" : "file:///") + absolutePath;
+}
+
+bool runningUnderWine()
+{
+#ifdef Q_OS_WIN
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
 }
 
 bool runningAsRoot()
@@ -40,6 +56,44 @@ bool runningAsRoot()
 #else
     return geteuid() == 0;
 #endif
+}
+
+ExclusiveFileLock::ExclusiveFileLock(const std::string& path)
+{
+#ifdef Q_OS_WIN
+    const std::wstring wide = QString::fromStdString(path).toStdWString();
+    const HANDLE h = CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                 FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_handle = h == INVALID_HANDLE_VALUE ? nullptr : h;
+#else
+    Q_UNUSED(path);
+#endif
+}
+
+ExclusiveFileLock::~ExclusiveFileLock()
+{
+#ifdef Q_OS_WIN
+    if (m_handle)
+        CloseHandle(static_cast<HANDLE>(m_handle));
+#endif
+}
+
+bool hostPeerRuns(const char* name)
+{
+    return !runningUnderWine() || !QStandardPaths::findExecutable(QString::fromLatin1(name)).isEmpty();
+}
+
+bool runningAsRootOnTheHost()
+{
+    if (!runningUnderWine())
+        return runningAsRoot();
+    QFile status(QStringLiteral("Z:/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return false;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("Uid:"))
+            return line.mid(4).simplified().split(' ').value(0) == "0";
+    return false;
 }
 
 void TempDirTest::SetUp()

@@ -22,9 +22,42 @@ std::string readFileBytes(const std::string& path);
 /// before a drive letter on Windows ("file:///C:/...").
 std::string fileUrlOf(const std::string& absolutePath);
 
+/// Whether this is a Windows program running under Wine (which maps Windows file security onto the
+/// Unix permissions of the user that runs it).
+bool runningUnderWine();
+
+/// Skips the rest of a test that needs a program of the host as an independent peer (python3, xmllint,
+/// chromium, iconv...) when it is a Windows test under Wine and no Windows program of that name is on
+/// the path: Wine starts Windows programs only. Elsewhere the peer is required (scripts/deps installs it).
+#define SUPPORTQT_SKIP_UNLESS_PEER_RUNS(name)                                                                  \
+    do {                                                                                                       \
+        if (!hostPeerRuns(name))                                                                               \
+            GTEST_SKIP() << "Wine starts Windows programs only: the host's " name " cannot be run from this test"; \
+    } while (false)
+/// False only for a Windows test under Wine that finds no Windows program of that name on the path.
+bool hostPeerRuns(const char* name);
+
+/// Whether the process runs as the super-user of the system underneath: root on POSIX systems, and
+/// for a Windows program under Wine the Unix user that runs Wine (read from Z:/proc/self/status).
+bool runningAsRootOnTheHost();
+
 /// Whether the tests run with the privileges of the super-user (never on Windows, where permission
 /// checks do not depend on one user id).
 bool runningAsRoot();
+
+/// Holds a file open with no sharing while it lives, so that no other process can open it (Windows);
+/// a no-op elsewhere.
+class ExclusiveFileLock {
+public:
+    explicit ExclusiveFileLock(const std::string& path);
+    ~ExclusiveFileLock();
+    ExclusiveFileLock(const ExclusiveFileLock&) = delete;
+    ExclusiveFileLock& operator=(const ExclusiveFileLock&) = delete;
+    bool isLocked() const { return m_handle != nullptr; }
+
+private:
+    void* m_handle = nullptr;
+};
 
 /// Restores the locale codec after a test that changes it.
 class LocaleCodecGuard {

@@ -7,6 +7,11 @@
 
 #include <cstdio>
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
 static void report(const char* when)
 {
     std::printf("%s makeDataCompressor=%s DefaultEncoding=%s WriteXMLAsciiReals=%s\n", when,
@@ -17,6 +22,10 @@ static void report(const char* when)
 
 int main(int argc, char** argv)
 {
+#ifdef _WIN32
+    // Lines end in a line feed alone, as on every other system.
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
     if (argc < 2) {
         std::fprintf(stderr, "usage: UnloadProbe LIBRARY\n");
         return 2;
