@@ -11,8 +11,10 @@
 #include "TreboltControls.h"
 #include "XMLReport.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <cmath>
@@ -214,6 +216,17 @@ void Demo::finish()
         m_print << "  " << name << '\n';
 }
 
+// The installed examples beside the tool's bin folder, or the source tree's in a build tree, so that
+// an installed tool runs its demo after the source tree is gone.
+QString defaultExamples()
+{
+    const QString installed = QDir(QCoreApplication::applicationDirPath())
+                                  .filePath(QStringLiteral(SUPPORTQT_DATADIR_FROM_BINDIR "/SupportQtDll/examples"));
+    if (QFileInfo::exists(installed + QStringLiteral("/netlists")))
+        return QDir::cleanPath(installed);
+    return QStringLiteral(SUPPORTQT_EXAMPLES_DIR);
+}
+
 } // namespace
 
 int runDemo(const QStringList& arguments)
@@ -225,7 +238,7 @@ int runDemo(const QStringList& arguments)
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("Folder for the outputs (default ./demo-out)."),
                       QStringLiteral("DIR"), QStringLiteral("demo-out"));
     command.addOption({QStringLiteral("examples")}, QStringLiteral("Folder of the bundled examples."), QStringLiteral("DIR"),
-                      QStringLiteral(SUPPORTQT_EXAMPLES_DIR));
+                      defaultExamples());
     const int early = command.parse(arguments, 0, 0);
     if (early >= 0)
         return early;
