@@ -7,9 +7,15 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#include <winternl.h>
+#endif
 
 namespace {
 
@@ -119,3 +125,62 @@ TEST(LoadTime, UnloadingTheLibraryWithdrawsEverythingInReverseOrder)
         expected << QLatin1Char('-') + QString::fromLatin1(kLoadOrder[i]);
     EXPECT_EQ(log, expected);
 }
+
+#ifdef Q_OS_WIN
+namespace {
+
+// The start of the loader's record of a module, as Windows (and Wine) lay it out on x86-64: the flag
+// that DisableThreadLibraryCalls sets lives at offset 0x68.
+struct LoaderEntry {
+    LIST_ENTRY inLoadOrder;
+    LIST_ENTRY inMemoryOrder;
+    LIST_ENTRY inInitializationOrder;
+    void* dllBase;
+    void* entryPoint;
+    ULONG sizeOfImage;
+    UNICODE_STRING fullName;
+    UNICODE_STRING baseName;
+    ULONG flags;
+};
+static_assert(offsetof(LoaderEntry, flags) == 0x68, "the loader's record on x86-64");
+const ULONG kNoThreadCalls = 0x00040000; // the loader's "do not call for threads" flag
+
+// The loader's flags of a loaded module, found through the process environment block.
+ULONG loaderFlags(HMODULE module)
+{
+    const PEB* peb = NtCurrentTeb()->ProcessEnvironmentBlock;
+    const LIST_ENTRY* head = &peb->Ldr->InMemoryOrderModuleList;
+    for (const LIST_ENTRY* link = head->Flink; link != head; link = link->Flink) {
+        const LoaderEntry* entry = CONTAINING_RECORD(link, LoaderEntry, inMemoryOrder);
+        if (entry->dllBase == module)
+            return entry->flags;
+    }
+    ADD_FAILURE() << "module not in the loader's list";
+    return 0;
+}
+
+} // namespace
+
+// Whether a loaded module has a static thread-local storage directory (MinGW's run time gives every DLL
+// one): Windows refuses DisableThreadLibraryCalls for such modules.
+bool hasStaticTls(HMODULE module)
+{
+    const auto* base = reinterpret_cast<const unsigned char*>(module);
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    return nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_TLS].Size != 0;
+}
+
+// The entry point asks for no thread attach and detach notifications. The loader grants it by marking
+// the library's record, unless the library has static thread-local storage (a MinGW build), for which
+// the system refuses the request; the core library beneath it asks for nothing and is never marked.
+TEST(LoadTime, EntryPointAsksForNoThreadNotifications)
+{
+    const HMODULE library = GetModuleHandleW(L"libSupportQtDll.dll");
+    const HMODULE core = GetModuleHandleW(L"libSupportDll.dll");
+    ASSERT_NE(library, nullptr);
+    ASSERT_NE(core, nullptr);
+    EXPECT_EQ((loaderFlags(library) & kNoThreadCalls) != 0, !hasStaticTls(library));
+    EXPECT_EQ(loaderFlags(core) & kNoThreadCalls, 0u);
+}
+#endif
