@@ -160,4 +160,7 @@ enum XmlValidateStatus : int {
 };
 
 /// Validates an XML file against an XML Schema file; `message` receives the reason when not valid.
+/// Only the schema named here is used: schema-location hints in the document are ignored (nothing they
+/// name is opened or fetched), and the schema's own include and import may read only regular files in
+/// the schema's folder or below it, never anything over the network.
 SUPPORTQT_API XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message);

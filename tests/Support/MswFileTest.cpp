@@ -9,10 +9,20 @@
 #include <QDir>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QTcpServer>
 
+#include <chrono>
 #include <cstring>
+#include <future>
 #include <random>
 #include <string>
+#include <thread>
+
+#ifndef Q_OS_WIN
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -424,6 +434,119 @@ TEST_F(MswFile, ValidationStatuses)
 
     EXPECT_EQ(sp_ValidateXml(YString(path("missing.msw").c_str()), YString(kSchema), &message), XmlValidateNoXmlFile);
     EXPECT_STREQ(message.c_str(), "Could not open xml file");
+}
+
+// ---------------------------------------------------------------- only the caller's schema
+
+namespace {
+
+const char kMswNamespace[] = "http://results.example.net/schemas/application/msw/";
+
+// A results document with one run that has no case number (the schema requires one), naming `hint`
+// as the schema of its namespace.
+std::string invalidWithHint(const std::string& hint)
+{
+    return msw("<steps><step name=\"no case\"/></steps>",
+               std::string(" xmlns=\"") + kMswNamespace + "\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"" +
+                   " xsi:schemaLocation=\"" + kMswNamespace + " " + hint + "\" version=\"1.0\"");
+}
+
+// Runs a validation on a thread of its own and waits at most ten seconds: a validator that opened or
+// fetched what the document names would block here. `finished` tells whether it returned in time.
+XmlValidateStatus validateInTime(const std::string& xml, const std::string& schema, bool* finished)
+{
+    auto result = std::make_shared<std::promise<XmlValidateStatus>>();
+    std::future<XmlValidateStatus> status = result->get_future();
+    std::thread([result, xml, schema] {
+        YString message;
+        result->set_value(sp_ValidateXml(YString(xml.c_str()), YString(schema.c_str()), &message));
+    }).detach();
+    *finished = status.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    return *finished ? status.get() : XmlValidateOk;
+}
+
+} // namespace
+
+TEST_F(MswFile, ValidationIgnoresAPermissiveSchemaTheDocumentNames)
+{
+    // A document whose root the caller's schema does not declare, naming a schema of its own that
+    // accepts anything.
+    writeFileBytes(path("anything.xsd"),
+                   "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" targetNamespace=\"urn:other\" "
+                   "elementFormDefault=\"qualified\"><xs:element name=\"other\"><xs:complexType><xs:sequence>"
+                   "<xs:any processContents=\"skip\" minOccurs=\"0\" maxOccurs=\"unbounded\"/></xs:sequence>"
+                   "<xs:anyAttribute processContents=\"skip\"/></xs:complexType></xs:element></xs:schema>");
+    writeFileBytes(path("hinted.xml"), "<other xmlns=\"urn:other\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                                       "xsi:schemaLocation=\"urn:other " + fileUrlOf(path("anything.xsd")) + "\"><x/></other>");
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(YString(path("hinted.xml").c_str()), YString(kSchema), &message), XmlValidateInvalid);
+    // The permissive schema as the caller's own does accept the document: the verdict is the caller's.
+    EXPECT_EQ(sp_ValidateXml(YString(path("hinted.xml").c_str()), YString(path("anything.xsd").c_str()), &message),
+              XmlValidateOk);
+}
+
+TEST_F(MswFile, ValidationNeverConnectsToAHostTheDocumentNames)
+{
+    // A listening socket that accepts nothing and answers nothing.
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    const std::string hint = "http://127.0.0.1:" + std::to_string(silent.serverPort()) + "/msw.xsd";
+    writeFileBytes(path("net.msw"), invalidWithHint(hint));
+    bool finished = false;
+    EXPECT_EQ(validateInTime(path("net.msw"), kSchema, &finished), XmlValidateInvalid);
+    EXPECT_TRUE(finished) << "the validator waited for " << hint;
+    EXPECT_FALSE(silent.waitForNewConnection(0)) << "the validator connected to " << hint;
+}
+
+#ifndef Q_OS_WIN
+TEST_F(MswFile, ValidationNeverOpensAFifoTheDocumentNames)
+{
+    ASSERT_EQ(mkfifo(path("hint.xsd").c_str(), 0600), 0);
+    writeFileBytes(path("fifo.msw"), invalidWithHint(fileUrlOf(path("hint.xsd"))));
+    bool finished = false;
+    EXPECT_EQ(validateInTime(path("fifo.msw"), kSchema, &finished), XmlValidateInvalid);
+    EXPECT_TRUE(finished) << "the validator opened the FIFO the document names";
+    if (!finished) {
+        // Let the blocked reader go: a writer that opens and closes the FIFO gives it an end of file.
+        const int writer = open(path("hint.xsd").c_str(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0)
+            close(writer);
+    }
+}
+#endif
+
+TEST_F(MswFile, SchemaIncludesOnlyFromTheSchemasFolder)
+{
+    // A schema in its own folder that takes its types from a file beside it: allowed.
+    QDir().mkpath(QString::fromStdString(path("schemas")));
+    const std::string head = std::string("<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\">");
+    writeFileBytes(path("schemas/types.xsd"), head + "<xs:simpleType name=\"small\"><xs:restriction base=\"xs:int\">"
+                                                     "<xs:maxInclusive value=\"9\"/></xs:restriction></xs:simpleType></xs:schema>");
+    writeFileBytes(path("schemas/main.xsd"), head + "<xs:include schemaLocation=\"types.xsd\"/>"
+                                                    "<xs:element name=\"n\" type=\"small\"/></xs:schema>");
+    writeFileBytes(path("five.xml"), "<n>5</n>");
+    writeFileBytes(path("fifty.xml"), "<n>50</n>");
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(YString(path("five.xml").c_str()), YString(path("schemas/main.xsd").c_str()), &message),
+              XmlValidateOk)
+        << message.c_str();
+    EXPECT_EQ(sp_ValidateXml(YString(path("fifty.xml").c_str()), YString(path("schemas/main.xsd").c_str()), &message),
+              XmlValidateInvalid);
+    // The same types one folder up, and over the network: not read, so the schema is incomplete.
+    writeFileBytes(path("types.xsd"), readFileBytes(path("schemas/types.xsd")));
+    writeFileBytes(path("schemas/up.xsd"), head + "<xs:include schemaLocation=\"../types.xsd\"/>"
+                                                  "<xs:element name=\"n\" type=\"small\"/></xs:schema>");
+    EXPECT_EQ(sp_ValidateXml(YString(path("five.xml").c_str()), YString(path("schemas/up.xsd").c_str()), &message),
+              XmlValidateBadSchema);
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    writeFileBytes(path("schemas/net.xsd"), head + "<xs:include schemaLocation=\"http://127.0.0.1:" +
+                                                   std::to_string(silent.serverPort()) +
+                                                   "/types.xsd\"/><xs:element name=\"n\" type=\"small\"/></xs:schema>");
+    bool finished = false;
+    EXPECT_EQ(validateInTime(path("five.xml"), path("schemas/net.xsd"), &finished), XmlValidateBadSchema);
+    EXPECT_TRUE(finished);
+    EXPECT_FALSE(silent.waitForNewConnection(0));
 }
 
 // ---------------------------------------------------------------- merit append
