@@ -11,17 +11,19 @@
 class DataCompressor {
 public:
     virtual ~DataCompressor() = default;
-    /// Appends the file's bytes to the buffer, then replaces the buffer by the decompression of all of
-    /// it (meant for a fresh compressor). A file that cannot be opened changes nothing; data that is not
-    /// valid compressed data, or that claims more than zlib could have compressed into it, leaves an
-    /// empty buffer.
+    /// Appends the file's bytes to the buffer, then replaces the buffer by what qUncompress gives for
+    /// all of it (meant for a fresh compressor). A file that cannot be opened changes nothing; data that
+    /// is not valid compressed data leaves an empty buffer. The 4-byte length is only a size hint, as for
+    /// qUncompress (a claim of Qt's allocation limit or more gives an empty buffer), but no more is ever
+    /// allocated than the stream could expand to.
     virtual void load(YString path) = 0;
     /// Appends bytes to the buffer.
     virtual void append(const char* data, int length) = 0;
     virtual const char* data() = 0;
     virtual int size() = 0;
-    /// Writes the compressed buffer (zlib's default level); false when the file cannot be opened or
-    /// written. The buffer keeps its uncompressed content.
+    /// Writes the compressed buffer (zlib's default level). The result says whether the file could be
+    /// opened, not whether every byte reached the disk (a full disk still gives true). The buffer keeps
+    /// its uncompressed content.
     virtual bool save(YString path) = 0;
 };
 

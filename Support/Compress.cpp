@@ -11,29 +11,35 @@
 
 namespace {
 
-// zlib cannot expand data by more than about 1032 to 1; a header that claims more is not ours.
+// zlib cannot expand data by more than about 1032 to 1: the most a stream can produce, and so the most
+// worth allocating whatever its header claims.
 const long long kMaxZlibRatio = 1032;
+// The largest buffer qUncompress asks for: Qt's allocation limit less its array header.
+const unsigned long long kQtMaxAlloc = 0x7fffffffULL - 24;
 
-// The inverse of qCompress, without Qt's warnings and without trusting the claimed size for the
-// allocation: empty for anything that is not a complete compressed stream.
+// What qUncompress returns for `block`, computed without trusting the claimed size for the allocation
+// and without Qt's warnings. The claimed size is only where qUncompress starts: it gives up when the
+// claim, or the doubling of it that the real size needs, reaches Qt's allocation limit; otherwise the
+// result is the stream's whole output (empty when the stream is not complete and valid).
 QByteArray uncompress(const QByteArray& block)
 {
-    if (block.size() < 4)
+    if (block.size() <= 4)
         return QByteArray();
     const unsigned char* p = reinterpret_cast<const unsigned char*>(block.constData());
-    const unsigned long long expected =
+    const unsigned long long claimed =
         (static_cast<unsigned long long>(p[0]) << 24) | (static_cast<unsigned long long>(p[1]) << 16) |
         (static_cast<unsigned long long>(p[2]) << 8) | static_cast<unsigned long long>(p[3]);
-    const long long streamLength = block.size() - 4;
-    if (streamLength == 0 || expected > static_cast<unsigned long long>(streamLength) * kMaxZlibRatio + 64)
+    if (claimed >= kQtMaxAlloc)
         return QByteArray();
-    const long long limit = static_cast<long long>(streamLength) * kMaxZlibRatio + 64;
+    const long long streamLength = block.size() - 4;
+    const long long limit = streamLength * kMaxZlibRatio + 64;
 
     z_stream z{};
     if (inflateInit(&z) != Z_OK)
         return QByteArray();
     QByteArray out;
-    out.resize(static_cast<int>(expected > 0 ? expected : 1));
+    const long long first = claimed == 0 ? 1 : static_cast<long long>(claimed);
+    out.resize(static_cast<int>(first < limit ? first : limit));
     z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.constData() + 4));
     z.avail_in = static_cast<uInt>(streamLength);
     long long produced = 0;
@@ -43,8 +49,8 @@ QByteArray uncompress(const QByteArray& block)
             long long grown = static_cast<long long>(out.size()) * 2;
             if (grown > limit)
                 grown = limit;
-            if (grown <= out.size() || grown > 0x7fffffffLL - 64) {
-                status = Z_DATA_ERROR;
+            if (grown <= out.size() || grown >= static_cast<long long>(kQtMaxAlloc)) {
+                status = Z_DATA_ERROR; // more than any stream of this length can hold
                 break;
             }
             out.resize(static_cast<int>(grown));
@@ -61,6 +67,14 @@ QByteArray uncompress(const QByteArray& block)
     inflateEnd(&z);
     if (status != Z_STREAM_END)
         return QByteArray();
+    // qUncompress doubles its buffer from the claimed size until the output fits, and gives up when
+    // that reaches its allocation limit.
+    unsigned long long size = claimed == 0 ? 1 : claimed;
+    while (size < static_cast<unsigned long long>(produced)) {
+        size *= 2;
+        if (size >= kQtMaxAlloc)
+            return QByteArray();
+    }
     out.resize(static_cast<int>(produced));
     return out;
 }
@@ -101,10 +115,10 @@ public:
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "wb") != 0 || !f)
             return false;
-        bool ok = std::fwrite(compressed.constData(), 1, static_cast<size_t>(compressed.size()), f) ==
-                  static_cast<size_t>(compressed.size());
-        ok = std::fclose(f) == 0 && ok;
-        return ok;
+        // The result says whether the file could be opened, not whether every byte reached the disk.
+        std::fwrite(compressed.constData(), 1, static_cast<size_t>(compressed.size()), f);
+        std::fclose(f);
+        return true;
     }
 
 private:

@@ -115,7 +115,7 @@ TEST_F(Compress, BadFilesLeaveAnEmptyBufferOrNothing)
     d->load(YString(path("text.z").c_str()));
     EXPECT_EQ(d->size(), 0);
 
-    // Claims 4 GB from a few bytes: refused without allocating it.
+    // Claims 4 GB from a few bytes: empty, as qUncompress gives, without allocating it.
     writeFileBytes(path("huge.z"), std::string("\xFF\xFF\xFF\xF0\x78\x9C\x03\x00\x00\x00\x00\x01", 12));
     auto e = make();
     e->load(YString(path("huge.z").c_str()));
@@ -153,3 +153,56 @@ TEST_F(Compress, UnderstatedLengthStillDecompressesEverything)
     d->load(YString(path("u.z").c_str()));
     EXPECT_EQ(std::string(d->data(), static_cast<size_t>(d->size())), text);
 }
+
+// The claimed length is a size hint only: load gives exactly what qUncompress gives for the same bytes.
+TEST_F(Compress, LoadGivesWhatQUncompressGives)
+{
+    const QByteArray abc = qCompress(QByteArray("abc"), -1);
+    const QByteArray text = QByteArray::fromStdString(randomText(3000));
+    const QByteArray compressedText = qCompress(text, -1);
+    auto claiming = [](QByteArray block, quint32 claim) {
+        block[0] = static_cast<char>(claim >> 24);
+        block[1] = static_cast<char>(claim >> 16);
+        block[2] = static_cast<char>(claim >> 8);
+        block[3] = static_cast<char>(claim);
+        return block;
+    };
+    struct Case {
+        const char* what;
+        QByteArray block;
+        QByteArray expected;
+    };
+    const Case cases[] = {
+        {"abc claiming 100000", claiming(abc, 100000), "abc"},
+        {"abc claiming 0", claiming(abc, 0), "abc"},
+        {"text claiming 10", claiming(compressedText, 10), text},
+        {"text claiming 1", claiming(compressedText, 1), text},
+        {"abc claiming 4 GB", claiming(abc, 0xFFFFFFFFu), QByteArray()},
+        {"abc claiming 2 GB", claiming(abc, 0x80000000u), QByteArray()},
+        {"nothing but a length", QByteArray("\0\0\0\3", 4), QByteArray()},
+        {"abc and trailing bytes", abc + "trailing", "abc"},
+    };
+    int n = 0;
+    for (const Case& c : cases) {
+        const std::string file = path("c" + std::to_string(n++) + ".z");
+        writeFileBytes(file, c.block.toStdString());
+        auto d = make();
+        d->load(YString(file.c_str()));
+        const QByteArray loaded(d->data(), d->size());
+        EXPECT_EQ(loaded, c.expected) << c.what;
+        EXPECT_EQ(loaded, qUncompress(c.block)) << c.what;
+    }
+}
+
+#ifndef Q_OS_WIN
+// Save reports whether the file could be opened: a device that refuses every byte still gives true.
+TEST_F(Compress, SaveReportsTheOpenNotTheWrite)
+{
+    auto c = make();
+    const std::string text = randomText(100000);
+    c->append(text.data(), static_cast<int>(text.size()));
+    EXPECT_TRUE(c->save(YString("/dev/full")));
+    EXPECT_FALSE(c->save(YString(path("no/dir/x.z").c_str())));
+    EXPECT_EQ(c->size(), 100000);
+}
+#endif
