@@ -8,7 +8,7 @@
 #include <cstdio>
 
 /// The current local date and time in a Qt date-time format ("yyyy-MM-dd hh:mm").
-SUPPORTQT_API YString sp_GetDateUserFormat(const YString& format);
+SUPPORTQT_API YString sp_GetDateUserFormat(YString format);
 /// Today's local date: ISO 8601 ("2026-11-22") or the system locale's short form.
 SUPPORTQT_API YString sp_GetFormattedDate(bool iso);
 /// The current local time: "hh:mm:ss.zzz" when precise, else the system locale's short form.
@@ -24,11 +24,11 @@ SUPPORTQT_API YString sp_GetFormattedFileDate(const char* path);
 SUPPORTQT_API YString sp_GetFormattedFileTime(FILE* file);
 SUPPORTQT_API YString sp_GetFormattedFileTime(const char* path);
 /// The local path named by a "file://" URL or by a plain path (returned with forward slashes).
-SUPPORTQT_API QString sp_GetLocalFileFromUrl(const QString& url);
-SUPPORTQT_API YString sp_GetLocalFileFromUrl(const YString& url);
+SUPPORTQT_API QString sp_GetLocalFileFromUrl(QString url);
+SUPPORTQT_API YString sp_GetLocalFileFromUrl(YString url);
 /// The "file://" URL of a path (made absolute), in readable form: blanks and non-ASCII not encoded.
-SUPPORTQT_API QString sp_MakeFileUrl(const QString& path);
-SUPPORTQT_API YString sp_MakeFileUrl(const YString& path);
+SUPPORTQT_API QString sp_MakeFileUrl(QString path);
+SUPPORTQT_API YString sp_MakeFileUrl(YString path);
 /// A fresh random identifier: "{8-4-4-4-12}" lower-case hexadecimal digits, 38 characters.
 SUPPORTQT_API YString sp_GetGUID();
 /// True when the process's application object is a widget application.

@@ -44,7 +44,7 @@ QString forwardSlashes(const QString& text)
 
 } // namespace
 
-YString sp_GetDateUserFormat(const YString& format)
+YString sp_GetDateUserFormat(YString format)
 {
     return toYs(QDateTime::currentDateTime().toString(toQs(format)));
 }
@@ -74,16 +74,16 @@ YString sp_GetFormattedFileDate(const char* path) { return path ? fileDate(sp_Ge
 YString sp_GetFormattedFileTime(FILE* file) { return file ? fileTime(sp_GetFileModifiedTime(file)) : YString(); }
 YString sp_GetFormattedFileTime(const char* path) { return path ? fileTime(sp_GetFileModifiedTime(YString(path))) : YString(); }
 
-QString sp_GetLocalFileFromUrl(const QString& url)
+QString sp_GetLocalFileFromUrl(QString url)
 {
     const QString text = forwardSlashes(url);
     const QUrl parsed = text.startsWith(QLatin1String("file://")) ? QUrl(text) : QUrl::fromLocalFile(text);
     return parsed.toLocalFile();
 }
 
-YString sp_GetLocalFileFromUrl(const YString& url) { return toYs(sp_GetLocalFileFromUrl(toQs(url))); }
+YString sp_GetLocalFileFromUrl(YString url) { return toYs(sp_GetLocalFileFromUrl(toQs(url))); }
 
-QString sp_MakeFileUrl(const QString& path)
+QString sp_MakeFileUrl(QString path)
 {
     const QString text = forwardSlashes(path);
     const QUrl url = text.startsWith(QLatin1String("file://")) ? QUrl(text)
@@ -91,7 +91,7 @@ QString sp_MakeFileUrl(const QString& path)
     return url.toString();
 }
 
-YString sp_MakeFileUrl(const YString& path) { return toYs(sp_MakeFileUrl(toQs(path))); }
+YString sp_MakeFileUrl(YString path) { return toYs(sp_MakeFileUrl(toQs(path))); }
 
 YString sp_GetGUID() { return toYs(QUuid::createUuid().toString()); }
 

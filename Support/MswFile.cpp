@@ -138,7 +138,8 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
 }
 
 // The items of a run name that a label uses, found once: "key:value" items split at "/" (an item
-// without exactly one ":" is ignored; keys compare ignoring case; the last item of a key wins).
+// without exactly one ":" is ignored; keys compare ignoring case; as in every parameter list, the
+// first item of a key wins).
 struct NameItems {
     enum Key { Lot, DevParam, Tol, Refdes, Pdf, Term, Param, KeyCount };
     std::string value[KeyCount];
@@ -156,8 +157,10 @@ struct NameItems {
                 const size_t keyLength = static_cast<size_t>(colon - item);
                 for (int k = 0; k < KeyCount; ++k) {
                     if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(item, kKeys[k], keyLength)) {
-                        value[k].assign(colon + 1, stop);
-                        has[k] = true;
+                        if (!has[k]) {
+                            value[k].assign(colon + 1, stop);
+                            has[k] = true;
+                        }
                         break;
                     }
                 }

@@ -79,6 +79,22 @@ TEST(DatesAndUrls, TextsThatAreNotFileUrlsAreTakenAsPaths)
     EXPECT_EQ(std::string(sp_GetLocalFileFromUrl(YString(("file:///tmp/" + longName).c_str())).c_str()), "/tmp/" + longName);
 }
 
+// The arguments are taken by value, as the suite's modules declare these functions: a module built
+// against those declarations links with these.
+TEST(DatesAndUrls, ArgumentsByValue)
+{
+    YString (*dateFormat)(YString) = &sp_GetDateUserFormat;
+    QString (*localFileQ)(QString) = &sp_GetLocalFileFromUrl;
+    YString (*localFileY)(YString) = &sp_GetLocalFileFromUrl;
+    QString (*fileUrlQ)(QString) = &sp_MakeFileUrl;
+    YString (*fileUrlY)(YString) = &sp_MakeFileUrl;
+    EXPECT_EQ(localFileQ(QString("file:///tmp/a%20b")), "/tmp/a b");
+    EXPECT_STREQ(localFileY(YString("file:///tmp/x")).c_str(), "/tmp/x");
+    EXPECT_EQ(fileUrlQ(QString("file:///tmp/a%20b")), "file:///tmp/a b");
+    EXPECT_STREQ(fileUrlY(YString("file:///tmp/x")).c_str(), "file:///tmp/x");
+    EXPECT_EQ(dateFormat(YString("yyyy")), sp_GetDateUserFormat(YString("yyyy")));
+}
+
 TEST(DatesAndUrls, MakeFileUrl)
 {
     const QString relative = sp_MakeFileUrl(QString("some dir/page.html"));

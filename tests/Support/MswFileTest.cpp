@@ -170,6 +170,36 @@ TEST_F(MswFile, RunLabelsTellRunsApartAtTheFirstSufficientDetail)
     EXPECT_TRUE(findCase(t, 9)->description.isEmpty());
 }
 
+// A key given twice in a run name: the first occurrence wins, as in every parameter list, at every
+// detail level (the labels below are told apart at detail 1, 2, 3, 4 and 5 in turn).
+TEST_F(MswFile, RepeatedKeysInARunNameTakeTheFirstValue)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>"
+                             "<step case=\"2\" name=\"Param:A/Param:B\"/>"
+                             "<step case=\"3\" name=\"Refdes:R1/DevParam:X/DevParam:Y\"/>"
+                             "<step case=\"4\" name=\"Refdes:R1/DevParam:Z\"/>"
+                             "<step case=\"5\" name=\"Param:W/PDF:gauss/PDF:flat\"/>"
+                             "<step case=\"6\" name=\"Param:W/PDF:flat\"/>"
+                             "<step case=\"7\" name=\"Refdes:R2/DevParam:R/Term:1/Term:2\"/>"
+                             "<step case=\"8\" name=\"Refdes:R2/DevParam:R/Term:2\"/>"
+                             "<step case=\"9\" name=\"Lot:L9/Lot:L8\"/>"
+                             "<step case=\"10\" name=\"Lot:L9/Lot:L7\"/>"
+                             "</steps>"),
+                         &t, &h));
+    EXPECT_STREQ(findCase(t, 2)->description.c_str(), "Var: A");             // detail 1
+    EXPECT_STREQ(findCase(t, 3)->description.c_str(), "Ref: R1.X");          // detail 2
+    EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Ref: R1.Z");
+    EXPECT_STREQ(findCase(t, 5)->description.c_str(), "Var: W (gauss)");     // detail 3
+    EXPECT_STREQ(findCase(t, 6)->description.c_str(), "Var: W (flat)");
+    EXPECT_STREQ(findCase(t, 7)->description.c_str(), "Ref: R2.R (term 1)"); // detail 4
+    EXPECT_STREQ(findCase(t, 8)->description.c_str(), "Ref: R2.R (term 2)");
+    // Both read "Lot: L9" at every detail up to 4, so the names themselves tell them apart.
+    EXPECT_STREQ(findCase(t, 9)->description.c_str(), "Lot:L9/Lot:L8");      // detail 5
+    EXPECT_STREQ(findCase(t, 10)->description.c_str(), "Lot:L9/Lot:L7");
+}
+
 TEST_F(MswFile, LotLabelsGrowWithDetail)
 {
     YHashTable<XMLReportInfo> t;
