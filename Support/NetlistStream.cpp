@@ -287,10 +287,12 @@ bool SpiceStream::readLineInBulk()
 
 int SpiceStream::getLogical()
 {
-    const int icc = getInlineCommentChar();
     for (;;) {
         if (m_state == CommentLine || m_state == InlineComment)
             skipCommentInBulk(m_state == InlineComment);
+        // The comment character of the current dialect: a directive read on the previous line may have
+        // changed it.
+        const int icc = getInlineCommentChar();
         int c = readRaw();
         switch (m_state) {
         case LineStart:

@@ -81,7 +81,8 @@ std::string randomNetlist(std::mt19937& random, int pieces)
         "\n+ ", "\n+W=2u", "\n   + 5", "\n*", "\n* comment text here", "\n*#HSPICE\n", "\n*#hierarchy x\n",
         "*#KALVONTA sep=.\n", "\n;c", " ; trailing comment", " $ dollar comment", "$", "{a{b}c}", "{x}", "}",
         "{", "\t", "  ", "\xC3\xA9t\xC3\xA9", "\x80", "\x01", "\x0B", "\x7F", "\xFF", "#", "+", "*",
-        "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJ", "\n\n\n", "\r\r\n", "X1 in out opamp gain=1e6\n"};
+        "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJ", "\n\n\n", "\r\r\n", "X1 in out opamp gain=1e6\n",
+        "*#HSPICE\n$ comment\n", "*#HSPICE\n; kept in HSPICE\n", "*#KALVONTA sep=.\n; comment\n"};
     const size_t count = sizeof(kPieces) / sizeof(kPieces[0]);
     std::string text;
     for (int i = 0; i < pieces; ++i) {

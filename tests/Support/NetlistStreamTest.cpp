@@ -94,6 +94,30 @@ TEST(SpiceStream, CrCrLfAndLfEndLines)
     EXPECT_EQ(s.getLineCount(), 5);
 }
 
+// A dialect directive changes the inline comment character from the very next line on.
+TEST(SpiceStream, DirectiveSwitchesTheCommentCharacterAtTheNextLine)
+{
+    auto hspice = readText("*#HSPICE\n$ comment\nR1 a b 1k\n");
+    ASSERT_EQ(hspice.size(), 1u);
+    EXPECT_EQ(hspice[0].text, "R1 a b 1k");
+    EXPECT_EQ(hspice[0].number, 3);
+
+    auto kept = readText("*#HSPICE\n; not a comment in HSPICE\nR1 a b 1k\n");
+    ASSERT_EQ(kept.size(), 2u);
+    EXPECT_EQ(kept[0].text, "; not a comment in HSPICE");
+    EXPECT_EQ(kept[0].number, 2);
+    EXPECT_EQ(kept[1].text, "R1 a b 1k");
+    EXPECT_EQ(kept[1].number, 3);
+}
+
+TEST_F(SpiceFile, DirectiveBackToTheNativeDialectMakesSemicolonsComments)
+{
+    auto lines = readFile("*#KALVONTA sep=.\n; comment\nR1 a b\n", SpiceLanguageHspice);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text, "R1 a b");
+    EXPECT_EQ(lines[0].number, 3);
+}
+
 TEST(SpiceStream, HspiceDirectiveOnlyAtTheTopHierarchyAnywhere)
 {
     kvstrstream source("*#HSPICE\nR1 a b 1k $ c\n*#PSPICE\n*#hierarchy\nR2 c d 1\nR3 e f 1\n");

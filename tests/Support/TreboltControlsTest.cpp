@@ -574,3 +574,11 @@ TEST(TreboltRoundTrip, BraceInATextValueSettlesAfterOneRound)
     EXPECT_EQ(texts[1], texts[2]);
     EXPECT_EQ(lists[1], lists[2]);
 }
+
+// A dialect directive applies from the next line: in HSPICE "$" starts a comment, so the comment line
+// is no text of the statements.
+TEST(TreboltParse, CommentCharacterOfTheDialectADirectiveNames)
+{
+    Parsed p = parse("*#HSPICE\n$ note\n.tran 1m\n");
+    EXPECT_STREQ(p.result.treboltText.c_str(), "");
+}
