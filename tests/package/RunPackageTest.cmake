@@ -7,6 +7,14 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix "${W
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "install failed: ${rc}")
 endif()
+# Installed binaries find libraries only through run paths relative to themselves.
+if(NOT TOOLCHAIN_FILE AND CMAKE_HOST_UNIX)
+  execute_process(COMMAND ${CMAKE_COMMAND} "-DDIRS=${WORK_DIR}/prefix" -P "${SOURCE_DIR}/cmake/CheckRunPaths.cmake"
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "installed run paths: ${out} ${err}")
+  endif()
+endif()
 foreach(f include/SupportQtDll.h include/SupportDll.h include/YString.h)
   if(NOT EXISTS "${WORK_DIR}/prefix/${f}")
     message(FATAL_ERROR "not installed: ${f}")
