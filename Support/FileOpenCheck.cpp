@@ -1,6 +1,6 @@
 // FileOpenCheck.cpp - whether a file can be opened now, and why an open fails.
 #include "FileOpenCheck.h"
-#include "FileServices.h"
+#include "FileOpenCheck_p.h"
 #include "QtSupport.h"
 
 #include <QDir>
@@ -35,31 +35,25 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
     if (path.isEmpty())
         return false;
     const QString qpath = toQs(path);
-    const bool existed = QFile::exists(qpath);
-    if (mode == GfnRead) {
-        FILE* file = fopen_utf8(path.c_str(), "r");
-        if (!file)
-            return false;
-        std::fclose(file);
-        return true;
-    }
+    // A symbolic link to nothing is answered without following it: an open would create its target
+    // somewhere else, and removing what the check made would remove the link.
+    const QFileInfo entry(qpath);
+    const bool danglingLink = entry.isSymLink() && !entry.exists();
+    const bool existed = QFile::exists(qpath) || danglingLink;
+    if (mode == GfnRead)
+        return !danglingLink && fileopencheck::opensForReading(qpath);
     if (mode == GfnWriteNew && existed)
         return false;
-    QFile file(qpath);
     if (mode == GfnWriteNew || mode == GfnWrite) {
+        if (danglingLink)
+            return fileopencheck::folderTakesNewFiles(QFileInfo(entry.symLinkTarget()).absolutePath());
         // Append mode never touches an existing file's content.
-        const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
-        if (opened) {
-            file.close();
-            if (!existed)
-                file.remove();
-        }
+        const bool opened = fileopencheck::opensForAppending(qpath);
+        if (opened && !existed)
+            QFile::remove(qpath);
         return opened;
     }
-    const bool opened = file.open(QIODevice::ReadOnly);
-    if (opened)
-        file.close();
-    return opened;
+    return fileopencheck::opensForReading(qpath);
 }
 
 bool sp_FileOpenForensic(const YString& path, GfnOpenMode mode, FileOpenForensic* code)

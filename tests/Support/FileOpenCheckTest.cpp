@@ -12,7 +12,14 @@
 #include <QStandardPaths>
 #include <QDateTime>
 
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+
 #ifndef Q_OS_WIN
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -203,3 +210,57 @@ TEST_F(FileOpen, EveryCodeFromARealFailedOpen)
         GTEST_SKIP() << "Wine run by the Unix super-user enforces no file permissions or read-only attribute: "
                         "readlocked, dirpriv and writepriv from permissions were not checked (every other code was)";
 }
+
+#ifndef Q_OS_WIN
+// A symbolic link to nothing: the check answers without following it, so it creates nothing where the
+// link points and never removes the link.
+TEST_F(FileOpen, DanglingLinkIsCheckedWithoutFollowingIt)
+{
+    QDir().mkpath(QString::fromStdString(path("elsewhere")));
+    const QString target = QString::fromStdString(path("elsewhere/target.txt"));
+    const std::string link = path("link.txt");
+    ASSERT_TRUE(QFile::link(target, QString::fromStdString(link)));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(link.c_str()), GfnRead));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(link.c_str()), GfnWriteNew)); // the name is taken, by the link
+    EXPECT_TRUE(sp_CheckFileOpen(YString(link.c_str()), GfnWrite));     // its target's folder takes files
+    EXPECT_EQ(sp_FileOpenForensic(YString(link.c_str()), GfnWriteNew), FileOpenOverwrite);
+    EXPECT_FALSE(QFile::exists(target));
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(link)).isSymLink());
+    // A link into a folder that does not exist cannot be written through.
+    const std::string nowhere = path("nowhere.txt");
+    ASSERT_TRUE(QFile::link(QString::fromStdString(path("missing/dir/t.txt")), QString::fromStdString(nowhere)));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(nowhere.c_str()), GfnWrite));
+    EXPECT_FALSE(QDir(QString::fromStdString(path("missing"))).exists());
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(nowhere)).isSymLink());
+}
+
+// A FIFO never holds the check: opening it for reading succeeds at once, and for writing without a
+// reader fails at once. Each check runs on a thread of its own, waited for at most ten seconds.
+TEST_F(FileOpen, FifoNeverHoldsTheCheck)
+{
+    const std::string fifo = path("pipe");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    auto checkInTime = [&](GfnOpenMode mode, bool* finished) {
+        auto result = std::make_shared<std::promise<bool>>();
+        std::future<bool> answer = result->get_future();
+        std::thread([result, fifo, mode] { result->set_value(sp_CheckFileOpen(YString(fifo.c_str()), mode)); }).detach();
+        *finished = answer.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        if (!*finished) {
+            // Let the blocked open go: the other end of the FIFO, opened and closed.
+            const int other = open(fifo.c_str(), (mode == GfnRead ? O_WRONLY : O_RDONLY) | O_NONBLOCK);
+            if (other >= 0)
+                close(other);
+            return false;
+        }
+        return answer.get();
+    };
+    bool finished = false;
+    EXPECT_TRUE(checkInTime(GfnRead, &finished));
+    EXPECT_TRUE(finished);
+    EXPECT_FALSE(checkInTime(GfnWrite, &finished));
+    EXPECT_TRUE(finished);
+    EXPECT_FALSE(checkInTime(GfnWriteNew, &finished));
+    EXPECT_TRUE(finished);
+    EXPECT_EQ(sp_FileOpenForensic(YString(fifo.c_str()), GfnRead), FileOpenReadLocked);
+}
+#endif
