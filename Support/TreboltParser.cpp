@@ -94,18 +94,51 @@ void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamVal
         params.append(entry);
 }
 
+// The tokens of a line as YString::strtok gives them (delimiters before a token are skipped, a token
+// ends at the next delimiter, which is consumed with it), found in one walk over the text: strtok
+// removes each token from the front of its string, which makes a long line quadratic.
+class Tokens {
+public:
+    explicit Tokens(const YString& text) : m_text(text.c_str()), m_length(static_cast<size_t>(text.length()))
+    {
+        for (const char* d = kDelimiters; *d; ++d)
+            m_delimiter[static_cast<unsigned char>(*d)] = true;
+    }
+    YString next()
+    {
+        size_t begin = m_pos;
+        while (begin < m_length && m_delimiter[static_cast<unsigned char>(m_text[begin])])
+            ++begin;
+        if (begin >= m_length) {
+            m_pos = m_length;
+            return YString();
+        }
+        size_t end = begin;
+        while (end < m_length && !m_delimiter[static_cast<unsigned char>(m_text[end])])
+            ++end;
+        m_pos = end < m_length ? end + 1 : m_length;
+        return YString(m_text + begin, static_cast<int>(end - begin));
+    }
+
+private:
+    const char* m_text;
+    size_t m_length;
+    size_t m_pos = 0;
+    bool m_delimiter[256] = {};
+};
+
 // Reads the parameters that follow a statement name. True when the statement has positional parameters
 // or at least one named parameter was recognised.
-bool readParameters(const StatementDef& statement, YString& rest, YList<TreboltParamValue>& params)
+bool readParameters(const StatementDef& statement, Tokens& rest, YList<TreboltParamValue>& params)
 {
     bool success = statement.positionalCount > 0;
     for (int i = 0; i < statement.positionalCount; ++i) {
-        const YString token = rest.strtok(kDelimiters);
+        const YString token = rest.next();
         if (token.isEmpty())
             break;
         storeValue(statement.positional[i], token, params);
     }
-    for (YString token = rest.strtok(kDelimiters); !token.isEmpty(); token = rest.strtok(kDelimiters)) {
+    for (YString token = rest.next(); !token.isEmpty(); token = rest.next()) {
         const ParamDef* def = nullptr;
         for (int i = statement.namedCount - 1; i >= 0; --i) {
             if (token.equalsNoCase(statement.named[i].keyword)) {
@@ -116,7 +149,7 @@ bool readParameters(const StatementDef& statement, YString& rest, YList<TreboltP
         if (!def)
             continue;
         success = true;
-        storeValue(*def, def->type == TreboltFlag ? YString() : rest.strtok(kDelimiters), params);
+        storeValue(*def, def->type == TreboltFlag ? YString() : rest.next(), params);
     }
     return success;
 }
@@ -200,11 +233,11 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     YString treboltText, kalvontaText, commonText;
     YString line;
     while (stream.gets(&line, nullptr, nullptr, nullptr)) {
-        YString rest = line;
-        const YString first = rest.strtok(kDelimiters);
+        Tokens rest(line);
+        const YString first = rest.next();
         bool consumed = false;
         if (first.equalsNoCase(".simulator")) {
-            simulator = support_CrackSimulatorType(rest.strtok(kDelimiters).c_str());
+            simulator = support_CrackSimulatorType(rest.next().c_str());
             consumed = true;
         } else if (simulator == SimulatorTypeNone || simulator == SimulatorTypeTrebolt) {
             const int slot = matchStatementPrefix(first.c_str());

@@ -4,6 +4,8 @@
 #include "LiteralNetlistStream.h"
 #include "NetlistStream.h"
 #include "TextFile.h"
+#include "TreboltControls.h"
+#include "kvstream.h"
 
 #include <QString>
 #include <benchmark/benchmark.h>
@@ -123,6 +125,44 @@ void readDefinition(benchmark::State& state, bool wholeLibrary)
     state.counters["lines"] = static_cast<double>(lines) / static_cast<double>(state.iterations());
 }
 
+// One ".print" statement of 4 MB: 800,000 output names on one line.
+const std::string& longPrintLine()
+{
+    static const std::string text = [] {
+        std::string t = ".print tran";
+        for (int i = 0; t.size() < 4 * 1024 * 1024; ++i)
+            t += " v(n" + std::to_string(i % 100000) + ")";
+        return t + "\n";
+    }();
+    return text;
+}
+
+void BM_TreboltLongPrint(benchmark::State& state)
+{
+    for (auto _ : state) {
+        SelectTreboltAnalysisData::RunInfo enabled;
+        SelectTreboltAnalysisData::RunInfo present;
+        TreboltCommandParseResult result;
+        result.enabledFlags = enabled.flags;
+        result.presentFlags = present.flags;
+        kvfe_ParseTreboltCommands(longPrintLine().c_str(), &result);
+        benchmark::DoNotOptimize(result.params.count());
+    }
+}
+
+// The netlist stream reading the same line: what parsing it cannot be much faster than.
+void BM_SpiceStreamLongPrint(benchmark::State& state)
+{
+    for (auto _ : state) {
+        kvstrstream source(longPrintLine().data(), longPrintLine().size());
+        SpiceStream in(source);
+        YString line;
+        while (in.gets(&line, nullptr, nullptr, nullptr))
+            in.flushBuffer();
+        benchmark::DoNotOptimize(line.length());
+    }
+}
+
 void BM_LibraryStreamInLibrary(benchmark::State& state) { readDefinition(state, true); }
 void BM_LibraryStreamAlone(benchmark::State& state) { readDefinition(state, false); }
 
@@ -135,3 +175,5 @@ BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
 BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
+BENCHMARK(BM_TreboltLongPrint)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_SpiceStreamLongPrint)->Unit(benchmark::kMillisecond)->MinTime(0.5);

@@ -34,6 +34,8 @@ void readResults(benchmark::State& state, const char* name)
 
 void BM_CompileSensReport100k(benchmark::State& state) { readResults(state, "results_100k.msw"); }
 void BM_CompileSensReport10k(benchmark::State& state) { readResults(state, "results_10k.msw"); }
+void BM_CompileSensReportSequential(benchmark::State& state) { readResults(state, "results_sequential.msw"); }
+void BM_CompileSensReportSpread(benchmark::State& state) { readResults(state, "results_spread.msw"); }
 
 void BM_WriteMswFile100k(benchmark::State& state)
 {
@@ -57,6 +59,8 @@ void BM_WriteMswFile100k(benchmark::State& state)
 
 BENCHMARK(BM_CompileSensReport100k)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_CompileSensReport10k)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_CompileSensReportSequential)->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(BM_CompileSensReportSpread)->Unit(benchmark::kMillisecond)->MinTime(0.5);
 BENCHMARK(BM_WriteMswFile100k)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 
 // ---------------------------------------------------------------- reports

@@ -86,9 +86,9 @@ def write_library(path, single_path, loc_path, size, seed):
         out.write("%d %d %d\n" % (start, start + len(last), lines_before))
 
 
-def write_results(path, runs, seed):
+def write_results(path, runs, seed, step=1):
     """A results file as the library writes it: 4 merit functions, 3 parameters per run, run names
-    whose labels collide at the lower detail levels."""
+    whose labels collide at the lower detail levels. The case numbers are step, 2 step, 3 step..."""
     rng = random.Random(seed)
     out = ['<?xml version="1.0"?>\n<msw xmlns="http://results.example.net/schemas/application/msw/" '
            'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
@@ -97,12 +97,12 @@ def write_results(path, runs, seed):
            '\t<header analysis=".mc %d tran" date="2026-11-22" numcores="4" title="bench" group="g" />\n' % runs]
     for m in range(4):
         out.append('\t<meritfunction value="max(v(n%d))" name="M%d">\n' % (m, m))
-        out.extend('\t\t<sensval case="%d" value="%r" />\n' % (c, 1.0 + rng.random()) for c in range(1, runs + 1))
+        out.extend('\t\t<sensval case="%d" value="%r" />\n' % (c * step, 1.0 + rng.random()) for c in range(1, runs + 1))
         out.append('\t</meritfunction>\n')
     out.append('\t<steps>\n')
     for c in range(1, runs + 1):
         out.append('\t\t<step name="Refdes:R%d/DevParam:R/Term:%d" case="%d" seed="%d">\n'
-                   % (c % 5000, c % 7, c, (1 << 40) + c))
+                   % (c % 5000, c % 7, c * step, (1 << 40) + c))
         for k in range(3):
             nom = 1000.0 * (k + 1)
             out.append('\t\t\t<parameter name="P%d" nom="%r" usedvalue="%r" tol="0.05" />\n'
@@ -121,6 +121,12 @@ def main():
         write_results(os.path.join(folder, "results_100k.msw"), 100000, 3)
         write_results(os.path.join(folder, "results_10k.msw"), 10000, 4)
         open(results_stamp, "w").close()
+    spread_stamp = os.path.join(folder, "results-spread.v1")
+    if not os.path.exists(spread_stamp):
+        # The same runs numbered 1, 2, 3... and 32768, 65536, 98304...: the hash table must not care.
+        write_results(os.path.join(folder, "results_sequential.msw"), 65535, 5)
+        write_results(os.path.join(folder, "results_spread.msw"), 65535, 5, step=32768)
+        open(spread_stamp, "w").close()
     stamp = os.path.join(folder, "complete.v1")
     if os.path.exists(stamp):
         return

@@ -259,7 +259,19 @@ public:
     iterator end() { return iterator(m_records.end()); }
 
 private:
-    size_t bucketOf(unsigned hash) const { return static_cast<size_t>(hash) & (m_buckets.size() - 1); }
+    // The key is mixed (the finaliser of MurmurHash3, a bijection) before it is masked to the table's
+    // power-of-two size: keys such as case numbers are often an arithmetic progression, and multiples of
+    // the table size would otherwise all fall into one bucket.
+    static unsigned mixed(unsigned h)
+    {
+        h ^= h >> 16;
+        h *= 0x85ebca6bu;
+        h ^= h >> 13;
+        h *= 0xc2b2ae35u;
+        h ^= h >> 16;
+        return h;
+    }
+    size_t bucketOf(unsigned hash) const { return static_cast<size_t>(mixed(hash)) & (m_buckets.size() - 1); }
     T* add(std::unique_ptr<T> record)
     {
         T* stored = record.get();

@@ -155,3 +155,43 @@ TEST(YHashTable, FindsByKeyAndNeverHoldsTwoEqualRecords)
     ASSERT_NE(copy.find(probe), nullptr);
     EXPECT_NE(copy.find(probe), t.find(probe)); // a deep copy
 }
+
+namespace {
+
+// A record that counts the comparisons the table makes: each one is a step along a bucket's chain.
+struct CountedKey {
+    static long long comparisons;
+    unsigned key = 0;
+    unsigned hashKey() const { return key; }
+    bool operator==(const CountedKey& o) const
+    {
+        ++comparisons;
+        return key == o.key;
+    }
+};
+long long CountedKey::comparisons = 0;
+
+long long comparisonsToInsert(unsigned first, unsigned step, int count)
+{
+    YHashTable<CountedKey> table;
+    CountedKey::comparisons = 0;
+    for (int i = 0; i < count; ++i)
+        table.insert(CountedKey{first + step * static_cast<unsigned>(i)});
+    EXPECT_EQ(table.count(), count);
+    return CountedKey::comparisons;
+}
+
+} // namespace
+
+// Keys in arithmetic progression, multiples of the table's size among them, spread over the buckets:
+// inserting n keys takes a few comparisons each, as sequential keys do, not n / 2.
+TEST(YHashTable, ArithmeticProgressionsOfKeysDoNotCollide)
+{
+    const int n = 16384;
+    const long long sequential = comparisonsToInsert(1, 1, n);
+    EXPECT_LT(sequential, 4LL * n);
+    for (unsigned step : {65536u, 16384u, 1024u, 4096u * 3u}) {
+        const long long spread = comparisonsToInsert(step, step, n);
+        EXPECT_LT(spread, 4LL * n) << "step " << step;
+    }
+}
