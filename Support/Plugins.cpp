@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QLibrary>
 
 namespace {
@@ -35,9 +36,17 @@ YArray<YString> pluginDirectories(const char* category)
     }
     YArray<YString> entries;
     sp_SplitLine(value.c_str(), ';', &entries, 2147483647);
+    // An empty entry (a trailing ";", ";;") is skipped and a relative one is taken from the folder of
+    // startup.ini: neither may make the loader search the current folder, where anyone could plant a
+    // module.
+    const QDir iniFolder = QFileInfo(toQs(ini)).absoluteDir();
     YArray<YString> directories;
-    for (const YString& entry : entries)
-        directories.append(translated(entry));
+    for (const YString& entry : entries) {
+        const QString directory = toQs(translated(entry)).trimmed();
+        if (directory.isEmpty())
+            continue;
+        directories.append(toYs(QDir::cleanPath(iniFolder.absoluteFilePath(directory))));
+    }
     return directories;
 }
 

@@ -210,3 +210,33 @@ TEST_F(Plugins, YQtLibraryWrapsOneLibrary)
     EXPECT_FALSE(missing.errorString().isEmpty());
     EXPECT_EQ(missing.unload(), 0);
 }
+
+// Empty entries in the value (a trailing ";", ";;") are skipped, and a relative entry is taken from the
+// folder of startup.ini: a module planted in the current folder is never found or loaded.
+TEST_F(Plugins, EmptyAndRelativeEntriesNeverMeanTheCurrentFolder)
+{
+    const QString planted = QString::fromStdString(path("cwd"));
+    QDir().mkpath(planted + "/rel");
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(kDirs + "/dir2/" + kVersioned), planted + "/" + QString::fromStdString(kVersioned)));
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(kDirs + "/dir2/" + kVersioned), planted + "/rel/" + QString::fromStdString(kVersioned)));
+    QDir().mkpath(QString::fromStdString(path("bin/rel")));
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(kDirs + "/dir1/" + kVersioned), QString::fromStdString(path("bin/rel/" + kVersioned))));
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(planted));
+
+    writeIni("sims=;");
+    EXPECT_TRUE(search("sims").empty());
+    EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), "moduleVersion", true, "sims", false), nullptr);
+    writeIni("sims=;;" + path("missing") + ";");
+    EXPECT_TRUE(search("sims").empty());
+    EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), "moduleVersion", true, "sims", false), nullptr);
+
+    // "rel" is the folder beside startup.ini, whose module is version 1 (the current folder's is 2).
+    writeIni("sims=rel;");
+    EXPECT_EQ(search("sims"), (std::vector<std::string>{path("bin/rel/" + kVersioned)}));
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(kVersioned.c_str(), "moduleVersion", true, "sims", false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 1);
+    EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), nullptr, true, "sims", false), nullptr);
+    QDir::setCurrent(before);
+}
