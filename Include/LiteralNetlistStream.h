@@ -64,6 +64,7 @@ private:
     Buf m_litBuffer;
     Buf m_lineBuffer;
     CharQueue m_litQueue;
+    int m_litQueueWithoutLineEnd = 0; // leading unread bytes of m_litQueue already known to hold no line end
     CharQueue m_lookahead;
     YString m_sourceFile;
     YString m_tempFile;

@@ -98,14 +98,21 @@ int NewSpiceStream::next()
 void NewSpiceStream::fillOutputLitBuffer()
 {
     const char* unread = m_litQueue.unread();
-    int n = m_litQueue.count();
-    while (n > 0 && unread[n - 1] != '\n')
+    const int count = m_litQueue.count();
+    // The last line end is searched for only among the bytes that came after those an earlier call
+    // searched already, so that one very long line costs linear time, not quadratic.
+    const int searched = m_litQueueWithoutLineEnd < count ? m_litQueueWithoutLineEnd : count;
+    int n = count;
+    while (n > searched && unread[n - 1] != '\n')
         --n;
-    if (n == 0)
+    if (n == searched) {
+        m_litQueueWithoutLineEnd = count;
         return;
+    }
     m_litBuffer.append(unread, n);
     m_litCharCount += n;
     m_litQueue.discard(n);
+    m_litQueueWithoutLineEnd = count - n;
 }
 
 // The end of the buffered bytes that may be read straight from the buffer, or null when none may: not
@@ -185,20 +192,17 @@ bool NewSpiceStream::readLineInBulk()
     if (!end)
         return false;
     const char* const stop = end - begin > netlist::kBulkWindow ? begin + netlist::kBulkWindow : end;
-    // The literal text goes behind the literal buffer as it is read, the queued text first. A line end
-    // inside a line commits everything before it; what follows the last such line end (blank lines
-    // included) goes back to the queue at the end. Each byte read gives at most one byte of line and one
-    // of literal text.
+    // The literal text goes behind the literal buffer as it is read, after room for the queued text. A
+    // line end inside a line commits everything before it, the queued text first; what follows the last
+    // such line end (blank lines included) goes to the queue at the end. The queued text is copied out
+    // only when something is committed, so that a very long line is not copied out of the queue and back
+    // on every window. Each byte read gives at most one byte of line and one of literal text.
     const int queued = m_litQueue.count();
     const int room = static_cast<int>(stop - begin) + 16;
     char* const litStart = m_litBuffer.reserveTail(queued + room);
     char* const lineStart = m_lineBuffer.reserveTail(room);
-    if (queued == 1)
-        *litStart = *m_litQueue.unread(); // the usual case: the line's first byte
-    else if (queued > 1)
-        std::memcpy(litStart, m_litQueue.unread(), static_cast<size_t>(queued));
-    m_litQueue.flush();
-    char* lit = litStart + queued;
+    char* const readStart = litStart + queued;
+    char* lit = readStart;
     char* line = lineStart;
     char* committed = litStart;
     const char commentChar = m_commentChar;
@@ -304,10 +308,21 @@ bool NewSpiceStream::readLineInBulk()
     if (complete)
         m_lookahead.add(p[-1]);
     m_lineBuffer.expand(static_cast<int>(line - lineStart));
-    if (lit - committed == 1)
-        m_litQueue.add(*committed);
-    else
-        m_litQueue.append(committed, static_cast<int>(lit - committed));
+    if (committed == litStart) {
+        // Nothing committed: the queue keeps its text and what was read joins it.
+        m_litQueue.append(readStart, static_cast<int>(lit - readStart));
+    } else {
+        if (queued == 1)
+            *litStart = *m_litQueue.unread(); // the usual case: the line's first byte
+        else if (queued > 1)
+            std::memcpy(litStart, m_litQueue.unread(), static_cast<size_t>(queued));
+        m_litQueue.flush();
+        m_litQueueWithoutLineEnd = 0;
+        if (lit - committed == 1)
+            m_litQueue.add(*committed);
+        else
+            m_litQueue.append(committed, static_cast<int>(lit - committed));
+    }
     m_litBuffer.expand(static_cast<int>(committed - litStart));
     m_litCharCount += static_cast<int>(committed - litStart);
     m_charCount += static_cast<int>(p - begin);

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
 namespace {
 
@@ -163,6 +164,55 @@ void BM_SpiceStreamLongPrint(benchmark::State& state)
     }
 }
 
+// 100 MB of netlist text as one logical line, or as ten lines of 10 MB: a reader's buffers must grow
+// in amortised linear time, so that the one long line costs no more than the ten shorter ones.
+const std::string& longLines(int count)
+{
+    static std::string texts[2];
+    std::string& text = texts[count == 1 ? 0 : 1];
+    if (text.empty()) {
+        const size_t lineLength = 100u * 1000 * 1000 / static_cast<size_t>(count);
+        for (int l = 0; l < count; ++l) {
+            std::string line = "R" + std::to_string(l);
+            while (line.size() < lineLength)
+                line += " n" + std::to_string(line.size() % 9973);
+            text += line + "\n";
+        }
+    }
+    return text;
+}
+
+template <class Stream>
+void readLongLines(benchmark::State& state, int count)
+{
+    const std::string& text = longLines(count);
+    for (auto _ : state) {
+        kvstrstream source(text.data(), text.size());
+        Stream in(source);
+        YString line;
+        int number = 0;
+        long long bytes = 0;
+        for (;;) {
+            if constexpr (std::is_same<Stream, SpiceStream>::value) {
+                if (!in.gets(&line, &number, nullptr, nullptr))
+                    break;
+                in.flushBuffer();
+            } else {
+                if (!in.gets(&line, &number))
+                    break;
+                in.flushLitBuffer();
+            }
+            bytes += line.length();
+        }
+        benchmark::DoNotOptimize(bytes);
+    }
+}
+
+void BM_SpiceStreamOneLine100MB(benchmark::State& state) { readLongLines<SpiceStream>(state, 1); }
+void BM_SpiceStreamTenLines10MB(benchmark::State& state) { readLongLines<SpiceStream>(state, 10); }
+void BM_NewSpiceStreamOneLine100MB(benchmark::State& state) { readLongLines<NewSpiceStream>(state, 1); }
+void BM_NewSpiceStreamTenLines10MB(benchmark::State& state) { readLongLines<NewSpiceStream>(state, 10); }
+
 void BM_LibraryStreamInLibrary(benchmark::State& state) { readDefinition(state, true); }
 void BM_LibraryStreamAlone(benchmark::State& state) { readDefinition(state, false); }
 
@@ -175,5 +225,9 @@ BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
 BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
+BENCHMARK(BM_SpiceStreamOneLine100MB)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_SpiceStreamTenLines10MB)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_NewSpiceStreamOneLine100MB)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_NewSpiceStreamTenLines10MB)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_TreboltLongPrint)->Unit(benchmark::kMillisecond)->MinTime(0.5);
 BENCHMARK(BM_SpiceStreamLongPrint)->Unit(benchmark::kMillisecond)->MinTime(0.5);

@@ -343,8 +343,10 @@ void CharQueue::reserve(int extra)
 {
     if (m_write + extra < m_capacity)
         return;
-    if (m_read > 0) {
-        // Slide the unread part to the front before growing.
+    // Slide the unread part to the front only when the space already read is at least as large as it:
+    // each slide then moves no more bytes than were consumed since the last one, so a queue that is read
+    // while it grows (one very long line) costs linear time. Otherwise the buffer grows.
+    if (m_read > 0 && m_read >= m_write - m_read) {
         std::memmove(m_data, m_data + m_read, static_cast<size_t>(m_write - m_read));
         m_write -= m_read;
         m_read = 0;
