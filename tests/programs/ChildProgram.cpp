@@ -3,6 +3,7 @@
 // with the suffix ".steps" (the way a test elsewhere would write a shell script). One step per line:
 //   out TEXT       writes TEXT and a line feed to standard output
 //   err TEXT       the same on standard error
+//   outargs TEXT   writes TEXT, then each argument after a blank, then a line feed, to standard output
 //   sleep MS       waits MS milliseconds
 //   exit N         ends with exit code N
 //   exitargc       ends with the number of arguments as exit code
@@ -92,6 +93,12 @@ int main(int argc, char** argv)
         const std::string rest = blank == std::string::npos ? std::string() : line.substr(blank + 1);
         if (verb == "out") {
             std::fprintf(stdout, "%s\n", rest.c_str());
+            std::fflush(stdout);
+        } else if (verb == "outargs") {
+            std::string text = rest;
+            for (int i = 1; i < argc; ++i)
+                text += std::string(" ") + argv[i];
+            std::fprintf(stdout, "%s\n", text.c_str());
             std::fflush(stdout);
         } else if (verb == "err") {
             std::fprintf(stderr, "%s\n", rest.c_str());

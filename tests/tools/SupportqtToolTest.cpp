@@ -1003,8 +1003,14 @@ TEST_F(Tool, GlobAndRegex)
 
 TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
 {
-    const QString script = temp("child script.sh");
-    writeFileBytes(script.toStdString(), "#!/bin/sh\necho out \"$1\"\necho err >&2\nexit 4\n");
+    // The test build's child program, under a name with a blank, with the steps of a small script.
+#ifdef Q_OS_WIN
+    const QString script = temp("child program.exe");
+#else
+    const QString script = temp("child program");
+#endif
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), script));
+    writeFileBytes(path("child program.steps"), "outargs out\nerr err\nexit 4\n");
     QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const Result r = tool({"run", "\"" + script + "\" arg", "--capture"});
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
