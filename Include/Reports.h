@@ -24,7 +24,8 @@ struct SUPPORTQT_API ReportSortKey {
 };
 
 /// Writes the style block: the style sheet file's bytes between "<style>" lines, or, when it cannot be
-/// read, a built-in block indented by two tabs.
+/// read, a built-in block indented by two tabs. Only a regular file of at most 16 MiB is copied; a
+/// device, a FIFO or a larger file counts as a sheet that cannot be read.
 SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet);
 /// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in case
 /// order. False when the file cannot be created. Text is written as it is (no HTML escaping).

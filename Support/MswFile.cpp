@@ -12,10 +12,12 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace {
@@ -26,6 +28,10 @@ const char kNamespace[] = "http://results.example.net/schemas/application/msw/";
 const char kSchemaLocation[] =
     "http://results.example.net/schemas/application/msw https://results.example.net/schemas/application/msw.xsd";
 const int kMaxAppendDepth = 5;
+// A dense table of up to this many values is made without asking; beyond it, only when it is at most
+// kMaxDenseFactor times the values and runs the files hold.
+const long long kDenseWithoutQuestion = 4 * 1000 * 1000;
+const long long kMaxDenseFactor = 64;
 
 bool nameIs(const YRef<YDomElement>& element, const char* name) { return element->tagName().equalsNoCase(name); }
 
@@ -54,7 +60,18 @@ void readHeader(const YRef<YDomElement>& element, XMLReportHeader* header)
     header->group = textOr("group");
 }
 
-void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
+// What one compile has read so far: the depth of the file being read, the files read (each is read
+// once, so that files appending each other cannot multiply the work), the chain of files that append
+// the one being read, and the merit values met.
+struct ReadContext {
+    int depth = 0;
+    std::unordered_set<std::string> files;
+    std::vector<std::string> chain;
+    long long values = 0;
+};
+
+void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                       ReadContext* context)
 {
     const int index = header->meritFunctions.count();
     header->meritFunctions.append(XMLMeritFunction{element->getAttribute("value"), element->getAttribute("name")});
@@ -63,6 +80,7 @@ void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInf
             continue;
         XMLReportInfo* record = recordOf(table, child->getAttributeInt("case", 0));
         record->values.at(index).value = child->getAttributeDouble("value", 0.0);
+        ++context->values;
     }
 }
 
@@ -104,7 +122,28 @@ void readSteps(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* tabl
     }
 }
 
-bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header, int* depth)
+bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                     ReadContext* context);
+
+bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header, ReadContext* context)
+{
+    // A file that appends itself, directly or through others, fails as the depth rule would make it
+    // fail; a file already read elsewhere in this compile is not read again (its runs and merit
+    // functions are in).
+    const QFileInfo file(toQs(path));
+    const std::string key = (file.exists() ? file.canonicalFilePath() : file.absoluteFilePath()).toStdString();
+    if (std::find(context->chain.begin(), context->chain.end(), key) != context->chain.end())
+        return false;
+    if (!context->files.insert(key).second)
+        return true;
+    context->chain.push_back(key);
+    const bool ok = readMswFileOnce(path, table, header, context);
+    context->chain.pop_back();
+    return ok;
+}
+
+bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                     ReadContext* context)
 {
     YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
     if (!document->load(path.c_str()))
@@ -119,17 +158,17 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
                 if (!nameIs(file, "file"))
                     continue;
                 const YString appended = file->getAttribute("path");
-                ++*depth;
-                if (*depth < kMaxAppendDepth && ok)
-                    ok = readMswFile(appended, table, header, depth);
+                ++context->depth;
+                if (context->depth < kMaxAppendDepth && ok)
+                    ok = readMswFile(appended, table, header, context);
                 else
                     ok = false;
-                --*depth;
+                --context->depth;
             }
         } else if (nameIs(child, "header")) {
             readHeader(child, header);
         } else if (nameIs(child, "meritfunction")) {
-            readMeritFunction(child, table, header);
+            readMeritFunction(child, table, header, context);
         } else if (nameIs(child, "steps")) {
             readSteps(child, table);
         }
@@ -421,11 +460,25 @@ bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* ta
 {
     if (!table || !header)
         return false;
-    int depth = 0;
-    const bool ok = readMswFile(path, table, header, &depth);
-    computeSensitivityDeltas(*table);
-    describeNamedRuns(table);
-    return ok;
+    try {
+        ReadContext context;
+        const bool ok = readMswFile(path, table, header, &context);
+        // Deltas make the table dense (every run gets a value of every merit function): refused when
+        // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
+        // would make it.
+        long long width = 0;
+        for (const XMLReportInfo& record : *table)
+            width = std::max<long long>(width, record.values.count());
+        const long long dense = width * table->count();
+        if (dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (context.values + table->count()))
+            return false;
+        computeSensitivityDeltas(*table);
+        describeNamedRuns(table);
+        return ok;
+    } catch (...) {
+        // Memory ran out after all: a result, as every failure is, never an exception.
+        return false;
+    }
 }
 
 bool sp_AppendMeritData(const YString& path, const YString& value, const YString& name, const YVector<double>& values,

@@ -1,12 +1,18 @@
 // Reports.cpp - HTML logs of Monte Carlo and worst-case runs, and sensitivity reports in HTML and CSV.
 #include "Reports.h"
 #include "FileServices.h"
+#include "QtSupport.h"
+
+#include <QFileInfo>
 
 #include <cmath>
 #include <cstdlib>
 #include <vector>
 
 namespace {
+
+// The largest style sheet copied into a report.
+const long long kMaxStyleSheetBytes = 16LL * 1024 * 1024;
 
 const char* const kBuiltInStyle[] = {
     "\t\t<style>\n",
@@ -193,10 +199,16 @@ void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
 {
     if (!stream)
         return;
+    // Only a regular file of a bounded size is copied: a device or FIFO named as the style sheet
+    // (/dev/zero) would otherwise be copied until the disk is full. Anything else counts as a sheet that
+    // does not open.
+    const QFileInfo sheetInfo(toQs(styleSheet));
     FILE* sheet = nullptr;
-    if (fopen_s_utf8(&sheet, styleSheet.c_str(), "r") == 0 && sheet) {
+    if (sheetInfo.isFile() && sheetInfo.size() <= kMaxStyleSheetBytes &&
+        fopen_s_utf8(&sheet, styleSheet.c_str(), "r") == 0 && sheet) {
         std::fprintf(stream, "<style>\n");
-        for (int c = std::fgetc(sheet); c != EOF; c = std::fgetc(sheet))
+        long long copied = 0;
+        for (int c = std::fgetc(sheet); c != EOF && copied < kMaxStyleSheetBytes; c = std::fgetc(sheet), ++copied)
             std::fputc(c, stream);
         std::fprintf(stream, "</style>\n");
         std::fclose(sheet);

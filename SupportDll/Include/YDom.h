@@ -54,7 +54,11 @@ public:
     YDomDocument();
     ~YDomDocument() override;
 
-    /// Replaces the content with the file's; false when it cannot be read or is not well-formed XML.
+    /// The largest file `load` reads: the positions of the parsed text are 32-bit.
+    static const long long kMaxFileBytes = 0x7fffffffLL;
+    /// Replaces the content with the file's; false when it cannot be read or is not well-formed XML,
+    /// and false at once, without reading, for what is not a regular file (a FIFO, a device such as
+    /// /dev/zero, a folder) or a file larger than `kMaxFileBytes`.
     bool load(const char* path);
     /// Parses XML text; false when it is not well-formed.
     bool loadText(const char* text, size_t length);

@@ -13,6 +13,10 @@ int removeFile(const char* utf8Path);
 int renameFile(const char* from, const char* to);
 bool exists(const char* utf8Path);
 bool isDirectory(const char* utf8Path);
+/// Whether the path names a regular file (links followed); false for folders, FIFOs, devices, sockets.
+bool isRegularFile(const char* utf8Path);
+/// Whether an open file is a regular file on disk.
+bool isRegularFile(FILE* file);
 long long fileSize(const char* utf8Path);
 long long modifiedTime(const char* utf8Path);
 long long modifiedTime(FILE* file);

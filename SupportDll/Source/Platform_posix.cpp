@@ -43,6 +43,18 @@ bool isDirectory(const char* utf8Path)
     return ::stat(utf8Path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+bool isRegularFile(const char* utf8Path)
+{
+    struct stat st;
+    return ::stat(utf8Path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool isRegularFile(FILE* file)
+{
+    struct stat st;
+    return file && ::fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode);
+}
+
 long long fileSize(const char* utf8Path)
 {
     struct stat st;

@@ -77,6 +77,20 @@ bool isDirectory(const char* utf8Path)
     return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
 }
 
+bool isRegularFile(const char* utf8Path)
+{
+    const DWORD a = GetFileAttributesW(wide(utf8Path).c_str());
+    return a != INVALID_FILE_ATTRIBUTES && !(a & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE));
+}
+
+bool isRegularFile(FILE* file)
+{
+    if (!file)
+        return false;
+    const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+    return h != INVALID_HANDLE_VALUE && GetFileType(h) == FILE_TYPE_DISK;
+}
+
 long long fileSize(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;

@@ -1,11 +1,13 @@
 // YDom.cpp - the DOM over pugixml.
 #include "YDom.h"
 #include "FileServices.h"
+#include "Platform_p.h"
 #include "TextServices.h"
 
 #include <pugixml.hpp>
 
 #include <atomic>
+#include <new>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -177,19 +179,34 @@ YDomDocument::~YDomDocument() { m_data->decRef(); }
 
 bool YDomDocument::load(const char* path)
 {
-    if (!path)
+    // A whole document is read into memory: only regular files of a bounded size, asked before the
+    // open (which would wait on a FIFO) and again of the open file.
+    if (!path || !platform::isRegularFile(path))
         return false;
     FILE* f = fopen_utf8(path, "rb");
     if (!f)
         return false;
+    const long long size = sp_GetFileSize64(path);
+    if (!platform::isRegularFile(f) || size < 0 || size > kMaxFileBytes) {
+        std::fclose(f);
+        return false;
+    }
     std::vector<char> bytes;
-    long long size = sp_GetFileSize64(path);
-    if (size > 0 && size < (1LL << 40))
+    try {
         bytes.reserve(static_cast<size_t>(size));
-    char chunk[65536];
-    size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
-        bytes.insert(bytes.end(), chunk, chunk + n);
+        char chunk[65536];
+        size_t n;
+        while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) {
+            if (static_cast<long long>(bytes.size() + n) > kMaxFileBytes) {
+                std::fclose(f);
+                return false; // it grew while it was read
+            }
+            bytes.insert(bytes.end(), chunk, chunk + n);
+        }
+    } catch (const std::bad_alloc&) {
+        std::fclose(f);
+        return false;
+    }
     bool readError = std::ferror(f) != 0;
     std::fclose(f);
     if (readError)

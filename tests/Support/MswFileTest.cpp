@@ -466,6 +466,94 @@ TEST_F(MswFile, ValidationStatuses)
     EXPECT_STREQ(message.c_str(), "Could not open xml file");
 }
 
+// ---------------------------------------------------------------- hostile results files
+
+// Five small files, each appending the next one forty times: each file is read once, so the compile is
+// quick and every merit function is there once (reading them again would add them again).
+TEST_F(MswFile, FilesThatAppendEachOtherManyTimesAreReadOnce)
+{
+    for (int k = 0; k < 5; ++k) {
+        std::string body = "<meritfunction value=\"m" + std::to_string(k) + "\" name=\"M" + std::to_string(k) +
+                           "\"><sensval case=\"" + std::to_string(k + 1) + "\" value=\"1.5\"/></meritfunction>";
+        if (k < 4) {
+            body += "<append>";
+            for (int i = 0; i < 40; ++i)
+                body += "<file path=\"" + path("amp" + std::to_string(k + 1) + ".msw") + "\"/>";
+            body += "</append>";
+        }
+        writeFileBytes(path("amp" + std::to_string(k) + ".msw"), msw(body));
+    }
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_TRUE(sp_CompileSensReportData(YString(path("amp0.msw").c_str()), &t, &h));
+    EXPECT_EQ(h.meritFunctions.count(), 5);
+    EXPECT_EQ(t.count(), 5);
+    for (int k = 0; k < 5; ++k)
+        EXPECT_EQ(findCase(t, k + 1)->values[k].value, 1.5);
+}
+
+// A small file whose runs and merit functions are almost all empty would need a dense table of nine
+// million values for its deltas: refused with false instead of an allocation that grows with the
+// product. A file whose every run has every value is read whatever its size.
+TEST_F(MswFile, SparseFilesThatWouldNeedAHugeTableAreRefused)
+{
+    std::string body;
+    for (int m = 0; m < 3000; ++m)
+        body += "<meritfunction value=\"v\" name=\"m" + std::to_string(m) + "\">" +
+                (m == 2999 ? std::string("<sensval case=\"1\" value=\"2\"/>") : std::string()) + "</meritfunction>";
+    body += "<steps>";
+    for (int c = 1; c <= 3000; ++c)
+        body += "<step case=\"" + std::to_string(c) + "\"/>";
+    body += "</steps>";
+    writeFileBytes(path("sparse.msw"), msw(body));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_FALSE(sp_CompileSensReportData(YString(path("sparse.msw").c_str()), &t, &h));
+
+    std::string full;
+    for (int m = 0; m < 5; ++m) {
+        full += "<meritfunction value=\"v\" name=\"m" + std::to_string(m) + "\">";
+        for (int c = 1; c <= 2000; ++c)
+            full += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c + m) + "\"/>";
+        full += "</meritfunction>";
+    }
+    writeFileBytes(path("full.msw"), msw(full));
+    YHashTable<XMLReportInfo> f;
+    XMLReportHeader fh;
+    EXPECT_TRUE(sp_CompileSensReportData(YString(path("full.msw").c_str()), &f, &fh));
+    EXPECT_EQ(f.count(), 2000);
+    EXPECT_EQ(findCase(f, 2000)->values[4].delta, 2004.0 - 5.0);
+}
+
+#ifndef Q_OS_WIN
+// Special files are refused at once, before anything is read: an endless device, and a FIFO that no
+// one writes (whose open alone would wait).
+TEST_F(MswFile, SpecialFilesAreRefusedWithoutWaiting)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    EXPECT_FALSE(sp_CompileSensReportData(YString("/dev/zero"), &t, &h));
+    ASSERT_EQ(mkfifo(path("results.fifo").c_str(), 0600), 0);
+    auto result = std::make_shared<std::promise<bool>>();
+    std::future<bool> answer = result->get_future();
+    const std::string fifo = path("results.fifo");
+    std::thread([result, fifo] {
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        result->set_value(sp_CompileSensReportData(YString(fifo.c_str()), &table, &header));
+    }).detach();
+    const bool finished = answer.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    EXPECT_TRUE(finished) << "the reader waited on a FIFO";
+    if (finished) {
+        EXPECT_FALSE(answer.get());
+    } else {
+        const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0)
+            close(writer);
+    }
+}
+#endif
+
 // ---------------------------------------------------------------- only the caller's schema
 
 namespace {

@@ -191,6 +191,20 @@ TEST_F(Reports, StyleSheetIsCopiedBetweenStyleLines)
     EXPECT_EQ(readReport(path("block.txt")), "<style>\ntd { color: red; }\n/* 100% */</style>\n");
 }
 
+#ifndef Q_OS_WIN
+// An endless device or a FIFO named as the style sheet is not copied: the built-in block is written.
+TEST_F(Reports, SpecialFilesAsStyleSheetGiveTheBuiltInBlock)
+{
+    FILE* f = fopen_utf8(path("zero.txt").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    sp_IncludeTableStyleSheet(f, YString("/dev/zero"));
+    std::fclose(f);
+    const std::string block = readReport(path("zero.txt"));
+    EXPECT_EQ(block.rfind("\t\t<style>\n", 0), 0u) << block.substr(0, 40);
+    EXPECT_LT(block.size(), 1000u);
+}
+#endif
+
 // ---------------------------------------------------------------- logs
 
 TEST_F(Reports, EmptyTableLog)
