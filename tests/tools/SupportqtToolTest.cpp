@@ -1043,3 +1043,25 @@ TEST_F(Tool, HelpUrlIsTheLibrarysConversion)
 }
 
 } // namespace
+
+// Characters the target encoding cannot hold are counted: without --lossy nothing is written and the
+// tool says how many; with it the file is written and the count still reported.
+TEST_F(Tool, LossyConversionIsReported)
+{
+    const QString euro = temp("euro.txt");
+    writeFileBytes(euro.toStdString(), "price \xE2\x82\xAC 5, \xE2\x82\xAC 6\n");
+    const QString out = temp("latin1.txt");
+    const Result refused = tool({"text", "convert", euro, "-o", out, "--to", "ISO-8859-1"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.err, QStringLiteral("supportqt text convert: 2 characters cannot be written in ISO-8859-1 and "
+                                          "become '?'; nothing written (--lossy writes it)\n"));
+    EXPECT_FALSE(QFile::exists(out));
+    const Result lossy = tool({"text", "convert", euro, "-o", out, "--to", "ISO-8859-1", "--lossy"});
+    EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
+    EXPECT_EQ(lossy.err, QStringLiteral("supportqt text convert: 2 characters cannot be written in ISO-8859-1 and become '?'\n"));
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string("price ? 5, ? 6\n"));
+    // Nothing lost, nothing said.
+    const Result clean = tool({"text", "convert", euro, "-o", temp("utf16.txt"), "--to", "UTF-16LE"});
+    EXPECT_EQ(clean.code, 0);
+    EXPECT_TRUE(clean.err.isEmpty()) << clean.err.toStdString();
+}

@@ -81,6 +81,8 @@ int runTextConvert(const QStringList& arguments)
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The converted file."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
     command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
+    command.addOption({QStringLiteral("lossy")},
+                      QStringLiteral("Write even when characters cannot be held by the target encoding (they become '?')."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -104,6 +106,21 @@ int runTextConvert(const QStringList& arguments)
     {
         ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(path).arg(size >> 20), size > (qint64(64) << 20));
         text = sp_LoadFile(path, from.constData(), &ok);
+        if (ok) {
+            // Characters the target encoding cannot hold are counted by its codec before anything is
+            // written: without --lossy nothing is written and the user is told.
+            QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+            QTextCodec::codecForName(to)->fromUnicode(text.constData(), text.size(), &state);
+            if (state.invalidChars > 0) {
+                const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and become '?'")
+                                         .arg(state.invalidChars)
+                                         .arg(state.invalidChars == 1 ? "" : "s")
+                                         .arg(QString::fromLatin1(to));
+                if (!command.isSet(QStringLiteral("lossy")))
+                    return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
+                std::fprintf(stderr, "supportqt text convert: %s\n", qPrintable(lost));
+            }
+        }
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
             sp_WriteTextFile(toQs(temporary), text, to.constData());
             return text.isEmpty() || QFileInfo(toQs(temporary)).size() > 0;
