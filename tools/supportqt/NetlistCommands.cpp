@@ -313,8 +313,10 @@ int runSection(const QStringList& arguments)
     if (!command.intValue(QStringLiteral("start"), &start) || !command.intValue(QStringLiteral("end"), &end) ||
         !command.intValue(QStringLiteral("line-offset"), &offset))
         return ExitUsage;
-    if (start < 0 || start > INT_MAX || end < 0 || end > INT_MAX || offset < INT_MIN || offset > INT_MAX)
+    if (start < 0 || start > INT_MAX || end < 0 || end > INT_MAX || offset < 0 || offset > INT_MAX)
         return command.fail(ExitUsage, QStringLiteral("--start, --end and --line-offset must lie between 0 and %1").arg(INT_MAX));
+    if (start > end)
+        return command.fail(ExitUsage, QStringLiteral("--start %1 lies after --end %2").arg(start).arg(end));
     QString path;
     if (!command.inputArgument(&path))
         return ExitFailure;
