@@ -1080,3 +1080,25 @@ TEST_F(Tool, InvalidPatternsAndSectionBoundsAreUsageErrors)
     EXPECT_EQ(reversed.code, 2);
     EXPECT_EQ(reversed.err, QStringLiteral("supportqt section: --start 300 lies after --end 200\n"));
 }
+
+// A results file cannot drive the user's terminal: escape sequences, bells and carriage returns in its
+// texts are printed as visible escapes; the JSON form escapes them as JSON does.
+TEST_F(Tool, ControlCharactersInAFileArePrintedVisibly)
+{
+    const QString file = temp("hostile.msw");
+    writeFileBytes(file.toStdString(),
+                   "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><header title=\"&#x1b;]0;owned&#x7;&#x1b;[2J\" "
+                   "analysis=\".mc 1 tran\"/><meritfunction value=\"v&#x1b;[31m\" name=\"red&#xd;\">"
+                   "<sensval case=\"1\" value=\"1\"/></meritfunction><steps><step case=\"1\" description=\"d\xc2\x9b\"/></steps></msw>\n");
+    const Result r = tool({"results", file});
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_FALSE(r.out.contains(QChar(0x1b)));
+    EXPECT_FALSE(r.out.contains(QChar(0x07)));
+    EXPECT_FALSE(r.out.contains(QChar('\r')));
+    EXPECT_FALSE(r.out.contains(QChar(0x9b)));
+    EXPECT_TRUE(r.out.contains(QStringLiteral("\\x1b]0;owned\\x07\\x1b[2J"))) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QStringLiteral("red\\x0d"))) << r.out.toStdString();
+    const Result json = tool({"results", file, "--json"});
+    EXPECT_TRUE(json.out.contains(QStringLiteral("\\u001b]0;owned\\u0007\\u001b[2J"))) << json.out.left(400).toStdString();
+    EXPECT_EQ(parseJsonQt(json.out)["header"].toObject()["title"].toString(), QStringLiteral("\x1b]0;owned\x07\x1b[2J"));
+}

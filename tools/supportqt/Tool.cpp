@@ -160,10 +160,37 @@ Output& Output::pad(const std::string& text, int width)
     return *this;
 }
 
+// The text with the control characters that a terminal would obey (escape sequences that retitle or
+// clear it, bells, carriage returns, backspaces; C1 controls in UTF-8) shown as visible escapes, as ls
+// and git show them: a file's text must not drive the user's terminal. Line feeds and tabs stay.
+std::string visibleControls(const std::string& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    char escape[8];
+    for (size_t i = 0; i < text.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if ((c < 0x20 && c != '\n' && c != '\t') || c == 0x7f) {
+            std::snprintf(escape, sizeof escape, "\\x%02x", c);
+            out.append(escape);
+        } else if (c == 0xc2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+                   static_cast<unsigned char>(text[i + 1]) <= 0x9f) {
+            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned char>(text[i + 1]));
+            out.append(escape);
+            ++i;
+        } else {
+            out.push_back(static_cast<char>(c));
+        }
+    }
+    return out;
+}
+
 void Output::flush()
 {
-    if (!m_text.empty())
-        std::fwrite(m_text.data(), 1, m_text.size(), stdout);
+    if (!m_text.empty()) {
+        const std::string shown = visibleControls(m_text);
+        std::fwrite(shown.data(), 1, shown.size(), stdout);
+    }
     m_text.clear();
     std::fflush(stdout);
 }
