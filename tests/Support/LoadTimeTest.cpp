@@ -14,6 +14,7 @@
 
 #ifdef Q_OS_WIN
 #include <windows.h>
+#include <intrin.h>
 #include <winternl.h>
 #endif
 
@@ -148,7 +149,16 @@ const ULONG kNoThreadCalls = 0x00040000; // the loader's "do not call for thread
 // The loader's flags of a loaded module, found through the process environment block.
 ULONG loaderFlags(HMODULE module)
 {
-    const PEB* peb = NtCurrentTeb()->ProcessEnvironmentBlock;
+    // The process environment block's address, read from the thread's block at gs:0x60 (what
+    // NtCurrentTeb()->ProcessEnvironmentBlock gives).
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Warray-bounds" // GCC sees gs:0x60 as an offset into an empty array
+#endif
+    const PEB* peb = reinterpret_cast<const PEB*>(__readgsqword(0x60));
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
     const LIST_ENTRY* head = &peb->Ldr->InMemoryOrderModuleList;
     for (const LIST_ENTRY* link = head->Flink; link != head; link = link->Flink) {
         const LoaderEntry* entry = CONTAINING_RECORD(link, LoaderEntry, inMemoryOrder);
