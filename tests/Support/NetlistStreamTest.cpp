@@ -118,6 +118,21 @@ TEST_F(SpiceFile, DirectiveBackToTheNativeDialectMakesSemicolonsComments)
     EXPECT_EQ(lines[0].number, 3);
 }
 
+// Only the first 198 characters of a directive's text are kept: a keyword that ends at the 198th counts,
+// one cut by the limit does not.
+TEST(SpiceStream, DirectiveTextIsCutAfter198Characters)
+{
+    for (int blanks : {192, 193}) {
+        const std::string text = "*#" + std::string(static_cast<size_t>(blanks), ' ') + "HSPICE\nR1 a b 1k\n";
+        kvstrstream source(text.data(), text.size());
+        SpiceStream s(source);
+        YString line;
+        int number = 0;
+        ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+        EXPECT_EQ(s.getLanguage(), blanks == 192 ? SpiceLanguageHspice : SpiceLanguageNative) << blanks << " blanks";
+    }
+}
+
 TEST(SpiceStream, HspiceDirectiveOnlyAtTheTopHierarchyAnywhere)
 {
     kvstrstream source("*#HSPICE\nR1 a b 1k $ c\n*#PSPICE\n*#hierarchy\nR2 c d 1\nR3 e f 1\n");

@@ -112,6 +112,48 @@ void TempDirTest::TearDown()
 
 void PrintTo(const YString& s, std::ostream* os) { *os << '"' << s.c_str() << '"'; }
 void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+namespace {
+
+// Prints an enumerator's name from a table indexed by its value, or the number when it has none.
+template <size_t N>
+void printNamed(int value, const char* const (&names)[N], std::ostream* os)
+{
+    if (value >= 0 && static_cast<size_t>(value) < N)
+        *os << names[value];
+    else
+        *os << "(" << value << ")";
+}
+
+} // namespace
+
+void PrintTo(SSPError e, std::ostream* os)
+{
+    static const char* const names[] = {"SSPE_Ok", "SSPE_Failed", "SSPE_Unused2", "SSPE_Unused3",
+                                        "SSPE_NotFound", "SSPE_BadFormat", "SSPE_NotExecutable", "SSPE_NotSupported"};
+    printNamed(e, names, os);
+}
+
+void PrintTo(XmlValidateStatus e, std::ostream* os)
+{
+    static const char* const names[] = {"XmlValidateOk", "XmlValidateInvalid", "XmlValidateBadSchema",
+                                        "XmlValidateNoSchemaFile", "XmlValidateNoXmlFile"};
+    printNamed(e, names, os);
+}
+
+void PrintTo(FileOpenForensic e, std::ostream* os)
+{
+    static const char* const names[] = {"FileOpenNoError", "FileOpenOverwrite", "FileOpenNotExist",
+                                        "FileOpenReadLocked", "FileOpenDirNotExist", "FileOpenDirPriv",
+                                        "FileOpenWritePriv", "FileOpenWriteLocked", "FileOpenInvalidParams"};
+    printNamed(e, names, os);
+}
+
+void PrintTo(NormStatus e, std::ostream* os)
+{
+    static const char* const names[] = {"NormValid", "NormDivByZero", "NormInconsistent", "NormUnset"};
+    printNamed(e, names, os);
+}
+
 void PrintTo(UTF8DetectEncoding e, std::ostream* os)
 {
     static const char* const names[] = {"Ascii", "Utf8", "Utf8Extended", "Invalid"};

@@ -1,7 +1,10 @@
 // TestHelpers.h - shared helpers of the test suites: a temporary-directory fixture and file helpers.
 #pragma once
 
+#include "FileOpenCheck.h"
+#include "Processes.h"
 #include "QtSupport.h"
+#include "XMLReport.h"
 #include "YString.h"
 
 #include <gtest/gtest.h>
@@ -82,3 +85,8 @@ protected:
 void PrintTo(const YString& s, std::ostream* os);
 void PrintTo(const QString& s, std::ostream* os);
 void PrintTo(UTF8DetectEncoding e, std::ostream* os);
+// The library's status enumerations by name, so that a failed comparison says which value it saw.
+void PrintTo(SSPError e, std::ostream* os);
+void PrintTo(XmlValidateStatus e, std::ostream* os);
+void PrintTo(FileOpenForensic e, std::ostream* os);
+void PrintTo(NormStatus e, std::ostream* os);
