@@ -1102,3 +1102,40 @@ TEST_F(Tool, ControlCharactersInAFileArePrintedVisibly)
     EXPECT_TRUE(json.out.contains(QStringLiteral("\\u001b]0;owned\\u0007\\u001b[2J"))) << json.out.left(400).toStdString();
     EXPECT_EQ(parseJsonQt(json.out)["header"].toObject()["title"].toString(), QStringLiteral("\x1b]0;owned\x07\x1b[2J"));
 }
+
+// The CSV of append-merit: a byte-order mark is no header, a first line is a header only when its first
+// field is not a number, values take engineering suffixes, a row that does not parse names its line, a
+// name already present is refused, and runs without a value are said.
+TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
+{
+    const QString file = temp("sens.msw");
+    ASSERT_TRUE(QFile::copy(example("results/buck_sensitivity.msw"), file));
+    QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner);
+    const std::string before = readFileBytes(file.toStdString());
+
+    const QString bom = temp("bom.csv");
+    writeFileBytes(bom.toStdString(), "\xEF\xBB\xBF" "1,1.5k\n2,2m\n3,3\n");
+    const Result r = tool({"append-merit", file, "--value", "x", "--name", "eng", "--data", bom});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, "added merit function eng with 3 values to " + file + "\n" + "5 runs have no value in " + bom +
+                         " and read 0: 4 5 6 7 8\n");
+    const QJsonArray merits = parseJsonQt(tool({"results", file, "--json"}).out)["meritFunctions"].toArray();
+    ASSERT_EQ(merits.size(), 5);
+    EXPECT_EQ(merits[4]["statistics"]["nominal"].toDouble(), 1500.0);
+
+    const QString again = temp("again.csv");
+    writeFileBytes(again.toStdString(), "case,value\n1,1\n");
+    const std::string afterFirst = readFileBytes(file.toStdString());
+    const Result duplicate = tool({"append-merit", file, "--value", "x", "--name", "eng", "--data", again});
+    EXPECT_EQ(duplicate.code, 1);
+    EXPECT_EQ(duplicate.err, "supportqt append-merit: " + file + " already has a merit function named eng\n");
+    EXPECT_EQ(readFileBytes(file.toStdString()), afterFirst);
+
+    const QString bad = temp("bad.csv");
+    writeFileBytes(bad.toStdString(), "1,abc\n");
+    const Result refused = tool({"append-merit", file, "--value", "x", "--name", "other", "--data", bad});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.err, "supportqt append-merit: " + bad + " line 1: expected \"case,value\", found \"1,abc\"\n");
+    EXPECT_EQ(readFileBytes(file.toStdString()), afterFirst);
+    EXPECT_NE(afterFirst, before);
+}

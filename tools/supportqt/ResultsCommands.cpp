@@ -21,6 +21,9 @@
 #include <cstring>
 #include <string_view>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 // Runs in a file, counted from its "<step" elements without parsing it; used only to decide whether
@@ -283,8 +286,9 @@ int runAppendMerit(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV"),
                         QStringLiteral("Adds a merit function to a results file: its defining text, its name, and one value per\n"
-                                       "run read from a CSV file of \"case,value\" lines (a first line that is not numbers is\n"
-                                       "a header). The file is rewritten whole, or left as it was when anything is wrong."));
+                                       "run read from a CSV file of \"case,value\" lines (values as the library reads numbers,\n"
+                                       "1.5k is 1500; a first line whose first field is not a number is a header). The file is\n"
+                                       "rewritten whole, or left as it was when anything is wrong."));
     command.addOption({QStringLiteral("value")}, QStringLiteral("Defining text of the merit function."), QStringLiteral("TEXT"));
     command.addOption({QStringLiteral("name")}, QStringLiteral("Display name of the merit function."), QStringLiteral("NAME"));
     command.addOption({QStringLiteral("data")}, QStringLiteral("CSV file of case,value lines."), QStringLiteral("CSV"));
@@ -305,7 +309,10 @@ int runAppendMerit(const QStringList& arguments)
     YVector<int> cases;
     int lineNumber = 0;
     QSet<int> given;
-    for (const QByteArray& raw : data.readAll().split('\n')) {
+    QByteArray text = data.readAll();
+    if (text.startsWith("\xEF\xBB\xBF"))
+        text.remove(0, 3); // a UTF-8 byte-order mark is no part of the first field
+    for (const QByteArray& raw : text.split('\n')) {
         ++lineNumber;
         const QByteArray line = raw.trimmed();
         if (line.isEmpty())
@@ -313,10 +320,14 @@ int runAppendMerit(const QStringList& arguments)
         const QList<QByteArray> fields = line.split(',');
         bool caseOk = false;
         const int caseNumber = fields.value(0).trimmed().toInt(&caseOk);
-        double value = 0.0;
-        const bool valueOk = fields.size() == 2 && sp_TextToReal(fields[1].trimmed().constData(), &value);
+        // The value as the library reads numbers, engineering suffixes included, and nothing after it.
+        const QByteArray valueText = fields.value(1).trimmed();
+        char* end = nullptr;
+        const double value = valueText.isEmpty() ? 0.0 : sp_ConvertEngToReal(valueText.constData(), &end);
+        const bool valueOk = fields.size() == 2 && !valueText.isEmpty() && end == valueText.constData() + valueText.size();
         if (!caseOk || !valueOk) {
-            if (lineNumber == 1 && cases.count() == 0)
+            // Only a first line whose first field is not a number is a header.
+            if (lineNumber == 1 && !caseOk)
                 continue;
             return command.fail(ExitFailure, QStringLiteral("%1 line %2: expected \"case,value\", found \"%3\"")
                                                  .arg(dataPath).arg(lineNumber).arg(QString::fromUtf8(line)));
@@ -333,6 +344,10 @@ int runAppendMerit(const QStringList& arguments)
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header) || !command.checkOutput(path))
         return ExitFailure;
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        if (header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name"))))
+            return command.fail(ExitFailure, QStringLiteral("%1 already has a merit function named %2")
+                                                 .arg(path, command.value(QStringLiteral("name"))));
     for (int k = 0; k < cases.count(); ++k) {
         XMLReportInfo probe(cases[k]);
         const XMLReportInfo* run = table.find(probe);
@@ -347,6 +362,19 @@ int runAppendMerit(const QStringList& arguments)
     Output out;
     out << "added merit function " << command.value(QStringLiteral("name")) << " with " << cases.count()
         << (cases.count() == 1 ? " value to " : " values to ") << path << '\n';
+    // Runs the CSV gave no value are said, not hidden: the library stores 0 for them.
+    std::vector<int> missing;
+    for (const XMLReportInfo& run : table)
+        if (!given.contains(run.caseNumber))
+            missing.push_back(run.caseNumber);
+    if (!missing.empty()) {
+        std::sort(missing.begin(), missing.end());
+        out << static_cast<long long>(missing.size()) << (missing.size() == 1 ? " run has" : " runs have") << " no value in " << dataPath
+            << " and read 0:";
+        for (size_t k = 0; k < missing.size() && k < 5; ++k)
+            out << ' ' << missing[k];
+        out << (missing.size() > 5 ? " ...\n" : "\n");
+    }
     return ExitOk;
 }
 
