@@ -217,6 +217,13 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
             child->setStandardOutputFile(QProcess::nullDevice());
         if (!(flags & SpawnCaptureError))
             child->setStandardErrorFile(QProcess::nullDevice());
+    } else {
+        // A channel that is neither captured nor closed stays open, and what arrives on it is dropped
+        // as it comes, instead of piling up inside the process object for as long as the child runs.
+        if (!(flags & SpawnCaptureOutput))
+            QObject::connect(child, &QProcess::readyReadStandardOutput, child, &SpawnProcessObjectQt4::discardStandardOut);
+        if (!(flags & SpawnCaptureError))
+            QObject::connect(child, &QProcess::readyReadStandardError, child, &SpawnProcessObjectQt4::discardStandardErr);
     }
     child->start(program, arguments, QIODevice::ReadWrite);
     const bool started = child->waitForStarted(kStartTimeoutMs);

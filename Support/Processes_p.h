@@ -40,6 +40,9 @@ public slots:
     void update();
     void readStandardOut();
     void readStandardErr();
+    /// Reads and drops what arrived on a channel that is neither captured nor closed.
+    void discardStandardOut() { readAllStandardOutput(); }
+    void discardStandardErr() { readAllStandardError(); }
 
 private:
     YRef<kvstream> m_output;

@@ -17,6 +17,7 @@
 
 #include <string>
 
+
 namespace {
 
 // Spins the event loop until `done` holds or `ms` pass.
@@ -331,3 +332,33 @@ TEST_F(Processes, OldLauncherShowStates)
             << "flags " << c.flags;
     }
 }
+
+#ifdef Q_OS_LINUX
+namespace {
+
+// The most memory this process has held so far (its peak resident size), in MiB.
+long peakResidentMiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong() / 1024;
+    return -1;
+}
+
+} // namespace
+
+// Output that is neither captured nor closed is dropped as it arrives: a child that writes 256 MiB
+// while the caller waits leaves the caller's memory as it was.
+TEST_F(Processes, UncapturedOutputIsNotKept)
+{
+    const std::string s = child("flood", "flood 256\nexit 0");
+    const long before = peakResidentMiB();
+    unsigned code = 9;
+    ASSERT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 0u);
+    EXPECT_LT(peakResidentMiB() - before, 64) << "MiB held at once of 256 MiB written";
+}
+#endif

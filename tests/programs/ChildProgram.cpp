@@ -5,6 +5,7 @@
 //   err TEXT       the same on standard error
 //   outargs TEXT   writes TEXT, then each argument after a blank, then a line feed, to standard output
 //   sleep MS       waits MS milliseconds
+//   flood MB       writes MB mebibytes of text to standard output
 //   exit N         ends with exit code N
 //   exitargc       ends with the number of arguments as exit code
 //   pidfile PATH   writes the process id to PATH (through PATH.tmp, renamed, so never seen empty)
@@ -103,6 +104,13 @@ int main(int argc, char** argv)
         } else if (verb == "err") {
             std::fprintf(stderr, "%s\n", rest.c_str());
             std::fflush(stderr);
+        } else if (verb == "flood") {
+            const std::string block(1024 * 1024 - 1, 'x');
+            for (int i = 0; i < std::atoi(rest.c_str()); ++i) {
+                std::fwrite(block.data(), 1, block.size(), stdout);
+                std::fputc('\n', stdout);
+            }
+            std::fflush(stdout);
         } else if (verb == "sleep") {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(rest.c_str())));
         } else if (verb == "exit") {
