@@ -1139,3 +1139,25 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     EXPECT_EQ(readFileBytes(file.toStdString()), afterFirst);
     EXPECT_NE(afterFirst, before);
 }
+
+// An output that is the input itself, under any name, is refused and the input is left byte for byte.
+TEST_F(Tool, OutputThatIsTheInputIsRefused)
+{
+    const QString results = temp("run.msw");
+    ASSERT_TRUE(QFile::copy(example("results/buck_sensitivity.msw"), results));
+    QFile::setPermissions(results, QFile::ReadOwner | QFile::WriteOwner);
+    const std::string before = readFileBytes(results.toStdString());
+    const Result same = tool({"report", "csv", results, "-o", results});
+    EXPECT_EQ(same.code, 2);
+    EXPECT_EQ(same.err, "supportqt report: " + results + " is the results file being read; name another output\n");
+    const Result chart = tool({"report", "sens", results, "-o", temp("s.html"), "--chart", results});
+    EXPECT_EQ(chart.code, 2);
+#ifndef Q_OS_WIN
+    // Another name of the same file: a hard link.
+    ASSERT_EQ(::link(results.toUtf8().constData(), temp("other-name.msw").toUtf8().constData()), 0);
+    const Result linked = tool({"report", "mc", results, "-o", temp("other-name.msw")});
+    EXPECT_EQ(linked.code, 2);
+#endif
+    EXPECT_EQ(readFileBytes(results.toStdString()), before);
+    EXPECT_FALSE(QFile::exists(temp("s.html")));
+}

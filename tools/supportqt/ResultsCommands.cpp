@@ -416,6 +416,12 @@ int runReport(const QStringList& arguments)
     const int columns = 2 + 3 * header.meritFunctions.count();
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
+    // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
+    for (const QString& out : {output, chart})
+        if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
+    if (!chart.isEmpty() && QFileInfo(chart).absoluteFilePath() == QFileInfo(output).absoluteFilePath())
+        return command.fail(ExitUsage, QStringLiteral("the chart and the report would be one file; name another"));
     if (!command.checkOutput(output) || (!chart.isEmpty() && !command.checkOutput(chart)))
         return ExitFailure;
 

@@ -129,6 +129,9 @@ private:
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();
+/// Whether two paths name one existing file (the same device and file number: links and other names of
+/// it included), whatever their text.
+bool sameExistingFile(const QString& a, const QString& b);
 /// Makes standard output and standard error write bytes as given, so that the tool's text and files
 /// written to "-" end lines with a line feed on every platform (Windows would add carriage returns).
 void useBinaryStandardStreams();

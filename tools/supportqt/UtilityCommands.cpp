@@ -99,7 +99,7 @@ int runTextConvert(const QStringList& arguments)
     const QString output = command.value(QStringLiteral("output"));
     if (!command.checkInput(path) || !command.checkOutput(output))
         return ExitFailure;
-    if (QFileInfo(path).canonicalFilePath() == QFileInfo(output).canonicalFilePath())
+    if (sameExistingFile(path, output))
         return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
     const qint64 size = QFileInfo(path).size();
     bool ok = false;

@@ -1,0 +1,43 @@
+// ToolPlatform_win.cpp - the console, the standard streams and file identity, on Windows.
+#include "Tool.h"
+
+#include <cstdio>
+#include <windows.h>
+#include <fcntl.h>
+#include <io.h>
+
+bool standardErrorIsTerminal()
+{
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+namespace {
+
+bool fileIdentity(const QString& path, BY_HANDLE_FILE_INFORMATION* info)
+{
+    const HANDLE h = CreateFileW(reinterpret_cast<const wchar_t*>(path.utf16()), 0,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    const bool ok = GetFileInformationByHandle(h, info) != 0;
+    CloseHandle(h);
+    return ok;
+}
+
+} // namespace
+
+bool sameExistingFile(const QString& a, const QString& b)
+{
+    BY_HANDLE_FILE_INFORMATION ia, ib;
+    return fileIdentity(a, &ia) && fileIdentity(b, &ib) && ia.dwVolumeSerialNumber == ib.dwVolumeSerialNumber &&
+           ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
+}
+
+void useBinaryStandardStreams()
+{
+    std::fflush(stdout);
+    std::fflush(stderr);
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+}
