@@ -14,6 +14,8 @@ namespace {
 // The largest style sheet copied into a report.
 const long long kMaxStyleSheetBytes = 16LL * 1024 * 1024;
 
+// The built-in style block, as the C library's formatted output prints it (the format's "%%" is the
+// one percent sign of the table rule), written as plain text.
 const char* const kBuiltInStyle[] = {
     "\t\t<style>\n",
     "\t\t\th1, h2, p { font-family: 'Open Sans',sans-serif; }\n",
@@ -21,7 +23,7 @@ const char* const kBuiltInStyle[] = {
     "\t\t\t.datatable { margin-left: 80px; font-family: 'Open Sans',sans-serif;}\n",
     "\t\t\t.datatable th { text-align: left;background-color: #4CAF50;color: white;}\n",
     "\t\t\t.datatable td { width: 200px;}\n",
-    "\t\t\t.headertable { width: 100%%; margin-left: 40px; font-family: 'Open Sans',sans-serif;}\n",
+    "\t\t\t.headertable { width: 100%; margin-left: 40px; font-family: 'Open Sans',sans-serif;}\n",
     "\t\t\t.headertable td { width: auto;}\n",
     "\t\t</style>\n",
 };
@@ -215,7 +217,7 @@ void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
         return;
     }
     for (const char* line : kBuiltInStyle)
-        std::fprintf(stream, line);
+        std::fputs(line, stream);
 }
 
 bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
