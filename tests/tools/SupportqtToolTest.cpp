@@ -972,7 +972,16 @@ TEST_F(Tool, WhyGivesTheDiagnosisKeywordAndMessage)
     EXPECT_EQ(o["keyword"].toString(), "dirnotexist");
     EXPECT_EQ(o["code"].toInt(), 4);
     EXPECT_FALSE(o["canOpen"].toBool());
+    EXPECT_FALSE(o["isFolder"].toBool());
     EXPECT_EQ(tool({"why", existing, "--read", "--write"}).code, 2);
+    // A folder is no file to open: the library's diagnosis, and the tool's own word for it.
+    const QString folder = QString::fromStdString(m_dir);
+    const Result dir = tool({"why", folder});
+    EXPECT_EQ(dir.code, 3);
+    EXPECT_EQ(dir.out, "readlocked: The file " + folder +
+                           " cannot be opened for read; either it is locked by another process or there is insufficient "
+                           "privilege (it is a folder)\n");
+    EXPECT_TRUE(parseJsonQt(tool({"why", folder, "--json"}).out)["isFolder"].toBool());
 }
 
 TEST_F(Tool, GlobAndRegex)

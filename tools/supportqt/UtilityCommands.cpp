@@ -180,7 +180,10 @@ int runWhy(const QStringList& arguments)
         : command.isSet(QStringLiteral("write-new"))               ? GfnWriteNew
                                                                    : GfnRead;
     const YString path = toYs(command.positional().at(0));
-    const bool canOpen = sp_CheckFileOpen(path, mode);
+    // A folder opens as a file on some systems, but no file can be read or written there: the tool says
+    // so itself, beside the library's diagnosis (which has no keyword for it).
+    const bool isFolder = QFileInfo(command.positional().at(0)).isDir();
+    const bool canOpen = !isFolder && sp_CheckFileOpen(path, mode);
     FileOpenForensic code = FileOpenNoError;
     YString message;
     if (!canOpen) {
@@ -193,14 +196,15 @@ int runWhy(const QStringList& arguments)
                               {QStringLiteral("canOpen"), canOpen},
                               {QStringLiteral("code"), static_cast<int>(code)},
                               {QStringLiteral("keyword"), toQs(keyword)},
-                              {QStringLiteral("message"), toQs(message)}});
+                              {QStringLiteral("message"), toQs(message)},
+                              {QStringLiteral("isFolder"), isFolder}});
         return canOpen ? ExitOk : ExitNegative;
     }
     Output out;
     if (canOpen)
         out << keyword << ": the file can be opened\n";
     else
-        out << keyword << ": " << message << '\n';
+        out << keyword << ": " << message << (isFolder ? " (it is a folder)\n" : "\n");
     return canOpen ? ExitOk : ExitNegative;
 }
 
