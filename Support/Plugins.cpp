@@ -45,7 +45,11 @@ YArray<YString> pluginDirectories(const char* category)
         const QString directory = toQs(translated(entry)).trimmed();
         if (directory.isEmpty())
             continue;
-        directories.append(toYs(QDir::cleanPath(iniFolder.absoluteFilePath(directory))));
+        // A path from the root of a drive ("/dir" on Windows) stays as it is, like an absolute one.
+        const bool rooted = directory.startsWith(QLatin1Char('/')) || directory.startsWith(QLatin1Char('\\'));
+        directories.append(toYs(rooted || !QDir::isRelativePath(directory)
+                                    ? directory
+                                    : QDir::cleanPath(iniFolder.absoluteFilePath(directory))));
     }
     return directories;
 }

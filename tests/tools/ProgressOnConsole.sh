@@ -13,7 +13,7 @@ mkdir -p "$work"
 line='R1 node_a node_b 1k ; a line of a large netlist, written to pass 64 MiB'
 # 65 MiB of lines: 73 bytes a line.
 yes "$line" | head -c 68157440 > "$work/big.cir"
-script -qec "'$wine_run' '$tool' text convert '$work/big.cir' -o '$work/wide.cir' --to UTF-16LE" /dev/null \
+script -qec "SUPPORTQT_WINE_DIRECT=1 '$wine_run' '$tool' text convert '$work/big.cir' -o '$work/wide.cir' --to UTF-16LE" /dev/null \
   > "$work/console.txt" 2>&1
 sed 's/\x1b\[[0-9;?]*[A-Za-z]//g' "$work/console.txt" | tr -d ' \r\n' > "$work/text.txt"
 if ! grep -Eq 'supportqt:converting.*big\.cir\(65MiB\)\.\.\.' "$work/text.txt"; then
