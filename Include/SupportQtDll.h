@@ -8,6 +8,7 @@
 #include "DialogBinding.h"
 #include "DynSlots.h"
 #include "FileOpenCheck.h"
+#include "FileReplace.h"
 #include "FileWatcher.h"
 #include "Help.h"
 #include "LibraryStream.h"

@@ -1,5 +1,6 @@
 // MswFile.cpp - the XML results file of statistical analyses: writing, reading (with appended files),
 // run labels, and adding a merit function to a stored file.
+#include "FileReplace.h"
 #include "FileServices.h"
 #include "Options.h"
 #include "QtSupport.h"
@@ -10,7 +11,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
 
 #include <algorithm>
 #include <cstring>
@@ -326,34 +326,11 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
     }
 }
 
-// Saves the document beside `path` and renames it over `path` only once the write is complete; the
-// temporary file is removed on failure, and an existing file keeps its permissions.
+// Saves the document as an editor saves a file: beside `path`, renamed over it only once complete (a
+// failed write leaves the previous file as it was), through links, keeping the old permissions.
 bool saveReplacing(const YRef<YDomDocument>& document, const YString& path)
 {
-    const QFileInfo target(toQs(path));
-    QString temporaryPath;
-    {
-        // The temporary file object goes out of scope here: on Windows it holds its handle until it is
-        // destroyed, and the rename below would fail with a sharing violation.
-        QTemporaryFile temporary(target.absolutePath() + "/." + target.fileName() + ".XXXXXX");
-        temporary.setAutoRemove(false);
-        if (!temporary.open())
-            return false;
-        temporaryPath = temporary.fileName();
-    }
-    const YString temporaryName = toYs(temporaryPath);
-    bool ok = document->save(temporaryName.c_str(), 0);
-    if (ok) {
-        const QFileDevice::Permissions permissions =
-            target.exists() ? QFile::permissions(target.absoluteFilePath())
-                            : QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
-                                  QFileDevice::ReadOther;
-        QFile::setPermissions(temporaryPath, permissions);
-        ok = rename_utf8(temporaryName.c_str(), path.c_str()) == 0;
-    }
-    if (!ok)
-        unlink_utf8(temporaryName.c_str());
-    return ok;
+    return sp_ReplaceFileWith(path, [&](const YString& pathToWrite) { return document->save(pathToWrite.c_str(), 0); });
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // Tool.cpp - the pieces every subcommand of the supportqt tool shares.
 #include "Tool.h"
 
+#include "FileReplace.h"
+
 #include "FileOpenCheck.h"
 #include "FileServices.h"
 #include "QtSupport.h"
@@ -11,7 +13,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryFile>
 
 #include <chrono>
 #include <cmath>
@@ -121,28 +122,7 @@ bool ToolCommand::checkOutput(const QString& path) const
 
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)
 {
-    const QFileInfo info(target);
-    QString temporaryPath;
-    {
-        // Destroyed here: on Windows the object holds its handle until then, and the rename would fail.
-        QTemporaryFile temporary(info.absolutePath() + QStringLiteral("/.") + info.fileName() +
-                                 QStringLiteral(".XXXXXX"));
-        temporary.setAutoRemove(false);
-        if (!temporary.open())
-            return false;
-        temporaryPath = temporary.fileName();
-    }
-    // The finished file gets the permissions of the one it replaces, or the usual ones of a new file.
-    const QFile::Permissions permissions = info.exists()
-        ? QFile::permissions(target)
-        : QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser | QFile::ReadGroup | QFile::ReadOther;
-    const YString temporaryName = toYs(temporaryPath);
-    bool ok = write(temporaryName);
-    ok = ok && QFile::setPermissions(temporaryPath, permissions);
-    ok = ok && rename_utf8(temporaryName.c_str(), toYs(target).c_str()) == 0;
-    if (!ok)
-        QFile::remove(temporaryPath);
-    return ok;
+    return sp_ReplaceFileWith(toYs(target), write);
 }
 
 Output& Output::pad(const std::string& text, int width)

@@ -73,8 +73,8 @@ private:
     bool m_json = false;
 };
 
-/// Writes a file whole or not at all: `write` fills a temporary file beside `target` (given its path),
-/// which then replaces `target`. On failure `target` is as it was and the temporary file is gone.
+/// Writes a file whole or not at all, as the library's sp_ReplaceFileContent does: through links, in
+/// place for devices, keeping permissions; on failure `target` is as it was and no temporary file stays.
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write);
 
 /// Text output collected in memory and written to standard output in one go.

@@ -1,0 +1,9 @@
+// FileReplace_p.h - the platform part of replacing a file's content.
+#pragma once
+
+#include "FileReplace.h"
+
+namespace filereplace {
+/// Replaces the content of `path` as sp_ReplaceFileContent describes; `path` is not empty.
+bool replace(const YString& path, SpContentWriter write, void* context);
+} // namespace filereplace

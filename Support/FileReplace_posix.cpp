@@ -1,0 +1,155 @@
+// FileReplace_posix.cpp - replacing a file's content on POSIX systems: through links, in place for
+// special files, with the old permissions and owner, by a rename that happens only after the new
+// content has reached the disk.
+#include "FileReplace_p.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QString>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The file a path finally names: symbolic links followed, each relative one from its own folder. A
+// link to nothing gives the path it points at.
+std::string finalTarget(const std::string& path)
+{
+    std::string current = path;
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (::lstat(current.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            return current;
+        char buffer[PATH_MAX + 1];
+        const ssize_t n = ::readlink(current.c_str(), buffer, PATH_MAX);
+        if (n <= 0)
+            return current;
+        std::string next(buffer, static_cast<size_t>(n));
+        if (next[0] != '/') {
+            const size_t slash = current.rfind('/');
+            next = (slash == std::string::npos ? std::string() : current.substr(0, slash + 1)) + next;
+        }
+        current = next;
+    }
+    return current;
+}
+
+std::string folderOf(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool syncFile(const std::string& path)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = ::fsync(fd) == 0;
+    return ::close(fd) == 0 && ok;
+}
+
+// Copies a finished file's bytes over `target` in place (truncating it first), checking every write.
+bool copyInPlace(const std::string& from, const std::string& target)
+{
+    const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0)
+        return false;
+    const int out = ::open(target.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (out < 0) {
+        ::close(in);
+        return false;
+    }
+    bool ok = true;
+    char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(in, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            ok = n == 0;
+            break;
+        }
+        for (ssize_t done = 0; done < n;) {
+            const ssize_t w = ::write(out, buffer + done, static_cast<size_t>(n - done));
+            if (w < 0 && errno == EINTR)
+                continue;
+            if (w <= 0) {
+                ok = false;
+                break;
+            }
+            done += w;
+        }
+        if (!ok)
+            break;
+    }
+    ::close(in);
+    ok = ::fsync(out) == 0 && ok;
+    return ::close(out) == 0 && ok;
+}
+
+} // namespace
+
+bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
+{
+    const std::string target = finalTarget(path.c_str());
+    struct stat old;
+    const bool exists = ::stat(target.c_str(), &old) == 0;
+    if (exists && S_ISDIR(old.st_mode))
+        return false;
+    if (exists && !S_ISREG(old.st_mode)) {
+        // A device, FIFO or socket is written in place: replacing it would put a regular file where
+        // the device was.
+        return write(YString(target.c_str()), context);
+    }
+    if (exists && ::access(target.c_str(), W_OK) != 0)
+        return false; // read-only for this process: refused, as a direct save would be
+    mode_t mode;
+    if (exists) {
+        mode = old.st_mode & 07777;
+    } else {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        mode = 0666 & ~mask;
+    }
+
+    // A short name of our own beside the target (not derived from the target's name, which may be as
+    // long as a name may be).
+    std::string temporary = folderOf(target) + "/.sq-XXXXXX";
+    const int fd = ::mkstemp(&temporary[0]);
+    if (fd < 0) {
+        if (!exists)
+            return false;
+        // No new file can be made in the folder, but the file itself may be written: in place, from a
+        // complete copy made in the temporary folder first.
+        std::string scratch = QDir::tempPath().toStdString() + "/.sq-XXXXXX";
+        const int sfd = ::mkstemp(&scratch[0]);
+        if (sfd < 0)
+            return false;
+        ::close(sfd);
+        const bool ok = write(YString(scratch.c_str()), context) && syncFile(scratch) && copyInPlace(scratch, target);
+        ::unlink(scratch.c_str());
+        return ok;
+    }
+    ::close(fd);
+    bool ok = write(YString(temporary.c_str()), context) && syncFile(temporary);
+    ok = ok && ::chmod(temporary.c_str(), mode) == 0;
+    if (ok && exists && (old.st_uid != ::geteuid() || old.st_gid != ::getegid())) {
+        // The owner is kept where the process may set it (as root); elsewhere the new file is ours.
+        if (::chown(temporary.c_str(), old.st_uid, old.st_gid) != 0 && ::geteuid() == 0)
+            ok = false;
+    }
+    ok = ok && ::rename(temporary.c_str(), target.c_str()) == 0;
+    if (!ok)
+        ::unlink(temporary.c_str());
+    return ok;
+}

@@ -1,0 +1,147 @@
+// FileReplaceTest.cpp - replacing a file as an editor saves it: complete or not at all, through links,
+// in place for devices and in read-only folders, with the old permissions, a new file's from the mask.
+#include "FileReplace.h"
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <string>
+
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+// A writer that writes `text` to the path it is given and reports success, or fails after writing half.
+bool writeText(const std::string& text, const YString& pathToWrite, bool succeed = true)
+{
+    QFile file(toQs(pathToWrite));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    const std::string part = succeed ? text : text.substr(0, text.size() / 2);
+    const bool written = file.write(part.data(), static_cast<qint64>(part.size())) == static_cast<qint64>(part.size());
+    return written && succeed;
+}
+
+bool replace(const std::string& path, const std::string& text, bool succeed = true)
+{
+    return sp_ReplaceFileWith(YString(path.c_str()), [&](const YString& to) { return writeText(text, to, succeed); });
+}
+
+} // namespace
+
+class FileReplace : public TempDirTest {
+protected:
+    QStringList entries() const
+    {
+        return QDir(QString::fromStdString(m_dir)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+};
+
+TEST_F(FileReplace, NewAndExistingFilesGetTheWholeContent)
+{
+    EXPECT_TRUE(replace(path("new.txt"), "first\n"));
+    EXPECT_EQ(readFileBytes(path("new.txt")), "first\n");
+    EXPECT_TRUE(replace(path("new.txt"), "second, longer\n"));
+    EXPECT_EQ(readFileBytes(path("new.txt")), "second, longer\n");
+    EXPECT_EQ(entries(), QStringList{"new.txt"});
+}
+
+TEST_F(FileReplace, AFailedWriteLeavesThePreviousFileAndNoTemporaryFile)
+{
+    writeFileBytes(path("precious.txt"), "hours of work\n");
+    EXPECT_FALSE(replace(path("precious.txt"), "a new text that fails half way\n", false));
+    EXPECT_EQ(readFileBytes(path("precious.txt")), "hours of work\n");
+    EXPECT_FALSE(replace(path("never.txt"), "x", false));
+    EXPECT_EQ(entries(), QStringList{"precious.txt"});
+}
+
+TEST_F(FileReplace, FoldersAndEmptyPathsAreRefused)
+{
+    EXPECT_FALSE(replace(m_dir, "x"));
+    EXPECT_FALSE(replace("", "x"));
+    EXPECT_FALSE(sp_ReplaceFileContent(YString(path("x").c_str()), nullptr, nullptr));
+    EXPECT_FALSE(replace(path("missing/folder/x.txt"), "x"));
+}
+
+TEST_F(FileReplace, ALongFileNameWorks)
+{
+    const std::string name(250, 'n');
+    EXPECT_TRUE(replace(path(name), "long\n"));
+    EXPECT_TRUE(replace(path(name), "longer\n"));
+    EXPECT_EQ(readFileBytes(path(name)), "longer\n");
+}
+
+#ifndef Q_OS_WIN
+TEST_F(FileReplace, ALinkKeepsPointingAtItsTargetWhichGetsTheContent)
+{
+    QDir().mkpath(QString::fromStdString(path("real")));
+    writeFileBytes(path("real/target.txt"), "old\n");
+    ASSERT_TRUE(QFile::link(QString::fromStdString(path("real/target.txt")), QString::fromStdString(path("link.txt"))));
+    EXPECT_TRUE(replace(path("link.txt"), "new\n"));
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(path("link.txt"))).isSymLink());
+    EXPECT_EQ(readFileBytes(path("real/target.txt")), "new\n");
+    // A relative link to nothing yet: its target is created.
+    ASSERT_EQ(::symlink("real/later.txt", path("dangling.txt").c_str()), 0);
+    EXPECT_TRUE(replace(path("dangling.txt"), "made\n"));
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(path("dangling.txt"))).isSymLink());
+    EXPECT_EQ(readFileBytes(path("real/later.txt")), "made\n");
+}
+
+TEST_F(FileReplace, DevicesAreWrittenInPlaceNeverReplaced)
+{
+    EXPECT_TRUE(replace("/dev/null", "into nothing\n"));
+    struct stat st;
+    ASSERT_EQ(::stat("/dev/null", &st), 0);
+    EXPECT_TRUE(S_ISCHR(st.st_mode));
+    ASSERT_EQ(::symlink("/dev/null", path("null-link").c_str()), 0);
+    EXPECT_TRUE(replace(path("null-link"), "through a link\n"));
+    ASSERT_EQ(::stat("/dev/null", &st), 0);
+    EXPECT_TRUE(S_ISCHR(st.st_mode));
+}
+
+TEST_F(FileReplace, PermissionsAreKeptAndNewFilesFollowTheMask)
+{
+    writeFileBytes(path("private.txt"), "x");
+    ASSERT_EQ(::chmod(path("private.txt").c_str(), 0600), 0);
+    EXPECT_TRUE(replace(path("private.txt"), "y"));
+    struct stat st;
+    ASSERT_EQ(::stat(path("private.txt").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    const mode_t before = ::umask(027);
+    EXPECT_TRUE(replace(path("masked.txt"), "z"));
+    ::umask(before);
+    ASSERT_EQ(::stat(path("masked.txt").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+}
+
+TEST_F(FileReplace, AWritableFileInAReadOnlyFolderIsWrittenInPlace)
+{
+    // A folder where no file can be made: without write permission, or for the super-user (whom
+    // permissions do not stop) marked immutable.
+    const QString folder = QString::fromStdString(path("locked"));
+    QDir().mkpath(folder);
+    writeFileBytes(path("locked/file.txt"), "old\n");
+    if (runningAsRoot()) {
+        if (QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), folder}) != 0)
+            GTEST_SKIP() << "chattr cannot make the folder immutable on this file system";
+    } else {
+        ASSERT_EQ(::chmod(path("locked").c_str(), 0555), 0);
+    }
+    const bool replaced = replace(path("locked/file.txt"), "new, in place\n");
+    const std::string text = readFileBytes(path("locked/file.txt"));
+    const QStringList inside = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    if (runningAsRoot())
+        QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("-i"), folder});
+    else
+        ::chmod(path("locked").c_str(), 0755);
+    EXPECT_TRUE(replaced);
+    EXPECT_EQ(text, "new, in place\n");
+    EXPECT_EQ(inside, QStringList{"file.txt"});
+}
+#endif
