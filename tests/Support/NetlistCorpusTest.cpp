@@ -19,7 +19,7 @@ namespace {
 std::vector<std::string> corpusFiles()
 {
     std::vector<std::string> files;
-    QDirIterator it(QStringLiteral(SUPPORTQT_CORPUS_DIR) + QStringLiteral("/netlists"), QDir::Files,
+    QDirIterator it(corpusDir() + QStringLiteral("/netlists"), QDir::Files,
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
         QString file = it.next();
@@ -113,7 +113,8 @@ protected:
     {
         files = corpusFiles();
         if (files.empty())
-            GTEST_SKIP() << "the shared netlist corpus is absent (" << SUPPORTQT_CORPUS_DIR << "/netlists)";
+            GTEST_SKIP() << "the shared netlist corpus is absent (" << corpusDir().toStdString()
+                         << "/netlists; set SUPPORTQT_CORPUS_DIR to use one elsewhere)";
     }
     std::vector<std::string> files;
 };

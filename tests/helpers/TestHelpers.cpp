@@ -39,6 +39,12 @@ std::string fileUrlOf(const std::string& absolutePath)
     return (absolutePath.empty() || absolutePath[0] == '/' ? "file://" : "file:///") + absolutePath;
 }
 
+QString corpusDir()
+{
+    const QString given = qEnvironmentVariable("SUPPORTQT_CORPUS_DIR");
+    return given.isEmpty() ? QStringLiteral(SUPPORTQT_CORPUS_DIR) : given;
+}
+
 bool runningUnderWine()
 {
 #ifdef Q_OS_WIN

@@ -15,6 +15,9 @@
 
 /// The folder of the tests' data files.
 std::string testDataPath(const std::string& relative);
+/// The shared corpus of real netlists and process kits: the environment's SUPPORTQT_CORPUS_DIR when set,
+/// else ../shared/corpus beside the checkout.
+QString corpusDir();
 
 /// Writes bytes to a file; fails the test when it cannot.
 void writeFileBytes(const std::string& path, const std::string& bytes);

@@ -381,9 +381,9 @@ TEST_F(Tool, SectionPastTheEndOfTheFileGivesNoLines)
 
 TEST_F(Tool, CorpusLibrariesIndexAndReadBack)
 {
-    const QString corpus = QStringLiteral(SUPPORTQT_CORPUS_DIR "/netlists");
+    const QString corpus = corpusDir() + QStringLiteral("/netlists");
     if (!QDir(corpus).exists())
-        GTEST_SKIP() << "the shared netlist corpus is absent (" << corpus.toStdString() << ")";
+        GTEST_SKIP() << "the shared netlist corpus is absent (" << corpus.toStdString() << "; set SUPPORTQT_CORPUS_DIR to use one elsewhere)";
     int libraries = 0, checked = 0;
     QDirIterator it(corpus, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
