@@ -1170,3 +1170,14 @@ TEST_F(Tool, OutputThatIsTheInputIsRefused)
     EXPECT_EQ(readFileBytes(results.toStdString()), before);
     EXPECT_FALSE(QFile::exists(temp("s.html")));
 }
+
+// A file whose root is not a results file's is refused, not summarised as an empty one.
+TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
+{
+    const QString svg = temp("chart.svg");
+    writeFileBytes(svg.toStdString(), "<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" version=\"1.0\"><text>x</text></svg>\n");
+    const Result r = tool({"results", svg});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt results: " + svg + ": root element svg, expected msw\n");
+    EXPECT_TRUE(r.out.isEmpty());
+}

@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QXmlStreamReader>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -52,6 +53,19 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
 {
     if (!command.checkInput(path))
         return false;
+    // The library reads any XML whose root says version 1.0; the tool asks that it be a results file.
+    {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly)) {
+            QXmlStreamReader reader(&file);
+            while (!reader.atEnd() && !reader.isStartElement())
+                reader.readNext();
+            if (reader.isStartElement() && reader.name().compare(QLatin1String("msw"), Qt::CaseInsensitive) != 0) {
+                command.fail(ExitFailure, QStringLiteral("%1: root element %2, expected msw").arg(path, reader.name().toString()));
+                return false;
+            }
+        }
+    }
     const long long steps = standardErrorIsTerminal() ? countSteps(path) : 0;
     ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
     if (!sp_CompileSensReportData(toYs(path), table, header)) {
