@@ -1,5 +1,6 @@
 // LiteralNetlistStream.cpp - NewSpiceStream: logical lines with the literal text kept.
 #include "LiteralNetlistStream.h"
+#include "TextFile_p.h"
 #include "FileServices.h"
 #include "NetlistFilter_p.h"
 #include "TextFile.h"
@@ -10,9 +11,14 @@
 NewSpiceStream::NewSpiceStream(const char* fileName)
 {
     const YString name(fileName);
+    QByteArray decoded;
     if (!name.isEmpty())
-        sp_ConvertWideTextFile(name, &m_tempFile);
-    {
+        textfile::convertWide(name, &m_tempFile, &decoded);
+    if (!decoded.isEmpty()) {
+        // The UTF-8 copy of a UTF-16 file could not be written whole: the text is read from memory.
+        kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
+        kvstream::transferBuffer(&text, this);
+    } else {
         kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), 129, false);
         kvstream::transferBuffer(&file, this);
     }

@@ -1,5 +1,6 @@
 // TextFile.cpp - text-file formats, loading, writing and wide-file copies.
 #include "TextFile.h"
+#include "TextFile_p.h"
 #include "FileServices.h"
 #include "QtSupport.h"
 
@@ -141,13 +142,16 @@ bool readHead(const QString& path, QByteArray* head)
     return true;
 }
 
-void writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
+// Writes the encoded text from the start of the file (not truncated); true when every byte reached it.
+bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite))
-        return;
-    QByteArray bytes = codec->fromUnicode(text);
-    file.write(bytes);
+        return false;
+    const QByteArray bytes = codec->fromUnicode(text);
+    const bool written = file.write(bytes) == bytes.size() && file.flush();
+    file.close();
+    return written && file.error() == QFileDevice::NoError;
 }
 
 } // namespace
@@ -223,26 +227,54 @@ void sp_WriteTextFile(const QString& path, const QString& text, const char* enco
     writeEncoded(path, text, codec);
 }
 
-bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
+namespace {
+
+// The UTF-16 file decoded for its UTF-8 copy; false when it is no UTF-16 file (or cannot be decoded).
+bool decodeWide(const QString& path, QString* text)
 {
-    const QString qpath = toQs(path);
     QByteArray head;
-    if (!readHead(qpath, &head))
+    if (!readHead(path, &head))
         return false;
     bool isWide, isDos, isMac, isLittleEndian;
     classify(head.constData(), head.size(), isWide, isDos, isMac, isLittleEndian);
     if (!isWide)
         return false;
+    bool ok = false;
+    *text = sp_LoadFile(path, "auto", &ok);
+    // The copy carries no byte-order mark: the big-endian codec keeps the file's mark as U+FEFF.
+    if (text->startsWith(QChar(0xFEFF)))
+        text->remove(0, 1);
+    return ok;
+}
+
+} // namespace
+
+bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
+{
+    QString text;
+    if (!decodeWide(toQs(path), &text))
+        return false;
     YString temp = sp_GetTempFile();
     if (tempPath)
         *tempPath = temp;
-    bool ok = false;
-    QString text = sp_LoadFile(qpath, "auto", &ok);
-    // The copy carries no byte-order mark: the big-endian codec keeps the file's mark as U+FEFF.
-    if (text.startsWith(QChar(0xFEFF)))
-        text.remove(0, 1);
     writeEncoded(toQs(temp), text, QTextCodec::codecForName("UTF-8"));
-    return ok;
+    return true;
+}
+
+bool textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
+{
+    QString text;
+    if (!decodeWide(toQs(path), &text))
+        return false;
+    const YString temp = sp_GetTempFile();
+    if (!temp.isEmpty() && writeEncoded(toQs(temp), text, QTextCodec::codecForName("UTF-8"))) {
+        *tempPath = temp;
+        return true;
+    }
+    if (!temp.isEmpty())
+        QFile::remove(toQs(temp));
+    *utf8 = text.toUtf8();
+    return true;
 }
 
 WideTextFileConverter::WideTextFileConverter(const YString& path)

@@ -1,5 +1,6 @@
 // NetlistStreamTest.cpp - SpiceStream: logical lines, directives, counters and the raw buffer.
 #include "FileServices.h"
+#include "LiteralNetlistStream.h"
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
@@ -404,4 +405,43 @@ TEST_F(SpiceFile, MissingFileReadsAsEmpty)
     EXPECT_FALSE(s.gets(&line, nullptr, nullptr, nullptr));
     SpiceStream n(nullptr, SpiceLanguageNative);
     EXPECT_FALSE(n.gets(&line, nullptr, nullptr, nullptr));
+}
+
+// A UTF-16 netlist whose UTF-8 copy cannot be written (the temporary folder does not exist) is read
+// whole all the same, from memory, exactly as its UTF-8 twin reads: never a shortened netlist.
+TEST_F(SpiceFile, WideNetlistIsReadWholeWhenItsCopyCannotBeWritten)
+{
+    const std::string text = "* title\r\nR1 a b 1k\r\n+ 2k\r\n; note\r\nC1 b 0 1p\r\n";
+    std::string wide("\xFF\xFE", 2);
+    for (char c : text)
+        wide += std::string(1, c) + '\0';
+    auto literalLines = [](const std::string& file) {
+        std::vector<std::string> lines;
+        NewSpiceStream literal(file.c_str());
+        YString line;
+        while (literal.gets(&line))
+            lines.push_back(line.c_str());
+        return lines;
+    };
+    writeFileBytes(path("twin.cir"), text);
+    std::vector<std::string> expected;
+    SpiceStream twin(path("twin.cir").c_str(), SpiceLanguageNative);
+    for (const Line& l : readAll(twin))
+        expected.push_back(l.text + "|" + std::to_string(l.number));
+    const std::vector<std::string> expectedLiteral = literalLines(path("twin.cir"));
+    ASSERT_EQ(expected.size(), 2u);
+
+    const QByteArray before = qgetenv("TMPDIR");
+    const bool had = qEnvironmentVariableIsSet("TMPDIR");
+    qputenv("TMPDIR", QByteArray::fromStdString(path("no/such/folder")));
+    std::vector<std::string> got;
+    for (const Line& l : readFile(wide, SpiceLanguageNative))
+        got.push_back(l.text + "|" + std::to_string(l.number));
+    const std::vector<std::string> gotLiteral = literalLines(path("in.cir"));
+    if (had)
+        qputenv("TMPDIR", before);
+    else
+        qunsetenv("TMPDIR");
+    EXPECT_EQ(got, expected);
+    EXPECT_EQ(gotLiteral, expectedLiteral);
 }
