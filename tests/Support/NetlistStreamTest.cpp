@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QTextCodec>
 
+#include <utility>
 #include <vector>
 
 namespace {
@@ -431,17 +432,22 @@ TEST_F(SpiceFile, WideNetlistIsReadWholeWhenItsCopyCannotBeWritten)
     const std::vector<std::string> expectedLiteral = literalLines(path("twin.cir"));
     ASSERT_EQ(expected.size(), 2u);
 
-    const QByteArray before = qgetenv("TMPDIR");
-    const bool had = qEnvironmentVariableIsSet("TMPDIR");
-    qputenv("TMPDIR", QByteArray::fromStdString(path("no/such/folder")));
+    // The temporary folder as every platform names it: TMPDIR, and TMP and TEMP on Windows.
+    std::vector<std::pair<const char*, QByteArray>> saved;
+    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
+        saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        qputenv(name, QByteArray::fromStdString(path("no/such/folder")));
+    }
     std::vector<std::string> got;
     for (const Line& l : readFile(wide, SpiceLanguageNative))
         got.push_back(l.text + "|" + std::to_string(l.number));
     const std::vector<std::string> gotLiteral = literalLines(path("in.cir"));
-    if (had)
-        qputenv("TMPDIR", before);
-    else
-        qunsetenv("TMPDIR");
+    for (const auto& variable : saved) {
+        if (variable.second.isNull())
+            qunsetenv(variable.first);
+        else
+            qputenv(variable.first, variable.second);
+    }
     EXPECT_EQ(got, expected);
     EXPECT_EQ(gotLiteral, expectedLiteral);
 }
