@@ -781,6 +781,36 @@ TEST_F(MswFile, BadInputReturnsFalseOrReadsWhatIsValid)
 #ifndef Q_OS_WIN
 // A write that fails part way (a file-size limit in a child process) leaves the previous file byte for
 // byte and no temporary file behind.
+// A results file that its user may not write is refused and left alone, even in a folder where anyone
+// may make files (where a rename could put a new file in its place); the super-user runs the probe as
+// an unprivileged user, since permissions do not stop root.
+TEST_F(MswFile, ReadOnlyResultsFileIsLeftAlone)
+{
+    QProcess make;
+    make.start(MSW_WRITE_PROBE_PATH, {"write", QString::fromStdString(path("ro.msw")), "0"});
+    ASSERT_TRUE(make.waitForFinished(60000));
+    ASSERT_EQ(QString::fromUtf8(make.readAllStandardOutput()).trimmed(), "true");
+    ASSERT_EQ(::chmod(path("ro.msw").c_str(), 0444), 0);
+    ASSERT_EQ(::chmod(m_dir.c_str(), 0777), 0);
+    const std::string before = readFileBytes(path("ro.msw"));
+    QProcess probe;
+    if (runningAsRoot()) {
+        const QString setpriv = QStandardPaths::findExecutable("setpriv");
+        ASSERT_FALSE(setpriv.isEmpty()) << "setpriv runs the probe as an unprivileged user";
+        probe.start(setpriv, {"--reuid=nobody", "--regid=nogroup", "--clear-groups", MSW_WRITE_PROBE_PATH, "append",
+                              QString::fromStdString(path("ro.msw")), "0"});
+    } else {
+        probe.start(MSW_WRITE_PROBE_PATH, {"append", QString::fromStdString(path("ro.msw")), "0"});
+    }
+    ASSERT_TRUE(probe.waitForFinished(60000));
+    EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()).trimmed(), "false") << probe.readAllStandardError().toStdString();
+    EXPECT_EQ(readFileBytes(path("ro.msw")), before);
+    EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(",").toStdString();
+    struct stat st;
+    ASSERT_EQ(::stat(path("ro.msw").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0444u);
+}
+
 TEST_F(MswFile, FailedWriteKeepsThePreviousFile)
 {
     writeFileBytes(path("precious.msw"), msw("<header title=\"hours of simulation\"/>"));
