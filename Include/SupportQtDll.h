@@ -19,6 +19,7 @@
 #include "Processes.h"
 #include "QtSupport.h"
 #include "Reports.h"
+#include "RunStatistics.h"
 #include "SimulatorType.h"
 #include "SupportGui.h"
 #include "SupportQtExport.h"

@@ -1,0 +1,526 @@
+// RunStatisticsTest.cpp - statistics of a run set: small cases worked by hand, summaries of parts
+// merged into the summary of the whole, and every number checked against NumPy and SciPy run on the
+// same data by Debian's own interpreter.
+#include "RunStatistics.h"
+#include "TestHelpers.h"
+#include "TextServices.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// Debian's interpreter, which has python3-numpy and python3-scipy: the python3 first on PATH may be
+// another one without them. A Windows test under Wine can start only a Windows python3.
+const char* debianPython()
+{
+#ifdef _WIN32
+    return "python3";
+#else
+    return "/usr/bin/python3";
+#endif
+}
+
+void expectRelative(double actual, double expected, double tolerance, const char* what)
+{
+    if (std::isnan(expected)) {
+        EXPECT_TRUE(std::isnan(actual)) << what << ": " << actual;
+        return;
+    }
+    if (std::isinf(expected)) {
+        EXPECT_EQ(actual, expected) << what;
+        return;
+    }
+    EXPECT_LE(std::fabs(actual - expected), tolerance * std::max(1.0, std::fabs(expected)))
+        << what << ": " << actual << " against " << expected;
+}
+
+double json(const QJsonValue& v)
+{
+    if (v.isString()) {
+        const QString s = v.toString();
+        if (s == "inf")
+            return std::numeric_limits<double>::infinity();
+        if (s == "-inf")
+            return -std::numeric_limits<double>::infinity();
+        return kNaN;
+    }
+    return v.isNull() ? kNaN : v.toDouble();
+}
+
+XMLReportInfo run(int caseNumber, std::initializer_list<double> values)
+{
+    XMLReportInfo r(caseNumber);
+    int i = 0;
+    for (double v : values)
+        r.values.at(i++).value = v;
+    return r;
+}
+
+} // namespace
+
+// ------------------------------------------------------------------------------------------ by hand
+
+TEST(RunStatistics, FiveValuesWorkedByHand)
+{
+    // Values 1 2 3 4 10: mean 4; deviations -3 -2 -1 0 6; sums of powers 50, 180, 1394.
+    // Sample variance 50/4 = 12.5. m2 = 10, m3 = 36, m4 = 278.8 (divided by n = 5):
+    // skewness 36 / 10^1.5 = 1.138420..., excess kurtosis 278.8 / 100 - 3 = -0.212.
+    // Percentiles with h = 4 p / 100: P10 at h = 0.4 is 1.4, P25 = 2, P50 = 3, P75 = 4, P90 at h = 3.6
+    // is 4 + 0.6 * 6 = 7.6.
+    SampleSummary s;
+    const double values[] = {3, 1, 10, 2, 4};
+    const int cases[] = {13, 11, 15, 12, 14};
+    s.addBlock(values, cases, 5);
+    const MomentSummary& m = s.moments();
+    EXPECT_EQ(m.count(), 5);
+    EXPECT_DOUBLE_EQ(m.mean(), 4.0);
+    EXPECT_DOUBLE_EQ(m.m2(), 50.0);
+    EXPECT_DOUBLE_EQ(m.m3(), 180.0);
+    EXPECT_DOUBLE_EQ(m.m4(), 1394.0);
+    EXPECT_DOUBLE_EQ(m.variance(), 12.5);
+    EXPECT_NEAR(m.skewness(), 36.0 / std::pow(10.0, 1.5), 1e-14);
+    EXPECT_NEAR(m.excessKurtosis(), -0.212, 1e-14);
+    EXPECT_EQ(m.minimum(), 1.0);
+    EXPECT_EQ(m.minimumCase(), 11);
+    EXPECT_EQ(m.maximum(), 10.0);
+    EXPECT_EQ(m.maximumCase(), 15);
+    EXPECT_NEAR(s.percentile(10), 1.4, 1e-15);
+    EXPECT_EQ(s.percentile(25), 2.0);
+    EXPECT_EQ(s.percentile(50), 3.0);
+    EXPECT_EQ(s.percentile(75), 4.0);
+    EXPECT_NEAR(s.percentile(90), 7.6, 1e-14);
+    EXPECT_EQ(s.percentile(0), 1.0);
+    EXPECT_EQ(s.percentile(100), 10.0);
+    EXPECT_TRUE(std::isnan(s.percentile(101)));
+    EXPECT_TRUE(std::isnan(s.percentile(-1)));
+}
+
+TEST(RunStatistics, NonFiniteValuesAreCountedApartAndNeverAveraged)
+{
+    SampleSummary s;
+    s.add(1.0, 1);
+    s.add(std::numeric_limits<double>::infinity(), 2);
+    s.add(kNaN, 3);
+    s.add(3.0, 4);
+    EXPECT_EQ(s.moments().count(), 2);
+    EXPECT_EQ(s.moments().nonFiniteCount(), 2);
+    EXPECT_EQ(s.moments().mean(), 2.0);
+    EXPECT_EQ(s.moments().maximum(), 3.0);
+    EXPECT_EQ(s.moments().maximumCase(), 4);
+    EXPECT_EQ(s.values().size(), 2u);
+}
+
+TEST(RunStatistics, EmptyAndConstantSamplesGiveNaNWhereNothingCanBeSaid)
+{
+    SampleSummary empty;
+    EXPECT_EQ(empty.moments().count(), 0);
+    EXPECT_EQ(empty.moments().variance(), 0.0);
+    EXPECT_TRUE(std::isnan(empty.moments().skewness()));
+    EXPECT_TRUE(std::isnan(empty.percentile(50)));
+
+    YHashTable<XMLReportInfo> table;
+    for (int c = 1; c <= 4; ++c)
+        table.insert(run(c, {5.0}));
+    MeritLimits limits;
+    limits.hasLower = true;
+    limits.lower = 4.0;
+    limits.hasUpper = true;
+    limits.upper = 6.0;
+    const MeritStatistics s = sp_ComputeMeritStatistics(table, 0, limits);
+    EXPECT_EQ(s.sample.moments().standardDeviation(), 0.0);
+    EXPECT_TRUE(std::isnan(s.sample.moments().skewness()));
+    EXPECT_TRUE(std::isnan(s.jarqueBera));
+    EXPECT_FALSE(s.notNormal);
+    EXPECT_TRUE(std::isnan(s.cp));
+    EXPECT_TRUE(std::isnan(s.cpk));
+    EXPECT_EQ(s.passCount, 4);
+    EXPECT_EQ(s.yield, 1.0);
+    EXPECT_EQ(s.yieldSigma, std::numeric_limits<double>::infinity());
+    // Wilson interval for 4 of 4: centre (1 + z^2/8) / (1 + z^2/4), half z/(1 + z^2/4) * z/4;
+    // the upper end is 1 and the lower end 4 / (4 + z^2) = 0.510109...
+    const double z = 1.959963984540054;
+    EXPECT_NEAR(s.yieldInterval.high, 1.0, 1e-15);
+    EXPECT_NEAR(s.yieldInterval.low, 4.0 / (4.0 + z * z), 1e-14);
+    EXPECT_TRUE(s.failingCases.empty());
+    EXPECT_TRUE(s.hasNominal);
+    EXPECT_EQ(s.nominal, 5.0);
+}
+
+TEST(RunStatistics, YieldCapabilityAndFailingRunsWorkedByHand)
+{
+    // Values 1 2 3 4 10 against limits 0..5: runs 15 (value 10) and 16 (not finite) fail: 4 of 6 pass.
+    // Mean 4, s = sqrt(12.5) = 3.5355...: Cp = 5 / 6s = 0.2357..., Cpk = min(5 - 4, 4 - 0) / 3s = 0.0943...
+    YHashTable<XMLReportInfo> table;
+    table.insert(run(11, {1}));
+    table.insert(run(12, {2}));
+    table.insert(run(13, {3}));
+    table.insert(run(14, {4}));
+    table.insert(run(15, {10}));
+    table.insert(run(16, {std::numeric_limits<double>::infinity()}));
+    table.insert(XMLReportInfo(17)); // no value at all: left out
+    MeritLimits limits;
+    limits.hasLower = limits.hasUpper = true;
+    limits.upper = 5.0;
+    const MeritStatistics s = sp_ComputeMeritStatistics(table, 0, limits);
+    EXPECT_EQ(s.runCount, 6);
+    EXPECT_EQ(s.passCount, 4);
+    EXPECT_EQ(s.sample.moments().nonFiniteCount(), 1);
+    EXPECT_EQ(s.failingCases, (std::vector<int>{15, 16}));
+    EXPECT_DOUBLE_EQ(s.yield, 4.0 / 6.0);
+    // Phi^-1(2/3) = 0.430727299295457...
+    EXPECT_NEAR(s.yieldSigma, 0.4307272992954576, 1e-13);
+    const double sd = std::sqrt(12.5);
+    EXPECT_NEAR(s.cp, 5.0 / (6.0 * sd), 1e-15);
+    EXPECT_NEAR(s.cpk, 1.0 / (3.0 * sd), 1e-15);
+    EXPECT_FALSE(s.hasNominal);
+
+    MeritLimits upperOnly;
+    upperOnly.hasUpper = true;
+    upperOnly.upper = 5.0;
+    const MeritStatistics u = sp_ComputeMeritStatistics(table, 0, upperOnly);
+    EXPECT_TRUE(std::isnan(u.cp)); // Cp needs both limits
+    EXPECT_NEAR(u.cpk, 1.0 / (3.0 * sd), 1e-15);
+
+    const MeritStatistics none = sp_ComputeMeritStatistics(table, 0);
+    EXPECT_TRUE(std::isnan(none.yield));
+    EXPECT_EQ(none.passCount, 0);
+    EXPECT_TRUE(none.failingCases.empty());
+}
+
+TEST(RunStatistics, SpearmanWithTiesWorkedByHand)
+{
+    // x ranks 1 2.5 2.5 4, y ranks 1 3 2 4; about the mean 2.5: sxy = 4.5, sxx = 4.5, syy = 5:
+    // rho = 4.5 / sqrt(22.5) = 0.948683...
+    EXPECT_NEAR(sp_SpearmanCorrelation({1, 2, 2, 3}, {10, 30, 20, 40}), 4.5 / std::sqrt(22.5), 1e-15);
+    EXPECT_NEAR(sp_SpearmanCorrelation({1, 2, 3}, {30, 20, 10}), -1.0, 1e-15);
+    EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({1, 1, 1}, {1, 2, 3})));
+    EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({1, 2}, {1, 2, 3})));
+}
+
+TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
+{
+    EXPECT_NEAR(sp_NormalQuantile(0.975), 1.959963984540054, 1e-15);
+    EXPECT_EQ(sp_NormalQuantile(0.5), 0.0);
+    EXPECT_EQ(sp_NormalQuantile(1.0), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(sp_NormalQuantile(0.0), -std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(std::isnan(sp_NormalQuantile(1.5)));
+    // Chi-square with 2 degrees of freedom: F(x) = 1 - exp(-x/2), so the p quantile is -2 ln(1 - p).
+    EXPECT_NEAR(sp_ChiSquareQuantile(0.95, 2), -2.0 * std::log(0.05), 1e-13);
+    EXPECT_NEAR(sp_ChiSquareQuantile(0.3, 2), -2.0 * std::log(0.7), 1e-13);
+    EXPECT_TRUE(std::isnan(sp_ChiSquareQuantile(0.5, 0)));
+}
+
+// ------------------------------------------------------------------------------------------ merging
+
+TEST(RunStatistics, SummariesOfPartsMergeIntoTheSummaryOfTheWhole)
+{
+    std::mt19937_64 random(7);
+    std::lognormal_distribution<double> spread(3.0, 0.8);
+    std::vector<double> all;
+    for (int i = 0; i < 20000; ++i)
+        all.push_back(1e6 + spread(random)); // far from zero: a naive sum of powers would lose digits
+    all[77] = kNaN;
+    SampleSummary whole;
+    whole.addBlock(all.data(), nullptr, all.size());
+
+    // Parts of uneven sizes (as one core's or one machine's share of the runs), among them empty and
+    // one-value parts, merged in a tree and in a chain.
+    const size_t cuts[] = {0, 1, 1, 2, 700, 701, 5000, 13000, 19999, 20000};
+    std::vector<SampleSummary> parts;
+    for (size_t i = 0; i + 1 < sizeof cuts / sizeof cuts[0]; ++i) {
+        SampleSummary p;
+        p.addBlock(all.data() + cuts[i], nullptr, cuts[i + 1] - cuts[i]);
+        parts.push_back(p);
+    }
+    SampleSummary chain;
+    for (const SampleSummary& p : parts)
+        chain.merge(p);
+    while (parts.size() > 1) {
+        std::vector<SampleSummary> next;
+        for (size_t i = 0; i < parts.size(); i += 2) {
+            SampleSummary p = parts[i];
+            if (i + 1 < parts.size())
+                p.merge(parts[i + 1]);
+            next.push_back(p);
+        }
+        parts = next;
+    }
+    for (const SampleSummary* merged : {&chain, &parts[0]}) {
+        const MomentSummary& a = merged->moments();
+        const MomentSummary& b = whole.moments();
+        EXPECT_EQ(a.count(), b.count());
+        EXPECT_EQ(a.count(), 19999);
+        EXPECT_EQ(a.nonFiniteCount(), 1);
+        expectRelative(a.mean(), b.mean(), 1e-12, "mean");
+        expectRelative(a.m2(), b.m2(), 1e-12, "m2");
+        expectRelative(a.m3(), b.m3(), 1e-12, "m3");
+        expectRelative(a.m4(), b.m4(), 1e-12, "m4");
+        EXPECT_EQ(a.minimum(), b.minimum());
+        EXPECT_EQ(a.maximum(), b.maximum());
+        for (double p : kRunStatisticsPercentiles)
+            EXPECT_EQ(merged->percentile(p), whole.percentile(p)) << p;
+    }
+}
+
+// ------------------------------------------------------------------------------------------ NumPy, SciPy
+
+namespace {
+
+// A Monte Carlo run set: three parameters with normal deviations, a merit function driven mostly by the
+// first, one driven by the second against the third, and one skewed with two failed runs.
+struct MonteCarlo {
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    std::string csv; // case,m0,m1,m2,R1 nominal,R1 used,... as the Python side reads it
+};
+
+MonteCarlo monteCarlo(int runs)
+{
+    MonteCarlo mc;
+    for (const char* name : {"gain", "ripple", "skewed"})
+        mc.header.meritFunctions.at(mc.header.meritFunctions.count()).name = name;
+    std::mt19937_64 random(20261124);
+    std::normal_distribution<double> normal(0.0, 1.0);
+    const char* names[] = {"R1", "C2", "L3"};
+    const double nominals[] = {1000.0, 1e-6, 0.0};
+    for (int c = 1; c <= runs; ++c) {
+        XMLReportInfo r(c);
+        double dev[3];
+        for (int p = 0; p < 3; ++p) {
+            dev[p] = c == 1 ? 0.0 : 0.05 * normal(random);
+            XMLParameterValue& param = r.parameters.at(p);
+            param.name = names[p];
+            param.nominal = nominals[p];
+            param.usedValue = nominals[p] == 0.0 ? dev[p] : nominals[p] * (1.0 + dev[p]);
+        }
+        r.values.at(0).value = 10.0 + 20.0 * dev[0] + 3.0 * dev[1] + 0.1 * normal(random);
+        r.values.at(1).value = 0.02 + 0.01 * dev[1] - 0.02 * dev[2] + 0.0005 * normal(random);
+        r.values.at(2).value = std::exp(normal(random));
+        if (c == 17 || c == 230)
+            r.values.at(2).value = c == 17 ? kNaN : std::numeric_limits<double>::infinity();
+        // Every value goes through the file's shortest round-trip text, so both sides read the same numbers.
+        std::string line = std::to_string(c);
+        for (int m = 0; m < 3; ++m)
+            line += "," + std::string(sp_RealToShortestText(r.values[m].value).c_str());
+        for (int p = 0; p < 3; ++p)
+            line += "," + std::string(sp_RealToShortestText(r.parameters[p].nominal).c_str()) + "," +
+                    std::string(sp_RealToShortestText(r.parameters[p].usedValue).c_str());
+        mc.csv += line + "\n";
+        mc.table.insert(r);
+    }
+    return mc;
+}
+
+const char kReference[] = R"(
+import json, sys, math
+import numpy as np
+from scipy import stats
+rows = np.genfromtxt(sys.argv[1], delimiter=',')
+limits = json.loads(sys.argv[2])
+cases = rows[:, 0].astype(int)
+out = {'merits': []}
+def num(x):
+    x = float(x)
+    return x if math.isfinite(x) else ('nan' if math.isnan(x) else ('inf' if x > 0 else '-inf'))
+pcts = [0.1, 1, 5, 10, 25, 50, 75, 90, 95, 99, 99.9]
+for m in range(3):
+    allv = rows[:, 1 + m]
+    fin = np.isfinite(allv)
+    v = allv[fin]
+    n = len(v)
+    r = {'count': n, 'nonfinite': int((~fin).sum()), 'mean': num(np.mean(v)), 'sd': num(np.std(v, ddof=1)),
+         'skew': num(stats.skew(v)), 'kurt': num(stats.kurtosis(v)),
+         'min': num(v.min()), 'max': num(v.max()),
+         'mincase': int(cases[fin][np.argmin(v)]), 'maxcase': int(cases[fin][np.argmax(v)]),
+         'pct': [num(x) for x in np.percentile(v, pcts)]}
+    jb = stats.jarque_bera(v)
+    r['jb'] = num(jb[0]); r['jbp'] = num(jb[1])
+    lo, hi = limits[m]
+    ok = np.isfinite(allv) & (allv >= lo) & (allv <= hi)
+    k = int(ok.sum()); N = len(allv); p = k / N
+    z = stats.norm.ppf(0.975)
+    centre = (p + z*z/(2*N)) / (1 + z*z/N)
+    half = z / (1 + z*z/N) * math.sqrt(p*(1-p)/N + z*z/(4*N*N))
+    s = np.std(v, ddof=1); mu = np.mean(v)
+    cp = (hi - lo) / (6*s)
+    cpk = min(hi - mu, mu - lo) / (3*s)
+    bh = z * math.sqrt(1/(9*n) + cpk*cpk/(2*(n-1)))
+    r.update({'pass': k, 'yield': p, 'wlo': centre - half, 'whi': centre + half, 'sigma': num(stats.norm.ppf(p)),
+              'cp': cp, 'cplo': cp*math.sqrt(stats.chi2.ppf(0.025, n-1)/(n-1)),
+              'cphi': cp*math.sqrt(stats.chi2.ppf(0.975, n-1)/(n-1)),
+              'cpk': cpk, 'cpklo': cpk - bh, 'cpkhi': cpk + bh,
+              'failing': sorted(int(c) for c in cases[~ok])})
+    rho = {}
+    for j, name in enumerate(['R1', 'C2', 'L3']):
+        nom = rows[:, 4 + 2*j]; used = rows[:, 5 + 2*j]
+        dev = np.where(nom == 0, used, (used - nom) / np.where(nom == 0, 1, nom))
+        rho[name] = num(stats.spearmanr(dev[fin], v).correlation)
+    r['rho'] = rho
+    out['merits'].append(r)
+out['norm'] = [num(stats.norm.ppf(p)) for p in [1e-300, 1e-20, 1e-9, 0.001, 0.02425, 0.1, 0.3, 0.5, 0.7, 0.97575, 0.99865, 1 - 1e-12]]
+out['chi2'] = [num(stats.chi2.ppf(p, d)) for d in [1, 2, 3, 9.5, 49, 999, 199999] for p in [0.001, 0.025, 0.5, 0.975, 0.999]]
+print(json.dumps(out))
+)";
+
+} // namespace
+
+class RunStatisticsReference : public TempDirTest {};
+
+TEST_F(RunStatisticsReference, EveryNumberAgreesWithNumPyAndSciPy)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const MonteCarlo mc = monteCarlo(400);
+    writeFileBytes(path("runs.csv"), mc.csv);
+    const double lo[] = {9.8, 0.0195, 0.2};
+    const double hi[] = {10.6, 0.0205, 4.0};
+    std::vector<MeritLimits> limits(3);
+    QJsonArray limitsJson;
+    for (int m = 0; m < 3; ++m) {
+        limits[static_cast<size_t>(m)].hasLower = limits[static_cast<size_t>(m)].hasUpper = true;
+        limits[static_cast<size_t>(m)].lower = lo[m];
+        limits[static_cast<size_t>(m)].upper = hi[m];
+        limitsJson.append(QJsonArray{lo[m], hi[m]});
+    }
+
+    QProcess python;
+    python.start(QString::fromLatin1(debianPython()),
+                 {"-c", kReference, QString::fromStdString(path("runs.csv")),
+                  QString::fromUtf8(QJsonDocument(limitsJson).toJson(QJsonDocument::Compact))});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(120000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonObject reference = QJsonDocument::fromJson(python.readAllStandardOutput()).object();
+    ASSERT_EQ(reference["merits"].toArray().size(), 3);
+
+    const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(mc.table, mc.header, limits);
+    ASSERT_EQ(all.size(), 3u);
+    for (int m = 0; m < 3; ++m) {
+        SCOPED_TRACE("merit " + std::to_string(m));
+        const QJsonObject r = reference["merits"].toArray()[m].toObject();
+        const MeritStatistics& s = all[static_cast<size_t>(m)];
+        const MomentSummary& mo = s.sample.moments();
+        EXPECT_EQ(s.name, YString(m == 0 ? "gain" : m == 1 ? "ripple" : "skewed"));
+        EXPECT_EQ(mo.count(), r["count"].toInt());
+        EXPECT_EQ(mo.nonFiniteCount(), r["nonfinite"].toInt());
+        expectRelative(mo.mean(), json(r["mean"]), 1e-13, "mean");
+        expectRelative(mo.standardDeviation(), json(r["sd"]), 1e-12, "sd");
+        expectRelative(mo.skewness(), json(r["skew"]), 1e-10, "skewness");
+        expectRelative(mo.excessKurtosis(), json(r["kurt"]), 1e-10, "kurtosis");
+        EXPECT_EQ(mo.minimum(), json(r["min"]));
+        EXPECT_EQ(mo.maximum(), json(r["max"]));
+        EXPECT_EQ(mo.minimumCase(), r["mincase"].toInt());
+        EXPECT_EQ(mo.maximumCase(), r["maxcase"].toInt());
+        for (int i = 0; i < kRunStatisticsPercentileCount; ++i)
+            expectRelative(s.percentiles[i], json(r["pct"].toArray()[i]), 1e-14, "percentile");
+        expectRelative(s.jarqueBera, json(r["jb"]), 1e-9, "Jarque-Bera");
+        expectRelative(s.jarqueBeraP, json(r["jbp"]), 1e-9, "Jarque-Bera p");
+        EXPECT_EQ(s.notNormal, json(r["jbp"]) < 0.05);
+        EXPECT_EQ(s.passCount, r["pass"].toInt());
+        expectRelative(s.yield, json(r["yield"]), 1e-15, "yield");
+        expectRelative(s.yieldInterval.low, json(r["wlo"]), 1e-13, "Wilson low");
+        expectRelative(s.yieldInterval.high, json(r["whi"]), 1e-13, "Wilson high");
+        expectRelative(s.yieldSigma, json(r["sigma"]), 1e-12, "yield in sigma");
+        expectRelative(s.cp, json(r["cp"]), 1e-12, "Cp");
+        expectRelative(s.cpInterval.low, json(r["cplo"]), 1e-10, "Cp low");
+        expectRelative(s.cpInterval.high, json(r["cphi"]), 1e-10, "Cp high");
+        expectRelative(s.cpk, json(r["cpk"]), 1e-12, "Cpk");
+        expectRelative(s.cpkInterval.low, json(r["cpklo"]), 1e-12, "Cpk low");
+        expectRelative(s.cpkInterval.high, json(r["cpkhi"]), 1e-12, "Cpk high");
+        std::vector<int> failing;
+        for (const QJsonValue& c : r["failing"].toArray())
+            failing.push_back(c.toInt());
+        EXPECT_EQ(s.failingCases, failing);
+        ASSERT_EQ(s.influence.size(), 3u);
+        for (size_t i = 0; i < s.influence.size(); ++i) {
+            expectRelative(s.influence[i].rho, json(r["rho"].toObject()[QString::fromUtf8(s.influence[i].name.c_str())]),
+                           1e-12, s.influence[i].name.c_str());
+            if (i > 0) {
+                EXPECT_GE(std::fabs(s.influence[i - 1].rho), std::fabs(s.influence[i].rho));
+            }
+        }
+    }
+    // The run set was built so that gain follows R1 and ripple follows C2 against L3.
+    EXPECT_EQ(all[0].influence[0].name, YString("R1"));
+    EXPECT_GT(all[0].influence[0].rho, 0.9);
+    EXPECT_EQ(all[1].influence[0].name, YString("L3"));
+    EXPECT_LT(all[1].influence[0].rho, -0.5);
+    EXPECT_TRUE(all[2].notNormal); // log-normal
+
+    const double normalPoints[] = {1e-300, 1e-20, 1e-9, 0.001, 0.02425, 0.1, 0.3, 0.5, 0.7, 0.97575, 0.99865, 1 - 1e-12};
+    for (size_t i = 0; i < sizeof normalPoints / sizeof normalPoints[0]; ++i)
+        expectRelative(sp_NormalQuantile(normalPoints[i]), json(reference["norm"].toArray()[static_cast<int>(i)]),
+                       i == 11 ? 1e-9 : 1e-14, "normal quantile");
+    int k = 0;
+    for (double d : {1.0, 2.0, 3.0, 9.5, 49.0, 999.0, 199999.0})
+        for (double p : {0.001, 0.025, 0.5, 0.975, 0.999})
+            expectRelative(sp_ChiSquareQuantile(p, d), json(reference["chi2"].toArray()[k++]), 1e-11, "chi-square quantile");
+}
+
+TEST(RunStatistics, WorstCaseTableHoldsTheExtremeRunsWithTheirDeviations)
+{
+    YHashTable<XMLReportInfo> table;
+    for (int c = 1; c <= 5; ++c) {
+        XMLReportInfo r = run(c, {static_cast<double>((c * 7) % 5)}); // 2 4 1 3 0
+        XMLParameterValue& p = r.parameters.at(0);
+        p.name = "R1";
+        p.nominal = 100.0;
+        p.usedValue = 100.0 + c;
+        XMLParameterValue& q = r.parameters.at(1);
+        q.name = "V0";
+        q.nominal = 0.0;
+        q.usedValue = -0.5 * c;
+        table.insert(r);
+    }
+    const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
+    EXPECT_EQ(s.atMinimum.caseNumber, 5);
+    EXPECT_EQ(s.atMinimum.value, 0.0);
+    ASSERT_EQ(s.atMinimum.parameters.size(), 2u);
+    EXPECT_EQ(s.atMinimum.parameters[0].name, YString("R1"));
+    EXPECT_DOUBLE_EQ(s.atMinimum.parameters[0].deviation, 0.05);
+    EXPECT_FALSE(s.atMinimum.parameters[0].absolute);
+    EXPECT_DOUBLE_EQ(s.atMinimum.parameters[1].deviation, -2.5);
+    EXPECT_TRUE(s.atMinimum.parameters[1].absolute);
+    EXPECT_EQ(s.atMaximum.caseNumber, 2);
+    EXPECT_EQ(s.atMaximum.value, 4.0);
+    EXPECT_DOUBLE_EQ(s.atMaximum.parameters[0].deviation, 0.02);
+}
+
+TEST(RunStatistics, ParametersARunDidNotChangeCountAsNominal)
+{
+    // A sensitivity-style set: each run changes one parameter. The merit follows R1 only, so R1 ranks
+    // first; C1's runs are the only ones where it moved.
+    YHashTable<XMLReportInfo> table;
+    table.insert(run(1, {10.0}));
+    for (int c = 2; c <= 7; ++c) {
+        const bool r1 = c % 2 == 0;
+        XMLReportInfo r = run(c, {r1 ? 10.0 + c : 10.0 + 0.01 * c});
+        XMLParameterValue& p = r.parameters.at(0);
+        p.name = r1 ? "R1" : "C1";
+        p.nominal = 1.0;
+        p.usedValue = 1.0 + 0.01 * c;
+        table.insert(r);
+    }
+    const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
+    ASSERT_EQ(s.influence.size(), 2u);
+    EXPECT_EQ(s.influence[0].name, YString("R1"));
+    std::vector<double> r1, c1, values;
+    for (int c = 1; c <= 7; ++c) {
+        const bool isR1 = c != 1 && c % 2 == 0, isC1 = c != 1 && c % 2 == 1;
+        r1.push_back(isR1 ? 0.01 * c : 0.0);
+        c1.push_back(isC1 ? 0.01 * c : 0.0);
+        values.push_back(c == 1 ? 10.0 : isR1 ? 10.0 + c : 10.0 + 0.01 * c);
+    }
+    EXPECT_NEAR(s.influence[0].rho, sp_SpearmanCorrelation(r1, values), 1e-15);
+    EXPECT_NEAR(s.influence[1].rho, sp_SpearmanCorrelation(c1, values), 1e-15);
+}
