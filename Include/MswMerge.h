@@ -1,0 +1,40 @@
+// MswMerge.h - one results file made from the results files of parts of a run set (one per core, job
+// or machine), with a record of where each run came from.
+#pragma once
+
+#include "RunStatistics.h"
+#include "SupportQtExport.h"
+#include "YString.h"
+
+#include <vector>
+
+/// What a merge did.
+struct MswMergeSummary {
+    long long runs = 0;                   ///< runs written (steps and runs that have only merit values)
+    long long renumbered = 0;             ///< runs given a new case number
+    std::vector<long long> shardRuns;     ///< runs of each shard, in the order given
+    /// Per merit function, the summary of its values over all shards: each shard is summarised alone
+    /// and the summaries merged, so memory does not grow with the number of runs.
+    std::vector<MomentSummary> merits;
+};
+
+/// Merges the results files `shards` into one results file `output` that reads as all of them together.
+/// Each shard is read as the results reader reads it (its appended files included, to the same depth)
+/// and copied, values as written, into the output; only one shard is held in memory at a time.
+///
+/// Every shard must have the same merit functions (defining text and name, in the same order); the
+/// output has them once. The output's header is the last one met that the reader would take (a header
+/// without a core id), with "numcores" the sum of the shards' core counts. A "shards" element after the
+/// header lists each shard's path and run count, and each "step" carries the attribute "shard" (the
+/// shard's position in `shards`, from 1). Runs keep their case numbers. A case number that two shards
+/// share fails the merge, unless `renumber` is true: then every run of a later shard whose case number
+/// an earlier shard has is given the next number above all case numbers of all shards, its step carries
+/// "shardcase" (the original number), and its description becomes the original one (or "Run=" and the
+/// original number) followed by " (shard K case N)".
+///
+/// The output is written whole or not at all (a temporary file renamed over it). False with a one-line
+/// reason in `*message` (when not null) when a shard cannot be read, the merit functions differ, a case
+/// number collides without `renumber`, there are no shards, or the output cannot be written. `summary`
+/// (when not null) is filled on success.
+[[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
+                                                  bool renumber, YString* message, MswMergeSummary* summary);

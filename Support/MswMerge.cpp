@@ -1,0 +1,336 @@
+// MswMerge.cpp - merging results files: each shard is loaded on its own, its merit values and steps are
+// copied into one temporary file per merit function and one for the steps, and the output is put
+// together from them at the end, so memory holds one shard and the per-merit summaries.
+#include "MswMerge.h"
+
+#include "QtSupport.h"
+#include "TextServices.h"
+#include "XMLReport.h"
+#include "YDom.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QTemporaryFile>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace {
+
+// The reader follows appended files to this depth (the root file is depth 0).
+constexpr int kMaxAppendDepth = 5;
+
+bool nameIs(const YRef<YDomElement>& element, const char* name) { return element->tagName().equalsNoCase(name); }
+
+// Attribute text escaped for a double-quoted attribute; tabs and line ends are kept as character
+// references, which attribute normalisation would otherwise turn into blanks.
+std::string attr(const char* name, const YString& value)
+{
+    std::string out = " ";
+    out += name;
+    out += "=\"";
+    for (const char* p = value.c_str(); *p; ++p) {
+        switch (*p) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        case '\t': out += "&#9;"; break;
+        case '\n': out += "&#10;"; break;
+        case '\r': out += "&#13;"; break;
+        default: out += *p;
+        }
+    }
+    out += '"';
+    return out;
+}
+
+std::string attr(const char* name, long long value) { return attr(name, YString(std::to_string(value).c_str())); }
+
+// The elements of one shard that matter, in the order the reader meets them (appended files in place).
+struct Shard {
+    std::vector<YRef<YDomElement>> headers;
+    std::vector<YRef<YDomElement>> merits;
+    std::vector<YRef<YDomElement>> steps; // "step" elements
+};
+
+bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain, Shard* shard)
+{
+    const QFileInfo info(toQs(path));
+    const std::string key = (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
+    if (!chain->insert(key).second)
+        return false; // a file that appends itself
+    YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> root;
+    bool ok = document->load(path.c_str()) && (root = document->getRoot()) && sp_TestMswVersion(root);
+    for (YRef<YDomElement> child = ok ? root->firstChildElement() : YRef<YDomElement>(); child && ok;
+         child = child->nextSiblingElement()) {
+        if (nameIs(child, "append")) {
+            for (YRef<YDomElement> file = child->firstChildElement(); file && ok; file = file->nextSiblingElement())
+                if (nameIs(file, "file"))
+                    ok = depth + 1 < kMaxAppendDepth && collect(file->getAttribute("path"), depth + 1, chain, shard);
+        } else if (nameIs(child, "header")) {
+            shard->headers.push_back(child);
+        } else if (nameIs(child, "meritfunction")) {
+            shard->merits.push_back(child);
+        } else if (nameIs(child, "steps")) {
+            for (YRef<YDomElement> step = child->firstChildElement(); step; step = step->nextSiblingElement())
+                if (nameIs(step, "step"))
+                    shard->steps.push_back(step);
+        }
+    }
+    chain->erase(key);
+    return ok;
+}
+
+bool loadShard(const YString& path, Shard* shard)
+{
+    std::unordered_set<std::string> chain;
+    return collect(path, 0, &chain, shard);
+}
+
+// The case numbers of a shard, each once, in the order met.
+std::vector<int> casesOf(const Shard& shard)
+{
+    std::vector<int> cases;
+    std::unordered_set<int> seen;
+    for (const YRef<YDomElement>& merit : shard.merits)
+        for (YRef<YDomElement> v = merit->firstChildElement(); v; v = v->nextSiblingElement())
+            if (nameIs(v, "sensval") && seen.insert(v->getAttributeInt("case", 0)).second)
+                cases.push_back(v->getAttributeInt("case", 0));
+    for (const YRef<YDomElement>& step : shard.steps)
+        if (seen.insert(step->getAttributeInt("case", 0)).second)
+            cases.push_back(step->getAttributeInt("case", 0));
+    return cases;
+}
+
+struct HeaderFields {
+    bool seen = false;
+    YString analysis, date, title, group;
+    int numCores = 0;
+};
+
+bool fail(YString* message, const std::string& text)
+{
+    if (message)
+        *message = YString(text.c_str());
+    return false;
+}
+
+bool copyInto(QSaveFile& out, QTemporaryFile& part)
+{
+    if (!part.flush() || !part.seek(0))
+        return false;
+    char buffer[1 << 16];
+    for (;;) {
+        const qint64 n = part.read(buffer, sizeof buffer);
+        if (n < 0)
+            return false;
+        if (n == 0)
+            return true;
+        if (out.write(buffer, n) != n)
+            return false;
+    }
+}
+
+bool writeText(QIODevice& device, const std::string& text)
+{
+    return device.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size());
+}
+
+} // namespace
+
+bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output, bool renumber, YString* message,
+                      MswMergeSummary* summary)
+{
+    try {
+        if (shards.empty())
+            return fail(message, "no results file to merge");
+        const auto shardName = [&shards](size_t i) { return std::string(shards[i].c_str()); };
+
+        // With renumbering, new numbers go above every case number of every shard: a first pass finds it.
+        long long nextCase = 1;
+        if (renumber) {
+            for (size_t i = 0; i < shards.size(); ++i) {
+                Shard shard;
+                if (!loadShard(shards[i], &shard))
+                    return fail(message, "cannot read the results file " + shardName(i));
+                for (int c : casesOf(shard))
+                    nextCase = std::max(nextCase, static_cast<long long>(c) + 1);
+            }
+        }
+
+        std::vector<XMLMeritFunction> merits;
+        std::vector<std::unique_ptr<QTemporaryFile>> meritParts;
+        QTemporaryFile stepsPart;
+        if (!stepsPart.open())
+            return fail(message, "cannot create a temporary file");
+        std::unordered_map<int, size_t> owner; // case number -> the shard that has it
+        HeaderFields header;
+        long long totalCores = 0;
+        MswMergeSummary result;
+        std::string shardsElement;
+
+        for (size_t i = 0; i < shards.size(); ++i) {
+            Shard shard;
+            if (!loadShard(shards[i], &shard))
+                return fail(message, "cannot read the results file " + shardName(i));
+            if (i == 0) {
+                for (const YRef<YDomElement>& m : shard.merits) {
+                    merits.push_back({m->getAttribute("value"), m->getAttribute("name")});
+                    meritParts.push_back(std::make_unique<QTemporaryFile>());
+                    if (!meritParts.back()->open())
+                        return fail(message, "cannot create a temporary file");
+                }
+                result.merits.resize(merits.size());
+            } else {
+                bool same = shard.merits.size() == merits.size();
+                for (size_t m = 0; same && m < merits.size(); ++m)
+                    same = shard.merits[m]->getAttribute("value") == merits[m].value &&
+                           shard.merits[m]->getAttribute("name") == merits[m].name;
+                if (!same)
+                    return fail(message, "the results file " + shardName(i) + " has other merit functions than " +
+                                             shardName(0));
+            }
+            int shardCores = 0;
+            for (const YRef<YDomElement>& h : shard.headers) {
+                if (h->getAttributeInt("coreid", 0) != 0)
+                    continue;
+                const auto textOr = [&h](const char* name) {
+                    return h->hasAttribute(name) ? h->getAttribute(name) : YString("unknown");
+                };
+                header.seen = true;
+                header.analysis = textOr("analysis");
+                header.date = textOr("date");
+                header.title = textOr("title");
+                header.group = textOr("group");
+                shardCores = h->getAttributeInt("numcores", 0);
+            }
+            totalCores += shardCores;
+
+            // Case numbers: kept, or renumbered when an earlier shard has them.
+            std::unordered_map<int, long long> renumbered;
+            const std::vector<int> cases = casesOf(shard);
+            for (int c : cases) {
+                auto it = owner.find(c);
+                if (it == owner.end()) {
+                    owner.emplace(c, i);
+                    continue;
+                }
+                if (!renumber)
+                    return fail(message, "case " + std::to_string(c) + " is in both " + shardName(it->second) + " and " +
+                                             shardName(i) + " (merge with renumbering to keep both)");
+                if (nextCase > 2147483647LL)
+                    return fail(message, "no case number is left for renumbering");
+                renumbered.emplace(c, nextCase++);
+            }
+            const auto caseOf = [&renumbered](int c) {
+                auto it = renumbered.find(c);
+                return it == renumbered.end() ? static_cast<long long>(c) : it->second;
+            };
+            result.renumbered += static_cast<long long>(renumbered.size());
+            result.runs += static_cast<long long>(cases.size());
+            result.shardRuns.push_back(static_cast<long long>(cases.size()));
+            shardsElement += "\t\t<shard" + attr("index", static_cast<long long>(i + 1)) + attr("path", shards[i]) +
+                             attr("runs", static_cast<long long>(cases.size())) + "/>\n";
+
+            for (size_t m = 0; m < merits.size(); ++m) {
+                std::string text;
+                std::vector<double> values;
+                std::vector<int> valueCases;
+                for (YRef<YDomElement> v = shard.merits[m]->firstChildElement(); v; v = v->nextSiblingElement()) {
+                    if (!nameIs(v, "sensval"))
+                        continue;
+                    const int c = v->getAttributeInt("case", 0);
+                    text += "\t\t<sensval" + attr("case", caseOf(c)) + attr("value", v->getAttribute("value"));
+                    if (v->hasAttribute("value_ascii"))
+                        text += attr("value_ascii", v->getAttribute("value_ascii"));
+                    text += "/>\n";
+                    values.push_back(v->getAttributeDouble("value", 0.0));
+                    valueCases.push_back(static_cast<int>(caseOf(c)));
+                }
+                MomentSummary part;
+                part.addBlock(values.data(), valueCases.data(), values.size());
+                result.merits[m].merge(part);
+                if (!writeText(*meritParts[m], text))
+                    return fail(message, "cannot write a temporary file");
+            }
+
+            std::string text;
+            for (const YRef<YDomElement>& step : shard.steps) {
+                const int c = step->getAttributeInt("case", 0);
+                const bool moved = renumbered.count(c) != 0;
+                text += "\t\t<step";
+                if (step->hasAttribute("name"))
+                    text += attr("name", step->getAttribute("name"));
+                text += attr("case", caseOf(c));
+                if (step->hasAttribute("seed"))
+                    text += attr("seed", step->getAttribute("seed"));
+                YString description = step->getAttribute("description");
+                if (moved) {
+                    if (description.isEmpty())
+                        description = YString(("Run=" + std::to_string(c)).c_str());
+                    description += YString((" (shard " + std::to_string(i + 1) + " case " + std::to_string(c) + ")").c_str());
+                }
+                if (step->hasAttribute("description") || moved)
+                    text += attr("description", description);
+                text += attr("shard", static_cast<long long>(i + 1));
+                if (moved)
+                    text += attr("shardcase", static_cast<long long>(c));
+                text += ">\n";
+                for (YRef<YDomElement> p = step->firstChildElement(); p; p = p->nextSiblingElement()) {
+                    if (!nameIs(p, "parameter"))
+                        continue;
+                    text += "\t\t\t<parameter";
+                    for (const char* a : {"name", "nom", "nom_ascii", "usedvalue", "usedvalue_ascii", "tol", "tol_ascii"})
+                        if (p->hasAttribute(a))
+                            text += attr(a, p->getAttribute(a));
+                    text += "/>\n";
+                }
+                text += "\t\t</step>\n";
+            }
+            if (!writeText(stepsPart, text))
+                return fail(message, "cannot write a temporary file");
+        }
+
+        // The root's attributes as the writer sets them.
+        YRef<YDomDocument> decorated = YXML_Factory::Make_RapidXML_DOM_Document();
+        YRef<YDomElement> root = decorated->createRoot("msw");
+        sp_DecorateMswRoot(root);
+        std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<msw";
+        for (const char* a : {"xmlns", "xmlns:xsi", "xsi:schemaLocation", "version", "rev"})
+            text += attr(a, root->getAttribute(a));
+        text += ">\n";
+        // No header at all when no shard has one that the reader takes, so that the output reads the same.
+        if (header.seen) {
+            text += "\t<header" + attr("analysis", header.analysis) + attr("date", header.date);
+            if (totalCores > 0)
+                text += attr("numcores", std::min(totalCores, 2147483647LL));
+            text += attr("title", header.title) + attr("group", header.group) + "/>\n";
+        }
+        text += "\t<shards>\n" + shardsElement + "\t</shards>\n";
+
+        const QString target = toQs(output);
+        QSaveFile out(target);
+        if (!out.open(QIODevice::WriteOnly))
+            return fail(message, "cannot write " + std::string(output.c_str()) + ": " + out.errorString().toStdString());
+        bool ok = writeText(out, text);
+        for (size_t m = 0; ok && m < merits.size(); ++m) {
+            ok = writeText(out, "\t<meritfunction" + attr("value", merits[m].value) + attr("name", merits[m].name) + ">\n") &&
+                 copyInto(out, *meritParts[m]) && writeText(out, "\t</meritfunction>\n");
+        }
+        ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart) && writeText(out, "\t</steps>\n</msw>\n");
+        if (!ok || !out.commit())
+            return fail(message, "cannot write " + std::string(output.c_str()) + ": " + out.errorString().toStdString());
+        if (summary)
+            *summary = std::move(result);
+        return true;
+    } catch (...) {
+        return fail(message, "out of memory");
+    }
+}

@@ -1,0 +1,313 @@
+// MswMergeTest.cpp - results files of parts of a run set merged into one: the merged file validates,
+// reads back as the whole run set, and its reports are the reports of the whole; case numbers that
+// collide fail or are renumbered; two hundred shards merge with their summaries.
+#include "MswMerge.h"
+#include "Reports.h"
+#include "TestHelpers.h"
+#include "XMLReport.h"
+
+#include <QFile>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+const char kSchema[] = SUPPORTQT_SCHEMA_DIR "/msw.xsd";
+
+const XMLReportInfo* findCase(const YHashTable<XMLReportInfo>& table, int caseNumber)
+{
+    XMLReportInfo probe;
+    probe.caseNumber = caseNumber;
+    return table.find(probe);
+}
+
+XMLReportHeader headerOf(int cores)
+{
+    XMLReportHeader h;
+    h.title = "buck converter";
+    h.date = "2026-11-24";
+    h.analysis = ".mc 40 tran v(out)";
+    h.group = "g1";
+    h.numCores = cores;
+    h.meritFunctions.at(0).value = "max(v(out))";
+    h.meritFunctions.at(0).name = "vmax";
+    h.meritFunctions.at(1).value = "rms(i(l1))";
+    h.meritFunctions.at(1).name = "irms";
+    return h;
+}
+
+// A run set of 40 runs with every kind of record the file can hold: named runs, described runs, runs
+// with neither, seeds, parameters with and without tolerance, a value that is not finite.
+YHashTable<XMLReportInfo> runSet(int first, int count)
+{
+    YHashTable<XMLReportInfo> table;
+    std::mt19937_64 random(static_cast<unsigned long long>(first));
+    std::normal_distribution<double> normal(0.0, 1.0);
+    for (int c = first; c < first + count; ++c) {
+        XMLReportInfo r(c);
+        r.values.at(0).value = 3.3 + 0.01 * normal(random);
+        r.values.at(1).value = c == 23 ? std::numeric_limits<double>::infinity() : 0.5 + 0.02 * normal(random);
+        if (c % 5 == 0) {
+            r.name = YString(("Refdes:R" + std::to_string(c) + "/DevParam:R").c_str());
+            r.hasName = true;
+        } else if (c % 3 == 0) {
+            r.description = YString(("run, \"" + std::to_string(c) + "\" <tab>\there").c_str());
+            r.hasDescription = true;
+        }
+        r.seed = 1000000000000LL + c;
+        r.hasSeed = c % 2 == 0;
+        for (int p = 0; p < 2; ++p) {
+            XMLParameterValue& param = r.parameters.at(p);
+            param.name = p == 0 ? "R1" : "C1";
+            param.nominal = p == 0 ? 1000.0 : 1e-6;
+            param.usedValue = param.nominal * (1.0 + 0.05 * normal(random));
+            param.hasTolerance = p == 0;
+            param.tolerance = p == 0 ? 0.05 : 0.0;
+        }
+        table.insert(r);
+    }
+    return table;
+}
+
+YHashTable<XMLReportInfo> only(const YHashTable<XMLReportInfo>& table, int first, int last)
+{
+    YHashTable<XMLReportInfo> part;
+    for (const XMLReportInfo& r : table)
+        if (r.caseNumber >= first && r.caseNumber <= last)
+            part.insert(r);
+    return part;
+}
+
+} // namespace
+
+class MswMerge : public TempDirTest {
+protected:
+    YString p(const std::string& name) const { return YString(path(name).c_str()); }
+
+    // Every report of a results file, as text: the Monte Carlo and worst-case logs, the sensitivity
+    // page sorted by each of its first columns, and the CSV report.
+    std::string reportsOf(const std::string& file)
+    {
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        EXPECT_TRUE(sp_CompileSensReportData(p(file), &table, &header)) << file;
+        std::string all;
+        EXPECT_TRUE(sp_BuildMonteCarloHTMLReport(p("mc.html"), YString(), table, header));
+        all += readFileBytes(path("mc.html"));
+        EXPECT_TRUE(sp_BuildWorstCaseHTMLReport(p("wc.html"), YString(), table, header));
+        all += readFileBytes(path("wc.html"));
+        for (int column = 0; column < 9; ++column) {
+            EXPECT_TRUE(sp_BuildHTMLSensitivityReport(p("sens.html"), YString(), table, header, column));
+            all += readFileBytes(path("sens.html"));
+        }
+        YArray<YString> lines;
+        EXPECT_TRUE(sp_BuildCsvSensitivityReport(&lines, table, header, 4));
+        for (const YString& line : lines)
+            all += std::string(line.c_str()) + "\n";
+        return all;
+    }
+};
+
+TEST_F(MswMerge, ThreeShardsReadBackAsTheWholeAndGiveTheSameReports)
+{
+    const YHashTable<XMLReportInfo> whole = runSet(1, 40);
+    ASSERT_TRUE(sp_WriteMswFile(p("whole.msw"), whole, headerOf(3)));
+    ASSERT_TRUE(sp_WriteMswFile(p("a.msw"), only(whole, 1, 12), headerOf(1)));
+    ASSERT_TRUE(sp_WriteMswFile(p("b.msw"), only(whole, 13, 30), headerOf(1)));
+    ASSERT_TRUE(sp_WriteMswFile(p("c.msw"), only(whole, 31, 40), headerOf(1)));
+
+    YString message;
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("a.msw"), p("b.msw"), p("c.msw")}, p("merged.msw"), false, &message, &summary))
+        << message.c_str();
+    EXPECT_EQ(summary.runs, 40);
+    EXPECT_EQ(summary.renumbered, 0);
+    EXPECT_EQ(summary.shardRuns, (std::vector<long long>{12, 18, 10}));
+    ASSERT_EQ(summary.merits.size(), 2u);
+    EXPECT_EQ(summary.merits[0].count(), 40);
+    EXPECT_EQ(summary.merits[1].count(), 39);
+    EXPECT_EQ(summary.merits[1].nonFiniteCount(), 1);
+
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    const std::string text = readFileBytes(path("merged.msw"));
+    EXPECT_NE(text.find("<shard index=\"2\" path=\"" + path("b.msw") + "\" runs=\"18\"/>"), std::string::npos);
+    EXPECT_NE(text.find(" case=\"13\""), std::string::npos);
+    EXPECT_NE(text.find("shard=\"3\""), std::string::npos);
+
+    YHashTable<XMLReportInfo> merged;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &merged, &header));
+    YHashTable<XMLReportInfo> expected;
+    XMLReportHeader expectedHeader;
+    ASSERT_TRUE(sp_CompileSensReportData(p("whole.msw"), &expected, &expectedHeader));
+    ASSERT_EQ(merged.count(), expected.count());
+    EXPECT_EQ(header.meritFunctions.count(), 2);
+    EXPECT_EQ(header.numCores, 3);
+    EXPECT_EQ(header.title, expectedHeader.title);
+    for (const XMLReportInfo& e : expected) {
+        const XMLReportInfo* m = findCase(merged, e.caseNumber);
+        ASSERT_TRUE(m) << e.caseNumber;
+        EXPECT_EQ(m->name, e.name);
+        EXPECT_EQ(m->description, e.description);
+        EXPECT_EQ(m->hasSeed, e.hasSeed);
+        EXPECT_EQ(m->seed, e.seed);
+        ASSERT_EQ(m->values.count(), e.values.count());
+        for (int i = 0; i < e.values.count(); ++i) {
+            EXPECT_EQ(std::memcmp(&m->values[i].value, &e.values[i].value, sizeof(double)), 0);
+            EXPECT_EQ(m->values[i].status, e.values[i].status);
+        }
+        ASSERT_EQ(m->parameters.count(), e.parameters.count());
+        for (int i = 0; i < e.parameters.count(); ++i) {
+            EXPECT_EQ(m->parameters[i].usedValue, e.parameters[i].usedValue);
+            EXPECT_EQ(m->parameters[i].hasTolerance, e.parameters[i].hasTolerance);
+        }
+    }
+    EXPECT_EQ(reportsOf("merged.msw"), reportsOf("whole.msw"));
+}
+
+TEST_F(MswMerge, RunsWithOnlyValuesAndMissingValuesStayAsTheyWere)
+{
+    // Written by hand: case 5 has merit values but no step; case 6 has a step and only the first value.
+    const std::string shard1 = R"(<?xml version="1.0"?><msw version="1.0"><header title="t"/>
+<meritfunction value="a" name="A"><sensval case="1" value="1.5"/><sensval case="5" value="2"/><sensval case="6" value="3"/></meritfunction>
+<meritfunction value="b" name="B"><sensval case="1" value="10"/><sensval case="5" value="20"/></meritfunction>
+<steps><step case="1"/><step case="6" description="six"/></steps></msw>)";
+    const std::string shard2 = R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="7" value="0.25"/></meritfunction>
+<meritfunction value="b" name="B"></meritfunction></msw>)";
+    writeFileBytes(path("s1.msw"), shard1);
+    writeFileBytes(path("s2.msw"), shard2);
+    const std::string union_ = R"(<?xml version="1.0"?><msw version="1.0"><header title="t"/>
+<meritfunction value="a" name="A"><sensval case="1" value="1.5"/><sensval case="5" value="2"/><sensval case="6" value="3"/><sensval case="7" value="0.25"/></meritfunction>
+<meritfunction value="b" name="B"><sensval case="1" value="10"/><sensval case="5" value="20"/></meritfunction>
+<steps><step case="1"/><step case="6" description="six"/></steps></msw>)";
+    writeFileBytes(path("union.msw"), union_);
+    YString message;
+    ASSERT_TRUE(sp_MergeMswFiles({p("s1.msw"), p("s2.msw")}, p("merged.msw"), false, &message, nullptr)) << message.c_str();
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    EXPECT_EQ(reportsOf("merged.msw"), reportsOf("union.msw"));
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    EXPECT_FALSE(findCase(table, 5)->hasDescription);
+    EXPECT_EQ(findCase(table, 7)->values[0].value, 0.25);
+    EXPECT_EQ(header.title, YString("t"));
+}
+
+TEST_F(MswMerge, CollidingCasesFailUnlessRenumbered)
+{
+    const YHashTable<XMLReportInfo> runs = runSet(1, 10);
+    ASSERT_TRUE(sp_WriteMswFile(p("a.msw"), only(runs, 1, 6), headerOf(1)));
+    ASSERT_TRUE(sp_WriteMswFile(p("b.msw"), only(runs, 5, 10), headerOf(1)));
+    writeFileBytes(path("merged.msw"), "previous");
+    YString message;
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("b.msw")}, p("merged.msw"), false, &message, nullptr));
+    EXPECT_EQ(std::string(message.c_str()), "case 5 is in both " + path("a.msw") + " and " + path("b.msw") +
+                                                " (merge with renumbering to keep both)");
+    EXPECT_EQ(readFileBytes(path("merged.msw")), "previous");
+
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("a.msw"), p("b.msw")}, p("merged.msw"), true, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.runs, 12);
+    EXPECT_EQ(summary.renumbered, 2);
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    EXPECT_EQ(table.count(), 12);
+    // Cases 5 and 6 of the second shard become 11 and 12 (above every case of every shard); case 6 had
+    // a description ("run, ...") and case 5 a name, which the reader prefers.
+    ASSERT_TRUE(findCase(table, 11));
+    ASSERT_TRUE(findCase(table, 12));
+    EXPECT_EQ(findCase(table, 12)->description, YString("run, \"6\" <tab>\there (shard 2 case 6)"));
+    EXPECT_EQ(findCase(table, 11)->name, YString("Refdes:R5/DevParam:R"));
+    EXPECT_EQ(findCase(table, 12)->values[0].value, findCase(runs, 6)->values[0].value);
+    EXPECT_EQ(findCase(table, 6)->values[0].value, findCase(runs, 6)->values[0].value);
+    const std::string text = readFileBytes(path("merged.msw"));
+    EXPECT_NE(text.find("case=\"12\" seed=\"1000000000006\" description=\"run, &quot;6&quot; &lt;tab&gt;&#9;here (shard 2 "
+                        "case 6)\" shard=\"2\" shardcase=\"6\""),
+              std::string::npos);
+}
+
+TEST_F(MswMerge, ShardsWithOtherMeritFunctionsOrUnreadableFail)
+{
+    ASSERT_TRUE(sp_WriteMswFile(p("a.msw"), runSet(1, 3), headerOf(1)));
+    XMLReportHeader other = headerOf(1);
+    other.meritFunctions.at(1).name = "iavg";
+    ASSERT_TRUE(sp_WriteMswFile(p("b.msw"), runSet(4, 3), other));
+    YString message;
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("b.msw")}, p("m.msw"), false, &message, nullptr));
+    EXPECT_EQ(std::string(message.c_str()), "the results file " + path("b.msw") + " has other merit functions than " + path("a.msw"));
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("none.msw")}, p("m.msw"), false, &message, nullptr));
+    EXPECT_EQ(std::string(message.c_str()), "cannot read the results file " + path("none.msw"));
+    EXPECT_FALSE(sp_MergeMswFiles({}, p("m.msw"), false, &message, nullptr));
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw")}, p("no/such/dir/m.msw"), false, &message, nullptr));
+    EXPECT_EQ(std::string(message.c_str()).rfind("cannot write " + path("no/such/dir/m.msw"), 0), 0u) << message.c_str();
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("m.msw"))));
+}
+
+TEST_F(MswMerge, AShardThatAppendsItsCoresIsMergedAsTheReaderReadsIt)
+{
+    // The main file of a two-core run has the header and the merit functions; each core's file, appended,
+    // has its own header (with a core id, which the reader ignores) and its runs' merit values and steps.
+    writeFileBytes(path("core1.msw"), R"(<?xml version="1.0"?><msw version="1.0"><header coreid="1" title="core"/>
+<steps><step case="1"/><step case="2"/></steps></msw>)");
+    writeFileBytes(path("main.msw"), R"(<?xml version="1.0"?><msw version="1.0"><header title="main" numcores="2"/>
+<meritfunction value="a" name="A"><sensval case="1" value="1"/><sensval case="2" value="2"/><sensval case="3" value="4"/></meritfunction>
+<append><file path=")" + path("core1.msw") + R"("/></append></msw>)");
+    writeFileBytes(path("other.msw"), R"(<?xml version="1.0"?><msw version="1.0"><header title="other" numcores="1"/>
+<meritfunction value="a" name="A"><sensval case="9" value="8"/></meritfunction><steps><step case="9"/></steps></msw>)");
+    YString message;
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("main.msw"), p("other.msw")}, p("m.msw"), false, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.runs, 4);
+    EXPECT_DOUBLE_EQ(summary.merits[0].mean(), 15.0 / 4.0);
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("m.msw"), &table, &header));
+    EXPECT_EQ(table.count(), 4);
+    EXPECT_EQ(header.title, YString("other")); // the last header the reader takes
+    EXPECT_EQ(header.numCores, 3);
+    EXPECT_EQ(findCase(table, 3)->description, YString());
+    EXPECT_EQ(findCase(table, 2)->description, YString("Run=2"));
+}
+
+TEST_F(MswMerge, TwoHundredShardsMergeAndTheirSummariesAreTheWhole)
+{
+    std::vector<YString> shards;
+    YHashTable<XMLReportInfo> whole;
+    for (int s = 0; s < 200; ++s) {
+        const YHashTable<XMLReportInfo> part = runSet(1 + 5 * s, 5);
+        for (const XMLReportInfo& r : part)
+            whole.insert(r);
+        const std::string name = "shard" + std::to_string(s) + ".msw";
+        ASSERT_TRUE(sp_WriteMswFile(p(name), part, headerOf(1)));
+        shards.push_back(p(name));
+    }
+    YString message;
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles(shards, p("merged.msw"), false, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.runs, 1000);
+    EXPECT_EQ(summary.shardRuns.size(), 200u);
+    MomentSummary direct;
+    for (const XMLReportInfo& r : whole)
+        direct.add(r.values[0].value, r.caseNumber);
+    EXPECT_EQ(summary.merits[0].count(), 1000);
+    EXPECT_NEAR(summary.merits[0].mean(), direct.mean(), 1e-12 * std::fabs(direct.mean()));
+    EXPECT_NEAR(summary.merits[0].m2(), direct.m2(), 1e-9 * direct.m2());
+    EXPECT_EQ(summary.merits[0].minimum(), direct.minimum());
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    EXPECT_EQ(table.count(), 1000);
+    EXPECT_EQ(header.numCores, 200);
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+}
