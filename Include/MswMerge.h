@@ -4,6 +4,7 @@
 
 #include "RunStatistics.h"
 #include "SupportQtExport.h"
+#include "XMLReport.h"
 #include "YString.h"
 
 #include <vector>
@@ -13,6 +14,7 @@ struct MswMergeSummary {
     long long runs = 0;                   ///< runs written (steps and runs that have only merit values)
     long long renumbered = 0;             ///< runs given a new case number
     std::vector<long long> shardRuns;     ///< runs of each shard, in the order given
+    std::vector<XMLMeritFunction> meritFunctions; ///< the merit functions, as the output has them
     /// Per merit function, the summary of its values over all shards: each shard is summarised alone
     /// and the summaries merged, so memory does not grow with the number of runs.
     std::vector<MomentSummary> merits;

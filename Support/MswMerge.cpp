@@ -327,6 +327,7 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart) && writeText(out, "\t</steps>\n</msw>\n");
         if (!ok || !out.commit())
             return fail(message, "cannot write " + std::string(output.c_str()) + ": " + out.errorString().toStdString());
+        result.meritFunctions = merits;
         if (summary)
             *summary = std::move(result);
         return true;

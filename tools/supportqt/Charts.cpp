@@ -18,60 +18,6 @@ std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& ta
     return runs;
 }
 
-std::vector<double> meritValues(const YHashTable<XMLReportInfo>& table, int merit)
-{
-    std::vector<double> values;
-    values.reserve(static_cast<size_t>(table.count()));
-    for (const XMLReportInfo& run : table)
-        if (run.values.count() > merit)
-            values.push_back(run.values[merit].value);
-    return values;
-}
-
-MeritStatistics meritStatistics(const YHashTable<XMLReportInfo>& table, int merit)
-{
-    MeritStatistics s;
-    const std::vector<double> values = meritValues(table, merit);
-    XMLReportInfo probe(1);
-    if (const XMLReportInfo* nominal = table.find(probe); nominal && nominal->values.count() > merit) {
-        s.hasNominal = true;
-        s.nominal = nominal->values[merit].value;
-    }
-    s.count = static_cast<int>(values.size());
-    if (values.empty()) {
-        s.skewness = s.kurtosis = std::numeric_limits<double>::quiet_NaN();
-        return s;
-    }
-    double sum = 0.0;
-    s.minimum = s.maximum = values.front();
-    for (double v : values) {
-        sum += v;
-        s.minimum = std::min(s.minimum, v);
-        s.maximum = std::max(s.maximum, v);
-    }
-    const double n = static_cast<double>(values.size());
-    s.mean = sum / n;
-    // Central moments in a second pass, which keeps them exact for values far from zero.
-    double m2 = 0.0, m3 = 0.0, m4 = 0.0;
-    for (double v : values) {
-        const double d = v - s.mean;
-        m2 += d * d;
-        m3 += d * d * d;
-        m4 += d * d * d * d;
-    }
-    s.standardDeviation = values.size() > 1 ? std::sqrt(m2 / (n - 1.0)) : 0.0;
-    m2 /= n;
-    m3 /= n;
-    m4 /= n;
-    if (m2 > 0.0) {
-        s.skewness = m3 / std::pow(m2, 1.5);
-        s.kurtosis = m4 / (m2 * m2) - 3.0;
-    } else {
-        s.skewness = s.kurtosis = std::numeric_limits<double>::quiet_NaN();
-    }
-    return s;
-}
-
 namespace {
 
 std::string escaped(const std::string& text)
@@ -258,17 +204,14 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
     body += svgText(10, y + 24, "start", 16, "Merit functions across runs: " + header.title.str(), " font-weight=\"bold\"");
     y += 36;
     for (int merit = 0; merit < header.meritFunctions.count(); ++merit) {
-        const std::vector<double> values = meritValues(table, merit);
-        const MeritStatistics stats = meritStatistics(table, merit);
+        const MeritStatistics stats = sp_ComputeMeritStatistics(table, merit, MeritLimits(), false);
+        const MomentSummary& moments = stats.sample.moments();
         body += svgText(10, y + 20, "start", 14, meritTitle(header, merit), " font-weight=\"bold\"");
         body += svgText(10, y + 38, "start", 12,
-                        std::to_string(stats.count) + " runs, mean " + number(stats.mean) + ", standard deviation " +
-                            number(stats.standardDeviation));
+                        std::to_string(moments.count()) + " runs, mean " + number(moments.mean()) +
+                            ", standard deviation " + number(moments.standardDeviation()));
         y += 64;
-        std::vector<double> finite;
-        for (double v : values)
-            if (std::isfinite(v))
-                finite.push_back(v);
+        const std::vector<double>& finite = stats.sample.values();
         if (finite.empty()) {
             body += svgText(kPlotLeft, y + 14, "start", 12, "no values");
             y += 40;

@@ -9,6 +9,8 @@ int runIndex(const QStringList& arguments);
 int runSection(const QStringList& arguments);
 int runControls(const QStringList& arguments);
 int runResults(const QStringList& arguments);
+int runStats(const QStringList& arguments);
+int runMerge(const QStringList& arguments);
 int runValidate(const QStringList& arguments);
 int runAppendMerit(const QStringList& arguments);
 int runReport(const QStringList& arguments);

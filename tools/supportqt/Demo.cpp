@@ -186,9 +186,9 @@ bool Demo::monteCarlo()
         return false;
     m_print << "4. Read the Monte Carlo results " << path << ": " << table.count() << " runs\n";
     for (int m = 0; m < header.meritFunctions.count(); ++m) {
-        const MeritStatistics s = meritStatistics(table, m);
-        m_print << "   " << header.meritFunctions[m].name << ": mean " << realText(s.mean) << ", standard deviation "
-                << realText(s.standardDeviation) << ", from " << realText(s.minimum) << " to " << realText(s.maximum) << '\n';
+        const MomentSummary s = sp_ComputeMeritStatistics(table, m, MeritLimits(), false).sample.moments();
+        m_print << "   " << header.meritFunctions[m].name << ": mean " << realText(s.mean()) << ", standard deviation "
+                << realText(s.standardDeviation()) << ", from " << realText(s.minimum()) << " to " << realText(s.maximum()) << '\n';
     }
     return writeReport(QStringLiteral("montecarlo.html"), [&](const YString& temporary) {
                return sp_BuildMonteCarloHTMLReport(temporary, YString(), table, header);

@@ -94,13 +94,15 @@ std::string cell(double value)
 
 QJsonObject statisticsJson(const MeritStatistics& s)
 {
-    return QJsonObject{{QStringLiteral("count"), s.count},
-                       {QStringLiteral("mean"), jsonReal(s.mean)},
-                       {QStringLiteral("stddev"), jsonReal(s.standardDeviation)},
-                       {QStringLiteral("min"), jsonReal(s.minimum)},
-                       {QStringLiteral("max"), jsonReal(s.maximum)},
-                       {QStringLiteral("skewness"), jsonReal(s.skewness)},
-                       {QStringLiteral("kurtosis"), jsonReal(s.kurtosis)},
+    const MomentSummary& m = s.sample.moments();
+    return QJsonObject{{QStringLiteral("count"), static_cast<qint64>(m.count())},
+                       {QStringLiteral("nonFinite"), static_cast<qint64>(m.nonFiniteCount())},
+                       {QStringLiteral("mean"), m.count() ? jsonReal(m.mean()) : QJsonValue(QJsonValue::Null)},
+                       {QStringLiteral("stddev"), m.count() ? jsonReal(m.standardDeviation()) : QJsonValue(QJsonValue::Null)},
+                       {QStringLiteral("min"), m.count() ? jsonReal(m.minimum()) : QJsonValue(QJsonValue::Null)},
+                       {QStringLiteral("max"), m.count() ? jsonReal(m.maximum()) : QJsonValue(QJsonValue::Null)},
+                       {QStringLiteral("skewness"), jsonReal(m.skewness())},
+                       {QStringLiteral("kurtosis"), jsonReal(m.excessKurtosis())},
                        {QStringLiteral("nominal"), s.hasNominal ? jsonReal(s.nominal) : QJsonValue(QJsonValue::Null)}};
 }
 
@@ -162,7 +164,7 @@ int runResults(const QStringList& arguments)
         for (int m = 0; m < merits; ++m)
             meritArray.append(QJsonObject{{QStringLiteral("name"), toQs(header.meritFunctions[m].name)},
                                           {QStringLiteral("value"), toQs(header.meritFunctions[m].value)},
-                                          {QStringLiteral("statistics"), statisticsJson(meritStatistics(table, m))}});
+                                          {QStringLiteral("statistics"), statisticsJson(sp_ComputeMeritStatistics(table, m, MeritLimits(), false))}});
         QJsonObject out{{QStringLiteral("file"), path},
                         {QStringLiteral("header"), QJsonObject{{QStringLiteral("title"), toQs(header.title)},
                                                                {QStringLiteral("date"), toQs(header.date)},
@@ -223,11 +225,12 @@ int runResults(const QStringList& arguments)
     }
     out << " definition\n";
     for (int m = 0; m < merits; ++m) {
-        const MeritStatistics s = meritStatistics(table, m);
+        const MeritStatistics s = sp_ComputeMeritStatistics(table, m, MeritLimits(), false);
+        const MomentSummary& ms = s.sample.moments();
         out.pad(header.meritFunctions[m].name.str(), 14) << ' ';
-        out.pad(std::to_string(s.count), -6) << ' ';
-        for (double v : {s.mean, s.standardDeviation, s.minimum, s.maximum, s.skewness, s.kurtosis})
-            out.pad(s.count ? cell(v) : std::string("n/a"), -24) << ' ';
+        out.pad(std::to_string(ms.count()), -6) << ' ';
+        for (double v : {ms.mean(), ms.standardDeviation(), ms.minimum(), ms.maximum(), ms.skewness(), ms.excessKurtosis()})
+            out.pad(ms.count() ? cell(v) : std::string("n/a"), -24) << ' ';
         out.pad(s.hasNominal ? cell(s.nominal) : std::string("n/a"), -24) << "  " << header.meritFunctions[m].value << '\n';
     }
     if (!withRuns)

@@ -23,6 +23,8 @@ const Subcommand kSubcommands[] = {
     {"section", "FILE --start N --end M [--name NAME]", "one definition of a library", runSection},
     {"controls", "FILE [--block] [--compile]", "switching-simulator settings", runControls},
     {"results", "FILE [--stats-only]", "summary and statistics of a results file", runResults},
+    {"stats", "RESULTS [--limit NAME=LO:HI]... [--html OUT]", "yield, capability and influence", runStats},
+    {"merge", "SHARD... -o MERGED [--renumber]", "results files of parts of a run set as one", runMerge},
     {"validate", "FILE [--schema XSD]", "check an XML file against a schema", runValidate},
     {"append-merit", "FILE --value T --name N --data CSV", "add a merit function to a results file", runAppendMerit},
     {"report", "mc|wc|sens|csv RESULTS -o OUT [--chart SVG]", "HTML or CSV report, SVG chart", runReport},

@@ -1,0 +1,429 @@
+// StatsCommands.cpp - `stats` and `merge`: the statistics of a results file against specification
+// limits, as text, JSON, CSV, an HTML page and SVG pictures; and results files of parts of a run set
+// merged into one.
+#include "Commands.h"
+#include "StatsPage.h"
+#include "Tool.h"
+
+#include "MswMerge.h"
+#include "RunStatistics.h"
+#include "TextServices.h"
+#include "XMLReport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+// One limit's text: empty (absent) or a number.
+bool limitValue(const QString& text, bool* has, double* value)
+{
+    const QString t = text.trimmed();
+    *has = !t.isEmpty();
+    return !*has || sp_TextToReal(t.toUtf8().constData(), value);
+}
+
+// The merit function that NAME names: its display name, or else its defining text; -1 when none.
+int meritNamed(const XMLReportHeader& header, const QString& name)
+{
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        if (toQs(header.meritFunctions[m].name) == name)
+            return m;
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        if (toQs(header.meritFunctions[m].value) == name)
+            return m;
+    return -1;
+}
+
+QString meritNames(const XMLReportHeader& header)
+{
+    QStringList names;
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        names << toQs(header.meritFunctions[m].name);
+    return names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral(", "));
+}
+
+// Sets the limits of the merit function `name`; reports and returns the exit code on failure, -1 when done.
+int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QString& name, const QString& lower,
+             const QString& upper, const QString& where, int badCode, std::vector<MeritLimits>* limits)
+{
+    const int m = meritNamed(header, name);
+    if (m < 0)
+        return command.fail(badCode, QStringLiteral("%1no merit function named '%2'; the file has: %3")
+                                         .arg(where, name, meritNames(header)));
+    MeritLimits l;
+    if (!limitValue(lower, &l.hasLower, &l.lower) || !limitValue(upper, &l.hasUpper, &l.upper))
+        return command.fail(badCode, QStringLiteral("%1the limits of '%2' are not numbers: '%3' and '%4'")
+                                         .arg(where, name, lower.trimmed(), upper.trimmed()));
+    if (l.hasLower && l.hasUpper && l.lower > l.upper)
+        return command.fail(badCode, QStringLiteral("%1the lower limit of '%2' is above its upper limit").arg(where, name));
+    (*limits)[static_cast<size_t>(m)] = l;
+    return -1;
+}
+
+// Limits from a CSV file of lines "name,lower,upper"; a first line "name,lower,upper", blank lines and
+// lines that start with "#" are skipped.
+int readLimitsFile(const ToolCommand& command, const QString& path, const XMLReportHeader& header,
+                   std::vector<MeritLimits>* limits)
+{
+    if (!command.checkInput(path))
+        return ExitFailure;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() > 16 * 1024 * 1024)
+        return command.fail(ExitFailure, QStringLiteral("cannot read the limits file %1").arg(path));
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString line = lines[i].trimmed();
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) ||
+            (i == 0 && line.compare(QLatin1String("name,lower,upper"), Qt::CaseInsensitive) == 0))
+            continue;
+        const QStringList fields = line.split(QLatin1Char(','));
+        const QString where = QStringLiteral("%1:%2: ").arg(path).arg(i + 1);
+        if (fields.size() != 3)
+            return command.fail(ExitFailure, where + QStringLiteral("expected name,lower,upper"));
+        const int code = setLimit(command, header, fields[0].trimmed(), fields[1], fields[2], where, ExitFailure, limits);
+        if (code >= 0)
+            return code;
+    }
+    return -1;
+}
+
+QJsonValue interval(const ConfidenceInterval& i)
+{
+    return QJsonArray{jsonReal(i.low), jsonReal(i.high)};
+}
+
+// Infinite sigma values (every run passes, or none) as the strings "inf" and "-inf" in JSON.
+QJsonValue sigmaJson(double v)
+{
+    return std::isinf(v) ? QJsonValue(v > 0 ? QStringLiteral("inf") : QStringLiteral("-inf")) : jsonReal(v);
+}
+
+QJsonArray deviationsJson(const WorstCaseRun& run)
+{
+    QJsonArray out;
+    for (const ParameterDeviation& d : run.parameters)
+        out.append(QJsonObject{{QStringLiteral("name"), toQs(d.name)},
+                               {QStringLiteral("deviation"), jsonReal(d.deviation)},
+                               {QStringLiteral("absolute"), d.absolute}});
+    return out;
+}
+
+QJsonObject statisticsJson(const MeritStatistics& s)
+{
+    const MomentSummary& m = s.sample.moments();
+    const bool any = m.count() > 0;
+    const QJsonValue null(QJsonValue::Null);
+    QJsonObject pct;
+    for (int i = 0; i < kRunStatisticsPercentileCount; ++i)
+        pct.insert(QStringLiteral("P%1").arg(kRunStatisticsPercentiles[i]), jsonReal(s.percentiles[i]));
+    QJsonObject o{{QStringLiteral("name"), toQs(s.name)},
+                  {QStringLiteral("definition"), toQs(s.definition)},
+                  {QStringLiteral("count"), static_cast<qint64>(m.count())},
+                  {QStringLiteral("nonFinite"), static_cast<qint64>(m.nonFiniteCount())},
+                  {QStringLiteral("mean"), any ? jsonReal(m.mean()) : null},
+                  {QStringLiteral("stddev"), any ? jsonReal(m.standardDeviation()) : null},
+                  {QStringLiteral("min"), any ? jsonReal(m.minimum()) : null},
+                  {QStringLiteral("minCase"), any ? QJsonValue(m.minimumCase()) : null},
+                  {QStringLiteral("max"), any ? jsonReal(m.maximum()) : null},
+                  {QStringLiteral("maxCase"), any ? QJsonValue(m.maximumCase()) : null},
+                  {QStringLiteral("skewness"), jsonReal(m.skewness())},
+                  {QStringLiteral("kurtosis"), jsonReal(m.excessKurtosis())},
+                  {QStringLiteral("percentiles"), pct},
+                  {QStringLiteral("nominal"), s.hasNominal ? jsonReal(s.nominal) : null},
+                  {QStringLiteral("jarqueBera"), jsonReal(s.jarqueBera)},
+                  {QStringLiteral("jarqueBeraP"), jsonReal(s.jarqueBeraP)},
+                  {QStringLiteral("notNormal"), s.notNormal},
+                  {QStringLiteral("verdict"), QString::fromLatin1(statsVerdict(s))}};
+    QJsonArray influence;
+    for (const ParameterInfluence& p : s.influence)
+        influence.append(QJsonObject{{QStringLiteral("name"), toQs(p.name)}, {QStringLiteral("rho"), jsonReal(p.rho)}});
+    o.insert(QStringLiteral("influence"), influence);
+    if (any)
+        o.insert(QStringLiteral("worstCase"),
+                 QJsonObject{{QStringLiteral("minimum"), QJsonObject{{QStringLiteral("case"), s.atMinimum.caseNumber},
+                                                                     {QStringLiteral("value"), jsonReal(s.atMinimum.value)},
+                                                                     {QStringLiteral("parameters"), deviationsJson(s.atMinimum)}}},
+                             {QStringLiteral("maximum"), QJsonObject{{QStringLiteral("case"), s.atMaximum.caseNumber},
+                                                                     {QStringLiteral("value"), jsonReal(s.atMaximum.value)},
+                                                                     {QStringLiteral("parameters"), deviationsJson(s.atMaximum)}}}});
+    if (s.limits.any()) {
+        QJsonArray failing;
+        for (int c : s.failingCases)
+            failing.append(c);
+        o.insert(QStringLiteral("limits"),
+                 QJsonObject{{QStringLiteral("lower"), s.limits.hasLower ? jsonReal(s.limits.lower) : null},
+                             {QStringLiteral("upper"), s.limits.hasUpper ? jsonReal(s.limits.upper) : null},
+                             {QStringLiteral("runs"), static_cast<qint64>(s.runCount)},
+                             {QStringLiteral("pass"), static_cast<qint64>(s.passCount)},
+                             {QStringLiteral("yield"), jsonReal(s.yield)},
+                             {QStringLiteral("yieldInterval"), interval(s.yieldInterval)},
+                             {QStringLiteral("yieldSigma"), sigmaJson(s.yieldSigma)},
+                             {QStringLiteral("cp"), jsonReal(s.cp)},
+                             {QStringLiteral("cpInterval"), interval(s.cpInterval)},
+                             {QStringLiteral("cpk"), jsonReal(s.cpk)},
+                             {QStringLiteral("cpkInterval"), interval(s.cpkInterval)},
+                             {QStringLiteral("failing"), failing}});
+    }
+    return o;
+}
+
+std::string num(double v)
+{
+    if (std::isnan(v))
+        return "n/a";
+    if (std::isinf(v))
+        return v > 0 ? "inf" : "-inf";
+    return realText(v);
+}
+
+std::string pctText(double p)
+{
+    if (std::isnan(p))
+        return "n/a";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g%%", 100.0 * p);
+    return text;
+}
+
+void printText(Output& out, const QString& path, const XMLReportHeader& header, const std::vector<MeritStatistics>& all)
+{
+    out << "file: " << path << '\n' << "title: " << header.title << '\n';
+    for (const MeritStatistics& s : all) {
+        const MomentSummary& m = s.sample.moments();
+        out << '\n' << s.name << " = " << s.definition << ": " << static_cast<long long>(m.count()) << " runs";
+        if (m.nonFiniteCount())
+            out << ", " << static_cast<long long>(m.nonFiniteCount()) << " not finite";
+        out << '\n';
+        if (m.count() == 0) {
+            out << "  no finite values\n";
+            continue;
+        }
+        out << "  mean " << num(m.mean()) << "  stddev " << num(m.standardDeviation()) << "  min " << num(m.minimum())
+            << " (case " << m.minimumCase() << ")  max " << num(m.maximum()) << " (case " << m.maximumCase() << ")";
+        if (s.hasNominal)
+            out << "  nominal " << num(s.nominal);
+        out << "\n  skewness " << num(m.skewness()) << "  excess kurtosis " << num(m.excessKurtosis()) << "  Jarque-Bera "
+            << num(s.jarqueBera) << " (p " << num(s.jarqueBeraP) << ")" << (s.notNormal ? "  not normal" : "") << '\n';
+        out << "  percentiles";
+        for (int i = 0; i < kRunStatisticsPercentileCount; ++i) {
+            char label[16];
+            std::snprintf(label, sizeof label, " P%g ", kRunStatisticsPercentiles[i]);
+            out << label << num(s.percentiles[i]);
+        }
+        out << '\n';
+        if (s.limits.any()) {
+            out << "  limits " << (s.limits.hasLower ? num(s.limits.lower) : std::string("none")) << " to "
+                << (s.limits.hasUpper ? num(s.limits.upper) : std::string("none")) << ": " << statsVerdict(s) << ", "
+                << static_cast<long long>(s.passCount) << " of " << static_cast<long long>(s.runCount)
+                << " pass, yield " << pctText(s.yield) << " [" << pctText(s.yieldInterval.low) << ", "
+                << pctText(s.yieldInterval.high) << "], " << num(s.yieldSigma) << " sigma\n";
+            out << "  Cp " << num(s.cp) << " [" << num(s.cpInterval.low) << ", " << num(s.cpInterval.high) << "]  Cpk "
+                << num(s.cpk) << " [" << num(s.cpkInterval.low) << ", " << num(s.cpkInterval.high) << "]\n";
+            out << "  failing runs:";
+            if (s.failingCases.empty())
+                out << " none";
+            // The text shows the first 20; --json and --html list them all.
+            for (size_t i = 0; i < s.failingCases.size() && i < 20; ++i)
+                out << ' ' << s.failingCases[i];
+            if (s.failingCases.size() > 20)
+                out << " and " << static_cast<long long>(s.failingCases.size() - 20) << " more";
+            out << '\n';
+        }
+        if (!s.influence.empty()) {
+            out << "  influence:";
+            for (const ParameterInfluence& p : s.influence)
+                out << ' ' << p.name << ' ' << num(p.rho);
+            out << '\n';
+        }
+        for (const WorstCaseRun* run : {&s.atMinimum, &s.atMaximum}) {
+            out << (run == &s.atMinimum ? "  at minimum: case " : "  at maximum: case ") << run->caseNumber;
+            for (const ParameterDeviation& d : run->parameters)
+                out << ' ' << d.name << (d.absolute ? " " : " relative ") << num(d.deviation);
+            out << '\n';
+        }
+    }
+}
+
+bool writeText(const ToolCommand& command, const QString& target, const std::string& text)
+{
+    const bool ok = writeFileAtomically(target, [&text](const YString& temporary) {
+        QFile file(toQs(temporary));
+        return file.open(QIODevice::WriteOnly) &&
+               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size());
+    });
+    if (!ok)
+        command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(target));
+    return ok;
+}
+
+} // namespace
+
+int runStats(const QStringList& arguments)
+{
+    ToolCommand command(
+        QStringLiteral("stats"), QStringLiteral("RESULTS [--limit NAME=LO:HI]... [--limits FILE] [--json] [--csv OUT] "
+                                                "[--html OUT] [--chart DIR]"),
+        QStringLiteral("Statistics of each merit function across the runs of a results file: moments, percentiles\n"
+                       "(linear between order statistics), Jarque-Bera normality, and against specification limits\n"
+                       "the yield with its 95% Wilson interval and in sigma, Cp and Cpk with 95% intervals (exact\n"
+                       "chi-square for Cp, Bissell's approximation for Cpk) and the failing runs; then the Spearman\n"
+                       "correlation of each parameter's deviation with the merit function, and the runs at its\n"
+                       "minimum and maximum. Values that are not finite are counted apart and fail the limits.\n"
+                       "NAME is a merit function's name or its defining text; LO or HI may be left empty."));
+    command.addOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
+                      QStringLiteral("NAME=LO:HI"));
+    command.addOption({QStringLiteral("limits")}, QStringLiteral("Limits from a CSV file of name,lower,upper lines."),
+                      QStringLiteral("FILE"));
+    command.addOption({QStringLiteral("csv")}, QStringLiteral("Write the table as CSV."), QStringLiteral("OUT"));
+    command.addOption({QStringLiteral("html")}, QStringLiteral("Write a standalone HTML page."), QStringLiteral("OUT"));
+    command.addOption({QStringLiteral("chart")},
+                      QStringLiteral("Write SVG pictures (histogram, distribution function, influence) per merit function."),
+                      QStringLiteral("DIR"));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    if (!command.checkInput(path))
+        return ExitFailure;
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    if (!sp_CompileSensReportData(toYs(path), &table, &header))
+        return command.fail(ExitFailure, QStringLiteral("the results file %1 does not load").arg(path));
+
+    std::vector<MeritLimits> limits(static_cast<size_t>(header.meritFunctions.count()));
+    if (command.isSet(QStringLiteral("limits"))) {
+        const int code = readLimitsFile(command, command.value(QStringLiteral("limits")), header, &limits);
+        if (code >= 0)
+            return code;
+    }
+    // QCommandLineParser keeps every value of a repeated option.
+    QStringList given;
+    for (int i = 1; i < arguments.size(); ++i) {
+        const QString& a = arguments[i];
+        if (a == QLatin1String("--limit") && i + 1 < arguments.size())
+            given << arguments[++i];
+        else if (a.startsWith(QLatin1String("--limit=")))
+            given << a.mid(8);
+    }
+    for (const QString& spec : given) {
+        const int eq = spec.lastIndexOf(QLatin1Char('='));
+        const int colon = spec.indexOf(QLatin1Char(':'), eq + 1);
+        if (eq <= 0 || colon < 0)
+            return command.fail(ExitUsage, QStringLiteral("--limit wants NAME=LO:HI, not '%1'").arg(spec));
+        const int code = setLimit(command, header, spec.left(eq), spec.mid(eq + 1, colon - eq - 1), spec.mid(colon + 1),
+                                  QString(), ExitUsage, &limits);
+        if (code >= 0)
+            return code;
+    }
+
+    const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits);
+
+    for (const char* option : {"csv", "html"}) {
+        if (!command.isSet(QLatin1String(option)))
+            continue;
+        const QString target = command.value(QLatin1String(option));
+        if (!command.checkOutput(target))
+            return ExitFailure;
+        const std::string text = option[0] == 'c' ? statsCsv(all) : statsHtmlPage(header.title.str(), path.toStdString(), all);
+        if (!writeText(command, target, text))
+            return ExitFailure;
+    }
+    if (command.isSet(QStringLiteral("chart"))) {
+        const QString dir = command.value(QStringLiteral("chart"));
+        if (!QDir().mkpath(dir))
+            return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(dir));
+        for (const MeritStatistics& s : all) {
+            const QString stem = QDir(dir).filePath(QStringLiteral("merit%1_").arg(s.merit + 1));
+            if (!writeText(command, stem + QStringLiteral("histogram.svg"), statsHistogramSvg(s)) ||
+                !writeText(command, stem + QStringLiteral("cdf.svg"), statsCdfSvg(s)) ||
+                !writeText(command, stem + QStringLiteral("influence.svg"), statsInfluenceSvg(s)))
+                return ExitFailure;
+        }
+    }
+
+    if (command.json()) {
+        QJsonArray merits;
+        for (const MeritStatistics& s : all)
+            merits.append(statisticsJson(s));
+        printJson(QJsonObject{{QStringLiteral("file"), path},
+                              {QStringLiteral("title"), toQs(header.title)},
+                              {QStringLiteral("runCount"), table.count()},
+                              {QStringLiteral("meritFunctions"), merits}});
+        return ExitOk;
+    }
+    Output out;
+    printText(out, path, header, all);
+    return ExitOk;
+}
+
+int runMerge(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("merge"), QStringLiteral("SHARD... -o MERGED [--renumber] [--json]"),
+                        QStringLiteral("Merges results files of parts of a run set (one per core, job or machine) into one\n"
+                                       "file that reads as all of them: runs keep their case numbers, the header lists the\n"
+                                       "shards and each run records its shard. Case numbers that two shards share are an\n"
+                                       "error unless --renumber, which gives them new numbers above all others and keeps\n"
+                                       "the original shard and case in the run's description."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The merged results file."),
+                      QStringLiteral("MERGED"));
+    command.addOption({QStringLiteral("renumber")}, QStringLiteral("Renumber runs whose case numbers collide."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1000000);
+    if (early >= 0)
+        return early;
+    if (!command.isSet(QStringLiteral("o")))
+        return command.fail(ExitUsage, QStringLiteral("-o MERGED is required"));
+    const QString output = command.value(QStringLiteral("o"));
+    std::vector<YString> shards;
+    for (const QString& shard : command.positional()) {
+        if (!command.checkInput(shard))
+            return ExitFailure;
+        shards.push_back(toYs(shard));
+    }
+    if (!command.checkOutput(output))
+        return ExitFailure;
+    YString message;
+    MswMergeSummary summary;
+    if (!sp_MergeMswFiles(shards, toYs(output), command.isSet(QStringLiteral("renumber")), &message, &summary))
+        return command.fail(ExitFailure, toQs(message));
+
+    if (command.json()) {
+        QJsonArray merits;
+        for (size_t m = 0; m < summary.merits.size(); ++m) {
+            const MomentSummary& s = summary.merits[m];
+            merits.append(QJsonObject{{QStringLiteral("name"), toQs(summary.meritFunctions[m].name)},
+                                      {QStringLiteral("count"), static_cast<qint64>(s.count())},
+                                      {QStringLiteral("nonFinite"), static_cast<qint64>(s.nonFiniteCount())},
+                                      {QStringLiteral("mean"), s.count() ? jsonReal(s.mean()) : QJsonValue()},
+                                      {QStringLiteral("stddev"), s.count() ? jsonReal(s.standardDeviation()) : QJsonValue()}});
+        }
+        QJsonArray runs;
+        for (long long n : summary.shardRuns)
+            runs.append(static_cast<qint64>(n));
+        printJson(QJsonObject{{QStringLiteral("output"), output},
+                              {QStringLiteral("shards"), static_cast<qint64>(shards.size())},
+                              {QStringLiteral("runs"), static_cast<qint64>(summary.runs)},
+                              {QStringLiteral("renumbered"), static_cast<qint64>(summary.renumbered)},
+                              {QStringLiteral("shardRuns"), runs},
+                              {QStringLiteral("meritFunctions"), merits}});
+        return ExitOk;
+    }
+    Output out;
+    out << "merged " << static_cast<long long>(shards.size()) << " files, " << static_cast<long long>(summary.runs)
+        << " runs (" << static_cast<long long>(summary.renumbered) << " renumbered) into " << output << '\n';
+    for (size_t m = 0; m < summary.merits.size(); ++m) {
+        const MomentSummary& s = summary.merits[m];
+        out << "  " << summary.meritFunctions[m].name << ": " << static_cast<long long>(s.count())
+            << " values, mean " << num(s.count() ? s.mean() : std::nan("")) << ", stddev "
+            << num(s.count() ? s.standardDeviation() : std::nan("")) << '\n';
+    }
+    return ExitOk;
+}
