@@ -1,0 +1,327 @@
+// StatsToolTest.cpp - `supportqt stats` and `supportqt merge` run as real processes: limits from the
+// command line and from a file, the text, JSON and CSV against the library's numbers, the HTML page in
+// headless Chromium, the pictures' texts, merged shards, and the GNU parallel example end to end.
+#include "TestHelpers.h"
+
+#include "MswMerge.h"
+#include "RunStatistics.h"
+#include "XMLReport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <QUrl>
+
+#include <cmath>
+
+namespace {
+
+struct Result {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+Result runProgram(const QString& program, const QStringList& arguments,
+                  const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    EXPECT_TRUE(process.waitForStarted(30000)) << program.toStdString();
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(120000)) << program.toStdString();
+    Result r;
+    r.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    r.out = QString::fromUtf8(process.readAllStandardOutput());
+    r.err = QString::fromUtf8(process.readAllStandardError());
+    return r;
+}
+
+Result tool(const QStringList& arguments)
+{
+    return runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments);
+}
+
+const QJsonObject parseJson(const QString& text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
+    return document.object();
+}
+
+XMLReportHeader header()
+{
+    XMLReportHeader h;
+    h.title = "filter <lot 7>";
+    h.meritFunctions.at(0).name = "gain";
+    h.meritFunctions.at(0).value = "max(db(v(out)))";
+    h.meritFunctions.at(1).name = "f3db";
+    h.meritFunctions.at(1).value = "cutoff(v(out),3)";
+    return h;
+}
+
+// Runs `first` .. `first + count - 1`: gain follows R1, f3db follows C1 inversely; run 9 has no finite f3db.
+YHashTable<XMLReportInfo> runs(int first, int count)
+{
+    YHashTable<XMLReportInfo> table;
+    for (int c = first; c < first + count; ++c) {
+        XMLReportInfo r(c);
+        const double d1 = std::sin(c * 1.3) * 0.05, d2 = std::cos(c * 0.7) * 0.1;
+        r.values.at(0).value = 20.0 + 10.0 * d1 + 0.01 * std::sin(c * 5.1);
+        r.values.at(1).value = c == 9 ? std::nan("") : 1000.0 * (1.0 - d2);
+        XMLParameterValue& p1 = r.parameters.at(0);
+        p1.name = "R1";
+        p1.nominal = 1000.0;
+        p1.usedValue = 1000.0 * (1.0 + d1);
+        XMLParameterValue& p2 = r.parameters.at(1);
+        p2.name = "C1";
+        p2.nominal = 1e-9;
+        p2.usedValue = 1e-9 * (1.0 + d2);
+        table.insert(r);
+    }
+    return table;
+}
+
+// Screenshots a page in headless Chromium and checks that it shows something besides the background.
+void expectVisible(const QString& page, const QString& screenshot)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("chromium");
+    const QString chromium = QStandardPaths::findExecutable("chromium");
+    ASSERT_FALSE(chromium.isEmpty()) << "chromium is installed by scripts/deps";
+    const Result r = runProgram(chromium, {"--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+                                           "--window-size=1100,1400", "--screenshot=" + screenshot,
+                                           QUrl::fromLocalFile(page).toString()});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    QImage image(screenshot);
+    ASSERT_FALSE(image.isNull()) << screenshot.toStdString();
+    const QRgb background = image.pixel(image.width() - 1, image.height() - 1);
+    long long differing = 0, red = 0;
+    for (int y = 0; y < image.height(); y += 2)
+        for (int x = 0; x < image.width(); x += 2) {
+            const QRgb p = image.pixel(x, y);
+            differing += p != background;
+            red += qRed(p) > 180 && qGreen(p) < 80 && qBlue(p) < 80; // a failing card's mark and limit lines
+        }
+    EXPECT_GT(static_cast<double>(differing) / (image.width() / 2 * image.height() / 2), 0.05) << "looks blank";
+    EXPECT_GT(red, 50) << "no failing mark in view";
+}
+
+} // namespace
+
+class StatsTool : public TempDirTest {
+protected:
+    QString temp(const std::string& name) const { return QString::fromStdString(path(name)); }
+    QString results(int count = 60)
+    {
+        const QString file = temp("runs.msw");
+        EXPECT_TRUE(sp_WriteMswFile(toYs(file), runs(1, count), header()));
+        return file;
+    }
+};
+
+TEST_F(StatsTool, JsonCarriesTheLibrarysNumbersForTheGivenLimits)
+{
+    const QString file = results();
+    const Result r = tool({"stats", file, "--limit", "gain=19.8:20.2", "--limit", "cutoff(v(out),3)=950:", "--json"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QJsonObject o = parseJson(r.out);
+    EXPECT_EQ(o["runCount"].toInt(), 60);
+    const QJsonArray merits = o["meritFunctions"].toArray();
+    ASSERT_EQ(merits.size(), 2);
+
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader h;
+    ASSERT_TRUE(sp_CompileSensReportData(toYs(file), &table, &h));
+    std::vector<MeritLimits> limits(2);
+    limits[0].hasLower = limits[0].hasUpper = true;
+    limits[0].lower = 19.8;
+    limits[0].upper = 20.2;
+    limits[1].hasLower = true;
+    limits[1].lower = 950;
+    const std::vector<MeritStatistics> expected = sp_ComputeRunStatistics(table, h, limits);
+    for (int m = 0; m < 2; ++m) {
+        const QJsonObject j = merits[m].toObject();
+        const MeritStatistics& s = expected[static_cast<size_t>(m)];
+        EXPECT_EQ(j["count"].toInt(), s.sample.moments().count());
+        EXPECT_EQ(j["mean"].toDouble(), s.sample.moments().mean());
+        EXPECT_EQ(j["percentiles"]["P99.9"].toDouble(), s.percentiles[10]);
+        EXPECT_EQ(j["limits"]["yield"].toDouble(), s.yield);
+        EXPECT_EQ(j["limits"]["cpk"].toDouble(), s.cpk);
+        EXPECT_EQ(j["limits"]["cpkInterval"][0].toDouble(), s.cpkInterval.low);
+        EXPECT_EQ(j["limits"]["failing"].toArray().size(), static_cast<int>(s.failingCases.size()));
+        EXPECT_EQ(j["influence"][0]["name"].toString(), QString::fromUtf8(s.influence[0].name.c_str()));
+        EXPECT_EQ(j["influence"][0]["rho"].toDouble(), s.influence[0].rho);
+        EXPECT_EQ(j["worstCase"]["maximum"]["case"].toInt(), s.atMaximum.caseNumber);
+    }
+    EXPECT_EQ(merits[0]["influence"][0]["name"].toString(), "R1");
+    EXPECT_EQ(merits[1]["influence"][0]["name"].toString(), "C1");
+    EXPECT_LT(merits[1]["influence"][0]["rho"].toDouble(), -0.99);
+    EXPECT_EQ(merits[1]["nonFinite"].toInt(), 1);
+    EXPECT_TRUE(merits[1]["limits"]["upper"].isNull());
+    EXPECT_TRUE(merits[1]["limits"]["cp"].isNull()); // one-sided: no Cp
+    // Run 9's f3db is not a number: it fails the limits and is the first failing run listed.
+    EXPECT_EQ(merits[1]["limits"]["failing"].toArray().contains(9), true);
+    EXPECT_EQ(merits[0]["verdict"].toString(), merits[0]["limits"]["failing"].toArray().isEmpty() ? "pass" : "fail");
+}
+
+TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
+{
+    const QString file = results();
+    writeFileBytes(path("limits.csv"), "name,lower,upper\n# comment\n\ngain,19,21\nf3db,,1200\n");
+    const Result r = tool({"stats", file, "--limits", temp("limits.csv")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("\n  limits 19 to 21: pass, 60 of 60 pass, yield 100% [")) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains("\n  limits none to 1200: fail, 59 of 60 pass, yield 98.3333% [")) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains("], inf sigma\n"));
+    EXPECT_TRUE(r.out.contains("\n  failing runs: 9\n"));
+    // A --limit given on the command line wins over the file's.
+    const Result both = tool({"stats", file, "--limits", temp("limits.csv"), "--limit", "gain=:19.5", "--json"});
+    EXPECT_TRUE(parseJson(both.out)["meritFunctions"][0]["limits"]["lower"].isNull());
+
+    const Result unknown = tool({"stats", file, "--limit", "phase=1:2"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_EQ(unknown.err, "supportqt stats: no merit function named 'phase'; the file has: gain, f3db\n");
+    const Result notNumber = tool({"stats", file, "--limit", "gain=low:2"});
+    EXPECT_EQ(notNumber.code, 2);
+    EXPECT_EQ(notNumber.err, "supportqt stats: the limits of 'gain' are not numbers: 'low' and '2'\n");
+    const Result reversed = tool({"stats", file, "--limit", "gain=3:2"});
+    EXPECT_EQ(reversed.code, 2);
+    const Result shape = tool({"stats", file, "--limit", "gain"});
+    EXPECT_EQ(shape.code, 2);
+    EXPECT_EQ(shape.err, "supportqt stats: --limit wants NAME=LO:HI, not 'gain'\n");
+    writeFileBytes(path("bad.csv"), "gain,1,2\nf3db;1;2\n");
+    const Result badFile = tool({"stats", file, "--limits", temp("bad.csv")});
+    EXPECT_EQ(badFile.code, 1);
+    EXPECT_EQ(badFile.err, "supportqt stats: " + temp("bad.csv") + ":2: expected name,lower,upper\n");
+    const Result missing = tool({"stats", temp("none.msw")});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_TRUE(missing.err.startsWith("supportqt stats: ")) << missing.err.toStdString();
+    EXPECT_EQ(missing.err.count('\n'), 1);
+}
+
+TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const QString file = results();
+    ASSERT_EQ(tool({"stats", file, "--limit", "gain=19.8:20.2", "--csv", temp("s.csv")}).code, 0);
+    const QJsonObject o = parseJson(tool({"stats", file, "--limit", "gain=19.8:20.2", "--json"}).out);
+    // Python's csv module reads the file back as an independent reader.
+    const Result py = runProgram("python3", {"-c", "import csv,json,sys; print(json.dumps(list(csv.DictReader(open(sys.argv[1])))))",
+                                             temp("s.csv")});
+    ASSERT_EQ(py.code, 0) << py.err.toStdString();
+    const QJsonArray rows = QJsonDocument::fromJson(py.out.toUtf8()).array();
+    ASSERT_EQ(rows.size(), 2);
+    EXPECT_EQ(rows[0]["name"].toString(), "gain");
+    EXPECT_EQ(rows[1]["definition"].toString(), "cutoff(v(out),3)"); // quoted: it holds a comma
+    EXPECT_EQ(rows[0]["mean"].toString().toDouble(), o["meritFunctions"][0]["mean"].toDouble());
+    EXPECT_EQ(rows[0]["cpk"].toString().toDouble(), o["meritFunctions"][0]["limits"]["cpk"].toDouble());
+    EXPECT_EQ(rows[0]["P50"].toString().toDouble(), o["meritFunctions"][0]["percentiles"]["P50"].toDouble());
+    EXPECT_EQ(rows[1]["nonfinite"].toString(), "1");
+    EXPECT_EQ(rows[1]["yield"].toString(), ""); // no limits
+}
+
+TEST_F(StatsTool, HtmlPageStandsAloneShowsInChromiumAndItsPicturesHaveNoOverlappingText)
+{
+    const QString file = results(400);
+    const Result r = tool({"stats", file, "--limit", "gain=19.9:20.5", "--limit", "f3db=900:1100", "--html",
+                           temp("page.html"), "--chart", temp("charts")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::string page = readFileBytes(path("page.html"));
+    // No network: nothing is loaded from elsewhere (the only URLs are the SVG namespace's).
+    for (const char* outside : {"src=", "href=\"http", "@import", "url("})
+        EXPECT_EQ(page.find(outside), std::string::npos) << outside;
+    EXPECT_NE(page.find("<title>Run statistics: filter &lt;lot 7&gt;</title>"), std::string::npos);
+    EXPECT_NE(page.find("<table class=\"sortable\" id=\"summary\">"), std::string::npos);
+    EXPECT_NE(page.find("<script>"), std::string::npos);
+    EXPECT_NE(page.find("<section class=\"card fail\" id=\"merit2\">"), std::string::npos);
+    size_t svgs = 0;
+    for (size_t at = page.find("<svg "); at != std::string::npos; at = page.find("<svg ", at + 1))
+        ++svgs;
+    EXPECT_EQ(svgs, 6u);
+    expectVisible(temp("page.html"), temp("page.png"));
+
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const QStringList pictures = QDir(temp("charts")).entryList({"*.svg"}, QDir::Files, QDir::Name);
+    EXPECT_EQ(pictures, (QStringList{"merit1_cdf.svg", "merit1_histogram.svg", "merit1_influence.svg",
+                                     "merit2_cdf.svg", "merit2_histogram.svg", "merit2_influence.svg"}));
+    QStringList arguments{QStringLiteral(SUPPORTQT_TEST_SOURCE_DIR "/tools/check_svg_text.py")};
+    for (const QString& p : pictures)
+        arguments << QDir(temp("charts")).filePath(p);
+    const Result check = runProgram("python3", arguments);
+    ASSERT_EQ(check.code, 0) << check.err.toStdString();
+    for (const QString& line : check.out.split('\n', Qt::SkipEmptyParts)) {
+        const QStringList f = line.split(' ');
+        EXPECT_GE(f.value(1).toInt(), 5) << line.toStdString();
+        EXPECT_EQ(f.value(2), "0") << line.toStdString();
+    }
+}
+
+TEST_F(StatsTool, MergeJoinsShardsAndRefusesCollidingCasesUnlessRenumbered)
+{
+    ASSERT_TRUE(sp_WriteMswFile(toYs(temp("a.msw")), runs(1, 30), header()));
+    ASSERT_TRUE(sp_WriteMswFile(toYs(temp("b.msw")), runs(31, 30), header()));
+    ASSERT_TRUE(sp_WriteMswFile(toYs(temp("c.msw")), runs(50, 5), header()));
+    const Result r = tool({"merge", temp("a.msw"), temp("b.msw"), "-o", temp("m.msw")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.startsWith("merged 2 files, 60 runs (0 renumbered) into " + temp("m.msw") + "\n  gain: 60 values, mean "))
+        << r.out.toStdString();
+    // The merged file's statistics are those of the run set written as one file.
+    ASSERT_TRUE(sp_WriteMswFile(toYs(temp("whole.msw")), runs(1, 60), header()));
+    EXPECT_EQ(tool({"stats", temp("m.msw"), "--json", "--limit", "gain=19:21"}).out.replace(temp("m.msw"), "X"),
+              tool({"stats", temp("whole.msw"), "--json", "--limit", "gain=19:21"}).out.replace(temp("whole.msw"), "X"));
+
+    const Result clash = tool({"merge", temp("a.msw"), temp("b.msw"), temp("c.msw"), "-o", temp("n.msw")});
+    EXPECT_EQ(clash.code, 1);
+    EXPECT_EQ(clash.err, "supportqt merge: case 50 is in both " + temp("b.msw") + " and " + temp("c.msw") +
+                             " (merge with renumbering to keep both)\n");
+    EXPECT_FALSE(QFile::exists(temp("n.msw")));
+    const Result renumbered = tool({"merge", temp("a.msw"), temp("b.msw"), temp("c.msw"), "-o", temp("n.msw"),
+                                    "--renumber", "--json"});
+    ASSERT_EQ(renumbered.code, 0) << renumbered.err.toStdString();
+    const QJsonObject o = parseJson(renumbered.out);
+    EXPECT_EQ(o["runs"].toInt(), 65);
+    EXPECT_EQ(o["renumbered"].toInt(), 5);
+    EXPECT_EQ(o["shardRuns"].toArray(), (QJsonArray{30, 30, 5}));
+    EXPECT_EQ(o["meritFunctions"][1]["nonFinite"].toInt(), 1);
+    EXPECT_EQ(tool({"merge", "-o", temp("x.msw")}).code, 2);
+    EXPECT_EQ(tool({"merge", temp("a.msw")}).code, 2);
+    EXPECT_EQ(tool({"merge", temp("a.msw"), temp("none.msw"), "-o", temp("x.msw")}).code, 1);
+}
+
+TEST_F(StatsTool, TheGnuParallelExampleRunsShardsMergesThemAndWritesStatistics)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("parallel");
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("SUPPORTQT", SUPPORTQT_TOOL_PATH);
+    environment.insert("SHARDS", "6");
+    environment.insert("RUNS", "40");
+    environment.insert("JOBS", "2");
+    environment.insert("HOME", temp("home")); // GNU parallel keeps its state under the home folder
+    QDir().mkpath(temp("home"));
+    const Result r = runProgram("bash", {SUPPORTQT_EXAMPLES_DIR "/cluster/montecarlo_parallel.sh", temp("out")}, environment);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString() << r.out.toStdString();
+    EXPECT_TRUE(r.out.startsWith("merged 6 files, 240 runs (0 renumbered) into " + temp("out") + "/merged.msw\n"))
+        << r.out.toStdString();
+    EXPECT_EQ(QDir(temp("out/shards")).entryList({"*.msw"}, QDir::Files).size(), 6);
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(toYs(temp("out/merged.msw")), YString(SUPPORTQT_SCHEMA_DIR "/msw.xsd"), &message), XmlValidateOk)
+        << message.c_str();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader h;
+    ASSERT_TRUE(sp_CompileSensReportData(toYs(temp("out/merged.msw")), &table, &h));
+    EXPECT_EQ(table.count(), 240);
+    EXPECT_EQ(h.numCores, 6);
+    const std::string text = readFileBytes(path("out/statistics.txt"));
+    EXPECT_NE(text.find("vout = avg(v(out)): 240 runs\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  limits 3.2 to 3.4: "), std::string::npos);
+    EXPECT_NE(text.find("  influence: VIN.DC "), std::string::npos); // the stand-in's vout follows VIN
+    EXPECT_NE(readFileBytes(path("out/statistics.html")).find("<section class=\"card"), std::string::npos);
+}
