@@ -122,8 +122,8 @@ QJsonObject byName(const QJsonArray& params)
 }
 
 
-const QStringList kSubcommands{"netlist", "index", "section", "controls", "results", "validate", "append-merit",
-                               "report", "text", "why", "glob", "regex", "run", "help-url", "demo"};
+const QStringList kSubcommands{"netlist", "index", "section", "controls", "results", "stats", "merge", "validate",
+                               "append-merit", "report", "text", "why", "glob", "regex", "run", "help-url", "demo"};
 
 class Tool : public TempDirTest {
 protected:
