@@ -65,6 +65,9 @@ public:
     /// is x[floor h] + (h - floor h) (x[floor h + 1] - x[floor h]). NaN when there are no values or p is
     /// outside 0..100. Sorts the kept values the first time it is called after a change.
     double percentile(double p) const;
+    /// `count` percentiles at once (`ps[i]` to `out[i]`), as `percentile` gives them, without sorting
+    /// the values: the order statistics needed are selected exactly in a few linear passes.
+    void percentiles(const double* ps, int count, double* out) const;
     /// The finite values, sorted when `percentile` has been called since the last change.
     const std::vector<double>& values() const { return m_values; }
 

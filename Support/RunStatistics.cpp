@@ -57,22 +57,110 @@ void sortFinite(std::vector<double>& values)
     }
 }
 
+// The order statistics of the given ranks (0-based, ascending) of a copy of the values, each selected
+// from what the previous selection left above it.
+void selectDirectly(const double* values, size_t n, const std::vector<size_t>& ranks, std::vector<double>* out)
+{
+    std::vector<double> copy(values, values + n);
+    size_t from = 0;
+    for (size_t r : ranks) {
+        std::nth_element(copy.begin() + static_cast<std::ptrdiff_t>(from), copy.begin() + static_cast<std::ptrdiff_t>(r),
+                         copy.end());
+        out->push_back(copy[r]);
+        from = r; // everything before r is now no larger than copy[r]
+    }
+}
+
+// The order statistics of the given ranks (0-based, ascending) of finite values, without sorting them
+// all: a histogram of 65536 equal bins between the smallest and largest value finds the bin of each
+// rank, one more pass gathers the values of those bins, and each rank is selected among them (again
+// by bins when a bin holds many different values). Exact, and two linear passes in the usual case.
+void orderStatistics(const double* values, size_t n, double low, double high, const std::vector<size_t>& ranks,
+                     std::vector<double>* out)
+{
+    constexpr size_t kBins = 65536;
+    if (!(high > low)) { // every value is the same
+        for (size_t i = 0; i < ranks.size(); ++i)
+            out->push_back(low);
+        return;
+    }
+    if (n <= 4 * kBins || !std::isfinite(high - low)) {
+        selectDirectly(values, n, ranks, out);
+        return;
+    }
+    // x -> bin is monotone, so the bins hold consecutive runs of the sorted values.
+    const double scale = static_cast<double>(kBins) / (high - low);
+    const auto binOf = [low, scale](double x) {
+        const double b = (x - low) * scale;
+        return b >= static_cast<double>(kBins - 1) ? kBins - 1 : static_cast<size_t>(b);
+    };
+    std::vector<uint32_t> counts(kBins, 0);
+    for (size_t i = 0; i < n; ++i)
+        ++counts[binOf(values[i])];
+    // For each rank: its bin and its rank within the bin.
+    std::vector<int> slot(kBins, -1);
+    std::vector<size_t> wanted; // bins, in order
+    std::vector<std::pair<int, size_t>> where;
+    size_t below = 0, bin = 0;
+    for (size_t r : ranks) {
+        while (below + counts[bin] <= r) {
+            below += counts[bin];
+            ++bin;
+        }
+        if (slot[bin] < 0) {
+            slot[bin] = static_cast<int>(wanted.size());
+            wanted.push_back(bin);
+        }
+        where.emplace_back(slot[bin], r - below);
+    }
+    std::vector<std::vector<double>> gathered(wanted.size());
+    for (size_t k = 0; k < wanted.size(); ++k)
+        gathered[k].reserve(counts[wanted[k]]);
+    for (size_t i = 0; i < n; ++i) {
+        const int k = slot[binOf(values[i])];
+        if (k >= 0)
+            gathered[static_cast<size_t>(k)].push_back(values[i]);
+    }
+    for (size_t k = 0; k < wanted.size(); ++k) {
+        std::vector<double>& g = gathered[k];
+        std::vector<size_t> local;
+        for (const auto& [s, r] : where)
+            if (s == static_cast<int>(k))
+                local.push_back(r);
+        local.erase(std::unique(local.begin(), local.end()), local.end());
+        const auto [lo, hi] = std::minmax_element(g.begin(), g.end());
+        std::vector<double> found;
+        // A bin that holds every value (bins too coarse for its spread) is selected from directly.
+        if (g.size() == n)
+            selectDirectly(g.data(), g.size(), local, &found);
+        else
+            orderStatistics(g.data(), g.size(), *lo, *hi, local, &found);
+        for (size_t j = 0; j < local.size(); ++j)
+            g[local[j]] = found[j]; // the bin's values are no longer needed in their order
+        std::vector<size_t>().swap(local);
+    }
+    for (const auto& [s, r] : where)
+        out->push_back(gathered[static_cast<size_t>(s)][r]);
+}
+
 // Average ranks (1-based) of a sample; ties share the mean of the ranks they span.
 std::vector<double> averageRanks(const std::vector<double>& x)
 {
+    // Values sorted beside their positions: one contiguous array sorts much faster than positions
+    // compared through the values.
     const size_t n = x.size();
-    std::vector<size_t> order(n);
+    std::vector<std::pair<double, size_t>> order(n);
     for (size_t i = 0; i < n; ++i)
-        order[i] = i;
-    std::sort(order.begin(), order.end(), [&x](size_t a, size_t b) { return x[a] < x[b]; });
+        order[i] = {x[i], i};
+    std::sort(order.begin(), order.end());
     std::vector<double> ranks(n);
     for (size_t i = 0; i < n;) {
         size_t j = i + 1;
-        while (j < n && x[order[j]] == x[order[i]])
+        while (j < n && order[j].first == order[i].first)
             ++j;
         const double rank = (static_cast<double>(i + 1) + static_cast<double>(j)) / 2.0;
         for (size_t k = i; k < j; ++k)
-            ranks[order[k]] = rank;
+            ranks[order[k].second] = rank;
         i = j;
     }
     return ranks;
@@ -172,8 +260,7 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
 {
     s->sample.addBlock(values.data(), cases.data(), values.size());
     const MomentSummary& m = s->sample.moments();
-    for (int i = 0; i < kRunStatisticsPercentileCount; ++i)
-        s->percentiles[i] = s->sample.percentile(kRunStatisticsPercentiles[i]);
+    s->sample.percentiles(kRunStatisticsPercentiles, kRunStatisticsPercentileCount, s->percentiles);
     if (const XMLReportInfo* nominal = findCase(table, 1); nominal && nominal->values.count() > s->merit) {
         s->hasNominal = true;
         s->nominal = nominal->values[s->merit].value;
@@ -237,24 +324,40 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
 
 // Spearman's rho of every parameter with the merit function over `runs` (the runs with a finite
 // value, in table order), ranked by magnitude.
-void fillInfluence(MeritStatistics* s, const std::vector<const XMLReportInfo*>& runs, const std::vector<double>& values,
-                   const std::vector<YString>& names, const std::unordered_map<std::string, int>& columns)
+// The average ranks of every parameter's deviation over `runs` (0 where a run did not change it). A
+// run's parameters are looked up by position first, since runs usually list them in the same order.
+std::vector<std::vector<double>> parameterRanks(const std::vector<const XMLReportInfo*>& runs,
+                                                const std::vector<YString>& names,
+                                                const std::unordered_map<std::string, int>& columns)
 {
-    if (names.empty() || runs.size() < 2)
-        return;
-    const std::vector<double> valueRanks = averageRanks(values);
     std::vector<std::vector<double>> deviations(names.size(), std::vector<double>(runs.size(), 0.0));
     for (size_t r = 0; r < runs.size(); ++r) {
         const XMLReportInfo& run = *runs[r];
         for (int i = 0; i < run.parameters.count(); ++i) {
             const XMLParameterValue& p = run.parameters[i];
-            auto it = columns.find(p.name.str());
-            if (it != columns.end())
-                deviations[static_cast<size_t>(it->second)][r] = deviationOf(p);
+            size_t column = static_cast<size_t>(i);
+            if (column >= names.size() || !(names[column] == p.name)) {
+                auto it = columns.find(p.name.str());
+                if (it == columns.end())
+                    continue;
+                column = static_cast<size_t>(it->second);
+            }
+            deviations[column][r] = deviationOf(p);
         }
     }
+    for (std::vector<double>& d : deviations)
+        d = averageRanks(d);
+    return deviations;
+}
+
+void fillInfluence(MeritStatistics* s, const std::vector<double>& values, const std::vector<YString>& names,
+                   const std::vector<std::vector<double>>& ranks)
+{
+    if (names.empty() || values.size() < 2)
+        return;
+    const std::vector<double> valueRanks = averageRanks(values);
     for (size_t c = 0; c < names.size(); ++c)
-        s->influence.push_back({names[c], pearson(averageRanks(deviations[c]), valueRanks)});
+        s->influence.push_back({names[c], pearson(ranks[c], valueRanks)});
     std::stable_sort(s->influence.begin(), s->influence.end(), [](const ParameterInfluence& a, const ParameterInfluence& b) {
         const bool an = std::isnan(a.rho), bn = std::isnan(b.rho);
         if (an || bn)
@@ -418,6 +521,41 @@ void SampleSummary::sort() const
     }
 }
 
+void SampleSummary::percentiles(const double* ps, int count, double* out) const
+{
+    const size_t n = m_values.size();
+    if (m_sorted || n == 0) {
+        for (int i = 0; i < count; ++i)
+            out[i] = percentile(ps[i]);
+        return;
+    }
+    // The two order statistics around each percentile's position, selected all at once.
+    std::vector<size_t> ranks;
+    for (int i = 0; i < count; ++i) {
+        if (!(ps[i] >= 0.0 && ps[i] <= 100.0))
+            continue;
+        const size_t lo = std::min(static_cast<size_t>(static_cast<double>(n - 1) * ps[i] / 100.0), n - 1);
+        ranks.push_back(lo);
+        ranks.push_back(std::min(lo + 1, n - 1));
+    }
+    std::sort(ranks.begin(), ranks.end());
+    ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
+    std::vector<double> found;
+    orderStatistics(m_values.data(), n, m_moments.minimum(), m_moments.maximum(), ranks, &found);
+    const auto at = [&](size_t r) { return found[static_cast<size_t>(std::lower_bound(ranks.begin(), ranks.end(), r) - ranks.begin())]; };
+    for (int i = 0; i < count; ++i) {
+        const double p = ps[i];
+        if (!(p >= 0.0 && p <= 100.0)) {
+            out[i] = kNaN;
+            continue;
+        }
+        const double h = static_cast<double>(n - 1) * p / 100.0;
+        const size_t lo = std::min(static_cast<size_t>(h), n - 1);
+        const double a = at(lo);
+        out[i] = lo + 1 >= n ? a : a + (h - static_cast<double>(lo)) * (at(lo + 1) - a);
+    }
+}
+
 double SampleSummary::percentile(double p) const
 {
     if (m_values.empty() || !(p >= 0.0 && p <= 100.0))
@@ -521,6 +659,9 @@ namespace {
 struct Columns {
     std::vector<YString> names;
     std::unordered_map<std::string, int> index;
+    /// Ranks of every parameter's deviation over all runs, made when a merit function first needs them.
+    std::vector<std::vector<double>> allRanks;
+    bool ranked = false;
 };
 
 Columns parameterColumns(const std::vector<const XMLReportInfo*>& runs)
@@ -535,22 +676,19 @@ Columns parameterColumns(const std::vector<const XMLReportInfo*>& runs)
     return c;
 }
 
+// One merit function's values and their case numbers, in table order.
+struct MeritColumn {
+    std::vector<double> values;
+    std::vector<int> cases;
+};
+
 MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::vector<const XMLReportInfo*>& runs,
-                           int merit, const MeritLimits& limits, const Columns* columns)
+                           int merit, const MeritColumn& column, const MeritLimits& limits, Columns* columns)
 {
     MeritStatistics s;
     s.merit = merit;
     s.limits = limits;
-    std::vector<double> values;
-    std::vector<int> cases;
-    values.reserve(runs.size());
-    cases.reserve(runs.size());
-    for (const XMLReportInfo* run : runs)
-        if (run->values.count() > merit) {
-            values.push_back(run->values[merit].value);
-            cases.push_back(run->caseNumber);
-        }
-    fillStatistics(&s, table, values, cases);
+    fillStatistics(&s, table, column.values, column.cases);
     if (s.sample.moments().count() > 0) {
         s.atMinimum = {s.sample.moments().minimumCase(), s.sample.moments().minimum(),
                        deviationsOf(findCase(table, s.sample.moments().minimumCase()))};
@@ -565,9 +703,50 @@ MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::ve
                 finiteRuns.push_back(run);
                 finiteValues.push_back(run->values[merit].value);
             }
-        fillInfluence(&s, finiteRuns, finiteValues, columns->names, columns->index);
+        // The parameters' ranks over all runs serve every merit function that has a finite value in each.
+        if (finiteRuns.size() == runs.size()) {
+            if (!columns->ranked) {
+                columns->allRanks = parameterRanks(runs, columns->names, columns->index);
+                columns->ranked = true;
+            }
+            fillInfluence(&s, finiteValues, columns->names, columns->allRanks);
+        } else {
+            fillInfluence(&s, finiteValues, columns->names, parameterRanks(finiteRuns, columns->names, columns->index));
+        }
     }
     return s;
+}
+
+// The values of merit functions 0 .. count - 1, gathered in one pass over the runs.
+std::vector<MeritColumn> meritColumns(const std::vector<const XMLReportInfo*>& runs, int first, int count)
+{
+    std::vector<MeritColumn> out(static_cast<size_t>(std::max(count, 0)));
+    for (MeritColumn& c : out) {
+        c.values.reserve(runs.size());
+        c.cases.reserve(runs.size());
+    }
+    // Each record and each of its values is an allocation of its own: fetching the ones a few runs ahead
+    // keeps several memory reads in flight instead of waiting for each in turn.
+    const size_t n = runs.size();
+    for (size_t i = 0; i < n; ++i) {
+#if defined(__GNUC__) || defined(__clang__)
+        if (i + 64 < n)
+            __builtin_prefetch(runs[i + 64]);
+        if (i + 32 < n) {
+            const XMLReportInfo* ahead = runs[i + 32];
+            for (int m = first; m < first + count && m < ahead->values.count(); m += 2)
+                __builtin_prefetch(&ahead->values[m]);
+        }
+#endif
+        const XMLReportInfo* run = runs[i];
+        const int have = std::min(run->values.count() - first, count);
+        for (int m = 0; m < have; ++m) {
+            MeritColumn& c = out[static_cast<size_t>(m)];
+            c.values.push_back(run->values[first + m].value);
+            c.cases.push_back(run->caseNumber);
+        }
+    }
+    return out;
 }
 
 std::vector<const XMLReportInfo*> runsOf(const YHashTable<XMLReportInfo>& table)
@@ -588,7 +767,9 @@ MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table
     Columns columns;
     if (influence)
         columns = parameterColumns(runs);
-    return computeOne(table, runs, merit, limits, influence ? &columns : nullptr);
+    const std::vector<MeritColumn> column = meritColumns(runs, merit, merit >= 0 ? 1 : 0);
+    return computeOne(table, runs, merit, column.empty() ? MeritColumn() : column[0], limits,
+                      influence ? &columns : nullptr);
 }
 
 std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportInfo>& table,
@@ -600,10 +781,13 @@ std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportI
     if (influence)
         columns = parameterColumns(runs);
     std::vector<MeritStatistics> out;
+    std::vector<MeritColumn> merits = meritColumns(runs, 0, header.meritFunctions.count());
     for (int m = 0; m < header.meritFunctions.count(); ++m) {
         const MeritLimits none;
-        out.push_back(computeOne(table, runs, m, static_cast<size_t>(m) < limits.size() ? limits[static_cast<size_t>(m)] : none,
+        out.push_back(computeOne(table, runs, m, merits[static_cast<size_t>(m)],
+                                 static_cast<size_t>(m) < limits.size() ? limits[static_cast<size_t>(m)] : none,
                                  influence ? &columns : nullptr));
+        merits[static_cast<size_t>(m)] = MeritColumn(); // its memory is not needed any more
         out.back().name = header.meritFunctions[m].name;
         out.back().definition = header.meritFunctions[m].value;
     }

@@ -221,6 +221,43 @@ TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
     EXPECT_TRUE(std::isnan(sp_ChiSquareQuantile(0.5, 0)));
 }
 
+TEST(RunStatistics, PercentilesBySelectionEqualThoseOfTheSortedValues)
+{
+    // Above 262,144 values the percentiles are selected through histograms instead of sorting: check
+    // them against the sorted values for spread values, for values bunched by a far outlier (the
+    // selection recurses into one crowded bin), and for values with many ties.
+    std::mt19937_64 random(11);
+    std::lognormal_distribution<double> spread(0.0, 2.0);
+    std::uniform_int_distribution<int> three(0, 2);
+    std::vector<std::vector<double>> samples(4);
+    for (int i = 0; i < 300001; ++i) {
+        samples[0].push_back(spread(random) - 5.0);
+        samples[1].push_back(spread(random));
+        samples[2].push_back(three(random));
+        samples[3].push_back(spread(random));
+    }
+    samples[1][1234] = 1e300;
+    samples[1][4321] = -1e300;
+    // A range wider than the largest double: the bins cannot be formed and the values are selected directly.
+    samples[3][5] = 1.7e308;
+    samples[3][6] = -1.7e308;
+    const double ps[] = {0, 0.1, 1, 5, 10, 25, 50, 75, 90, 95, 99, 99.9, 99.99, 100, 101};
+    for (const std::vector<double>& values : samples) {
+        SampleSummary selected;
+        selected.addBlock(values.data(), nullptr, values.size());
+        SampleSummary sorted = selected;
+        double out[15];
+        selected.percentiles(ps, 15, out);
+        for (int i = 0; i < 15; ++i) {
+            const double expected = sorted.percentile(ps[i]);
+            if (std::isnan(expected))
+                EXPECT_TRUE(std::isnan(out[i])) << ps[i];
+            else
+                EXPECT_EQ(out[i], expected) << ps[i];
+        }
+    }
+}
+
 // ------------------------------------------------------------------------------------------ merging
 
 TEST(RunStatistics, SummariesOfPartsMergeIntoTheSummaryOfTheWhole)
