@@ -59,12 +59,18 @@ struct Shard {
     std::vector<YRef<YDomElement>> steps; // "step" elements
 };
 
-bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain, Shard* shard)
+// As the reader does: a file that appends itself (through any chain) fails, and a file appended twice
+// is read once.
+bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain,
+             std::unordered_set<std::string>* read, Shard* shard)
 {
     const QFileInfo info(toQs(path));
     const std::string key = (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
-    if (!chain->insert(key).second)
-        return false; // a file that appends itself
+    if (chain->count(key))
+        return false;
+    if (!read->insert(key).second)
+        return true;
+    chain->insert(key);
     YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
     YRef<YDomElement> root;
     bool ok = document->load(path.c_str()) && (root = document->getRoot()) && sp_TestMswVersion(root);
@@ -73,7 +79,7 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
         if (nameIs(child, "append")) {
             for (YRef<YDomElement> file = child->firstChildElement(); file && ok; file = file->nextSiblingElement())
                 if (nameIs(file, "file"))
-                    ok = depth + 1 < kMaxAppendDepth && collect(file->getAttribute("path"), depth + 1, chain, shard);
+                    ok = depth + 1 < kMaxAppendDepth && collect(file->getAttribute("path"), depth + 1, chain, read, shard);
         } else if (nameIs(child, "header")) {
             shard->headers.push_back(child);
         } else if (nameIs(child, "meritfunction")) {
@@ -90,8 +96,8 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
 
 bool loadShard(const YString& path, Shard* shard)
 {
-    std::unordered_set<std::string> chain;
-    return collect(path, 0, &chain, shard);
+    std::unordered_set<std::string> chain, read;
+    return collect(path, 0, &chain, &read, shard);
 }
 
 // The case numbers of a shard, each once, in the order met.
