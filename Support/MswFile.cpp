@@ -35,14 +35,37 @@ const long long kMaxDenseFactor = 64;
 
 bool nameIs(const YRef<YDomElement>& element, const char* name) { return element->tagName().equalsNoCase(name); }
 
-// The record of `caseNumber`, created when missing.
-XMLReportInfo* recordOf(YHashTable<XMLReportInfo>* table, int caseNumber)
+// What one compile has read so far: the depth of the file being read, the files read (each is read
+// once, so that files appending each other cannot multiply the work), the chain of files that append
+// the one being read, the merit values met, and the records of small case numbers by number.
+struct ReadContext {
+    int depth = 0;
+    std::unordered_set<std::string> files;
+    std::vector<std::string> chain;
+    long long values = 0;
+    std::vector<XMLReportInfo*> byCase;
+};
+
+// The record of `caseNumber`, created when missing. Case numbers up to four times the runs read (and
+// 4096) are looked up in a plain array first: a probe of the hash table reads the record itself, a cache
+// miss for every value of a large run set, which made reading grow faster than the file.
+XMLReportInfo* recordOf(YHashTable<XMLReportInfo>* table, int caseNumber, ReadContext* context)
 {
+    const size_t slot = static_cast<size_t>(caseNumber);
+    const bool direct = caseNumber >= 0 && slot < 4 * static_cast<size_t>(table->count()) + 4096;
+    if (direct && slot < context->byCase.size() && context->byCase[slot])
+        return context->byCase[slot];
     XMLReportInfo probe;
     probe.caseNumber = caseNumber;
-    if (XMLReportInfo* found = table->find(probe))
-        return found;
-    return table->insert(XMLReportInfo(caseNumber));
+    XMLReportInfo* record = table->find(probe);
+    if (!record)
+        record = table->insert(XMLReportInfo(caseNumber));
+    if (direct) {
+        if (slot >= context->byCase.size())
+            context->byCase.resize(slot + 1, nullptr);
+        context->byCase[slot] = record; // records keep their address: the table owns each one apart
+    }
+    return record;
 }
 
 void readHeader(const YRef<YDomElement>& element, XMLReportHeader* header)
@@ -60,16 +83,6 @@ void readHeader(const YRef<YDomElement>& element, XMLReportHeader* header)
     header->group = textOr("group");
 }
 
-// What one compile has read so far: the depth of the file being read, the files read (each is read
-// once, so that files appending each other cannot multiply the work), the chain of files that append
-// the one being read, and the merit values met.
-struct ReadContext {
-    int depth = 0;
-    std::unordered_set<std::string> files;
-    std::vector<std::string> chain;
-    long long values = 0;
-};
-
 void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
                        ReadContext* context)
 {
@@ -78,20 +91,20 @@ void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInf
     for (YRef<YDomElement> child = element->firstChildElement(); child; child = child->nextSiblingElement()) {
         if (!nameIs(child, "sensval"))
             continue;
-        XMLReportInfo* record = recordOf(table, child->getAttributeInt("case", 0));
+        XMLReportInfo* record = recordOf(table, child->getAttributeInt("case", 0), context);
         record->values.at(index).value = child->getAttributeDouble("value", 0.0);
         ++context->values;
     }
 }
 
-void readSteps(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table)
+void readSteps(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, ReadContext* context)
 {
     for (YRef<YDomElement> step = element->firstChildElement(); step; step = step->nextSiblingElement()) {
         if (!nameIs(step, "step"))
             continue;
         const YString name = step->getAttribute("name");
         const YString description = step->getAttribute("description");
-        XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0));
+        XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0), context);
         if (step->hasAttribute("seed")) {
             record->seed = step->getAttributeInt64("seed", 0);
             record->hasSeed = true;
@@ -170,7 +183,7 @@ bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLR
         } else if (nameIs(child, "meritfunction")) {
             readMeritFunction(child, table, header, context);
         } else if (nameIs(child, "steps")) {
-            readSteps(child, table);
+            readSteps(child, table, context);
         }
     }
     return ok;

@@ -1,4 +1,4 @@
-// ResultsBench.cpp - timings of reading and writing results files of 10,000 and 100,000 runs.
+// ResultsBench.cpp - timings of reading and writing results files of 10,000, 100,000 and 1,000,000 runs.
 // The inputs come from scripts/benchdata.py; the folder is named by SUPPORTQT_BENCH_DATA.
 #include "FileServices.h"
 #include "Reports.h"
@@ -32,6 +32,7 @@ void readResults(benchmark::State& state, const char* name)
     }
 }
 
+void BM_CompileSensReport1M(benchmark::State& state) { readResults(state, "results_1m.msw"); }
 void BM_CompileSensReport100k(benchmark::State& state) { readResults(state, "results_100k.msw"); }
 void BM_CompileSensReport10k(benchmark::State& state) { readResults(state, "results_10k.msw"); }
 void BM_CompileSensReportSequential(benchmark::State& state) { readResults(state, "results_sequential.msw"); }
@@ -57,6 +58,7 @@ void BM_WriteMswFile100k(benchmark::State& state)
 
 } // namespace
 
+BENCHMARK(BM_CompileSensReport1M)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CompileSensReport100k)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_CompileSensReport10k)->Unit(benchmark::kMillisecond)->MinTime(0.5);
 BENCHMARK(BM_CompileSensReportSequential)->Unit(benchmark::kMillisecond)->MinTime(0.5);

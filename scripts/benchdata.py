@@ -88,29 +88,33 @@ def write_library(path, single_path, loc_path, size, seed):
 
 def write_results(path, runs, seed, step=1):
     """A results file as the library writes it: 4 merit functions, 3 parameters per run, run names
-    whose labels collide at the lower detail levels. The case numbers are step, 2 step, 3 step..."""
+    whose labels collide at the lower detail levels. The case numbers are step, 2 step, 3 step...
+    Written a part at a time, so that a million runs do not need the whole text in memory."""
     rng = random.Random(seed)
-    out = ['<?xml version="1.0"?>\n<msw xmlns="http://results.example.net/schemas/application/msw/" '
-           'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
-           'xsi:schemaLocation="http://results.example.net/schemas/application/msw '
-           'https://results.example.net/schemas/application/msw.xsd" version="1.0" rev="1">\n',
-           '\t<header analysis=".mc %d tran" date="2026-11-22" numcores="4" title="bench" group="g" />\n' % runs]
-    for m in range(4):
-        out.append('\t<meritfunction value="max(v(n%d))" name="M%d">\n' % (m, m))
-        out.extend('\t\t<sensval case="%d" value="%r" />\n' % (c * step, 1.0 + rng.random()) for c in range(1, runs + 1))
-        out.append('\t</meritfunction>\n')
-    out.append('\t<steps>\n')
-    for c in range(1, runs + 1):
-        out.append('\t\t<step name="Refdes:R%d/DevParam:R/Term:%d" case="%d" seed="%d">\n'
-                   % (c % 5000, c % 7, c * step, (1 << 40) + c))
-        for k in range(3):
-            nom = 1000.0 * (k + 1)
-            out.append('\t\t\t<parameter name="P%d" nom="%r" usedvalue="%r" tol="0.05" />\n'
-                       % (k, nom, nom * (1 + (rng.random() - 0.5) / 10)))
-        out.append('\t\t</step>\n')
-    out.append('\t</steps>\n</msw>\n')
     with open(path, "w") as f:
-        f.write("".join(out))
+        f.write('<?xml version="1.0"?>\n<msw xmlns="http://results.example.net/schemas/application/msw/" '
+                'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
+                'xsi:schemaLocation="http://results.example.net/schemas/application/msw '
+                'https://results.example.net/schemas/application/msw.xsd" version="1.0" rev="1">\n')
+        f.write('\t<header analysis=".mc %d tran" date="2026-11-22" numcores="4" title="bench" group="g" />\n' % runs)
+        for m in range(4):
+            f.write('\t<meritfunction value="max(v(n%d))" name="M%d">\n' % (m, m))
+            f.write("".join('\t\t<sensval case="%d" value="%r" />\n' % (c * step, 1.0 + rng.random())
+                            for c in range(1, runs + 1)))
+            f.write('\t</meritfunction>\n')
+        f.write('\t<steps>\n')
+        for first in range(1, runs + 1, 10000):
+            out = []
+            for c in range(first, min(first + 10000, runs + 1)):
+                out.append('\t\t<step name="Refdes:R%d/DevParam:R/Term:%d" case="%d" seed="%d">\n'
+                           % (c % 5000, c % 7, c * step, (1 << 40) + c))
+                for k in range(3):
+                    nom = 1000.0 * (k + 1)
+                    out.append('\t\t\t<parameter name="P%d" nom="%r" usedvalue="%r" tol="0.05" />\n'
+                               % (k, nom, nom * (1 + (rng.random() - 0.5) / 10)))
+                out.append('\t\t</step>\n')
+            f.write("".join(out))
+        f.write('\t</steps>\n</msw>\n')
 
 
 def main():
@@ -121,6 +125,10 @@ def main():
         write_results(os.path.join(folder, "results_100k.msw"), 100000, 3)
         write_results(os.path.join(folder, "results_10k.msw"), 10000, 4)
         open(results_stamp, "w").close()
+    million_stamp = os.path.join(folder, "results-1m.v1")
+    if not os.path.exists(million_stamp):
+        write_results(os.path.join(folder, "results_1m.msw"), 1000000, 6)
+        open(million_stamp, "w").close()
     spread_stamp = os.path.join(folder, "results-spread.v1")
     if not os.path.exists(spread_stamp):
         # The same runs numbered 1, 2, 3... and 32768, 65536, 98304...: the hash table must not care.

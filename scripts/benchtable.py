@@ -37,6 +37,8 @@ CASES = [
      ("cmd", "python3 {scripts}/benchmsw.py {data}/results_100k.msw"), 0.2),
     ("sp_CompileSensReportData, 100k vs 10k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),
      ("bench", "supportqt_bench_results", "BM_CompileSensReport10k"), 12.0),
+    ("sp_CompileSensReportData, 1M vs 100k runs", ("supportqt_bench_results", "BM_CompileSensReport1M"),
+     ("bench", "supportqt_bench_results", "BM_CompileSensReport100k"), 11.0),
     ("sp_CompileSensReportData, 65535 runs, cases 32768 apart vs 1 apart",
      ("supportqt_bench_results", "BM_CompileSensReportSpread"),
      ("bench", "supportqt_bench_results", "BM_CompileSensReportSequential"), 2.0),
