@@ -329,6 +329,13 @@ const char* yieldClass(double y)
     return y >= 0.9973 ? "good" : y >= 0.95 ? "fair" : "poor";
 }
 
+// The verdict's colour in the summary table: green when every run passes, red when some run fails.
+const char* verdictClass(const MeritStatistics& s)
+{
+    const std::string v = statsVerdict(s);
+    return v == "pass" ? "good" : v == "fail" ? "poor" : "";
+}
+
 std::string cell(double v, const std::string& shown, const char* cls = "")
 {
     const std::string key = std::isnan(v) ? std::string() : fmt("%.17g", v);
@@ -369,7 +376,8 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
              cell(m.mean(), show(m.mean())) + cell(m.standardDeviation(), show(m.standardDeviation())) +
              cell(m.minimum(), show(m.minimum())) + cell(m.maximum(), show(m.maximum())) +
              cell(s.yield, percent(s.yield), yieldClass(s.yield)) + cell(s.cpk, show(s.cpk)) +
-             "<td class=\"name\" data-v=\"" + statsVerdict(s) + "\">" + statsVerdict(s) + "</td></tr>\n";
+             "<td class=\"name " + verdictClass(s) + "\" data-v=\"" + statsVerdict(s) + "\">" + statsVerdict(s) +
+             "</td></tr>\n";
     }
     h += "</tbody>\n</table>\n<script>\n" + std::string(kSortScript) + "</script>\n";
 
