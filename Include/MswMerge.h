@@ -36,7 +36,8 @@ struct MswMergeSummary {
 ///
 /// The output is written whole or not at all (a temporary file renamed over it). False with a one-line
 /// reason in `*message` (when not null) when a shard cannot be read, the merit functions differ, a case
-/// number collides without `renumber`, there are no shards, or the output cannot be written. `summary`
+/// number collides without `renumber`, there are no shards, the output would be too large for the
+/// reader (`YDomDocument::kMaxFileBytes`), or the output cannot be written. `summary`
 /// (when not null) is filled on success.
 [[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                                                   bool renumber, YString* message, MswMergeSummary* summary);

@@ -321,6 +321,14 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         }
         text += "\t<shards>\n" + shardsElement + "\t</shards>\n";
 
+        // The reader takes files of at most YDomDocument::kMaxFileBytes: a larger output could not be read.
+        long long total = static_cast<long long>(text.size()) + stepsPart.size() + 64;
+        for (size_t m = 0; m < merits.size(); ++m)
+            total += meritParts[m]->size() + 64 + static_cast<long long>(merits[m].value.length() + merits[m].name.length()) * 6;
+        if (total > YDomDocument::kMaxFileBytes)
+            return fail(message, "the merged file would be larger than " + std::to_string(YDomDocument::kMaxFileBytes) +
+                                     " bytes, the most a results file can be read from");
+
         const QString target = toQs(output);
         QSaveFile out(target);
         if (!out.open(QIODevice::WriteOnly))
