@@ -34,10 +34,10 @@ struct MswMergeSummary {
 /// "shardcase" (the original number), and its description becomes the original one (or "Run=" and the
 /// original number) followed by " (shard K case N)".
 ///
-/// The output is written whole or not at all (a temporary file renamed over it). False with a one-line
-/// reason in `*message` (when not null) when a shard cannot be read, the merit functions differ, a case
-/// number collides without `renumber`, there are no shards, the output would be too large for the
-/// reader (`YDomDocument::kMaxFileBytes`), or the output cannot be written. `summary`
+/// The output is written as `sp_ReplaceFileContent` writes a file: whole or not at all. False with a
+/// one-line reason in `*message` (when not null) when a shard cannot be read, the merit functions
+/// differ, a case number collides without `renumber`, there are no shards, the output would be too
+/// large for the reader (`YDomDocument::kMaxFileBytes`), or the output cannot be written. `summary`
 /// (when not null) is filled on success.
 [[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                                                   bool renumber, YString* message, MswMergeSummary* summary);

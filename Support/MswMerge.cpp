@@ -3,6 +3,7 @@
 // together from them at the end, so memory holds one shard and the per-merit summaries.
 #include "MswMerge.h"
 
+#include "FileReplace.h"
 #include "QtSupport.h"
 #include "TextServices.h"
 #include "XMLReport.h"
@@ -11,7 +12,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QTemporaryFile>
 
 #include <algorithm>
@@ -128,7 +128,7 @@ bool fail(YString* message, const std::string& text)
     return false;
 }
 
-bool copyInto(QSaveFile& out, QTemporaryFile& part)
+bool copyInto(QIODevice& out, QTemporaryFile& part)
 {
     if (!part.flush() || !part.seek(0))
         return false;
@@ -329,18 +329,21 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             return fail(message, "the merged file would be larger than " + std::to_string(YDomDocument::kMaxFileBytes) +
                                      " bytes, the most a results file can be read from");
 
-        const QString target = toQs(output);
-        QSaveFile out(target);
-        if (!out.open(QIODevice::WriteOnly))
-            return fail(message, "cannot write " + std::string(output.c_str()) + ": " + out.errorString().toStdString());
-        bool ok = writeText(out, text);
-        for (size_t m = 0; ok && m < merits.size(); ++m) {
-            ok = writeText(out, "\t<meritfunction" + attr("value", merits[m].value) + attr("name", merits[m].name) + ">\n") &&
-                 copyInto(out, *meritParts[m]) && writeText(out, "\t</meritfunction>\n");
-        }
-        ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart) && writeText(out, "\t</steps>\n</msw>\n");
-        if (!ok || !out.commit())
-            return fail(message, "cannot write " + std::string(output.c_str()) + ": " + out.errorString().toStdString());
+        // Written as every results file is: complete or not at all, keeping the old file's permissions.
+        const bool written = sp_ReplaceFileWith(output, [&](const YString& pathToWrite) {
+            QFile out(toQs(pathToWrite));
+            if (!out.open(QIODevice::WriteOnly))
+                return false;
+            bool ok = writeText(out, text);
+            for (size_t m = 0; ok && m < merits.size(); ++m)
+                ok = writeText(out, "\t<meritfunction" + attr("value", merits[m].value) + attr("name", merits[m].name) +
+                                        ">\n") &&
+                     copyInto(out, *meritParts[m]) && writeText(out, "\t</meritfunction>\n");
+            ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart) && writeText(out, "\t</steps>\n</msw>\n");
+            return ok && out.flush();
+        });
+        if (!written)
+            return fail(message, "cannot write " + std::string(output.c_str()));
         result.meritFunctions = merits;
         if (summary)
             *summary = std::move(result);

@@ -201,6 +201,13 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
     const Result badFile = tool({"stats", file, "--limits", temp("bad.csv")});
     EXPECT_EQ(badFile.code, 1);
     EXPECT_EQ(badFile.err, "supportqt stats: " + temp("bad.csv") + ":2: expected name,lower,upper\n");
+    const Result itself = tool({"stats", file, "--html", file});
+    EXPECT_EQ(itself.code, 2);
+    EXPECT_EQ(itself.err, "supportqt stats: " + file + " is the results file being read; name another output\n");
+    writeFileBytes(path("picture.svg"), "<svg xmlns=\"http://www.w3.org/2000/svg\"/>");
+    const Result notResults = tool({"stats", temp("picture.svg")});
+    EXPECT_EQ(notResults.code, 1);
+    EXPECT_EQ(notResults.err, "supportqt stats: " + temp("picture.svg") + ": root element svg, expected msw\n");
     const Result missing = tool({"stats", temp("none.msw")});
     EXPECT_EQ(missing.code, 1);
     EXPECT_TRUE(missing.err.startsWith("supportqt stats: ")) << missing.err.toStdString();
@@ -291,6 +298,9 @@ TEST_F(StatsTool, MergeJoinsShardsAndRefusesCollidingCasesUnlessRenumbered)
     EXPECT_EQ(o["renumbered"].toInt(), 5);
     EXPECT_EQ(o["shardRuns"].toArray(), (QJsonArray{30, 30, 5}));
     EXPECT_EQ(o["meritFunctions"][1]["nonFinite"].toInt(), 1);
+    const Result overShard = tool({"merge", temp("a.msw"), temp("b.msw"), "-o", temp("b.msw")});
+    EXPECT_EQ(overShard.code, 2);
+    EXPECT_EQ(overShard.err, "supportqt merge: " + temp("b.msw") + " is a file being merged; name another output\n");
     EXPECT_EQ(tool({"merge", "-o", temp("x.msw")}).code, 2);
     EXPECT_EQ(tool({"merge", temp("a.msw")}).code, 2);
     EXPECT_EQ(tool({"merge", temp("a.msw"), temp("none.msw"), "-o", temp("x.msw")}).code, 1);

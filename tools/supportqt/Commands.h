@@ -4,6 +4,10 @@
 
 #include <QStringList>
 
+#include "XMLReport.h"
+
+class ToolCommand;
+
 int runNetlist(const QStringList& arguments);
 int runIndex(const QStringList& arguments);
 int runSection(const QStringList& arguments);
@@ -25,3 +29,8 @@ int runDemo(const QStringList& arguments);
 /// The switching simulator's control statements of a netlist (.tran, .pop, .options, .print, .ac and
 /// .simulator lines, active or commented out with "*"), each with its "+" continuation lines, in file order.
 QString controlStatementLines(const QString& text);
+
+/// Reads a results file for a subcommand: checks that it can be read and is a results file, shows
+/// progress for a large one, and reports why when it does not load (false then).
+bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
+                     XMLReportHeader* header);

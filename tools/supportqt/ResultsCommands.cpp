@@ -128,6 +128,12 @@ QString defaultSchema()
 
 } // namespace
 
+bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
+                     XMLReportHeader* header)
+{
+    return loadResults(command, path, table, header);
+}
+
 int runResults(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--stats-only] [--json]"),

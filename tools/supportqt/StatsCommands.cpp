@@ -291,12 +291,15 @@ int runStats(const QStringList& arguments)
     if (early >= 0)
         return early;
     const QString path = command.positional().at(0);
-    if (!command.checkInput(path))
-        return ExitFailure;
+    // An output that is the results file itself (by another name or a link) would destroy it.
+    for (const char* option : {"csv", "html"})
+        if (command.isSet(QLatin1String(option)) && sameExistingFile(command.value(QLatin1String(option)), path))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output")
+                                               .arg(command.value(QLatin1String(option))));
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
-    if (!sp_CompileSensReportData(toYs(path), &table, &header))
-        return command.fail(ExitFailure, QStringLiteral("the results file %1 does not load").arg(path));
+    if (!loadResultsFile(command, path, &table, &header))
+        return ExitFailure;
 
     std::vector<MeritLimits> limits(static_cast<size_t>(header.meritFunctions.count()));
     if (command.isSet(QStringLiteral("limits"))) {
@@ -386,6 +389,8 @@ int runMerge(const QStringList& arguments)
     for (const QString& shard : command.positional()) {
         if (!command.checkInput(shard))
             return ExitFailure;
+        if (sameExistingFile(output, shard))
+            return command.fail(ExitUsage, QStringLiteral("%1 is a file being merged; name another output").arg(output));
         shards.push_back(toYs(shard));
     }
     if (!command.checkOutput(output))
