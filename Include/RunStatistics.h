@@ -1,5 +1,5 @@
 // RunStatistics.h - what a statistical run set says about each merit function: moments, percentiles,
-// normality, yield and process capability against specification limits, and which parameters drive the
+// normality, yield and process capability against design limits, and which parameters drive the
 // spread. Built from summaries that merge, so that parts of a run set (one per core or machine) combine
 // into the statistics of the whole.
 #pragma once
@@ -78,7 +78,7 @@ private:
     mutable bool m_sorted = true;
 };
 
-/// Specification limits of one merit function; either may be absent.
+/// Design limits of one merit function; either may be absent.
 struct MeritLimits {
     bool hasLower = false;
     double lower = 0.0;

@@ -1,4 +1,4 @@
-// StatsCommands.cpp - `stats` and `merge`: the statistics of a results file against specification
+// StatsCommands.cpp - `stats` and `merge`: the statistics of a results file against design
 // limits, as text, JSON, CSV, an HTML page and SVG pictures; and results files of parts of a run set
 // merged into one.
 #include "Commands.h"
@@ -271,7 +271,7 @@ int runStats(const QStringList& arguments)
         QStringLiteral("stats"), QStringLiteral("RESULTS [--limit NAME=LO:HI]... [--limits FILE] [--json] [--csv OUT] "
                                                 "[--html OUT] [--chart DIR]"),
         QStringLiteral("Statistics of each merit function across the runs of a results file: moments, percentiles\n"
-                       "(linear between order statistics), Jarque-Bera normality, and against specification limits\n"
+                       "(linear between order statistics), Jarque-Bera normality, and against design limits\n"
                        "the yield with its 95% Wilson interval and in sigma, Cp and Cpk with 95% intervals (exact\n"
                        "chi-square for Cp, Bissell's approximation for Cpk) and the failing runs; then the Spearman\n"
                        "correlation of each parameter's deviation with the merit function, and the runs at its\n"
