@@ -162,13 +162,15 @@ TEST_F(Processes, BadCommandLines)
 
 TEST_F(Processes, NoWaitLeavesTheChildRunning)
 {
-    const std::string s = child("sleeper", "sleep 500\nexit 4");
+    // The child runs until the test lets it go, however slowly the machine runs.
+    const std::string s = child("sleeper", "waitfor " + path("go") + "\nexit 4");
     unsigned code = 9;
     int pid = -5;
     EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), 0, YRef<kvstream>(), &code, &pid), SSPE_Ok);
     EXPECT_EQ(code, 0u);
     ASSERT_GT(pid, 0);
     EXPECT_TRUE(sp_IsProcessRunning(pid));
+    writeFileBytes(path("go"), "");
     EXPECT_TRUE(spinUntil(10000, [&] { return !sp_IsProcessRunning(pid); }));
     spinUntil(300, [] { return false; });
     sp_ProcessDeleteEvents();
@@ -182,10 +184,13 @@ TEST_F(Processes, OldLauncherWithAndWithoutWait)
     EXPECT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait | SpawnHidden | SpawnNewConsole, &code, &pid), SSPE_Ok);
     EXPECT_EQ(code, 6u);
     EXPECT_EQ(pid, -1);
-    EXPECT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), 0, &code, &pid), SSPE_Ok);
+    // Without waiting the child is still running when the call returns: it waits for the test's word.
+    const std::string held = child("held", "waitfor " + path("go") + "\nexit 6");
+    EXPECT_EQ(sp_OldSpawnApplication(quoted(held).c_str(), 0, &code, &pid), SSPE_Ok);
     EXPECT_EQ(code, 0u);
     ASSERT_GT(pid, 0);
     EXPECT_TRUE(sp_IsProcessRunning(pid));
+    writeFileBytes(path("go"), "");
     EXPECT_TRUE(spinUntil(10000, [&] { return !sp_IsProcessRunning(pid); }));
 }
 
@@ -282,19 +287,20 @@ TEST_F(Processes, KillAndPriorities)
 TEST_F(Processes, DestroyingKvProcessLeavesTheChildRunning)
 {
     // The process id is written to a side file and renamed into place, so that the file never shows
-    // up empty.
-    const std::string s = child("survivor", "pidfile " + path("pid.txt") + "\nsleep 600\nexit 0");
+    // up empty; then the child runs until the test lets it go.
+    const std::string s = child("survivor", "pidfile " + path("pid.txt") + "\nwaitfor " + path("go") + "\nexit 0");
     QElapsedTimer timer;
     {
         KvProcess p(quoted(s).c_str(), false, false);
         ASSERT_TRUE(p.start());
-        ASSERT_TRUE(spinUntil(5000, [&] { return QFile::exists(QString::fromStdString(path("pid.txt"))); }));
+        ASSERT_TRUE(spinUntil(10000, [&] { return QFile::exists(QString::fromStdString(path("pid.txt"))); }));
         timer.start();
     }
-    // The destructor neither killed nor waited for the child.
-    EXPECT_LT(timer.elapsed(), 300);
+    // The destructor neither killed the child nor waited for it (it would have waited a minute).
+    EXPECT_LT(timer.elapsed(), 5000);
     const int pid = std::stoi(readFileBytes(path("pid.txt")));
     EXPECT_TRUE(sp_IsProcessRunning(pid));
+    writeFileBytes(path("go"), "");
     // When the child ends, its helper object deletes itself (the leak checker would see it otherwise).
     EXPECT_TRUE(spinUntil(10000, [&] { return !sp_IsProcessRunning(pid); }));
     spinUntil(300, [] { return false; });

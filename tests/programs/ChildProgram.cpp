@@ -113,6 +113,11 @@ int main(int argc, char** argv)
             std::fflush(stdout);
         } else if (verb == "sleep") {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(rest.c_str())));
+        } else if (verb == "waitfor") {
+            // Waits until the test creates the named file, so the test decides when the child may go on;
+            // after a minute the child goes on anyway rather than outlive a test that failed.
+            for (int i = 0; i < 6000 && !std::ifstream(rest).good(); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
         } else if (verb == "exit") {
             return std::atoi(rest.c_str());
         } else if (verb == "exitargc") {
