@@ -28,7 +28,8 @@ struct SUPPORTQT_API ReportSortKey {
 /// device, a FIFO or a larger file counts as a sheet that cannot be read.
 SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet);
 /// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in case
-/// order. False when the file cannot be created. Text is written as it is (no HTML escaping).
+/// order. False when the file cannot be created or when a write to it fails (a full disk, a file-size
+/// limit): then the file holds only part of the log. Text is written as it is (no HTML escaping).
 SUPPORTQT_API bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet,
                                                 const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
 /// The same log in worst-case form: no seed table.
@@ -36,7 +37,7 @@ SUPPORTQT_API bool sp_BuildWorstCaseHTMLReport(const YString& path, const YStrin
                                                const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
 /// The sensitivity table as an HTML page, rows sorted by `sortColumn` (0 case, 1 description, then per
 /// merit function value, delta and norm, largest absolute value first). False when the file cannot be
-/// created.
+/// created or when a write to it fails.
 SUPPORTQT_API bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet,
                                                  const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
                                                  int sortColumn);

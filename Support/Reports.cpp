@@ -70,6 +70,15 @@ FILE* openForWriting(const YString& path)
     return file;
 }
 
+// Closes a report and says whether every byte reached the file: a write that failed on the way (a
+// full disk, a file-size limit) leaves the stream's error flag set, and the last buffer is written by
+// the close itself.
+bool closeWritten(FILE* file)
+{
+    const bool clean = std::ferror(file) == 0;
+    return std::fclose(file) == 0 && clean;
+}
+
 bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
               const XMLReportHeader& header, bool monteCarlo)
 {
@@ -129,8 +138,7 @@ bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<X
         std::fprintf(f, "\t</table>\n");
     }
     std::fprintf(f, "</html>\n");
-    std::fclose(f);
-    return true;
+    return closeWritten(f);
 }
 
 // The runs in the order of a sensitivity report's sort column (clamped to the last norm column).
@@ -289,8 +297,7 @@ bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleShee
     }
     std::fprintf(f, "\t%s\n", "</table>");
     std::fprintf(f, "%s\n", "</html>");
-    std::fclose(f);
-    return true;
+    return closeWritten(f);
 }
 
 bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table,

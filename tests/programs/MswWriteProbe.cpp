@@ -1,6 +1,8 @@
 // MswWriteProbe.cpp - "write PATH LIMIT" writes a results file of 20,000 runs; "append PATH LIMIT" adds a
-// merit function to the file at PATH. A LIMIT above 0 caps the size of any file the process writes
-// (the write then fails part way). Prints "true" or "false".
+// merit function to the file at PATH; "mc PATH LIMIT" and "sens PATH LIMIT" write the Monte Carlo log
+// and the sensitivity report of the same runs. A LIMIT above 0 caps the size of any file the process
+// writes (the write then fails part way). Prints "true" or "false".
+#include "Reports.h"
 #include "XMLReport.h"
 
 #include <cstdio>
@@ -15,7 +17,7 @@
 int main(int argc, char** argv)
 {
     if (argc != 4) {
-        std::fprintf(stderr, "usage: MswWriteProbe write|append PATH LIMIT\n");
+        std::fprintf(stderr, "usage: MswWriteProbe write|append|mc|sens PATH LIMIT\n");
         return 2;
     }
     const long limit = std::atol(argv[3]);
@@ -28,7 +30,7 @@ int main(int argc, char** argv)
     }
 #endif
     bool ok = false;
-    if (std::strcmp(argv[1], "write") == 0) {
+    if (std::strcmp(argv[1], "append") != 0) {
         YHashTable<XMLReportInfo> table;
         XMLReportHeader header;
         header.title = "probe";
@@ -43,7 +45,12 @@ int main(int argc, char** argv)
             r.parameters.append(p);
             table.insert(r);
         }
-        ok = sp_WriteMswFile(YString(argv[2]), table, header);
+        if (std::strcmp(argv[1], "mc") == 0)
+            ok = sp_BuildMonteCarloHTMLReport(YString(argv[2]), YString(""), table, header);
+        else if (std::strcmp(argv[1], "sens") == 0)
+            ok = sp_BuildHTMLSensitivityReport(YString(argv[2]), YString(""), table, header, 0);
+        else
+            ok = sp_WriteMswFile(YString(argv[2]), table, header);
     } else {
         YVector<double> values;
         YVector<int> cases;

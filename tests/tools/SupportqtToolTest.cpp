@@ -739,6 +739,62 @@ TEST_F(Tool, ReportsAreTheLibrarysOwn)
     EXPECT_EQ(QFile::permissions(temp("wc.html")) & (QFile::ReadOwner | QFile::ReadOther), QFile::ReadOwner | QFile::ReadOther);
 }
 
+#ifndef Q_OS_WIN
+// Writes that fail part way (a file-size limit that the shell sets for the tool, the signal it would
+// send ignored, as on a full disk) are failures: the tool exits 1 and every previous file is exactly as
+// it was, with no temporary file left beside it.
+TEST_F(Tool, WritesThatFailPartWayLeaveThePreviousFiles)
+{
+    const auto limited = [&](int kib, const QStringList& arguments) {
+        QString line = QStringLiteral("ulimit -f %1; trap '' XFSZ; exec '%2'").arg(kib).arg(SUPPORTQT_TOOL_PATH);
+        for (const QString& a : arguments)
+            line += " '" + a + "'";
+        return runProgram(QStringLiteral("/bin/sh"), {"-c", line});
+    };
+    const auto files = [&] { return QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden, QDir::Name); };
+    writeFileBytes(path("mc.html"), "the previous log\n");
+    writeFileBytes(path("sens.html"), "the previous report\n");
+    writeFileBytes(path("sens.svg"), "the previous chart\n");
+    std::string text;
+    for (int i = 0; i < 4000; ++i)
+        text += "R" + std::to_string(i) + " in out 1k ; a resistor of the ladder\n";
+    writeFileBytes(path("ladder.cir"), text);
+    writeFileBytes(path("ladder16.cir"), "the previous copy\n");
+    const QStringList before = files();
+
+    // The Monte Carlo log is about 270 KB.
+    const Result mc = limited(64, {"report", "mc", example("results/buck_montecarlo.msw"), "-o", temp("mc.html")});
+    EXPECT_EQ(mc.code, 1);
+    EXPECT_EQ(mc.out, "");
+    EXPECT_EQ(mc.err, "supportqt report: cannot write " + temp("mc.html") + "; it is as it was\n");
+    EXPECT_EQ(readFileBytes(path("mc.html")), "the previous log\n");
+
+    // The sensitivity report (about 3 KB) fits under 8 KiB, its chart (about 10 KB) does not: neither
+    // file is replaced.
+    const Result sens = limited(8, {"report", "sens", example("results/buck_sensitivity.msw"), "-o", temp("sens.html"),
+                                    "--chart", temp("sens.svg")});
+    EXPECT_EQ(sens.code, 1);
+    EXPECT_EQ(sens.err, "supportqt report: cannot write " + temp("sens.svg") + "; " + temp("sens.html") + " is as it was\n");
+    EXPECT_EQ(readFileBytes(path("sens.html")), "the previous report\n");
+    EXPECT_EQ(readFileBytes(path("sens.svg")), "the previous chart\n");
+    // Without the limit both are written.
+    const Result sensFree = limited(100000, {"report", "sens", example("results/buck_sensitivity.msw"), "-o", temp("sens.html"),
+                                             "--chart", temp("sens.svg")});
+    EXPECT_EQ(sensFree.code, 0) << sensFree.err.toStdString();
+    EXPECT_NE(readFileBytes(path("sens.svg")).find("<svg"), std::string::npos);
+    writeFileBytes(path("sens.html"), "the previous report\n");
+    writeFileBytes(path("sens.svg"), "the previous chart\n");
+
+    // A conversion to UTF-16 of about 320 KB.
+    const Result convert = limited(64, {"text", "convert", temp("ladder.cir"), "-o", temp("ladder16.cir"), "--to", "UTF-16LE"});
+    EXPECT_EQ(convert.code, 1);
+    EXPECT_TRUE(convert.err.startsWith("supportqt text convert: cannot write " + temp("ladder16.cir"))) << convert.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("ladder16.cir")), "the previous copy\n");
+
+    EXPECT_EQ(files(), before);
+}
+#endif
+
 TEST_F(Tool, ReportUsageErrors)
 {
     const QString results = example("results/buck_sensitivity.msw");

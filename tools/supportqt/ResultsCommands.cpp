@@ -449,37 +449,43 @@ int runReport(const QStringList& arguments)
         return ExitFailure;
 
     const YString styleSheet = toYs(style);
+    // The chart is written from inside the report's write, so that the report replaces its previous
+    // file only once the chart has been written too: a failed chart leaves no new report either.
+    bool chartFailed = false;
     const bool written = writeFileAtomically(output, [&](const YString& temporary) {
-        if (kind == QLatin1String("mc"))
-            return sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header);
-        if (kind == QLatin1String("wc"))
-            return sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header);
-        if (kind == QLatin1String("sens"))
-            return sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, static_cast<int>(sort));
-        YArray<YString> lines;
-        sp_BuildCsvSensitivityReport(&lines, table, header, static_cast<int>(sort));
-        QFile file(toQs(temporary));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return false;
-        for (const YString& line : lines)
-            if (file.write(line.c_str(), line.length()) != line.length() || !file.putChar('\n'))
-                return false;
-        return file.flush();
-    });
-    if (!written)
-        return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
-    Output out;
-    out << "wrote " << output << '\n';
-    if (!chart.isEmpty()) {
-        const std::string svg = kind == QLatin1String("sens") ? sensitivityTornadoSvg(table, header) : meritHistogramSvg(table, header);
-        const bool chartWritten = writeFileAtomically(chart, [&](const YString& temporary) {
+        bool reportWritten = false;
+        if (kind == QLatin1String("mc")) {
+            reportWritten = sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header);
+        } else if (kind == QLatin1String("wc")) {
+            reportWritten = sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header);
+        } else if (kind == QLatin1String("sens")) {
+            reportWritten = sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, static_cast<int>(sort));
+        } else {
+            YArray<YString> lines;
+            sp_BuildCsvSensitivityReport(&lines, table, header, static_cast<int>(sort));
             QFile file(toQs(temporary));
+            reportWritten = file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+            for (int i = 0; reportWritten && i < lines.count(); ++i)
+                reportWritten = file.write(lines[i].c_str(), lines[i].length()) == lines[i].length() && file.putChar('\n');
+            reportWritten = reportWritten && file.flush();
+        }
+        if (!reportWritten || chart.isEmpty())
+            return reportWritten;
+        const std::string svg = kind == QLatin1String("sens") ? sensitivityTornadoSvg(table, header) : meritHistogramSvg(table, header);
+        chartFailed = !writeFileAtomically(chart, [&](const YString& chartTemporary) {
+            QFile file(toQs(chartTemporary));
             return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
                    file.write(svg.data(), static_cast<qint64>(svg.size())) == static_cast<qint64>(svg.size()) && file.flush();
         });
-        if (!chartWritten)
-            return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(chart));
+        return !chartFailed;
+    });
+    if (chartFailed)
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1; %2 is as it was").arg(chart, output));
+    if (!written)
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(output));
+    Output out;
+    out << "wrote " << output << '\n';
+    if (!chart.isEmpty())
         out << "wrote " << chart << '\n';
-    }
     return ExitOk;
 }

@@ -122,9 +122,14 @@ int runTextConvert(const QStringList& arguments)
                 std::fprintf(stderr, "supportqt text convert: %s\n", qPrintable(lost));
             }
         }
+        // The library's writer reports nothing, so the file it wrote is measured against the bytes
+        // the codec makes of the text: a shorter file is a write that failed part way. A device or
+        // FIFO named as the output has no size to compare.
+        const qint64 expected = ok ? QTextCodec::codecForName(to)->fromUnicode(text).size() : 0;
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
             sp_WriteTextFile(toQs(temporary), text, to.constData());
-            return text.isEmpty() || QFileInfo(toQs(temporary)).size() > 0;
+            const QFileInfo written(toQs(temporary));
+            return !written.isFile() || written.size() == expected;
         });
     }
     if (!ok)
