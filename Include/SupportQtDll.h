@@ -18,6 +18,7 @@
 #include "PatternMatch.h"
 #include "Plugins.h"
 #include "Processes.h"
+#include "SpawnOutcome.h"
 #include "QtSupport.h"
 #include "Reports.h"
 #include "RunStatistics.h"

@@ -9,9 +9,14 @@
 #include <QTimer>
 
 #include <cerrno>
+#include <csignal>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 #include <vector>
 
 extern char** environ;
@@ -63,6 +68,23 @@ int processes::nativePid(const QProcess* process)
         return -1;
     return sp_GetPidFromQProcessPID(static_cast<long long>(process->processId()));
 }
+
+void processes::prepareChildToEndWithCaller(int callerPid)
+{
+#ifdef __linux__
+    // The parent-death signal; if the caller has already gone, the child ends at once.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != static_cast<pid_t>(callerPid))
+        ::raise(SIGTERM);
+#else
+    (void)callerPid;
+#endif
+}
+
+void processes::tieChildToCaller(QProcess*) {}
+
+// Qt stores the number of the signal that ended a child as its exit code.
+int processes::endingSignal(const QProcess* child) { return child->exitCode(); }
 
 int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
 {

@@ -24,6 +24,34 @@ int processes::nativePid(const QProcess* process)
     QT_WARNING_POP
 }
 
+void processes::prepareChildToEndWithCaller(int) {}
+
+void processes::tieChildToCaller(QProcess* child)
+{
+    // One job for the whole process, never closed by hand: the system closes it when this process
+    // ends, however it ends, and then ends every child in it.
+    static const HANDLE job = [] {
+        const HANDLE created = CreateJobObjectW(nullptr, nullptr);
+        if (created) {
+            JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits;
+            ZeroMemory(&limits, sizeof limits);
+            limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+            SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+        }
+        return created;
+    }();
+    if (!job)
+        return;
+    const HANDLE process = OpenProcess(PROCESS_SET_QUOTA | PROCESS_TERMINATE, FALSE, static_cast<DWORD>(child->processId()));
+    if (process) {
+        AssignProcessToJobObject(job, process);
+        CloseHandle(process);
+    }
+}
+
+// A Windows child does not end by a signal: a crash shows in its exit code alone.
+int processes::endingSignal(const QProcess*) { return 0; }
+
 int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
 {
     *exitCode = 0;

@@ -6,9 +6,12 @@
 #include "QtSupport.h"
 #include "TextServices.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
+
+#include <algorithm>
 
 namespace {
 const int kStartTimeoutMs = 30000;
@@ -179,32 +182,45 @@ void SpawnProcessObjectQt4::update()
         m_loop.quit();
 }
 
-void SpawnProcessObjectQt4::readStandardOut()
+SpawnProcessObjectQt4::SpawnProcessObjectQt4(YRef<kvstream> output, long long captureLimit, bool endWithCaller)
+    : m_output(output), m_limit(captureLimit), m_endWithCaller(endWithCaller),
+      m_callerPid(static_cast<int>(QCoreApplication::applicationPid()))
 {
-    const QByteArray bytes = readAllStandardOutput();
-    if (m_output)
-        m_output->write(bytes.constData(), static_cast<size_t>(bytes.size()));
 }
 
-void SpawnProcessObjectQt4::readStandardErr()
+void SpawnProcessObjectQt4::setupChildProcess()
 {
-    const QByteArray bytes = readAllStandardError();
-    if (m_output)
-        m_output->write(bytes.constData(), static_cast<size_t>(bytes.size()));
+    if (m_endWithCaller)
+        processes::prepareChildToEndWithCaller(m_callerPid);
 }
+
+void SpawnProcessObjectQt4::keep(const QByteArray& bytes)
+{
+    const long long room = m_limit - m_kept;
+    const long long n = std::min<long long>(bytes.size(), room > 0 ? room : 0);
+    if (m_output && n > 0)
+        m_output->write(bytes.constData(), static_cast<size_t>(n));
+    m_kept += n;
+    m_discarded += bytes.size() - n;
+}
+
+void SpawnProcessObjectQt4::readStandardOut() { keep(readAllStandardOutput()); }
+
+void SpawnProcessObjectQt4::readStandardErr() { keep(readAllStandardError()); }
 
 SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvstream> output, unsigned* exitCode,
                              int* processId)
 {
     if (exitCode)
         *exitCode = 0;
+    processes::setLastOutcome(SpawnOutcome());
     if (flags & SpawnNewConsole)
         return SSPE_NotSupported;
     QString program, bare;
     QStringList arguments;
     processes::parseCommandLine(commandLine, &program, &arguments, &bare);
 
-    auto* child = new SpawnProcessObjectQt4(output);
+    auto* child = new SpawnProcessObjectQt4(output, sp_SpawnCaptureLimit(), (flags & SpawnEndWithCaller) != 0);
     // Finishing ends the wait below; without a wait the object deletes itself when the child ends.
     QObject::connect(child, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), child,
                      [child](int, QProcess::ExitStatus) { child->loop().quit(); });
@@ -217,6 +233,13 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
             child->setStandardOutputFile(QProcess::nullDevice());
         if (!(flags & SpawnCaptureError))
             child->setStandardErrorFile(QProcess::nullDevice());
+    } else if (flags & SpawnPassThrough) {
+        // Each channel that is not captured is the child's own copy of this process's channel.
+        const bool out = !(flags & SpawnCaptureOutput), err = !(flags & SpawnCaptureError);
+        if (out || err)
+            child->setProcessChannelMode(out && err ? QProcess::ForwardedChannels
+                                         : out      ? QProcess::ForwardedOutputChannel
+                                                    : QProcess::ForwardedErrorChannel);
     } else {
         // A channel that is neither captured nor closed stays open, and what arrives on it is dropped
         // as it comes, instead of piling up inside the process object for as long as the child runs.
@@ -227,6 +250,8 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     }
     child->start(program, arguments, QIODevice::ReadWrite);
     const bool started = child->waitForStarted(kStartTimeoutMs);
+    if (started && (flags & SpawnEndWithCaller))
+        processes::tieChildToCaller(child);
 
     SSPError result = SSPE_Ok;
     if (!started) {
@@ -248,6 +273,14 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     // A child that never started has no exit code of its own: 0, whatever Qt reports for the attempt.
     if (exitCode)
         *exitCode = started ? static_cast<unsigned>(child->exitCode()) : 0;
+    SpawnOutcome outcome;
+    outcome.ended = started && child->state() == QProcess::NotRunning && (flags & SpawnWait);
+    outcome.crashed = outcome.ended && child->exitStatus() == QProcess::CrashExit;
+    outcome.exitCode = outcome.ended ? static_cast<unsigned>(child->exitCode()) : 0;
+    outcome.signal = outcome.crashed ? processes::endingSignal(child) : 0;
+    outcome.keptBytes = child->keptBytes();
+    outcome.discardedBytes = child->discardedBytes();
+    processes::setLastOutcome(outcome);
     if (processId)
         *processId = child->state() != QProcess::NotRunning ? processes::nativePid(child) : -1;
     if (child->state() == QProcess::NotRunning)

@@ -1,6 +1,7 @@
 // Processes_p.h - the Qt process objects behind KvProcess and sp_SpawnApplication.
 #pragma once
 
+#include "SpawnOutcome.h"
 #include "YContainers.h"
 #include "kvstream.h"
 
@@ -32,8 +33,11 @@ private:
 class SpawnProcessObjectQt4 : public QProcess {
     Q_OBJECT
 public:
-    explicit SpawnProcessObjectQt4(YRef<kvstream> output) : m_output(output) {}
+    /// `captureLimit` bytes of captured output at most are copied into `output`; the rest is dropped.
+    SpawnProcessObjectQt4(YRef<kvstream> output, long long captureLimit, bool endWithCaller);
     QEventLoop& loop() { return m_loop; }
+    long long keptBytes() const { return m_kept; }
+    long long discardedBytes() const { return m_discarded; }
 
 public slots:
     void processFinished(int exitCode, QProcess::ExitStatus status);
@@ -44,9 +48,19 @@ public slots:
     void discardStandardOut() { readAllStandardOutput(); }
     void discardStandardErr() { readAllStandardError(); }
 
+protected:
+    void setupChildProcess() override;
+
 private:
+    void keep(const QByteArray& bytes);
+
     YRef<kvstream> m_output;
     QEventLoop m_loop;
+    long long m_limit;
+    long long m_kept = 0;
+    long long m_discarded = 0;
+    bool m_endWithCaller;
+    int m_callerPid;
 };
 
 namespace processes {
@@ -59,6 +73,16 @@ void parseCommandLine(const char* commandLine, QString* program, QStringList* ar
 QString programForQt(const QString& bareProgram);
 /// The system process id of a QProcess's child, or -1.
 int nativePid(const QProcess* process);
+/// Records the outcome that sp_LastSpawnOutcome returns on this thread.
+void setLastOutcome(const SpawnOutcome& outcome);
+/// Runs in a freshly started child, before the program is executed, when it is to end with the process
+/// `callerPid` that started it (only calls that are safe between fork and exec).
+void prepareChildToEndWithCaller(int callerPid);
+/// Ties a started child to this process so that it ends when this process ends, where the system
+/// cannot arrange that inside the child.
+void tieChildToCaller(QProcess* child);
+/// The signal that ended a child that crashed (POSIX); 0 where children do not end by signals.
+int endingSignal(const QProcess* child);
 /// Platform part of sp_OldSpawnApplication.
 int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId);
 } // namespace processes

@@ -7,12 +7,15 @@
 //   sleep MS       waits MS milliseconds
 //   flood MB       writes MB mebibytes of text to standard output
 //   exit N         ends with exit code N
+//   signal N       raises signal N (POSIX; a signal that ends the process ends the child)
+//   waitfor PATH   waits until PATH exists (a minute at most)
 //   exitargc       ends with the number of arguments as exit code
 //   pidfile PATH   writes the process id to PATH (through PATH.tmp, renamed, so never seen empty)
 //   args PATH      appends each argument as one line to PATH (through PATH.part, renamed)
 //   startup PATH   writes "flags show" of the start-up information the child was given (Windows)
 // Without a steps file the child ends at once with exit code 0.
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -120,6 +123,8 @@ int main(int argc, char** argv)
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
         } else if (verb == "exit") {
             return std::atoi(rest.c_str());
+        } else if (verb == "signal") {
+            std::raise(std::atoi(rest.c_str()));
         } else if (verb == "exitargc") {
             return argc - 1;
         } else if (verb == "pidfile") {
