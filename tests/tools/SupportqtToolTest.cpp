@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
@@ -19,6 +20,7 @@
 #include <QRegExp>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <cmath>
 #include <unistd.h>
@@ -1075,13 +1077,21 @@ TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
     ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), script));
     writeFileBytes(path("child program.steps"), "outargs out\nerr err\nexit 4\n");
     QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    // The program's output goes to the tool's own channels, and the tool exits with its exit code.
+    const Result passed = tool({"run", "\"" + script + "\" arg"});
+    EXPECT_EQ(passed.code, 4);
+    EXPECT_EQ(passed.out, QStringLiteral("out arg\n"));
+    EXPECT_EQ(passed.err, QStringLiteral("err\n"));
     const Result r = tool({"run", "\"" + script + "\" arg", "--capture"});
-    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.code, 4) << r.err.toStdString();
     EXPECT_EQ(r.out, QStringLiteral("out arg\nerr\nexit code: 4\n"));
-    const Result quiet = tool({"run", "\"" + script + "\""});
-    EXPECT_EQ(quiet.out, QStringLiteral("exit code: 4\n"));
-    const QJsonObject o = parseJson(tool({"run", "\"" + script + "\" x", "--capture", "--json"}).out);
+    EXPECT_EQ(r.err, QString());
+    const Result json = tool({"run", "\"" + script + "\" x", "--json"});
+    EXPECT_EQ(json.code, 4);
+    const QJsonObject o = parseJson(json.out);
     EXPECT_EQ(o["exitCode"].toInt(), 4);
+    EXPECT_EQ(o["signal"].toInt(), 0);
+    EXPECT_EQ(o["discardedBytes"].toInt(), 0);
     EXPECT_EQ(o["output"].toString(), "out x\nerr\n");
     const Result missing = tool({"run", temp("nothing")});
     EXPECT_EQ(missing.code, 1);
@@ -1092,6 +1102,67 @@ TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
     EXPECT_EQ(notExecutable.code, 1);
     EXPECT_EQ(notExecutable.err, "supportqt run: " + plain + ": the program may not be executed\n");
 }
+
+#ifndef Q_OS_WIN
+// A program killed by a signal is told apart from one that exits with the signal's number; captured
+// output beyond the tool's 64 MiB is counted and dropped; killing the tool ends the program it runs.
+TEST_F(Tool, RunToldSignalsFromExitsKeepsCapturedOutputBoundedAndEndsItsProgram)
+{
+    const auto childAt = [&](const QString& name, const std::string& steps) {
+        const QString program = temp(name);
+        EXPECT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
+        QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        writeFileBytes(path(name.toStdString() + ".steps"), steps);
+        return program;
+    };
+    const Result killed = tool({"run", childAt("killed", "out before\nsignal 15\n")});
+    EXPECT_EQ(killed.code, 128 + 15);
+    EXPECT_EQ(killed.out, "before\n");
+    EXPECT_EQ(killed.err, "supportqt run: killed by signal 15 (SIGTERM)\n");
+    const Result killedCaptured = tool({"run", temp("killed"), "--capture"});
+    EXPECT_EQ(killedCaptured.code, 128 + 15);
+    EXPECT_EQ(killedCaptured.out, "before\nkilled by signal 15 (SIGTERM)\n");
+    EXPECT_EQ(parseJson(tool({"run", temp("killed"), "--json"}).out)["signal"].toInt(), 15);
+    const Result exited = tool({"run", childAt("exits", "exit 15\n")});
+    EXPECT_EQ(exited.code, 15);
+    EXPECT_EQ(exited.err, "");
+
+    // 80 blocks of one mebibyte: 64 are kept and printed, 16 are counted.
+    const Result flood = tool({"run", childAt("flood", "flood 80\nexit 0\n"), "--capture"});
+    EXPECT_EQ(flood.code, 0);
+    EXPECT_EQ(flood.out.size(), (64 << 20) + int(sizeof("exit code: 0\n")) - 1);
+    EXPECT_EQ(flood.err, QStringLiteral("supportqt run: the program wrote %1 bytes more than the %2 kept\n").arg(16 << 20).arg(64 << 20));
+
+    // The tool is killed outright (no chance to forward anything): its program ends all the same.
+    const QString held = childAt("held", "pidfile " + path("pid.txt") + "\nwaitfor " + path("go") + "\nexit 0\n");
+    QProcess running;
+    running.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"run", held});
+    ASSERT_TRUE(running.waitForStarted(30000));
+    QElapsedTimer timer;
+    timer.start();
+    while (!QFile::exists(temp("pid.txt")) && timer.elapsed() < 30000)
+        QThread::msleep(20);
+    ASSERT_TRUE(QFile::exists(temp("pid.txt")));
+    const int pid = std::stoi(readFileBytes(path("pid.txt")));
+    // A process that has ended is gone or a zombie waiting for whoever inherited it.
+    const auto ended = [pid] {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
+            return true;
+        const QByteArray text = stat.readAll();
+        const int close = text.lastIndexOf(')');
+        return close < 0 || text.mid(close + 2, 1) == "Z";
+    };
+    EXPECT_FALSE(ended());
+    running.kill();
+    ASSERT_TRUE(running.waitForFinished(30000));
+    timer.restart();
+    while (!ended() && timer.elapsed() < 10000)
+        QThread::msleep(20);
+    EXPECT_TRUE(ended()) << "the program of a killed tool is still running";
+    writeFileBytes(path("go"), "");
+}
+#endif
 
 TEST_F(Tool, HelpUrlIsTheLibrarysConversion)
 {

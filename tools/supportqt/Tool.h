@@ -129,6 +129,8 @@ private:
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();
+/// The name of a signal ("SIGSEGV"), or empty where the system has none for it.
+QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);

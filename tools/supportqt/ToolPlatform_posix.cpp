@@ -1,6 +1,7 @@
 // ToolPlatform_posix.cpp - the terminal, the standard streams and file identity, on POSIX systems.
 #include "Tool.h"
 
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,12 @@ bool standardErrorIsTerminal()
 }
 
 void useBinaryStandardStreams() {}
+
+QString signalName(int signal)
+{
+    const char* abbreviation = sigabbrev_np(signal);
+    return abbreviation ? QStringLiteral("SIG") + QString::fromLatin1(abbreviation) : QString();
+}
 
 bool sameExistingFile(const QString& a, const QString& b)
 {

@@ -11,6 +11,9 @@ bool standardErrorIsTerminal()
     return _isatty(_fileno(stderr)) != 0;
 }
 
+// Children on Windows do not end by signals.
+QString signalName(int) { return QString(); }
+
 namespace {
 
 bool fileIdentity(const QString& path, BY_HANDLE_FILE_INFORMATION* info)

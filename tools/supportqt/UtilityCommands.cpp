@@ -8,6 +8,7 @@
 #include "PatternMatch.h"
 #include "Processes.h"
 #include "QtSupport.h"
+#include "SpawnOutcome.h"
 #include "TextFile.h"
 
 #include <QFile>
@@ -276,38 +277,67 @@ int runRun(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("run"), QStringLiteral("COMMANDLINE [--capture] [--json]"),
                         QStringLiteral("Starts a program from a command line (blanks separate the words; double quotes group a\n"
-                                       "path with blanks), waits for it, and prints its exit code. With --capture its standard\n"
-                                       "output and error are printed first, in the order they arrived."));
-    command.addOption({QStringLiteral("capture")}, QStringLiteral("Print the program's output."));
+                                       "path with blanks), waits for it, and exits with its exit code. Its output goes to\n"
+                                       "this terminal as it writes it. With --capture its standard output and error are\n"
+                                       "collected (64 MiB at most; the rest is counted and dropped) and printed in the\n"
+                                       "order they arrived, followed by \"exit code: N\". A program killed by a signal is\n"
+                                       "reported on standard error and the tool exits with 128 + the signal's number.\n"
+                                       "The program ends when the tool is ended."));
+    command.addOption({QStringLiteral("capture")}, QStringLiteral("Collect the program's output and print it with its exit code."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
     const QByteArray commandLine = command.positional().at(0).toUtf8();
-    const bool capture = command.isSet(QStringLiteral("capture"));
+    const bool capture = command.isSet(QStringLiteral("capture")) || command.json();
     YRef<kvstream> output(capture ? new kvstrstream("") : nullptr);
     unsigned exitCode = 0;
-    const SSPError status = sp_SpawnApplication(commandLine.constData(),
-                                                SpawnWait | (capture ? SpawnCaptureOutput | SpawnCaptureError : SpawnCloseUncaptured),
-                                                output, &exitCode, nullptr);
-    const QString captured = capture ? toQs(static_cast<kvstrstream*>(output.get())->str()) : QString();
+    // What the tool prints it holds in memory first, so it keeps less than the library would.
+    sp_SetSpawnCaptureLimit(64LL << 20);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const SSPError status =
+        sp_SpawnApplication(commandLine.constData(),
+                            SpawnWait | SpawnEndWithCaller | (capture ? SpawnCaptureOutput | SpawnCaptureError : SpawnPassThrough),
+                            output, &exitCode, nullptr);
+    const SpawnOutcome outcome = sp_LastSpawnOutcome();
     if (status != SSPE_Ok) {
         const QString reason = status == SSPE_NotFound        ? QStringLiteral("the program does not exist")
             : status == SSPE_NotExecutable                   ? QStringLiteral("the program may not be executed")
                                                              : QStringLiteral("the program could not be started");
         return command.fail(ExitFailure, QStringLiteral("%1: %2").arg(command.positional().at(0), reason));
     }
+    const std::string captured = capture ? static_cast<kvstrstream*>(output.get())->str().str() : std::string();
+    // A signal's ending is told apart from an exit with the same number, as shells do.
+    const int toolExit = outcome.signal > 0 ? 128 + outcome.signal : static_cast<int>(exitCode);
+    const QString signalText = outcome.signal > 0 ? QStringLiteral("killed by signal %1%2").arg(outcome.signal).arg(
+                                                        signalName(outcome.signal).isEmpty()
+                                                            ? QString()
+                                                            : QStringLiteral(" (%1)").arg(signalName(outcome.signal)))
+                                                  : QString();
+    if (outcome.discardedBytes > 0)
+        std::fprintf(stderr, "supportqt run: the program wrote %lld bytes more than the %lld kept\n", outcome.discardedBytes,
+                     sp_SpawnCaptureLimit());
     if (command.json()) {
         QJsonObject o{{QStringLiteral("commandLine"), command.positional().at(0)},
-                      {QStringLiteral("exitCode"), static_cast<int>(exitCode)}};
-        if (capture)
-            o.insert(QStringLiteral("output"), captured);
+                      {QStringLiteral("exitCode"), static_cast<int>(exitCode)},
+                      {QStringLiteral("signal"), outcome.signal},
+                      {QStringLiteral("output"), QString::fromUtf8(captured.data(), static_cast<int>(captured.size()))},
+                      {QStringLiteral("discardedBytes"), static_cast<double>(outcome.discardedBytes)}};
         printJson(o);
-        return ExitOk;
+        return toolExit;
     }
-    Output out;
-    out << captured << "exit code: " << static_cast<int>(exitCode) << '\n';
-    return ExitOk;
+    if (capture) {
+        std::fwrite(captured.data(), 1, captured.size(), stdout);
+        Output out;
+        if (outcome.signal > 0)
+            out << signalText << '\n';
+        else
+            out << "exit code: " << static_cast<int>(exitCode) << '\n';
+    } else if (outcome.signal > 0) {
+        std::fprintf(stderr, "supportqt run: %s\n", qPrintable(signalText));
+    }
+    return toolExit;
 }
 
 int runHelpUrl(const QStringList& arguments)
