@@ -134,8 +134,9 @@ SUPPORTQT_API bool sp_WriteMswFile(const YString& path, const YHashTable<XMLRepo
                                    const XMLReportHeader& header);
 /// Reads a results file and the files it appends (to a depth of 4) into `table` and `header`, adding to
 /// what they hold; then computes deltas and sensitivities and describes named runs by their shortest
-/// distinct labels. False when the file (or an appended one) cannot be read or is not version 1.0. A
-/// file that several files append is read once. False, too, when the dense table the deltas need (every
+/// distinct labels. False when the file (or an appended one) cannot be read or is not version 1.0, and
+/// when one of its runs has a case number outside -2147483648..2147483647 (it would merge with another
+/// run): such a file changes nothing. A file that several files append is read once. False, too, when the dense table the deltas need (every
 /// run with every merit function) would be more than 4 million values and more than 64 times the values
 /// and runs the files hold, and when memory runs out; nothing is thrown.
 SUPPORTQT_API bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* table,

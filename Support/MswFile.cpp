@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -155,6 +156,26 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
     return ok;
 }
 
+// Whether every run's case number in the document fits a case number: a larger one would be cut to
+// the largest and merge two runs into one without a word, so such a file is refused before it changes
+// anything.
+bool caseNumbersFit(const YRef<YDomElement>& root)
+{
+    const auto fits = [](const YRef<YDomElement>& element) {
+        const long long caseNumber = element->getAttributeInt64("case", 0);
+        return caseNumber >= std::numeric_limits<int>::min() && caseNumber <= std::numeric_limits<int>::max();
+    };
+    for (YRef<YDomElement> child = root->firstChildElement(); child; child = child->nextSiblingElement()) {
+        const char* runs = nameIs(child, "meritfunction") ? "sensval" : nameIs(child, "steps") ? "step" : nullptr;
+        if (!runs)
+            continue;
+        for (YRef<YDomElement> run = child->firstChildElement(); run; run = run->nextSiblingElement())
+            if (nameIs(run, runs) && !fits(run))
+                return false;
+    }
+    return true;
+}
+
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
                      ReadContext* context)
 {
@@ -162,7 +183,7 @@ bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLR
     if (!document->load(path.c_str()))
         return false;
     YRef<YDomElement> root = document->getRoot();
-    if (!root || !sp_TestMswVersion(root))
+    if (!root || !sp_TestMswVersion(root) || !caseNumbersFit(root))
         return false;
     bool ok = true;
     for (YRef<YDomElement> child = root->firstChildElement(); child; child = child->nextSiblingElement()) {

@@ -756,9 +756,23 @@ TEST_F(MswFile, BadInputReturnsFalseOrReadsWhatIsValid)
     EXPECT_FALSE(sp_CompileSensReportData(YString(path("absent.msw").c_str()), &t, &h));
     EXPECT_TRUE(readText("<?xml version=\"1.0\"?><results><steps><step case=\"4\"/></steps></results>", &t, &h));
     EXPECT_NE(findCase(t, 4), nullptr);
-    EXPECT_TRUE(readText(msw("<meritfunction><sensval case=\"x\" value=\"y\"/><sensval case=\"99999999999\" value=\"1\"/></meritfunction>"), &t, &h));
+    EXPECT_TRUE(readText(msw("<meritfunction><sensval case=\"x\" value=\"y\"/></meritfunction>"), &t, &h));
     EXPECT_EQ(findCase(t, 0)->values[0].value, 0.0);
-    EXPECT_NE(findCase(t, 2147483647), nullptr);
+    // A case number that does not fit would merge runs: the file is refused and changes nothing.
+    const int before = t.count();
+    const int merits = h.meritFunctions.count();
+    for (const char* tooLarge : {"2147483648", "99999999999", "-2147483649", "99999999999999999999999"}) {
+        EXPECT_FALSE(readText(msw(std::string("<meritfunction><sensval case=\"2147483647\" value=\"1\"/><sensval case=\"") +
+                                  tooLarge + "\" value=\"2\"/></meritfunction>"), &t, &h)) << tooLarge;
+        EXPECT_FALSE(readText(msw(std::string("<steps><step case=\"5\"/><step case=\"") + tooLarge + "\"/></steps>"), &t, &h))
+            << tooLarge;
+        EXPECT_EQ(t.count(), before) << tooLarge;
+        EXPECT_EQ(h.meritFunctions.count(), merits) << tooLarge;
+    }
+    // The extremes themselves are case numbers like any other.
+    EXPECT_TRUE(readText(msw("<meritfunction><sensval case=\"2147483647\" value=\"1\"/><sensval case=\"-2147483648\" value=\"2\"/></meritfunction>"), &t, &h));
+    EXPECT_EQ(findCase(t, 2147483647)->values[merits].value, 1.0);
+    EXPECT_EQ(findCase(t, -2147483647 - 1)->values[merits].value, 2.0);
     const std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE msw [<!ENTITY a \"aaaaaaaaaa\">"
                                "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">"
                                "<!ENTITY d \"&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;\"><!ENTITY e \"&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;\">]>"

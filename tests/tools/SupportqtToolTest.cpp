@@ -1164,6 +1164,26 @@ TEST_F(Tool, RunToldSignalsFromExitsKeepsCapturedOutputBoundedAndEndsItsProgram)
 }
 #endif
 
+// A sensitivity that is not a number is not shown as valid, in the text as in the JSON.
+TEST_F(Tool, ANormThatIsNotANumberIsNotCalledValid)
+{
+    writeFileBytes(path("nan.msw"),
+                   "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><header title=\"t\" analysis=\".sens\"/>"
+                   "<meritfunction value=\"max(v(out))\" name=\"vmax\"><sensval case=\"1\" value=\"1\"/>"
+                   "<sensval case=\"2\" value=\"nan\"/></meritfunction><steps><step case=\"1\" description=\"nominal\"/>"
+                   "<step case=\"2\" name=\"lot:x/devparam:R1/tol:1%/refdes:R1\"><parameter name=\"R1\" nom=\"1000\" "
+                   "usedvalue=\"1010\" tol=\"0.01\"/></step></steps></msw>\n");
+    const Result text = tool({"results", temp("nan.msw")});
+    EXPECT_EQ(text.code, 0) << text.err.toStdString();
+    EXPECT_TRUE(text.out.contains("  vmax           value nan  delta nan  norm nan  not finite\n")) << text.out.toStdString();
+    EXPECT_TRUE(text.out.contains("  vmax           value 1  delta 0  norm 0  valid\n")) << text.out.toStdString();
+    const QJsonObject o = parseJson(tool({"results", temp("nan.msw"), "--json"}).out);
+    QStringList statuses;
+    for (const QJsonValue& run : o["runs"].toArray())
+        statuses << run.toObject()["values"].toArray().at(0).toObject()["status"].toString();
+    EXPECT_EQ(statuses, QStringList({"valid", "not finite"}));
+}
+
 TEST_F(Tool, HelpUrlIsTheLibrarysConversion)
 {
     for (const char* link : {"kvhlp://page.htm", "kvhlp://analysis/pop.htm#12", "kvhlp://x.htm#999999"}) {

@@ -76,9 +76,13 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
     return true;
 }
 
-const char* statusName(int status)
+// The status of a run's sensitivity; a norm that is not a number is never called valid, whatever
+// status the computation gave it.
+const char* statusName(const XMLMeritValue& v)
 {
-    switch (status) {
+    if (v.status == NormValid && !std::isfinite(v.norm))
+        return "not finite";
+    switch (v.status) {
     case NormValid: return "valid";
     case NormDivByZero: return "division by zero";
     case NormInconsistent: return "inconsistent";
@@ -189,7 +193,7 @@ int runResults(const QStringList& arguments)
                     values.append(QJsonObject{{QStringLiteral("value"), jsonReal(v.value)},
                                               {QStringLiteral("delta"), jsonReal(v.delta)},
                                               {QStringLiteral("norm"), jsonReal(v.norm)},
-                                              {QStringLiteral("status"), QString::fromLatin1(statusName(v.status))}});
+                                              {QStringLiteral("status"), QString::fromLatin1(statusName(v))}});
                 }
                 for (int p = 0; p < run->parameters.count(); ++p) {
                     const XMLParameterValue& v = run->parameters[p];
@@ -252,7 +256,7 @@ int runResults(const QStringList& arguments)
             out << "  ";
             out.pad(header.meritFunctions[m].name.str(), 14) << " value " << realText(v.value) << "  delta "
                                                             << realText(v.delta) << "  norm " << realText(v.norm) << "  "
-                                                            << statusName(v.status) << '\n';
+                                                            << statusName(v) << '\n';
         }
         for (int p = 0; p < run->parameters.count(); ++p) {
             const XMLParameterValue& v = run->parameters[p];
