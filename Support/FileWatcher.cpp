@@ -2,6 +2,8 @@
 #include "FileWatcher.h"
 #include "QtSupport.h"
 
+#include <QFileInfo>
+
 YFileWatcher::YFileWatcher() : m_watcher(new FileSystemWatcherImpl)
 {
     connectWatcher();
@@ -22,7 +24,9 @@ YFileWatcher::~YFileWatcher()
 
 void YFileWatcher::addPath(const YString& path)
 {
-    if (m_watcher && !path.isEmpty())
+    // A path that does not exist is ignored here, before Qt's watcher would warn about it on standard
+    // error.
+    if (m_watcher && !path.isEmpty() && QFileInfo::exists(toQs(path)))
         m_watcher->addPath(toQs(path));
 }
 

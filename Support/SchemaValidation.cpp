@@ -95,10 +95,11 @@ XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPa
     QXmlSchema schema;
     schema.setMessageHandler(&handler);
     schema.setNetworkAccessManager(&access);
+    // An empty name is no file; Qt would warn on standard error if asked to open it.
     QFile schemaFile(toQs(schemaPath));
-    const bool schemaOpened = schemaFile.open(QIODevice::ReadOnly);
+    const bool schemaOpened = !schemaPath.isEmpty() && schemaFile.open(QIODevice::ReadOnly);
     if (!schemaOpened || !schema.load(&schemaFile, QUrl::fromLocalFile(schemaFile.fileName())) || !schema.isValid()) {
-        if (schemaOpened || QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)) {
+        if (schemaOpened || (!schemaPath.isEmpty() && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly))) {
             *out = toYs(handler.lastDescription());
             return XmlValidateBadSchema;
         }
@@ -106,7 +107,7 @@ XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPa
         return XmlValidateNoSchemaFile;
     }
     QFile xmlFile(toQs(xmlPath));
-    if (!xmlFile.open(QIODevice::ReadOnly)) {
+    if (xmlPath.isEmpty() || !xmlFile.open(QIODevice::ReadOnly)) {
         *out = "Could not open xml file";
         return XmlValidateNoXmlFile;
     }

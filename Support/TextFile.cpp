@@ -135,8 +135,9 @@ QString decodeUtf16LeWithMark(const QByteArray& bytes, bool isDos, bool isMac)
 
 bool readHead(const QString& path, QByteArray* head)
 {
+    // An empty name is no file; Qt would warn on standard error if asked to open it.
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
         return false;
     *head = file.read(1024);
     return true;
@@ -146,7 +147,7 @@ bool readHead(const QString& path, QByteArray* head)
 bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
+    if (path.isEmpty() || !file.open(QIODevice::ReadWrite))
         return false;
     const QByteArray bytes = codec->fromUnicode(text);
     const bool written = file.write(bytes) == bytes.size() && file.flush();
@@ -187,7 +188,7 @@ bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bool* isDos, boo
 QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly)) {
         *ok = false;
         return QString();
     }
