@@ -20,8 +20,9 @@ SUPPORTQT_API bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bo
 /// Loads and decodes a whole file with its line ends normalised to LF as its first line end dictates.
 /// `encoding` is "auto" (UTF-16 by its marks and zero bytes, else UTF-8, else the locale codec when
 /// UTF-8 decoding finds invalid or unfinished sequences), "locale", or a codec name (an unknown name
-/// decodes as UTF-8). `*ok` is false, with an empty result, when the file cannot be opened; `ok` must
-/// not be null.
+/// decodes as UTF-8). `*ok` is false, with an empty result, when the file cannot be opened, is a folder,
+/// is a regular file larger than 512 MiB, or is a device or pipe that gives more than 64 MiB before
+/// its end (/dev/zero never ends); `ok` must not be null.
 SUPPORTQT_API QString sp_LoadFile(const QString& path, const char* encoding, bool* ok);
 
 /// Writes `text` encoded with the named codec from the start of the file, which is opened for reading

@@ -5,6 +5,7 @@
 #include "QtSupport.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTextCodec>
 
 #include <cstring>
@@ -13,6 +14,10 @@ namespace {
 
 const char CR = 0x0D;
 const char LF = 0x0A;
+// The largest regular file sp_LoadFile loads (its text in UTF-16 must fit one QString), and the most
+// it reads from a device or pipe.
+const qint64 kMaxLoadFileBytes = qint64(512) << 20;
+const qint64 kMaxLoadStreamBytes = qint64(64) << 20;
 
 // The first-line-end and byte-order verdict; see sp_DetectTextFileFormat.
 void classify(const char* b, long long len, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
@@ -187,14 +192,19 @@ bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bool* isDos, boo
 
 QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
 {
+    *ok = false;
     QFile file(path);
-    if (path.isEmpty() || !file.open(QIODevice::ReadOnly)) {
-        *ok = false;
+    const QFileInfo info(path);
+    // A regular file larger than the limit would not fit a QString once decoded; a device or pipe
+    // (/dev/zero) may never end, so it is read up to its own, smaller limit.
+    if (path.isEmpty() || info.isDir() || (info.isFile() && info.size() > kMaxLoadFileBytes) ||
+        !file.open(QIODevice::ReadOnly))
         return QString();
-    }
-    *ok = true;
-    QByteArray bytes = file.readAll();
+    QByteArray bytes = info.isFile() ? file.readAll() : file.read(kMaxLoadStreamBytes + 1);
     file.close();
+    if (bytes.size() > (info.isFile() ? kMaxLoadFileBytes : kMaxLoadStreamBytes))
+        return QString();
+    *ok = true;
 
     bool isWide, isDos, isMac, isLittleEndian;
     classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);

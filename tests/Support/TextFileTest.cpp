@@ -1,6 +1,8 @@
 // TextFileTest.cpp - text-file formats, loading, writing and wide-file copies.
 #include "FileServices.h"
 #include "TestHelpers.h"
+
+#include <QFile>
 #include "TextFile.h"
 
 #include <QTextCodec>
@@ -144,6 +146,31 @@ TEST_F(TextFile, MissingFileGivesFalseAndEmpty)
     bool ok = true;
     EXPECT_TRUE(sp_LoadFile(QString::fromStdString(path("missing.txt")), "auto", &ok).isEmpty());
     EXPECT_FALSE(ok);
+}
+
+// A folder, an endless device and a regular file beyond the limit give false at once and hold no more
+// memory than the limits; a device that ends (/dev/null) loads as an empty text.
+TEST_F(TextFile, WholeFileLoadsAreBounded)
+{
+    bool ok = true;
+    EXPECT_TRUE(sp_LoadFile(QString::fromStdString(m_dir), "auto", &ok).isEmpty());
+    EXPECT_FALSE(ok);
+#ifndef Q_OS_WIN
+    ok = true;
+    EXPECT_TRUE(sp_LoadFile(QStringLiteral("/dev/zero"), "auto", &ok).isEmpty());
+    EXPECT_FALSE(ok);
+    ok = false;
+    EXPECT_TRUE(sp_LoadFile(QStringLiteral("/dev/null"), "auto", &ok).isEmpty());
+    EXPECT_TRUE(ok);
+    // A sparse file of 512 MiB and one byte takes no room on the disk.
+    QFile big(QString::fromStdString(path("big.txt")));
+    ASSERT_TRUE(big.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(big.resize((qint64(512) << 20) + 1));
+    big.close();
+    ok = true;
+    EXPECT_TRUE(sp_LoadFile(big.fileName(), "auto", &ok).isEmpty());
+    EXPECT_FALSE(ok);
+#endif
 }
 
 TEST_F(TextFile, WriteDoesNotTruncate)
