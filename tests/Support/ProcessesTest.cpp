@@ -15,6 +15,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <cstdlib>
 #include <string>
 
 
@@ -293,12 +294,13 @@ TEST_F(Processes, DestroyingKvProcessLeavesTheChildRunning)
     {
         KvProcess p(quoted(s).c_str(), false, false);
         ASSERT_TRUE(p.start());
-        ASSERT_TRUE(spinUntil(10000, [&] { return QFile::exists(QString::fromStdString(path("pid.txt"))); }));
+        // Wine's rename may show the file before its content: wait for the number itself.
+        ASSERT_TRUE(spinUntil(10000, [&] { return std::atoi(readFileBytes(path("pid.txt")).c_str()) > 0; }));
         timer.start();
     }
     // The destructor neither killed the child nor waited for it (it would have waited a minute).
     EXPECT_LT(timer.elapsed(), 5000);
-    const int pid = std::stoi(readFileBytes(path("pid.txt")));
+    const int pid = std::atoi(readFileBytes(path("pid.txt")).c_str());
     EXPECT_TRUE(sp_IsProcessRunning(pid));
     writeFileBytes(path("go"), "");
     // When the child ends, its helper object deletes itself (the leak checker would see it otherwise).
