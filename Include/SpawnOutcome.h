@@ -11,8 +11,9 @@ enum : int {
     /// output or standard error as the child writes it, instead of being read and dropped.
     SpawnPassThrough = 128,
     /// The child is ended when this process ends, also when this process is killed: on Linux the child
-    /// is sent SIGTERM (the parent-death signal); on Windows it is in a job that ends with this
-    /// process. Elsewhere the bit has no effect.
+    /// is sent SIGTERM (the parent-death signal, which the system sends when the thread that started
+    /// the child ends, so start such children from a thread that lives as long as the process); on
+    /// Windows it is in a job that ends with this process. Elsewhere the bit has no effect.
     SpawnEndWithCaller = 256
 };
 
