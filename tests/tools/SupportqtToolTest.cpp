@@ -145,6 +145,10 @@ TEST_F(Tool, HelpListsEverySubcommandAndEachSubcommandHasItsOwnHelp)
         EXPECT_EQ(own.code, 0) << name.toStdString();
         EXPECT_TRUE(own.out.startsWith("Usage: supportqt " + name)) << own.out.toStdString();
         EXPECT_TRUE(own.err.isEmpty()) << own.err.toStdString();
+        // The --help-all that the help text lists shows the same text.
+        const Result all = tool({name, "--help-all"});
+        EXPECT_EQ(all.code, 0) << name.toStdString() << " " << all.err.toStdString();
+        EXPECT_EQ(all.out, own.out) << name.toStdString();
     }
     for (const QString& action : {QStringLiteral("detect"), QStringLiteral("convert")}) {
         const Result own = tool({"text", action, "--help"});
@@ -1203,6 +1207,11 @@ TEST_F(Tool, HelpUrlIsTheLibrarysConversion)
         EXPECT_EQ(r.out, toQs(sp_ConvertKvhlpToUrl(YString(link))) + "\n");
     }
     EXPECT_EQ(tool({"help-url", "kvhlp://page.htm"}).out, QStringLiteral(SUPPORTQT_HELP_SITE "/1.0/page.htm\n"));
+    // A web address is no help link.
+    const Result web = tool({"help-url", "http://x"});
+    EXPECT_EQ(web.code, 2);
+    EXPECT_EQ(web.out, "");
+    EXPECT_EQ(web.err, "supportqt help-url: 'http://x' is no help link; a help link starts with kvhlp://\n");
     EXPECT_EQ(parseJson(tool({"help-url", "kvhlp://page.htm", "--json"}).out)["url"].toString(),
               QStringLiteral(SUPPORTQT_HELP_SITE "/1.0/page.htm"));
 }

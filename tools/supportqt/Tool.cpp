@@ -57,7 +57,9 @@ int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxP
             error.chop(1);
         return fail(ExitUsage, error + QStringLiteral("; valid options: ") + validOptions());
     }
-    if (m_parser.isSet(QStringLiteral("help"))) {
+    // Qt's parser offers --help-all beside --help; the tool has no options of Qt's own, so both show
+    // the same text.
+    if (m_parser.isSet(QStringLiteral("help")) || m_parser.isSet(QStringLiteral("help-all"))) {
         // Qt's help text names the program; the tool's name and the subcommand's arguments stand there.
         QString help = m_parser.helpText();
         const int firstLineEnd = help.indexOf(QLatin1Char('\n'));

@@ -152,7 +152,7 @@ int runText(const QStringList& arguments)
         return runTextDetect(rest);
     if (action == QLatin1String("convert"))
         return runTextConvert(rest);
-    if (action == QLatin1String("--help") || action == QLatin1String("-h")) {
+    if (action == QLatin1String("--help") || action == QLatin1String("--help-all") || action == QLatin1String("-h")) {
         std::fputs("Usage: supportqt text detect FILE [--json]\n"
                     "       supportqt text convert FILE -o OUT [--from ENCODING] [--to ENCODING]\n"
                     "\nDetects a text file's encoding and line ends, or converts it to another encoding.\n"
@@ -348,6 +348,10 @@ int runHelpUrl(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
+    // The library turns any text into a page of the help site; only a help link makes sense here.
+    if (!command.positional().at(0).startsWith(QLatin1String("kvhlp://")))
+        return command.fail(ExitUsage, QStringLiteral("'%1' is no help link; a help link starts with kvhlp://")
+                                           .arg(command.positional().at(0)));
     const YString url = sp_ConvertKvhlpToUrl(toYs(command.positional().at(0)));
     if (command.json())
         printJson(QJsonObject{{QStringLiteral("link"), command.positional().at(0)}, {QStringLiteral("url"), toQs(url)}});
