@@ -310,11 +310,9 @@ int runRun(const QStringList& arguments)
     const std::string captured = capture ? static_cast<kvstrstream*>(output.get())->str().str() : std::string();
     // A signal's ending is told apart from an exit with the same number, as shells do.
     const int toolExit = outcome.signal > 0 ? 128 + outcome.signal : static_cast<int>(exitCode);
-    const QString signalText = outcome.signal > 0 ? QStringLiteral("killed by signal %1%2").arg(outcome.signal).arg(
-                                                        signalName(outcome.signal).isEmpty()
-                                                            ? QString()
-                                                            : QStringLiteral(" (%1)").arg(signalName(outcome.signal)))
-                                                  : QString();
+    const QString name = signalName(outcome.signal);
+    const QString signalText = QStringLiteral("killed by signal %1").arg(outcome.signal) +
+                               (name.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(name));
     if (outcome.discardedBytes > 0)
         std::fprintf(stderr, "supportqt run: the program wrote %lld bytes more than the %lld kept\n", outcome.discardedBytes,
                      sp_SpawnCaptureLimit());
