@@ -1,37 +1,71 @@
 # Installs the built project into a scratch prefix and builds and runs a consumer against it. A cross
 # build for Windows builds the consumer with the same toolchain file and runs it, and the installed
 # tool's demo, under the emulator (Wine), the tool with nothing but the install tree on its search path.
+# MODE picks the consumer: "install" (default) the consumer of both libraries against the install tree,
+# and the installed tool; "core" the consumer of the core library alone, configured where no Qt can be
+# found; "build-tree" the consumer of both libraries against the build folder itself, installing nothing.
+if(NOT MODE)
+  set(MODE install)
+endif()
 file(REMOVE_RECURSE "${WORK_DIR}")
-execute_process(COMMAND ${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix "${WORK_DIR}/prefix"
-                RESULT_VARIABLE rc OUTPUT_QUIET)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "install failed: ${rc}")
+# The package is found on the prefix path, or named directly: the build folder, or the scratch prefix in
+# a cross build (whose packages are found inside the toolchain's root paths only).
+set(package_arguments "-DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix")
+if(MODE STREQUAL "build-tree")
+  set(package_arguments "-DSupportQtDll_DIR=${BINARY_DIR}")
+elseif(TOOLCHAIN_FILE)
+  list(APPEND package_arguments "-DSupportQtDll_DIR=${WORK_DIR}/prefix/lib/cmake/SupportQtDll")
 endif()
-# Installed binaries find libraries only through run paths relative to themselves.
-if(NOT TOOLCHAIN_FILE AND CMAKE_HOST_UNIX)
-  execute_process(COMMAND ${CMAKE_COMMAND} "-DDIRS=${WORK_DIR}/prefix" -P "${SOURCE_DIR}/cmake/CheckRunPaths.cmake"
-                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT MODE STREQUAL "build-tree")
+  execute_process(COMMAND ${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix "${WORK_DIR}/prefix"
+                  RESULT_VARIABLE rc OUTPUT_QUIET)
   if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "installed run paths: ${out} ${err}")
+    message(FATAL_ERROR "install failed: ${rc}")
   endif()
 endif()
-foreach(f include/SupportQtDll.h include/SupportDll.h include/YString.h)
-  if(NOT EXISTS "${WORK_DIR}/prefix/${f}")
-    message(FATAL_ERROR "not installed: ${f}")
+if(MODE STREQUAL "install")
+  # Installed binaries find libraries only through run paths relative to themselves.
+  if(NOT TOOLCHAIN_FILE AND CMAKE_HOST_UNIX)
+    execute_process(COMMAND ${CMAKE_COMMAND} "-DDIRS=${WORK_DIR}/prefix" -P "${SOURCE_DIR}/cmake/CheckRunPaths.cmake"
+                    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+    if(NOT rc EQUAL 0)
+      message(FATAL_ERROR "installed run paths: ${out} ${err}")
+    endif()
   endif()
-endforeach()
+  # Both libraries' headers sit in the package's own folder, none directly in include/.
+  foreach(f include/SupportQtDll/SupportQtDll.h include/SupportQtDll/SupportDll.h include/SupportQtDll/YString.h
+            include/SupportQtDll/Options.h)
+    if(NOT EXISTS "${WORK_DIR}/prefix/${f}")
+      message(FATAL_ERROR "not installed: ${f}")
+    endif()
+  endforeach()
+  file(GLOB stray_headers "${WORK_DIR}/prefix/include/*.h")
+  if(stray_headers)
+    message(FATAL_ERROR "headers installed outside include/SupportQtDll: ${stray_headers}")
+  endif()
+endif()
+set(consumer_dir "${CONSUMER_DIR}")
+set(consumer_name consumer)
+set(expected "tokens=4 value=4700 utf8=1 size=3")
+set(mode_arguments)
+if(MODE STREQUAL "core")
+  # Qt is neither on the prefix path nor allowed to be found elsewhere: the core library's component
+  # must not look for it.
+  set(consumer_dir "${CONSUMER_DIR}/core-consumer")
+  set(consumer_name core-consumer)
+  set(expected "tokens=4 value=4700 parsed=2.5")
+  set(mode_arguments "-DCMAKE_DISABLE_FIND_PACKAGE_Qt5=ON")
+endif()
 set(cross_arguments)
 set(run_prefix)
 set(exe_suffix)
 if(TOOLCHAIN_FILE)
-  # Packages are found inside the toolchain's root paths only: the scratch package is named directly.
-  set(cross_arguments "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}"
-                      "-DSupportQtDll_DIR=${WORK_DIR}/prefix/lib/cmake/SupportQtDll")
+  set(cross_arguments "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}")
   set(run_prefix ${CMAKE_COMMAND} -E env "WINEPATH=${WORK_DIR}/prefix/bin" ${EMULATOR})
   set(exe_suffix ".exe")
 endif()
-execute_process(COMMAND ${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
-                        "-DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix" ${cross_arguments}
+execute_process(COMMAND ${CMAKE_COMMAND} -S "${consumer_dir}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
+                        ${package_arguments} ${mode_arguments} ${cross_arguments}
                         "-DCMAKE_CXX_COMPILER=${CONSUMER_COMPILER}"
                         "-DCMAKE_CXX_FLAGS=${CONSUMER_FLAGS}"
                         "-DCMAKE_EXE_LINKER_FLAGS=${CONSUMER_FLAGS}"
@@ -43,10 +77,14 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build "${WORK_DIR}/build" RESULT_VARI
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "consumer build failed: ${rc}")
 endif()
-execute_process(COMMAND ${run_prefix} "${WORK_DIR}/build/consumer${exe_suffix}" RESULT_VARIABLE rc OUTPUT_VARIABLE out)
-message(STATUS "consumer: ${out}")
-if(NOT rc EQUAL 0 OR NOT out MATCHES "tokens=4 value=4700 utf8=1 size=3")
-  message(FATAL_ERROR "consumer failed: ${rc} ${out}")
+execute_process(COMMAND ${run_prefix} "${WORK_DIR}/build/${consumer_name}${exe_suffix}"
+                RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+message(STATUS "${consumer_name}: ${out}")
+if(NOT rc EQUAL 0 OR NOT out MATCHES "${expected}")
+  message(FATAL_ERROR "${consumer_name} failed: ${rc} ${out}")
+endif()
+if(NOT MODE STREQUAL "install")
+  return()
 endif()
 
 # The installed tool runs from the prefix and validates against the installed schema.
