@@ -19,15 +19,21 @@ SUPPORTQT_API long long sp_GetNormalisedTime();
 SUPPORTQT_API YString sp_GetFormattedNormalisedTime(long long ms, bool iso);
 /// A file's modification date or time of day in the locale's short form; empty when it cannot be had.
 /// The seconds of the file time are added to local midnight of 1970-01-01 (not UTC midnight), on purpose.
+/// The modification date of an open stream, which stays open and the caller's; empty for a null stream.
 SUPPORTQT_API YString sp_GetFormattedFileDate(FILE* file);
+/// The modification date of the file at `path`; empty for a null path.
 SUPPORTQT_API YString sp_GetFormattedFileDate(const char* path);
+/// The modification time of day of an open stream, which stays open and the caller's.
 SUPPORTQT_API YString sp_GetFormattedFileTime(FILE* file);
+/// The modification time of day of the file at `path`; empty for a null path.
 SUPPORTQT_API YString sp_GetFormattedFileTime(const char* path);
 /// The local path named by a "file://" URL or by a plain path (returned with forward slashes).
 SUPPORTQT_API QString sp_GetLocalFileFromUrl(QString url);
+/// The same on UTF-8 text.
 SUPPORTQT_API YString sp_GetLocalFileFromUrl(YString url);
 /// The "file://" URL of a path (made absolute), in readable form: blanks and non-ASCII not encoded.
 SUPPORTQT_API QString sp_MakeFileUrl(QString path);
+/// The same on UTF-8 text.
 SUPPORTQT_API YString sp_MakeFileUrl(YString path);
 /// A fresh random identifier: "{8-4-4-4-12}" lower-case hexadecimal digits, 38 characters.
 SUPPORTQT_API YString sp_GetGUID();

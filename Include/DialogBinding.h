@@ -60,7 +60,8 @@ public:
     virtual void writeResult(UserReturnData* result, UserFunctionInterface* call) = 0;
 };
 
-/// The number of result elements the tagged widgets of the dialog produce.
+/// The number of result elements the tagged widgets of the dialog produce. The dialog functions below
+/// only read and fill the dialog, the call and the result: each stays owned by the caller.
 SUPPORTQT_API int di_GetNumOutputElements(QDialog* dialog);
 /// Fills the tagged widgets from the call's arguments.
 SUPPORTQT_API void di_InitialiseDialog(QDialog* dialog, UserFunctionInterface* call);

@@ -26,9 +26,10 @@ enum FileOpenForensic : int {
 
 /// True when the file can be opened in `mode` now. Leaves no trace: a file the test creates is removed,
 /// and an existing file's content is never touched.
-SUPPORTQT_API bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode);
+[[nodiscard]] SUPPORTQT_API bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode);
 /// Diagnoses why an open in `mode` fails (never 0) and stores the code; always returns true.
 SUPPORTQT_API bool sp_FileOpenForensic(const YString& path, GfnOpenMode mode, FileOpenForensic* code);
+/// The same, returning the code.
 SUPPORTQT_API FileOpenForensic sp_FileOpenForensic(const YString& path, GfnOpenMode mode);
 /// Diagnoses as above and writes the user message, "The file PATH does not exist" and the like, into
 /// `*message`. Returns true.

@@ -21,7 +21,8 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 /// - the replacement keeps the old file's permissions (and its owner where the process may set it); a
 ///   new file gets the permissions the process's file-mode mask gives.
 /// False when `path` is empty or a folder, when the file may not be written, or when anything fails.
-SUPPORTQT_API bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context);
+/// `context` is only passed on to `write`: it stays the caller's.
+[[nodiscard]] SUPPORTQT_API bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context);
 
 /// The same with any callable `bool(const YString& pathToWrite)`.
 template <class Write>

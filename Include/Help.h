@@ -17,6 +17,6 @@ SUPPORTQT_API void sp_RunHelpContext(int id);
 SUPPORTQT_API bool sp_HasHelp();
 /// Opens a URL with the system's handler; false when that fails. A "file://" URL with a "#" fragment is
 /// handed whole to the program registered for HTML files, so that the fragment is not lost.
-SUPPORTQT_API bool sp_OpenWebPage(const YString& url);
+[[nodiscard]] SUPPORTQT_API bool sp_OpenWebPage(const YString& url);
 /// True when a program is registered to open ".html" files.
 SUPPORTQT_API bool sp_HaveOpenWebPage();

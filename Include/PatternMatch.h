@@ -27,9 +27,10 @@ SUPPORTQT_API bool sp_RegularExpressionMatch(const YString& text, const YString&
 SUPPORTQT_API bool sp_RegExpMatches(const YArray<YString>& patterns, const YString& text, YArray<YString>* pieces);
 /// Every descendant of `parent` (pre-order) whose class passes `className` ("QWidget": any widget;
 /// other names: `inherits`; null: any) and whose object name equals `objectName` (null: any).
-/// `ignored` has no effect; `recursive` false looks at the direct children only.
+/// `ignored` has no effect; `recursive` false looks at the direct children only. The objects stay owned
+/// by their parents: the caller does not own them.
 SUPPORTQT_API QList<QObject*> qtsp_QueryList(const QObject* parent, const char* className, const char* objectName,
                                              bool ignored, bool recursive);
-/// The first such descendant, or null. Note the order: name before class.
+/// The first such descendant, or null. Note the order: name before class. The caller does not own it.
 SUPPORTQT_API QObject* qtsp_SearchChild(const QObject* parent, const char* objectName, const char* className,
                                         bool recursive);

@@ -16,17 +16,20 @@ class QLibrary;
 /// taken from the folder of startup.ini, never from the current folder). With `verify`, and when the version record asks for
 /// signature checks, only modules whose embedded signature verifies are loaded. A function exported
 /// only as "_name" is found for "name". A null `function` unloads the module instead. Null when the
-/// module or the function cannot be found.
+/// module or the function cannot be found. The address belongs to the module and is valid until the
+/// module is unloaded.
 SUPPORTQT_API void* sp_GetLibraryFunction(const char* library, const char* function, bool usePluginDirs,
                                           const char* category, bool verify);
-/// Loads a module file (it stays loaded; it is not entered in the list of loaded modules).
-SUPPORTQT_API bool sp_LoadLibrary(const char* path);
+/// Loads a module file (it stays loaded; it is not entered in the list of loaded modules); false when it
+/// cannot be loaded.
+[[nodiscard]] SUPPORTQT_API bool sp_LoadLibrary(const char* path);
 /// Unloads a module loaded by `sp_GetLibraryFunction`; an unknown path does nothing.
 SUPPORTQT_API void sp_UnloadLibrary(const char* path);
 /// Appends the absolute paths of the module files (or of the files matching `filter`) in the category's
 /// plug-in directories, each directory's files sorted ignoring case, leaving out the names in `excluded`.
 SUPPORTQT_API void sp_SearchDLLs(YArray<YString>* result, const char* category, const char* filter,
                                  const YArray<YString>& excluded);
+/// The same with no filter and nothing excluded.
 SUPPORTQT_API void sp_SearchDLLs(YArray<YString>* result, const char* category);
 /// Sets Qt's library search paths to "EXEDIR/../plugins/" and "EXEDIR".
 SUPPORTQT_API void sp_SetPluginPaths();

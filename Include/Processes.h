@@ -83,12 +83,12 @@ private:
 /// capture bits its standard output and error are written to `output` in arrival order. `exitCode`
 /// and `processId` (either may be null) receive Qt's exit code and the child's id, or -1 when it is no
 /// longer running. A missing program gives 4, a non-executable one 6, the new-console bit 7.
-SUPPORTQT_API SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvstream> output,
-                                           unsigned* exitCode, int* processId);
+[[nodiscard]] SUPPORTQT_API SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags,
+                                                         YRef<kvstream> output, unsigned* exitCode, int* processId);
 /// The older launcher. On Windows it is CreateProcessW with the window-show and console options; on
 /// other systems it starts the program with posix_spawn from the same command line, and the
 /// window-show and console bits have no effect there. Errors: program not found 4, not executable 6,
 /// not an executable format 5, anything else 1. With SpawnWait the exit code is stored and the process
 /// id is -1; without it the process id of the running child is stored and the exit code is 0.
-SUPPORTQT_API SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsigned* exitCode,
-                                              int* processId);
+[[nodiscard]] SUPPORTQT_API SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags,
+                                                            unsigned* exitCode, int* processId);

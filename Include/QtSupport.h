@@ -59,6 +59,7 @@ private:
 /// Text of unknown 8-bit origin to UTF-8: returned unchanged when it is valid UTF-8 (a final sequence
 /// that is not finished counts as invalid), else decoded with the locale codec and returned as UTF-8.
 SUPPORTQT_API YString sp_AutoConvertToUtf8(const YString& s);
+/// The same on a C text; null gives empty text.
 SUPPORTQT_API YString sp_AutoConvertToUtf8(const char* s);
 /// Locale code-page text to UTF-8.
 SUPPORTQT_API YString sp_ConvertFromLocal(const char* s);
@@ -69,19 +70,23 @@ SUPPORTQT_API YString sp_ConvertFromUtf8(const char* s);
 SUPPORTQT_API bool sp_LocaleSupportsMicroCharacter();
 /// "default" (any case) restores the system's locale codec and returns true; another name makes that
 /// codec the locale codec, or returns false and changes nothing when Qt knows no codec of that name.
-SUPPORTQT_API bool sp_SetLocaleEncoding(const YString& name);
+[[nodiscard]] SUPPORTQT_API bool sp_SetLocaleEncoding(const YString& name);
 
 /// A pointer to the UTF-8 form of `s` that stays valid until the process ends; equal texts give the
-/// same pointer. Every distinct text is kept forever; for the user-interface thread only.
+/// same pointer. Every distinct text is kept forever; for the user-interface thread only. The library
+/// owns the text: the caller never frees it.
 SUPPORTQT_API const char* toCs(const QString& s);
-/// `YString` (UTF-8) to `QString`, and back.
+/// `YString` (UTF-8) to `QString`.
 SUPPORTQT_API QString toQs(const YString& s);
+/// `QString` to `YString` (UTF-8).
 SUPPORTQT_API YString toYs(const QString& s);
 /// Equality ignoring case.
 SUPPORTQT_API bool equals(const QString& a, const QString& b);
+/// Inequality ignoring case.
 SUPPORTQT_API bool notEquals(const QString& a, const QString& b);
 /// Paths compare ignoring case, as on the host file system; no separator or dot-segment normalisation.
 SUPPORTQT_API bool pathEquals(const QString& a, const QString& b);
+/// The negation of `pathEquals`.
 SUPPORTQT_API bool pathNotEquals(const QString& a, const QString& b);
 /// Compares two UTF-8 texts with the default locale's collation; negative, 0 or positive.
 SUPPORTQT_API int sp_CompareUtf8Strings(const char* a, const char* b, bool caseSensitive);

@@ -25,22 +25,25 @@ struct SUPPORTQT_API ReportSortKey {
 
 /// Writes the style block: the style sheet file's bytes between "<style>" lines, or, when it cannot be
 /// read, a built-in block indented by two tabs. Only a regular file of at most 16 MiB is copied; a
-/// device, a FIFO or a larger file counts as a sheet that cannot be read.
+/// device, a FIFO or a larger file counts as a sheet that cannot be read. `stream` stays open and the
+/// caller's.
 SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet);
 /// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in case
 /// order. False when the file cannot be created or when a write to it fails (a full disk, a file-size
 /// limit): then the file holds only part of the log. Text is written as it is (no HTML escaping).
-SUPPORTQT_API bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet,
-                                                const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
+[[nodiscard]] SUPPORTQT_API bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet,
+                                                              const YHashTable<XMLReportInfo>& table,
+                                                              const XMLReportHeader& header);
 /// The same log in worst-case form: no seed table.
-SUPPORTQT_API bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet,
-                                               const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
+[[nodiscard]] SUPPORTQT_API bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet,
+                                                             const YHashTable<XMLReportInfo>& table,
+                                                             const XMLReportHeader& header);
 /// The sensitivity table as an HTML page, rows sorted by `sortColumn` (0 case, 1 description, then per
 /// merit function value, delta and norm, largest absolute value first). False when the file cannot be
 /// created or when a write to it fails.
-SUPPORTQT_API bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet,
-                                                 const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
-                                                 int sortColumn);
+[[nodiscard]] SUPPORTQT_API bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet,
+                                                               const YHashTable<XMLReportInfo>& table,
+                                                               const XMLReportHeader& header, int sortColumn);
 /// The same table as CSV lines appended to `*lines` (no perturbation columns). Always true.
 SUPPORTQT_API bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table,
                                                 const XMLReportHeader& header, int sortColumn);

@@ -140,30 +140,62 @@ public:
     void update();
 };
 
-SUPPORTQT_API bool sp_CopyTextToClipboard(const char* text);
-SUPPORTQT_API bool sp_PasteTextFromClipboard(YString* out);
+/// The GUI forwarders: each passes its arguments unchanged to the same-named slot of the GUI module's
+/// implementation, loading the module on first need, or to the placeholder's neutral value without it;
+/// widgets, labels, fonts and pixmaps passed in stay the caller's.
+/// Copies text to the clipboard; false when it was not copied (always without the GUI module).
+[[nodiscard]] SUPPORTQT_API bool sp_CopyTextToClipboard(const char* text);
+/// Reads the clipboard's text into `*out`; false, `*out` untouched, when there is none (or no GUI module).
+[[nodiscard]] SUPPORTQT_API bool sp_PasteTextFromClipboard(YString* out);
+/// The name of the application's widget style; empty without the GUI module.
 SUPPORTQT_API YString sp_GetApplicationStyle();
+/// Gives the widget the suite's window icon.
 SUPPORTQT_API void sp_ApplyKalvontaIcon(QWidget* widget);
+/// Restores the widget's size and position saved under `key`.
 SUPPORTQT_API void sp_RestoreWidgetDims(QWidget* widget, const YString& key);
+/// Saves the widget's size and position under `key`.
 SUPPORTQT_API void sp_SaveWidgetDims(QWidget* widget, const YString& key);
+/// Has the GUI module save the dialog's size and position for it.
 SUPPORTQT_API void sp_AutoSaveDialogDims(QWidget* widget);
+/// Asks the user with the buttons and icon of `flags`; the button chosen, or `AskUserResponseNone`
+/// when nothing was shown (always without the GUI module).
 SUPPORTQT_API AskUserResponse sp_AskUser(const char* message, const char* caption, AskUserFlags flags);
+/// Shows a fatal-error message; shows nothing without the GUI module.
 SUPPORTQT_API void sp_FatalMessage(const char* message);
+/// Asks a yes-or-no question; true for yes, false for no or when nothing was shown.
 SUPPORTQT_API bool sp_AskUserYesNo(const char* message, const char* caption);
+/// Shows a message box with informative and detailed text and the optional check box; the GUI module's
+/// answer as text, empty when nothing was shown (always without the GUI module).
 SUPPORTQT_API YString sp_OpenMessageBox(const YString& title, const YString& text, const YString& informative,
                                         const YString& detailed, MessageBoxCheckBox checkBox);
+/// Lets the user choose a folder, starting at `start`; the folder chosen, or empty.
 SUPPORTQT_API YString sp_ChooseDirectory(const YString& start);
+/// Makes the label show its text as a link whose activation `receiver` handles.
 SUPPORTQT_API void sp_CvtToHyperlink(QLabel* label, QObject* receiver);
+/// Appends the image formats that can be read to `*formats`; untouched without the GUI module.
 SUPPORTQT_API void sp_GetSupportedImageReadFormats(YList<YString>* formats);
+/// Appends the image formats that can be written to `*formats`; untouched without the GUI module.
 SUPPORTQT_API void sp_GetSupportedImageWriteFormats(YList<YString>* formats);
-SUPPORTQT_API bool sp_CreateFont(const YString& name, const YString& spec, std::function<void()> changed);
+/// Creates the named font from `spec`, with `changed` called when it changes later (the module keeps
+/// the function); false when it was not created (always without the GUI module).
+[[nodiscard]] SUPPORTQT_API bool sp_CreateFont(const YString& name, const YString& spec, std::function<void()> changed);
+/// Offers the named font for editing in a dialog with that caption; false without the GUI module.
 SUPPORTQT_API bool sp_EditFont(const YString& name, const YString& caption);
+/// The specification of the named font; empty when it is unknown or without the GUI module.
 SUPPORTQT_API YString sp_GetFontSpec(const YString& name);
+/// Appends the names of the fonts the GUI module knows (`all` as the module reads it) to `*names`.
 SUPPORTQT_API void sp_GetFontNames(YList<YString>* names, bool all);
-SUPPORTQT_API bool sp_RecoverFont(QFont* font, const YString& name);
+/// Sets `*font` to the named font; false, `*font` untouched, when it is unknown or without the module.
+[[nodiscard]] SUPPORTQT_API bool sp_RecoverFont(QFont* font, const YString& name);
+/// Has the GUI module apply every font's current specification again.
 SUPPORTQT_API void sp_UpdateFonts();
+/// Loads the named image into `*pixmap` at `size` pixels; untouched without the GUI module.
 SUPPORTQT_API void sp_GetPixmap(const QString& name, QPixmap* pixmap, int size);
+/// Scales `*pixmap` to `size` pixels.
 SUPPORTQT_API void sp_ScalePixmap(QPixmap* pixmap, int size);
+/// Scales the images of every widget below `root` to `size` pixels.
 SUPPORTQT_API void sp_ScaleAllBitmaps(QObject* root, int size);
+/// Shows, over `parent`, the hint that `cores` cores were asked for where `maxCores` is the limit.
 SUPPORTQT_API void sp_ShowMaxCoresHint(QWidget* parent, int cores, int maxCores);
+/// Shows the information icon in the label.
 SUPPORTQT_API void sp_ApplyInfoIconToQLabel(QLabel& label);

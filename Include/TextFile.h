@@ -12,9 +12,10 @@ SUPPORTQT_API void sp_DetectTextFileFormat(const char* buf, int len, bool& isWid
                                            bool& isLittleEndian);
 /// Classifies the first 1024 bytes of a file. Any pointer may be null. False when the file cannot be
 /// opened (the outputs are then false, false, false, true).
-SUPPORTQT_API bool sp_DetectTextFileFormat(const QString& path, bool* isWide, bool* isDos, bool* isMac,
-                                           bool* isLittleEndian);
-SUPPORTQT_API bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bool* isDos, bool* isMac,
+[[nodiscard]] SUPPORTQT_API bool sp_DetectTextFileFormat(const QString& path, bool* isWide, bool* isDos, bool* isMac,
+                                                         bool* isLittleEndian);
+/// The same for a UTF-8 path.
+[[nodiscard]] SUPPORTQT_API bool sp_DetectTextFileFormat(const YString& path, bool* isWide, bool* isDos, bool* isMac,
                                            bool* isLittleEndian);
 
 /// Loads and decodes a whole file with its line ends normalised to LF as its first line end dictates.
@@ -32,7 +33,7 @@ SUPPORTQT_API void sp_WriteTextFile(const QString& path, const QString& text, co
 
 /// When the file is UTF-16, writes a UTF-8 copy (line ends LF) to a fresh temporary file, stores its path
 /// in `*tempPath` and returns true; otherwise returns false and leaves `*tempPath` alone.
-SUPPORTQT_API bool sp_ConvertWideTextFile(const YString& path, YString* tempPath);
+[[nodiscard]] SUPPORTQT_API bool sp_ConvertWideTextFile(const YString& path, YString* tempPath);
 
 /// Scope guard over `sp_ConvertWideTextFile`: `getPath` is the UTF-8 copy of a UTF-16 file, or the given
 /// path; the copy is deleted when the object is destroyed. Copies share the temporary path and each one

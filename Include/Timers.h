@@ -16,12 +16,12 @@ public:
 SUPPORTQT_API int sp_CreateTimer(int interval, bool singleShot, TimerObject* data);
 /// Starts one more period beside any that run already (so two starts double the rate); false for an
 /// unknown id.
-SUPPORTQT_API bool sp_StartTimer(int id, int interval);
+[[nodiscard]] SUPPORTQT_API bool sp_StartTimer(int id, int interval);
 /// Stops every period of the timer; it stays registered. False for an unknown id.
-SUPPORTQT_API bool sp_KillTimer(int id);
+[[nodiscard]] SUPPORTQT_API bool sp_KillTimer(int id);
 /// The interval last started (0 when stopped), or -1 for an unknown id.
 SUPPORTQT_API int sp_GetTimerInterval(int id);
-/// The timer's callback object, or null.
+/// The timer's callback object, or null; the timer keeps owning it.
 SUPPORTQT_API TimerObject* sp_GetTimerData(int id);
 /// Removes the timer and deletes its callback object; false for an unknown id.
-SUPPORTQT_API bool sp_DeleteTimer(int id);
+[[nodiscard]] SUPPORTQT_API bool sp_DeleteTimer(int id);

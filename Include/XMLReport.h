@@ -130,8 +130,8 @@ SUPPORTQT_API void computeSensitivityDeltas(YHashTable<XMLReportInfo>& table);
 
 /// Writes the results file (root "msw"). The file is written to a temporary file beside it and renamed
 /// over `path` only when complete: on false the previous file is as it was.
-SUPPORTQT_API bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table,
-                                   const XMLReportHeader& header);
+[[nodiscard]] SUPPORTQT_API bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table,
+                                                 const XMLReportHeader& header);
 /// Reads a results file and the files it appends (to a depth of 4) into `table` and `header`, adding to
 /// what they hold; then computes deltas and sensitivities and describes named runs by their shortest
 /// distinct labels. False when the file (or an appended one) cannot be read or is not version 1.0, and
@@ -139,8 +139,8 @@ SUPPORTQT_API bool sp_WriteMswFile(const YString& path, const YHashTable<XMLRepo
 /// run): such a file changes nothing. A file that several files append is read once. False, too, when the dense table the deltas need (every
 /// run with every merit function) would be more than 4 million values and more than 64 times the values
 /// and runs the files hold, and when memory runs out; nothing is thrown.
-SUPPORTQT_API bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* table,
-                                            XMLReportHeader* header);
+[[nodiscard]] SUPPORTQT_API bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* table,
+                                                          XMLReportHeader* header);
 /// Sets the root's namespace, schema location, "version" 1.0 and "rev" 1.
 SUPPORTQT_API void sp_DecorateMswRoot(YRef<YDomElement> root);
 /// True when the root's "version" (1.0 when absent) equals "1.0" ignoring case.
@@ -151,8 +151,9 @@ SUPPORTQT_API void sp_WriteElemRealValue(YRef<YDomElement> element, const YStrin
 /// Adds a merit function with one value per listed case to a results file and writes it back (as one
 /// file, without "append"). False, with the file untouched, when the lists differ in length, the file
 /// cannot be read, a case is missing or already has a value for the new function.
-SUPPORTQT_API bool sp_AppendMeritData(const YString& path, const YString& value, const YString& name,
-                                      const YVector<double>& values, const YVector<int>& cases);
+[[nodiscard]] SUPPORTQT_API bool sp_AppendMeritData(const YString& path, const YString& value,
+                                                    const YString& name, const YVector<double>& values,
+                                                    const YVector<int>& cases);
 
 /// Outcome of `sp_ValidateXml`.
 enum XmlValidateStatus : int {
@@ -167,4 +168,4 @@ enum XmlValidateStatus : int {
 /// Only the schema named here is used: schema-location hints in the document are ignored (nothing they
 /// name is opened or fetched), and the schema's own include and import may read only regular files in
 /// the schema's folder or below it, never anything over the network.
-SUPPORTQT_API XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message);
+[[nodiscard]] SUPPORTQT_API XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message);

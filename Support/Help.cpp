@@ -111,6 +111,7 @@ bool sp_HaveOpenWebPage()
         return false;
     const bool found = helpplatform::hasProgramForFile(toQs(path));
     std::fclose(file);
-    unlink_utf8(path.c_str());
+    // The probe file is scratch: a failed removal does not change the answer.
+    (void)unlink_utf8(path.c_str());
     return found;
 }

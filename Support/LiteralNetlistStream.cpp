@@ -36,7 +36,8 @@ NewSpiceStream::~NewSpiceStream()
 {
     if (!m_tempFile.isEmpty()) {
         close();
-        unlink_utf8(m_tempFile.c_str());
+        // A destructor cannot report it: a temporary copy left behind is only litter.
+        (void)unlink_utf8(m_tempFile.c_str());
     }
 }
 

@@ -51,7 +51,8 @@ SpiceStream::~SpiceStream()
 {
     if (!m_tempFile.equalsNoCase("")) {
         close();
-        unlink_utf8(m_tempFile.c_str());
+        // A destructor cannot report it: a temporary copy left behind is only litter.
+        (void)unlink_utf8(m_tempFile.c_str());
     }
 }
 

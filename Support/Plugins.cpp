@@ -16,7 +16,8 @@ namespace {
 YString translated(const YString& text)
 {
     YString out;
-    sp_TranslateSystemPath(text.c_str(), &out);
+    // Placeholders that name nothing stay as written, which is the path the caller then tries.
+    (void)sp_TranslateSystemPath(text.c_str(), &out);
     return out;
 }
 
@@ -28,7 +29,8 @@ YArray<YString> pluginDirectories(const char* category)
     if (!category || !*category) {
         value = "%EXEPATH%/../plugins";
     } else {
-        sp_GetPrivateProfileString("PluginDirs", category, ini.c_str(), &value);
+        // A missing file, section or key leaves the value empty: the default directory below.
+        (void)sp_GetPrivateProfileString("PluginDirs", category, ini.c_str(), &value);
         if (value.equalsNoCase("")) {
             value = "%EXEPATH%/../plugins/";
             value.append(category);

@@ -146,16 +146,17 @@ void KvProcess::setProcessPriority(ProcessPriority priority)
     const int pid = nativePid();
     if (pid == -1)
         return;
-    // The class's order differs from the core library's: 1 and 2 swap places.
+    // The class's order differs from the core library's: 1 and 2 swap places. The setter reports
+    // nothing, so a refused change (the child already gone, say) is ignored.
     switch (static_cast<int>(priority)) {
     case 0:
-        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(0));
+        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(0));
         break;
     case 1:
-        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(2));
+        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(2));
         break;
     case 2:
-        sp_SetProcessPriority(pid, static_cast<ThreadPriority>(1));
+        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(1));
         break;
     default:
         break;

@@ -298,6 +298,7 @@ WideTextFileConverter::WideTextFileConverter(const YString& path)
 
 WideTextFileConverter::~WideTextFileConverter()
 {
+    // A destructor cannot report it, and a copy may already be gone: copies share the path.
     if (!m_tempPath.isEmpty())
-        unlink_utf8(m_tempPath.c_str());
+        (void)unlink_utf8(m_tempPath.c_str());
 }

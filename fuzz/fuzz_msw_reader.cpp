@@ -10,7 +10,8 @@ bool readAndWrite(const std::string& from, const std::string& to)
 {
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
-    sp_CompileSensReportData(YString(from.c_str()), &table, &header);
+    // Whatever was read, even after a failure, is written back.
+    (void)sp_CompileSensReportData(YString(from.c_str()), &table, &header);
     return sp_WriteMswFile(YString(to.c_str()), table, header);
 }
 

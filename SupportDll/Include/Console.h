@@ -64,6 +64,8 @@ SUPPORTDLL_API int kv_write(const char* text);
 
 /// Where console text goes: the function receives every piece of text. Null restores standard output.
 typedef void (*KvConsoleSink)(const char* text, void* context);
+/// Sends console text to `sink`, which receives `context` with each piece; the context is not owned and
+/// must outlive the sink's use.
 SUPPORTDLL_API void sp_SetConsoleSink(KvConsoleSink sink, void* context);
 
 /// Formatted output to the suite's command console (standard output unless a sink is set); returns the

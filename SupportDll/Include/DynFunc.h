@@ -76,7 +76,8 @@ private:
     long long m_id;
 };
 
-/// The function currently defined under `name` (the first registered of those present), or null.
+/// The function currently defined under `name` (the first registered of those present), or null. It
+/// belongs to the module that defined it and stays valid only while that module is loaded.
 SUPPORTDLL_API DynFuncPtr sp_FindDynFuncDef(const char* name);
 
 /// Every registration and withdrawal made so far, in order, one line each:

@@ -6,14 +6,15 @@
 
 #include <cstdio>
 
-/// The C runtime's fopen for a UTF-8 path; null on failure (errno set).
+/// The C runtime's fopen for a UTF-8 path; null on failure (errno set). The caller owns the stream and
+/// closes it with fclose.
 SUPPORTDLL_API FILE* fopen_utf8(const char* path, const char* mode);
 /// As fopen_utf8, storing the stream in `*out`; 0 on success, else the error number (and `*out` null).
-SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);
+[[nodiscard]] SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);
 /// Deletes a file; 0 on success, -1 on failure.
-SUPPORTDLL_API int unlink_utf8(const char* path);
+[[nodiscard]] SUPPORTDLL_API int unlink_utf8(const char* path);
 /// Renames a file, replacing an existing target; 0 on success, -1 on failure.
-SUPPORTDLL_API int rename_utf8(const char* from, const char* to);
+[[nodiscard]] SUPPORTDLL_API int rename_utf8(const char* from, const char* to);
 
 /// True when a file or directory of that name exists.
 SUPPORTDLL_API bool sp_ExistFile(const char* path);
@@ -23,6 +24,7 @@ SUPPORTDLL_API bool sp_IsDirectory(const char* path);
 SUPPORTDLL_API long long sp_GetFileSize64(const char* path);
 /// Modification time in seconds since 1970-01-01 00:00 UTC; negative when unavailable.
 SUPPORTDLL_API long long sp_GetFileModifiedTime(const YString& path);
+/// The same for an open stream, which stays open and owned by the caller.
 SUPPORTDLL_API long long sp_GetFileModifiedTime(FILE* file);
 
 /// A fresh, empty, writable file in the temporary directory, created so that no other caller gets the
@@ -42,7 +44,7 @@ SUPPORTDLL_API YString sp_CleanPath(const YString& path);
 SUPPORTDLL_API YString sp_ConvertLocalToUnix(const YString& path);
 /// Expands "%EXEPATH%" to the executable's directory and "%NAME%" to the environment variable NAME.
 /// Placeholders that name nothing are left as written and make the result false.
-SUPPORTDLL_API bool sp_TranslateSystemPath(const char* in, YString* out);
+[[nodiscard]] SUPPORTDLL_API bool sp_TranslateSystemPath(const char* in, YString* out);
 /// Splits a path at its last separator into the directory (without the separator) and the file name.
 /// Either output may be null.
 SUPPORTDLL_API void sp_SplitPath(const YString& path, YString* directory, YString* fileName);

@@ -28,6 +28,7 @@ private:
 /// Sets an option's value (names compare ignoring case). A null value removes the set value, so the
 /// declared default applies again.
 SUPPORTDLL_API void sp_SetOption(const char* name, const char* value);
+/// Sets an option to the text "true" or "false".
 SUPPORTDLL_API void sp_SetBoolOption(const char* name, bool value);
 /// The option's set value, else its declared default, else empty. `found` (may be null) tells whether
 /// the option is declared or set.
@@ -40,7 +41,7 @@ SUPPORTDLL_API bool sp_IsOptionDeclared(const char* name);
 /// Reads `key` of `[section]` from an initialisation file into `*out` (blanks around the value removed,
 /// one pair of surrounding double quotes removed). Section and key compare ignoring case; lines starting
 /// with ";" or "#" are comments. False, with `*out` untouched, when the file, section or key is absent.
-SUPPORTDLL_API bool sp_GetPrivateProfileString(const char* section, const char* key, const char* file, YString* out);
+[[nodiscard]] SUPPORTDLL_API bool sp_GetPrivateProfileString(const char* section, const char* key, const char* file, YString* out);
 
 /// The system path value of that name: the environment variable. `found` (may be null) says whether it
 /// is set; empty when not.
@@ -58,10 +59,11 @@ struct KalvontaVersionInfo {
 /// "SignatureCheck", when set, overrides the latter. Values set with `sp_SetVersionValues` win.
 SUPPORTDLL_API void sp_GetVersionValues(KalvontaVersionInfo* info);
 /// Replaces the reported version record (null restores the built-in one); for embedding applications.
+/// The record is copied: the caller keeps its own.
 SUPPORTDLL_API void sp_SetVersionValues(const KalvontaVersionInfo* info);
 
 /// 0 when the module file's embedded code signature is valid; -1 when the file cannot be read. On
 /// Windows this is Authenticode (WinVerifyTrust), whose status is returned as it is (an unsigned
 /// module gives TRUST_E_NOSIGNATURE). Hosts without embedded signatures accept any existing file that
 /// is a loadable module of the host's format (ELF or Mach-O): 0; 2 when it is not a module.
-SUPPORTDLL_API int sp_VerifyEmbeddedSignature(const char* path);
+[[nodiscard]] SUPPORTDLL_API int sp_VerifyEmbeddedSignature(const char* path);

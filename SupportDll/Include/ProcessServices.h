@@ -19,7 +19,7 @@ SUPPORTDLL_API int sp_GetPidFromQProcessPID(long long qtPid);
 /// counts as ended).
 SUPPORTDLL_API bool sp_IsProcessRunning(int pid);
 /// Sets the priority; false when the process does not exist or the change is refused.
-SUPPORTDLL_API bool sp_SetProcessPriority(int pid, ThreadPriority priority);
+[[nodiscard]] SUPPORTDLL_API bool sp_SetProcessPriority(int pid, ThreadPriority priority);
 /// The priority as a `ThreadPriority` value, or -1 when the process does not exist.
 SUPPORTDLL_API int sp_GetProcessPriority(int pid);
 /// The id of the calling process.

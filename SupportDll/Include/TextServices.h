@@ -42,4 +42,4 @@ SUPPORTDLL_API unsigned sp_HashValue(const char* text);
 SUPPORTDLL_API YString sp_RealToShortestText(double value);
 /// Reads a number written by `sp_RealToShortestText` (or any decimal/exponent text); false when the
 /// whole text (blanks around it aside) is not a number.
-SUPPORTDLL_API bool sp_TextToReal(const char* text, double* value);
+[[nodiscard]] SUPPORTDLL_API bool sp_TextToReal(const char* text, double* value);

@@ -77,6 +77,7 @@ private:
     YDomDocumentData* m_data;
 };
 
+/// Makes documents for callers that create them through a factory.
 struct SUPPORTDLL_API YXML_Factory {
     /// A new empty document.
     static YRef<YDomDocument> Make_RapidXML_DOM_Document();

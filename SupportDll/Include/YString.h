@@ -90,12 +90,16 @@ private:
     std::string m_text;
 };
 
+/// Byte-wise equality of the UTF-8 texts.
 SUPPORTDLL_API bool operator==(const YString& a, const YString& b);
+/// The same with a C text; a null pointer equals the empty text.
 SUPPORTDLL_API bool operator==(const YString& a, const char* b);
+/// The same with the C text first.
 SUPPORTDLL_API bool operator==(const char* a, const YString& b);
 inline bool operator!=(const YString& a, const YString& b) { return !(a == b); }
 inline bool operator!=(const YString& a, const char* b) { return !(a == b); }
 inline bool operator!=(const char* a, const YString& b) { return !(a == b); }
+/// Byte-wise order of the UTF-8 texts (which is code-point order).
 SUPPORTDLL_API bool operator<(const YString& a, const YString& b);
 
 /// The temporary result of `YString::concat`; `concat` appends further and returns itself.

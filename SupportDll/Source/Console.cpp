@@ -79,7 +79,8 @@ double PrintfArg::asReal() const
     case Unsigned: return static_cast<double>(m_value.u);
     case Text: {
         double v = 0.0;
-        sp_TextToReal(m_text.c_str(), &v);
+        // Text that is not a number prints as 0.
+        (void)sp_TextToReal(m_text.c_str(), &v);
         return v;
     }
     case Pointer: return 0.0;

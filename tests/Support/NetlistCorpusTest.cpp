@@ -150,7 +150,7 @@ TEST_F(NetlistCorpus, EveryDefinitionOfEveryLibraryReadsBackThroughLibraryStream
     int checked = 0;
     for (const std::string& file : files) {
         bool wide = false;
-        sp_DetectTextFileFormat(YString(file.c_str()), &wide, nullptr, nullptr, nullptr);
+        ASSERT_TRUE(sp_DetectTextFileFormat(YString(file.c_str()), &wide, nullptr, nullptr, nullptr)) << file;
         if (wide)
             continue; // positions of a wide file refer to its bytes, not to its UTF-8 copy
         std::string text = readFileBytes(file);
