@@ -13,6 +13,7 @@
 #include "Help.h"
 #include "LibraryStream.h"
 #include "LiteralNetlistStream.h"
+#include "ModelLibrary.h"
 #include "MswMerge.h"
 #include "NetlistStream.h"
 #include "PatternMatch.h"

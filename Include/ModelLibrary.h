@@ -1,0 +1,196 @@
+// ModelLibrary.h - the index of a model library: its definitions, corner sections and references, the
+// definitions a section reaches across files, the problems found there, and extraction into one library.
+#pragma once
+
+#include "LibraryStream.h"
+#include "NetlistStream.h"
+#include "SupportQtExport.h"
+#include "YString.h"
+
+#include <cstddef>
+#include <vector>
+
+/// One ".model" or ".subckt" definition of a library file.
+struct ModelLibDefinition {
+    enum Kind { Model = 0, Subckt = 1 };
+    Kind kind = Model;
+    YString name;                 ///< as written (names compare ignoring case)
+    YString type;                 ///< a model's type ("nmos", "D"); empty for a subcircuit and for an AKO model without one
+    YString akoBase;              ///< the base of an "AKO:" model, else empty
+    std::vector<YString> ports;   ///< a subcircuit's ports (the names before "params:" or the first NAME=VALUE)
+    /// Exactly what `LibraryStream` takes: the file, the name, `kind`, the position of the keyword's "."
+    /// and the position just after the definition's last physical line (its line end included), and the
+    /// lines before it. A model runs over its "+" continuation lines, with the comment and blank lines
+    /// between them; comment lines after the last continuation are not part of it. A subcircuit runs
+    /// through its ".ends" statement.
+    SymbolLoc location;
+    int line = 0;                 ///< 1-based physical line of the keyword
+    int lastLine = 0;             ///< physical line of the definition's last line
+    int section = -1;             ///< index into `ModelLibIndex::sections`, -1 outside any section
+    /// Index of the enclosing subcircuit, -1 at the top level. Definitions inside a subcircuit are local to
+    /// it: they are listed here but are never reached by a section, checked for duplicates or extracted
+    /// on their own.
+    int parent = -1;
+    std::vector<YString> instances; ///< subcircuit: the subcircuit names of its "X" lines, in order, repeats removed
+    std::vector<YString> uses;      ///< subcircuit: the other words of its element lines (candidate model names)
+};
+
+/// An ".include FILE" (also ".inc", ".incl") or ".lib FILE SECTION" line.
+struct ModelLibReference {
+    enum Kind { Include = 0, LibSection = 1 };
+    Kind kind = Include;
+    YString target;  ///< the file name as written, quotes removed
+    YString path;    ///< `target` resolved against the including file's folder (unchanged when absolute)
+    YString section; ///< the section a ".lib FILE SECTION" line asks for
+    int line = 0;
+    int inSection = -1; ///< index of the section holding the line, -1 outside any section
+};
+
+/// A ".lib NAME" ... ".endl" section.
+struct ModelLibSection {
+    YString name;
+    int line = 0;                    ///< line of ".lib NAME"
+    int endLine = 0;                 ///< last line of ".endl" (the file's last line when unclosed)
+    int start = 0;                   ///< position of ".lib"
+    int end = 0;                     ///< position after the ".endl" line (the text's end when unclosed)
+    bool closed = false;
+    std::vector<int> definitions;    ///< top-level definitions inside, indexes into `ModelLibIndex::definitions`
+    std::vector<int> references;     ///< indexes into `ModelLibIndex::references`
+    std::vector<YString> params;     ///< names set by ".param" lines inside, in order
+};
+
+/// A remark of the index on the file's structure: an unclosed ".subckt" or ".lib", an ".ends" or ".endl"
+/// without an opener, a ".lib" or ".include" without a file.
+struct ModelLibDiagnostic {
+    int line = 0;
+    YString message;
+};
+
+/// Everything the index found in one file.
+struct ModelLibIndex {
+    YString fileName;
+    bool wide = false;               ///< a UTF-16 file: positions refer to its UTF-8 copy, as `LibraryStream` reads it
+    SpiceLanguage language = SpiceLanguageNative; ///< the dialect read with (a leading "*#HSPICE" comment changes it)
+    long long size = 0;              ///< bytes indexed (the text before a byte 0xFF, which ends it as it ends `SpiceStream`)
+    int lines = 0;                   ///< physical lines
+    std::vector<ModelLibDefinition> definitions; ///< in file order, nested ones included (see `parent`)
+    std::vector<ModelLibSection> sections;
+    std::vector<ModelLibReference> references;
+    std::vector<YString> params;     ///< names set by ".param" lines outside sections and subcircuits
+    std::vector<ModelLibDiagnostic> diagnostics;
+};
+
+enum class ModelLibStatus {
+    Ok = 0,
+    Unreadable = 1,     ///< the file does not exist or cannot be read
+    TooLarge = 2,       ///< the file has more than 2147483647 bytes, beyond the `int` positions of `SymbolLoc`
+    NoSuchSection = 3,  ///< the section asked for is not in the file
+    NoSuchDefinition = 4, ///< a name asked for is reached by nothing
+    WriteFailed = 5     ///< the output file could not be written
+};
+
+/// Indexes a library held in memory, named `fileName` in the locations. The text is read as `SpiceStream`
+/// reads it in `language`: bytes 0 to 8, 11, 12 and 14 to 31 are dropped, a byte 0xFF ends the text, CR LF
+/// and a lone CR end lines, "*" and the dialect's comment character (";", or "$" for HSPICE) start comment
+/// lines and the latter also comments to the line end, and a "+" line continues the statement before it
+/// across comment and blank lines. Never fails; a text beyond 2147483647 bytes is cut there.
+SUPPORTQT_API void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName,
+                                            SpiceLanguage language, ModelLibIndex* index);
+
+/// Indexes a library file (8-bit, or UTF-16 through the same UTF-8 copy the readers make). Unreadable and
+/// TooLarge leave `*index` with its file name only; a too large file is not read.
+SUPPORTQT_API ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index);
+
+/// A definition that a resolution reached.
+struct ModelLibReached {
+    int file = 0;        ///< index into `ModelLibResolution::files`
+    int definition = 0;  ///< index into that file's `definitions`
+    int viaFile = -1;    ///< the file of the reference that brought the definition's file in (-1 for the root)
+    int viaReference = -1; ///< index into that file's `references`
+};
+
+/// A problem of a library as a section sees it.
+struct ModelLibProblem {
+    enum Kind {
+        Duplicate = 0,          ///< a name defined twice (same kind) within what one section reaches
+        MissingFile = 1,        ///< a reference to a file that does not exist or cannot be read
+        MissingSection = 2,     ///< a ".lib FILE SECTION" whose file has no such section
+        ReferenceCycle = 3,     ///< a reference back to a file or section being resolved; not followed
+        UnresolvedAkoBase = 4,  ///< an AKO model whose base is reached by nothing
+        AkoBaseAfter = 5,       ///< an AKO model whose base is reached only after it
+        UnresolvedInstance = 6, ///< an "X" line whose subcircuit is reached by nothing
+        Unreferenced = 7,       ///< a top-level definition that no section of the file reaches
+        Structure = 8,          ///< a diagnostic of the index (unclosed ".subckt" or ".lib", and the like)
+        TooLargeFile = 9        ///< a referenced file beyond the positions of `SymbolLoc`
+    };
+    Kind kind = Duplicate;
+    YString name;        ///< the definition, section or file concerned
+    YString file;        ///< where the problem is seen
+    int line = 0;
+    YString otherFile;   ///< the other definition of a duplicate, the base of an AKO model after it
+    int otherLine = 0;
+    YString message;     ///< one line of English that says all of the above
+};
+
+/// What a section reaches. `files` caches the indexed files: a resolution passed again to
+/// `sp_ResolveModelSection` reuses them (only `definitions` and `problems` are replaced).
+struct ModelLibResolution {
+    std::vector<ModelLibIndex> files;         ///< files indexed so far; the root is the first one resolved
+    int root = -1;                            ///< index of the root file in `files`
+    YString section;                          ///< the section resolved, empty for the file's top level
+    std::vector<ModelLibReached> definitions; ///< in the order a simulator meets them
+    std::vector<ModelLibProblem> problems;    ///< missing files and sections, cycles (duplicates etc.: `sp_CheckModelLibrary`)
+};
+
+/// Resolves `section` of the library `path` (empty: the file's statements outside sections, as when the
+/// file is included): its top-level definitions and, in line order, what its ".include" lines (the whole
+/// file outside its sections) and ".lib FILE SECTION" lines reach, transitively and across files. A file
+/// or section met again while it is being resolved is a cycle, reported and not followed; one met again
+/// after it was resolved is not read twice. Unreadable when the root cannot be indexed, TooLarge, or
+/// NoSuchSection when the root has no such section.
+SUPPORTQT_API ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& section, SpiceLanguage language,
+                                                    ModelLibResolution* resolution);
+
+/// Checks a library: the problems of resolving `section` (or, when it is empty, of the top level and of
+/// every section of the file), duplicates within each one resolution, AKO bases and "X" instances that
+/// resolve to nothing, the structure diagnostics of every file reached, and (with `section` empty and a
+/// file that has sections) the top-level definitions of the files reached that no section reaches.
+/// Appends the problems to `*problems` in that order; the status is that of the resolution.
+SUPPORTQT_API ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
+                                                  std::vector<ModelLibProblem>* problems);
+
+/// The logical lines of one definition read through `LibraryStream` under the name `rename` (empty keeps
+/// its own): "*" comment lines inside it included, empty lines left out.
+SUPPORTQT_API std::vector<YString> sp_ReadModelDefinition(const ModelLibDefinition& definition, const YString& rename);
+
+/// What two libraries differ in (each file on its own, references not followed).
+struct ModelLibDiff {
+    std::vector<YString> sectionsOnlyInA, sectionsOnlyInB;
+    std::vector<YString> onlyInA, onlyInB; ///< ".model NAME" / ".subckt NAME" of top-level definitions
+    std::vector<YString> differing;        ///< the same, defined in both with other logical lines (comments and blank runs ignored)
+};
+
+/// Compares the libraries `a` and `b`; the status is that of the first file that could not be indexed.
+SUPPORTQT_API ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLanguage language, ModelLibDiff* diff);
+
+/// What to extract, and how.
+struct ModelLibExtractRequest {
+    std::vector<YString> names;   ///< definitions wanted (either kind, ignoring case)
+    YString section;              ///< the section to resolve them in; empty for the file's top level
+    std::vector<YString> renames; ///< "OLD=NEW": a definition written under another name, and the words naming it in the others
+    SpiceLanguage language = SpiceLanguageNative;
+};
+
+/// Builds one self-contained library of the requested definitions and all they depend on (the AKO base
+/// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
+/// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
+/// "* FILE:LINE" naming where it came from. Unresolved dependencies are appended to `*problems` (may be
+/// null) and left out. NoSuchDefinition when a requested name is reached by nothing (`*text` is then
+/// empty); otherwise the status of the resolution.
+SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
+                                              std::vector<ModelLibProblem>* problems);
+
+/// `sp_ExtractModels` written to `output` whole or not at all (`sp_ReplaceFileContent`); WriteFailed when
+/// it cannot be written.
+SUPPORTQT_API ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtractRequest& request,
+                                                     const YString& output, std::vector<ModelLibProblem>* problems);
