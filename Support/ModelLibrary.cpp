@@ -568,18 +568,18 @@ ModelLibStatus readLibrary(const YString& path, QByteArray* bytes, bool* wide)
         QFile file(*wide ? toQs(temp) : name);
         if (!file.open(QIODevice::ReadOnly)) {
             if (*wide)
-                unlink_utf8(temp.c_str());
+                (void)unlink_utf8(temp.c_str());
             return ModelLibStatus::Unreadable;
         }
         if (file.size() > kMaxPosition) {
             if (*wide)
-                unlink_utf8(temp.c_str());
+                (void)unlink_utf8(temp.c_str());
             return ModelLibStatus::TooLarge;
         }
         *bytes = file.readAll();
         file.close();
         if (*wide)
-            unlink_utf8(temp.c_str());
+            (void)unlink_utf8(temp.c_str()); // the UTF-8 copy is scratch: a failed removal changes nothing
     }
     return static_cast<long long>(bytes->size()) > kMaxPosition ? ModelLibStatus::TooLarge : ModelLibStatus::Ok;
 }
