@@ -5,6 +5,8 @@
 #include "YString.h"
 #include "kvstream.h"
 
+#include <climits>
+
 /// Reads a netlist as logical lines like `SpiceStream` (continuations joined, ";" comments dropped) but
 /// keeps "*" comment lines as lines of their own, and moves every consumed physical line, exactly as
 /// read (line ends normalised to LF, dropped bytes left out), into a literal buffer. No dialects, no
@@ -34,8 +36,10 @@ public:
     YString getSourceFile() const { return m_sourceFile; }
 
 protected:
-    /// Line assembly: 0 when a line ended, 2 at end of input with nothing read.
-    int readLine(int* lineNumber);
+    /// Outcome of the line assembly.
+    enum LineResult { LineEnded, InputEnded };
+    /// Line assembly: `LineEnded` when a line ended, `InputEnded` at end of input with nothing read.
+    LineResult readLine(int* lineNumber);
     const Buf& lineBuffer() const { return m_lineBuffer; }
     void setCharLimit(int limit) { m_charLimit = limit; }
 
@@ -70,5 +74,5 @@ private:
     YString m_tempFile;
     bool m_atEnd = false;
     char m_commentChar = ';';
-    int m_charLimit = 2147483647;
+    int m_charLimit = INT_MAX;
 };

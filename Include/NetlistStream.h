@@ -70,6 +70,8 @@ public:
 
 private:
     enum State { LineStart, CommentLine, InLine, InlineComment, AfterNewline, EndPending, AtEnd };
+    /// Outcome of the line assembly: a line ended, or the input ended with nothing read.
+    enum LineResult { LineEnded, InputEnded };
 
     int readRaw();
     int getLogical();
@@ -81,8 +83,8 @@ private:
     void newlineToRaw();
     void detectStarHash(int commentChar);
     int readDirectiveChar(bool* ended);
-    int assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
-    int assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first);
+    LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
+    LineResult assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first);
 
     State m_state = LineStart;
     int m_pushback = -1;

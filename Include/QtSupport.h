@@ -30,6 +30,9 @@ public:
     UTF8DetectEncoding getEncoding() const { return m_encoding; }
     /// The state code: 1 between sequences, ij expecting byte i of a j-byte sequence, 99 after invalid input.
     int getState() const { return m_state; }
+    /// True when no sequence is open (or the input was found invalid), so that ASCII bytes leave the
+    /// detector as it is.
+    bool isBetweenSequences() const { return m_state == 1 || m_state == 99; }
     void reset()
     {
         m_state = 1;

@@ -37,18 +37,35 @@ struct TreboltParamValue {
     void setFlag(bool v) { value = TreboltValue{0.0}; value.flag = v; }
 };
 
-/// Analysis selections, one bool per flag slot of the statement table: slot 0 ".tran", slot 1 ".ac",
-/// slot 6 ".pop" (slots 2 to 5 are not used by these statements).
+/// The flag slot of each statement that has one (slots 2 to 5 are not used by these statements).
+enum TreboltFlagSlot : int {
+    TreboltSlotTran = 0,     ///< ".tran"
+    TreboltSlotAc = 1,       ///< ".ac"
+    TreboltSlotPop = 6,      ///< ".pop"
+    TreboltFlagSlotCount = 7 ///< length of a flag array
+};
+
+/// A statement with a flag slot.
+struct TreboltSlotStatement {
+    const char* name;     ///< as written in a netlist, lower case
+    TreboltFlagSlot slot; ///< its slot in the flag arrays
+};
+
+/// The statements that have a flag slot, in the order they are listed to the user.
+inline constexpr TreboltSlotStatement kTreboltSlotStatements[] = {
+    {".tran", TreboltSlotTran}, {".ac", TreboltSlotAc}, {".pop", TreboltSlotPop}};
+
+/// Analysis selections, one bool per `TreboltFlagSlot`.
 struct SelectTreboltAnalysisData {
     struct RunInfo {
-        bool flags[7] = {false, false, false, false, false, false, false};
+        bool flags[TreboltFlagSlotCount] = {};
         bool& operator[](int slot) { return flags[slot]; }
         bool operator[](int slot) const { return flags[slot]; }
     };
 };
 
-/// What `kvfe_ParseTreboltCommands` fills. The caller owns the result and the two flag arrays (seven
-/// bools each) and clears `presentFlags` beforehand.
+/// What `kvfe_ParseTreboltCommands` fills. The caller owns the result and the two flag arrays
+/// (`TreboltFlagSlotCount` bools each) and clears `presentFlags` beforehand.
 struct TreboltCommandParseResult {
     YList<TreboltParamValue> params; ///< in the order first met, then the completed ones
     YString treboltText;             ///< raw text of the kept lines for the switching simulator only

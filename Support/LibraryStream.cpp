@@ -1,12 +1,13 @@
 // LibraryStream.cpp - one definition of a model library, and netlist text split into logical lines.
 #include "LibraryStream.h"
+#include "NetlistFilter_p.h"
 #include "TextServices.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
 
-namespace {
-const char kDelimiters[] = " =(),\t";
-}
+using netlist::kTokenDelimiters;
 
 LibraryStream::LibraryStream(const SymbolLoc& location, const YString& name)
     : NewSpiceStream(location.fileName.c_str()),
@@ -31,13 +32,13 @@ bool LibraryStream::gets(YString* line, int* lineNumber)
     if (!m_nameDone && line) {
         const char* text = line->c_str();
         const char* cursor = text;
-        YString keyword = sp_GetToken(&cursor, kDelimiters, "", "", false);
+        YString keyword = sp_GetToken(&cursor, kTokenDelimiters, "", "", false);
         if (keyword.equalsNoCase(".model") || keyword.equalsNoCase(".subckt")) {
-            YString oldName = sp_GetToken(&cursor, kDelimiters, "", "", false);
+            YString oldName = sp_GetToken(&cursor, kTokenDelimiters, "", "", false);
             if (!oldName.equalsNoCase(m_name.c_str())) {
                 // The rest of the line starts right after the old name, its delimiter included.
                 const char* rest = cursor;
-                if (rest > text && std::strchr(kDelimiters, rest[-1]) && !oldName.isEmpty())
+                if (rest > text && std::strchr(kTokenDelimiters, rest[-1]) && !oldName.isEmpty())
                     --rest;
                 YString renamed = keyword;
                 renamed.append(" ").append(m_name.c_str()).append(" ").append(rest);
@@ -49,7 +50,7 @@ bool LibraryStream::gets(YString* line, int* lineNumber)
     if (lineNumber) {
         // A line offset near the limits of int saturates instead of overflowing.
         const long long shifted = static_cast<long long>(number) + m_lineOffset;
-        *lineNumber = shifted > 2147483647LL ? 2147483647 : shifted < -2147483647LL - 1 ? -2147483647 - 1 : static_cast<int>(shifted);
+        *lineNumber = static_cast<int>(std::clamp<long long>(shifted, INT_MIN, INT_MAX));
     }
     return result;
 }
@@ -59,13 +60,13 @@ YArray<YString> sp_ParseSpiceLines(const YString& text)
     struct Splitter : NewSpiceStream {
         explicit Splitter(kvstream& source) : NewSpiceStream(source) {}
         using NewSpiceStream::lineBuffer;
-        using NewSpiceStream::readLine;
+        bool nextLine(int* number) { return readLine(number) != InputEnded; }
     };
     kvstrstream source(text.c_str(), static_cast<size_t>(text.length()));
     Splitter splitter(source);
     YArray<YString> lines;
     int number = 0;
-    while (splitter.readLine(&number) != 2)
+    while (splitter.nextLine(&number))
         lines.append(YString(splitter.lineBuffer().data(), splitter.lineBuffer().length()));
     return lines;
 }

@@ -5,6 +5,7 @@
 #include "NetlistFilter_p.h"
 #include "TextFile.h"
 
+#include <climits>
 #include <cstddef>
 #include <cstring>
 
@@ -19,7 +20,7 @@ NewSpiceStream::NewSpiceStream(const char* fileName)
         kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
         kvstream::transferBuffer(&text, this);
     } else {
-        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), 129, false);
+        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), kvfstreamRead | kvfstreamBinary, false);
         kvstream::transferBuffer(&file, this);
     }
     m_sourceFile = name;
@@ -49,7 +50,7 @@ void NewSpiceStream::init()
     m_litCharCount = 0;
     m_atEnd = false;
     m_commentChar = ';';
-    m_charLimit = 2147483647;
+    m_charLimit = INT_MAX;
 }
 
 void NewSpiceStream::clearCounts()
@@ -504,14 +505,14 @@ bool NewSpiceStream::replayLine()
     return true;
 }
 
-int NewSpiceStream::readLine(int* lineNumber)
+NewSpiceStream::LineResult NewSpiceStream::readLine(int* lineNumber)
 {
     m_lineBuffer.flush();
     bool first = true;
     if (m_state == Replay && replayLine()) {
         if (lineNumber)
             *lineNumber = m_lineCount + 1;
-        return 0;
+        return LineEnded;
     }
     if ((m_state == InLine || m_state == Replay) && m_lookahead.count() == 1 &&
         netlist::startsPlainLine(static_cast<unsigned char>(*m_lookahead.unread()), m_commentChar)) {
@@ -524,29 +525,29 @@ int NewSpiceStream::readLine(int* lineNumber)
             *lineNumber = m_lineCount + 1;
         first = false;
         if (readLineInBulk())
-            return 0;
+            return LineEnded;
     }
     for (;;) {
         int c = machine();
         if (c == -1)
-            return m_lineBuffer.isEmpty() ? 2 : 0;
+            return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
         if (first) {
             if (lineNumber)
                 *lineNumber = m_lineCount + 1;
             first = false;
         }
         if (c == 10)
-            return 0;
+            return LineEnded;
         m_lineBuffer.add(static_cast<char>(c));
         if ((m_state == InLine || m_state == Replay) && readLineInBulk())
-            return 0;
+            return LineEnded;
     }
 }
 
 bool NewSpiceStream::gets(YString* line, int* lineNumber)
 {
-    int result = readLine(lineNumber);
+    const LineResult result = readLine(lineNumber);
     if (line)
         line->assign(m_lineBuffer.data(), m_lineBuffer.length());
-    return result != 2;
+    return result != InputEnded;
 }

@@ -15,6 +15,7 @@
 #include <QTemporaryFile>
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -231,7 +232,7 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                 if (!renumber)
                     return fail(message, "case " + std::to_string(c) + " is in both " + shardName(it->second) + " and " +
                                              shardName(i) + " (merge with renumbering to keep both)");
-                if (nextCase > 2147483647LL)
+                if (nextCase > INT_MAX)
                     return fail(message, "no case number is left for renumbering");
                 renumbered.emplace(c, nextCase++);
             }
@@ -316,7 +317,7 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         if (header.seen) {
             text += "\t<header" + attr("analysis", header.analysis) + attr("date", header.date);
             if (totalCores > 0)
-                text += attr("numcores", std::min(totalCores, 2147483647LL));
+                text += attr("numcores", std::min<long long>(totalCores, INT_MAX));
             text += attr("title", header.title) + attr("group", header.group) + "/>\n";
         }
         text += "\t<shards>\n" + shardsElement + "\t</shards>\n";

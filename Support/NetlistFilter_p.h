@@ -14,6 +14,9 @@ namespace netlist {
 /// True for the bytes a netlist reader keeps: tab, line feed and 32 to 254.
 inline bool keeps(int c) { return c == 9 || c == 10 || (c >= 32 && c <= 254); }
 
+/// The bytes that separate the words of a netlist line: keywords, names and "name=value" pairs.
+constexpr char kTokenDelimiters[] = " =(),\t";
+
 // The readers copy or skip runs of printable ASCII in one step; every other byte (line ends, the end
 // mark 0xFF, bytes the filter drops, non-ASCII bytes) takes their per-character path.
 constexpr bool isPrintable(unsigned char c) { return c == '\t' || (c >= 32 && c <= 126); }

@@ -6,6 +6,7 @@
 #include "TextFile_p.h"
 #include "TextServices.h"
 
+#include <climits>
 #include <cstddef>
 #include <string>
 
@@ -32,7 +33,7 @@ SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language)
         kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
         kvstream::transferBuffer(&text, this);
     } else {
-        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), 129, false);
+        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), kvfstreamRead | kvfstreamBinary, false);
         kvstream::transferBuffer(&file, this);
     }
     m_sourceFile = name;
@@ -158,8 +159,7 @@ void SpiceStream::newlineToRaw()
 // pending, no base64 section open, and the UTF-8 detector between sequences (so ASCII leaves it as is).
 bool SpiceStream::canReadInBulk() const
 {
-    const int detectorState = m_utf8Detect.getState();
-    return m_pushback == -1 && m_pendingChar == -1 && !getFlag() && (detectorState == 1 || detectorState == 99);
+    return m_pushback == -1 && m_pendingChar == -1 && !getFlag() && m_utf8Detect.isBetweenSequences();
 }
 
 // Skips the printable bytes of a comment directly in the buffer; `keep` also appends them to the raw
@@ -439,7 +439,7 @@ void SpiceStream::detectStarHash(int commentChar)
     }
 
     YArray<YString> tokens;
-    sp_ScanLine(text.c_str(), " =(),\t", &tokens, 2147483647);
+    sp_ScanLine(text.c_str(), netlist::kTokenDelimiters, &tokens, INT_MAX);
     if (tokens.count() == 0)
         return;
     if (m_state == LineStart) {
@@ -497,7 +497,7 @@ void SpiceStream::flushBuffer()
 
 bool SpiceStream::evaluate(const char*, YString*) { return false; }
 
-int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
+SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     m_lineBuffer.flush();
     *streamFlag = false;
@@ -512,7 +512,7 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
         *lineNumber = m_lineCount + 1;
         m_lineBuffer.add(c);
         if (readLineInBulk())
-            return 0;
+            return LineEnded;
         return assembleRest(lineNumber, streamFlag, nonAscii, false);
     }
     return assembleRest(lineNumber, streamFlag, nonAscii, true);
@@ -520,7 +520,7 @@ int SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 
 // The character-by-character assembly of a line, brace expressions included; `first` when nothing of
 // the line has been read yet.
-int SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first)
+SpiceStream::LineResult SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first)
 {
     int depth = 0;
     std::string expression;
@@ -532,7 +532,7 @@ int SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii,
             first = false;
         }
         if (c == 10)
-            return 0;
+            return LineEnded;
         if (getFlag())
             *streamFlag = true;
         if (depth == 0) {
@@ -541,7 +541,7 @@ int SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii,
             } else {
                 m_lineBuffer.add(static_cast<char>(c));
                 if (m_state == InLine && !m_literalMode && readLineInBulk())
-                    return 0;
+                    return LineEnded;
             }
         } else if (c == '{') {
             expression += '(';
@@ -564,16 +564,16 @@ int SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii,
             expression += static_cast<char>(c);
         }
     }
-    return m_lineBuffer.isEmpty() ? 2 : 0;
+    return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
 }
 
 bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     bool flagSink = false, asciiSink = false;
     m_hierarchy = false;
-    int result = assembleLine(lineNumber ? lineNumber : &dummyLineNum, streamFlag ? streamFlag : &flagSink,
-                              nonAscii ? nonAscii : &asciiSink);
+    const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
+                                           streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
     if (line)
         line->assign(m_lineBuffer.data(), m_lineBuffer.length());
-    return result != 2;
+    return result != InputEnded;
 }

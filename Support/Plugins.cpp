@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLibrary>
+#include <climits>
 
 namespace {
 
@@ -37,7 +38,7 @@ YArray<YString> pluginDirectories(const char* category)
         }
     }
     YArray<YString> entries;
-    sp_SplitLine(value.c_str(), ';', &entries, 2147483647);
+    sp_SplitLine(value.c_str(), ';', &entries, INT_MAX);
     // An empty entry (a trailing ";", ";;") is skipped and a relative one is taken from the folder of
     // startup.ini: neither may make the loader search the current folder, where anyone could plant a
     // module.

@@ -3,6 +3,7 @@
 #include "Processes_p.h"
 
 #include "ProcessServices.h"
+#include "Processes.h"
 #include "TextServices.h"
 
 #include <QEventLoop>
@@ -47,14 +48,14 @@ int errorCode(int error)
     switch (error) {
     case ENOENT:
     case ENOTDIR:
-        return 4;
+        return SSPE_NotFound;
     case EACCES:
     case EPERM:
-        return 6;
+        return SSPE_NotExecutable;
     case ENOEXEC:
-        return 5;
+        return SSPE_BadFormat;
     default:
-        return 1;
+        return SSPE_Failed;
     }
 }
 
@@ -97,7 +98,7 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         words.push_back(token.c_str());
     if (words.empty()) {
         *processId = -1;
-        return 1;
+        return SSPE_Failed;
     }
     std::vector<char*> argv;
     for (std::string& word : words)
@@ -112,10 +113,10 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         *processId = -1;
         return errorCode(error);
     }
-    if (!(flags & 1)) {
+    if (!(flags & SpawnWait)) {
         unreapedChildren().push_back(pid);
         *processId = static_cast<int>(pid);
-        return 0;
+        return SSPE_Ok;
     }
     // Wait with events flowing: look at the child every 10 ms and run the event loop in between.
     int status = 0;
@@ -132,5 +133,5 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     }
     *exitCode = WIFEXITED(status) ? static_cast<unsigned>(WEXITSTATUS(status)) : 0;
     *processId = -1;
-    return 0;
+    return SSPE_Ok;
 }

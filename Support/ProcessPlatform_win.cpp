@@ -57,7 +57,7 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     *exitCode = 0;
     STARTUPINFOW startup;
     ZeroMemory(&startup, sizeof startup);
-    startup.cb = 104;
+    startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESHOWWINDOW;
     startup.wShowWindow = (flags & SpawnHidden)      ? SW_HIDE
                           : (flags & SpawnMinimised) ? SW_MINIMIZE
@@ -70,7 +70,10 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, FALSE, creation, nullptr, nullptr, &startup, &info)) {
         const DWORD error = GetLastError();
         *processId = -1;
-        return error == ERROR_FILE_NOT_FOUND ? 4 : error == ERROR_ACCESS_DENIED ? 6 : error == ERROR_BAD_EXE_FORMAT ? 5 : 1;
+        return error == ERROR_FILE_NOT_FOUND    ? SSPE_NotFound
+               : error == ERROR_ACCESS_DENIED  ? SSPE_NotExecutable
+               : error == ERROR_BAD_EXE_FORMAT ? SSPE_BadFormat
+                                               : SSPE_Failed;
     }
     if (flags & SpawnWait) {
         // Qt registers a caller's timers with the system only once its event dispatcher has run; run it
@@ -94,5 +97,5 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     }
     CloseHandle(info.hProcess);
     CloseHandle(info.hThread);
-    return 0;
+    return SSPE_Ok;
 }

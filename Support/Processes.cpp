@@ -148,15 +148,15 @@ void KvProcess::setProcessPriority(ProcessPriority priority)
         return;
     // The class's order differs from the core library's: 1 and 2 swap places. The setter reports
     // nothing, so a refused change (the child already gone, say) is ignored.
-    switch (static_cast<int>(priority)) {
-    case 0:
-        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(0));
+    switch (priority) {
+    case Normal:
+        (void)sp_SetProcessPriority(pid, ThreadPriorityNormal);
         break;
-    case 1:
-        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(2));
+    case Low:
+        (void)sp_SetProcessPriority(pid, ThreadPriorityLow);
         break;
-    case 2:
-        (void)sp_SetProcessPriority(pid, static_cast<ThreadPriority>(1));
+    case High:
+        (void)sp_SetProcessPriority(pid, ThreadPriorityHigh);
         break;
     default:
         break;

@@ -130,7 +130,7 @@ void kvfe_CompileTreboltControls(YList<TreboltParamValue>& params, TreboltStatem
     for (int row = kStatementCount - 1; row >= 0; --row) {
         const StatementDef& statement = kStatements[row];
         bool commentedOut = false;
-        if (statement.flagSlot >= 0) {
+        if (statement.flagSlot != trebolt::kNoFlagSlot) {
             if (!present[statement.flagSlot])
                 continue;
             commentedOut = !enabled[statement.flagSlot];

@@ -1,4 +1,5 @@
 // TreboltParser.cpp - control statements of the switching simulator read into typed parameter values.
+#include "NetlistFilter_p.h"
 #include "NetlistStream.h"
 #include "SimulatorType.h"
 #include "TextServices.h"
@@ -18,9 +19,6 @@ using trebolt::kStatements;
 
 namespace {
 
-const char kDelimiters[] = " =(),\t";
-const int kFlagSlots = 7;
-
 // True when `text` begins with `prefix`, compared without regard to case.
 bool startsWithNoCase(const char* text, const char* prefix)
 {
@@ -36,7 +34,7 @@ bool startsWithNoCase(const char* text, const char* prefix)
 int matchStatementPrefix(const char* text)
 {
     for (int row = kStatementCount - 1; row >= 0; --row)
-        if (kStatements[row].flagSlot >= 0 && startsWithNoCase(text, kStatements[row].name))
+        if (kStatements[row].flagSlot != trebolt::kNoFlagSlot && startsWithNoCase(text, kStatements[row].name))
             return kStatements[row].flagSlot;
     return -1;
 }
@@ -101,7 +99,7 @@ class Tokens {
 public:
     explicit Tokens(const YString& text) : m_text(text.c_str()), m_length(static_cast<size_t>(text.length()))
     {
-        for (const char* d = kDelimiters; *d; ++d)
+        for (const char* d = netlist::kTokenDelimiters; *d; ++d)
             m_delimiter[static_cast<unsigned char>(*d)] = true;
     }
     YString next()
@@ -206,11 +204,11 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     if (!result)
         return;
     std::string copy(text ? text : "");
-    bool enabledSink[kFlagSlots];
-    bool presentSink[kFlagSlots] = {};
+    bool enabledSink[TreboltFlagSlotCount];
+    bool presentSink[TreboltFlagSlotCount] = {};
     bool* enabled = result->enabledFlags ? result->enabledFlags : enabledSink;
     bool* present = result->presentFlags ? result->presentFlags : presentSink;
-    for (int slot = 0; slot < kFlagSlots; ++slot)
+    for (int slot = 0; slot < TreboltFlagSlotCount; ++slot)
         enabled[slot] = true;
 
     // Commented-out statements are marked disabled and then read like active ones.
@@ -228,7 +226,7 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     kvstrstream source(copy.data(), copy.size());
     SpiceStream stream(source);
     stream.dontSuppressEmptyLines();
-    bool found[8] = {};
+    bool found[kStatementCount] = {};
     int simulator = SimulatorTypeTrebolt;
     YString treboltText, kalvontaText, commonText;
     YString line;

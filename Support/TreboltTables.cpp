@@ -75,13 +75,13 @@ constexpr int countOf(const T (&)[N])
 } // namespace
 
 const StatementDef kStatements[] = {
-    {".tran", kTranNamed, countOf(kTranNamed), kTranPositional, countOf(kTranPositional), 0},
-    {".pop", kPopNamed, countOf(kPopNamed), nullptr, 0, 6},
-    {".options", kOptionsNamed, countOf(kOptionsNamed), nullptr, 0, -1},
-    {".print", kPrintNamed, countOf(kPrintNamed), nullptr, 0, -1},
-    {".ac", nullptr, 0, kAcPositional, countOf(kAcPositional), 1},
+    {".tran", kTranNamed, countOf(kTranNamed), kTranPositional, countOf(kTranPositional), TreboltSlotTran},
+    {".pop", kPopNamed, countOf(kPopNamed), nullptr, 0, TreboltSlotPop},
+    {".options", kOptionsNamed, countOf(kOptionsNamed), nullptr, 0, kNoFlagSlot},
+    {".print", kPrintNamed, countOf(kPrintNamed), nullptr, 0, kNoFlagSlot},
+    {".ac", nullptr, 0, kAcPositional, countOf(kAcPositional), TreboltSlotAc},
 };
-const int kStatementCount = countOf(kStatements);
+static_assert(countOf(kStatements) == kStatementCount, "kStatementCount counts the rows of kStatements");
 
 const ParamDef* findParamDef(const StatementDef& statement, const char* keyword)
 {

@@ -16,7 +16,10 @@ struct ParamDef {
     const char* choices[4]; ///< null where the row has fewer
 };
 
-/// One statement: its named and positional parameters, and its slot in the flag arrays (-1 = none).
+/// `StatementDef::flagSlot` of a statement without a flag slot.
+constexpr int kNoFlagSlot = -1;
+
+/// One statement: its named and positional parameters, and its slot in the flag arrays (or kNoFlagSlot).
 struct StatementDef {
     const char* name;
     const ParamDef* named;
@@ -26,8 +29,9 @@ struct StatementDef {
     int flagSlot;
 };
 
-extern const StatementDef kStatements[];
-extern const int kStatementCount;
+/// The number of statements in `kStatements`.
+constexpr int kStatementCount = 5;
+extern const StatementDef kStatements[kStatementCount];
 
 /// The definition of `keyword` (any case) in `statement`'s named or positional table, or null.
 const ParamDef* findParamDef(const StatementDef& statement, const char* keyword);

@@ -86,13 +86,13 @@ private:
 
 /// Mode bits of `kvfstream`.
 enum kvfstreamMode {
-    kvfstreamRead = 1,
-    kvfstreamWrite = 2,
-    kvfstreamAppend = 4,
-    kvfstreamBinary = 128
+    kvfstreamRead = 1,    ///< open for reading
+    kvfstreamWrite = 2,   ///< open for writing, creating or truncating the file
+    kvfstreamAppend = 4,  ///< with kvfstreamWrite: append instead of truncating
+    kvfstreamBinary = 128 ///< bytes as they are, no line-end translation
 };
 
-/// File stream. Mode 129 (read, binary) is what the netlist readers use; a file that cannot be opened
+/// File stream. Read and binary (the default) is what the netlist readers use; a file that cannot be opened
 /// reads as empty input. With `kvfstreamWrite` the file is created or truncated (with
 /// `kvfstreamAppend`, appended to); the flag argument is reserved and ignored.
 class SUPPORTDLL_API kvfstream : public kvstream {

@@ -1,5 +1,6 @@
 // Platform_posix.cpp - the core library's platform seam on POSIX hosts.
 #include "Platform_p.h"
+#include "ProcessServices.h"
 
 #include <cerrno>
 #include <climits>
@@ -169,9 +170,9 @@ bool setPriority(int pid, int threadPriority)
         return false;
     int nice = 0;
     switch (threadPriority) {
-    case 0: nice = 0; break;
-    case 1: nice = -5; break;
-    case 2: nice = 10; break;
+    case ThreadPriorityNormal: nice = 0; break;
+    case ThreadPriorityHigh: nice = -5; break;
+    case ThreadPriorityLow: nice = 10; break;
     default: return false;
     }
     return ::setpriority(PRIO_PROCESS, static_cast<id_t>(pid), nice) == 0;
@@ -186,10 +187,10 @@ int getPriority(int pid)
     if (nice == -1 && errno != 0)
         return -1;
     if (nice < 0)
-        return 1;
+        return ThreadPriorityHigh;
     if (nice > 0)
-        return 2;
-    return 0;
+        return ThreadPriorityLow;
+    return ThreadPriorityNormal;
 }
 
 int currentProcessId() { return static_cast<int>(::getpid()); }

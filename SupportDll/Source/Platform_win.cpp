@@ -1,5 +1,6 @@
 // Platform_win.cpp - the core library's platform seam on Windows.
 #include "Platform_p.h"
+#include "ProcessServices.h"
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
@@ -204,9 +205,9 @@ bool setPriority(int pid, int threadPriority)
 {
     DWORD cls;
     switch (threadPriority) {
-    case 0: cls = NORMAL_PRIORITY_CLASS; break;
-    case 1: cls = HIGH_PRIORITY_CLASS; break;
-    case 2: cls = IDLE_PRIORITY_CLASS; break;
+    case ThreadPriorityNormal: cls = NORMAL_PRIORITY_CLASS; break;
+    case ThreadPriorityHigh: cls = HIGH_PRIORITY_CLASS; break;
+    case ThreadPriorityLow: cls = IDLE_PRIORITY_CLASS; break;
     default: return false;
     }
     HANDLE h = OpenProcess(PROCESS_SET_INFORMATION, FALSE, static_cast<DWORD>(pid));
@@ -227,11 +228,11 @@ int getPriority(int pid)
     switch (cls) {
     case HIGH_PRIORITY_CLASS:
     case REALTIME_PRIORITY_CLASS:
-    case ABOVE_NORMAL_PRIORITY_CLASS: return 1;
+    case ABOVE_NORMAL_PRIORITY_CLASS: return ThreadPriorityHigh;
     case IDLE_PRIORITY_CLASS:
-    case BELOW_NORMAL_PRIORITY_CLASS: return 2;
+    case BELOW_NORMAL_PRIORITY_CLASS: return ThreadPriorityLow;
     case 0: return -1;
-    default: return 0;
+    default: return ThreadPriorityNormal;
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <vector>
+#include <climits>
 
 namespace {
 const char kLibrary[] =
@@ -116,17 +117,17 @@ TEST(ParseSpiceLines, SplitsTextIntoLogicalLines)
 
 TEST_F(LibraryStreamTest, LineOffsetsNearTheLimitsSaturate)
 {
-    loc.lineOffset = 2147483647;
+    loc.lineOffset = INT_MAX;
     LibraryStream high(loc, YString());
     const auto lines = readAll(high);
     ASSERT_FALSE(lines.empty());
     for (const auto& line : lines)
-        EXPECT_EQ(line.second, 2147483647);
-    loc.lineOffset = -2147483647 - 1;
+        EXPECT_EQ(line.second, INT_MAX);
+    loc.lineOffset = INT_MIN;
     LibraryStream low(loc, YString());
     const auto shifted = readAll(low);
     ASSERT_FALSE(shifted.empty());
-    EXPECT_EQ(shifted[0].second, -2147483647 - 1 + 1); // the range's first line is line 1 before the offset
+    EXPECT_EQ(shifted[0].second, INT_MIN + 1); // the range's first line is line 1 before the offset
 }
 
 // The input a fuzzer found (a line offset that overflowed), read through the same path.

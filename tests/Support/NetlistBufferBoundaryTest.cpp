@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include <climits>
 
 namespace {
 
@@ -151,10 +152,10 @@ TEST(NetlistBufferBoundary, SpiceStreamRandomInputAnyChunking)
 TEST(NetlistBufferBoundary, NewSpiceStreamPlainTextAnyChunking)
 {
     const std::string text = plainNetlist(400);
-    const auto whole = readLiteral(text, 0, 2147483647);
+    const auto whole = readLiteral(text, 0, INT_MAX);
     ASSERT_GT(whole.size(), 400u);
     for (size_t chunk : kChunks)
-        EXPECT_EQ(readLiteral(text, chunk, 2147483647), whole) << "chunk " << chunk;
+        EXPECT_EQ(readLiteral(text, chunk, INT_MAX), whole) << "chunk " << chunk;
 }
 
 TEST(NetlistBufferBoundary, NewSpiceStreamRandomInputAnyChunkingAndLimit)
@@ -163,7 +164,7 @@ TEST(NetlistBufferBoundary, NewSpiceStreamRandomInputAnyChunkingAndLimit)
     for (int round = 0; round < 300; ++round) {
         const std::string text = randomNetlist(random, 5 + static_cast<int>(random() % 120));
         // Every third round cuts the input at a character limit somewhere inside it.
-        const int limit = round % 3 == 0 ? static_cast<int>(random() % (text.size() + 1)) : 2147483647;
+        const int limit = round % 3 == 0 ? static_cast<int>(random() % (text.size() + 1)) : INT_MAX;
         const auto whole = readLiteral(text, 0, limit);
         for (size_t chunk : {size_t(1), size_t(2), size_t(7), size_t(16)})
             ASSERT_EQ(readLiteral(text, chunk, limit), whole) << "round " << round << " chunk " << chunk;

@@ -25,6 +25,7 @@ TEST(UTF8Detect, StartsAsciiBetweenSequences)
     d.loadString("R1 a b 1k\t+ 2k\n");
     EXPECT_EQ(d.getEncoding(), Ascii);
     EXPECT_EQ(d.getState(), 1);
+    EXPECT_TRUE(d.isBetweenSequences());
 }
 
 TEST(UTF8Detect, TwoByteSequenceGivesUtf8)
@@ -38,6 +39,7 @@ TEST(UTF8Detect, IncompleteSequenceIsNotPenalised)
     UTF8Detect d = feed({0xC3});
     EXPECT_EQ(d.getEncoding(), Utf8);
     EXPECT_EQ(d.getState(), 22);
+    EXPECT_FALSE(d.isBetweenSequences());
 }
 
 TEST(UTF8Detect, LoneContinuationByteIsInvalid)
@@ -45,6 +47,7 @@ TEST(UTF8Detect, LoneContinuationByteIsInvalid)
     UTF8Detect d = feed({0xA9});
     EXPECT_EQ(d.getEncoding(), Invalid);
     EXPECT_EQ(d.getState(), 99);
+    EXPECT_TRUE(d.isBetweenSequences());
 }
 
 TEST(UTF8Detect, FiveByteSequenceIsExtendedAndStaysExtended)

@@ -59,10 +59,10 @@ TreboltParamValue make(const char* name, TreboltParamType type, double real, int
     return v;
 }
 
-SelectTreboltAnalysisData::RunInfo slots(std::initializer_list<int> on)
+SelectTreboltAnalysisData::RunInfo slots(std::initializer_list<TreboltFlagSlot> on)
 {
     SelectTreboltAnalysisData::RunInfo info;
-    for (int slot : on)
+    for (TreboltFlagSlot slot : on)
         info[slot] = true;
     return info;
 }
@@ -195,7 +195,7 @@ TEST(TreboltParse, DefaultsDependOnWhetherTheStatementWasFound)
     const Parsed pop = parse(".pop TRIG_GATE=clk\n");
     EXPECT_EQ(get(pop, "CONVERGENCE").value.real, 1e-14);
     EXPECT_EQ(get(pop, "CONVERGENCE").valid, 1);
-    EXPECT_TRUE(pop.present[6]);
+    EXPECT_TRUE(pop.present[TreboltSlotPop]);
     EXPECT_STREQ(get(pop, "TRIG_GATE").text.c_str(), "clk");
 
     const Parsed options = parse(".options POP_ITRMAX=3\n");
@@ -208,12 +208,12 @@ TEST(TreboltParse, DefaultsDependOnWhetherTheStatementWasFound)
 TEST(TreboltParse, CommentedOutTranIsDisabledButStillRead)
 {
     const Parsed p = parse("*.tran 1m\n");
-    EXPECT_FALSE(p.enabled[0]);
-    EXPECT_TRUE(p.present[0]);
+    EXPECT_FALSE(p.enabled[TreboltSlotTran]);
+    EXPECT_TRUE(p.present[TreboltSlotTran]);
     EXPECT_EQ(get(p, "TSTOP").valid, 1);
     EXPECT_EQ(get(p, "TSTOP").value.real, 1e-3);
-    EXPECT_TRUE(p.enabled[1]);
-    EXPECT_TRUE(p.enabled[6]);
+    EXPECT_TRUE(p.enabled[TreboltSlotAc]);
+    EXPECT_TRUE(p.enabled[TreboltSlotPop]);
     EXPECT_TRUE(p.result.treboltText.isEmpty());
 }
 
@@ -222,7 +222,7 @@ TEST(TreboltParse, CommentedOutOptionsStaysAComment)
     // ".options" has no flag slot, so its commented-out form is an ordinary comment.
     const Parsed p = parse("*.options POP_ITRMAX=3\n.tran 1m\n");
     EXPECT_EQ(get(p, "POP_ITRMAX").value.integer, 20);
-    EXPECT_TRUE(p.enabled[0]);
+    EXPECT_TRUE(p.enabled[TreboltSlotTran]);
 }
 
 TEST(TreboltParse, PspNptIsOneLessThanTheStatementSays)
@@ -255,7 +255,7 @@ TEST(TreboltParse, MainSimulatorLinesAreKeptUntouched)
     const Parsed p = parse(".simulator Kalvonta\n.tran 1m\nR1 a b 1k ; load\n");
     EXPECT_STREQ(p.result.kalvontaText.c_str(), ".tran 1m\nR1 a b 1k ; load\n");
     EXPECT_EQ(get(p, "TSTOP").valid, 0);
-    EXPECT_FALSE(p.present[0]);
+    EXPECT_FALSE(p.present[TreboltSlotTran]);
     EXPECT_TRUE(p.result.treboltText.isEmpty());
     EXPECT_TRUE(p.result.commonText.isEmpty());
 }
@@ -287,7 +287,7 @@ TEST(TreboltParse, NoDeclaredSimulatorGoesToCommonText)
 TEST(TreboltParse, PrefixMatchSetsPresentButOnlyExactNamesAreRead)
 {
     const Parsed p = parse(".transient 1m\n");
-    EXPECT_TRUE(p.present[0]);
+    EXPECT_TRUE(p.present[TreboltSlotTran]);
     EXPECT_EQ(get(p, "TSTOP").valid, 0);
     EXPECT_STREQ(p.result.treboltText.c_str(), ".transient 1m\n");
 }
@@ -310,8 +310,8 @@ TEST(TreboltParse, EveryTypeOfValue)
     EXPECT_EQ(get(p, "STOP_FREQ").value.real, 1e6);
     EXPECT_TRUE(get(p, "ALL").value.flag);
     EXPECT_FALSE(get(p, "NODE_V").value.flag);
-    EXPECT_TRUE(p.present[1]);
-    EXPECT_TRUE(p.present[6]);
+    EXPECT_TRUE(p.present[TreboltSlotAc]);
+    EXPECT_TRUE(p.present[TreboltSlotPop]);
 }
 
 TEST(TreboltParse, BadValuesAreKeptOrDropped)
@@ -359,15 +359,15 @@ TEST(TreboltCompile, ActivePopPutsEachOptionOnAContinuationLine)
     params.append(make("TRIG_GATE", TreboltText, 0, 0, false, "g1"));
     params.append(make("MAX_PERIOD", TreboltReal, 1e-6));
     TreboltStatements out;
-    kvfe_CompileTreboltControls(params, &out, slots({6}), slots({6}));
+    kvfe_CompileTreboltControls(params, &out, slots({TreboltSlotPop}), slots({TreboltSlotPop}));
     EXPECT_STREQ(out.pop.c_str(), ".pop\n+ TRIG_GATE=g1\n+ MAX_PERIOD=1u\n");
 
     TreboltStatements commented;
-    kvfe_CompileTreboltControls(params, &commented, slots({}), slots({6}));
+    kvfe_CompileTreboltControls(params, &commented, slots({}), slots({TreboltSlotPop}));
     EXPECT_STREQ(commented.pop.c_str(), "*.pop TRIG_GATE=g1 MAX_PERIOD=1u\n");
 
     TreboltStatements absent;
-    kvfe_CompileTreboltControls(params, &absent, slots({6}), slots({}));
+    kvfe_CompileTreboltControls(params, &absent, slots({TreboltSlotPop}), slots({}));
     EXPECT_TRUE(absent.pop.isEmpty());
 }
 
@@ -382,7 +382,7 @@ TEST(TreboltCompile, DefaultChoicesAreLeftOutButSweepTypeIsWritten)
     params.append(make("START_FREQ", TreboltReal, 1));
     params.append(make("STOP_FREQ", TreboltReal, 1e6));
     TreboltStatements out;
-    kvfe_CompileTreboltControls(params, &out, slots({1}), slots({1}));
+    kvfe_CompileTreboltControls(params, &out, slots({TreboltSlotAc}), slots({TreboltSlotAc}));
     EXPECT_STREQ(out.options.c_str(), ".options\n+ POP_ITRMAX=20\n");
     EXPECT_STREQ(out.ac.c_str(), ".ac DEC 10 1 1meg\n");
 
@@ -430,7 +430,7 @@ TEST(TreboltCompile, EmptyOptionsWriteNothingButSelectedTranWritesItsName)
     params.append(save);
     params.append(itr);
     TreboltStatements out;
-    kvfe_CompileTreboltControls(params, &out, slots({0}), slots({0}));
+    kvfe_CompileTreboltControls(params, &out, slots({TreboltSlotTran}), slots({TreboltSlotTran}));
     EXPECT_TRUE(out.options.isEmpty());
     EXPECT_STREQ(out.tran.c_str(), ".tran  \n");
 }
@@ -442,7 +442,7 @@ TEST(TreboltCompile, FalseFlagIsOmittedFalseSwitchIsWritten)
     params.append(make("PPT_AUTO_MAX_PERIOD", TreboltSwitch, 0, 0, false));
     params.append(make("NEW_ANALYSIS", TreboltFlag, 0, 0, true));
     TreboltStatements out;
-    kvfe_CompileTreboltControls(params, &out, slots({6}), slots({6}));
+    kvfe_CompileTreboltControls(params, &out, slots({TreboltSlotPop}), slots({TreboltSlotPop}));
     EXPECT_STREQ(out.options.c_str(), ".options\n+ NEW_ANALYSIS\n");
     EXPECT_STREQ(out.pop.c_str(), ".pop\n+ PPT_AUTO_MAX_PERIOD=0\n");
 }
@@ -456,7 +456,8 @@ TEST(TreboltCompile, TextFormJoinsStatementsInItsOrder)
     params.append(make("TRIG_GATE", TreboltText, 0, 0, false, "g"));
     params.append(make("SWEEP_TYPE", TreboltChoice, 0, 2));
     YString text("prefix\n");
-    kvfe_CompileTreboltControls(params, &text, slots({0, 1, 6}), slots({0, 1, 6}));
+    const auto all = slots({TreboltSlotTran, TreboltSlotAc, TreboltSlotPop});
+    kvfe_CompileTreboltControls(params, &text, all, all);
     EXPECT_STREQ(text.c_str(), "prefix\n.ac OCT\n.print\n+ ALL\n.options\n+ POP_ITRMAX=4\n.pop\n+ TRIG_GATE=g\n.tran 1m\n");
 }
 

@@ -8,7 +8,7 @@
 TEST(ScanLine, SplitsAtAnyDelimiterWithoutEmptyTokens)
 {
     YArray<YString> tokens;
-    EXPECT_EQ(sp_ScanLine("#KALVONTA sep=(.) , x", " =(),\t", &tokens, 2147483647), 4);
+    EXPECT_EQ(sp_ScanLine("#KALVONTA sep=(.) , x", " =(),\t", &tokens, INT_MAX), 4);
     ASSERT_EQ(tokens.count(), 4);
     EXPECT_EQ(tokens[0], "#KALVONTA");
     EXPECT_EQ(tokens[1], "sep");

@@ -99,7 +99,7 @@ TEST_F(kvstreamFile, ReadsLargeFileAcrossBuffers)
     for (int i = 0; i < 300000; ++i)
         content.push_back(static_cast<char>(i % 251));
     writeFileBytes(path("big.bin"), content);
-    kvfstream f(path("big.bin").c_str(), 129, false);
+    kvfstream f(path("big.bin").c_str(), kvfstreamRead | kvfstreamBinary, false);
     EXPECT_TRUE(f.isOpen());
     EXPECT_EQ(readAll(f), content);
     EXPECT_EQ(f.seekg(250000), 0);
@@ -109,9 +109,9 @@ TEST_F(kvstreamFile, ReadsLargeFileAcrossBuffers)
 
 TEST_F(kvstreamFile, MissingFileReadsAsEmpty)
 {
-    kvfstream f(path("missing.cir").c_str(), 129, false);
+    kvfstream f(path("missing.cir").c_str(), kvfstreamRead | kvfstreamBinary, false);
     EXPECT_EQ(f.get(), -1);
-    kvfstream n(nullptr, 129, false);
+    kvfstream n(nullptr, kvfstreamRead | kvfstreamBinary, false);
     EXPECT_EQ(n.get(), -1);
 }
 

@@ -58,13 +58,6 @@ QJsonValue valueJson(const TreboltParamValue& v)
     return QJsonValue(QJsonValue::Null);
 }
 
-// The statements that carry a flag slot, with their slots.
-struct SlotStatement {
-    const char* name;
-    int slot;
-};
-const SlotStatement kSlotStatements[] = {{".tran", 0}, {".ac", 1}, {".pop", 6}};
-
 const char* const kControlStatements[] = {".tran", ".pop", ".options", ".print", ".ac", ".simulator"};
 
 // True when the line (after an optional "*" that comments it out) begins with one of the control
@@ -144,7 +137,7 @@ int runControls(const QStringList& arguments)
                                       {QStringLiteral("given"), v.valid != 0},
                                       {QStringLiteral("value"), valueJson(v)}});
         QJsonArray statements;
-        for (const SlotStatement& s : kSlotStatements)
+        for (const TreboltSlotStatement& s : kTreboltSlotStatements)
             statements.append(QJsonObject{{QStringLiteral("name"), QString::fromLatin1(s.name)},
                                           {QStringLiteral("present"), present[s.slot]},
                                           {QStringLiteral("enabled"), enabled[s.slot]}});
@@ -170,7 +163,7 @@ int runControls(const QStringList& arguments)
         out.pad(v.valid ? "yes" : "no", 5) << "  " << valueText(v) << '\n';
     }
     out << "\nstatements:\n";
-    for (const SlotStatement& s : kSlotStatements) {
+    for (const TreboltSlotStatement& s : kTreboltSlotStatements) {
         out << "  ";
         out.pad(s.name, 6) << (present[s.slot] ? "  present" : "  absent ") << (enabled[s.slot] ? "  enabled\n" : "  commented out\n");
     }

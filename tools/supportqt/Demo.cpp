@@ -99,8 +99,9 @@ bool Demo::readNetlist()
     }
     m_print << "2. Parsed the switching simulator's statements: " << given << " of " << result.params.count()
             << " settings given or defaulted (" << shown << ");\n"
-            << "   .tran " << statementState(present[0], enabled[0]) << ", .ac " << statementState(present[1], enabled[1])
-            << ", .pop " << statementState(present[6], enabled[6]) << "; lines kept for the main simulator: "
+            << "   .tran " << statementState(present[TreboltSlotTran], enabled[TreboltSlotTran])
+            << ", .ac " << statementState(present[TreboltSlotAc], enabled[TreboltSlotAc])
+            << ", .pop " << statementState(present[TreboltSlotPop], enabled[TreboltSlotPop]) << "; lines kept for the main simulator: "
             << static_cast<int>(toQs(result.kalvontaText).count(QLatin1Char('\n'))) << '\n';
     YList<TreboltParamValue> params = result.params;
     YString compiled;
