@@ -124,7 +124,7 @@ QJsonObject byName(const QJsonArray& params)
 }
 
 
-const QStringList kSubcommands{"netlist", "index", "section", "controls", "results", "stats", "merge", "validate",
+const QStringList kSubcommands{"netlist", "index", "section", "lib", "controls", "results", "stats", "merge", "validate",
                                "append-merit", "report", "text", "why", "glob", "regex", "run", "help-url", "demo"};
 
 class Tool : public TempDirTest {

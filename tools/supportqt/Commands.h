@@ -11,6 +11,7 @@ class ToolCommand;
 int runNetlist(const QStringList& arguments);
 int runIndex(const QStringList& arguments);
 int runSection(const QStringList& arguments);
+int runLib(const QStringList& arguments);
 int runControls(const QStringList& arguments);
 int runResults(const QStringList& arguments);
 int runStats(const QStringList& arguments);

@@ -1,11 +1,11 @@
 // NetlistCommands.cpp - `netlist`, `index` and `section`: a netlist's logical lines as the readers see
 // them, the definitions of a model library, and one definition read back.
 #include "Commands.h"
-#include "LibraryIndex.h"
 #include "Tool.h"
 
 #include "LibraryStream.h"
 #include "LiteralNetlistStream.h"
+#include "ModelLibrary.h"
 #include "NetlistStream.h"
 
 #include <QFile>
@@ -248,45 +248,41 @@ int runIndex(const QStringList& arguments)
     QString path;
     if (!command.inputArgument(&path))
         return ExitFailure;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return command.fail(ExitFailure, QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-    std::vector<LibraryDefinition> definitions;
-    const qint64 size = file.size();
-    if (size > INT_MAX)
+    ModelLibIndex index;
+    const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), SpiceLanguageNative, &index);
+    if (status == ModelLibStatus::TooLarge)
         return command.fail(ExitFailure, QStringLiteral("%1 is larger than 2 GiB, beyond the character positions of a definition").arg(path));
-    if (size > 0) {
-        const uchar* data = file.map(0, size);
-        QByteArray copy;
-        if (!data) {
-            copy = file.readAll();
-            data = reinterpret_cast<const uchar*>(copy.constData());
-        }
-        definitions = indexLibrary(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
-    }
+    if (status != ModelLibStatus::Ok)
+        return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    // Definitions nested in a subcircuit lie inside its range: only the top-level ones are listed.
+    std::vector<const ModelLibDefinition*> definitions;
+    definitions.reserve(index.definitions.size());
+    for (const ModelLibDefinition& d : index.definitions)
+        if (d.parent < 0)
+            definitions.push_back(&d);
 
     if (command.json()) {
         QJsonArray array;
-        for (const LibraryDefinition& d : definitions)
-            array.append(QJsonObject{{QStringLiteral("kind"), QString::fromLatin1(d.kind == LibraryDefinition::Subckt ? ".subckt" : ".model")},
-                                     {QStringLiteral("name"), QString::fromUtf8(d.name.data(), static_cast<int>(d.name.size()))},
-                                     {QStringLiteral("start"), d.start},
-                                     {QStringLiteral("end"), d.end},
-                                     {QStringLiteral("line"), d.line},
-                                     {QStringLiteral("lineOffset"), d.line - 1}});
+        for (const ModelLibDefinition* d : definitions)
+            array.append(QJsonObject{{QStringLiteral("kind"), QString::fromLatin1(d->kind == ModelLibDefinition::Subckt ? ".subckt" : ".model")},
+                                     {QStringLiteral("name"), toQs(d->name)},
+                                     {QStringLiteral("start"), d->location.start},
+                                     {QStringLiteral("end"), d->location.end},
+                                     {QStringLiteral("line"), d->line},
+                                     {QStringLiteral("lineOffset"), d->location.lineOffset}});
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
     // Libraries hold hundreds of thousands of definitions: rows are formatted by hand into one block.
     BlockWriter out;
     out.text("kind     name                             start        end     line  line-offset\n");
-    for (const LibraryDefinition& d : definitions) {
-        out.padded(d.kind == LibraryDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
-        out.padded(d.name, 25);
-        out.number(d.start, 14);
-        out.number(d.end, 11);
-        out.number(d.line, 9);
-        out.number(d.line - 1, 13);
+    for (const ModelLibDefinition* d : definitions) {
+        out.padded(d->kind == ModelLibDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
+        out.padded(std::string_view(d->name.str()), 25);
+        out.number(d->location.start, 14);
+        out.number(d->location.end, 11);
+        out.number(d->line, 9);
+        out.number(d->location.lineOffset, 13);
         out.text("\n");
     }
     out.number(static_cast<long long>(definitions.size()), 0);

@@ -21,6 +21,7 @@ const Subcommand kSubcommands[] = {
     {"netlist", "FILE [--dialect D] [--literal] [--title]", "logical lines of a netlist", runNetlist},
     {"index", "FILE", ".model and .subckt definitions of a library", runIndex},
     {"section", "FILE --start N --end M [--name NAME]", "one definition of a library", runSection},
+    {"lib", "sections|defs|check|diff|extract FILE...", "sections, checks and extraction of model libraries", runLib},
     {"controls", "FILE [--block] [--compile]", "switching-simulator settings", runControls},
     {"results", "FILE [--stats-only]", "summary and statistics of a results file", runResults},
     {"stats", "RESULTS [--limit NAME=LO:HI]... [--html OUT]", "yield, capability and influence", runStats},

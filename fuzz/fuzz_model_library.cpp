@@ -1,0 +1,77 @@
+// fuzz_model_library.cpp - the model-library index on arbitrary bytes: every definition lies inside the
+// indexed text, starts with its keyword after the blanks and dropped bytes of its line, names a word of
+// that line, comes in text order with line numbers that match the line ends before it, and its range
+// ends at a line end or at the end of the text; nested ones lie inside their subcircuit; sections and
+// references point at what exists.
+#include "ModelLibrary.h"
+#include "NetlistFilter_p.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace {
+bool lineEndBefore(const char* text, int at)
+{
+    return at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r';
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const char* text = reinterpret_cast<const char*>(data);
+    ModelLibIndex index;
+    for (SpiceLanguage language : {SpiceLanguageNative, SpiceLanguageHspice}) {
+        sp_IndexModelLibraryText(text, size, YString("fuzz.lib"), language, &index);
+        const long long n = index.size;
+        if (n < 0 || static_cast<size_t>(n) > size || std::memchr(text, 0xFF, static_cast<size_t>(n)))
+            __builtin_trap();
+        int previousStart = -1;
+        for (size_t i = 0; i < index.definitions.size(); ++i) {
+            const ModelLibDefinition& d = index.definitions[i];
+            const SymbolLoc& loc = d.location;
+            if (loc.start <= previousStart || loc.start < 0 || loc.end <= loc.start || loc.end > n)
+                __builtin_trap();
+            if (loc.lineOffset != d.line - 1 || d.lastLine < d.line || d.lastLine > index.lines)
+                __builtin_trap();
+            // Only blanks and dropped bytes stand between the line's start and the keyword.
+            int b = loc.start;
+            while (b > 0 && (text[b - 1] == ' ' || text[b - 1] == '\t' ||
+                             (!netlist::keeps(static_cast<unsigned char>(text[b - 1])) && text[b - 1] != '\r')))
+                --b;
+            if (!lineEndBefore(text, b))
+                __builtin_trap();
+            if (!lineEndBefore(text, loc.end) && loc.end != n)
+                __builtin_trap();
+            const char* keyword = d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model";
+            for (size_t k = 0; keyword[k]; ++k)
+                if (loc.start + static_cast<int>(k) >= n || (text[loc.start + static_cast<int>(k)] | 0x20) != (keyword[k] | 0x20))
+                    __builtin_trap();
+            if (d.name.isEmpty())
+                __builtin_trap();
+            int line = 1;
+            for (int k = 0; k < loc.start; ++k)
+                line += text[k] == '\n' || (text[k] == '\r' && (k + 1 >= n || text[k + 1] != '\n'));
+            if (line != d.line)
+                __builtin_trap();
+            if (d.parent >= 0) {
+                const ModelLibDefinition& p = index.definitions[static_cast<size_t>(d.parent)];
+                if (static_cast<size_t>(d.parent) >= i || loc.start < p.location.start || loc.end > p.location.end)
+                    __builtin_trap();
+            }
+            if (d.section >= static_cast<int>(index.sections.size()))
+                __builtin_trap();
+            previousStart = loc.start;
+        }
+        for (const ModelLibSection& s : index.sections) {
+            if (s.start < 0 || s.end < s.start || s.end > n || s.endLine < s.line - 1)
+                __builtin_trap();
+            for (int d : s.definitions)
+                if (d < 0 || static_cast<size_t>(d) >= index.definitions.size())
+                    __builtin_trap();
+            for (int r : s.references)
+                if (r < 0 || static_cast<size_t>(r) >= index.references.size())
+                    __builtin_trap();
+        }
+    }
+    return 0;
+}

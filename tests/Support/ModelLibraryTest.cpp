@@ -1,0 +1,559 @@
+// ModelLibraryTest.cpp - the model-library index on hand-written libraries and on the shared corpus:
+// ranges that read back whole through LibraryStream, sections, resolution across files, checks,
+// comparison and extraction.
+#include "ModelLibrary.h"
+#include "NetlistStream.h"
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Def {
+    std::string kind;
+    std::string name;
+    int start;
+    int end;
+    int line;
+    int lastLine;
+    bool operator==(const Def& o) const
+    {
+        return kind == o.kind && name == o.name && start == o.start && end == o.end && line == o.line && lastLine == o.lastLine;
+    }
+};
+
+void PrintTo(const Def& d, std::ostream* os)
+{
+    *os << d.kind << " " << d.name << " [" << d.start << ", " << d.end << ") lines " << d.line << "-" << d.lastLine;
+}
+
+ModelLibIndex indexText(const std::string& text, SpiceLanguage language = SpiceLanguageNative)
+{
+    ModelLibIndex index;
+    sp_IndexModelLibraryText(text.data(), text.size(), YString("mem.lib"), language, &index);
+    return index;
+}
+
+std::vector<Def> defs(const ModelLibIndex& index)
+{
+    std::vector<Def> out;
+    for (const ModelLibDefinition& d : index.definitions)
+        out.push_back({d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model", d.name.c_str(), d.location.start,
+                       d.location.end, d.line, d.lastLine});
+    return out;
+}
+
+std::vector<std::string> messages(const ModelLibIndex& index)
+{
+    std::vector<std::string> out;
+    for (const ModelLibDiagnostic& d : index.diagnostics)
+        out.push_back(std::to_string(d.line) + ": " + d.message.c_str());
+    return out;
+}
+
+// The logical lines SpiceStream gives for a whole file, with the physical line each starts on.
+std::vector<std::pair<int, std::string>> spiceLines(const std::string& file, SpiceLanguage language)
+{
+    std::vector<std::pair<int, std::string>> lines;
+    SpiceStream s(file.c_str(), language);
+    YString line;
+    int number = 0;
+    while (s.gets(&line, &number, nullptr, nullptr)) {
+        lines.push_back({number, line.c_str()});
+        s.flushBuffer();
+    }
+    return lines;
+}
+
+// SpiceStream hands brace expressions to its evaluation hook, which turns inner braces into parentheses;
+// LibraryStream keeps the text as it is. The same rule applied to LibraryStream's lines makes them
+// comparable.
+std::string innerBracesAsParentheses(const std::string& line)
+{
+    std::string out;
+    int depth = 0;
+    for (char c : line) {
+        if (c == '{') {
+            out.push_back(depth++ == 0 ? '{' : '(');
+        } else if (c == '}' && depth > 0) {
+            out.push_back(--depth == 0 ? '}' : ')');
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+// Checks that every definition of the file reads back through LibraryStream to the logical lines that
+// SpiceStream gives for its stretch of the whole file (LibraryStream's own comment lines left out).
+// Returns the number of definitions checked.
+int checkReadBack(const std::string& file, const ModelLibIndex& index, SpiceLanguage language)
+{
+    const std::vector<std::pair<int, std::string>> whole = spiceLines(file, language);
+    int checked = 0;
+    for (const ModelLibDefinition& d : index.definitions) {
+        std::vector<std::string> expected;
+        auto l = std::lower_bound(whole.begin(), whole.end(), d.line,
+                                  [](const std::pair<int, std::string>& x, int line) { return x.first < line; });
+        for (; l != whole.end() && l->first <= d.lastLine; ++l)
+            expected.push_back(l->second);
+        std::vector<std::string> got;
+        for (const YString& l : sp_ReadModelDefinition(d, YString()))
+            if (l.at(0) != '*')
+                got.push_back(innerBracesAsParentheses(l.c_str()));
+        EXPECT_EQ(got, expected) << file << ":" << d.line << " " << d.name.c_str();
+        if (got != expected)
+            return checked;
+        ++checked;
+    }
+    return checked;
+}
+
+std::vector<std::string> corpusLibraries()
+{
+    std::vector<std::string> files;
+    for (const QString& sub : {QStringLiteral("/netlists"), QStringLiteral("/kits")}) {
+        QDirIterator it(corpusDir() + sub, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString file = it.next();
+            const QString name = QFileInfo(file).fileName();
+            if (!name.endsWith(QLatin1String(".tsv")) && !name.startsWith(QLatin1Char('.')) && name != QLatin1String("LICENSE"))
+                files.push_back(file.toStdString());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+} // namespace
+
+TEST(ModelLibraryIndex, ModelRunsOverContinuationsAcrossCommentAndBlankLines)
+{
+    const std::string text = "* lib\n.model D1 D(IS=1n\n* comment\n\n  ; semicolon line\n  + RS=1\n+ N=2)\n* trailing\nR1 a b 1\n";
+    const ModelLibIndex index = indexText(text);
+    ASSERT_EQ(defs(index), (std::vector<Def>{{".model", "D1", 6, 70, 2, 7}}));
+    EXPECT_EQ(text.substr(70, 10), "* trailing");
+    EXPECT_EQ(index.definitions[0].type, "D");
+    EXPECT_EQ(index.definitions[0].location.lineOffset, 1);
+}
+
+TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
+{
+    const std::string text = ".SUBCKT amp in out params: g=1\n.model qn npn\nX1 in mid buf\nQ1 out mid 0 qn\n.ENDS amp\n.model q npn\n";
+    const ModelLibIndex index = indexText(text);
+    EXPECT_EQ(defs(index), (std::vector<Def>{{".subckt", "amp", 0, 85, 1, 5}, {".model", "qn", 31, 45, 2, 2}, {".model", "q", 85, 98, 6, 6}}));
+    EXPECT_EQ(index.definitions[0].parent, -1);
+    EXPECT_EQ(index.definitions[1].parent, 0);
+    EXPECT_EQ(index.definitions[2].parent, -1);
+    ASSERT_EQ(index.definitions[0].ports.size(), 2u);
+    EXPECT_EQ(index.definitions[0].ports[1], "out");
+    ASSERT_EQ(index.definitions[0].instances.size(), 1u);
+    EXPECT_EQ(index.definitions[0].instances[0], "buf");
+    const auto& uses = index.definitions[0].uses;
+    EXPECT_NE(std::find(uses.begin(), uses.end(), YString("qn")), uses.end());
+}
+
+TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
+{
+    EXPECT_EQ(defs(indexText(".model a d\r\n\r\n+ is=1\r\n.model b d")),
+              (std::vector<Def>{{".model", "a", 0, 22, 1, 3}, {".model", "b", 22, 32, 4, 4}}));
+    EXPECT_EQ(defs(indexText(".model a d\r+ is=1\r.model b d\r")),
+              (std::vector<Def>{{".model", "a", 0, 18, 1, 2}, {".model", "b", 18, 29, 3, 3}}));
+    // Dropped bytes are invisible, a byte 0xFF ends the text.
+    const ModelLibIndex index = indexText(std::string(".model a\x01 d\n\x02+ is=1\n.model b d\n\xFF.model c d\n"));
+    EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "a", 0, 20, 1, 2}, {".model", "b", 20, 31, 3, 3}}));
+    EXPECT_EQ(index.definitions[0].type, "d");
+    EXPECT_EQ(index.size, 31);
+}
+
+TEST(ModelLibraryIndex, HspiceDollarCommentsAndTheDialectDirective)
+{
+    const std::string text = ".model a nmos $ note\n$ comment line\n+ vth0=1\n.model b pmos\n";
+    EXPECT_EQ(defs(indexText(text, SpiceLanguageHspice)),
+              (std::vector<Def>{{".model", "a", 0, 45, 1, 3}, {".model", "b", 45, 59, 4, 4}}));
+    // In the native dialect "$" is text: the "$" line is a statement and the "+" continues it.
+    EXPECT_EQ(defs(indexText(text)), (std::vector<Def>{{".model", "a", 0, 21, 1, 1}, {".model", "b", 45, 59, 4, 4}}));
+    const ModelLibIndex directed = indexText("*#HSPICE\n" + text);
+    EXPECT_EQ(directed.language, SpiceLanguageHspice);
+    EXPECT_EQ(directed.definitions[0].lastLine, 4);
+}
+
+TEST(ModelLibraryIndex, SectionsReferencesParamsAndAko)
+{
+    const std::string text = ".param top=1\n.lib tt\n.param a=1 b = {2*a}\n.include 'models/x.spice'\n.lib \"other.lib\" ss\n"
+                             ".model n1 nmos\n.model n2 AKO: n1 nmos vth0=2\n.model n3 AKO:n2\n.endl tt\n.lib ff\n.endl\n";
+    const ModelLibIndex index = indexText(text);
+    ASSERT_EQ(index.sections.size(), 2u);
+    const ModelLibSection& tt = index.sections[0];
+    EXPECT_EQ(tt.name, "tt");
+    EXPECT_EQ(tt.line, 2);
+    EXPECT_EQ(tt.endLine, 9);
+    EXPECT_TRUE(tt.closed);
+    EXPECT_EQ(tt.start, 13);
+    EXPECT_EQ(text.substr(static_cast<size_t>(tt.end), 7), ".lib ff");
+    EXPECT_EQ(tt.definitions, (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(tt.references, (std::vector<int>{0, 1}));
+    EXPECT_EQ(tt.params, (std::vector<YString>{"a", "b"}));
+    EXPECT_EQ(index.params, (std::vector<YString>{"top"}));
+    ASSERT_EQ(index.references.size(), 2u);
+    EXPECT_EQ(index.references[0].kind, ModelLibReference::Include);
+    EXPECT_EQ(index.references[0].target, "models/x.spice");
+    EXPECT_EQ(index.references[1].kind, ModelLibReference::LibSection);
+    EXPECT_EQ(index.references[1].target, "other.lib");
+    EXPECT_EQ(index.references[1].section, "ss");
+    EXPECT_EQ(index.definitions[1].akoBase, "n1");
+    EXPECT_EQ(index.definitions[1].type, "nmos");
+    EXPECT_EQ(index.definitions[2].akoBase, "n2");
+    EXPECT_EQ(index.definitions[2].type, "");
+    EXPECT_EQ(index.sections[1].name, "ff");
+    EXPECT_TRUE(index.diagnostics.empty());
+}
+
+TEST(ModelLibraryIndex, BadStructureGetsDiagnosticsAndNoCrash)
+{
+    const ModelLibIndex index = indexText(".ends\n.endl\n.lib\n.include\n.model\n.lib a\n.subckt s1 x\nR1 x 0 1\n");
+    EXPECT_EQ(messages(index), (std::vector<std::string>{"1: .ends without a .subckt", "2: .endl without a .lib",
+                                                          "3: .lib without a section name or file", "4: .include without a file",
+                                                          "5: .model without a name", "7: subcircuit s1 is not closed by .ends",
+                                                          "6: section a is not closed by .endl"}));
+    ASSERT_EQ(index.definitions.size(), 1u);
+    EXPECT_EQ(index.definitions[0].location.end, static_cast<int>(index.size));
+    EXPECT_EQ(index.sections[0].end, static_cast<int>(index.size));
+    EXPECT_TRUE(indexText("").definitions.empty());
+    EXPECT_TRUE(indexText(std::string(1000, '\n')).definitions.empty());
+    EXPECT_EQ(indexText("+ orphan\n.model m d\n").definitions[0].line, 2);
+}
+
+TEST(ModelLibraryIndex, OddNamesAreKeptAsWritten)
+{
+    const ModelLibIndex index = indexText(".model m-1.5/x\xc3\xa9 d\n.subckt {odd}[1] a\n.ends\n");
+    ASSERT_EQ(index.definitions.size(), 2u);
+    EXPECT_EQ(index.definitions[0].name, "m-1.5/x\xc3\xa9");
+    EXPECT_EQ(index.definitions[1].name, "{odd}[1]");
+}
+
+class ModelLibraryFiles : public TempDirTest {
+protected:
+    std::string write(const std::string& name, const std::string& text)
+    {
+        writeFileBytes(path(name), text);
+        return path(name);
+    }
+    static std::vector<std::string> reachedNames(const ModelLibResolution& r)
+    {
+        std::vector<std::string> names;
+        for (const ModelLibReached& x : r.definitions)
+            names.push_back(r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.c_str());
+        return names;
+    }
+    static std::vector<ModelLibProblem::Kind> kinds(const std::vector<ModelLibProblem>& problems)
+    {
+        std::vector<ModelLibProblem::Kind> out;
+        for (const ModelLibProblem& p : problems)
+            out.push_back(p.kind);
+        return out;
+    }
+};
+
+TEST_F(ModelLibraryFiles, EveryDefinitionReadsBackAsSpiceStreamReadsIt)
+{
+    const std::string file = write("all.lib", "* header\n.model D1 D(IS=1n\n* c\n\n+ RS=1)\n* after\n.subckt s a b\n"
+                                              "* inside\nR1 a b {x*{y}}\n+ 2\n.ends\r\n.model q npn ; note\r\n\r\n+ bf=100\r\n");
+    ModelLibIndex index;
+    ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+    ASSERT_EQ(index.definitions.size(), 3u);
+    EXPECT_EQ(checkReadBack(file, index, SpiceLanguageNative), 3);
+    EXPECT_EQ(sp_ReadModelDefinition(index.definitions[2], YString("Q2")), (std::vector<YString>{".model Q2  npn   bf=100"}));
+}
+
+TEST_F(ModelLibraryFiles, Utf16FilesIndexAsTheReadersReadThem)
+{
+    const std::string text = ".model \xc3\xa9t d\n+ is=1\n.subckt s a\n.ends\n";
+    const QString q = QString::fromUtf8(text.c_str());
+    std::string bytes = "\xFF\xFE";
+    for (QChar c : q) {
+        bytes.push_back(static_cast<char>(c.unicode() & 0xFF));
+        bytes.push_back(static_cast<char>(c.unicode() >> 8));
+    }
+    const std::string file = write("wide.lib", bytes);
+    ModelLibIndex index;
+    ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+    EXPECT_TRUE(index.wide);
+    EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "\xc3\xa9t", 0, 20, 1, 2}, {".subckt", "s", 20, 38, 3, 4}}));
+    EXPECT_EQ(checkReadBack(file, index, SpiceLanguageNative), 2);
+}
+
+TEST_F(ModelLibraryFiles, MissingAndUnreadableFilesAreStatuses)
+{
+    ModelLibIndex index;
+    EXPECT_EQ(sp_IndexModelLibrary(YString(path("none.lib").c_str()), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
+    EXPECT_EQ(sp_IndexModelLibrary(YString(m_dir.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
+    EXPECT_EQ(sp_IndexModelLibrary(YString(""), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
+}
+
+TEST_F(ModelLibraryFiles, AFileBeyondIntPositionsIsRefusedWithoutReadingIt)
+{
+    const std::string file = path("huge.lib");
+    {
+        QFile f(QString::fromStdString(file));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        if (!f.resize(2147483648LL))
+            GTEST_SKIP() << "this file system cannot make a sparse 2 GiB file";
+    }
+    ModelLibIndex index;
+    EXPECT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::TooLarge);
+    EXPECT_TRUE(index.definitions.empty());
+    const std::string top = write("top.lib", ".include huge.lib\n");
+    std::vector<ModelLibProblem> problems;
+    EXPECT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::TooLargeFile}));
+}
+
+TEST_F(ModelLibraryFiles, SectionsResolveAcrossFilesWithCyclesAndMissingFilesReported)
+{
+    QDir().mkpath(QString::fromStdString(path("sub")));
+    write("sub/corner.lib", ".lib tt\n.model n nmos\n.lib \"../top.lib\" tt\n.endl\n.lib ss\n.model n nmos\n.endl\n");
+    write("sub/common.spice", ".model d1 d\n.subckt inv a y\nM1 y a 0 0 n\n.ends\n.lib 'corner.lib' ss\n");
+    const std::string top = write("top.lib", ".lib tt\n.lib 'sub/corner.lib' tt\n.include \"sub/common.spice\"\n"
+                                             ".include missing.spice\n.lib sub/corner.lib ff\n.endl tt\n");
+    ModelLibResolution r;
+    ASSERT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("TT"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), (std::vector<std::string>{"n", "d1", "inv", "n"}));
+    EXPECT_EQ(kinds(r.problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::ReferenceCycle, ModelLibProblem::MissingFile,
+                                                                      ModelLibProblem::MissingSection}));
+    EXPECT_EQ(r.problems[0].line, 3);
+    EXPECT_EQ(r.problems[1].line, 4);
+    EXPECT_EQ(r.problems[2].name, "ff");
+    EXPECT_EQ(r.files.size(), 3u);
+    // A reached definition knows the reference that brought its file in.
+    EXPECT_EQ(r.definitions[1].viaFile, r.root);
+    EXPECT_EQ(r.definitions[1].viaReference, 1);
+    EXPECT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("nope"), SpiceLanguageNative, &r), ModelLibStatus::NoSuchSection);
+}
+
+TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinitions)
+{
+    write("parts.spice", ".model d1 d\n.subckt amp a y\nX1 a y buf\nX2 a y inner\n.subckt inner a y\n.ends\n.ends\n");
+    const std::string top = write("lib.lib", ".model stray d\n.lib tt\n.include parts.spice\n.model D1 d\n"
+                                             ".model k AKO: base\n.model late AKO: d2\n.model d2 d\n.endl\n.lib ss\n.model d1 d\n.endl\n");
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::UnresolvedInstance, ModelLibProblem::Duplicate,
+                                                                    ModelLibProblem::UnresolvedAkoBase, ModelLibProblem::AkoBaseAfter}));
+    EXPECT_EQ(problems[0].name, "buf");
+    EXPECT_EQ(problems[1].name, "D1");
+    EXPECT_EQ(problems[1].line, 4);
+    EXPECT_EQ(problems[1].otherLine, 1);
+    EXPECT_NE(std::string(problems[1].otherFile.c_str()).find("parts.spice"), std::string::npos);
+    EXPECT_EQ(problems[3].otherLine, 7);
+    problems.clear();
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    ASSERT_FALSE(problems.empty());
+    EXPECT_EQ(problems.back().kind, ModelLibProblem::Unreferenced);
+    EXPECT_EQ(problems.back().name, "stray");
+    EXPECT_EQ(std::count_if(problems.begin(), problems.end(), [](const ModelLibProblem& p) { return p.kind == ModelLibProblem::Unreferenced; }), 1);
+}
+
+TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTrips)
+{
+    write("dev.spice", ".model nch nmos\n+ vth0=0.4\n.model pch pmos\n.model unused d\n");
+    const std::string top = write("kit.lib", ".lib tt\n.include dev.spice\n.subckt inv a y vdd\nMn y a 0 0 nch\nMp y a vdd vdd pch\n.ends\n"
+                                             ".subckt buf a y vdd\nX1 a m vdd inv\nX2 m y vdd inv\n.ends buf\n.model dd AKO: pch\n.endl tt\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("BUF"), YString("dd")};
+    request.section = YString("tt");
+    request.renames = {YString("inv=INV2")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty());
+    const std::string dev = path("dev.spice");
+    const std::string kit = top;
+    EXPECT_EQ(std::string(text.c_str()), "* " + dev + ":1\n.model nch nmos  vth0=0.4\n* " + dev + ":3\n.model pch pmos\n* " + kit +
+                                              ":3\n.subckt INV2  a y vdd\nMn y a 0 0 nch\nMp y a vdd vdd pch\n.ends\n* " + kit +
+                                              ":7\n.subckt buf a y vdd\nX1 a m vdd INV2\nX2 m y vdd INV2\n.ends buf\n* " + kit +
+                                              ":11\n.model dd AKO: pch\n");
+    // The extracted library's index holds exactly the closure, and it checks clean.
+    const std::string out = path("out.lib");
+    ASSERT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(out.c_str()), nullptr), ModelLibStatus::Ok);
+    ModelLibIndex index;
+    ASSERT_EQ(sp_IndexModelLibrary(YString(out.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+    std::vector<std::string> names;
+    for (const ModelLibDefinition& d : index.definitions)
+        names.push_back(d.name.c_str());
+    EXPECT_EQ(names, (std::vector<std::string>{"nch", "pch", "INV2", "buf", "dd"}));
+    std::vector<ModelLibProblem> check;
+    EXPECT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &check), ModelLibStatus::Ok);
+    EXPECT_TRUE(check.empty()) << check.front().message.c_str();
+    request.names = {YString("nothing")};
+    EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::NoSuchDefinition);
+    EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), ModelLibExtractRequest{{YString("buf")}, YString("tt"), {}, SpiceLanguageNative},
+                                      YString(m_dir.c_str()), nullptr),
+              ModelLibStatus::WriteFailed);
+}
+
+TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
+{
+    const std::string a = write("a.lib", ".lib tt\n.model n nmos vth0=1\n.model p pmos\n.endl\n.lib ss\n.endl\n");
+    const std::string b = write("b.lib", ".lib TT\n.model N nmos\n+ vth0=2\n.model x d\n.model p  PMOS ; same\n.endl\n");
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(a.c_str()), YString(b.c_str()), SpiceLanguageNative, &diff), ModelLibStatus::Ok);
+    EXPECT_EQ(diff.sectionsOnlyInA, (std::vector<YString>{"ss"}));
+    EXPECT_TRUE(diff.sectionsOnlyInB.empty());
+    EXPECT_TRUE(diff.onlyInA.empty());
+    EXPECT_EQ(diff.onlyInB, (std::vector<YString>{".model x"}));
+    EXPECT_EQ(diff.differing, (std::vector<YString>{".model n"}));
+}
+
+class ModelLibraryCorpus : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        files = corpusLibraries();
+        if (files.empty())
+            GTEST_SKIP() << "the shared corpus is absent (" << corpusDir().toStdString()
+                         << "; set SUPPORTQT_CORPUS_DIR to use one elsewhere)";
+    }
+    std::vector<std::string> files;
+};
+
+TEST_F(ModelLibraryCorpus, EveryDefinitionReadsBackAsSpiceStreamReadsItsStretch)
+{
+    int checked = 0;
+    int pm3 = -1;
+    int quirky = 0;
+    for (const std::string& file : files) {
+        ModelLibIndex index;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok) << file;
+        if (index.definitions.empty())
+            continue;
+        // SpiceStream reads past a lone CR right after a line-start comment character and takes the next
+        // line for the rest of the comment; LibraryStream and the index end the line there. Such files
+        // cannot agree line for line and are counted apart.
+        const std::string bytes = readFileBytes(file);
+        bool loneCrAfterComment = false;
+        for (size_t i = 1; i + 1 < bytes.size() && !loneCrAfterComment; ++i)
+            loneCrAfterComment = bytes[i] == '\r' && bytes[i + 1] != '\n' && (bytes[i - 1] == '*' || bytes[i - 1] == ';');
+        if (loneCrAfterComment) {
+            ++quirky;
+            continue;
+        }
+        checked += checkReadBack(file, index, index.language);
+        if (file.find("sky130_fd_pr__nfet_01v8__tt.pm3.spice") != std::string::npos)
+            pm3 = static_cast<int>(index.definitions.size());
+    }
+    EXPECT_GT(checked, 19000);
+    EXPECT_EQ(pm3, 181);
+    EXPECT_LT(quirky, 10);
+}
+
+// An independent reading of the sections: physical lines, ".lib" with one argument opens a section and
+// ".endl" closes it.
+const char kSectionScript[] = R"PY(
+import re, sys
+for path in sys.argv[1:]:
+    data = open(path, 'rb').read()
+    cut = data.find(b'\xff')
+    if cut >= 0:
+        data = data[:cut]
+    if data[:2] in (b'\xff\xfe', b'\xfe\xff'):
+        continue
+    lines = re.split(rb'\r\n|\r|\n', data)
+    open_name, open_line = None, 0
+    for number, raw in enumerate(lines, 1):
+        head = raw.lstrip(b' \t')[:5].lower()
+        if not (head.startswith(b'.lib') or head.startswith(b'.endl')):
+            continue
+        line = bytes(c for c in raw if c == 9 or c >= 32).strip()
+        low = line.lower()
+        if re.match(rb'\.lib[ \t]', low) or low == b'.lib':
+            args = re.findall(rb'"[^"]*"|\'[^\']*\'|[^ \t]+', line[4:].split(b';')[0])
+            if len(args) == 1:
+                if open_name is not None:
+                    print('%s\t%s\t%d\t%d' % (path, open_name.decode('latin-1'), open_line, number - 1))
+                open_name, open_line = args[0].strip(b'"\''), number
+        elif re.match(rb'\.endl\b', low) and open_name is not None:
+            print('%s\t%s\t%d\t%d' % (path, open_name.decode('latin-1'), open_line, number))
+            open_name = None
+    if open_name is not None:
+        print('%s\t%s\t%d\t%d' % (path, open_name.decode('latin-1'), open_line, len(lines) - (1 if lines and lines[-1] == b'' else 0)))
+)PY";
+
+TEST_F(ModelLibraryCorpus, SectionListsAgreeWithAnIndependentScript)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    std::string expected;
+    QStringList arguments{QStringLiteral("-c"), QString::fromLatin1(kSectionScript)};
+    for (const std::string& file : files)
+        arguments << QString::fromStdString(file);
+    QProcess python;
+    python.start(QStringLiteral("/usr/bin/python3"), arguments);
+    ASSERT_TRUE(python.waitForFinished(60000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    expected = python.readAllStandardOutput().toStdString();
+    std::string got;
+    int sections = 0;
+    for (const std::string& file : files) {
+        ModelLibIndex index;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+        if (index.wide)
+            continue;
+        for (const ModelLibSection& s : index.sections) {
+            got += file + "\t" + s.name.c_str() + "\t" + std::to_string(s.line) + "\t" + std::to_string(s.endLine) + "\n";
+            ++sections;
+        }
+    }
+    EXPECT_EQ(got, expected);
+    EXPECT_GT(sections, 10);
+}
+
+TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip)
+{
+    const QString lib = corpusDir() + QStringLiteral("/kits/sky130_fd_pr/models/sky130.lib.spice");
+    if (!QFileInfo::exists(lib))
+        GTEST_SKIP() << "the kit library is absent from the corpus";
+    ModelLibResolution r;
+    ASSERT_EQ(sp_ResolveModelSection(toYs(lib), YString("tt"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_GT(r.definitions.size(), 100u);
+    EXPECT_GT(r.files.size(), 10u);
+    // The first subcircuit the corner reaches, extracted with everything it uses.
+    YString name;
+    for (const ModelLibReached& x : r.definitions) {
+        const ModelLibDefinition& d = r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)];
+        if (d.kind == ModelLibDefinition::Subckt) {
+            name = d.name;
+            break;
+        }
+    }
+    ASSERT_FALSE(name.isEmpty());
+    ModelLibExtractRequest request;
+    request.names = {name};
+    request.section = YString("tt");
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(toYs(lib), request, &text, nullptr), ModelLibStatus::Ok);
+    ModelLibIndex extracted;
+    sp_IndexModelLibraryText(text.c_str(), static_cast<size_t>(text.length()), YString("x.lib"), SpiceLanguageNative, &extracted);
+    ASSERT_FALSE(extracted.definitions.empty());
+    // The requested subcircuit comes last among the top-level definitions, after what it uses.
+    const ModelLibDefinition* last = nullptr;
+    for (const ModelLibDefinition& d : extracted.definitions)
+        last = d.parent < 0 ? &d : last;
+    EXPECT_EQ(last->name, name);
+    for (const ModelLibDefinition& d : extracted.definitions) {
+        if (d.parent >= 0)
+            continue;
+        bool reached = false;
+        for (const ModelLibReached& x : r.definitions)
+            reached = reached || r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.equalsNoCase(d.name.c_str());
+        EXPECT_TRUE(reached) << d.name.c_str();
+    }
+}

@@ -1,0 +1,213 @@
+// LibToolTest.cpp - `supportqt lib` run as a real process: sections, definitions, checks, differences
+// and extraction of model libraries, their text and JSON output, and their exit codes.
+#include "TestHelpers.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+
+namespace {
+
+struct Result {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+Result tool(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments);
+    EXPECT_TRUE(process.waitForStarted(30000));
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(120000));
+    Result r;
+    r.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    r.out = QString::fromUtf8(process.readAllStandardOutput());
+    r.err = QString::fromUtf8(process.readAllStandardError());
+    return r;
+}
+
+QJsonObject json(const QString& text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString() << "\n" << text.toStdString();
+    return document.object();
+}
+
+const char kCorner[] = "* corners\n"
+                       ".lib tt\n"
+                       ".include 'dev.spice'\n"
+                       ".model d1 d is=1\n"
+                       ".endl tt\n"
+                       ".lib ss\n"
+                       ".include 'dev.spice'\n"
+                       ".model d1 d is=2\n"
+                       ".model d1 d is=3\n"
+                       ".lib 'missing.lib' ff\n"
+                       ".endl ss\n";
+const char kDevices[] = ".model nch nmos\n"
+                        "* between\n"
+                        "+ vth0=0.4\n"
+                        ".subckt inv a y vdd\n"
+                        "Mn y a 0 0 nch\n"
+                        ".ends inv\n"
+                        ".subckt buf a y vdd\n"
+                        "X1 a m vdd inv\n"
+                        "X2 m y vdd inv\n"
+                        ".ends\n";
+
+class LibTool : public TempDirTest {
+protected:
+    void SetUp() override
+    {
+        TempDirTest::SetUp();
+        writeFileBytes(path("corner.lib"), kCorner);
+        writeFileBytes(path("dev.spice"), kDevices);
+    }
+    QString file(const char* name) const { return QString::fromStdString(path(name)); }
+};
+
+} // namespace
+
+TEST_F(LibTool, SectionsListsLineRangesAndWhatEachReaches)
+{
+    const Result r = tool({"lib", "sections", file("corner.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("section  lines  definitions  problems\n"
+                                    "tt       2-5              4         0\n"
+                                    "ss       6-11             5         1\n"
+                                    "2 sections\n"));
+    const QJsonArray sections = json(tool({"lib", "sections", file("corner.lib"), "--json"}).out)["sections"].toArray();
+    ASSERT_EQ(sections.size(), 2);
+    EXPECT_EQ(sections[1]["name"].toString(), "ss");
+    EXPECT_EQ(sections[1]["line"].toInt(), 6);
+    EXPECT_EQ(sections[1]["endLine"].toInt(), 11);
+    EXPECT_EQ(sections[1]["definitions"].toInt(), 5);
+    EXPECT_EQ(sections[1]["ownDefinitions"].toInt(), 2);
+    EXPECT_EQ(sections[1]["problems"].toArray()[0].toObject()["kind"].toString(), "missing-file");
+}
+
+TEST_F(LibTool, DefsListsTheFileOrWhatASectionReaches)
+{
+    const Result own = tool({"lib", "defs", file("dev.spice")});
+    ASSERT_EQ(own.code, 0) << own.err.toStdString();
+    const QString dev = file("dev.spice");
+    const int w = dev.size();
+    EXPECT_EQ(own.out, QStringLiteral("kind     name  type/ports  %1  line  start  end\n"
+                                      ".model   nch   nmos        %2     1      0   37\n"
+                                      ".subckt  inv   a y vdd     %2     4     37   82\n"
+                                      ".subckt  buf   a y vdd     %2     7     82  138\n"
+                                      "3 definitions\n")
+                           .arg(QStringLiteral("file").leftJustified(w), dev));
+    const QJsonArray defs = json(tool({"lib", "defs", file("corner.lib"), "--section", "TT", "--json"}).out)["definitions"].toArray();
+    ASSERT_EQ(defs.size(), 4);
+    EXPECT_EQ(defs[0].toObject(), (QJsonObject{{"kind", ".model"}, {"name", "nch"}, {"type", "nmos"}, {"file", dev}, {"line", 1},
+                                               {"lastLine", 3}, {"start", 0}, {"end", 37}, {"lineOffset", 0}}));
+    EXPECT_EQ(defs[1]["ports"].toArray(), (QJsonArray{"a", "y", "vdd"}));
+    EXPECT_EQ(defs[3]["name"].toString(), "d1");
+    EXPECT_EQ(defs[3]["file"].toString(), file("corner.lib"));
+    const Result missing = tool({"lib", "defs", file("corner.lib"), "--section", "fast"});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.err, QStringLiteral("supportqt lib defs: %1 has no section 'fast'\n").arg(file("corner.lib")));
+}
+
+TEST_F(LibTool, CheckReportsProblemsWithExitCodeThree)
+{
+    const Result clean = tool({"lib", "check", file("corner.lib"), "--section", "tt"});
+    EXPECT_EQ(clean.code, 0) << clean.out.toStdString();
+    EXPECT_EQ(clean.out, QStringLiteral("0 problems\n"));
+    const Result r = tool({"lib", "check", file("corner.lib"), "--section", "ss"});
+    EXPECT_EQ(r.code, 3);
+    const QString c = file("corner.lib");
+    EXPECT_EQ(r.out, QStringLiteral("missing-file: %1:10: missing.lib does not exist or cannot be read (%2)\n"
+                                    "duplicate: %1:9: duplicate .model d1, first defined at %1:8\n"
+                                    "2 problems\n")
+                         .arg(c, file("missing.lib")));
+    const QJsonArray problems = json(tool({"lib", "check", c, "--json"}).out)["problems"].toArray();
+    ASSERT_EQ(problems.size(), 2);
+    EXPECT_EQ(problems[1]["kind"].toString(), "duplicate");
+    EXPECT_EQ(problems[1]["otherLine"].toInt(), 8);
+}
+
+TEST_F(LibTool, DiffNamesWhatIsMissingOnEachSideAndWhatDiffers)
+{
+    writeFileBytes(path("twin.lib"), ".lib tt\n.model d1 d is=1\n.model extra d\n.endl\n");
+    const Result r = tool({"lib", "diff", file("corner.lib"), file("twin.lib")});
+    EXPECT_EQ(r.code, 3);
+    EXPECT_EQ(r.out, QStringLiteral("section only in A: ss\nonly in B: .model extra\nthe libraries differ\n"));
+    const Result same = tool({"lib", "diff", file("dev.spice"), file("dev.spice"), "--json"});
+    EXPECT_EQ(same.code, 0);
+    EXPECT_TRUE(json(same.out)["differing"].toArray().isEmpty());
+}
+
+TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
+{
+    const QString out = file("out.lib");
+    const Result r = tool({"lib", "extract", file("corner.lib"), "buf", "-o", out, "--section", "tt", "--rename", "inv=INV_X"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("wrote 3 definitions to %1\n").arg(out));
+    const QString dev = file("dev.spice");
+    EXPECT_EQ(QString::fromStdString(readFileBytes(path("out.lib"))),
+              QStringLiteral("* %1:1\n.model nch nmos  vth0=0.4\n* %1:4\n.subckt INV_X  a y vdd\nMn y a 0 0 nch\n.ends INV_X\n"
+                             "* %1:7\n.subckt buf a y vdd\nX1 a m vdd INV_X\nX2 m y vdd INV_X\n.ends\n")
+                  .arg(dev));
+    const QJsonArray defs = json(tool({"lib", "defs", out, "--json"}).out)["definitions"].toArray();
+    QStringList names;
+    for (const QJsonValue& d : defs)
+        names << d["name"].toString();
+    EXPECT_EQ(names, (QStringList{"nch", "INV_X", "buf"}));
+    EXPECT_EQ(tool({"lib", "check", out}).code, 0);
+
+    const Result unknown = tool({"lib", "extract", file("corner.lib"), "nothing", "-o", out});
+    EXPECT_EQ(unknown.code, 3);
+    const Result badRename = tool({"lib", "extract", file("corner.lib"), "buf", "-o", out, "--rename", "inv"});
+    EXPECT_EQ(badRename.code, 2);
+    EXPECT_EQ(badRename.err, QStringLiteral("supportqt lib extract: --rename takes OLD=NEW, not 'inv'\n"));
+    const Result noOutput = tool({"lib", "extract", file("corner.lib"), "buf"});
+    EXPECT_EQ(noOutput.code, 2);
+}
+
+TEST_F(LibTool, UsageErrorsAndUnreadableInputs)
+{
+    EXPECT_EQ(tool({"lib"}).code, 2);
+    const Result unknown = tool({"lib", "frobnicate"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_EQ(unknown.err, QStringLiteral("supportqt lib: unknown action 'frobnicate'; valid actions: sections, defs, check, diff, extract\n"));
+    EXPECT_EQ(tool({"lib", "--help"}).code, 0);
+    EXPECT_EQ(tool({"lib", "defs", "--help"}).code, 0);
+    EXPECT_EQ(tool({"lib", "sections", file("none.lib")}).code, 1);
+    EXPECT_EQ(tool({"lib", "diff", file("corner.lib")}).code, 2);
+    EXPECT_EQ(tool({"lib", "defs", file("corner.lib"), "--dialect", "klingon"}).code, 2);
+}
+
+TEST_F(LibTool, IndexAndSectionReadEveryModelWholeWhenCommentsInterruptItsContinuations)
+{
+    const Result index = tool({"index", file("dev.spice"), "--json"});
+    ASSERT_EQ(index.code, 0);
+    const QJsonArray defs = json(index.out)["definitions"].toArray();
+    ASSERT_EQ(defs.size(), 3);
+    EXPECT_EQ(defs[0]["end"].toInt(), 37);
+    const Result section = tool({"section", file("dev.spice"), "--start", "0", "--end", "37"});
+    EXPECT_EQ(section.out, QStringLiteral("     1  .model nch nmos  vth0=0.4\n"));
+}
+
+TEST_F(LibTool, AKitLibraryFromTheCorpus)
+{
+    const QString lib = corpusDir() + QStringLiteral("/kits/sky130_fd_pr/models/sky130.lib.spice");
+    if (!QFileInfo::exists(lib))
+        GTEST_SKIP() << "the kit library is absent from the corpus (" << lib.toStdString() << ")";
+    const QJsonArray sections = json(tool({"lib", "sections", lib, "--json"}).out)["sections"].toArray();
+    QStringList names;
+    for (const QJsonValue& s : sections) {
+        names << s["name"].toString();
+        EXPECT_GT(s["definitions"].toInt(), 100) << s["name"].toString().toStdString();
+    }
+    EXPECT_TRUE(names.contains(QStringLiteral("tt")));
+    EXPECT_TRUE(names.contains(QStringLiteral("ff")));
+}

@@ -1,0 +1,462 @@
+// LibCommands.cpp - `lib`: the sections, definitions, problems and differences of model libraries, and
+// extraction of definitions into one library, as the library's model-library index gives them.
+#include "Commands.h"
+#include "Tool.h"
+
+#include "FileReplace.h"
+#include "LibraryStream.h"
+#include "ModelLibrary.h"
+
+#include <QFile>
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Rows of text cells printed with each column as wide as its widest cell.
+class Table {
+public:
+    explicit Table(std::vector<std::string> header) { m_rows.push_back(std::move(header)); }
+    void add(std::vector<std::string> row) { m_rows.push_back(std::move(row)); }
+    void print(Output& out, const std::vector<bool>& rightAligned) const
+    {
+        std::vector<size_t> width;
+        for (const auto& row : m_rows)
+            for (size_t i = 0; i < row.size(); ++i) {
+                if (width.size() <= i)
+                    width.push_back(0);
+                width[i] = std::max(width[i], row[i].size());
+            }
+        for (const auto& row : m_rows) {
+            std::string line;
+            for (size_t i = 0; i < row.size(); ++i) {
+                const bool right = i < rightAligned.size() && rightAligned[i];
+                const std::string fill(width[i] - row[i].size(), ' ');
+                line += right ? fill + row[i] : row[i] + (i + 1 < row.size() ? fill : std::string());
+                if (i + 1 < row.size())
+                    line += "  ";
+            }
+            out << line << '\n';
+        }
+    }
+
+private:
+    std::vector<std::vector<std::string>> m_rows;
+};
+
+const char* kindName(ModelLibDefinition::Kind kind) { return kind == ModelLibDefinition::Subckt ? ".subckt" : ".model"; }
+
+std::string detail(const ModelLibDefinition& d)
+{
+    if (d.kind == ModelLibDefinition::Model)
+        return d.akoBase.isEmpty() ? d.type.str() : "AKO:" + d.akoBase.str() + (d.type.isEmpty() ? "" : " " + d.type.str());
+    std::string ports;
+    for (const YString& p : d.ports)
+        ports += (ports.empty() ? "" : " ") + p.str();
+    return ports;
+}
+
+QJsonObject definitionJson(const ModelLibDefinition& d)
+{
+    QJsonArray ports;
+    for (const YString& p : d.ports)
+        ports.append(toQs(p));
+    QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(kindName(d.kind))},
+                  {QStringLiteral("name"), toQs(d.name)},
+                  {QStringLiteral("file"), toQs(d.location.fileName)},
+                  {QStringLiteral("line"), d.line},
+                  {QStringLiteral("lastLine"), d.lastLine},
+                  {QStringLiteral("start"), d.location.start},
+                  {QStringLiteral("end"), d.location.end},
+                  {QStringLiteral("lineOffset"), d.location.lineOffset}};
+    if (d.kind == ModelLibDefinition::Model)
+        o.insert(QStringLiteral("type"), toQs(d.type));
+    else
+        o.insert(QStringLiteral("ports"), ports);
+    if (!d.akoBase.isEmpty())
+        o.insert(QStringLiteral("akoBase"), toQs(d.akoBase));
+    return o;
+}
+
+const char* problemKindName(ModelLibProblem::Kind kind)
+{
+    switch (kind) {
+    case ModelLibProblem::Duplicate: return "duplicate";
+    case ModelLibProblem::MissingFile: return "missing-file";
+    case ModelLibProblem::MissingSection: return "missing-section";
+    case ModelLibProblem::ReferenceCycle: return "reference-cycle";
+    case ModelLibProblem::UnresolvedAkoBase: return "unresolved-ako-base";
+    case ModelLibProblem::AkoBaseAfter: return "ako-base-after";
+    case ModelLibProblem::UnresolvedInstance: return "unresolved-instance";
+    case ModelLibProblem::Unreferenced: return "unreferenced";
+    case ModelLibProblem::Structure: return "structure";
+    case ModelLibProblem::TooLargeFile: return "too-large-file";
+    }
+    return "problem";
+}
+
+QJsonArray problemsJson(const std::vector<ModelLibProblem>& problems)
+{
+    QJsonArray array;
+    for (const ModelLibProblem& p : problems) {
+        QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(problemKindName(p.kind))},
+                      {QStringLiteral("name"), toQs(p.name)},
+                      {QStringLiteral("file"), toQs(p.file)},
+                      {QStringLiteral("line"), p.line},
+                      {QStringLiteral("message"), toQs(p.message)}};
+        if (!p.otherFile.isEmpty()) {
+            o.insert(QStringLiteral("otherFile"), toQs(p.otherFile));
+            o.insert(QStringLiteral("otherLine"), p.otherLine);
+        }
+        array.append(o);
+    }
+    return array;
+}
+
+void addDialectOption(ToolCommand& command)
+{
+    command.addOption({QStringLiteral("dialect")}, QStringLiteral("Comment rules to read with: native, pspice or hspice (default native)."),
+                      QStringLiteral("DIALECT"), QStringLiteral("native"));
+}
+
+bool dialect(const ToolCommand& command, SpiceLanguage* language)
+{
+    const QString d = command.value(QStringLiteral("dialect"));
+    if (d == QLatin1String("native"))
+        *language = SpiceLanguageNative;
+    else if (d == QLatin1String("pspice"))
+        *language = SpiceLanguagePspice;
+    else if (d == QLatin1String("hspice"))
+        *language = SpiceLanguageHspice;
+    else {
+        command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice").arg(d));
+        return false;
+    }
+    return true;
+}
+
+// The exit code and error line of a status other than Ok.
+int statusFailure(const ToolCommand& command, ModelLibStatus status, const QString& path, const QString& section)
+{
+    switch (status) {
+    case ModelLibStatus::Ok: return ExitOk;
+    case ModelLibStatus::TooLarge:
+        return command.fail(ExitFailure, QStringLiteral("%1 is larger than 2147483647 bytes, beyond the character positions of a definition").arg(path));
+    case ModelLibStatus::NoSuchSection:
+        return command.fail(ExitNegative, QStringLiteral("%1 has no section '%2'").arg(path, section));
+    case ModelLibStatus::NoSuchDefinition:
+        return command.fail(ExitNegative, QStringLiteral("a requested definition is reached by nothing in %1").arg(path));
+    case ModelLibStatus::WriteFailed:
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(path));
+    case ModelLibStatus::Unreadable: break;
+    }
+    return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+}
+
+int runLibSections(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("lib sections"), QStringLiteral("FILE [--dialect D] [--json]"),
+                        QStringLiteral("Lists the .lib sections of a model library with their line ranges and how many\n"
+                                       "definitions each reaches, following its .include and .lib references across files."));
+    addDialectOption(command);
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    QString path;
+    if (!dialect(command, &language))
+        return ExitUsage;
+    if (!command.inputArgument(&path))
+        return ExitFailure;
+    ModelLibResolution r;
+    ModelLibStatus status = sp_ResolveModelSection(toYs(path), YString(), language, &r);
+    if (status != ModelLibStatus::Ok)
+        return statusFailure(command, status, path, QString());
+    const ModelLibIndex root = r.files[static_cast<size_t>(r.root)];
+    QJsonArray array;
+    Table table({"section", "lines", "definitions", "problems"});
+    for (const ModelLibSection& s : root.sections) {
+        sp_ResolveModelSection(toYs(path), s.name, language, &r);
+        const int reached = static_cast<int>(r.definitions.size());
+        const int problems = static_cast<int>(r.problems.size());
+        array.append(QJsonObject{{QStringLiteral("name"), toQs(s.name)},
+                                 {QStringLiteral("line"), s.line},
+                                 {QStringLiteral("endLine"), s.endLine},
+                                 {QStringLiteral("closed"), s.closed},
+                                 {QStringLiteral("ownDefinitions"), static_cast<int>(s.definitions.size())},
+                                 {QStringLiteral("definitions"), reached},
+                                 {QStringLiteral("problems"), problemsJson(r.problems)}});
+        table.add({s.name.str(), std::to_string(s.line) + "-" + std::to_string(s.endLine) + (s.closed ? "" : " (unclosed)"),
+                   std::to_string(reached), std::to_string(problems)});
+    }
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("sections"), array}});
+        return ExitOk;
+    }
+    Output out;
+    table.print(out, {false, false, true, true});
+    out << static_cast<int>(root.sections.size()) << " sections\n";
+    return ExitOk;
+}
+
+int runLibDefs(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("lib defs"), QStringLiteral("FILE [--section NAME] [--dialect D] [--json]"),
+                        QStringLiteral("Lists the top-level definitions of a model library (kind, name, model type or ports,\n"
+                                       "file, line and character range), or with --section those the section reaches."));
+    command.addOption({QStringLiteral("section")}, QStringLiteral("The section whose definitions to list, across files."), QStringLiteral("NAME"));
+    addDialectOption(command);
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    QString path;
+    if (!dialect(command, &language))
+        return ExitUsage;
+    if (!command.inputArgument(&path))
+        return ExitFailure;
+    std::vector<const ModelLibDefinition*> definitions;
+    ModelLibResolution r;
+    ModelLibIndex index;
+    if (command.isSet(QStringLiteral("section"))) {
+        const QString section = command.value(QStringLiteral("section"));
+        const ModelLibStatus status = sp_ResolveModelSection(toYs(path), toYs(section), language, &r);
+        if (status != ModelLibStatus::Ok)
+            return statusFailure(command, status, path, section);
+        for (const ModelLibReached& x : r.definitions)
+            definitions.push_back(&r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)]);
+    } else {
+        const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), language, &index);
+        if (status != ModelLibStatus::Ok)
+            return statusFailure(command, status, path, QString());
+        for (const ModelLibDefinition& d : index.definitions)
+            if (d.parent < 0)
+                definitions.push_back(&d);
+    }
+    if (command.json()) {
+        QJsonArray array;
+        for (const ModelLibDefinition* d : definitions)
+            array.append(definitionJson(*d));
+        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
+        return ExitOk;
+    }
+    Table table({"kind", "name", "type/ports", "file", "line", "start", "end"});
+    for (const ModelLibDefinition* d : definitions)
+        table.add({kindName(d->kind), d->name.str(), detail(*d), d->location.fileName.str(), std::to_string(d->line),
+                   std::to_string(d->location.start), std::to_string(d->location.end)});
+    Output out;
+    table.print(out, {false, false, false, false, true, true, true});
+    out << static_cast<int>(definitions.size()) << " definitions\n";
+    return ExitOk;
+}
+
+int runLibCheck(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("lib check"), QStringLiteral("FILE [--section NAME] [--dialect D] [--json]"),
+                        QStringLiteral("Checks a model library: duplicate definitions within what one section reaches, missing\n"
+                                       "files and sections, reference cycles, AKO bases and X instances that resolve to nothing,\n"
+                                       "definitions no section reaches, and unclosed or stray .subckt/.ends/.lib/.endl lines.\n"
+                                       "Exit code 3 when it finds any."));
+    command.addOption({QStringLiteral("section")}, QStringLiteral("Check only what this section reaches."), QStringLiteral("NAME"));
+    addDialectOption(command);
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    QString path;
+    if (!dialect(command, &language))
+        return ExitUsage;
+    if (!command.inputArgument(&path))
+        return ExitFailure;
+    const QString section = command.value(QStringLiteral("section"));
+    std::vector<ModelLibProblem> problems;
+    const ModelLibStatus status = sp_CheckModelLibrary(toYs(path), toYs(section), language, &problems);
+    if (status != ModelLibStatus::Ok)
+        return statusFailure(command, status, path, section);
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("problems"), problemsJson(problems)}});
+    } else {
+        Output out;
+        for (const ModelLibProblem& p : problems)
+            out << problemKindName(p.kind) << ": " << p.message << '\n';
+        out << static_cast<int>(problems.size()) << " problems\n";
+    }
+    return problems.empty() ? ExitOk : ExitNegative;
+}
+
+int runLibDiff(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("lib diff"), QStringLiteral("FILE_A FILE_B [--dialect D] [--json]"),
+                        QStringLiteral("Compares two model libraries: sections and definitions present in one and missing in the\n"
+                                       "other, and definitions whose logical lines differ (comments and runs of blanks ignored).\n"
+                                       "Exit code 3 when they differ."));
+    addDialectOption(command);
+    command.addJsonOption();
+    const int early = command.parse(arguments, 2, 2);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    if (!dialect(command, &language))
+        return ExitUsage;
+    const QString a = command.positional().at(0);
+    const QString b = command.positional().at(1);
+    if (!command.checkInput(a) || !command.checkInput(b))
+        return ExitFailure;
+    ModelLibDiff diff;
+    const ModelLibStatus status = sp_DiffModelLibraries(toYs(a), toYs(b), language, &diff);
+    if (status != ModelLibStatus::Ok)
+        return statusFailure(command, status, a + QStringLiteral(" or ") + b, QString());
+    const bool same = diff.sectionsOnlyInA.empty() && diff.sectionsOnlyInB.empty() && diff.onlyInA.empty() &&
+                      diff.onlyInB.empty() && diff.differing.empty();
+    auto list = [](const std::vector<YString>& v) {
+        QJsonArray array;
+        for (const YString& s : v)
+            array.append(toQs(s));
+        return array;
+    };
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("a"), a},
+                              {QStringLiteral("b"), b},
+                              {QStringLiteral("sectionsOnlyInA"), list(diff.sectionsOnlyInA)},
+                              {QStringLiteral("sectionsOnlyInB"), list(diff.sectionsOnlyInB)},
+                              {QStringLiteral("onlyInA"), list(diff.onlyInA)},
+                              {QStringLiteral("onlyInB"), list(diff.onlyInB)},
+                              {QStringLiteral("differing"), list(diff.differing)}});
+        return same ? ExitOk : ExitNegative;
+    }
+    Output out;
+    for (const YString& s : diff.sectionsOnlyInA)
+        out << "section only in A: " << s << '\n';
+    for (const YString& s : diff.sectionsOnlyInB)
+        out << "section only in B: " << s << '\n';
+    for (const YString& s : diff.onlyInA)
+        out << "only in A: " << s << '\n';
+    for (const YString& s : diff.onlyInB)
+        out << "only in B: " << s << '\n';
+    for (const YString& s : diff.differing)
+        out << "differs: " << s << '\n';
+    out << (same ? "the libraries define the same\n" : "the libraries differ\n");
+    return same ? ExitOk : ExitNegative;
+}
+
+int runLibExtract(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("lib extract"),
+                        QStringLiteral("FILE NAME... -o OUT [--section NAME] [--rename OLD=NEW]... [--dialect D] [--json]"),
+                        QStringLiteral("Writes one self-contained library with the named definitions and everything they depend\n"
+                                       "on (AKO bases, instantiated subcircuits, the models their elements name), each after what\n"
+                                       "it depends on, as the file has it, below a comment naming its file and line."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The library to write ('-' for standard output)."), QStringLiteral("OUT"));
+    command.addOption({QStringLiteral("section")}, QStringLiteral("The section to find the definitions in."), QStringLiteral("NAME"));
+    command.addOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."), QStringLiteral("OLD=NEW"));
+    addDialectOption(command);
+    command.addJsonOption();
+    const int early = command.parse(arguments, 2, 1 << 20);
+    if (early >= 0)
+        return early;
+    SpiceLanguage language = SpiceLanguageNative;
+    if (!dialect(command, &language))
+        return ExitUsage;
+    if (!command.isSet(QStringLiteral("output")))
+        return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
+    ModelLibExtractRequest request;
+    request.language = language;
+    request.section = toYs(command.value(QStringLiteral("section")));
+    const QStringList positional = command.positional();
+    for (int i = 1; i < positional.size(); ++i)
+        request.names.push_back(toYs(positional[i]));
+    for (const QString& rename : command.values(QStringLiteral("rename"))) {
+        const int eq = rename.indexOf(QLatin1Char('='));
+        if (eq <= 0 || eq + 1 >= rename.size())
+            return command.fail(ExitUsage, QStringLiteral("--rename takes OLD=NEW, not '%1'").arg(rename));
+        request.renames.push_back(toYs(rename));
+    }
+    const QString path = positional.at(0);
+    const QString output = command.value(QStringLiteral("output"));
+    const bool toStandardOutput = output == QLatin1String("-");
+    if (!command.checkInput(path))
+        return ExitFailure;
+    if (!toStandardOutput && !command.checkOutput(output))
+        return ExitFailure;
+    if (!toStandardOutput && sameExistingFile(path, output))
+        return command.fail(ExitUsage, QStringLiteral("the output %1 is the input itself").arg(output));
+    std::vector<ModelLibProblem> problems;
+    YString text;
+    const ModelLibStatus status = sp_ExtractModels(toYs(path), request, &text, &problems);
+    if (status != ModelLibStatus::Ok) {
+        for (const ModelLibProblem& p : problems)
+            command.fail(ExitNegative, toQs(p.message));
+        return statusFailure(command, status, path, command.value(QStringLiteral("section")));
+    }
+    // The definitions written, as the index of the new library counts them.
+    ModelLibIndex written;
+    sp_IndexModelLibraryText(text.c_str(), static_cast<size_t>(text.length()), toYs(output), language, &written);
+    int count = 0;
+    for (const ModelLibDefinition& d : written.definitions)
+        count += d.parent < 0 ? 1 : 0;
+    if (toStandardOutput) {
+        Output out;
+        out << text;
+        return ExitOk;
+    }
+    const bool saved = sp_ReplaceFileWith(toYs(output), [&](const YString& temporary) {
+        QFile file(toQs(temporary));
+        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(text.c_str(), text.length()) == text.length() &&
+               file.flush();
+    });
+    if (!saved)
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
+    if (command.json()) {
+        printJson(QJsonObject{{QStringLiteral("file"), path},
+                              {QStringLiteral("output"), output},
+                              {QStringLiteral("definitions"), count},
+                              {QStringLiteral("problems"), problemsJson(problems)}});
+        return ExitOk;
+    }
+    Output out;
+    for (const ModelLibProblem& p : problems)
+        out << "warning: " << p.message << '\n';
+    out << "wrote " << count << " definitions to " << output << '\n';
+    return ExitOk;
+}
+
+} // namespace
+
+int runLib(const QStringList& arguments)
+{
+    const QString action = arguments.value(1);
+    QStringList rest = arguments;
+    rest.removeAt(1);
+    if (action == QLatin1String("sections"))
+        return runLibSections(rest);
+    if (action == QLatin1String("defs"))
+        return runLibDefs(rest);
+    if (action == QLatin1String("check"))
+        return runLibCheck(rest);
+    if (action == QLatin1String("diff"))
+        return runLibDiff(rest);
+    if (action == QLatin1String("extract"))
+        return runLibExtract(rest);
+    if (action == QLatin1String("--help") || action == QLatin1String("--help-all") || action == QLatin1String("-h")) {
+        std::fputs("Usage: supportqt lib sections FILE [--json]\n"
+                   "       supportqt lib defs FILE [--section NAME] [--json]\n"
+                   "       supportqt lib check FILE [--section NAME] [--json]\n"
+                   "       supportqt lib diff FILE_A FILE_B [--json]\n"
+                   "       supportqt lib extract FILE NAME... -o OUT [--section NAME] [--rename OLD=NEW]...\n"
+                   "\nCorner sections, definitions, problems and differences of model libraries, and extraction of\n"
+                   "definitions into one library. Run 'supportqt lib ACTION --help' for an action's options.\n",
+                   stdout);
+        return ExitOk;
+    }
+    std::fprintf(stderr, "supportqt lib: %s; valid actions: sections, defs, check, diff, extract\n",
+                 action.isEmpty() ? "missing action" : qPrintable(QStringLiteral("unknown action '%1'").arg(action)));
+    return ExitUsage;
+}
