@@ -27,6 +27,8 @@ CASES = [
      ("cmd", "wc -l {data}/netlist_crlf.cir"), 10.0),
     ("sp_LoadFile, 64 MiB UTF-16 LE CR LF", ("supportqt_bench_netlist", "BM_LoadFileUtf16"),
      ("cmd", "iconv -f UTF-16 -t UTF-8 {data}/netlist_utf16.cir | tr -d '\\r'"), 2.0),
+    ("sp_IndexModelLibrary, 500 MiB library", ("supportqt_bench_model_library", "BM_ModelLibraryIndex500MB"),
+     ("cmd", "wc -l {data}/library_500m.lib"), 5.0),
     ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
      ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
     ("sp_CompileSensReportData, 100k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),
