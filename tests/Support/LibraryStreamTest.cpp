@@ -4,9 +4,9 @@
 
 #include "FileServices.h"
 
+#include <climits>
 #include <cstring>
 #include <vector>
-#include <climits>
 
 namespace {
 const char kLibrary[] =

@@ -5,11 +5,11 @@
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
+#include <climits>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
-#include <climits>
 
 namespace {
 
