@@ -7,6 +7,7 @@
 #include "TextServices.h"
 #include "XMLReport.h"
 #include "XMLReport_p.h"
+#include "MswScanner_p.h"
 
 #include <QDir>
 #include <QFile>
@@ -35,6 +36,7 @@ const long long kDenseWithoutQuestion = 4 * 1000 * 1000;
 const long long kMaxDenseFactor = 64;
 
 bool nameIs(const YRef<YDomElement>& element, const char* name) { return element->tagName().equalsNoCase(name); }
+bool nameIs(const xmlreport::ScannedTag& tag, const char* name) { return tag.nameIs(name); }
 
 // What one compile has read so far: the depth of the file being read, the files read (each is read
 // once, so that files appending each other cannot multiply the work), the chain of files that append
@@ -69,7 +71,35 @@ XMLReportInfo* recordOf(YHashTable<XMLReportInfo>* table, int caseNumber, ReadCo
     return record;
 }
 
-void readHeader(const YRef<YDomElement>& element, XMLReportHeader* header)
+// The rules for each element of a results file, written once for both ways of reading it: `Element` is
+// a `YRef<YDomElement>` of the parsed tree or an `xmlreport::ScannedTag` read straight from the bytes.
+
+template <class Element>
+bool versionIsKnown(const Element& root)
+{
+    const YString version = root->hasAttribute("version") ? root->getAttribute("version") : YString("1.0");
+    return version.equalsNoCase("1.0");
+}
+
+// Whether a run's case number fits a case number: a larger one would be cut to the largest and merge two
+// runs into one without a word, so such a file is refused before it changes anything.
+template <class Element>
+bool caseFits(const Element& run)
+{
+    const long long caseNumber = run->getAttributeInt64("case", 0);
+    return caseNumber >= std::numeric_limits<int>::min() && caseNumber <= std::numeric_limits<int>::max();
+}
+
+// The element name of the runs inside a child of the root ("sensval" in a merit function, "step" in
+// "steps"), or null for children that hold no runs.
+template <class Element>
+const char* runElementOf(const Element& child)
+{
+    return nameIs(child, "meritfunction") ? "sensval" : nameIs(child, "steps") ? "step" : nullptr;
+}
+
+template <class Element>
+void readHeader(const Element& element, XMLReportHeader* header)
 {
     // A header written by one core of a multi-core run changes nothing.
     if (element->getAttributeInt("coreid", 0) != 0)
@@ -84,56 +114,59 @@ void readHeader(const YRef<YDomElement>& element, XMLReportHeader* header)
     header->group = textOr("group");
 }
 
-void readMeritFunction(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
-                       ReadContext* context)
+// Adds a merit function to the header; returns its index for the values that follow.
+template <class Element>
+int beginMeritFunction(const Element& element, XMLReportHeader* header)
 {
     const int index = header->meritFunctions.count();
     header->meritFunctions.append(XMLMeritFunction{element->getAttribute("value"), element->getAttribute("name")});
-    for (YRef<YDomElement> child = element->firstChildElement(); child; child = child->nextSiblingElement()) {
-        if (!nameIs(child, "sensval"))
-            continue;
-        XMLReportInfo* record = recordOf(table, child->getAttributeInt("case", 0), context);
-        record->values.at(index).value = child->getAttributeDouble("value", 0.0);
-        ++context->values;
-    }
+    return index;
 }
 
-void readSteps(const YRef<YDomElement>& element, YHashTable<XMLReportInfo>* table, ReadContext* context)
+template <class Element>
+void readMeritValue(const Element& sensval, int index, YHashTable<XMLReportInfo>* table, ReadContext* context)
 {
-    for (YRef<YDomElement> step = element->firstChildElement(); step; step = step->nextSiblingElement()) {
-        if (!nameIs(step, "step"))
-            continue;
-        const YString name = step->getAttribute("name");
-        const YString description = step->getAttribute("description");
-        XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0), context);
-        if (step->hasAttribute("seed")) {
-            record->seed = step->getAttributeInt64("seed", 0);
-            record->hasSeed = true;
-        }
-        // A name wins over a description, which is then not stored (on purpose).
-        if (!name.isEmpty()) {
-            record->name = name;
-            record->hasName = true;
-        } else if (!description.isEmpty()) {
-            record->description = description;
-            record->hasDescription = true;
-        } else {
-            record->description = YString("Run=");
-            record->description += YString(record->caseNumber);
-            record->hasDescription = true;
-        }
-        for (YRef<YDomElement> p = step->firstChildElement(); p; p = p->nextSiblingElement()) {
-            if (!nameIs(p, "parameter"))
-                continue;
-            XMLParameterValue parameter;
-            parameter.name = p->getAttribute("name");
-            parameter.nominal = p->getAttributeDouble("nom", 0.0);
-            parameter.usedValue = p->getAttributeDouble("usedvalue", 0.0);
-            parameter.hasTolerance = p->hasAttribute("tol");
-            parameter.tolerance = parameter.hasTolerance ? p->getAttributeDouble("tol", 0.0) : 0.0;
-            record->parameters.append(parameter);
-        }
+    XMLReportInfo* record = recordOf(table, sensval->getAttributeInt("case", 0), context);
+    record->values.at(index).value = sensval->getAttributeDouble("value", 0.0);
+    ++context->values;
+}
+
+// Takes a step's attributes into its run's record and returns the record for the step's parameters.
+template <class Element>
+XMLReportInfo* readStep(const Element& step, YHashTable<XMLReportInfo>* table, ReadContext* context)
+{
+    const YString name = step->getAttribute("name");
+    const YString description = step->getAttribute("description");
+    XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0), context);
+    if (step->hasAttribute("seed")) {
+        record->seed = step->getAttributeInt64("seed", 0);
+        record->hasSeed = true;
     }
+    // A name wins over a description, which is then not stored (on purpose).
+    if (!name.isEmpty()) {
+        record->name = name;
+        record->hasName = true;
+    } else if (!description.isEmpty()) {
+        record->description = description;
+        record->hasDescription = true;
+    } else {
+        record->description = YString("Run=");
+        record->description += YString(record->caseNumber);
+        record->hasDescription = true;
+    }
+    return record;
+}
+
+template <class Element>
+void readParameter(const Element& p, XMLReportInfo* record)
+{
+    XMLParameterValue parameter;
+    parameter.name = p->getAttribute("name");
+    parameter.nominal = p->getAttributeDouble("nom", 0.0);
+    parameter.usedValue = p->getAttributeDouble("usedvalue", 0.0);
+    parameter.hasTolerance = p->hasAttribute("tol");
+    parameter.tolerance = parameter.hasTolerance ? p->getAttributeDouble("tol", 0.0) : 0.0;
+    record->parameters.append(parameter);
 }
 
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
@@ -156,58 +189,159 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
     return ok;
 }
 
-// Whether every run's case number in the document fits a case number: a larger one would be cut to
-// the largest and merge two runs into one without a word, so such a file is refused before it changes
-// anything.
-bool caseNumbersFit(const YRef<YDomElement>& root)
+// Reads the files an "append" element names, in order; `ok` turns false at the first that fails or lies
+// too deep, and no later one is read.
+void readAppended(const YString& appended, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                  ReadContext* context, bool* ok)
 {
-    const auto fits = [](const YRef<YDomElement>& element) {
-        const long long caseNumber = element->getAttributeInt64("case", 0);
-        return caseNumber >= std::numeric_limits<int>::min() && caseNumber <= std::numeric_limits<int>::max();
-    };
+    ++context->depth;
+    if (context->depth < kMaxAppendDepth && *ok)
+        *ok = readMswFile(appended, table, header, context);
+    else
+        *ok = false;
+    --context->depth;
+}
+
+bool readParsedTree(const YRef<YDomElement>& root, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                    ReadContext* context)
+{
+    if (!versionIsKnown(root))
+        return false;
     for (YRef<YDomElement> child = root->firstChildElement(); child; child = child->nextSiblingElement()) {
-        const char* runs = nameIs(child, "meritfunction") ? "sensval" : nameIs(child, "steps") ? "step" : nullptr;
+        const char* runs = runElementOf(child);
         if (!runs)
             continue;
         for (YRef<YDomElement> run = child->firstChildElement(); run; run = run->nextSiblingElement())
-            if (nameIs(run, runs) && !fits(run))
+            if (nameIs(run, runs) && !caseFits(run))
                 return false;
     }
-    return true;
+    bool ok = true;
+    for (YRef<YDomElement> child = root->firstChildElement(); child; child = child->nextSiblingElement()) {
+        if (nameIs(child, "append")) {
+            for (YRef<YDomElement> file = child->firstChildElement(); file; file = file->nextSiblingElement())
+                if (nameIs(file, "file"))
+                    readAppended(file->getAttribute("path"), table, header, context, &ok);
+        } else if (nameIs(child, "header")) {
+            readHeader(child, header);
+        } else if (nameIs(child, "meritfunction")) {
+            const int index = beginMeritFunction(child, header);
+            for (YRef<YDomElement> sensval = child->firstChildElement(); sensval; sensval = sensval->nextSiblingElement())
+                if (nameIs(sensval, "sensval"))
+                    readMeritValue(sensval, index, table, context);
+        } else if (nameIs(child, "steps")) {
+            for (YRef<YDomElement> step = child->firstChildElement(); step; step = step->nextSiblingElement()) {
+                if (!nameIs(step, "step"))
+                    continue;
+                XMLReportInfo* record = readStep(step, table, context);
+                for (YRef<YDomElement> p = step->firstChildElement(); p; p = p->nextSiblingElement())
+                    if (nameIs(p, "parameter"))
+                        readParameter(p, record);
+            }
+        }
+    }
+    return ok;
+}
+
+// How a file in the writer's plain form was read straight from its bytes.
+enum class ScanOutcome { Read, Refused, NotPlain };
+
+// Reads a results file in the writer's plain form without building its tree: a first pass checks that
+// the whole file has that form and that its version and case numbers are accepted, before anything
+// changes; a second pass reads it. Memory is the table's and one window of the file. A file in any other
+// form is left to the tree (NotPlain), which reads every well-formed file the same way.
+ScanOutcome scanMswFile(FILE* file, YHashTable<XMLReportInfo>* table, XMLReportHeader* header, ReadContext* context,
+                        bool* ok)
+{
+    using xmlreport::MswScanner;
+    xmlreport::ScannedTag tag;
+    {
+        MswScanner scanner(file);
+        const char* runs = nullptr; // the run element of the root's child being read
+        for (;;) {
+            const MswScanner::Event event = scanner.next(&tag);
+            if (event == MswScanner::Unsupported)
+                return ScanOutcome::NotPlain;
+            if (event == MswScanner::Finished)
+                break;
+            if (event != MswScanner::StartTag)
+                continue;
+            if (scanner.depth() == 1 && !versionIsKnown(tag))
+                return ScanOutcome::Refused;
+            if (scanner.depth() == 2)
+                runs = runElementOf(tag);
+            else if (scanner.depth() == 3 && runs && nameIs(tag, runs) && !caseFits(tag))
+                return ScanOutcome::Refused;
+        }
+    }
+    std::rewind(file);
+    MswScanner scanner(file);
+    enum { Other, Append, Merit, Steps } section = Other;
+    int meritIndex = 0;
+    XMLReportInfo* step = nullptr;
+    *ok = true;
+    for (;;) {
+        const MswScanner::Event event = scanner.next(&tag);
+        if (event == MswScanner::Finished)
+            return ScanOutcome::Read;
+        if (event == MswScanner::Unsupported) {
+            *ok = false; // the file changed between the passes
+            return ScanOutcome::Read;
+        }
+        if (event != MswScanner::StartTag)
+            continue;
+        switch (scanner.depth()) {
+        case 2:
+            section = Other;
+            step = nullptr;
+            if (nameIs(tag, "append")) {
+                section = Append;
+            } else if (nameIs(tag, "header")) {
+                readHeader(tag, header);
+            } else if (nameIs(tag, "meritfunction")) {
+                section = Merit;
+                meritIndex = beginMeritFunction(tag, header);
+            } else if (nameIs(tag, "steps")) {
+                section = Steps;
+            }
+            break;
+        case 3:
+            step = nullptr;
+            if (section == Append && nameIs(tag, "file"))
+                readAppended(tag.getAttribute("path"), table, header, context, ok);
+            else if (section == Merit && nameIs(tag, "sensval"))
+                readMeritValue(tag, meritIndex, table, context);
+            else if (section == Steps && nameIs(tag, "step"))
+                step = readStep(tag, table, context);
+            break;
+        case 4:
+            if (step && nameIs(tag, "parameter"))
+                readParameter(tag, step);
+            break;
+        default:
+            break;
+        }
+    }
 }
 
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
                      ReadContext* context)
 {
+    long long size = 0;
+    FILE* file = sp_OpenRegularFile(path.c_str(), YDomDocument::kMaxFileBytes, &size);
+    if (!file)
+        return false;
+    bool ok = false;
+    const ScanOutcome outcome = scanMswFile(file, table, header, context, &ok);
+    std::fclose(file);
+    if (outcome == ScanOutcome::Read)
+        return ok;
+    if (outcome == ScanOutcome::Refused)
+        return false;
     YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
     if (!document->load(path.c_str()))
         return false;
     YRef<YDomElement> root = document->getRoot();
-    if (!root || !sp_TestMswVersion(root) || !caseNumbersFit(root))
-        return false;
-    bool ok = true;
-    for (YRef<YDomElement> child = root->firstChildElement(); child; child = child->nextSiblingElement()) {
-        if (nameIs(child, "append")) {
-            for (YRef<YDomElement> file = child->firstChildElement(); file; file = file->nextSiblingElement()) {
-                if (!nameIs(file, "file"))
-                    continue;
-                const YString appended = file->getAttribute("path");
-                ++context->depth;
-                if (context->depth < kMaxAppendDepth && ok)
-                    ok = readMswFile(appended, table, header, context);
-                else
-                    ok = false;
-                --context->depth;
-            }
-        } else if (nameIs(child, "header")) {
-            readHeader(child, header);
-        } else if (nameIs(child, "meritfunction")) {
-            readMeritFunction(child, table, header, context);
-        } else if (nameIs(child, "steps")) {
-            readSteps(child, table, context);
-        }
-    }
-    return ok;
+    return root && readParsedTree(root, table, header, context);
 }
 
 // The items of a run name that a label uses, found once: "key:value" items split at "/" (an item
@@ -382,10 +516,7 @@ void sp_DecorateMswRoot(YRef<YDomElement> root)
 
 bool sp_TestMswVersion(YRef<YDomElement> root)
 {
-    if (!root)
-        return false;
-    const YString version = root->hasAttribute("version") ? root->getAttribute("version") : YString("1.0");
-    return version.equalsNoCase("1.0");
+    return root && versionIsKnown(root);
 }
 
 namespace {

@@ -22,6 +22,11 @@ SUPPORTDLL_API bool sp_ExistFile(const char* path);
 SUPPORTDLL_API bool sp_IsDirectory(const char* path);
 /// Size in bytes, or -1 when the file cannot be examined.
 SUPPORTDLL_API long long sp_GetFileSize64(const char* path);
+/// Opens a regular file of at most `maxBytes` bytes for binary reading and stores its size in `*size`.
+/// The path is asked before the open (which would wait on a FIFO) and the open file again, so that a
+/// FIFO, a device such as /dev/zero, a folder or a larger file gives null without being read. The caller
+/// owns the stream and closes it with fclose.
+[[nodiscard]] SUPPORTDLL_API FILE* sp_OpenRegularFile(const char* path, long long maxBytes, long long* size);
 /// Modification time in seconds since 1970-01-01 00:00 UTC; negative when unavailable.
 SUPPORTDLL_API long long sp_GetFileModifiedTime(const YString& path);
 /// The same for an open stream, which stays open and owned by the caller.

@@ -32,6 +32,9 @@ public:
     double getAttributeDouble(const char* name, double defaultValue = 0.0) const;
     int getAttributeInt(const char* name, int defaultValue = 0) const;
     long long getAttributeInt64(const char* name, long long defaultValue = 0) const;
+    /// The integer at the start of `text` (leading blanks skipped, an optional sign, then digits, read as
+    /// sp_atoi64 reads them), the rule of the integer getters; false when no digit follows.
+    [[nodiscard]] static bool textToInt64(const char* text, long long* value);
     void setAttribute(const char* name, const char* value);
     void setAttribute(const char* name, int value);
     void setAttribute(const char* name, long long value);

@@ -71,6 +71,23 @@ bool sp_IsDirectory(const char* path) { return path && *path && platform::isDire
 
 long long sp_GetFileSize64(const char* path) { return path && *path ? platform::fileSize(path) : -1; }
 
+FILE* sp_OpenRegularFile(const char* path, long long maxBytes, long long* size)
+{
+    if (!path || !*path || !platform::isRegularFile(path))
+        return nullptr;
+    FILE* f = fopen_utf8(path, "rb");
+    if (!f)
+        return nullptr;
+    const long long bytes = platform::fileSize(path);
+    if (!platform::isRegularFile(f) || bytes < 0 || bytes > maxBytes) {
+        std::fclose(f);
+        return nullptr;
+    }
+    if (size)
+        *size = bytes;
+    return f;
+}
+
 long long sp_GetFileModifiedTime(const YString& path)
 {
     return path.isEmpty() ? -1 : platform::modifiedTime(path.c_str());

@@ -37,7 +37,12 @@ public:
     std::string text;
 };
 
-bool parseLeadingInteger(const char* text, long long* value)
+
+} // namespace
+
+// ---------------------------------------------------------------- YDomElement
+
+bool YDomElement::textToInt64(const char* text, long long* value)
 {
     const char* p = text;
     while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r')
@@ -50,10 +55,6 @@ bool parseLeadingInteger(const char* text, long long* value)
     *value = sp_atoi64(p);
     return true;
 }
-
-} // namespace
-
-// ---------------------------------------------------------------- YDomElement
 
 YDomElement::YDomElement(YDomDocumentData* doc, void* node) : m_doc(doc), m_node(node) { m_doc->incRef(); }
 
@@ -136,7 +137,7 @@ long long YDomElement::getAttributeInt64(const char* name, long long defaultValu
         return defaultValue;
     pugi::xml_attribute a = nodeOf(m_node).attribute(name);
     long long value = 0;
-    if (!a || !parseLeadingInteger(a.value(), &value))
+    if (!a || !textToInt64(a.value(), &value))
         return defaultValue;
     return value;
 }
@@ -179,16 +180,10 @@ bool YDomDocument::load(const char* path)
 {
     // A whole document is read into memory: only regular files of a bounded size, asked before the
     // open (which would wait on a FIFO) and again of the open file.
-    if (!path || !platform::isRegularFile(path))
-        return false;
-    FILE* f = fopen_utf8(path, "rb");
+    long long size = 0;
+    FILE* f = sp_OpenRegularFile(path, kMaxFileBytes, &size);
     if (!f)
         return false;
-    const long long size = sp_GetFileSize64(path);
-    if (!platform::isRegularFile(f) || size < 0 || size > kMaxFileBytes) {
-        std::fclose(f);
-        return false;
-    }
     std::vector<char> bytes;
     try {
         bytes.reserve(static_cast<size_t>(size));

@@ -1,6 +1,7 @@
 // MswFileTest.cpp - the XML results file: writing, reading, appended files, run labels, schema
 // validation, adding a merit function, and writes that never damage the previous file.
 #include "FileServices.h"
+#include "MswScanner_p.h"
 #include "Options.h"
 #include "TestHelpers.h"
 #include "TextServices.h"
@@ -11,6 +12,7 @@
 #include <QStandardPaths>
 #include <QTcpServer>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <cstring>
@@ -857,4 +859,204 @@ TEST_F(MswFile, WriteIntoAMissingFolderFails)
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     EXPECT_FALSE(sp_WriteMswFile(YString(path("no/such/dir/x.msw").c_str()), table, header));
+}
+
+// ---------------------------------------------------------------- reading without a tree
+
+namespace {
+
+// Everything a read produced, as text, so that two reads compare in one assertion.
+std::string dumpRead(bool ok, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
+{
+    std::vector<const XMLReportInfo*> records;
+    for (const XMLReportInfo& r : table)
+        records.push_back(&r);
+    std::sort(records.begin(), records.end(), [](auto* a, auto* b) { return a->caseNumber < b->caseNumber; });
+    char number[64];
+    const auto real = [&](double v) {
+        std::snprintf(number, sizeof number, "%.17g", v);
+        return std::string(number);
+    };
+    std::string text = ok ? "ok\n" : "failed\n";
+    text += "header " + std::to_string(header.numCores) + "|" + header.date.c_str() + "|" + header.title.c_str() + "|" +
+            header.analysis.c_str() + "|" + header.group.c_str() + "\n";
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        text += std::string("merit ") + header.meritFunctions[m].value.c_str() + "|" + header.meritFunctions[m].name.c_str() + "\n";
+    for (const XMLReportInfo* r : records) {
+        text += "case " + std::to_string(r->caseNumber) + " name " + std::to_string(r->hasName) + r->name.c_str() +
+                " description " + std::to_string(r->hasDescription) + r->description.c_str() + " seed " +
+                std::to_string(r->hasSeed) + std::to_string(r->seed) + "\n";
+        for (int v = 0; v < r->values.count(); ++v)
+            text += "  value " + real(r->values[v].value) + " " + real(r->values[v].delta) + " " + real(r->values[v].norm) +
+                    " " + std::to_string(r->values[v].status) + "\n";
+        for (int p = 0; p < r->parameters.count(); ++p) {
+            const XMLParameterValue& q = r->parameters[p];
+            text += std::string("  parameter ") + q.name.c_str() + " " + real(q.nominal) + " " + real(q.usedValue) + " " +
+                    std::to_string(q.hasTolerance) + real(q.tolerance) + "\n";
+        }
+    }
+    return text;
+}
+
+// The same document with a comment at its start (after the declaration), which the plain reading leaves
+// to the XML tree: the tree's reading of the very same content.
+std::string throughTheTree(const std::string& text)
+{
+    size_t at = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+    if (text.compare(at, 5, "<?xml") == 0)
+        at = text.find("?>", at) + 2;
+    return text.substr(0, at) + "<!-- read through the tree -->" + text.substr(at);
+}
+
+// Whether the scanner takes the file whole without leaving it to the tree.
+bool scansPlainly(const std::string& file)
+{
+    FILE* f = std::fopen(file.c_str(), "rb");
+    if (!f)
+        return false;
+    xmlreport::MswScanner scanner(f);
+    xmlreport::ScannedTag tag;
+    xmlreport::MswScanner::Event event;
+    while ((event = scanner.next(&tag)) == xmlreport::MswScanner::StartTag || event == xmlreport::MswScanner::EndTag) {
+    }
+    std::fclose(f);
+    return event == xmlreport::MswScanner::Finished;
+}
+
+} // namespace
+
+TEST_F(MswFile, PlainFilesAreReadWithoutATreeExactlyAsTheTreeReadsThem)
+{
+    // A file as the writer writes it, with every kind of field and the ASCII twins.
+    {
+        OptionGuard twins(true);
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        header.title = "t";
+        header.analysis = ".mc 3 tran";
+        header.numCores = 2;
+        header.meritFunctions.append(XMLMeritFunction{"max(v(out))", "vmax"});
+        header.meritFunctions.append(XMLMeritFunction{"rise(v(out), 10%, 90%)", "rise"});
+        for (int c = 1; c <= 3; ++c) {
+            XMLReportInfo* r = table.insert(XMLReportInfo(c));
+            r->values.at(0).value = 1.5 * c;
+            r->values.at(1).value = -0.25 * c;
+            r->seed = 1099511627776LL + c;
+            r->hasSeed = true;
+            r->name = c == 2 ? "Refdes:R1/DevParam:R" : "";
+            r->hasName = c == 2;
+            r->description = c == 3 ? "third run" : "";
+            r->hasDescription = c == 3;
+            XMLParameterValue p;
+            p.name = "R1";
+            p.nominal = 1000;
+            p.usedValue = 1000 + c;
+            p.hasTolerance = c != 3;
+            p.tolerance = 0.05;
+            r->parameters.append(p);
+        }
+        ASSERT_TRUE(sp_WriteMswFile(YString(path("written.msw").c_str()), table, header));
+    }
+    const std::string written = readFileBytes(path("written.msw"));
+    std::string manySteps;
+    for (int c = 1; c <= 3000; ++c)
+        manySteps += "<step case=\"" + std::to_string(c) + "\"\n   name=\"Lot:" + std::to_string(c % 7) + "\"  seed = '" +
+                     std::to_string(c * 31) + "'><parameter name=\"P" + std::to_string(c % 5) + "\" nom=\"1\" usedvalue=\"" +
+                     std::to_string(1 + c * 1e-4) + "\"/></step>\n";
+    const std::string longText(700 * 1024, 'w'); // longer than the scanner's window
+    struct Case {
+        std::string text;
+        bool plain; // whether it is read without a tree
+    };
+    const std::vector<Case> cases = {
+        {written, true},
+        {msw("<header title='single quoted' numcores = \"3\" coreid=\"0\" date=\"d\"/>"
+             "<meritfunction value=\"a>b\" name=\"x y\"><sensval case=\"1\" value=\"1e3\"/><SENSVAL case=\" 2\" value=\"-2.5\"/>"
+             "<sensval case=\"3\" value=\"x\"/><other case=\"9\" value=\"4\"/>text between</meritfunction>"), true},
+        {msw("<steps><step case=\"2\" description=\"d\"><parameter name=\"p\" nom=\"1\" usedvalue=\"2\"/>"
+             "<parameter name=\"q\" nom=\"1\" usedvalue=\"2\" tol=\"0.1\"></parameter><deeper><parameter name=\"r\" nom=\"1\" usedvalue=\"3\"/></deeper>"
+             "</step><Step case=\"3\" name=\"n\" description=\"d\" seed=\"-5\"/><step case=\"4\"/></steps>"), true},
+        {msw("<wrapper><steps><step case=\"7\"/></steps></wrapper><ns:steps><step case=\"8\"/></ns:steps>"
+             "<steps><step case=\"5\" case=\"6\" name=\"first\" name=\"second\"/></steps>"), true},
+        {msw("<header coreid=\"1\" title=\"core\"/><header title=\"whole\"/>"), true},
+        {msw("<steps><step case=\"2\"/></steps>", " version=\"2.0\""), true},
+        {msw("<steps><step case=\"2\"/><step case=\"2147483648\"/></steps>"), true},
+        {"\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<msw version=\"1.0\"><steps><step case=\"3\"/></steps></msw>", true},
+        {"<msw version=\"1.0\"/>", true},
+        {"<results><steps><step case=\"4\" description=\"" + longText + "\"/></steps></results>", true},
+        {msw("<steps>" + manySteps + "</steps><meritfunction name=\"m\"><sensval case=\"2999\" value=\"7\"/></meritfunction>"), true},
+        {msw("<steps><step case=\"2\" name=\"a&amp;b\"/></steps>"), false},
+        {msw("<meritfunction value=\"rise &lt;10%&gt;\" name=\"r\"><sensval case=\"1\" value=\"2\"/></meritfunction>"), false},
+        {msw("<steps><step case=\"2\" name=\"a\tb\" description=\"line\nend\"/></steps>"), false},
+        {msw("<steps><step case=\"2\"/></steps><!-- a comment -->"), false},
+        {msw("<meritfunction name=\"m\"><![CDATA[<sensval case=\"5\"/>]]></meritfunction>"), false},
+        {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><msw version=\"1.0\"><steps><step case=\"2\" name=\"\xE9\"/></steps></msw>", false},
+        {msw("<steps><step case=\"2\"></steps></step>"), false},
+        {msw("<steps><step case=\"2\"/>"), false},
+        {"<msw version=\"1.0\"/><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>", false},
+        {"text<msw version=\"1.0\"/>", false},
+        {"  <?xml version=\"1.0\"?><msw version=\"1.0\"/>", false},
+        {msw("<steps><step case=\"2\" name=\"x\"name=\"y\"/></steps>"), false},
+        {msw("<steps><step case=2/></steps>"), false},
+        {std::string("<msw version=\"1.0\"><steps><step case=\"2\"/>") + '\0' + "</steps></msw>", false},
+    };
+    for (size_t i = 0; i < cases.size(); ++i) {
+        writeFileBytes(path("plain.msw"), cases[i].text);
+        writeFileBytes(path("tree.msw"), throughTheTree(cases[i].text));
+        EXPECT_EQ(scansPlainly(path("plain.msw")), cases[i].plain) << "case " << i;
+        EXPECT_FALSE(scansPlainly(path("tree.msw"))) << "case " << i;
+        YHashTable<XMLReportInfo> plainTable, treeTable;
+        XMLReportHeader plainHeader, treeHeader;
+        const bool plainOk = read("plain.msw", &plainTable, &plainHeader);
+        const bool treeOk = read("tree.msw", &treeTable, &treeHeader);
+        EXPECT_EQ(dumpRead(plainOk, plainTable, plainHeader), dumpRead(treeOk, treeTable, treeHeader)) << "case " << i;
+    }
+    // The plain readings above were real readings: spot checks of their values.
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    writeFileBytes(path("check.msw"), cases[3].text);
+    ASSERT_TRUE(read("check.msw", &t, &h));
+    EXPECT_EQ(t.count(), 1);
+    ASSERT_NE(findCase(t, 5), nullptr);
+    EXPECT_EQ(std::string(findCase(t, 5)->name.c_str()), "first");
+    writeFileBytes(path("check.msw"), cases[1].text);
+    YHashTable<XMLReportInfo> t1;
+    XMLReportHeader h1;
+    ASSERT_TRUE(read("check.msw", &t1, &h1));
+    EXPECT_EQ(std::string(h1.title.c_str()), "single quoted");
+    EXPECT_EQ(h1.numCores, 3);
+    EXPECT_EQ(std::string(h1.meritFunctions[0].value.c_str()), "a>b");
+    EXPECT_EQ(findCase(t1, 1)->values[0].value, 1000.0);
+    EXPECT_EQ(findCase(t1, 2)->values[0].value, -2.5);
+    EXPECT_EQ(findCase(t1, 3)->values[0].value, 0.0);
+    EXPECT_EQ(findCase(t1, 9), nullptr);
+    writeFileBytes(path("check.msw"), cases[9].text);
+    YHashTable<XMLReportInfo> t9;
+    XMLReportHeader h9;
+    ASSERT_TRUE(read("check.msw", &t9, &h9));
+    EXPECT_EQ(findCase(t9, 4)->description.length(), static_cast<int>(longText.size()));
+    writeFileBytes(path("check.msw"), cases[5].text);
+    YHashTable<XMLReportInfo> t5;
+    XMLReportHeader h5;
+    EXPECT_FALSE(read("check.msw", &t5, &h5));
+    EXPECT_EQ(t5.count(), 0);
+}
+
+TEST_F(MswFile, ThePlainReaderTakesAnAppendedTreeAndTheTreeAnAppendedPlainFile)
+{
+    writeFileBytes(path("plain-part.msw"), msw("<steps><step case=\"3\" name=\"plain\"/></steps>"));
+    writeFileBytes(path("tree-part.msw"), throughTheTree(msw("<steps><step case=\"4\" name=\"tree\"/></steps>")));
+    const std::string outer = msw("<append><file path=\"" + path("tree-part.msw") + "\"/><file path=\"" +
+                                  path("plain-part.msw") + "\"/></append><steps><step case=\"2\" name=\"outer\"/></steps>");
+    writeFileBytes(path("outer-plain.msw"), outer);
+    writeFileBytes(path("outer-tree.msw"), throughTheTree(outer));
+    ASSERT_TRUE(scansPlainly(path("outer-plain.msw")));
+    YHashTable<XMLReportInfo> plainTable, treeTable;
+    XMLReportHeader plainHeader, treeHeader;
+    const bool plainOk = read("outer-plain.msw", &plainTable, &plainHeader);
+    const bool treeOk = read("outer-tree.msw", &treeTable, &treeHeader);
+    EXPECT_TRUE(plainOk);
+    EXPECT_EQ(plainTable.count(), 3);
+    EXPECT_EQ(std::string(findCase(plainTable, 4)->name.c_str()), "tree");
+    EXPECT_EQ(dumpRead(plainOk, plainTable, plainHeader), dumpRead(treeOk, treeTable, treeHeader));
 }
