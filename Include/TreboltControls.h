@@ -91,6 +91,11 @@ struct TreboltStatements {
 /// an active one and marked disabled.
 SUPPORTQT_API void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* result);
 
+/// The control statements of the netlist `text` (".tran", ".pop", ".options", ".print", ".ac" and
+/// ".simulator" lines, any case, active or commented out with "*"), each with its "+" continuation
+/// lines, in file order and each ended by a line feed: the block that `kvfe_ParseTreboltCommands` reads.
+SUPPORTQT_API YString kvfe_TreboltControlStatementLines(const YString& text);
+
 /// Writes `params` back as statements, the disabled ones commented out on one line, into the field of
 /// each statement (appended to). `params` is changed on purpose so that it matches the text: a
 /// PSP_START or PSP_END equal to TSAVE or TSTOP is marked not given, and PSP_NPT grows by one.

@@ -184,6 +184,64 @@ TreboltParamValue completedEntry(const ParamDef& def, bool statementFound)
     return entry;
 }
 
+// The first byte of the line that is not white space; the Unicode spaces count as white space too,
+// so that a line indented with them reads like one indented with blanks.
+const char* skipSpace(const char* p, const char* end)
+{
+    static const char* const kWideSpaces[] = {"\xC2\x85", "\xC2\xA0", "\xE1\x9A\x80", "\xE2\x80\xA8",
+                                              "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
+    while (p < end) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c == ' ' || (c >= '\t' && c <= '\r')) {
+            ++p;
+            continue;
+        }
+        // U+2000 to U+200A
+        if (end - p >= 3 && c == 0xE2 && static_cast<unsigned char>(p[1]) == 0x80 &&
+            static_cast<unsigned char>(p[2]) >= 0x80 && static_cast<unsigned char>(p[2]) <= 0x8A) {
+            p += 3;
+            continue;
+        }
+        const char* const before = p;
+        for (const char* space : kWideSpaces) {
+            const size_t n = std::strlen(space);
+            if (static_cast<size_t>(end - p) >= n && std::memcmp(p, space, n) == 0) {
+                p += n;
+                break;
+            }
+        }
+        if (p == before)
+            break;
+    }
+    return p;
+}
+
+// True for the bytes that end the first word of a control line.
+bool isDelimiter(char c) { return c != '\0' && std::strchr(netlist::kTokenDelimiters, c); }
+
+// True when the line (after an optional "*" that comments it out) begins with a control statement or
+// ".simulator" as a whole word, in any case.
+bool isControlLine(const char* begin, const char* end)
+{
+    begin = skipSpace(begin, end);
+    if (begin < end && *begin == '*')
+        ++begin;
+    const char* wordEnd = begin;
+    while (wordEnd < end && !isDelimiter(*wordEnd))
+        ++wordEnd;
+    if (std::memchr(begin, '\0', static_cast<size_t>(wordEnd - begin)))
+        return false;
+    const YString word(begin, static_cast<int>(wordEnd - begin));
+    return word.equalsNoCase(".simulator") || findStatement(word) >= 0;
+}
+
+// True when the line's first character that is not white space is a "+" that continues the line before.
+bool isContinuationLine(const char* begin, const char* end)
+{
+    begin = skipSpace(begin, end);
+    return begin < end && *begin == '+';
+}
+
 // Appends a copy of `original` under the name `copy` when the list has no `copy` of its own.
 void copyUnlessGiven(YList<TreboltParamValue>& params, const char* copy, const char* original)
 {
@@ -279,4 +337,26 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     result->treboltText = treboltText;
     result->kalvontaText = kalvontaText;
     result->commonText = commonText;
+}
+
+YString kvfe_TreboltControlStatementLines(const YString& text)
+{
+    YString block;
+    bool inStatement = false;
+    const char* const end = text.c_str() + text.length();
+    for (const char* line = text.c_str();;) {
+        const char* lineEnd = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+        if (!lineEnd)
+            lineEnd = end;
+        if (isControlLine(line, lineEnd))
+            inStatement = true;
+        else if (!(inStatement && isContinuationLine(line, lineEnd)))
+            inStatement = false;
+        if (inStatement)
+            block.append(line, static_cast<int>(lineEnd - line)).append('\n');
+        if (lineEnd == end)
+            break;
+        line = lineEnd + 1;
+    }
+    return block;
 }

@@ -583,3 +583,36 @@ TEST(TreboltParse, CommentCharacterOfTheDialectADirectiveNames)
     Parsed p = parse("*#HSPICE\n$ note\n.tran 1m\n");
     EXPECT_STREQ(p.result.treboltText.c_str(), "");
 }
+
+// The control block of a netlist: statements of either simulator, active or commented out, in any
+// case, with their continuation lines; other lines, and "+" lines that continue them, are left out.
+TEST(TreboltControlLines, KeepsStatementsWithTheirContinuations)
+{
+    const YString netlist("* title\n"
+                          "R1 a b 1k\n"
+                          "+ tc=1\n"
+                          ".TRAN 1m 2m\n"
+                          "  + EARLY_STOP_ANALYSIS_GATE=g\n"
+                          "\n"
+                          "+ stray\n"
+                          "*.pop TRIG_GATE=g\n"
+                          ".simulator kalvonta\n"
+                          ".options(PSP_NPT=3)\n"
+                          ".tranx 1\n"
+                          ".print ALL");
+    EXPECT_STREQ(kvfe_TreboltControlStatementLines(netlist).c_str(),
+                 ".TRAN 1m 2m\n"
+                 "  + EARLY_STOP_ANALYSIS_GATE=g\n"
+                 "*.pop TRIG_GATE=g\n"
+                 ".simulator kalvonta\n"
+                 ".options(PSP_NPT=3)\n"
+                 ".print ALL\n");
+}
+
+// Unicode spaces indent a statement like blanks; a commenting "*" must come first.
+TEST(TreboltControlLines, IndentationAndCommentMark)
+{
+    EXPECT_STREQ(kvfe_TreboltControlStatementLines("\xC2\xA0\t.ac DEC 10 1 1k\n").c_str(), "\xC2\xA0\t.ac DEC 10 1 1k\n");
+    EXPECT_STREQ(kvfe_TreboltControlStatementLines("* .ac DEC 10 1 1k\n").c_str(), "");
+    EXPECT_STREQ(kvfe_TreboltControlStatementLines("").c_str(), "");
+}

@@ -217,8 +217,8 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
             y += 40;
             continue;
         }
-        double low = *std::min_element(finite.begin(), finite.end());
-        double high = *std::max_element(finite.begin(), finite.end());
+        double low = moments.minimum();
+        double high = moments.maximum();
         if (low == high) {
             const double pad = low == 0.0 ? 0.5 : std::fabs(low) * 0.01;
             low -= pad;

@@ -27,10 +27,6 @@ int runRun(const QStringList& arguments);
 int runHelpUrl(const QStringList& arguments);
 int runDemo(const QStringList& arguments);
 
-/// The switching simulator's control statements of a netlist (.tran, .pop, .options, .print, .ac and
-/// .simulator lines, active or commented out with "*"), each with its "+" continuation lines, in file order.
-QString controlStatementLines(const QString& text);
-
 /// Reads a results file for a subcommand: checks that it can be read and is a results file, shows
 /// progress for a large one, and reports why when it does not load (false then).
 bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,

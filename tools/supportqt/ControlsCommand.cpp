@@ -58,41 +58,7 @@ QJsonValue valueJson(const TreboltParamValue& v)
     return QJsonValue(QJsonValue::Null);
 }
 
-const char* const kControlStatements[] = {".tran", ".pop", ".options", ".print", ".ac", ".simulator"};
-
-// True when the line (after an optional "*" that comments it out) begins with one of the control
-// statements as a whole word.
-bool isControlLine(const QString& line)
-{
-    QString text = line.trimmed();
-    if (text.startsWith(QLatin1Char('*')))
-        text.remove(0, 1);
-    int wordEnd = 0;
-    while (wordEnd < text.size() && !QStringLiteral(" \t=(),").contains(text.at(wordEnd)))
-        ++wordEnd;
-    const QString word = text.left(wordEnd).toLower();
-    for (const char* statement : kControlStatements)
-        if (word == QLatin1String(statement))
-            return true;
-    return false;
-}
-
 } // namespace
-
-QString controlStatementLines(const QString& text)
-{
-    QString block;
-    bool inStatement = false;
-    for (const QString& line : text.split(QLatin1Char('\n'))) {
-        if (isControlLine(line))
-            inStatement = true;
-        else if (!(inStatement && line.trimmed().startsWith(QLatin1Char('+'))))
-            inStatement = false;
-        if (inStatement)
-            block += line + QLatin1Char('\n');
-    }
-    return block;
-}
 
 int runControls(const QStringList& arguments)
 {
@@ -114,7 +80,8 @@ int runControls(const QStringList& arguments)
     const QString text = sp_LoadFile(path, "auto", &ok);
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
-    const YString block = toYs(command.isSet(QStringLiteral("block")) ? text : controlStatementLines(text));
+    const YString block = command.isSet(QStringLiteral("block")) ? toYs(text)
+                                                                : kvfe_TreboltControlStatementLines(toYs(text));
 
     TreboltCommandParseResult result;
     SelectTreboltAnalysisData::RunInfo enabled, present;

@@ -86,7 +86,7 @@ bool Demo::readNetlist()
     SelectTreboltAnalysisData::RunInfo enabled, present;
     result.enabledFlags = enabled.flags;
     result.presentFlags = present.flags;
-    kvfe_ParseTreboltCommands(toYs(controlStatementLines(text)).c_str(), &result);
+    kvfe_ParseTreboltCommands(kvfe_TreboltControlStatementLines(toYs(text)).c_str(), &result);
     int given = 0;
     std::string shown;
     for (const TreboltParamValue& v : result.params) {

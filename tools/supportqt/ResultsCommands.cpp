@@ -138,104 +138,112 @@ bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable
     return loadResults(command, path, table, header);
 }
 
-int runResults(const QStringList& arguments)
+namespace {
+
+// What `results` reports about a results file, gathered once and then printed as text or as JSON.
+struct ResultsSummary {
+    QString path;
+    const XMLReportHeader* header = nullptr;
+    std::vector<const XMLReportInfo*> runs; ///< by case number
+    QStringList parameterNames;             ///< every run's parameters, in the order first met
+    std::vector<MeritStatistics> merits;    ///< the statistics of each merit function of the header
+};
+
+ResultsSummary summariseResults(const QString& path, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
 {
-    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--stats-only] [--json]"),
-                        QStringLiteral("Summarises a statistical results file: the header, the merit functions with their\n"
-                                       "statistics across runs (count, mean, standard deviation, minimum, maximum, skewness,\n"
-                                       "excess kurtosis, nominal value), and every run with its values, deltas, normalised\n"
-                                       "sensitivities, statuses and changed parameters."));
-    command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs."));
-    command.addJsonOption();
-    const int early = command.parse(arguments, 1, 1);
-    if (early >= 0)
-        return early;
-    const QString path = command.positional().at(0);
-    YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
-    if (!loadResults(command, path, &table, &header))
-        return ExitFailure;
-    const bool withRuns = !command.isSet(QStringLiteral("stats-only"));
-    const int merits = header.meritFunctions.count();
-    const std::vector<const XMLReportInfo*> runs = runsByCase(table);
-    QStringList parameterNames;
+    ResultsSummary summary;
+    summary.path = path;
+    summary.header = &header;
+    summary.runs = runsByCase(table);
     QSet<QString> seen;
-    for (const XMLReportInfo* run : runs)
+    for (const XMLReportInfo* run : summary.runs)
         for (int p = 0; p < run->parameters.count(); ++p) {
             const QString name = toQs(run->parameters[p].name);
             if (!seen.contains(name)) {
                 seen.insert(name);
-                parameterNames << name;
+                summary.parameterNames << name;
             }
         }
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        summary.merits.push_back(sp_ComputeMeritStatistics(table, m, MeritLimits(), false));
+    return summary;
+}
 
-    if (command.json()) {
-        QJsonArray meritArray;
-        for (int m = 0; m < merits; ++m)
-            meritArray.append(QJsonObject{{QStringLiteral("name"), toQs(header.meritFunctions[m].name)},
-                                          {QStringLiteral("value"), toQs(header.meritFunctions[m].value)},
-                                          {QStringLiteral("statistics"), statisticsJson(sp_ComputeMeritStatistics(table, m, MeritLimits(), false))}});
-        QJsonObject out{{QStringLiteral("file"), path},
-                        {QStringLiteral("header"), QJsonObject{{QStringLiteral("title"), toQs(header.title)},
-                                                               {QStringLiteral("date"), toQs(header.date)},
-                                                               {QStringLiteral("analysis"), toQs(header.analysis)},
-                                                               {QStringLiteral("group"), toQs(header.group)},
-                                                               {QStringLiteral("cores"), header.numCores}}},
-                        {QStringLiteral("runCount"), static_cast<int>(runs.size())},
-                        {QStringLiteral("meritFunctions"), meritArray},
-                        {QStringLiteral("parameters"), QJsonArray::fromStringList(parameterNames)}};
-        if (withRuns) {
-            QJsonArray runArray;
-            for (const XMLReportInfo* run : runs) {
-                QJsonArray values, parameters;
-                for (int m = 0; m < run->values.count(); ++m) {
-                    const XMLMeritValue& v = run->values[m];
-                    values.append(QJsonObject{{QStringLiteral("value"), jsonReal(v.value)},
-                                              {QStringLiteral("delta"), jsonReal(v.delta)},
-                                              {QStringLiteral("norm"), jsonReal(v.norm)},
-                                              {QStringLiteral("status"), QString::fromLatin1(statusName(v))}});
-                }
-                for (int p = 0; p < run->parameters.count(); ++p) {
-                    const XMLParameterValue& v = run->parameters[p];
-                    QJsonObject o{{QStringLiteral("name"), toQs(v.name)},
-                                  {QStringLiteral("nominal"), jsonReal(v.nominal)},
-                                  {QStringLiteral("used"), jsonReal(v.usedValue)}};
-                    if (v.hasTolerance)
-                        o.insert(QStringLiteral("tolerance"), jsonReal(v.tolerance));
-                    parameters.append(o);
-                }
-                QJsonObject o{{QStringLiteral("case"), run->caseNumber},
-                              {QStringLiteral("name"), toQs(run->name)},
-                              {QStringLiteral("description"), toQs(run->description)},
-                              {QStringLiteral("values"), values},
-                              {QStringLiteral("parameters"), parameters}};
-                if (run->hasSeed)
-                    o.insert(QStringLiteral("seed"), QString::number(run->seed));
-                runArray.append(o);
-            }
-            out.insert(QStringLiteral("runs"), runArray);
-        }
-        printJson(out);
-        return ExitOk;
+QJsonObject runJson(const XMLReportInfo& run)
+{
+    QJsonArray values, parameters;
+    for (int m = 0; m < run.values.count(); ++m) {
+        const XMLMeritValue& v = run.values[m];
+        values.append(QJsonObject{{QStringLiteral("value"), jsonReal(v.value)},
+                                  {QStringLiteral("delta"), jsonReal(v.delta)},
+                                  {QStringLiteral("norm"), jsonReal(v.norm)},
+                                  {QStringLiteral("status"), QString::fromLatin1(statusName(v))}});
     }
+    for (int p = 0; p < run.parameters.count(); ++p) {
+        const XMLParameterValue& v = run.parameters[p];
+        QJsonObject o{{QStringLiteral("name"), toQs(v.name)},
+                      {QStringLiteral("nominal"), jsonReal(v.nominal)},
+                      {QStringLiteral("used"), jsonReal(v.usedValue)}};
+        if (v.hasTolerance)
+            o.insert(QStringLiteral("tolerance"), jsonReal(v.tolerance));
+        parameters.append(o);
+    }
+    QJsonObject o{{QStringLiteral("case"), run.caseNumber},
+                  {QStringLiteral("name"), toQs(run.name)},
+                  {QStringLiteral("description"), toQs(run.description)},
+                  {QStringLiteral("values"), values},
+                  {QStringLiteral("parameters"), parameters}};
+    if (run.hasSeed)
+        o.insert(QStringLiteral("seed"), QString::number(run.seed));
+    return o;
+}
 
+QJsonObject resultsJson(const ResultsSummary& summary, bool withRuns)
+{
+    const XMLReportHeader& header = *summary.header;
+    QJsonArray meritArray;
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        meritArray.append(QJsonObject{{QStringLiteral("name"), toQs(header.meritFunctions[m].name)},
+                                      {QStringLiteral("value"), toQs(header.meritFunctions[m].value)},
+                                      {QStringLiteral("statistics"), statisticsJson(summary.merits[m])}});
+    QJsonObject out{{QStringLiteral("file"), summary.path},
+                    {QStringLiteral("header"), QJsonObject{{QStringLiteral("title"), toQs(header.title)},
+                                                           {QStringLiteral("date"), toQs(header.date)},
+                                                           {QStringLiteral("analysis"), toQs(header.analysis)},
+                                                           {QStringLiteral("group"), toQs(header.group)},
+                                                           {QStringLiteral("cores"), header.numCores}}},
+                    {QStringLiteral("runCount"), static_cast<int>(summary.runs.size())},
+                    {QStringLiteral("meritFunctions"), meritArray},
+                    {QStringLiteral("parameters"), QJsonArray::fromStringList(summary.parameterNames)}};
+    if (withRuns) {
+        QJsonArray runArray;
+        for (const XMLReportInfo* run : summary.runs)
+            runArray.append(runJson(*run));
+        out.insert(QStringLiteral("runs"), runArray);
+    }
+    return out;
+}
+
+void printResults(const ResultsSummary& summary, bool withRuns)
+{
+    const XMLReportHeader& header = *summary.header;
     Output out;
-    out << "file: " << path << '\n'
+    out << "file: " << summary.path << '\n'
         << "title: " << header.title << '\n'
         << "date: " << header.date << '\n'
         << "analysis: " << header.analysis << '\n'
         << "group: " << header.group << '\n'
         << "cores: " << header.numCores << '\n'
-        << "runs: " << static_cast<int>(runs.size()) << '\n'
-        << "parameters: " << parameterNames.join(QStringLiteral(", ")) << "\n\nmerit functions:\n";
+        << "runs: " << static_cast<int>(summary.runs.size()) << '\n'
+        << "parameters: " << summary.parameterNames.join(QStringLiteral(", ")) << "\n\nmerit functions:\n";
     out.pad("name", 14) << ' ';
     out.pad("count", -6) << ' ';
     for (const char* column : {"mean", "stddev", "min", "max", "skewness", "kurtosis", "nominal"}) {
         out.pad(column, -24) << ' ';
     }
     out << " definition\n";
-    for (int m = 0; m < merits; ++m) {
-        const MeritStatistics s = sp_ComputeMeritStatistics(table, m, MeritLimits(), false);
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        const MeritStatistics& s = summary.merits[m];
         const MomentSummary& ms = s.sample.moments();
         out.pad(header.meritFunctions[m].name.str(), 14) << ' ';
         out.pad(std::to_string(ms.count()), -6) << ' ';
@@ -244,9 +252,9 @@ int runResults(const QStringList& arguments)
         out.pad(s.hasNominal ? cell(s.nominal) : std::string("n/a"), -24) << "  " << header.meritFunctions[m].value << '\n';
     }
     if (!withRuns)
-        return ExitOk;
+        return;
     out << "\nruns:\n";
-    for (const XMLReportInfo* run : runs) {
+    for (const XMLReportInfo* run : summary.runs) {
         out << "case " << run->caseNumber << ": " << (run->description.isEmpty() ? run->name : run->description);
         if (run->hasSeed)
             out << "  seed " << run->seed;
@@ -266,6 +274,33 @@ int runResults(const QStringList& arguments)
             out << '\n';
         }
     }
+}
+
+} // namespace
+
+int runResults(const QStringList& arguments)
+{
+    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--stats-only] [--json]"),
+                        QStringLiteral("Summarises a statistical results file: the header, the merit functions with their\n"
+                                       "statistics across runs (count, mean, standard deviation, minimum, maximum, skewness,\n"
+                                       "excess kurtosis, nominal value), and every run with its values, deltas, normalised\n"
+                                       "sensitivities, statuses and changed parameters."));
+    command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs."));
+    command.addJsonOption();
+    const int early = command.parse(arguments, 1, 1);
+    if (early >= 0)
+        return early;
+    const QString path = command.positional().at(0);
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    if (!loadResults(command, path, &table, &header))
+        return ExitFailure;
+    const bool withRuns = !command.isSet(QStringLiteral("stats-only"));
+    const ResultsSummary summary = summariseResults(path, table, header);
+    if (command.json())
+        printJson(resultsJson(summary, withRuns));
+    else
+        printResults(summary, withRuns);
     return ExitOk;
 }
 
