@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 namespace {
@@ -166,20 +167,25 @@ std::vector<const XMLReportInfo*> runsInSensitivityOrder(const YHashTable<XMLRep
 }
 
 // Report cells, spanning `rows` rows when more than one.
-void numberCell(FILE* f, int rows, double value)
+void openCell(FILE* f, int rows)
 {
     if (rows > 1)
-        std::fprintf(f, "<td rowspan=\"%d\">%g</td>", rows, value);
+        std::fprintf(f, "<td rowspan=\"%d\">", rows);
     else
-        std::fprintf(f, "<td>%g</td>", value);
+        std::fputs("<td>", f);
+}
+
+void numberCell(FILE* f, int rows, double value)
+{
+    openCell(f, rows);
+    std::fprintf(f, "%g</td>", value);
 }
 
 void textCell(FILE* f, int rows, const char* text)
 {
-    if (rows > 1)
-        std::fprintf(f, "<td rowspan=\"%d\">%s</td>", rows, text);
-    else
-        std::fprintf(f, "<td>%s</td>", text);
+    openCell(f, rows);
+    std::fputs(text, f);
+    std::fputs("</td>", f);
 }
 
 void parameterCells(FILE* f, const XMLParameterValue& p)
@@ -268,13 +274,8 @@ bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleShee
     for (const XMLReportInfo* run : runs) {
         const int p = run->parameters.count();
         std::fprintf(f, "\t\t<tr>");
-        if (p < 2) {
-            std::fprintf(f, "<td>%d</td>", run->caseNumber);
-            std::fprintf(f, "<td>%s</td>", run->description.c_str());
-        } else {
-            std::fprintf(f, "<td rowspan=\"%d\">%d</td>", p, run->caseNumber);
-            std::fprintf(f, "<td rowspan=\"%d\">%s</td>", p, run->description.c_str());
-        }
+        textCell(f, p, std::to_string(run->caseNumber).c_str());
+        textCell(f, p, run->description.c_str());
         for (int m = 0; m < merits; ++m) {
             const XMLMeritValue& e = run->values[m];
             numberCell(f, p, e.value);
