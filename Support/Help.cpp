@@ -14,11 +14,9 @@
 
 #include <cstdio>
 
-#ifndef SUPPORTQT_HELP_SITE
-#define SUPPORTQT_HELP_SITE "https://help.example.invalid"
-#endif
-#ifndef SUPPORTQT_DOC_SITE
-#define SUPPORTQT_DOC_SITE "https://docs.example.invalid/documentation"
+// The help sites have one home: the SUPPORTQT_HELP_SITE and SUPPORTQT_DOC_SITE settings of the build.
+#if !defined(SUPPORTQT_HELP_SITE) || !defined(SUPPORTQT_DOC_SITE)
+#error "SUPPORTQT_HELP_SITE and SUPPORTQT_DOC_SITE come from the build"
 #endif
 
 namespace {
@@ -41,8 +39,12 @@ bool isSecondSimulatorPage(const QString& link)
     return ok && SupportQtLoadTime::helpContextIds().contains(id);
 }
 
-void runCommand(const YString& command)
+// Asks the command interpreter for help on the quoted arguments (already joined by "' '").
+void runHelp(const YString& arguments)
 {
+    YString command("run_help /ne '");
+    command += arguments;
+    command.append("'");
     SupportQtSlots::dyn_RunCommand(command.c_str(), sp_HashValue(command.c_str()));
 }
 
@@ -75,18 +77,12 @@ YString sp_ConvertKvhlpToUrl(const YString& link)
 
 void sp_RunHelp(const char* a, const char* b)
 {
-    YString command("run_help /ne '");
-    command.append(a ? a : "").append("' '").append(b ? b : "").append("'");
-    runCommand(command);
+    YString arguments(a ? a : "");
+    arguments.append("' '").append(b ? b : "");
+    runHelp(arguments);
 }
 
-void sp_RunHelpContext(int id)
-{
-    YString command("run_help /ne '");
-    command += YString(id);
-    command.append("'");
-    runCommand(command);
-}
+void sp_RunHelpContext(int id) { runHelp(YString(id)); }
 
 bool sp_HasHelp() { return true; }
 

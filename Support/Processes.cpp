@@ -104,11 +104,13 @@ bool KvProcess::waitProcess(int timeoutMs)
         return true;
     if (!m_loop)
         m_loop = new QEventLoop;
-    if (!m_timer)
+    if (!m_timer) {
+        // Connected once, with the timer: every wait reuses both.
         m_timer = new QTimer;
-    QObject::connect(m_timer, &QTimer::timeout, m_loop, &QEventLoop::quit);
-    if (timeoutMs != 0) {
         m_timer->setSingleShot(true);
+        QObject::connect(m_timer, &QTimer::timeout, m_loop, &QEventLoop::quit);
+    }
+    if (timeoutMs != 0) {
         m_timer->start(timeoutMs);
         m_loop->exec();
         m_timer->stop();
@@ -119,7 +121,6 @@ bool KvProcess::waitProcess(int timeoutMs)
         pid = nativePid();
         if (pid == -1 || !sp_IsProcessRunning(pid))
             break;
-        m_timer->setSingleShot(true);
         m_timer->start(10);
         m_loop->exec();
         m_timer->stop();

@@ -16,7 +16,7 @@
 
 namespace {
 
-const std::string kGolden = std::string(SUPPORTQT_TEST_DATA_DIR) + "/reports/";
+const std::string kGolden = testDataPath("reports/");
 
 // Reads a report written by the library. The reports are written in text mode, so on Windows every
 // line ends in a carriage return and a line feed; that is checked, and the text is compared with LF

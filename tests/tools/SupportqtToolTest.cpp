@@ -64,7 +64,7 @@ QString example(const QString& relative)
 
 QString data(const QString& relative)
 {
-    return QStringLiteral(SUPPORTQT_TEST_DATA_DIR "/tool/") + relative;
+    return QString::fromStdString(testDataPath("tool/" + relative.toStdString()));
 }
 
 // Parses JSON output with Qt only; for the many runs over the corpus.
