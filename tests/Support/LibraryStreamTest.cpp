@@ -133,7 +133,7 @@ TEST_F(LibraryStreamTest, LineOffsetsNearTheLimitsSaturate)
 // The input a fuzzer found (a line offset that overflowed), read through the same path.
 TEST(LibraryStreamRegression, FuzzFoundLineOffsetOverflow)
 {
-    const std::string input = readFileBytes(std::string(SUPPORTQT_TEST_DATA_DIR) + "/fuzz-regressions/library_stream_line_offset_overflow");
+    const std::string input = readFileBytes(testDataPath("fuzz-regressions/fuzz_library_stream/line_offset_overflow"));
     ASSERT_GE(input.size(), 13u);
     int start, end, offset;
     std::memcpy(&start, input.data(), 4);

@@ -555,7 +555,7 @@ TEST(TreboltRoundTrip, RandomListsCompileParseCompileToTheSameText)
 // that, rounds are stable by name, though the order of the list follows the text. Found by fuzzing.
 TEST(TreboltRoundTrip, BraceInATextValueSettlesAfterOneRound)
 {
-    const std::string input = readFileBytes(std::string(SUPPORTQT_TEST_DATA_DIR) + "/fuzz-regressions/trebolt_brace_in_text_value");
+    const std::string input = readFileBytes(testDataPath("fuzz-regressions/fuzz_trebolt/brace_in_text_value"));
     std::string text = input.c_str();
     std::vector<std::string> texts;
     std::vector<std::vector<std::string>> lists;
