@@ -14,6 +14,8 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
+#include <QMap>
+#include <QRegularExpression>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -503,48 +505,73 @@ TEST_F(Tool, ResultsSummaryWithStatistics)
 {
     const Result r = tool({"results", data("stats.msw")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    const QStringList l = lines(r.out);
-    EXPECT_EQ(l.mid(0, 8), (QStringList{"file: " + data("stats.msw"), "title: four runs", "date: 2026-11-22",
-                                        "analysis: .mc 4 tran", "group: g1", "cores: 2", "runs: 4",
-                                        "parameters: R1.R, C1.C"}));
-    const QStringList vmax = l[11].split(' ', Qt::SkipEmptyParts);
-    // Values 2, 1, 4 and 9: mean 4, sample deviation sqrt(38/3), skewness 22.5 / 9.5^1.5, kurtosis 180.5 / 90.25 - 3.
-    ASSERT_EQ(vmax.size(), 10);
-    EXPECT_EQ(vmax.mid(0, 3), (QStringList{"vmax", "4", "4"}));
-    EXPECT_DOUBLE_EQ(vmax[3].toDouble(), std::sqrt(38.0 / 3.0));
-    EXPECT_EQ(vmax.mid(4, 2), (QStringList{"1", "9"}));
-    EXPECT_NEAR(vmax[6].toDouble(), 22.5 / std::pow(9.5, 1.5), 1e-15);
-    EXPECT_NEAR(vmax[7].toDouble(), -1.0, 1e-15);
-    EXPECT_EQ(vmax.mid(8), (QStringList{"2", "max(v(out))"}));
-    const QStringList vmin = l[12].split(' ', Qt::SkipEmptyParts);
-    EXPECT_EQ(vmin, (QStringList{"vmin", "4", "-1", "0", "-1", "-1", "n/a", "n/a", "-1", "min(v(out))"}));
-    const int runs = l.indexOf("runs:");
-    EXPECT_EQ(l.mid(runs + 1, 6), (QStringList{"case 1: Run=1  seed 11",
-                                               "  vmax           value 2  delta 0  norm 0  valid",
-                                               "  vmin           value -1  delta 0  norm 0  valid",
+    // Values 2, 1, 4 and 9: mean 4, sample deviation sqrt(38/3) = 3.559026..., skewness 22.5 / 9.5^1.5 =
+    // 0.7684172..., excess kurtosis 180.5 / 90.25 - 3 = -1; six significant digits in engineering notation.
+    EXPECT_EQ(lines(r.out), (QStringList{"file: " + data("stats.msw"), "title: four runs", "date: 2026-11-22",
+                                         "analysis: .mc 4 tran", "group: g1", "cores: 2", "runs: 4",
+                                         "parameters: R1.R, C1.C", "", "merit functions:",
+                                         "name  count  mean   stddev  min  max  skewness  kurtosis  nominal",
+                                         "vmax      4     4  3.55903    1    9  768.417m        -1        2",
+                                         "vmin      4    -1        0   -1   -1       n/a       n/a       -1",
+                                         "", "definitions:", "  vmax  max(v(out))", "  vmin  min(v(out))", "",
+                                         "(each run's values: --runs, or --runs=CASE,... for some)"}));
+    EXPECT_EQ(tool({"results", data("stats.msw"), "--stats-only"}).out, r.out);
+
+    const QStringList l = lines(tool({"results", data("stats.msw"), "--runs"}).out);
+    const int runs = l.indexOf(QRegularExpression("^runs \\(norm is .*"));
+    ASSERT_GT(runs, 0);
+    EXPECT_EQ(l.mid(0, 17), lines(r.out).mid(0, 17));
+    EXPECT_EQ(l.mid(runs + 2, 6), (QStringList{"case 1: Run=1  seed 11",
+                                               "  vmax  value 2  delta 0  norm 0  valid",
+                                               "  vmin  value -1  delta 0  norm 0  valid",
                                                "case 2: Run=2  seed 12",
-                                               "  vmax           value 1  delta -1  norm -100  valid",
-                                               "  vmin           value -1  delta 0  norm -0  valid"}));
+                                               "  vmax  value 1  delta -1  norm -100  valid",
+                                               "  vmin  value -1  delta 0  norm 0  valid"}));
     EXPECT_TRUE(l.contains("case 3: third  seed 13"));
     EXPECT_TRUE(l.contains("case 4: Ref: C1  seed 14"));
-    EXPECT_TRUE(l.contains("  parameter C1.C nominal 1e-09 used 1.1e-09"));
-    EXPECT_TRUE(l.contains("  parameter R1.R nominal 1000 used 990 tolerance 0.05"));
+    EXPECT_TRUE(l.contains("  vmax  value 9  delta 7  norm 7.77778  valid"));
+    EXPECT_TRUE(l.contains("  parameter C1.C nominal 1n used 1.1n"));
+    EXPECT_TRUE(l.contains("  parameter R1.R nominal 1k used 990 tolerance 50m"));
 
-    const Result statsOnly = tool({"results", data("stats.msw"), "--stats-only"});
-    EXPECT_EQ(lines(statsOnly.out), l.mid(0, 13));
+    // Some runs only; every digit; fewer digits.
+    const QStringList some = lines(tool({"results", data("stats.msw"), "--runs=4,2", "--exact"}).out);
+    EXPECT_FALSE(some.contains("case 1: Run=1  seed 11"));
+    EXPECT_TRUE(some.contains("case 2: Run=2  seed 12"));
+    EXPECT_TRUE(some.contains("  vmax  value 9  delta 7  norm 7.777777777777789  valid"));
+    EXPECT_TRUE(some.contains("  parameter C1.C nominal 1e-09 used 1.1e-09"));
+    EXPECT_EQ(some[11].split(' ', Qt::SkipEmptyParts)[3].toDouble(), std::sqrt(38.0 / 3.0));
+    EXPECT_EQ(lines(tool({"results", data("stats.msw"), "--precision", "3"}).out)[11],
+              "vmax      4     4    3.56    1    9      768m        -1        2");
+    const Result noCase = tool({"results", data("stats.msw"), "--runs=7"});
+    EXPECT_EQ(noCase.code, 1);
+    EXPECT_EQ(noCase.err, "supportqt results: " + data("stats.msw") + " has no case 7\n");
+    EXPECT_EQ(tool({"results", data("stats.msw"), "--runs=x"}).code, 2);
+    EXPECT_EQ(tool({"results", data("stats.msw"), "--precision", "18"}).code, 2);
+
+    // A Monte Carlo run set's table fits 120 columns; its runs say what "inconsistent" means once.
+    const QStringList mc = lines(tool({"results", example("results/buck_montecarlo.msw")}).out);
+    EXPECT_EQ(mc.filter(QRegularExpression("^case ")).size(), 0); // the runs only when asked
+    for (const QString& line : mc)
+        EXPECT_LE(line.size(), 120) << line.toStdString();
+    const QString mcRuns = tool({"results", example("results/buck_montecarlo.msw"), "--runs=2"}).out;
+    EXPECT_EQ(mcRuns.count("n/a: several parameters moved"), 4);
+    EXPECT_EQ(mcRuns.count("as every Monte Carlo run does"), 1);
+    EXPECT_FALSE(mcRuns.contains("inconsistent"));
 }
 
 TEST_F(Tool, ResultsJsonCarriesTheSameValuesAsTheText)
 {
     for (const QString& file : {data("stats.msw"), example("results/buck_sensitivity.msw"), example("results/buck_montecarlo.msw")}) {
-        const QStringList l = lines(tool({"results", file}).out);
-        const QJsonObject o = parseJson(tool({"results", file, "--json"}).out);
+        const QStringList l = lines(tool({"results", file, "--runs", "--exact"}).out);
+        const QJsonObject o = parseJson(tool({"results", file, "--json", "--runs"}).out);
+        EXPECT_FALSE(parseJson(tool({"results", file, "--json"}).out).contains("runs"));
         EXPECT_EQ("title: " + o["header"]["title"].toString(), l[1]);
         EXPECT_EQ(QStringLiteral("runs: %1").arg(o["runCount"].toInt()), l[6]);
         const QJsonArray merits = o["meritFunctions"].toArray();
         for (int m = 0; m < merits.size(); ++m) {
             const QStringList cells = l[11 + m].split(' ', Qt::SkipEmptyParts);
             const QJsonObject s = merits[m]["statistics"].toObject();
+            ASSERT_EQ(cells.size(), 9);
             EXPECT_EQ(cells[0], merits[m]["name"].toString());
             EXPECT_EQ(cells[1].toInt(), s["count"].toInt());
             int column = 2;
@@ -556,10 +583,15 @@ TEST_F(Tool, ResultsJsonCarriesTheSameValuesAsTheText)
                     EXPECT_EQ(cells[column].toDouble(), v.toDouble()) << key << " of " << cells[0].toStdString();
                 ++column;
             }
+            EXPECT_EQ(l.filter(QRegularExpression("^  " + QRegularExpression::escape(cells[0]) + " +" +
+                                                  QRegularExpression::escape(merits[m]["value"].toString()) + "$")).size(), 1);
         }
-        // Every run's values as the text shows them.
+        // Every run's values as the text shows them; the statuses in words.
+        const QMap<QString, QString> words{{"valid", "valid"}, {"not finite", "not finite"},
+                                           {"division by zero", "n/a: no parameter moved, or the value is 0"},
+                                           {"inconsistent", "n/a: several parameters moved"}, {"unset", "not computed"}};
         const QJsonArray runs = o["runs"].toArray();
-        int at = l.indexOf("runs:") + 1;
+        int at = l.indexOf(QRegularExpression("^runs \\(norm is .*")) + 2;
         for (const QJsonValue& run : runs) {
             EXPECT_TRUE(l[at].startsWith(QStringLiteral("case %1: ").arg(run["case"].toInt()))) << l[at].toStdString();
             ++at;
@@ -568,7 +600,7 @@ TEST_F(Tool, ResultsJsonCarriesTheSameValuesAsTheText)
                 EXPECT_EQ(cells[2].toDouble(), v["value"].toDouble());
                 EXPECT_EQ(cells[4].toDouble(), v["delta"].toDouble());
                 EXPECT_EQ(cells[6].toDouble(), v["norm"].toDouble());
-                EXPECT_EQ(cells.mid(7).join(' '), v["status"].toString());
+                EXPECT_EQ(cells.mid(7).join(' '), words.value(v["status"].toString()));
             }
             at += run["parameters"].toArray().size();
         }
@@ -1188,11 +1220,11 @@ TEST_F(Tool, ANormThatIsNotANumberIsNotCalledValid)
                    "<sensval case=\"2\" value=\"nan\"/></meritfunction><steps><step case=\"1\" description=\"nominal\"/>"
                    "<step case=\"2\" name=\"lot:x/devparam:R1/tol:1%/refdes:R1\"><parameter name=\"R1\" nom=\"1000\" "
                    "usedvalue=\"1010\" tol=\"0.01\"/></step></steps></msw>\n");
-    const Result text = tool({"results", temp("nan.msw")});
+    const Result text = tool({"results", temp("nan.msw"), "--runs"});
     EXPECT_EQ(text.code, 0) << text.err.toStdString();
-    EXPECT_TRUE(text.out.contains("  vmax           value nan  delta nan  norm nan  not finite\n")) << text.out.toStdString();
-    EXPECT_TRUE(text.out.contains("  vmax           value 1  delta 0  norm 0  valid\n")) << text.out.toStdString();
-    const QJsonObject o = parseJson(tool({"results", temp("nan.msw"), "--json"}).out);
+    EXPECT_TRUE(text.out.contains("  vmax  value nan  delta nan  norm nan  not finite\n")) << text.out.toStdString();
+    EXPECT_TRUE(text.out.contains("  vmax  value 1  delta 0  norm 0  valid\n")) << text.out.toStdString();
+    const QJsonObject o = parseJson(tool({"results", temp("nan.msw"), "--json", "--runs"}).out);
     QStringList statuses;
     for (const QJsonValue& run : o["runs"].toArray())
         statuses << run.toObject()["values"].toArray().at(0).toObject()["status"].toString();

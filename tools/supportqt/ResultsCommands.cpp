@@ -90,12 +90,6 @@ const char* statusName(const XMLMeritValue& v)
     }
 }
 
-// A real in a text column; "n/a" when it is not a number.
-std::string cell(double value)
-{
-    return std::isnan(value) ? std::string("n/a") : realText(value);
-}
-
 QJsonObject statisticsJson(const MeritStatistics& s)
 {
     const MomentSummary& m = s.sample.moments();
@@ -198,7 +192,7 @@ QJsonObject runJson(const XMLReportInfo& run)
     return o;
 }
 
-QJsonObject resultsJson(const ResultsSummary& summary, bool withRuns)
+QJsonObject resultsJson(const ResultsSummary& summary, const std::vector<const XMLReportInfo*>& runs, bool withRuns)
 {
     const XMLReportHeader& header = *summary.header;
     QJsonArray meritArray;
@@ -217,14 +211,44 @@ QJsonObject resultsJson(const ResultsSummary& summary, bool withRuns)
                     {QStringLiteral("parameters"), QJsonArray::fromStringList(summary.parameterNames)}};
     if (withRuns) {
         QJsonArray runArray;
-        for (const XMLReportInfo* run : summary.runs)
+        for (const XMLReportInfo* run : runs)
             runArray.append(runJson(*run));
         out.insert(QStringLiteral("runs"), runArray);
     }
     return out;
 }
 
-void printResults(const ResultsSummary& summary, bool withRuns)
+// How the text output writes reals: engineering notation with a number of significant digits, or every
+// digit (the shortest text that reads back to the same double).
+struct NumberStyle {
+    int digits = 6;
+    bool exact = false;
+
+    std::string operator()(double value) const
+    {
+        return exact ? realText(value) : sp_ConvertRealToJSEng(value, digits, false).str();
+    }
+    // A statistic in the summary table; "n/a" when it is not a number.
+    std::string cell(double value) const { return std::isnan(value) ? std::string("n/a") : (*this)(value); }
+};
+
+// A sensitivity status in the words of the runs section (the JSON keeps the short names).
+const char* statusWords(const XMLMeritValue& v)
+{
+    if (v.status == NormValid && !std::isfinite(v.norm))
+        return "not finite";
+    switch (v.status) {
+    case NormValid: return "valid";
+    case NormDivByZero: return "n/a: no parameter moved, or the value is 0";
+    case NormInconsistent: return "n/a: several parameters moved";
+    default: return "not computed";
+    }
+}
+
+// The header, the table of merit statistics (its columns as wide as their widest cell, so that the
+// default digits keep it within 120 columns), the definitions, and the chosen runs.
+void printResults(const ResultsSummary& summary, const std::vector<const XMLReportInfo*>& runs, bool runsAsked,
+                  const NumberStyle& number)
 {
     const XMLReportHeader& header = *summary.header;
     Output out;
@@ -236,25 +260,45 @@ void printResults(const ResultsSummary& summary, bool withRuns)
         << "cores: " << header.numCores << '\n'
         << "runs: " << static_cast<int>(summary.runs.size()) << '\n'
         << "parameters: " << summary.parameterNames.join(QStringLiteral(", ")) << "\n\nmerit functions:\n";
-    out.pad("name", 14) << ' ';
-    out.pad("count", -6) << ' ';
-    for (const char* column : {"mean", "stddev", "min", "max", "skewness", "kurtosis", "nominal"}) {
-        out.pad(column, -24) << ' ';
-    }
-    out << " definition\n";
+    std::vector<std::vector<std::string>> rows{{"name", "count", "mean", "stddev", "min", "max", "skewness", "kurtosis", "nominal"}};
     for (int m = 0; m < header.meritFunctions.count(); ++m) {
-        const MeritStatistics& s = summary.merits[m];
+        const MeritStatistics& s = summary.merits[static_cast<size_t>(m)];
         const MomentSummary& ms = s.sample.moments();
-        out.pad(header.meritFunctions[m].name.str(), 14) << ' ';
-        out.pad(std::to_string(ms.count()), -6) << ' ';
+        std::vector<std::string> row{header.meritFunctions[m].name.str(), std::to_string(ms.count())};
         for (double v : {ms.mean(), ms.standardDeviation(), ms.minimum(), ms.maximum(), ms.skewness(), ms.excessKurtosis()})
-            out.pad(ms.count() ? cell(v) : std::string("n/a"), -24) << ' ';
-        out.pad(s.hasNominal ? cell(s.nominal) : std::string("n/a"), -24) << "  " << header.meritFunctions[m].value << '\n';
+            row.push_back(ms.count() ? number.cell(v) : std::string("n/a"));
+        row.push_back(s.hasNominal ? number.cell(s.nominal) : std::string("n/a"));
+        rows.push_back(row);
     }
-    if (!withRuns)
+    std::vector<int> widths(rows[0].size(), 0);
+    for (const auto& row : rows)
+        for (size_t c = 0; c < row.size(); ++c)
+            widths[c] = std::max(widths[c], static_cast<int>(row[c].size()));
+    for (const auto& row : rows) {
+        for (size_t c = 0; c < row.size(); ++c) {
+            if (c > 0)
+                out << "  ";
+            // Names left-aligned, numbers right-aligned, the last column without trailing blanks.
+            if (c == 0)
+                out.pad(row[c], c + 1 == row.size() ? 0 : widths[c]);
+            else
+                out.pad(row[c], -widths[c]);
+        }
+        out << '\n';
+    }
+    out << "\ndefinitions:\n";
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        out << "  ";
+        out.pad(header.meritFunctions[m].name.str(), widths[0]) << "  " << header.meritFunctions[m].value << '\n';
+    }
+    if (!runsAsked) {
+        if (!summary.runs.empty())
+            out << "\n(each run's values: --runs, or --runs=CASE,... for some)\n";
         return;
-    out << "\nruns:\n";
-    for (const XMLReportInfo* run : summary.runs) {
+    }
+    out << "\nruns (norm is the run's normalised sensitivity to the parameter it moved; a run that moved several\n"
+           "parameters at once, as every Monte Carlo run does, has none, shown as n/a):\n";
+    for (const XMLReportInfo* run : runs) {
         out << "case " << run->caseNumber << ": " << (run->description.isEmpty() ? run->name : run->description);
         if (run->hasSeed)
             out << "  seed " << run->seed;
@@ -262,15 +306,15 @@ void printResults(const ResultsSummary& summary, bool withRuns)
         for (int m = 0; m < run->values.count(); ++m) {
             const XMLMeritValue& v = run->values[m];
             out << "  ";
-            out.pad(header.meritFunctions[m].name.str(), 14) << " value " << realText(v.value) << "  delta "
-                                                            << realText(v.delta) << "  norm " << realText(v.norm) << "  "
-                                                            << statusName(v) << '\n';
+            out.pad(header.meritFunctions[m].name.str(), widths[0]) << "  value " << number(v.value) << "  delta "
+                                                                    << number(v.delta) << "  norm " << number(v.norm)
+                                                                    << "  " << statusWords(v) << '\n';
         }
         for (int p = 0; p < run->parameters.count(); ++p) {
             const XMLParameterValue& v = run->parameters[p];
-            out << "  parameter " << v.name << " nominal " << realText(v.nominal) << " used " << realText(v.usedValue);
+            out << "  parameter " << v.name << " nominal " << number(v.nominal) << " used " << number(v.usedValue);
             if (v.hasTolerance)
-                out << " tolerance " << realText(v.tolerance);
+                out << " tolerance " << number(v.tolerance);
             out << '\n';
         }
     }
@@ -280,27 +324,69 @@ void printResults(const ResultsSummary& summary, bool withRuns)
 
 int runResults(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--stats-only] [--json]"),
-                        QStringLiteral("Summarises a statistical results file: the header, the merit functions with their\n"
+    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--runs[=CASE,...]] [--precision N | --exact] [--json]"),
+                        QStringLiteral("Summarises a statistical results file: the header and the merit functions with their\n"
                                        "statistics across runs (count, mean, standard deviation, minimum, maximum, skewness,\n"
-                                       "excess kurtosis, nominal value), and every run with its values, deltas, normalised\n"
-                                       "sensitivities, statuses and changed parameters."));
-    command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs."));
+                                       "excess kurtosis, nominal value). With --runs, every run (or the runs named) with its\n"
+                                       "values, deltas, normalised sensitivities, statuses and changed parameters. Reals are\n"
+                                       "shown in engineering notation with 6 significant digits; --json keeps every digit."));
+    command.addOption({QStringLiteral("runs")}, QStringLiteral("Show each run too; --runs=1,5,9 shows those cases."));
+    command.addOption({QStringLiteral("runs-list")}, QStringLiteral("The cases of --runs=CASE,... (set by that form)."),
+                      QStringLiteral("CASES"));
+    command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs (the default)."));
+    command.addOption({QStringLiteral("precision")}, QStringLiteral("Significant digits of the reals shown, 1 to 17."),
+                      QStringLiteral("N"), QStringLiteral("6"));
+    command.addOption({QStringLiteral("exact")}, QStringLiteral("Show every digit of the reals (the shortest text that reads back exactly)."));
     command.addJsonOption();
-    const int early = command.parse(arguments, 1, 1);
+    // "--runs=LIST" is one option with an optional value; the parser takes it as --runs plus its list.
+    QStringList parsed;
+    for (const QString& argument : arguments) {
+        if (argument.startsWith(QLatin1String("--runs=")))
+            parsed << QStringLiteral("--runs") << QStringLiteral("--runs-list") << argument.mid(7);
+        else
+            parsed << argument;
+    }
+    const int early = command.parse(parsed, 1, 1);
     if (early >= 0)
         return early;
+    NumberStyle number;
+    long long digits = 6;
+    if (!command.intValue(QStringLiteral("precision"), &digits))
+        return ExitUsage;
+    if (digits < 1 || digits > 17)
+        return command.fail(ExitUsage, QStringLiteral("--precision must lie between 1 and 17"));
+    number.digits = static_cast<int>(digits);
+    number.exact = command.isSet(QStringLiteral("exact"));
+    QList<int> wanted;
+    if (command.isSet(QStringLiteral("runs-list"))) {
+        for (const QString& item : command.value(QStringLiteral("runs-list")).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+            bool ok = false;
+            const int caseNumber = item.trimmed().toInt(&ok);
+            if (!ok)
+                return command.fail(ExitUsage, QStringLiteral("--runs takes case numbers separated by commas, not \"%1\"").arg(item));
+            wanted << caseNumber;
+        }
+        if (wanted.isEmpty())
+            return command.fail(ExitUsage, QStringLiteral("--runs= names no case"));
+    }
     const QString path = command.positional().at(0);
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header))
         return ExitFailure;
-    const bool withRuns = !command.isSet(QStringLiteral("stats-only"));
+    const bool withRuns = command.isSet(QStringLiteral("runs")) && !command.isSet(QStringLiteral("stats-only"));
     const ResultsSummary summary = summariseResults(path, table, header);
+    std::vector<const XMLReportInfo*> runs;
+    for (const XMLReportInfo* run : summary.runs)
+        if (wanted.isEmpty() || wanted.contains(run->caseNumber))
+            runs.push_back(run);
+    for (int caseNumber : wanted)
+        if (std::none_of(runs.begin(), runs.end(), [&](const XMLReportInfo* r) { return r->caseNumber == caseNumber; }))
+            return command.fail(ExitFailure, QStringLiteral("%1 has no case %2").arg(path).arg(caseNumber));
     if (command.json())
-        printJson(resultsJson(summary, withRuns));
+        printJson(resultsJson(summary, runs, withRuns));
     else
-        printResults(summary, withRuns);
+        printResults(summary, runs, withRuns, number);
     return ExitOk;
 }
 
