@@ -1371,6 +1371,58 @@ TEST_F(Tool, OutputThatIsTheInputIsRefused)
 }
 
 // A file whose root is not a results file's is refused, not summarised as an empty one.
+// One row per run for data frames and spreadsheets: every merit function and parameter by name, the
+// values with every digit, cells a run lacks empty, texts quoted as CSV quotes them.
+TEST_F(Tool, ResultsPerRunTableForScripts)
+{
+    const QString mc = example("results/buck_montecarlo.msw");
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(toYs(mc), &table, &header));
+    const Result csv = tool({"results", mc, "--table", "csv"});
+    ASSERT_EQ(csv.code, 0) << csv.err.toStdString();
+    const QStringList rows = lines(csv.out);
+    ASSERT_EQ(rows.size(), table.count() + 1);
+    EXPECT_EQ(rows[0], "case,seed,description,ripple,vout,efficiency,ipeak,VIN.DC,L1.L,C1.C,RLOAD.R,S1.RON,S2.RON,VHI.PW");
+    // Case 1, the nominal run, moved no parameter: its parameter cells are empty.
+    EXPECT_TRUE(rows[1].startsWith("1,1,Run=1,0.015730041282946968,")) << rows[1].toStdString();
+    EXPECT_TRUE(rows[1].endsWith(",,,,,,,"));
+    const XMLReportInfo* second = table.find(XMLReportInfo(2));
+    ASSERT_NE(second, nullptr);
+    const QStringList cells = rows[2].split(',');
+    ASSERT_EQ(cells.size(), 14);
+    EXPECT_EQ(cells[0], "2");
+    EXPECT_EQ(cells[3].toDouble(), second->values[0].value);
+    EXPECT_EQ(cells[8].toDouble(), second->parameters[1].usedValue); // L1.L
+    EXPECT_EQ(lines(tool({"results", mc, "--table", "csv", "--runs=3,5"}).out).size(), 3);
+
+    const QJsonObject json = parseJson(tool({"results", mc, "--table", "json"}).out);
+    const QJsonArray runs = json["runs"].toArray();
+    ASSERT_EQ(runs.size(), table.count());
+    EXPECT_EQ(runs[0]["case"].toInt(), 1);
+    EXPECT_EQ(runs[0]["values"]["ripple"].toDouble(), 0.015730041282946968);
+    EXPECT_TRUE(runs[0]["parameters"].toObject().isEmpty());
+    EXPECT_EQ(runs[1]["seed"].toDouble(), static_cast<double>(second->seed));
+    EXPECT_EQ(runs[1]["parameters"]["L1.L"].toDouble(), second->parameters[1].usedValue);
+
+    writeFileBytes(path("quoted.msw"),
+                   "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><meritfunction value=\"v\" name=\"a,b\">"
+                   "<sensval case=\"1\" value=\"1\"/><sensval case=\"2\" value=\"2\"/></meritfunction><steps>"
+                   "<step case=\"1\" description=\"say &quot;hi&quot;, twice\"/></steps></msw>\n");
+    EXPECT_EQ(tool({"results", temp("quoted.msw"), "--table", "csv"}).out,
+              "case,seed,description,\"a,b\"\n1,,\"say \"\"hi\"\", twice\",1\n2,,,2\n");
+    const Result bad = tool({"results", mc, "--table", "xml"});
+    EXPECT_EQ(bad.code, 2);
+    EXPECT_EQ(bad.err, "supportqt results: --table takes csv or json, not \"xml\"\n");
+    if (hostPeerRuns("python3")) {
+        writeFileBytes(path("quoted.csv"), tool({"results", temp("quoted.msw"), "--table", "csv"}).out.toStdString());
+        const Result again = runProgram("python3", {"-c", "import csv,sys; r=list(csv.DictReader(open(sys.argv[1]))); "
+                                                          "print(len(r), r[0]['description'], r[0]['a,b'])",
+                                                    temp("quoted.csv")});
+        EXPECT_EQ(again.out, "2 say \"hi\", twice 1\n");
+    }
+}
+
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
 {
     const QString svg = temp("chart.svg");

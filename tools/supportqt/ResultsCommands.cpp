@@ -320,11 +320,79 @@ void printResults(const ResultsSummary& summary, const std::vector<const XMLRepo
     }
 }
 
+// A CSV field as RFC 4180 writes it: quoted, with quotes doubled, when it holds a comma, a quote or a
+// line end.
+std::string csvField(const std::string& text)
+{
+    if (text.find_first_of(",\"\r\n") == std::string::npos)
+        return text;
+    std::string quoted = "\"";
+    for (char c : text) {
+        quoted += c;
+        if (c == '"')
+            quoted += '"';
+    }
+    return quoted + '"';
+}
+
+// One row per run for spreadsheets and data frames: case, seed, description, each merit function's value
+// and each parameter's used value by name. Cells a run lacks are empty (CSV) or absent (JSON).
+void printRunTable(const ResultsSummary& summary, const std::vector<const XMLReportInfo*>& runs, bool json)
+{
+    const XMLReportHeader& header = *summary.header;
+    if (json) {
+        QJsonArray rows;
+        for (const XMLReportInfo* run : runs) {
+            QJsonObject values, parameters;
+            for (int m = 0; m < run->values.count() && m < header.meritFunctions.count(); ++m)
+                values.insert(toQs(header.meritFunctions[m].name), jsonReal(run->values[m].value));
+            for (int p = 0; p < run->parameters.count(); ++p)
+                if (!parameters.contains(toQs(run->parameters[p].name)))
+                    parameters.insert(toQs(run->parameters[p].name), jsonReal(run->parameters[p].usedValue));
+            QJsonObject row{{QStringLiteral("case"), run->caseNumber},
+                            {QStringLiteral("description"), toQs(run->description.isEmpty() ? run->name : run->description)},
+                            {QStringLiteral("values"), values},
+                            {QStringLiteral("parameters"), parameters}};
+            row.insert(QStringLiteral("seed"), run->hasSeed ? QJsonValue(static_cast<qint64>(run->seed)) : QJsonValue());
+            rows.append(row);
+        }
+        printJson(QJsonObject{{QStringLiteral("file"), summary.path}, {QStringLiteral("runs"), rows}});
+        return;
+    }
+    Output out;
+    out << "case,seed,description";
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
+        out << ',' << csvField(header.meritFunctions[m].name.str());
+    for (const QString& name : summary.parameterNames)
+        out << ',' << csvField(name.toStdString());
+    out << '\n';
+    for (const XMLReportInfo* run : runs) {
+        out << run->caseNumber << ',';
+        if (run->hasSeed)
+            out << std::to_string(run->seed);
+        out << ',' << csvField((run->description.isEmpty() ? run->name : run->description).str());
+        for (int m = 0; m < header.meritFunctions.count(); ++m) {
+            out << ',';
+            if (m < run->values.count())
+                out << realText(run->values[m].value);
+        }
+        for (const QString& name : summary.parameterNames) {
+            out << ',';
+            for (int p = 0; p < run->parameters.count(); ++p)
+                if (toQs(run->parameters[p].name) == name) {
+                    out << realText(run->parameters[p].usedValue);
+                    break;
+                }
+        }
+        out << '\n';
+    }
+}
+
 } // namespace
 
 int runResults(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--runs[=CASE,...]] [--precision N | --exact] [--json]"),
+    ToolCommand command(QStringLiteral("results"), QStringLiteral("FILE [--runs[=CASE,...]] [--precision N | --exact] [--json] [--table csv|json]"),
                         QStringLiteral("Summarises a statistical results file: the header and the merit functions with their\n"
                                        "statistics across runs (count, mean, standard deviation, minimum, maximum, skewness,\n"
                                        "excess kurtosis, nominal value). With --runs, every run (or the runs named) with its\n"
@@ -337,6 +405,9 @@ int runResults(const QStringList& arguments)
     command.addOption({QStringLiteral("precision")}, QStringLiteral("Significant digits of the reals shown, 1 to 17."),
                       QStringLiteral("N"), QStringLiteral("6"));
     command.addOption({QStringLiteral("exact")}, QStringLiteral("Show every digit of the reals (the shortest text that reads back exactly)."));
+    command.addOption({QStringLiteral("table")}, QStringLiteral("One row per run instead: case, seed, description, each merit\n"
+                                                                "function and each parameter's used value by name, as csv or json."),
+                      QStringLiteral("FORMAT"));
     command.addJsonOption();
     // "--runs=LIST" is one option with an optional value; the parser takes it as --runs plus its list.
     QStringList parsed;
@@ -369,6 +440,9 @@ int runResults(const QStringList& arguments)
         if (wanted.isEmpty())
             return command.fail(ExitUsage, QStringLiteral("--runs= names no case"));
     }
+    const QString tableFormat = command.value(QStringLiteral("table"));
+    if (command.isSet(QStringLiteral("table")) && tableFormat != QLatin1String("csv") && tableFormat != QLatin1String("json"))
+        return command.fail(ExitUsage, QStringLiteral("--table takes csv or json, not \"%1\"").arg(tableFormat));
     const QString path = command.positional().at(0);
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
@@ -383,7 +457,9 @@ int runResults(const QStringList& arguments)
     for (int caseNumber : wanted)
         if (std::none_of(runs.begin(), runs.end(), [&](const XMLReportInfo* r) { return r->caseNumber == caseNumber; }))
             return command.fail(ExitFailure, QStringLiteral("%1 has no case %2").arg(path).arg(caseNumber));
-    if (command.json())
+    if (command.isSet(QStringLiteral("table")))
+        printRunTable(summary, runs, command.value(QStringLiteral("table")) == QLatin1String("json"));
+    else if (command.json())
         printJson(resultsJson(summary, runs, withRuns));
     else
         printResults(summary, runs, withRuns, number);
