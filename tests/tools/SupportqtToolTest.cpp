@@ -20,6 +20,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegExp>
+#include <QSet>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QThread>
@@ -1421,6 +1422,76 @@ TEST_F(Tool, ResultsPerRunTableForScripts)
                                                     temp("quoted.csv")});
         EXPECT_EQ(again.out, "2 say \"hi\", twice 1\n");
     }
+}
+
+namespace {
+
+// The key paths of a JSON value as docs/json.md writes them: "/" between keys, "[]" for array elements,
+// "*" for the keys of an object the document calls a map (its path is in `maps`).
+void jsonKeyPaths(const QJsonValue& value, const QString& prefix, const QSet<QString>& maps, QSet<QString>* out)
+{
+    if (value.isObject()) {
+        const QJsonObject object = value.toObject();
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            const QString path = (prefix.isEmpty() ? QString() : prefix + "/") + (maps.contains(prefix) ? "*" : it.key());
+            out->insert(path);
+            jsonKeyPaths(it.value(), path, maps, out);
+        }
+    } else if (value.isArray()) {
+        for (const QJsonValue& element : value.toArray())
+            jsonKeyPaths(element, prefix + "[]", maps, out);
+    }
+}
+
+} // namespace
+
+// Every subcommand's JSON has the keys docs/json.md lists for it, no more and no fewer.
+TEST_F(Tool, JsonOutputsHaveTheKeysTheirDocumentLists)
+{
+    QFile doc(QStringLiteral(SUPPORTQT_EXAMPLES_DIR "/../docs/json.md"));
+    ASSERT_TRUE(doc.open(QIODevice::ReadOnly));
+    const QStringList text = QString::fromUtf8(doc.readAll()).split('\n');
+    const QString kit = corpusDir() + "/kits/sky130_fd_pr/models/sky130.lib.spice";
+    int checked = 0;
+    for (int i = 0; i < text.size(); ++i) {
+        const QRegularExpressionMatch check = QRegularExpression("^<!-- check: (.*) -->$").match(text[i]);
+        if (!check.hasMatch())
+            continue;
+        ASSERT_EQ(text.value(i + 1), "```keys") << text[i].toStdString();
+        QSet<QString> required, documented, maps;
+        for (i += 2; i < text.size() && text[i] != "```"; ++i) {
+            QString key = text[i];
+            const bool optional = key.endsWith('?');
+            if (optional)
+                key.chop(1);
+            documented.insert(key);
+            if (!optional)
+                required.insert(key);
+            if (key.endsWith("/*"))
+                maps.insert(key.left(key.size() - 2));
+        }
+        const QString command = check.captured(1);
+        if (command.contains("{kit}") && !QFileInfo::exists(kit)) {
+            std::printf("note: %s not checked: the corpus is not at %s\n", command.toUtf8().constData(), kit.toUtf8().constData());
+            continue;
+        }
+        QStringList arguments;
+        for (QString argument : command.split(' ', Qt::SkipEmptyParts))
+            arguments << argument.replace("{example}", QStringLiteral(SUPPORTQT_EXAMPLES_DIR))
+                             .replace("{data}", data(QString()).chopped(1))
+                             .replace("{temp}", temp(QString()).chopped(1))
+                             .replace("{kit}", kit);
+        const Result r = tool(arguments);
+        ASSERT_TRUE(r.code == 0 || r.code == 3) << command.toStdString() << ": " << r.err.toStdString();
+        QSet<QString> actual;
+        jsonKeyPaths(parseJsonQt(r.out), QString(), maps, &actual);
+        for (const QString& key : actual)
+            EXPECT_TRUE(documented.contains(key)) << command.toStdString() << ": " << key.toStdString() << " is not in the document";
+        for (const QString& key : required)
+            EXPECT_TRUE(actual.contains(key)) << command.toStdString() << ": " << key.toStdString() << " is missing";
+        ++checked;
+    }
+    EXPECT_GE(checked, 14);
 }
 
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
