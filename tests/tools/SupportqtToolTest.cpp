@@ -318,8 +318,11 @@ TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
             rebuilt << "title: " + o["title"].toString();
         for (const QJsonValue& v : o["lines"].toArray()) {
             rebuilt << QStringLiteral("%1  %2").arg(v["line"].toInt(), 6).arg(v["text"].toString());
-            for (const QJsonValue& literal : v["literal"].toArray())
-                rebuilt << "      | " + literal.toString();
+            const QJsonArray literal = v["literal"].toArray();
+            const QJsonArray literalLines = v["literalLines"].toArray();
+            EXPECT_EQ(literal.size(), literalLines.size());
+            for (int i = 0; i < literal.size(); ++i)
+                rebuilt << QStringLiteral("%1  | %2").arg(literalLines[i].toInt(), 6).arg(literal[i].toString());
         }
         rebuilt << "dialect: " + o["dialect"].toString() << "separator: " + o["separator"].toString()
                 << QStringLiteral("hierarchy: ") + (o["hierarchy"].toBool() ? "yes" : "no") << "encoding: " + o["encoding"].toString();
@@ -340,6 +343,72 @@ TEST_F(Tool, LiteralReaderKeepsTheCommentsAndTheSourceText)
     EXPECT_EQ(l[1]["line"].toInt(), 2);
     EXPECT_EQ(l[1]["literal"].toArray().toVariantList(), (QVariantList{"R1 a b 1k ; note", "+ tc=1"}));
     EXPECT_EQ(l[2]["text"].toString(), "* comment");
+}
+
+TEST_F(Tool, LiteralLinesAreNumberedWhereTheyStandInTheFile)
+{
+    const Result r = tool({"netlist", example("netlists/buck_converter.cir"), "--literal"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    // A comment line keeps the reader's number (that of the statement after it); its literal text
+    // shows the line it stands on. The reader hands a comment's text over with the line before it.
+    EXPECT_EQ(l.mid(0, 13), (QStringList{"     1  Synchronous buck converter, 12 V to 3.3 V at 500 kHz",
+                                         "     1  | Synchronous buck converter, 12 V to 3.3 V at 500 kHz",
+                                         "     4  *#KALVONTA sep=.",
+                                         "     2  | *#KALVONTA sep=.",
+                                         "     3  | * Power stage",
+                                         "     4  * Power stage",
+                                         "     4  VIN in 0 DC 12",
+                                         "     4  | VIN in 0 DC 12",
+                                         "     5  S1 in sw gate_hi 0 SWMOD",
+                                         "     5  | S1 in sw gate_hi 0 SWMOD",
+                                         "     6  S2 sw 0 gate_lo 0 SWMOD",
+                                         "     6  | S2 sw 0 gate_lo 0 SWMOD",
+                                         "     7  L1 sw out 4.7u IC=0"}));
+    EXPECT_EQ(l.mid(14, 6), (QStringList{"     8  C1 out 0 22u  IC=3.3",
+                                         "     8  | C1 out 0 22u",
+                                         "     9  | + IC=3.3",
+                                         "    10  RLOAD out 0 1.65 ",
+                                         "    10  | RLOAD out 0 1.65 ; full load",
+                                         "    12  * Gate drive: 27.5 % duty cycle at 500 kHz"}));
+    EXPECT_TRUE(l.contains("    11  | * Gate drive: 27.5 % duty cycle at 500 kHz"));
+    EXPECT_TRUE(l.contains("    15  | * Switching-simulator analysis: periodic steady state triggered by the high-side gate"));
+    EXPECT_TRUE(l.contains("    20  | *.ac DEC 20 100 1meg"));
+    EXPECT_TRUE(l.contains("    24  | .end"));
+    // Every physical line of the file is shown once, on its own number.
+    QStringList physical;
+    for (const QString& line : l)
+        if (line.mid(6, 4) == "  | ")
+            physical << line;
+    ASSERT_EQ(physical.size(), 24);
+    for (int i = 0; i < physical.size(); ++i)
+        EXPECT_EQ(physical[i].left(6).trimmed().toInt(), i + 1) << physical[i].toStdString();
+
+    // Blank lines and carriage returns count as lines too.
+    const QString file = temp("blank.cir");
+    writeFileBytes(file.toStdString(), "title\r\n\r\n* c1\r\n* c2\r\nR1 a b 1k\r\n\r\n+ tc=1\r\n\r\n.end");
+    const Result blank = tool({"netlist", file, "--literal"});
+    EXPECT_EQ(lines(blank.out).mid(0, 13),
+              (QStringList{"     1  title", "     1  | title", "     5  * c1", "     2  | ", "     3  | * c1", "     4  | * c2",
+                           "     5  * c2", "     5  R1 a b 1k  tc=1", "     5  | R1 a b 1k", "     6  | ", "     7  | + tc=1",
+                           "     9  .end", "     8  | "}));
+
+    // A section counts from the lines before it.
+    const Result section = tool({"section", data("models.lib"), "--start", "127", "--end", "318", "--line-offset", "5", "--literal"});
+    ASSERT_EQ(section.code, 0) << section.err.toStdString();
+    const QStringList s = lines(section.out);
+    EXPECT_EQ(s.mid(6, 7), (QStringList{"     9  .ends OPAMP", "     9  | .ends OPAMP", "    11  * a subcircuit in capitals",
+                                        "    10  | * a subcircuit in capitals", "    11  .SUBCKT GATE_DRV in out  params: delay=10n",
+                                        "    11  | .SUBCKT GATE_DRV in out", "    12  | + params: delay=10n"}));
+    const QJsonArray json = parseJson(tool({"section", data("models.lib"), "--start", "127", "--end", "318", "--line-offset", "5",
+                                            "--literal", "--json"}).out)["lines"].toArray();
+    QStringList rebuilt;
+    for (const QJsonValue& v : json) {
+        rebuilt << QStringLiteral("%1  %2").arg(v["line"].toInt(), 6).arg(v["text"].toString());
+        for (int i = 0; i < v["literal"].toArray().size(); ++i)
+            rebuilt << QStringLiteral("%1  | %2").arg(v["literalLines"].toArray()[i].toInt(), 6).arg(v["literal"].toArray()[i].toString());
+    }
+    EXPECT_EQ(rebuilt, s);
 }
 
 TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)

@@ -29,9 +29,11 @@ const char* dialectName(SpiceLanguage language)
     return "native";
 }
 
-// The physical lines of a literal buffer, without their line ends.
+// The physical lines of a literal buffer, without their line ends; none for an empty buffer.
 QStringList literalLines(const Buf& buffer)
 {
+    if (buffer.length() == 0)
+        return {};
     QString text = QString::fromUtf8(buffer.data(), buffer.length());
     text.remove(QLatin1Char('\r'));
     if (text.endsWith(QLatin1Char('\n')))
@@ -52,6 +54,7 @@ struct LogicalLine {
     QString text;
     bool nonAscii = false;
     QStringList literal;
+    QList<int> literalNumbers; ///< the physical line number of each literal line
 };
 
 // Reads the file through SpiceStream: its logical lines (unless `lines` is null) and what the stream
@@ -72,7 +75,7 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
     bool nonAscii = false;
     while (stream.gets(&line, &number, &streamFlag, &nonAscii)) {
         if (lines)
-            lines->append({number, toQs(line), nonAscii, {}});
+            lines->append({number, toQs(line), nonAscii, {}, {}});
         summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
         summary.hierarchy = summary.hierarchy || stream.isHierarchy();
         stream.flushBuffer();
@@ -83,17 +86,68 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
     return summary;
 }
 
-QList<LogicalLine> readWithLiteralStream(const QString& path)
+// Numbers each literal line by where it stands: the literal buffers hold every physical line once and
+// in order, so counting their line ends gives the physical line of each. The reader's own number for a
+// comment line is that of the statement after it, which is no help to a designer looking for the line.
+class PhysicalLineCounter {
+public:
+    explicit PhysicalLineCounter(int first) : m_next(first) {}
+    void number(const Buf& buffer, LogicalLine* line)
+    {
+        for (int i = 0; i < line->literal.size(); ++i)
+            line->literalNumbers.append(m_next + i);
+        m_next += static_cast<int>(std::count(buffer.data(), buffer.data() + buffer.length(), '\n'));
+    }
+
+private:
+    int m_next;
+};
+
+// The logical lines of a literal-preserving reader, each with its literal lines numbered from
+// `firstLine`, the physical line on which the reader's first character stands.
+QList<LogicalLine> readLiteralLines(NewSpiceStream& stream, int firstLine)
 {
     QList<LogicalLine> lines;
-    NewSpiceStream stream(toYs(path).c_str());
+    PhysicalLineCounter counter(firstLine);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number)) {
-        lines.append({number, toQs(line), false, literalLines(stream.getLitBuffer())});
+        lines.append({number, toQs(line), false, literalLines(stream.getLitBuffer()), {}});
+        counter.number(stream.getLitBuffer(), &lines.last());
         stream.flushLitBuffer();
     }
     return lines;
+}
+
+QList<LogicalLine> readWithLiteralStream(const QString& path)
+{
+    NewSpiceStream stream(toYs(path).c_str());
+    return readLiteralLines(stream, 1);
+}
+
+// Prints logical lines with the reader's numbers, each followed by its literal lines (if any) numbered
+// by where they stand in the file.
+void printLines(Output& out, const QList<LogicalLine>& lines)
+{
+    for (const LogicalLine& l : lines) {
+        out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
+        for (int i = 0; i < l.literal.size(); ++i)
+            out.pad(std::to_string(l.literalNumbers.value(i)), -6) << "  | " << l.literal[i] << '\n';
+    }
+}
+
+// A logical line as JSON: its number and text, with its literal lines and their numbers when `literal`.
+QJsonObject lineJson(const LogicalLine& l, bool literal)
+{
+    QJsonObject o{{QStringLiteral("line"), l.number}, {QStringLiteral("text"), l.text}};
+    if (literal) {
+        o.insert(QStringLiteral("literal"), QJsonArray::fromStringList(l.literal));
+        QJsonArray numbers;
+        for (int n : l.literalNumbers)
+            numbers.append(n);
+        o.insert(QStringLiteral("literalLines"), numbers);
+    }
+    return o;
 }
 
 // Output rows formatted without allocation, written to standard output a block at a time.
@@ -200,10 +254,8 @@ int runNetlist(const QStringList& arguments)
     if (command.json()) {
         QJsonArray array;
         for (const LogicalLine& l : lines) {
-            QJsonObject o{{QStringLiteral("line"), l.number}, {QStringLiteral("text"), l.text}};
-            if (literal)
-                o.insert(QStringLiteral("literal"), QJsonArray::fromStringList(l.literal));
-            else
+            QJsonObject o = lineJson(l, literal);
+            if (!literal)
                 o.insert(QStringLiteral("nonAscii"), l.nonAscii);
             array.append(o);
         }
@@ -223,12 +275,7 @@ int runNetlist(const QStringList& arguments)
     Output out;
     if (title)
         out << "title: " << summary.title << '\n';
-    for (const LogicalLine& l : lines) {
-        out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
-        if (literal)
-            for (const QString& physical : l.literal)
-                out << "      | " << physical << '\n';
-    }
+    printLines(out, lines);
     out << "dialect: " << dialectName(summary.language) << '\n'
         << "separator: " << summary.separator << '\n'
         << "hierarchy: " << (summary.hierarchy ? "yes" : "no") << '\n'
@@ -292,13 +339,14 @@ int runIndex(const QStringList& arguments)
 
 int runSection(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("section"), QStringLiteral("FILE --start N --end M [--line-offset K] [--name NAME] [--json]"),
+    ToolCommand command(QStringLiteral("section"), QStringLiteral("FILE --start N --end M [--line-offset K] [--name NAME] [--literal] [--json]"),
                         QStringLiteral("Reads one definition of a model library through the library-section reader: the\n"
                                        "characters from N up to M, line numbers counted from K, the definition renamed to NAME."));
     command.addOption({QStringLiteral("start")}, QStringLiteral("Character position of the definition's first character."), QStringLiteral("N"));
     command.addOption({QStringLiteral("end")}, QStringLiteral("Character position just after the definition."), QStringLiteral("M"));
     command.addOption({QStringLiteral("line-offset")}, QStringLiteral("Lines before the definition (default 0)."), QStringLiteral("K"), QStringLiteral("0"));
     command.addOption({QStringLiteral("name")}, QStringLiteral("New name for the definition."), QStringLiteral("NAME"));
+    command.addOption({QStringLiteral("literal")}, QStringLiteral("Also show each line's literal text, numbered by where it stands in the file."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
@@ -323,20 +371,21 @@ int runSection(const QStringList& arguments)
     location.end = static_cast<int>(end);
     location.lineOffset = static_cast<int>(offset);
     LibraryStream stream(location, toYs(command.value(QStringLiteral("name"))));
-    QList<LogicalLine> lines;
-    YString line;
-    int number = 0;
-    while (stream.gets(&line, &number))
-        lines.append({number, toQs(line), false, {}});
+    const bool literal = command.isSet(QStringLiteral("literal"));
+    const QList<LogicalLine> lines = readLiteralLines(stream, static_cast<int>(std::min<long long>(offset + 1, INT_MAX)));
 
     if (command.json()) {
         QJsonArray array;
         for (const LogicalLine& l : lines)
-            array.append(QJsonObject{{QStringLiteral("line"), l.number}, {QStringLiteral("text"), l.text}});
+            array.append(lineJson(l, literal));
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("lines"), array}});
         return ExitOk;
     }
     Output out;
+    if (literal) {
+        printLines(out, lines);
+        return ExitOk;
+    }
     for (const LogicalLine& l : lines)
         out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
     return ExitOk;
