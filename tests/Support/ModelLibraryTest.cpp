@@ -107,9 +107,9 @@ int checkReadBack(const std::string& file, const ModelLibIndex& index, SpiceLang
         for (; l != whole.end() && l->first <= d.lastLine; ++l)
             expected.push_back(l->second);
         std::vector<std::string> got;
-        for (const YString& l : sp_ReadModelDefinition(d, YString()))
-            if (l.at(0) != '*')
-                got.push_back(innerBracesAsParentheses(l.c_str()));
+        for (const YString& line : sp_ReadModelDefinition(d, YString()))
+            if (line.at(0) != '*')
+                got.push_back(innerBracesAsParentheses(line.c_str()));
         EXPECT_EQ(got, expected) << file << ":" << d.line << " " << d.name.c_str();
         if (got != expected)
             return checked;

@@ -10,7 +10,7 @@
 namespace {
 
 struct Counted : YRefCounted {
-    explicit Counted(int* deletions) : deletions(deletions) {}
+    explicit Counted(int* deletionCount) : deletions(deletionCount) {}
     ~Counted() override { ++*deletions; }
     int* deletions;
 };

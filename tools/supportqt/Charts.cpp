@@ -18,9 +18,7 @@ std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& ta
     return runs;
 }
 
-namespace {
-
-std::string escaped(const std::string& text)
+std::string xmlEscaped(const std::string& text)
 {
     std::string out;
     out.reserve(text.size());
@@ -35,6 +33,8 @@ std::string escaped(const std::string& text)
     }
     return out;
 }
+
+namespace {
 
 // At most `maxChars` characters of a UTF-8 text, an ellipsis standing for the rest.
 std::string clipped(const std::string& text, size_t maxChars)
@@ -72,7 +72,7 @@ std::string svgText(double x, double y, const std::string& anchor, int size, con
                     const char* extra = "")
 {
     return "  <text x=\"" + px(x) + "\" y=\"" + px(y) + "\" text-anchor=\"" + anchor + "\" font-size=\"" +
-           std::to_string(size) + "\"" + extra + ">" + escaped(text) + "</text>\n";
+           std::to_string(size) + "\"" + extra + ">" + xmlEscaped(text) + "</text>\n";
 }
 
 std::string svgRect(double x, double y, double w, double h, const char* fill)
@@ -92,7 +92,7 @@ std::string document(double width, double height, const std::string& title, cons
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
            "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + px(width) + "\" height=\"" + px(height) +
            "\" viewBox=\"0 0 " + px(width) + " " + px(height) + "\" font-family=\"sans-serif\">\n"
-           "  <title>" + escaped(title) + "</title>\n" + svgRect(0, 0, width, height, "#ffffff") + body + "</svg>\n";
+           "  <title>" + xmlEscaped(title) + "</title>\n" + svgRect(0, 0, width, height, "#ffffff") + body + "</svg>\n";
 }
 
 std::string meritTitle(const XMLReportHeader& header, int merit)

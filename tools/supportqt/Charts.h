@@ -15,5 +15,8 @@ std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const 
 /// marked by a dashed line.
 std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
 
+/// The text with "&", "<", ">" and '"' escaped, for XML and HTML text and double-quoted attributes.
+std::string xmlEscaped(const std::string& text);
+
 /// The records of the table in case order.
 std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& table);

@@ -1,28 +1,13 @@
 // StatsPage.cpp - SVG pictures, the standalone HTML page and the CSV table of run statistics. Every
 // text of a picture has a row or column of its own, so that no two texts overlap.
 #include "StatsPage.h"
+#include "Charts.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 namespace {
-
-std::string esc(const std::string& text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '"': out += "&quot;"; break;
-        default: out += c;
-        }
-    }
-    return out;
-}
 
 std::string fmt(const char* format, double value)
 {
@@ -55,7 +40,7 @@ public:
     void text(double x, double y, const char* anchor, int size, const std::string& t, const char* extra = "")
     {
         m_body += "  <text x=\"" + px(x) + "\" y=\"" + px(y) + "\" text-anchor=\"" + anchor + "\" font-size=\"" +
-                  std::to_string(size) + "\"" + extra + ">" + esc(t) + "</text>\n";
+                  std::to_string(size) + "\"" + extra + ">" + xmlEscaped(t) + "</text>\n";
     }
     void rect(double x, double y, double w, double h, const char* fill)
     {
@@ -72,7 +57,7 @@ public:
     {
         return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" +
                px(m_width) + "\" height=\"" + px(height) + "\" viewBox=\"0 0 " + px(m_width) + " " + px(height) +
-               "\" font-family=\"sans-serif\">\n  <title>" + esc(m_title) + "</title>\n  <rect x=\"0\" y=\"0\" width=\"" +
+               "\" font-family=\"sans-serif\">\n  <title>" + xmlEscaped(m_title) + "</title>\n  <rect x=\"0\" y=\"0\" width=\"" +
                px(m_width) + "\" height=\"" + px(height) + "\" fill=\"#ffffff\"/>\n" + m_body + "</svg>\n";
     }
 
@@ -340,7 +325,7 @@ std::string cell(double v, const std::string& shown, const char* cls = "")
 {
     const std::string key = std::isnan(v) ? std::string() : fmt("%.17g", v);
     return std::string("<td") + (*cls ? std::string(" class=\"") + cls + "\"" : std::string()) + " data-v=\"" + key +
-           "\">" + esc(shown) + "</td>";
+           "\">" + xmlEscaped(shown) + "</td>";
 }
 
 std::string interval(const ConfidenceInterval& i)
@@ -364,15 +349,15 @@ std::string deviations(const WorstCaseRun& run)
 std::string statsHtmlPage(const std::string& title, const std::string& file, const std::vector<MeritStatistics>& all)
 {
     std::string h = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>Run statistics: " +
-                    esc(title) + "</title>\n<style>\n" + kStyle + "</style>\n</head>\n<body>\n<h1>Run statistics</h1>\n" +
-                    "<p class=\"file\">" + esc(file) + (title.empty() ? "" : " &mdash; " + esc(title)) + "</p>\n";
+                    xmlEscaped(title) + "</title>\n<style>\n" + kStyle + "</style>\n</head>\n<body>\n<h1>Run statistics</h1>\n" +
+                    "<p class=\"file\">" + xmlEscaped(file) + (title.empty() ? "" : " &mdash; " + xmlEscaped(title)) + "</p>\n";
     h += "<table class=\"sortable\" id=\"summary\">\n<thead><tr><th class=\"name\">Merit function</th><th>Runs</th>"
          "<th>Mean</th><th>Std dev</th><th>Min</th><th>Max</th><th>Yield</th><th>Cpk</th><th class=\"name\">Verdict</th>"
          "</tr></thead>\n<tbody>\n";
     for (const MeritStatistics& s : all) {
         const MomentSummary& m = s.sample.moments();
-        h += "<tr><td class=\"name\" data-v=\"" + esc(meritLabel(s)) + "\"><a href=\"#merit" + std::to_string(s.merit + 1) +
-             "\">" + esc(meritLabel(s)) + "</a></td>" + cell(static_cast<double>(s.runCount), std::to_string(s.runCount)) +
+        h += "<tr><td class=\"name\" data-v=\"" + xmlEscaped(meritLabel(s)) + "\"><a href=\"#merit" + std::to_string(s.merit + 1) +
+             "\">" + xmlEscaped(meritLabel(s)) + "</a></td>" + cell(static_cast<double>(s.runCount), std::to_string(s.runCount)) +
              cell(m.mean(), show(m.mean())) + cell(m.standardDeviation(), show(m.standardDeviation())) +
              cell(m.minimum(), show(m.minimum())) + cell(m.maximum(), show(m.maximum())) +
              cell(s.yield, percent(s.yield), yieldClass(s.yield)) + cell(s.cpk, show(s.cpk)) +
@@ -386,20 +371,20 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
         const std::string verdict = statsVerdict(s);
         const std::string cls = verdict == "no limits" ? "none" : verdict;
         h += "<section class=\"card " + cls + "\" id=\"merit" + std::to_string(s.merit + 1) + "\">\n<h2>" +
-             esc(meritLabel(s)) + (s.definition.isEmpty() ? "" : " <span class=\"def\">= " + esc(s.definition.str()) + "</span>") +
+             xmlEscaped(meritLabel(s)) + (s.definition.isEmpty() ? "" : " <span class=\"def\">= " + xmlEscaped(s.definition.str()) + "</span>") +
              " <span class=\"verdict " + cls + "\">" + verdict + "</span></h2>\n";
         h += "<p>" + std::to_string(m.count()) + " runs with a finite value" +
              (m.nonFiniteCount() ? ", " + std::to_string(m.nonFiniteCount()) + " without (counted as failing)" : std::string()) +
              ".";
         if (s.limits.any())
-            h += " Limits " + esc(limitsText(s.limits)) + ": " + std::to_string(s.passCount) + " of " +
+            h += " Limits " + xmlEscaped(limitsText(s.limits)) + ": " + std::to_string(s.passCount) + " of " +
                  std::to_string(s.runCount) + " runs pass, yield <span class=\"" + yieldClass(s.yield) + "\">" +
                  percent(s.yield) + "</span> (95% interval " + percent(s.yieldInterval.low) + " to " +
                  percent(s.yieldInterval.high) + "), " + show(s.yieldSigma) + " sigma.";
         h += "</p>\n<div class=\"charts\">\n" + inlineSvg(statsHistogramSvg(s)) + inlineSvg(statsCdfSvg(s)) + "</div>\n";
         h += "<table class=\"facts\">\n";
         const auto fact = [&h](const std::string& key, const std::string& value) {
-            h += "<tr><td>" + esc(key) + "</td><td>" + esc(value) + "</td></tr>\n";
+            h += "<tr><td>" + xmlEscaped(key) + "</td><td>" + xmlEscaped(value) + "</td></tr>\n";
         };
         fact("mean", show(m.mean()));
         fact("standard deviation", show(m.standardDeviation()));
@@ -429,7 +414,7 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
             for (const auto& [what, run] : {std::pair<const char*, const WorstCaseRun*>{"minimum", &s.atMinimum},
                                             std::pair<const char*, const WorstCaseRun*>{"maximum", &s.atMaximum}})
                 h += "<tr><td class=\"name\">" + std::string(what) + "</td><td>" + std::to_string(run->caseNumber) +
-                     "</td><td>" + show(run->value) + "</td><td class=\"name\">" + esc(deviations(*run)) + "</td></tr>\n";
+                     "</td><td>" + show(run->value) + "</td><td class=\"name\">" + xmlEscaped(deviations(*run)) + "</td></tr>\n";
         }
         h += "</tbody></table>\n</section>\n";
     }
