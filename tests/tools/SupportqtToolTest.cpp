@@ -966,6 +966,42 @@ print(len(boxes), len(clashes), clashes[:3])
     EXPECT_EQ(fields[1], "0") << file.toStdString() << ": " << r.out.toStdString();
 }
 
+TEST_F(Tool, SensitivityReportOfAMonteCarloRunWarnsAndLeavesTheChartOut)
+{
+    const QString mc = example("results/buck_montecarlo.msw");
+    const QString warning = "supportqt report: warning: " + mc +
+                            " holds a Monte Carlo run (.mc 400 tran); its normalised sensitivities mean little\n";
+    const Result plain = tool({"report", "sens", mc, "-o", temp("mc-sens.html")});
+    EXPECT_EQ(plain.code, 0);
+    EXPECT_EQ(plain.err, warning);
+    EXPECT_EQ(plain.out, "wrote " + temp("mc-sens.html") + "\n");
+    EXPECT_TRUE(QFileInfo::exists(temp("mc-sens.html")));
+
+    // The report is written; the chart is not, and stderr says so.
+    const Result charted = tool({"report", "sens", mc, "-o", temp("mc-sens2.html"), "--chart", temp("mc-tornado.svg")});
+    EXPECT_EQ(charted.code, 0);
+    EXPECT_EQ(charted.err, warning + "supportqt report: the chart " + temp("mc-tornado.svg") +
+                               " was left out; --force writes it all the same\n");
+    EXPECT_EQ(charted.out, "wrote " + temp("mc-sens2.html") + "\n");
+    EXPECT_TRUE(QFileInfo::exists(temp("mc-sens2.html")));
+    EXPECT_FALSE(QFileInfo::exists(temp("mc-tornado.svg")));
+
+    const Result forced = tool({"report", "sens", mc, "-o", temp("mc-sens3.html"), "--chart", temp("mc-tornado.svg"), "--force"});
+    EXPECT_EQ(forced.code, 0);
+    EXPECT_EQ(forced.err, warning);
+    EXPECT_EQ(forced.out, "wrote " + temp("mc-sens3.html") + "\nwrote " + temp("mc-tornado.svg") + "\n");
+    EXPECT_TRUE(QFileInfo::exists(temp("mc-tornado.svg")));
+
+    // A sensitivity run and the Monte Carlo log itself draw no warning.
+    const Result sens = tool({"report", "sens", example("results/buck_sensitivity.msw"), "-o", temp("s.html"), "--chart", temp("s.svg")});
+    EXPECT_EQ(sens.code, 0);
+    EXPECT_EQ(sens.err, QString());
+    EXPECT_TRUE(QFileInfo::exists(temp("s.svg")));
+    const Result log = tool({"report", "mc", mc, "-o", temp("mc.html")});
+    EXPECT_EQ(log.code, 0);
+    EXPECT_EQ(log.err, QString());
+}
+
 TEST_F(Tool, ChartsOfFiftyBarsHaveNoOverlappingText)
 {
     // A sensitivity run of 50 parameters with long names, and a Monte Carlo run of 2,500 runs (50 bins).

@@ -602,9 +602,17 @@ int runAppendMerit(const QStringList& arguments)
     return ExitOk;
 }
 
+// True when the results come from a Monte Carlo analysis, whose runs each move every parameter at once.
+bool isMonteCarlo(const XMLReportHeader& header)
+{
+    const QString analysis = toQs(header.analysis).trimmed();
+    return analysis.startsWith(QLatin1String(".mc"), Qt::CaseInsensitive) &&
+           (analysis.size() == 3 || analysis.at(3).isSpace());
+}
+
 int runReport(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("report"), QStringLiteral("mc|wc|sens|csv RESULTS -o OUT [--style CSS] [--sort COLUMN] [--chart SVG]"),
+    ToolCommand command(QStringLiteral("report"), QStringLiteral("mc|wc|sens|csv RESULTS -o OUT [--style CSS] [--sort COLUMN] [--chart SVG [--force]]"),
                         QStringLiteral("Writes a report of a results file: the Monte Carlo (mc) or worst-case (wc) HTML log, or\n"
                                        "the sensitivity table as HTML (sens) or CSV (csv). With --chart, sens also writes a tornado\n"
                                        "chart of the normalised sensitivities and mc a histogram of each merit function."));
@@ -615,6 +623,7 @@ int runReport(const QStringList& arguments)
                                                                "delta and norm of each merit function in turn (default 0)."),
                       QStringLiteral("COLUMN"), QStringLiteral("0"));
     command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
+    command.addOption({QStringLiteral("force")}, QStringLiteral("Chart the normalised sensitivities of a Monte Carlo run all the same."));
     const int early = command.parse(arguments, 2, 2);
     if (early >= 0)
         return early;
@@ -626,8 +635,8 @@ int runReport(const QStringList& arguments)
     long long sort = 0;
     if (!command.intValue(QStringLiteral("sort"), &sort))
         return ExitUsage;
-    const QString chart = command.value(QStringLiteral("chart"));
-    if (!chart.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
+    const QString chartOption = command.value(QStringLiteral("chart"));
+    if (!chartOption.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
         return command.fail(ExitUsage, QStringLiteral("--chart goes with the sens and mc reports"));
     const QString style = command.value(QStringLiteral("style"));
     if (!style.isEmpty() && !command.checkInput(style))
@@ -640,6 +649,17 @@ int runReport(const QStringList& arguments)
     const int columns = 2 + 3 * header.meritFunctions.count();
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
+    // A Monte Carlo run moves every parameter at once, so a run's normalised sensitivity credits one
+    // parameter with what all of them did: the report still shows them, the chart only when asked.
+    QString chart = chartOption;
+    if (kind == QLatin1String("sens") && isMonteCarlo(header)) {
+        command.warn(QStringLiteral("warning: %1 holds a Monte Carlo run (%2); its normalised sensitivities mean little")
+                         .arg(command.positional().at(1), toQs(header.analysis).trimmed()));
+        if (!chart.isEmpty() && !command.isSet(QStringLiteral("force"))) {
+            command.warn(QStringLiteral("the chart %1 was left out; --force writes it all the same").arg(chart));
+            chart.clear();
+        }
+    }
     // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
     for (const QString& out : {output, chart})
         if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))

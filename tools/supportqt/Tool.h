@@ -49,6 +49,8 @@ public:
 
     /// Writes "supportqt NAME: MESSAGE" as one line on standard error and returns `code`.
     int fail(int code, const QString& message) const;
+    /// Writes "supportqt NAME: MESSAGE" as one line on standard error: a note that does not stop the work.
+    void warn(const QString& message) const { fail(ExitOk, message); }
     /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the
     /// library's file-open diagnosis, and returns false.
     bool checkInput(const QString& path) const;
