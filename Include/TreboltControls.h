@@ -64,6 +64,12 @@ struct SelectTreboltAnalysisData {
     };
 };
 
+/// A parameter given in a block of control statements, with its value token as the designer wrote it.
+struct TreboltWrittenParam {
+    YString name; ///< keyword as spelled in the parameter table
+    YString text; ///< the value token as written; empty for a flag
+};
+
 /// What `kvfe_ParseTreboltCommands` fills. The caller owns the result and the two flag arrays
 /// (`TreboltFlagSlotCount` bools each) and clears `presentFlags` beforehand.
 struct TreboltCommandParseResult {
@@ -73,6 +79,7 @@ struct TreboltCommandParseResult {
     YString commonText;              ///< raw text of the kept lines for both or for no declared simulator
     bool* enabledFlags = nullptr;    ///< per slot: false when the statement stood commented out
     bool* presentFlags = nullptr;    ///< per slot: true when the statement was read
+    YList<TreboltWrittenParam> written; ///< the parameters given in the text (the first of each), in `params` order
 };
 
 /// Text of each statement that `kvfe_CompileTreboltControls` writes, or empty.
@@ -90,6 +97,10 @@ struct TreboltStatements {
 /// by target simulator. `params` is appended to. A commented-out statement ("*.tran ...") is read like
 /// an active one and marked disabled.
 SUPPORTQT_API void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* result);
+
+/// The choice keyword at `index` of the choice parameter `keyword` (any case), as the compiler writes it;
+/// null when the parameter has no such choice.
+SUPPORTQT_API const char* kvfe_TreboltChoiceName(const char* keyword, int index);
 
 /// The control statements of the netlist `text` (".tran", ".pop", ".options", ".print", ".ac" and
 /// ".simulator" lines, any case, active or commented out with "*"), each with its "+" continuation

@@ -49,8 +49,10 @@ int findStatement(const YString& token)
 }
 
 // Converts `token` by the parameter's type and appends it unless the keyword is already there (the
-// first occurrence wins). A choice token that names no choice is dropped.
-void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamValue>& params)
+// first occurrence wins), noting the token as written in `written`. A choice token that names no choice
+// is dropped.
+void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamValue>& params,
+                YList<TreboltWrittenParam>& written)
 {
     TreboltParamValue entry;
     entry.name = def.keyword;
@@ -88,8 +90,13 @@ void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamVal
     case TreboltNone:
         break;
     }
-    if (findParam(params, def.keyword) < 0)
+    if (findParam(params, def.keyword) < 0) {
         params.append(entry);
+        TreboltWrittenParam as;
+        as.name = def.keyword;
+        as.text = token;
+        written.append(as);
+    }
 }
 
 // The tokens of a line as YString::strtok gives them (delimiters before a token are skipped, a token
@@ -127,14 +134,15 @@ private:
 
 // Reads the parameters that follow a statement name. True when the statement has positional parameters
 // or at least one named parameter was recognised.
-bool readParameters(const StatementDef& statement, Tokens& rest, YList<TreboltParamValue>& params)
+bool readParameters(const StatementDef& statement, Tokens& rest, YList<TreboltParamValue>& params,
+                    YList<TreboltWrittenParam>& written)
 {
     bool success = statement.positionalCount > 0;
     for (int i = 0; i < statement.positionalCount; ++i) {
         const YString token = rest.next();
         if (token.isEmpty())
             break;
-        storeValue(statement.positional[i], token, params);
+        storeValue(statement.positional[i], token, params, written);
     }
     for (YString token = rest.next(); !token.isEmpty(); token = rest.next()) {
         const ParamDef* def = nullptr;
@@ -147,7 +155,7 @@ bool readParameters(const StatementDef& statement, Tokens& rest, YList<TreboltPa
         if (!def)
             continue;
         success = true;
-        storeValue(*def, def->type == TreboltFlag ? YString() : rest.next(), params);
+        storeValue(*def, def->type == TreboltFlag ? YString() : rest.next(), params, written);
     }
     return success;
 }
@@ -302,7 +310,7 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
             const int row = findStatement(first);
             if (row >= 0) {
                 found[row] = true;
-                consumed = readParameters(kStatements[row], rest, result->params);
+                consumed = readParameters(kStatements[row], rest, result->params, result->written);
             }
         }
         if (!consumed) {

@@ -104,3 +104,15 @@ int findParam(const YList<TreboltParamValue>& params, const char* keyword)
 }
 
 } // namespace trebolt
+
+const char* kvfe_TreboltChoiceName(const char* keyword, int index)
+{
+    if (!keyword || index < 0 || index > 3)
+        return nullptr;
+    for (const trebolt::StatementDef& statement : trebolt::kStatements) {
+        const trebolt::ParamDef* def = trebolt::findParamDef(statement, keyword);
+        if (def && def->type == TreboltChoice)
+            return def->choices[index];
+    }
+    return nullptr;
+}

@@ -616,3 +616,33 @@ TEST(TreboltControlLines, IndentationAndCommentMark)
     EXPECT_STREQ(kvfe_TreboltControlStatementLines("* .ac DEC 10 1 1k\n").c_str(), "");
     EXPECT_STREQ(kvfe_TreboltControlStatementLines("").c_str(), "");
 }
+
+TEST(TreboltWritten, TheGivenParametersKeepTheirTokensAsWritten)
+{
+    const Parsed p = parse(".options PSP_NPT=101 POP_SHOWDATA psp_npt=7\n.pop TRIG_COND=0_to_1 MAX_PERIOD=2.2u TRIG_COND=bogus\n");
+    const YList<TreboltWrittenParam>& w = p.result.written;
+    ASSERT_EQ(w.count(), 4);
+    EXPECT_EQ(w[0].name, YString("PSP_NPT"));
+    EXPECT_EQ(w[0].text, YString("101"));
+    EXPECT_EQ(w[1].name, YString("POP_SHOWDATA"));
+    EXPECT_EQ(w[1].text, YString());
+    EXPECT_EQ(w[2].name, YString("TRIG_COND"));
+    EXPECT_EQ(w[2].text, YString("0_to_1"));
+    EXPECT_EQ(w[3].text, YString("2.2u"));
+    // The settings are as before: PSP_NPT keeps intervals.
+    EXPECT_EQ(get(p, "PSP_NPT").value.integer, 100);
+    // A choice that names no choice is not given.
+    EXPECT_TRUE(parse(".pop TRIG_COND=sideways\n").result.written.isEmpty());
+}
+
+TEST(TreboltWritten, ChoiceNamesComeFromTheTables)
+{
+    EXPECT_STREQ(kvfe_TreboltChoiceName("TRIG_COND", 1), "1_TO_0");
+    EXPECT_STREQ(kvfe_TreboltChoiceName("sweep_param_depth", 2), "GLOBAL");
+    EXPECT_STREQ(kvfe_TreboltChoiceName("SWEEP_TYPE", 0), "DEC");
+    EXPECT_EQ(kvfe_TreboltChoiceName("FREQ_DOMAIN", 2), nullptr);
+    EXPECT_EQ(kvfe_TreboltChoiceName("FREQ_DOMAIN", -1), nullptr);
+    EXPECT_EQ(kvfe_TreboltChoiceName("PSP_NPT", 0), nullptr);
+    EXPECT_EQ(kvfe_TreboltChoiceName("NO_SUCH", 0), nullptr);
+    EXPECT_EQ(kvfe_TreboltChoiceName(nullptr, 0), nullptr);
+}

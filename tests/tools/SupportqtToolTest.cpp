@@ -5,6 +5,7 @@
 
 #include "Help.h"
 #include "Reports.h"
+#include "TextServices.h"
 #include "XMLReport.h"
 
 #include <QDir>
@@ -117,15 +118,25 @@ QStringList lines(const QString& text)
     return l;
 }
 
-// Control-statement parameters keyed by name: the order in which they were met does not matter.
+// Control-statement settings (type and value) keyed by name: the order in which they were met does not
+// matter, nor how they came about, since statements written back spell out what was defaulted.
 QJsonObject byName(const QJsonArray& params)
 {
     QJsonObject map;
     for (const QJsonValue& p : params)
-        map.insert(p["name"].toString(), p);
+        map.insert(p["name"].toString(), QJsonObject{{"type", p["type"]}, {"value", p["value"]}});
     return map;
 }
 
+
+// Control-statement parameters keyed by name, whole.
+QJsonObject byNameAll(const QJsonObject& controls)
+{
+    QJsonObject map;
+    for (const QJsonValue& p : controls["params"].toArray())
+        map.insert(p["name"].toString(), p);
+    return map;
+}
 
 const QStringList kSubcommands{"netlist", "index", "section", "lib", "controls", "results", "stats", "merge", "validate",
                                "append-merit", "report", "text", "why", "glob", "regex", "run", "help-url", "demo"};
@@ -512,12 +523,12 @@ TEST_F(Tool, ControlsShowsTheSettingsAndWritesThemBack)
     const Result r = tool({"controls", example("netlists/buck_converter.cir"), "--compile"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const QStringList l = lines(r.out);
-    EXPECT_EQ(l[0], "name                                 type     given  value");
-    EXPECT_TRUE(l.contains("TSTOP                                real     yes    0.002"));
-    EXPECT_TRUE(l.contains("TRIG_GATE                            text     yes    gate_hi"));
-    EXPECT_TRUE(l.contains("PSP_NPT                              integer  yes    100"));
-    EXPECT_TRUE(l.contains("POP_SHOWDATA                         flag     yes    true"));
-    EXPECT_TRUE(l.contains("PPT_STOP_TIME                        real     no     "));
+    EXPECT_EQ(l[0], "name                                 type     given    value");
+    EXPECT_TRUE(l.contains("TSTOP                                real     given    2m"));
+    EXPECT_TRUE(l.contains("TRIG_GATE                            text     given    gate_hi"));
+    EXPECT_TRUE(l.contains("PSP_NPT                              integer  given    101"));
+    EXPECT_TRUE(l.contains("POP_SHOWDATA                         flag     given    true"));
+    EXPECT_TRUE(l.contains("PPT_STOP_TIME                        real     not set  "));
     EXPECT_TRUE(l.contains("  .ac     present  commented out"));
     EXPECT_TRUE(l.contains("  .pop    present  enabled"));
     const int written = l.indexOf("written back:");
@@ -553,20 +564,75 @@ TEST_F(Tool, ControlsJsonCarriesTheSameValuesAsTheText)
         const QString row = l[i + 1];
         EXPECT_EQ(row.left(36).trimmed(), p["name"].toString());
         EXPECT_EQ(row.mid(37, 8).trimmed(), p["type"].toString());
-        EXPECT_EQ(row.mid(46, 5).trimmed(), p["given"].toBool() ? "yes" : "no");
-        const QString value = row.mid(53);
+        EXPECT_EQ(row.mid(46, 7).trimmed(), p["origin"].toString());
+        EXPECT_EQ(p["given"].toBool(), p["origin"].toString() == "given");
+        EXPECT_EQ(row.mid(55), p["text"].toString());
         const QJsonValue v = p["value"];
-        if (v.isNull())
-            EXPECT_EQ(value, QString());
-        else if (v.isBool())
-            EXPECT_EQ(value, v.toBool() ? "true" : "false");
-        else if (v.isString())
-            EXPECT_EQ(value, v.toString());
-        else
-            EXPECT_EQ(value.toDouble(), v.toDouble()) << p["name"].toString().toStdString();
+        EXPECT_EQ(v.isNull(), p["origin"].toString() == "not set") << p["name"].toString().toStdString();
+        if (v.isBool() && p["type"].toString() == "flag") {
+            EXPECT_EQ(p["text"].toString(), v.toBool() ? "true" : "false");
+        } else if (v.isString()) {
+            EXPECT_EQ(p["text"].toString(), v.toString());
+        } else if (v.isDouble() && p["type"].toString() == "real") {
+            EXPECT_NEAR(sp_ConvertEngToReal(p["text"].toString().toUtf8().constData(), nullptr), v.toDouble(),
+                        std::fabs(v.toDouble()) * 1e-5)
+                << p["name"].toString().toStdString();
+        }
     }
     EXPECT_TRUE(text.out.endsWith("written back:\n" + o["compiled"].toString()));
     EXPECT_EQ(o["kept"].toObject()["main"].toString(), ".tran 10n 2m 1m\n");
+}
+
+TEST_F(Tool, ControlsShowWhatTheDesignerWroteAndWhereEachValueCameFrom)
+{
+    const Result r = tool({"controls", example("netlists/buck_converter.cir")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList l = lines(r.out);
+    // As written: "2m", "0_to_1", "2.2u" and the 101 points of the .options line (the settings keep 100
+    // intervals). Defaults in engineering notation and by choice name, as they would be written back.
+    EXPECT_EQ(l.mid(0, 16), (QStringList{"name                                 type     given    value",
+                                         "TSTOP                                real     given    2m",
+                                         "TSAVE                                real     given    1m",
+                                         "TRIG_GATE                            text     given    gate_hi",
+                                         "TRIG_COND                            choice   given    0_to_1",
+                                         "MAX_PERIOD                           real     given    2.2u",
+                                         "PSP_NPT                              integer  given    101",
+                                         "POP_ITRMAX                           integer  given    30",
+                                         "POP_SHOWDATA                         flag     given    true",
+                                         "SWEEP_TYPE                           choice   given    DEC",
+                                         "N_PT                                 integer  given    20",
+                                         "START_FREQ                           real     given    100",
+                                         "STOP_FREQ                            real     given    1meg",
+                                         "ALL                                  flag     given    true",
+                                         "PSP_START                            real     default  1m",
+                                         "PSP_END                              real     default  2m"}));
+    EXPECT_TRUE(l.contains("POP_OUTPUT_CYCLES                    integer  default  5"));
+    EXPECT_TRUE(l.contains("FREQ_DOMAIN                          choice   default  S"));
+    EXPECT_TRUE(l.contains("SWEEP_PARAM_DEPTH                    choice   default  TOP"));
+    EXPECT_TRUE(l.contains("CONVERGENCE                          real     default  10f"));
+    EXPECT_TRUE(l.contains("MIN_AVG_TOPOLOGY_DUR                 real     default  1e-18"));
+    EXPECT_TRUE(l.contains("NODE_V                               flag     default  false"));
+    EXPECT_TRUE(l.contains("SNAPSHOT_NPT                         integer  not set  "));
+
+    const QJsonObject json = byNameAll(parseJson(tool({"controls", example("netlists/buck_converter.cir"), "--json"}).out));
+    EXPECT_EQ(json["PSP_NPT"].toObject(), (QJsonObject{{"name", "PSP_NPT"}, {"type", "integer"}, {"given", true},
+                                                       {"origin", "given"}, {"value", 100}, {"text", "101"}}));
+    EXPECT_EQ(json["TRIG_COND"].toObject(), (QJsonObject{{"name", "TRIG_COND"}, {"type", "choice"}, {"given", true},
+                                                         {"origin", "given"}, {"value", 0}, {"text", "0_to_1"}}));
+    EXPECT_EQ(json["FREQ_DOMAIN"].toObject(), (QJsonObject{{"name", "FREQ_DOMAIN"}, {"type", "choice"}, {"given", false},
+                                                           {"origin", "default"}, {"value", 0}, {"text", "S"}}));
+    EXPECT_EQ(json["EMSG_MAX"].toObject(), (QJsonObject{{"name", "EMSG_MAX"}, {"type", "integer"}, {"given", false},
+                                                        {"origin", "not set"}, {"value", QJsonValue()}, {"text", ""}}));
+
+    // The block written back reads as given, in the compiler's spelling, with the same 101 points.
+    const QString block = temp("back.cir");
+    writeFileBytes(block.toStdString(), ".options PSP_NPT=101 FREQ_DOMAIN=Z\n.pop TRIG_COND=1_TO_0 CONVERGENCE=10f\n");
+    const QStringList b = lines(tool({"controls", block, "--block"}).out);
+    EXPECT_TRUE(b.contains("PSP_NPT                              integer  given    101"));
+    EXPECT_TRUE(b.contains("FREQ_DOMAIN                          choice   given    Z"));
+    EXPECT_TRUE(b.contains("TRIG_COND                            choice   given    1_TO_0"));
+    EXPECT_TRUE(b.contains("CONVERGENCE                          real     given    10f"));
+    EXPECT_TRUE(b.contains("SWEEP_PARAM_DEPTH                    choice   default  TOP"));
 }
 
 // ---------------------------------------------------------------- results, validate, append-merit

@@ -4,6 +4,7 @@
 #include "Tool.h"
 
 #include "TextFile.h"
+#include "TextServices.h"
 #include "TreboltControls.h"
 
 #include <QJsonArray>
@@ -25,17 +26,52 @@ const char* typeName(TreboltParamType type)
     return "none";
 }
 
-// The value as the table shows it; empty when the parameter was not given.
-std::string valueText(const TreboltParamValue& v)
+// Where a setting's value came from: written in the statements, filled in by the parser, or neither.
+enum class Origin { Given, Default, NotSet };
+
+const char* originName(Origin origin)
 {
+    switch (origin) {
+    case Origin::Given: return "given";
+    case Origin::Default: return "default";
+    case Origin::NotSet: break;
+    }
+    return "not set";
+}
+
+// The token the designer wrote for `name`, or null when the parameter was not written.
+const TreboltWrittenParam* writtenParam(const YList<TreboltWrittenParam>& written, const YString& name)
+{
+    for (int i = 0; i < written.count(); ++i)
+        if (written[i].name.equalsNoCase(name.c_str()))
+            return &written[i];
+    return nullptr;
+}
+
+Origin originOf(const TreboltParamValue& v, const YList<TreboltWrittenParam>& written)
+{
+    if (writtenParam(written, v.name))
+        return Origin::Given;
+    return v.valid ? Origin::Default : Origin::NotSet;
+}
+
+// The value as the table shows it: the token as written where the parameter was given (a flag shows
+// "true"), otherwise the value as the compiler would write it; empty when the parameter is not set.
+std::string valueText(const TreboltParamValue& v, const YList<TreboltWrittenParam>& written)
+{
+    if (const TreboltWrittenParam* w = writtenParam(written, v.name))
+        return v.type == TreboltFlag ? std::string("true") : std::string(w->text.str());
     if (!v.valid)
         return std::string();
     switch (v.type) {
-    case TreboltReal: return realText(v.value.real);
-    case TreboltInteger:
-    case TreboltChoice: return std::to_string(v.value.integer);
-    case TreboltFlag:
-    case TreboltSwitch: return v.value.flag ? "true" : "false";
+    case TreboltReal: return sp_ConvertRealToJSEng(v.value.real, 6, false).str();
+    case TreboltInteger: return std::to_string(v.value.integer);
+    case TreboltChoice: {
+        const char* name = kvfe_TreboltChoiceName(v.name.c_str(), v.value.integer);
+        return name ? std::string(name) : std::to_string(v.value.integer);
+    }
+    case TreboltFlag: return v.value.flag ? "true" : "false";
+    case TreboltSwitch: return v.value.flag ? "1" : "0";
     case TreboltText: return v.text.str();
     case TreboltNone: break;
     }
@@ -98,11 +134,15 @@ int runControls(const QStringList& arguments)
 
     if (command.json()) {
         QJsonArray params;
-        for (const TreboltParamValue& v : result.params)
+        for (const TreboltParamValue& v : result.params) {
+            const Origin origin = originOf(v, result.written);
             params.append(QJsonObject{{QStringLiteral("name"), toQs(v.name)},
                                       {QStringLiteral("type"), QString::fromLatin1(typeName(v.type))},
-                                      {QStringLiteral("given"), v.valid != 0},
-                                      {QStringLiteral("value"), valueJson(v)}});
+                                      {QStringLiteral("given"), origin == Origin::Given},
+                                      {QStringLiteral("origin"), QString::fromLatin1(originName(origin))},
+                                      {QStringLiteral("value"), valueJson(v)},
+                                      {QStringLiteral("text"), QString::fromStdString(valueText(v, result.written))}});
+        }
         QJsonArray statements;
         for (const TreboltSlotStatement& s : kTreboltSlotStatements)
             statements.append(QJsonObject{{QStringLiteral("name"), QString::fromLatin1(s.name)},
@@ -123,11 +163,11 @@ int runControls(const QStringList& arguments)
     Output out;
     out.pad("name", 36) << ' ';
     out.pad("type", 8) << ' ';
-    out.pad("given", 5) << "  value\n";
+    out.pad("given", 7) << "  value\n";
     for (const TreboltParamValue& v : result.params) {
         out.pad(v.name.str(), 36) << ' ';
         out.pad(typeName(v.type), 8) << ' ';
-        out.pad(v.valid ? "yes" : "no", 5) << "  " << valueText(v) << '\n';
+        out.pad(originName(originOf(v, result.written)), 7) << "  " << valueText(v, result.written) << '\n';
     }
     out << "\nstatements:\n";
     for (const TreboltSlotStatement& s : kTreboltSlotStatements) {
