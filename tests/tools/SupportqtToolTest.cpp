@@ -1068,6 +1068,32 @@ TEST_F(Tool, SensitivityReportOfAMonteCarloRunWarnsAndLeavesTheChartOut)
     EXPECT_EQ(log.err, QString());
 }
 
+TEST_F(Tool, ReportSortTakesAColumnByNumberOrByName)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    // ripple.norm is column 4, as in the header: Case#, Reference, then value, Delta and Norm of each function.
+    const Result byNumber = tool({"report", "csv", results, "-o", temp("n.csv"), "--sort", "4"});
+    const Result byName = tool({"report", "csv", results, "-o", temp("name.csv"), "--sort", "ripple.norm"});
+    ASSERT_EQ(byNumber.code, 0) << byNumber.err.toStdString();
+    ASSERT_EQ(byName.code, 0) << byName.err.toStdString();
+    EXPECT_EQ(readFileBytes(temp("n.csv").toStdString()), readFileBytes(temp("name.csv").toStdString()));
+    ASSERT_EQ(tool({"report", "csv", results, "-o", temp("0.csv")}).code, 0);
+    EXPECT_NE(readFileBytes(temp("n.csv").toStdString()), readFileBytes(temp("0.csv").toStdString()));
+    for (const auto& [name, number] : {std::pair<const char*, const char*>{"reference", "1"}, {"VOUT", "5"}, {"efficiency.delta", "9"}}) {
+        const Result html = tool({"report", "sens", results, "-o", temp("a.html"), "--sort", name});
+        ASSERT_EQ(html.code, 0) << name << ": " << html.err.toStdString();
+        ASSERT_EQ(tool({"report", "sens", results, "-o", temp("b.html"), "--sort", number}).code, 0);
+        EXPECT_EQ(readFileBytes(temp("a.html").toStdString()), readFileBytes(temp("b.html").toStdString())) << name;
+    }
+
+    const Result unknown = tool({"report", "sens", results, "-o", temp("x.html"), "--sort", "ripple.nrom"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_EQ(unknown.err, QStringLiteral("supportqt report: --sort takes a column from 0 to 13 or its name, not 'ripple.nrom'; "
+                                          "valid names: case, reference, ripple, ripple.delta, ripple.norm, vout, vout.delta, "
+                                          "vout.norm, efficiency, efficiency.delta, efficiency.norm, ipeak, ipeak.delta, ipeak.norm\n"));
+    EXPECT_FALSE(QFileInfo::exists(temp("x.html")));
+}
+
 TEST_F(Tool, ChartsOfFiftyBarsHaveNoOverlappingText)
 {
     // A sensitivity run of 50 parameters with long names, and a Monte Carlo run of 2,500 runs (50 bins).

@@ -602,6 +602,19 @@ int runAppendMerit(const QStringList& arguments)
     return ExitOk;
 }
 
+// The names of the sensitivity report's columns, in column order: "case", "reference", then each merit
+// function's value, delta and norm as NAME, NAME.delta and NAME.norm (its defining text where it has no name).
+QStringList sensitivityColumnNames(const XMLReportHeader& header)
+{
+    QStringList names{QStringLiteral("case"), QStringLiteral("reference")};
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        const XMLMeritFunction& merit = header.meritFunctions[m];
+        const QString name = toQs(merit.name.isEmpty() ? merit.value : merit.name);
+        names << name << name + QStringLiteral(".delta") << name + QStringLiteral(".norm");
+    }
+    return names;
+}
+
 // True when the results come from a Monte Carlo analysis, whose runs each move every parameter at once.
 bool isMonteCarlo(const XMLReportHeader& header)
 {
@@ -619,8 +632,9 @@ int runReport(const QStringList& arguments)
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The report file."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("style")}, QStringLiteral("Style sheet whose text goes into the HTML page (default: the built-in style)."),
                       QStringLiteral("CSS"));
-    command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by: 0 case, 1 description, then value, "
-                                                               "delta and norm of each merit function in turn (default 0)."),
+    command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by, by number or by name: 0 case, "
+                                                               "1 reference, then value, delta and norm of each merit function in "
+                                                               "turn, named NAME, NAME.delta and NAME.norm (default 0)."),
                       QStringLiteral("COLUMN"), QStringLiteral("0"));
     command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
     command.addOption({QStringLiteral("force")}, QStringLiteral("Chart the normalised sensitivities of a Monte Carlo run all the same."));
@@ -632,9 +646,9 @@ int runReport(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("unknown report '%1'; valid reports: mc, wc, sens, csv").arg(kind));
     if (!command.isSet(QStringLiteral("output")))
         return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
-    long long sort = 0;
-    if (!command.intValue(QStringLiteral("sort"), &sort))
-        return ExitUsage;
+    const QString sortText = command.value(QStringLiteral("sort")).trimmed();
+    bool sortIsNumber = false;
+    long long sort = sortText.toLongLong(&sortIsNumber);
     const QString chartOption = command.value(QStringLiteral("chart"));
     if (!chartOption.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
         return command.fail(ExitUsage, QStringLiteral("--chart goes with the sens and mc reports"));
@@ -647,6 +661,17 @@ int runReport(const QStringList& arguments)
     if (!loadResults(command, command.positional().at(1), &table, &header))
         return ExitFailure;
     const int columns = 2 + 3 * header.meritFunctions.count();
+    if (!sortIsNumber) {
+        const QStringList names = sensitivityColumnNames(header);
+        sort = -1;
+        for (int i = 0; i < names.size() && sort < 0; ++i)
+            if (names[i].compare(sortText, Qt::CaseInsensitive) == 0)
+                sort = i;
+        if (sort < 0)
+            return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 or its name, not '%2'; valid names: %3")
+                                               .arg(columns - 1)
+                                               .arg(sortText, names.join(QStringLiteral(", "))));
+    }
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
     // A Monte Carlo run moves every parameter at once, so a run's normalised sensitivity credits one
