@@ -36,21 +36,6 @@ std::string lower(std::string_view s)
     return out;
 }
 
-bool equalsNoCase(std::string_view a, const char* b)
-{
-    const size_t n = std::strlen(b);
-    if (a.size() != n)
-        return false;
-    for (size_t i = 0; i < n; ++i) {
-        char c = a[i];
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-        if (c != b[i])
-            return false;
-    }
-    return true;
-}
-
 YString ys(std::string_view s) { return YString(s.data(), static_cast<int>(s.size())); }
 
 // A word of a logical line, and whether an "=" follows it (NAME=VALUE).
@@ -59,33 +44,156 @@ struct Word {
     bool assigned = false;
 };
 
-bool isDelimiter(char c) { return c == ' ' || c == '\t' || c == '=' || c == '(' || c == ')' || c == ','; }
-
-// The words of a logical line split at " =(),\t", as LibraryStream splits the name off a definition line.
-std::vector<Word> words(std::string_view line, size_t limit = SIZE_MAX)
-{
-    std::vector<Word> out;
-    size_t i = 0;
-    while (i < line.size() && out.size() < limit) {
-        while (i < line.size() && isDelimiter(line[i]))
-            ++i;
-        const size_t b = i;
-        while (i < line.size() && !isDelimiter(line[i]))
-            ++i;
-        if (i == b)
-            break;
-        Word w{line.substr(b, i - b), false};
-        size_t j = i;
-        while (j < line.size() && (line[j] == ' ' || line[j] == '\t'))
-            ++j;
-        w.assigned = j < line.size() && line[j] == '=';
-        out.push_back(w);
+// The bytes " =(),\t" that split the words of a line, as a table: the word loops test every byte.
+struct DelimiterTable {
+    bool is[256] = {};
+    constexpr DelimiterTable()
+    {
+        for (const char* d = netlist::kTokenDelimiters; *d; ++d)
+            is[static_cast<unsigned char>(*d)] = true;
     }
-    return out;
+};
+constexpr DelimiterTable kDelimiters;
+
+bool isDelimiter(char c) { return kDelimiters.is[static_cast<unsigned char>(c)]; }
+
+unsigned char lowerByte(unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c; }
+
+bool equalsNoCase(std::string_view a, std::string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (lowerByte(static_cast<unsigned char>(a[i])) != lowerByte(static_cast<unsigned char>(b[i])))
+            return false;
+    return true;
 }
 
-// The position of the next byte that needs a look of its own in a line: a line end, or a byte that the
-// readers' filter drops. Bytes 0xFF no longer occur (the text was cut at the first one).
+// The words of a logical line split at " =(),\t", as LibraryStream splits the name off a definition
+// line, at most `limit` of them, into `out`, which is reused so that a line costs no allocation.
+void words(std::string_view line, std::vector<Word>* out, size_t limit = SIZE_MAX)
+{
+    out->clear();
+    const char* p = line.data();
+    const char* const end = p + line.size();
+    while (out->size() < limit) {
+        while (p < end && isDelimiter(*p))
+            ++p;
+        if (p == end)
+            break;
+        const char* const b = p;
+        while (p < end && !isDelimiter(*p))
+            ++p;
+        const char* j = p;
+        while (j < end && (*j == ' ' || *j == '\t'))
+            ++j;
+        out->push_back({std::string_view(b, static_cast<size_t>(p - b)), j < end && *j == '='});
+    }
+}
+
+// The instances and uses of the subcircuit being read, each listed once ignoring case: an
+// open-addressing table over the two lists, so that an element line costs a hash and a probe per word.
+// Emptied for each subcircuit and kept for the next one; the lists go to the definition, sized
+// exactly, when it closes.
+class SeenWords {
+public:
+    enum Kind { Instance = 0, Use = 1 };
+
+    void clear()
+    {
+        if (m_slots.size() == kInitialSlots)
+            std::fill(m_slots.begin(), m_slots.end(), Slot());
+        else
+            m_slots.assign(kInitialSlots, Slot());
+        m_count = 0;
+        m_lists[Instance].clear();
+        m_lists[Use].clear();
+    }
+
+    // Lists `word` unless it is listed already, ignoring case.
+    void add(std::string_view word, Kind kind)
+    {
+        std::vector<YString>& list = m_lists[kind];
+        // A word of up to 8 bytes is its own key, lowered and packed: one compare finds it. The words
+        // hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key is ambiguous.
+        unsigned long long key = kLongWord;
+        unsigned h;
+        if (word.size() <= 8) {
+            key = 0;
+            for (size_t i = 0; i < word.size(); ++i)
+                key |= static_cast<unsigned long long>(lowerByte(static_cast<unsigned char>(word[i]))) << (8 * i);
+            const unsigned long long mixed = (key ^ kind) * 0x9E3779B97F4A7C15ull;
+            h = static_cast<unsigned>(mixed >> 32);
+        } else {
+            h = hash(word) ^ static_cast<unsigned>(kind);
+        }
+        const size_t mask = m_slots.size() - 1;
+        for (size_t i = h & mask;; i = (i + 1) & mask) {
+            Slot& s = m_slots[i];
+            if (s.entry < 0) {
+                s.key = key;
+                s.hash = h;
+                s.entry = static_cast<int>(list.size()) * 2 + kind;
+                list.push_back(ys(word));
+                if (++m_count * 2 > m_slots.size())
+                    grow();
+                return;
+            }
+            if (s.hash != h || s.key != key || (s.entry & 1) != kind)
+                continue;
+            if (key != kLongWord || equalsNoCase(word, list[static_cast<size_t>(s.entry >> 1)].str()))
+                return;
+        }
+    }
+
+    void moveTo(ModelLibDefinition* d) const
+    {
+        d->instances.assign(m_lists[Instance].begin(), m_lists[Instance].end());
+        d->uses.assign(m_lists[Use].begin(), m_lists[Use].end());
+    }
+
+private:
+    struct Slot {
+        unsigned long long key = 0; ///< a short word packed, else kLongWord
+        unsigned hash = 0;
+        int entry = -1; ///< index in the list times two, plus the kind; -1 when free
+    };
+    static constexpr size_t kInitialSlots = 32;
+    static constexpr unsigned long long kLongWord = ~0ull;
+
+    static unsigned hash(std::string_view word)
+    {
+        unsigned h = 2166136261u;
+        for (char c : word)
+            h = (h ^ lowerByte(static_cast<unsigned char>(c))) * 16777619u;
+        h ^= h >> 15;
+        h *= 0x2c1b3c6du;
+        h ^= h >> 12;
+        return h;
+    }
+
+    void grow()
+    {
+        std::vector<Slot> old(m_slots.size() * 2);
+        old.swap(m_slots);
+        const size_t mask = m_slots.size() - 1;
+        for (const Slot& s : old) {
+            if (s.entry < 0)
+                continue;
+            size_t i = s.hash & mask;
+            while (m_slots[i].entry >= 0)
+                i = (i + 1) & mask;
+            m_slots[i] = s;
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_count = 0;
+    std::vector<YString> m_lists[2];
+};
+
+// The position of the next byte that needs a look of its own in a line: a line end, a byte that the
+// readers' filter drops, or the end mark 0xFF.
 const char* nextSpecial(const char* p, const char* end)
 {
 #if defined(__SSE2__) || defined(_M_X64)
@@ -104,7 +212,7 @@ const char* nextSpecial(const char* p, const char* end)
 #endif
     while (p < end) {
         const unsigned char c = static_cast<unsigned char>(*p);
-        if (c < 32 && c != 9)
+        if ((c < 32 && c != 9) || c == 0xFF)
             return p;
         ++p;
     }
@@ -123,7 +231,7 @@ public:
     void run()
     {
         const char* const begin = m_text;
-        const char* const end = m_text + m_size;
+        const char* end = m_text + m_size;
         const char* p = begin;
         int line = 0;
         while (p < end) {
@@ -148,8 +256,20 @@ public:
                     next = q + 1 < end && q[1] == '\n' ? q + 2 : q + 1;
                     break;
                 }
+                if (static_cast<unsigned char>(*q) == 0xFF) {
+                    // The end mark: the text ends here, as SpiceStream's input does.
+                    end = q;
+                    m_size = static_cast<size_t>(q - begin);
+                    m_index->size = static_cast<long long>(m_size);
+                    contentEnd = next = end;
+                    break;
+                }
                 dirty = true;
                 q = nextSpecial(q + 1, end);
+            }
+            if (lineStart == end) {
+                --line; // the text ended where this line would have begun
+                break;
             }
             p = next;
             // The first byte that the readers see on the line.
@@ -196,16 +316,16 @@ private:
     {
         if (end - s < 2 || s[1] != '#')
             return;
-        const std::vector<Word> w = words(std::string_view(s + 2, static_cast<size_t>(end - s - 2)), 1);
-        if (w.empty())
+        words(std::string_view(s + 2, static_cast<size_t>(end - s - 2)), &m_words, 1);
+        if (m_words.empty())
             return;
-        if (equalsNoCase(w[0].text, "hspice")) {
+        if (equalsNoCase(m_words[0].text, "hspice")) {
             m_index->language = SpiceLanguageHspice;
             m_icc = '$';
-        } else if (equalsNoCase(w[0].text, "pspice")) {
+        } else if (equalsNoCase(m_words[0].text, "pspice")) {
             m_index->language = SpiceLanguagePspice;
             m_icc = ';';
-        } else if (equalsNoCase(w[0].text, "kalvonta")) {
+        } else if (equalsNoCase(m_words[0].text, "kalvonta")) {
             m_index->language = SpiceLanguageNative;
             m_icc = ';';
         }
@@ -213,8 +333,16 @@ private:
 
     // The statement's logical line as SpiceStream joins it: each physical line up to its comment
     // character, dropped bytes left out, a blank for each "+". `maxSegments` limits the lines joined.
+    // A single line without dropped bytes is the text itself, not a copy.
     std::string_view logical(size_t maxSegments = SIZE_MAX)
     {
+        const Segment& first = m_segments.front();
+        if ((m_segments.size() == 1 || maxSegments == 1) && !first.dirty) {
+            const char* b = m_text + first.begin;
+            const size_t n = first.end - first.begin;
+            const char* cut = static_cast<const char*>(std::memchr(b, m_icc, n));
+            return std::string_view(b, cut ? static_cast<size_t>(cut - b) : n);
+        }
         m_line.clear();
         size_t n = 0;
         for (const Segment& seg : m_segments) {
@@ -250,18 +378,6 @@ private:
     }
 
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
-
-    SymbolLoc location(const std::string_view name, int kind) const
-    {
-        SymbolLoc loc;
-        loc.fileName = m_index->fileName;
-        loc.symbolName = ys(name);
-        loc.kind = kind;
-        loc.start = static_cast<int>(m_segments.front().begin);
-        loc.end = static_cast<int>(m_stmtEnd);
-        loc.lineOffset = m_stmtLine - 1;
-        return loc;
-    }
 
     // The file name of an ".include" or ".lib" line after the keyword: quoted, or up to a blank.
     static std::string_view fileArgument(std::string_view rest, std::string_view* after)
@@ -308,54 +424,90 @@ private:
 
     void finishStatement()
     {
-        const std::string_view keyword = firstWord();
-        if (keyword.empty())
-            return;
-        if (keyword[0] == '.') {
-            if (equalsNoCase(keyword, ".model"))
-                model();
-            else if (equalsNoCase(keyword, ".subckt"))
-                subckt();
-            else if (equalsNoCase(keyword, ".ends"))
-                ends();
-            else if (equalsNoCase(keyword, ".lib"))
-                lib();
-            else if (equalsNoCase(keyword, ".endl"))
-                endl();
-            else if (equalsNoCase(keyword, ".include") || equalsNoCase(keyword, ".inc") || equalsNoCase(keyword, ".incl"))
-                include();
-            else if (equalsNoCase(keyword, ".param") && m_subckts.empty())
-                param();
+        // The statement starts with a byte the readers keep that is no blank and no comment character:
+        // its first word is empty only when that byte is one of "=(),".
+        const char first = m_text[m_segments.front().begin];
+        if (first != '.') {
+            if (!m_subckts.empty() && !isDelimiter(first))
+                element(first);
             return;
         }
-        if (!m_subckts.empty())
-            element(keyword);
+        // The keyword lowered, when it is short enough to be one.
+        const std::string_view keyword = firstWord();
+        char k[8];
+        if (keyword.size() > sizeof k)
+            return;
+        for (size_t i = 0; i < keyword.size(); ++i)
+            k[i] = static_cast<char>(lowerByte(static_cast<unsigned char>(keyword[i])));
+        const std::string_view key(k, keyword.size());
+        if (key == ".model")
+            model();
+        else if (key == ".subckt")
+            subckt();
+        else if (key == ".ends")
+            ends();
+        else if (key == ".lib")
+            lib();
+        else if (key == ".endl")
+            endl();
+        else if (key == ".include" || key == ".inc" || key == ".incl")
+            include();
+        else if (key == ".param" && m_subckts.empty())
+            param();
     }
 
-    void addDefinition(ModelLibDefinition&& d)
+    // The room to give the list of definitions when it is full: the count so far extrapolated over
+    // the rest of the text (at most 16 times the room so far), so that a large library moves its
+    // definitions once or twice instead of at each doubling.
+    size_t definitionRoom(size_t count) const
     {
+        if (count < 1024)
+            return std::max<size_t>(16, count * 2);
+        const double done = static_cast<double>(m_segments.front().begin + 1);
+        const double estimate = static_cast<double>(count) * (static_cast<double>(m_size) / done) * 1.05 + 16;
+        return std::min(count * 16, std::max(count * 2, static_cast<size_t>(estimate)));
+    }
+
+    // A new definition of the statement, built in place at the end of the index's list.
+    ModelLibDefinition& addDefinition(ModelLibDefinition::Kind kind, std::string_view name)
+    {
+        std::vector<ModelLibDefinition>& list = m_index->definitions;
+        if (list.size() == list.capacity())
+            list.reserve(definitionRoom(list.size()));
+        const int at = static_cast<int>(list.size());
+        ModelLibDefinition& d = list.emplace_back();
+        d.kind = kind;
+        d.name = ys(name);
         d.section = m_subckts.empty() ? m_section : -1;
         d.parent = m_subckts.empty() ? -1 : m_subckts.back();
-        const int at = static_cast<int>(m_index->definitions.size());
+        d.location.fileName = m_index->fileName;
+        d.location.symbolName = d.name;
+        d.location.kind = kind;
+        d.location.start = static_cast<int>(m_segments.front().begin);
+        d.location.end = static_cast<int>(m_stmtEnd);
+        d.location.lineOffset = m_stmtLine - 1;
+        d.line = m_stmtLine;
+        d.lastLine = m_stmtLastLine;
         if (d.parent < 0 && m_section >= 0)
             m_index->sections[static_cast<size_t>(m_section)].definitions.push_back(at);
-        m_index->definitions.push_back(std::move(d));
+        return d;
     }
+
+    static bool isParamsWord(std::string_view w) { return equalsNoCase(w, "params:") || equalsNoCase(w, "param:"); }
 
     void model()
     {
         // The name, type and AKO base stand on the first line nearly always: the rest is joined only
         // when they do not.
-        std::vector<Word> w = words(logical(1), 5);
+        std::vector<Word>& w = m_words;
+        words(logical(1), &w, 5);
         if (w.size() < 4 && m_segments.size() > 1)
-            w = words(logical(), 5);
+            words(logical(), &w, 5);
         if (w.size() < 2) {
             diagnose(m_stmtLine, ".model without a name");
             return;
         }
-        ModelLibDefinition d;
-        d.kind = ModelLibDefinition::Model;
-        d.name = ys(w[1].text);
+        ModelLibDefinition& d = addDefinition(ModelLibDefinition::Model, w[1].text);
         size_t typeAt = 2;
         if (w.size() > 2 && w[2].text.size() >= 4 && equalsNoCase(w[2].text.substr(0, 4), "ako:")) {
             if (w[2].text.size() > 4) {
@@ -368,34 +520,28 @@ private:
         }
         if (w.size() > typeAt && !w[typeAt].assigned)
             d.type = ys(w[typeAt].text);
-        d.location = location(w[1].text, ModelLibDefinition::Model);
-        d.line = m_stmtLine;
-        d.lastLine = m_stmtLastLine;
-        addDefinition(std::move(d));
     }
 
     void subckt()
     {
-        const std::vector<Word> w = words(logical());
+        std::vector<Word>& w = m_words;
+        words(logical(), &w);
         if (w.size() < 2) {
             diagnose(m_stmtLine, ".subckt without a name");
             return;
         }
-        ModelLibDefinition d;
-        d.kind = ModelLibDefinition::Subckt;
-        d.name = ys(w[1].text);
-        for (size_t i = 2; i < w.size(); ++i) {
-            if (w[i].assigned || equalsNoCase(w[i].text, "params:") || equalsNoCase(w[i].text, "param:"))
-                break;
+        ModelLibDefinition& d = addDefinition(ModelLibDefinition::Subckt, w[1].text);
+        size_t ports = 2;
+        while (ports < w.size() && !w[ports].assigned && !isParamsWord(w[ports].text))
+            ++ports;
+        d.ports.reserve(ports - 2);
+        for (size_t i = 2; i < ports; ++i)
             d.ports.push_back(ys(w[i].text));
-        }
-        d.location = location(w[1].text, ModelLibDefinition::Subckt);
         d.location.end = static_cast<int>(m_size); // until its .ends is met
-        d.line = m_stmtLine;
-        d.lastLine = m_stmtLastLine;
-        addDefinition(std::move(d));
         m_subckts.push_back(static_cast<int>(m_index->definitions.size()) - 1);
-        m_seen.emplace_back();
+        if (m_seen.size() < m_subckts.size())
+            m_seen.emplace_back();
+        m_seen[m_subckts.size() - 1].clear();
     }
 
     void closeSubckt(int end, int lastLine)
@@ -403,8 +549,8 @@ private:
         ModelLibDefinition& d = m_index->definitions[static_cast<size_t>(m_subckts.back())];
         d.location.end = end;
         d.lastLine = lastLine;
+        m_seen[m_subckts.size() - 1].moveTo(&d);
         m_subckts.pop_back();
-        m_seen.pop_back();
     }
 
     void ends()
@@ -416,35 +562,56 @@ private:
         closeSubckt(static_cast<int>(m_stmtEnd), m_stmtLastLine);
     }
 
-    void element(std::string_view keyword)
+    // An element line of a subcircuit: its words after the first that are neither NAME= nor start with
+    // a digit are uses; on an "X" line the last word before the parameters (the first NAME= or
+    // "params:") is the instance's subcircuit instead. One pass: a word waits until the next one shows
+    // whether it was that last one.
+    void element(char first)
     {
-        ModelLibDefinition& d = m_index->definitions[static_cast<size_t>(m_subckts.back())];
-        std::set<std::string>& seen = m_seen.back();
-        const std::vector<Word> w = words(logical());
-        size_t instanceAt = SIZE_MAX;
-        if (keyword[0] == 'x' || keyword[0] == 'X') {
-            // The subcircuit is the last word before the parameters.
-            size_t last = w.size();
-            for (size_t i = 1; i < w.size(); ++i) {
-                if (w[i].assigned || equalsNoCase(w[i].text, "params:") || equalsNoCase(w[i].text, "param:")) {
-                    last = i;
-                    break;
-                }
-            }
-            if (last >= 2) {
-                instanceAt = last - 1;
-                const std::string key = "x" + lower(w[instanceAt].text);
-                if (seen.insert(key).second)
-                    d.instances.push_back(ys(w[instanceAt].text));
-            }
-        }
-        for (size_t i = 1; i < w.size(); ++i) {
-            if (i == instanceAt || w[i].assigned || (w[i].text[0] >= '0' && w[i].text[0] <= '9'))
+        SeenWords& seen = m_seen[m_subckts.size() - 1];
+        const std::string_view line = logical();
+        const char* p = line.data();
+        const char* const end = p + line.size();
+        bool bounded = first != 'x' && first != 'X'; // no instance to look for, or found
+        std::string_view pending;
+        for (size_t index = 0;; ++index) {
+            while (p < end && isDelimiter(*p))
+                ++p;
+            if (p == end)
+                break;
+            const char* const b = p;
+            while (p < end && !isDelimiter(*p))
+                ++p;
+            const char* j = p;
+            while (j < end && (*j == ' ' || *j == '\t'))
+                ++j;
+            const bool assigned = j < end && *j == '=';
+            const std::string_view word(b, static_cast<size_t>(p - b));
+            if (index == 0)
                 continue;
-            const std::string key = "u" + lower(w[i].text);
-            if (seen.insert(key).second)
-                d.uses.push_back(ys(w[i].text));
+            if (!bounded) {
+                if (!assigned && !isParamsWord(word)) {
+                    if (!pending.empty())
+                        addUse(seen, pending);
+                    pending = word;
+                    continue;
+                }
+                bounded = true;
+                if (!pending.empty())
+                    seen.add(pending, SeenWords::Instance);
+                pending = std::string_view();
+            }
+            if (!assigned)
+                addUse(seen, word);
         }
+        if (!pending.empty())
+            seen.add(pending, SeenWords::Instance);
+    }
+
+    static void addUse(SeenWords& seen, std::string_view word)
+    {
+        if (word[0] < '0' || word[0] > '9')
+            seen.add(word, SeenWords::Use);
     }
 
     void lib()
@@ -487,9 +654,9 @@ private:
             return;
         }
         ModelLibSection& s = m_index->sections[static_cast<size_t>(m_section)];
-        const std::vector<Word> w = words(logical(), 2);
-        if (w.size() > 1 && lower(w[1].text) != lower(s.name.str()))
-            diagnose(m_stmtLine, ".endl " + std::string(w[1].text) + " ends section " + s.name.str());
+        words(logical(), &m_words, 2);
+        if (m_words.size() > 1 && lower(m_words[1].text) != lower(s.name.str()))
+            diagnose(m_stmtLine, ".endl " + std::string(m_words[1].text) + " ends section " + s.name.str());
         s.end = static_cast<int>(m_stmtEnd);
         s.endLine = m_stmtLastLine;
         s.closed = true;
@@ -510,7 +677,8 @@ private:
 
     void param()
     {
-        const std::vector<Word> w = words(logical());
+        std::vector<Word>& w = m_words;
+        words(logical(), &w);
         std::vector<YString>& names = m_section >= 0 ? m_index->sections[static_cast<size_t>(m_section)].params : m_index->params;
         for (size_t i = 1; i < w.size(); ++i) {
             if (!w[i].assigned)
@@ -546,12 +714,21 @@ private:
     int m_stmtLastLine = 0;
     int m_section = -1;
     std::vector<int> m_subckts;
-    std::vector<std::set<std::string>> m_seen;
+    std::vector<SeenWords> m_seen; ///< one table per open subcircuit level, kept when the level closes
+    std::vector<Word> m_words;
     std::string m_line;
 };
 
-// The bytes of a file as the readers read them: a UTF-16 file through its UTF-8 copy.
-ModelLibStatus readLibrary(const YString& path, QByteArray* bytes, bool* wide)
+// The bytes of a library as the readers read them: a plain file mapped (read whole when it cannot be
+// mapped), a UTF-16 file through its UTF-8 copy. `file` and `copy` hold what `data` points into.
+struct LibraryBytes {
+    QFile file;
+    QByteArray copy;
+    const char* data = nullptr;
+    size_t size = 0;
+};
+
+ModelLibStatus readLibrary(const YString& path, LibraryBytes* bytes, bool* wide)
 {
     const QString name = toQs(path);
     const QFileInfo info(name);
@@ -562,26 +739,45 @@ ModelLibStatus readLibrary(const YString& path, QByteArray* bytes, bool* wide)
     YString temp;
     QByteArray decoded;
     *wide = textfile::convertWide(path, &temp, &decoded);
-    if (*wide && temp.isEmpty()) {
-        *bytes = decoded;
-    } else {
-        QFile file(*wide ? toQs(temp) : name);
-        if (!file.open(QIODevice::ReadOnly)) {
-            if (*wide)
-                (void)unlink_utf8(temp.c_str());
-            return ModelLibStatus::Unreadable;
-        }
-        if (file.size() > kMaxPosition) {
-            if (*wide)
-                (void)unlink_utf8(temp.c_str());
-            return ModelLibStatus::TooLarge;
-        }
-        *bytes = file.readAll();
-        file.close();
-        if (*wide)
+    if (*wide) {
+        if (temp.isEmpty()) {
+            bytes->copy = decoded;
+        } else {
+            QFile file(toQs(temp));
+            const bool opened = file.open(QIODevice::ReadOnly);
+            if (opened && file.size() <= kMaxPosition)
+                bytes->copy = file.readAll();
+            const bool tooLarge = opened && file.size() > kMaxPosition;
+            file.close();
             (void)unlink_utf8(temp.c_str()); // the UTF-8 copy is scratch: a failed removal changes nothing
+            if (!opened)
+                return ModelLibStatus::Unreadable;
+            if (tooLarge)
+                return ModelLibStatus::TooLarge;
+        }
+        bytes->data = bytes->copy.constData();
+        bytes->size = static_cast<size_t>(bytes->copy.size());
+    } else {
+        QFile& file = bytes->file;
+        file.setFileName(name);
+        if (!file.open(QIODevice::ReadOnly))
+            return ModelLibStatus::Unreadable;
+        const qint64 size = file.size();
+        if (size > kMaxPosition)
+            return ModelLibStatus::TooLarge;
+        // Mapped, the bytes are read once, by the scan; files that report no size (pipes, special
+        // files) or cannot be mapped are read whole.
+        const uchar* mapped = size > 0 ? file.map(0, size) : nullptr;
+        if (mapped) {
+            bytes->data = reinterpret_cast<const char*>(mapped);
+            bytes->size = static_cast<size_t>(size);
+        } else {
+            bytes->copy = file.readAll();
+            bytes->data = bytes->copy.constData();
+            bytes->size = static_cast<size_t>(bytes->copy.size());
+        }
     }
-    return static_cast<long long>(bytes->size()) > kMaxPosition ? ModelLibStatus::TooLarge : ModelLibStatus::Ok;
+    return static_cast<long long>(bytes->size) > kMaxPosition ? ModelLibStatus::TooLarge : ModelLibStatus::Ok;
 }
 
 std::string key(const YString& name) { return lower(name.str()); }
@@ -874,14 +1070,14 @@ void sp_IndexModelLibraryText(const char* text, size_t size, const YString& file
         size = 0;
     if (size > static_cast<size_t>(kMaxPosition))
         size = static_cast<size_t>(kMaxPosition);
-    // A byte 0xFF ends the text, as it ends SpiceStream's input.
-    const void* ff = size ? std::memchr(text, 0xFF, size) : nullptr;
-    if (ff)
-        size = static_cast<size_t>(static_cast<const char*>(ff) - text);
+    // A byte 0xFF ends the text, as it ends SpiceStream's input: the scan stops there and cuts `size`.
     index->size = static_cast<long long>(size);
     try {
         Scanner(text, size, index).run();
     } catch (...) {
+        const void* ff = size ? std::memchr(text, 0xFF, size) : nullptr;
+        if (ff)
+            index->size = static_cast<const char*>(ff) - text;
         index->diagnostics.push_back({0, YString("out of memory while indexing")});
     }
 }
@@ -891,12 +1087,12 @@ ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language,
     *index = ModelLibIndex();
     index->fileName = path;
     try {
-        QByteArray bytes;
+        LibraryBytes bytes;
         bool wide = false;
         const ModelLibStatus status = readLibrary(path, &bytes, &wide);
         if (status != ModelLibStatus::Ok)
             return status;
-        sp_IndexModelLibraryText(bytes.constData(), static_cast<size_t>(bytes.size()), path, language, index);
+        sp_IndexModelLibraryText(bytes.data, bytes.size, path, language, index);
         index->wide = wide;
         return ModelLibStatus::Ok;
     } catch (...) {
