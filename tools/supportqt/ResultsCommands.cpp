@@ -76,17 +76,22 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
     return true;
 }
 
-// The status of a run's sensitivity; a norm that is not a number is never called valid, whatever
-// status the computation gave it.
-const char* statusName(const XMLMeritValue& v)
+// A run's sensitivity status: its short name (the JSON's) and its words (the text's). A norm that is not
+// a number is never called valid, whatever status the computation gave it.
+struct StatusText {
+    const char* name;
+    const char* words;
+};
+
+StatusText statusText(const XMLMeritValue& v)
 {
     if (v.status == NormValid && !std::isfinite(v.norm))
-        return "not finite";
+        return {"not finite", "not finite"};
     switch (v.status) {
-    case NormValid: return "valid";
-    case NormDivByZero: return "division by zero";
-    case NormInconsistent: return "inconsistent";
-    default: return "unset";
+    case NormValid: return {"valid", "valid"};
+    case NormDivByZero: return {"division by zero", "n/a: no parameter moved, or the value is 0"};
+    case NormInconsistent: return {"inconsistent", "n/a: several parameters moved"};
+    default: return {"unset", "not computed"};
     }
 }
 
@@ -171,7 +176,7 @@ QJsonObject runJson(const XMLReportInfo& run)
         values.append(QJsonObject{{QStringLiteral("value"), jsonReal(v.value)},
                                   {QStringLiteral("delta"), jsonReal(v.delta)},
                                   {QStringLiteral("norm"), jsonReal(v.norm)},
-                                  {QStringLiteral("status"), QString::fromLatin1(statusName(v))}});
+                                  {QStringLiteral("status"), QString::fromLatin1(statusText(v).name)}});
     }
     for (int p = 0; p < run.parameters.count(); ++p) {
         const XMLParameterValue& v = run.parameters[p];
@@ -231,19 +236,6 @@ struct NumberStyle {
     // A statistic in the summary table; "n/a" when it is not a number.
     std::string cell(double value) const { return std::isnan(value) ? std::string("n/a") : (*this)(value); }
 };
-
-// A sensitivity status in the words of the runs section (the JSON keeps the short names).
-const char* statusWords(const XMLMeritValue& v)
-{
-    if (v.status == NormValid && !std::isfinite(v.norm))
-        return "not finite";
-    switch (v.status) {
-    case NormValid: return "valid";
-    case NormDivByZero: return "n/a: no parameter moved, or the value is 0";
-    case NormInconsistent: return "n/a: several parameters moved";
-    default: return "not computed";
-    }
-}
 
 // The header, the table of merit statistics (its columns as wide as their widest cell, so that the
 // default digits keep it within 120 columns), the definitions, and the chosen runs.
@@ -308,7 +300,7 @@ void printResults(const ResultsSummary& summary, const std::vector<const XMLRepo
             out << "  ";
             out.pad(header.meritFunctions[m].name.str(), widths[0]) << "  value " << number(v.value) << "  delta "
                                                                     << number(v.delta) << "  norm " << number(v.norm)
-                                                                    << "  " << statusWords(v) << '\n';
+                                                                    << "  " << statusText(v).words << '\n';
         }
         for (int p = 0; p < run->parameters.count(); ++p) {
             const XMLParameterValue& v = run->parameters[p];
