@@ -177,6 +177,10 @@ SUPPORTQT_API MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLRepo
                                                         const MeritLimits& limits = MeritLimits(),
                                                         bool influence = true);
 
+/// The runs of `table` in increasing case number (a table holds each case number once). The records stay
+/// the table's: the pointers are valid while the table is not changed.
+SUPPORTQT_API std::vector<const XMLReportInfo*> sp_RunsInCaseOrder(const YHashTable<XMLReportInfo>& table);
+
 /// Standard normal quantile (the inverse of the distribution function), accurate to about 1e-15
 /// relative; -inf at 0, +inf at 1, NaN outside 0..1.
 SUPPORTQT_API double sp_NormalQuantile(double p);

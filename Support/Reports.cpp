@@ -2,6 +2,7 @@
 #include "Reports.h"
 #include "FileServices.h"
 #include "QtSupport.h"
+#include "RunStatistics.h"
 
 #include <QFileInfo>
 
@@ -56,13 +57,6 @@ std::vector<const XMLReportInfo*> sortedRuns(const YHashTable<XMLReportInfo>& ta
     return runs;
 }
 
-std::vector<const XMLReportInfo*> runsInCaseOrder(const YHashTable<XMLReportInfo>& table)
-{
-    return sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
-        key->number = static_cast<double>(record.caseNumber);
-    });
-}
-
 FILE* openForWriting(const YString& path)
 {
     FILE* file = nullptr;
@@ -86,7 +80,7 @@ bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<X
     FILE* f = openForWriting(path);
     if (!f)
         return false;
-    const std::vector<const XMLReportInfo*> runs = runsInCaseOrder(table);
+    const std::vector<const XMLReportInfo*> runs = sp_RunsInCaseOrder(table);
     const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
     std::fprintf(f, "<html>\n");
     std::fprintf(f, "\t<head>\n");

@@ -760,6 +760,13 @@ std::vector<const XMLReportInfo*> runsOf(const YHashTable<XMLReportInfo>& table)
 
 } // namespace
 
+std::vector<const XMLReportInfo*> sp_RunsInCaseOrder(const YHashTable<XMLReportInfo>& table)
+{
+    std::vector<const XMLReportInfo*> runs = runsOf(table);
+    std::sort(runs.begin(), runs.end(), [](const XMLReportInfo* a, const XMLReportInfo* b) { return a->caseNumber < b->caseNumber; });
+    return runs;
+}
+
 MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table, int merit, const MeritLimits& limits,
                                           bool influence)
 {

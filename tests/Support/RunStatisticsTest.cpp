@@ -561,3 +561,17 @@ TEST(RunStatistics, ParametersARunDidNotChangeCountAsNominal)
     EXPECT_NEAR(s.influence[0].rho, sp_SpearmanCorrelation(r1, values), 1e-15);
     EXPECT_NEAR(s.influence[1].rho, sp_SpearmanCorrelation(c1, values), 1e-15);
 }
+
+TEST(RunsInCaseOrder, GivesTheTablesOwnRecordsByIncreasingCase)
+{
+    YHashTable<XMLReportInfo> table;
+    for (int c : {7, -2, 1, 65536, 3})
+        table.insert(XMLReportInfo(c));
+    const std::vector<const XMLReportInfo*> runs = sp_RunsInCaseOrder(table);
+    std::vector<int> cases;
+    for (const XMLReportInfo* run : runs)
+        cases.push_back(run->caseNumber);
+    EXPECT_EQ(cases, (std::vector<int>{-2, 1, 3, 7, 65536}));
+    EXPECT_EQ(runs[2], table.find(XMLReportInfo(3)));
+    EXPECT_TRUE(sp_RunsInCaseOrder(YHashTable<XMLReportInfo>()).empty());
+}

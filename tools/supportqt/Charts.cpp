@@ -7,17 +7,6 @@
 #include <cstdio>
 #include <limits>
 
-std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& table)
-{
-    std::vector<const XMLReportInfo*> runs;
-    runs.reserve(static_cast<size_t>(table.count()));
-    for (const XMLReportInfo& record : table)
-        runs.push_back(&record);
-    std::stable_sort(runs.begin(), runs.end(),
-                     [](const XMLReportInfo* a, const XMLReportInfo* b) { return a->caseNumber < b->caseNumber; });
-    return runs;
-}
-
 std::string xmlEscaped(const std::string& text)
 {
     std::string out;
@@ -126,7 +115,7 @@ constexpr double kRow = 20;
 
 std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
 {
-    const std::vector<const XMLReportInfo*> runs = runsByCase(table);
+    const std::vector<const XMLReportInfo*> runs = sp_RunsInCaseOrder(table);
     std::string body;
     double y = 0;
     const int merits = header.meritFunctions.count();

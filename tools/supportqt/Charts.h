@@ -18,5 +18,3 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
 /// The text with "&", "<", ">" and '"' escaped, for XML and HTML text and double-quoted attributes.
 std::string xmlEscaped(const std::string& text);
 
-/// The records of the table in case order.
-std::vector<const XMLReportInfo*> runsByCase(const YHashTable<XMLReportInfo>& table);

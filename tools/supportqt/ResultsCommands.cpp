@@ -153,7 +153,7 @@ ResultsSummary summariseResults(const QString& path, const YHashTable<XMLReportI
     ResultsSummary summary;
     summary.path = path;
     summary.header = &header;
-    summary.runs = runsByCase(table);
+    summary.runs = sp_RunsInCaseOrder(table);
     QSet<QString> seen;
     for (const XMLReportInfo* run : summary.runs)
         for (int p = 0; p < run->parameters.count(); ++p) {
