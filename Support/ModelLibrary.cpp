@@ -110,20 +110,34 @@ public:
         m_lists[Use].clear();
     }
 
-    // Lists `word` unless it is listed already, ignoring case.
-    void add(std::string_view word, Kind kind)
+    // Lists `word` unless it is listed already, ignoring case. The 16 bytes from the word's start may
+    // be read when they end before `readable`.
+    void add(std::string_view word, Kind kind, const char* readable)
     {
         std::vector<YString>& list = m_lists[kind];
-        // A word of up to 8 bytes is its own key, lowered and packed: one compare finds it. The words
+        // A word of up to 16 bytes is its own key, lowered and packed: two compares find it. The words
         // hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key is ambiguous.
-        unsigned long long key = kLongWord;
+        unsigned long long key[2] = {kLongWord, kLongWord};
         unsigned h;
-        if (word.size() <= 8) {
-            key = 0;
-            for (size_t i = 0; i < word.size(); ++i)
-                key |= static_cast<unsigned long long>(lowerByte(static_cast<unsigned char>(word[i]))) << (8 * i);
-            const unsigned long long mixed = (key ^ kind) * 0x9E3779B97F4A7C15ull;
-            h = static_cast<unsigned>(mixed >> 32);
+        const size_t n = word.size();
+        if (n <= 16) {
+            if (readable - word.data() >= 16) {
+                std::memcpy(key, word.data(), 16);
+                if (n < 8) {
+                    key[0] &= (1ull << (8 * n)) - 1;
+                    key[1] = 0;
+                } else if (n < 16) {
+                    key[1] &= n == 8 ? 0 : (1ull << (8 * (n - 8))) - 1;
+                }
+                key[0] = lowerAscii(key[0]);
+                key[1] = lowerAscii(key[1]);
+            } else {
+                key[0] = key[1] = 0;
+                for (size_t i = 0; i < n; ++i)
+                    key[i / 8] |= static_cast<unsigned long long>(lowerByte(static_cast<unsigned char>(word[i]))) << (8 * (i % 8));
+            }
+            const unsigned long long mixed = (key[0] * 0x9E3779B97F4A7C15ull) ^ ((key[1] ^ kind) * 0xC2B2AE3D27D4EB4Full);
+            h = static_cast<unsigned>((mixed ^ (mixed >> 29)) >> 16);
         } else {
             h = hash(word) ^ static_cast<unsigned>(kind);
         }
@@ -131,7 +145,8 @@ public:
         for (size_t i = h & mask;; i = (i + 1) & mask) {
             Slot& s = m_slots[i];
             if (s.entry < 0) {
-                s.key = key;
+                s.key[0] = key[0];
+                s.key[1] = key[1];
                 s.hash = h;
                 s.entry = static_cast<int>(list.size()) * 2 + kind;
                 list.push_back(ys(word));
@@ -139,9 +154,9 @@ public:
                     grow();
                 return;
             }
-            if (s.hash != h || s.key != key || (s.entry & 1) != kind)
+            if (s.hash != h || s.key[0] != key[0] || s.key[1] != key[1] || (s.entry & 1) != kind)
                 continue;
-            if (key != kLongWord || equalsNoCase(word, list[static_cast<size_t>(s.entry >> 1)].str()))
+            if (key[0] != kLongWord || equalsNoCase(word, list[static_cast<size_t>(s.entry >> 1)].str()))
                 return;
         }
     }
@@ -154,12 +169,23 @@ public:
 
 private:
     struct Slot {
-        unsigned long long key = 0; ///< a short word packed, else kLongWord
+        unsigned long long key[2] = {0, 0}; ///< a short word packed, else kLongWord twice
         unsigned hash = 0;
         int entry = -1; ///< index in the list times two, plus the kind; -1 when free
     };
     static constexpr size_t kInitialSlots = 32;
     static constexpr unsigned long long kLongWord = ~0ull;
+
+    // The bytes A to Z of eight packed bytes (little-endian) lowered, the others unchanged.
+    static unsigned long long lowerAscii(unsigned long long v)
+    {
+        constexpr unsigned long long ones = 0x0101010101010101ull;
+        const unsigned long long low7 = v & (0x7F * ones);
+        const unsigned long long atLeastA = low7 + (0x80 - 'A') * ones; // high bit: byte >= 'A'
+        const unsigned long long beyondZ = low7 + (0x80 - 'Z' - 1) * ones; // high bit: byte > 'Z'
+        const unsigned long long upper = atLeastA & ~beyondZ & ~v & (0x80 * ones);
+        return v | (upper >> 2);
+    }
 
     static unsigned hash(std::string_view word)
     {
@@ -341,8 +367,10 @@ private:
             const char* b = m_text + first.begin;
             const size_t n = first.end - first.begin;
             const char* cut = static_cast<const char*>(std::memchr(b, m_icc, n));
+            m_joined = false;
             return std::string_view(b, cut ? static_cast<size_t>(cut - b) : n);
         }
+        m_joined = true;
         m_line.clear();
         size_t n = 0;
         for (const Segment& seg : m_segments) {
@@ -572,6 +600,8 @@ private:
         const std::string_view line = logical();
         const char* p = line.data();
         const char* const end = p + line.size();
+        // A line of the text may be read up to the text's end, a joined one up to its own.
+        const char* const readable = m_joined ? end : m_text + m_size;
         bool bounded = first != 'x' && first != 'X'; // no instance to look for, or found
         std::string_view pending;
         for (size_t index = 0;; ++index) {
@@ -592,26 +622,26 @@ private:
             if (!bounded) {
                 if (!assigned && !isParamsWord(word)) {
                     if (!pending.empty())
-                        addUse(seen, pending);
+                        addUse(seen, pending, readable);
                     pending = word;
                     continue;
                 }
                 bounded = true;
                 if (!pending.empty())
-                    seen.add(pending, SeenWords::Instance);
+                    seen.add(pending, SeenWords::Instance, readable);
                 pending = std::string_view();
             }
             if (!assigned)
-                addUse(seen, word);
+                addUse(seen, word, readable);
         }
         if (!pending.empty())
-            seen.add(pending, SeenWords::Instance);
+            seen.add(pending, SeenWords::Instance, readable);
     }
 
-    static void addUse(SeenWords& seen, std::string_view word)
+    static void addUse(SeenWords& seen, std::string_view word, const char* readable)
     {
         if (word[0] < '0' || word[0] > '9')
-            seen.add(word, SeenWords::Use);
+            seen.add(word, SeenWords::Use, readable);
     }
 
     void lib()
@@ -717,6 +747,7 @@ private:
     std::vector<SeenWords> m_seen; ///< one table per open subcircuit level, kept when the level closes
     std::vector<Word> m_words;
     std::string m_line;
+    bool m_joined = false; ///< whether the last `logical` line is `m_line` rather than the text itself
 };
 
 // The bytes of a library as the readers read them: a plain file mapped (read whole when it cannot be
