@@ -1691,6 +1691,49 @@ TEST_F(Tool, JsonOutputsHaveTheKeysTheirDocumentLists)
     EXPECT_GE(checked, 14);
 }
 
+// "-" is standard input wherever a file is read and standard output wherever one is written, as in git,
+// ripgrep and jq; what is read or written is the same as through a file.
+TEST_F(Tool, DashIsStandardInputAndStandardOutput)
+{
+    const QString netlist = example("netlists/buck_converter.cir");
+    const QString sens = example("results/buck_sensitivity.msw");
+    const QByteArray netlistBytes = QByteArray::fromStdString(readFileBytes(netlist.toStdString()));
+    const QByteArray sensBytes = QByteArray::fromStdString(readFileBytes(sens.toStdString()));
+    const QString program = QStringLiteral(SUPPORTQT_TOOL_PATH);
+
+    const Result fromFile = ::tool({"netlist", netlist});
+    const Result fromInput = runProgram(program, {"netlist", "-"}, QString(), netlistBytes);
+    EXPECT_EQ(fromInput.code, 0) << fromInput.err.toStdString();
+    EXPECT_EQ(fromInput.out, fromFile.out);
+
+    ASSERT_EQ(::tool({"report", "csv", sens, "-o", temp("sens.csv")}).code, 0);
+    const Result csv = runProgram(program, {"report", "csv", "-", "-o", "-"}, QString(), sensBytes);
+    EXPECT_EQ(csv.code, 0) << csv.err.toStdString();
+    EXPECT_EQ(csv.out.toStdString(), readFileBytes(path("sens.csv")));
+    EXPECT_TRUE(csv.err.isEmpty()) << csv.err.toStdString();
+
+    const Result table = runProgram(program, {"results", "-", "--table", "csv"}, QString(), sensBytes);
+    EXPECT_EQ(table.out, ::tool({"results", sens, "--table", "csv"}).out);
+
+    const Result converted = runProgram(program, {"text", "convert", "-", "-o", "-", "--to", "UTF-16LE"}, QString(),
+                                        QByteArray("caf\xc3\xa9\n"));
+    EXPECT_EQ(converted.code, 0) << converted.err.toStdString();
+    QProcess raw; // the bytes themselves, not decoded as UTF-8
+    raw.start(program, {"text", "convert", "-", "-o", "-", "--to", "UTF-16LE"});
+    ASSERT_TRUE(raw.waitForStarted(30000));
+    raw.write("caf\xc3\xa9\n");
+    raw.closeWriteChannel();
+    ASSERT_TRUE(raw.waitForFinished(60000));
+    EXPECT_EQ(raw.readAllStandardOutput(), QByteArray("\xff\xfe" "c\0a\0f\0\xe9\0\n\0", 12));
+
+    const Result merge = ::tool({"merge", sens, "-o", "-"});
+    EXPECT_EQ(merge.code, 2);
+    EXPECT_EQ(merge.err, "supportqt merge: the merged file records where its runs came from; name a file for it\n");
+    EXPECT_EQ(::tool({"append-merit", "-", "--value", "v", "--name", "n", "--data", temp("x.csv")}).code, 2);
+    EXPECT_EQ(::tool({"report", "sens", sens, "-o", temp("s.html"), "--chart", "-"}).code, 2);
+    EXPECT_FALSE(QFileInfo::exists(temp("s.html")));
+}
+
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
 {
     const QString svg = temp("chart.svg");

@@ -306,9 +306,9 @@ int runLibDiff(const QStringList& arguments)
     SpiceLanguage language = SpiceLanguageNative;
     if (!dialect(command, &language))
         return ExitUsage;
-    const QString a = command.positional().at(0);
-    const QString b = command.positional().at(1);
-    if (!command.checkInput(a) || !command.checkInput(b))
+    QString a = command.positional().at(0);
+    QString b = command.positional().at(1);
+    if (!command.input(&a) || !command.input(&b))
         return ExitFailure;
     ModelLibDiff diff;
     const ModelLibStatus status = sp_DiffModelLibraries(toYs(a), toYs(b), language, &diff);
@@ -379,10 +379,10 @@ int runLibExtract(const QStringList& arguments)
             return command.fail(ExitUsage, QStringLiteral("--rename takes OLD=NEW, not '%1'").arg(rename));
         request.renames.push_back(toYs(rename));
     }
-    const QString path = positional.at(0);
+    QString path = positional.at(0);
     const QString output = command.value(QStringLiteral("output"));
-    const bool toStandardOutput = output == QLatin1String("-");
-    if (!command.checkInput(path))
+    const bool toStandardOutput = isStandardStream(output);
+    if (!command.input(&path))
         return ExitFailure;
     if (!toStandardOutput && !command.checkOutput(output))
         return ExitFailure;

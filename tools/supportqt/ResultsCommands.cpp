@@ -51,11 +51,12 @@ long long countSteps(const QString& path)
 bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
                  XMLReportHeader* header)
 {
-    if (!command.checkInput(path))
+    QString name = path; // standard input ("-") becomes the file it was read into
+    if (!command.input(&name))
         return false;
     // The library reads any XML whose root says version 1.0; the tool asks that it be a results file.
     {
-        QFile file(path);
+        QFile file(name);
         if (file.open(QIODevice::ReadOnly)) {
             QXmlStreamReader reader(&file);
             while (!reader.atEnd() && !reader.isStartElement())
@@ -66,9 +67,9 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
             }
         }
     }
-    const long long steps = standardErrorIsTerminal() ? countSteps(path) : 0;
+    const long long steps = standardErrorIsTerminal() ? countSteps(name) : 0;
     ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
-    if (!sp_CompileSensReportData(toYs(path), table, header)) {
+    if (!sp_CompileSensReportData(toYs(name), table, header)) {
         command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
                                                  "version 1.0 results file, or a file it appends cannot be read").arg(path));
         return false;
@@ -468,9 +469,9 @@ int runValidate(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
-    const QString path = command.positional().at(0);
-    const QString schema = command.value(QStringLiteral("schema"));
-    if (!command.checkInput(path) || !command.checkInput(schema))
+    QString path = command.positional().at(0);
+    QString schema = command.value(QStringLiteral("schema"));
+    if (!command.input(&path) || !command.input(&schema))
         return ExitFailure;
     YString message;
     const XmlValidateStatus status = sp_ValidateXml(toYs(path), toYs(schema), &message);
@@ -515,8 +516,10 @@ int runAppendMerit(const QStringList& arguments)
         if (!command.isSet(QLatin1String(required)))
             return command.fail(ExitUsage, QStringLiteral("--%1 is required").arg(QLatin1String(required)));
     const QString path = command.positional().at(0);
-    const QString dataPath = command.value(QStringLiteral("data"));
-    if (!command.checkInput(dataPath))
+    if (isStandardStream(path))
+        return command.fail(ExitUsage, QStringLiteral("append-merit rewrites the results file; standard input cannot be rewritten"));
+    QString dataPath = command.value(QStringLiteral("data"));
+    if (!command.input(&dataPath))
         return ExitFailure;
     QFile data(dataPath);
     if (!data.open(QIODevice::ReadOnly))
@@ -683,6 +686,8 @@ int runReport(const QStringList& arguments)
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
     if (!chart.isEmpty() && QFileInfo(chart).absoluteFilePath() == QFileInfo(output).absoluteFilePath())
         return command.fail(ExitUsage, QStringLiteral("the chart and the report would be one file; name another"));
+    if (isStandardStream(chart))
+        return command.fail(ExitUsage, QStringLiteral("--chart needs a file (standard output can take the report)"));
     if (!command.checkOutput(output) || (!chart.isEmpty() && !command.checkOutput(chart)))
         return ExitFailure;
 
@@ -721,6 +726,12 @@ int runReport(const QStringList& arguments)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1; %2 is as it was").arg(chart, output));
     if (!written)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(output));
+    // Written to standard output, the report is the output: what was written is said on standard error.
+    if (isStandardStream(output)) {
+        if (!chart.isEmpty())
+            std::fprintf(stderr, "supportqt report: wrote %s\n", chart.toUtf8().constData());
+        return ExitOk;
+    }
     Output out;
     out << "wrote " << output << '\n';
     if (!chart.isEmpty())

@@ -72,9 +72,10 @@ int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QS
 int readLimitsFile(const ToolCommand& command, const QString& path, const XMLReportHeader& header,
                    std::vector<MeritLimits>* limits)
 {
-    if (!command.checkInput(path))
+    QString name = path;
+    if (!command.input(&name))
         return ExitFailure;
-    QFile file(path);
+    QFile file(name);
     if (!file.open(QIODevice::ReadOnly) || file.size() > 16 * 1024 * 1024)
         return command.fail(ExitFailure, QStringLiteral("cannot read the limits file %1").arg(path));
     const QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
@@ -385,6 +386,8 @@ int runMerge(const QStringList& arguments)
     if (!command.isSet(QStringLiteral("o")))
         return command.fail(ExitUsage, QStringLiteral("-o MERGED is required"));
     const QString output = command.value(QStringLiteral("o"));
+    if (isStandardStream(output))
+        return command.fail(ExitUsage, QStringLiteral("the merged file records where its runs came from; name a file for it"));
     std::vector<YString> shards;
     for (const QString& shard : command.positional()) {
         if (!command.checkInput(shard))

@@ -13,6 +13,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTemporaryDir>
 
 #include <chrono>
 #include <cmath>
@@ -107,8 +108,57 @@ bool ToolCommand::checkInput(const QString& path) const
     return false;
 }
 
+namespace {
+
+// Standard input read to its end into a temporary file, once; the file goes when the tool ends.
+QString standardInputFile()
+{
+    static QTemporaryDir folder;
+    static QString path;
+    static bool read = false;
+    if (read)
+        return path;
+    read = true;
+    if (!folder.isValid())
+        return QString();
+    QFile in;
+    QFile copy(folder.filePath(QStringLiteral("stdin")));
+    if (!in.open(stdin, QIODevice::ReadOnly) || !copy.open(QIODevice::WriteOnly))
+        return QString();
+    char chunk[65536];
+    for (;;) {
+        const qint64 got = in.read(chunk, sizeof chunk);
+        if (got < 0)
+            return QString();
+        if (got == 0)
+            break;
+        if (copy.write(chunk, got) != got)
+            return QString();
+    }
+    if (!copy.flush())
+        return QString();
+    path = copy.fileName();
+    return path;
+}
+
+} // namespace
+
+bool ToolCommand::input(QString* path) const
+{
+    if (isStandardStream(*path)) {
+        *path = standardInputFile();
+        if (path->isEmpty()) {
+            fail(ExitFailure, QStringLiteral("cannot read standard input"));
+            return false;
+        }
+    }
+    return checkInput(*path);
+}
+
 bool ToolCommand::checkOutput(const QString& path) const
 {
+    if (isStandardStream(path))
+        return true;
     if (QFileInfo(path).isDir()) {
         fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
         return false;
@@ -124,7 +174,29 @@ bool ToolCommand::checkOutput(const QString& path) const
 
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)
 {
-    return sp_ReplaceFileWith(toYs(target), write);
+    if (!isStandardStream(target))
+        return sp_ReplaceFileWith(toYs(target), write);
+    QTemporaryDir folder;
+    if (!folder.isValid())
+        return false;
+    const QString temporary = folder.filePath(QStringLiteral("output"));
+    if (!write(toYs(temporary)))
+        return false;
+    QFile file(temporary);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    std::fflush(stdout);
+    char chunk[65536];
+    for (;;) {
+        const qint64 got = file.read(chunk, sizeof chunk);
+        if (got < 0)
+            return false;
+        if (got == 0)
+            break;
+        if (std::fwrite(chunk, 1, static_cast<size_t>(got), stdout) != static_cast<size_t>(got))
+            return false;
+    }
+    return std::fflush(stdout) == 0;
 }
 
 Output& Output::pad(const std::string& text, int width)

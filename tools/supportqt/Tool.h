@@ -54,14 +54,18 @@ public:
     /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the
     /// library's file-open diagnosis, and returns false.
     bool checkInput(const QString& path) const;
-    /// The first positional argument as an input file, checked with `checkInput`; false when it
-    /// cannot be read.
+    /// An input named on the command line, checked with `checkInput`: "-" is standard input, which is
+    /// then read to its end into a temporary file whose name replaces `*path` (the library reads files
+    /// by name). False, reported, when it cannot be read.
+    bool input(QString* path) const;
+    /// The first positional argument as an input, as `input` takes it.
     bool inputArgument(QString* path) const
     {
         *path = positional().value(0);
-        return checkInput(*path);
+        return input(path);
     }
-    /// Checks that `path` can be written now; reports why not and returns false otherwise.
+    /// Checks that `path` can be written now; reports why not and returns false otherwise. "-" (standard
+    /// output) can always be written.
     bool checkOutput(const QString& path) const;
 
     const QString& name() const { return m_name; }
@@ -76,8 +80,12 @@ private:
     bool m_json = false;
 };
 
+/// True for "-", the name of standard input or standard output on the command line.
+inline bool isStandardStream(const QString& path) { return path == QLatin1String("-"); }
+
 /// Writes a file whole or not at all, as the library's sp_ReplaceFileContent does: through links, in
 /// place for devices, keeping permissions; on failure `target` is as it was and no temporary file stays.
+/// A `target` of "-" is standard output: `write` writes a temporary file, which is then copied there.
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write);
 
 /// Text output collected in memory and written to standard output in one go.
@@ -137,6 +145,7 @@ QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
-/// Makes standard output and standard error write bytes as given, so that the tool's text and files
-/// written to "-" end lines with a line feed on every platform (Windows would add carriage returns).
+/// Makes the standard streams pass bytes as given, so that the tool's text and files written to "-" end
+/// lines with a line feed on every platform (Windows would add carriage returns) and "-" read as input
+/// keeps its own line ends.
 void useBinaryStandardStreams();

@@ -41,6 +41,7 @@ void useBinaryStandardStreams()
 {
     std::fflush(stdout);
     std::fflush(stderr);
+    _setmode(_fileno(stdin), _O_BINARY); // "-" reads the bytes as they are, carriage returns included
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
 }

@@ -96,9 +96,9 @@ int runTextConvert(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("unknown encoding '%1'").arg(QString::fromLatin1(from)));
     if (!QTextCodec::codecForName(to))
         return command.fail(ExitUsage, QStringLiteral("unknown encoding '%1'").arg(QString::fromLatin1(to)));
-    const QString path = command.positional().at(0);
+    QString path = command.positional().at(0);
     const QString output = command.value(QStringLiteral("output"));
-    if (!command.checkInput(path) || !command.checkOutput(output))
+    if (!command.input(&path) || !command.checkOutput(output))
         return ExitFailure;
     if (sameExistingFile(path, output))
         return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
@@ -135,6 +135,8 @@ int runTextConvert(const QStringList& arguments)
     }
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
+    if (isStandardStream(output))
+        return ExitOk; // the converted text is the output
     Output out;
     out << "wrote " << output << ": " << static_cast<long long>(text.size()) << " UTF-16 units, " << QString::fromLatin1(to)
         << '\n';
