@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -750,10 +751,11 @@ private:
     bool m_joined = false; ///< whether the last `logical` line is `m_line` rather than the text itself
 };
 
-// The bytes of a library as the readers read them: a plain file mapped (read whole when it cannot be
-// mapped), a UTF-16 file through its UTF-8 copy. `file` and `copy` hold what `data` points into.
+// The bytes of a library as the readers read them: a plain file read whole into memory (not mapped: a
+// file cut short by someone else while it is mapped would end the process), a UTF-16 file through its
+// UTF-8 copy. Only a regular file is opened, so that a FIFO cannot stall the caller and a device such as
+// /dev/zero cannot fill its memory.
 struct LibraryBytes {
-    QFile file;
     QByteArray copy;
     const char* data = nullptr;
     size_t size = 0;
@@ -761,53 +763,46 @@ struct LibraryBytes {
 
 ModelLibStatus readLibrary(const YString& path, LibraryBytes* bytes, bool* wide)
 {
-    const QString name = toQs(path);
-    const QFileInfo info(name);
-    if (path.isEmpty() || !info.exists() || info.isDir())
+    long long size = 0;
+    FILE* file = path.isEmpty() ? nullptr : sp_OpenRegularFile(path.c_str(), LLONG_MAX, &size);
+    if (!file)
         return ModelLibStatus::Unreadable;
-    if (info.size() > kMaxPosition)
+    if (size > kMaxPosition) {
+        std::fclose(file);
         return ModelLibStatus::TooLarge;
+    }
     YString temp;
     QByteArray decoded;
     *wide = textfile::convertWide(path, &temp, &decoded);
     if (*wide) {
+        std::fclose(file);
         if (temp.isEmpty()) {
             bytes->copy = decoded;
         } else {
-            QFile file(toQs(temp));
-            const bool opened = file.open(QIODevice::ReadOnly);
-            if (opened && file.size() <= kMaxPosition)
-                bytes->copy = file.readAll();
-            const bool tooLarge = opened && file.size() > kMaxPosition;
-            file.close();
+            QFile copy(toQs(temp));
+            const bool opened = copy.open(QIODevice::ReadOnly);
+            if (opened && copy.size() <= kMaxPosition)
+                bytes->copy = copy.readAll();
+            const bool tooLarge = opened && copy.size() > kMaxPosition;
+            copy.close();
             (void)unlink_utf8(temp.c_str()); // the UTF-8 copy is scratch: a failed removal changes nothing
             if (!opened)
                 return ModelLibStatus::Unreadable;
             if (tooLarge)
                 return ModelLibStatus::TooLarge;
         }
-        bytes->data = bytes->copy.constData();
-        bytes->size = static_cast<size_t>(bytes->copy.size());
     } else {
-        QFile& file = bytes->file;
-        file.setFileName(name);
-        if (!file.open(QIODevice::ReadOnly))
+        // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
+        bytes->copy.resize(static_cast<int>(size));
+        const size_t got = size > 0 ? std::fread(bytes->copy.data(), 1, static_cast<size_t>(size), file) : 0;
+        const bool failed = std::ferror(file) != 0;
+        std::fclose(file);
+        if (failed)
             return ModelLibStatus::Unreadable;
-        const qint64 size = file.size();
-        if (size > kMaxPosition)
-            return ModelLibStatus::TooLarge;
-        // Mapped, the bytes are read once, by the scan; files that report no size (pipes, special
-        // files) or cannot be mapped are read whole.
-        const uchar* mapped = size > 0 ? file.map(0, size) : nullptr;
-        if (mapped) {
-            bytes->data = reinterpret_cast<const char*>(mapped);
-            bytes->size = static_cast<size_t>(size);
-        } else {
-            bytes->copy = file.readAll();
-            bytes->data = bytes->copy.constData();
-            bytes->size = static_cast<size_t>(bytes->copy.size());
-        }
+        bytes->copy.resize(static_cast<int>(got));
     }
+    bytes->data = bytes->copy.constData();
+    bytes->size = static_cast<size_t>(bytes->copy.size());
     return static_cast<long long>(bytes->size) > kMaxPosition ? ModelLibStatus::TooLarge : ModelLibStatus::Ok;
 }
 

@@ -300,6 +300,23 @@ TEST_F(ModelLibraryFiles, MissingAndUnreadableFilesAreStatuses)
     EXPECT_EQ(sp_IndexModelLibrary(YString(""), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
 }
 
+#ifndef _WIN32
+// A FIFO with no writer would stall an open, and /dev/zero never ends: neither is opened for reading,
+// named directly or through a reference.
+TEST_F(ModelLibraryFiles, SpecialFilesAreRefusedWithoutWaiting)
+{
+    const std::string fifo = path("pipe.lib");
+    ASSERT_EQ(QProcess::execute("mkfifo", {QString::fromStdString(fifo)}), 0);
+    ModelLibIndex index;
+    EXPECT_EQ(sp_IndexModelLibrary(YString(fifo.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
+    EXPECT_EQ(sp_IndexModelLibrary(YString("/dev/zero"), SpiceLanguageNative, &index), ModelLibStatus::Unreadable);
+    const std::string top = write("top.lib", ".include pipe.lib\n.include /dev/zero\n.model A D\n");
+    std::vector<ModelLibProblem> problems;
+    EXPECT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::MissingFile, ModelLibProblem::MissingFile}));
+}
+#endif
+
 TEST_F(ModelLibraryFiles, AFileBeyondIntPositionsIsRefusedWithoutReadingIt)
 {
     const std::string file = path("huge.lib");
