@@ -53,9 +53,9 @@ public:
     /// (without the quotes the constructor adds).
     void addArgument(const char* argument);
     /// Starts the child and waits up to 30 s for it to start.
-    bool start();
+    [[nodiscard]] bool start();
     /// Waits for the child to end, at most `timeoutMs` (0: without limit); true when it has ended.
-    bool waitProcess(int timeoutMs);
+    [[nodiscard]] bool waitProcess(int timeoutMs);
     void kill();
     int exitCode() const;
     bool normalExit() const;

@@ -18,7 +18,7 @@ public:
     void lock();
     void unlock();
     /// One attempt; true when the mutex is now held.
-    bool tryLock();
+    [[nodiscard]] bool tryLock();
 
 private:
     QMutex* m_mutex;
@@ -44,7 +44,7 @@ public:
     void start();
     bool running() const;
     /// Waits up to `ms` milliseconds (-1: without limit) for the body to return; true when it has.
-    bool wait(int ms);
+    [[nodiscard]] bool wait(int ms);
 
 private:
     KvThreadImpl* m_impl;

@@ -62,12 +62,12 @@ public:
     /// Replaces the content with the file's; false when it cannot be read or is not well-formed XML,
     /// and false at once, without reading, for what is not a regular file (a FIFO, a device such as
     /// /dev/zero, a folder) or a file larger than `kMaxFileBytes`.
-    bool load(const char* path);
+    [[nodiscard]] bool load(const char* path);
     /// Parses XML text; false when it is not well-formed.
-    bool loadText(const char* text, size_t length);
+    [[nodiscard]] bool loadText(const char* text, size_t length);
     /// Writes the document with an XML declaration, UTF-8, indented by tabs; `flags` is reserved (pass 0).
     /// False when the file cannot be written completely.
-    bool save(const char* path, int flags = 0) const;
+    [[nodiscard]] bool save(const char* path, int flags = 0) const;
     /// The document as text.
     YString toText() const;
     /// Removes any content and creates the root element named `name`.
