@@ -70,26 +70,37 @@ bool equalsNoCase(std::string_view a, std::string_view b)
     return true;
 }
 
-// The words of a logical line split at " =(),\t", as LibraryStream splits the name off a definition
-// line, at most `limit` of them, into `out`, which is reused so that a line costs no allocation.
+// The next word of a line at or after `*p`, split at " =(),\t" as LibraryStream splits the name off a
+// definition line, and whether an "=" follows it; `*p` moves past it. False at the line's end.
+inline bool nextWord(const char** p, const char* end, Word* word)
+{
+    const char* q = *p;
+    while (q < end && isDelimiter(*q))
+        ++q;
+    *p = q;
+    if (q == end)
+        return false;
+    const char* const b = q;
+    while (q < end && !isDelimiter(*q))
+        ++q;
+    const char* j = q;
+    while (j < end && (*j == ' ' || *j == '\t'))
+        ++j;
+    *word = {std::string_view(b, static_cast<size_t>(q - b)), j < end && *j == '='};
+    *p = q;
+    return true;
+}
+
+// The words of a logical line, at most `limit` of them, into `out`, which is reused so that a line
+// costs no allocation.
 void words(std::string_view line, std::vector<Word>* out, size_t limit = SIZE_MAX)
 {
     out->clear();
     const char* p = line.data();
     const char* const end = p + line.size();
-    while (out->size() < limit) {
-        while (p < end && isDelimiter(*p))
-            ++p;
-        if (p == end)
-            break;
-        const char* const b = p;
-        while (p < end && !isDelimiter(*p))
-            ++p;
-        const char* j = p;
-        while (j < end && (*j == ' ' || *j == '\t'))
-            ++j;
-        out->push_back({std::string_view(b, static_cast<size_t>(p - b)), j < end && *j == '='});
-    }
+    Word word;
+    while (out->size() < limit && nextWord(&p, end, &word))
+        out->push_back(word);
 }
 
 // The instances and uses of the subcircuit being read, each listed once ignoring case: an
@@ -605,19 +616,10 @@ private:
         const char* const readable = m_joined ? end : m_text + m_size;
         bool bounded = first != 'x' && first != 'X'; // no instance to look for, or found
         std::string_view pending;
-        for (size_t index = 0;; ++index) {
-            while (p < end && isDelimiter(*p))
-                ++p;
-            if (p == end)
-                break;
-            const char* const b = p;
-            while (p < end && !isDelimiter(*p))
-                ++p;
-            const char* j = p;
-            while (j < end && (*j == ' ' || *j == '\t'))
-                ++j;
-            const bool assigned = j < end && *j == '=';
-            const std::string_view word(b, static_cast<size_t>(p - b));
+        Word next;
+        for (size_t index = 0; nextWord(&p, end, &next); ++index) {
+            const bool assigned = next.assigned;
+            const std::string_view word = next.text;
             if (index == 0)
                 continue;
             if (!bounded) {

@@ -141,6 +141,21 @@ bool dialect(const ToolCommand& command, SpiceLanguage* language)
 }
 
 // The exit code and error line of a status other than Ok.
+// Parses an action's command line and its dialect, and with `path` its library argument as an input;
+// -1 when the action should run, otherwise the exit code to return at once.
+int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minPositional, int maxPositional,
+                    SpiceLanguage* language, QString* path)
+{
+    const int early = command.parse(arguments, minPositional, maxPositional);
+    if (early >= 0)
+        return early;
+    if (!dialect(command, language))
+        return ExitUsage;
+    if (path && !command.inputArgument(path))
+        return ExitFailure;
+    return -1;
+}
+
 int statusFailure(const ToolCommand& command, ModelLibStatus status, const QString& path, const QString& section)
 {
     switch (status) {
@@ -165,15 +180,11 @@ int runLibSections(const QStringList& arguments)
                                        "definitions each reaches, following its .include and .lib references across files."));
     addDialectOption(command);
     command.addJsonOption();
-    const int early = command.parse(arguments, 1, 1);
-    if (early >= 0)
-        return early;
     SpiceLanguage language = SpiceLanguageNative;
     QString path;
-    if (!dialect(command, &language))
-        return ExitUsage;
-    if (!command.inputArgument(&path))
-        return ExitFailure;
+    const int early = parseLibCommand(command, arguments, 1, 1, &language, &path);
+    if (early >= 0)
+        return early;
     ModelLibResolution r;
     ModelLibStatus status = sp_ResolveModelSection(toYs(path), YString(), language, &r);
     if (status != ModelLibStatus::Ok)
@@ -213,15 +224,11 @@ int runLibDefs(const QStringList& arguments)
     command.addOption({QStringLiteral("section")}, QStringLiteral("The section whose definitions to list, across files."), QStringLiteral("NAME"));
     addDialectOption(command);
     command.addJsonOption();
-    const int early = command.parse(arguments, 1, 1);
-    if (early >= 0)
-        return early;
     SpiceLanguage language = SpiceLanguageNative;
     QString path;
-    if (!dialect(command, &language))
-        return ExitUsage;
-    if (!command.inputArgument(&path))
-        return ExitFailure;
+    const int early = parseLibCommand(command, arguments, 1, 1, &language, &path);
+    if (early >= 0)
+        return early;
     std::vector<const ModelLibDefinition*> definitions;
     ModelLibResolution r;
     ModelLibIndex index;
@@ -267,15 +274,11 @@ int runLibCheck(const QStringList& arguments)
     command.addOption({QStringLiteral("section")}, QStringLiteral("Check only what this section reaches."), QStringLiteral("NAME"));
     addDialectOption(command);
     command.addJsonOption();
-    const int early = command.parse(arguments, 1, 1);
-    if (early >= 0)
-        return early;
     SpiceLanguage language = SpiceLanguageNative;
     QString path;
-    if (!dialect(command, &language))
-        return ExitUsage;
-    if (!command.inputArgument(&path))
-        return ExitFailure;
+    const int early = parseLibCommand(command, arguments, 1, 1, &language, &path);
+    if (early >= 0)
+        return early;
     const QString section = command.value(QStringLiteral("section"));
     std::vector<ModelLibProblem> problems;
     const ModelLibStatus status = sp_CheckModelLibrary(toYs(path), toYs(section), language, &problems);
@@ -300,12 +303,10 @@ int runLibDiff(const QStringList& arguments)
                                        "Exit code 3 when they differ."));
     addDialectOption(command);
     command.addJsonOption();
-    const int early = command.parse(arguments, 2, 2);
+    SpiceLanguage language = SpiceLanguageNative;
+    const int early = parseLibCommand(command, arguments, 2, 2, &language, nullptr);
     if (early >= 0)
         return early;
-    SpiceLanguage language = SpiceLanguageNative;
-    if (!dialect(command, &language))
-        return ExitUsage;
     QString a = command.positional().at(0);
     QString b = command.positional().at(1);
     if (!command.input(&a) || !command.input(&b))
@@ -359,12 +360,10 @@ int runLibExtract(const QStringList& arguments)
     command.addOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."), QStringLiteral("OLD=NEW"));
     addDialectOption(command);
     command.addJsonOption();
-    const int early = command.parse(arguments, 2, 1 << 20);
+    SpiceLanguage language = SpiceLanguageNative;
+    const int early = parseLibCommand(command, arguments, 2, 1 << 20, &language, nullptr);
     if (early >= 0)
         return early;
-    SpiceLanguage language = SpiceLanguageNative;
-    if (!dialect(command, &language))
-        return ExitUsage;
     if (!command.isSet(QStringLiteral("output")))
         return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
     ModelLibExtractRequest request;
