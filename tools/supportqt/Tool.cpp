@@ -121,19 +121,20 @@ QString standardInputFile()
     read = true;
     if (!folder.isValid())
         return QString();
-    QFile in;
     QFile copy(folder.filePath(QStringLiteral("stdin")));
-    if (!in.open(stdin, QIODevice::ReadOnly) || !copy.open(QIODevice::WriteOnly))
+    if (!copy.open(QIODevice::WriteOnly))
         return QString();
+    // Read with the C runtime, which takes a pipe, a file or a console alike on every platform.
     char chunk[65536];
     for (;;) {
-        const qint64 got = in.read(chunk, sizeof chunk);
-        if (got < 0)
+        const size_t got = std::fread(chunk, 1, sizeof chunk, stdin);
+        if (got > 0 && copy.write(chunk, static_cast<qint64>(got)) != static_cast<qint64>(got))
             return QString();
-        if (got == 0)
+        if (got < sizeof chunk) {
+            if (std::ferror(stdin))
+                return QString();
             break;
-        if (copy.write(chunk, got) != got)
-            return QString();
+        }
     }
     if (!copy.flush())
         return QString();
