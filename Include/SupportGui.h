@@ -181,13 +181,13 @@ SUPPORTQT_API void sp_GetSupportedImageWriteFormats(YList<YString>* formats);
 [[nodiscard]] SUPPORTQT_API bool sp_CreateFont(const YString& name, const YString& spec, std::function<void()> changed);
 /// Offers the named font for editing in a dialog with that caption; false without the GUI module.
 SUPPORTQT_API bool sp_EditFont(const YString& name, const YString& caption);
-/// The specification of the named font; empty when it is unknown or without the GUI module.
+/// The description of the named font (family, size, style) as text; empty when it is unknown or without the GUI module.
 SUPPORTQT_API YString sp_GetFontSpec(const YString& name);
 /// Appends the names of the fonts the GUI module knows (`all` as the module reads it) to `*names`.
 SUPPORTQT_API void sp_GetFontNames(YList<YString>* names, bool all);
 /// Sets `*font` to the named font; false, `*font` untouched, when it is unknown or without the module.
 [[nodiscard]] SUPPORTQT_API bool sp_RecoverFont(QFont* font, const YString& name);
-/// Has the GUI module apply every font's current specification again.
+/// Has the GUI module apply every font's current settings again.
 SUPPORTQT_API void sp_UpdateFonts();
 /// Loads the named image into `*pixmap` at `size` pixels; untouched without the GUI module.
 SUPPORTQT_API void sp_GetPixmap(const QString& name, QPixmap* pixmap, int size);
