@@ -49,15 +49,12 @@ private:
 
     int getChar();
     int next();
-    int machine();
+    int machine(Buf* sink);
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
-    bool readLineInBulk();
-    const char* commentBlockEnd(const char* p, const char* end) const;
-    void replayInBulk();
-    bool replayLine();
-    void skipCommentInBulk();
-    const char* bulkEnd() const;
+    size_t directWindow() const;
+    void takeRun(bool inLine, Buf* text, CharQueue* alsoQueued);
+    void replayRun(Buf* text);
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 
     int m_state = Start;

@@ -73,18 +73,21 @@ private:
     /// Outcome of the line assembly: a line ended, or the input ended with nothing read.
     enum LineResult { LineEnded, InputEnded };
 
+    /// What the state machine does with the characters it delivers: `get` hands each one back, the
+    /// line assembly gathers them into the line (see the source).
+    struct CharDelivery;
+    struct LineAssembly;
+
     int readRaw();
-    int getLogical();
-    bool canReadInBulk() const;
-    void skipCommentInBulk(bool keep);
-    bool readLineInBulk();
+    template <class Delivery>
+    int machine(Delivery& delivery);
+    size_t takeHighBytes(const char* p, const char* end);
     void accept(int c);
     void recordLastAccepted();
     void newlineToRaw();
     void detectStarHash(int commentChar);
     int readDirectiveChar(bool* ended);
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
-    LineResult assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first);
 
     State m_state = LineStart;
     int m_pushback = -1;

@@ -1,13 +1,28 @@
-// NetlistFilter_p.h - the byte filter and the bulk scanning helpers shared by the netlist readers.
+// NetlistFilter_p.h - the netlist readers' byte filter and their fast-forward kernel: the scan that
+// finds where a run of ordinary bytes ends, one block of 16, 32 or 64 bytes at a time.
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#if defined(_MSC_VER)
+#if defined(__x86_64__) || defined(_M_X64)
+#define NETLIST_SCAN_X86 1
+#include <immintrin.h>
+#if defined(_MSC_VER) && !defined(__clang__)
 #include <intrin.h>
+#define NETLIST_TARGET(isa)
+#else
+#define NETLIST_TARGET(isa) __attribute__((target(isa)))
 #endif
+#endif
+
+// The helpers of a reader's state machine are lambdas over its locals; they must be inlined, or the
+// locals would live in memory.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define NETLIST_INLINE [[msvc::forceinline]]
+#else
+#define NETLIST_INLINE __attribute__((always_inline))
 #endif
 
 namespace netlist {
@@ -17,98 +32,275 @@ inline bool keeps(int c) { return c == 9 || c == 10 || (c >= 32 && c <= 254); }
 /// The bytes that separate the words of a netlist line: keywords, names and "name=value" pairs.
 constexpr char kTokenDelimiters[] = " =(),\t";
 
-// The readers copy or skip runs of printable ASCII in one step; every other byte (line ends, the end
-// mark 0xFF, bytes the filter drops, non-ASCII bytes) takes their per-character path.
-constexpr bool isPrintable(unsigned char c) { return c == '\t' || (c >= 32 && c <= 126); }
-
-#if defined(__SSE2__) || defined(_M_X64)
-// Index of the lowest set bit of a nonzero 16-bit mask.
-inline int lowestBit(unsigned mask)
+/// Index of the lowest set bit of a nonzero mask.
+inline int lowestBit(unsigned long long mask)
 {
-#if defined(_MSC_VER)
+#if defined(_MSC_VER) && !defined(__clang__)
     unsigned long index = 0;
-    _BitScanForward(&index, mask);
+    _BitScanForward64(&index, mask);
     return static_cast<int>(index);
 #else
-    return __builtin_ctz(mask);
+    return __builtin_ctzll(mask);
 #endif
 }
-#endif
 
-#if defined(__SSE2__) || defined(_M_X64)
-// One bit per byte of `v`: set for printable ASCII (32 to 126) other than the two stop bytes given as
-// vectors. A tab counts as a stop here; the scanners take it by their byte check.
-inline unsigned plainMask(__m128i v, __m128i stop1, __m128i stop2)
+// ---------------------------------------------------------------- the fast-forward kernel
+
+/// What ends a run of ordinary bytes for one state of a reader. Every run ends at a byte below 32 other
+/// than the tab (line ends and the bytes the filter drops) and at 0xFF; `extra` names up to three more
+/// stop bytes (a comment character, braces; an unused slot repeats one of the others or holds a line
+/// feed), and `highBytes` makes 128 to 254 stop bytes too, for a reader whose UTF-8 detector must see
+/// them.
+struct RunStops {
+    char extra[3];
+    bool highBytes;
+};
+
+/// The instruction sets the kernel has a version for, in order.
+enum class ScanLevel : int { Scalar = 0, Sse2 = 1, Avx2 = 2, Avx512 = 3 };
+
+/// A kernel: the length of the run at `p` (at most `end - p` bytes). Its outputs (none, one or two)
+/// receive a copy of the run and need room for `end - p` bytes and 64 more, because the copy stores whole
+/// blocks as it scans.
+using RunKernel = size_t (*)(const char* p, const char* end, const RunStops& stops, char* out1, char* out2);
+
+/// One level's kernels.
+struct ScanKernels {
+    RunKernel skip;  ///< scan only
+    RunKernel copy1; ///< scan and copy to out1
+    RunKernel copy2; ///< scan and copy to out1 and out2
+    ScanLevel level;
+};
+
+namespace scan {
+inline bool stopsScalar(unsigned char c, const RunStops& s)
 {
-    const __m128i stops = _mm_or_si128(_mm_cmpeq_epi8(v, stop1), _mm_cmpeq_epi8(v, stop2));
-    const __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(31)), _mm_cmplt_epi8(v, _mm_set1_epi8(127)));
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(stops, printable)));
+    return (c < 32 && c != 9) || c == 0xFF || (s.highBytes && c >= 128) || c == static_cast<unsigned char>(s.extra[0]) ||
+           c == static_cast<unsigned char>(s.extra[1]) || c == static_cast<unsigned char>(s.extra[2]);
 }
-#endif
 
-// Length of the run of printable bytes at `p` that are neither `stop1` nor `stop2`; with `Outputs` 1 or
-// 2 the run is also copied to `out` (and to `alsoOut`). Outputs need room for the run and 16 bytes
-// more: the scan and the copy are one pass that stores whole vectors.
 template <int Outputs>
-inline size_t scanPlainRun(const char* p, const char* end, char stop1, char stop2, char* out, char* alsoOut)
+size_t runScalar(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
 {
     const char* q = p;
-    for (;;) {
-#if defined(__SSE2__) || defined(_M_X64)
-        // Sixteen bytes at a time; a tab stops the vector scan and is taken by the byte check below.
-        const __m128i s1 = _mm_set1_epi8(stop1);
-        const __m128i s2 = _mm_set1_epi8(stop2);
-        while (end - q >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-            const unsigned mask = plainMask(v, s1, s2);
-            const size_t at = static_cast<size_t>(q - p);
-            if (Outputs >= 1)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + at), v);
-            if (Outputs >= 2)
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(alsoOut + at), v);
-            if (mask != 0xFFFFu) {
-                q += lowestBit(~mask & 0xFFFFu);
-                break;
-            }
-            q += 16;
-        }
-#endif
-        if (q >= end)
-            break;
-        const unsigned char c = static_cast<unsigned char>(*q);
-        if (!isPrintable(c) || c == static_cast<unsigned char>(stop1) || c == static_cast<unsigned char>(stop2))
-            break;
+    while (q < end && !stopsScalar(static_cast<unsigned char>(*q), s)) {
         if (Outputs >= 1)
-            out[q - p] = static_cast<char>(c);
+            out1[q - p] = *q;
         if (Outputs >= 2)
-            alsoOut[q - p] = static_cast<char>(c);
+            out2[q - p] = *q;
         ++q;
     }
     return static_cast<size_t>(q - p);
 }
 
-inline size_t plainRun(const char* p, const char* end, char stop1, char stop2)
+#if defined(NETLIST_SCAN_X86)
+// Stop mask of 16 bytes: below 32 but the tab, 0xFF (or every byte from 128 when `high` is all ones),
+// and the three extra bytes.
+NETLIST_TARGET("sse2")
+inline unsigned stopMask16(__m128i v, __m128i e0, __m128i e1, __m128i e2, __m128i high)
 {
-    return scanPlainRun<0>(p, end, stop1, stop2, nullptr, nullptr);
+    const __m128i c31 = _mm_set1_epi8(31);
+    const __m128i control = _mm_andnot_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(9)), _mm_cmpeq_epi8(_mm_max_epu8(v, c31), c31));
+    const __m128i extra = _mm_or_si128(_mm_cmpeq_epi8(v, e0), _mm_or_si128(_mm_cmpeq_epi8(v, e1), _mm_cmpeq_epi8(v, e2)));
+    // The sign bit of v & high marks 128 to 255 when high is all ones; 0xFF compares equal to all ones.
+    const __m128i top = _mm_or_si128(_mm_and_si128(v, high), _mm_cmpeq_epi8(v, _mm_set1_epi8(-1)));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(control, extra), top)));
 }
 
-// The most bytes one bulk read takes from the stream's buffer: its output buffers need that much room.
-constexpr long long kBulkWindow = 64 * 1024;
-
-// Length of the line end (LF or CR LF) at `p`, 0 when there is none or it is not wholly in the buffer.
-inline size_t lineEndAt(const char* p, const char* end)
+template <int Outputs>
+NETLIST_TARGET("sse2")
+size_t runSse2(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
 {
-    if (p < end && *p == '\n')
-        return 1;
-    if (end - p >= 2 && p[0] == '\r' && p[1] == '\n')
-        return 2;
-    return 0;
+    const __m128i e0 = _mm_set1_epi8(s.extra[0]), e1 = _mm_set1_epi8(s.extra[1]), e2 = _mm_set1_epi8(s.extra[2]);
+    const __m128i high = _mm_set1_epi8(s.highBytes ? -1 : 0);
+    const char* q = p;
+    while (end - q >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        if (Outputs >= 1)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out1 + (q - p)), v);
+        if (Outputs >= 2)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out2 + (q - p)), v);
+        if (const unsigned mask = stopMask16(v, e0, e1, e2, high))
+            return static_cast<size_t>(q - p) + static_cast<size_t>(lowestBit(mask));
+        q += 16;
+    }
+    const size_t done = static_cast<size_t>(q - p);
+    return done + runScalar<Outputs>(q, end, s, Outputs >= 1 ? out1 + done : nullptr, Outputs >= 2 ? out2 + done : nullptr);
 }
 
-// True for the first byte of a physical line that simply starts the next logical line: printable, not a
-// blank, not "+" and not a comment character.
-inline bool startsPlainLine(unsigned char c, char commentChar)
+template <int Outputs>
+NETLIST_TARGET("avx2")
+size_t runAvx2(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
 {
-    return c > 32 && c <= 126 && c != '+' && c != '*' && c != static_cast<unsigned char>(commentChar);
+    const __m256i e0 = _mm256_set1_epi8(s.extra[0]), e1 = _mm256_set1_epi8(s.extra[1]), e2 = _mm256_set1_epi8(s.extra[2]);
+    const __m256i high = _mm256_set1_epi8(s.highBytes ? -1 : 0);
+    const __m256i c31 = _mm256_set1_epi8(31), tab = _mm256_set1_epi8(9), ones = _mm256_set1_epi8(-1);
+    const char* q = p;
+    while (end - q >= 32) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+        if (Outputs >= 1)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out1 + (q - p)), v);
+        if (Outputs >= 2)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out2 + (q - p)), v);
+        const __m256i control = _mm256_andnot_si256(_mm256_cmpeq_epi8(v, tab), _mm256_cmpeq_epi8(_mm256_max_epu8(v, c31), c31));
+        const __m256i extra =
+            _mm256_or_si256(_mm256_cmpeq_epi8(v, e0), _mm256_or_si256(_mm256_cmpeq_epi8(v, e1), _mm256_cmpeq_epi8(v, e2)));
+        const __m256i top = _mm256_or_si256(_mm256_and_si256(v, high), _mm256_cmpeq_epi8(v, ones));
+        const unsigned mask = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_or_si256(_mm256_or_si256(control, extra), top)));
+        if (mask)
+            return static_cast<size_t>(q - p) + static_cast<size_t>(lowestBit(mask));
+        q += 32;
+    }
+    const size_t done = static_cast<size_t>(q - p);
+    return done + runSse2<Outputs>(q, end, s, Outputs >= 1 ? out1 + done : nullptr, Outputs >= 2 ? out2 + done : nullptr);
+}
+
+template <int Outputs>
+NETLIST_TARGET("avx512f,avx512bw")
+size_t runAvx512(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
+{
+    const __m512i e0 = _mm512_set1_epi8(s.extra[0]), e1 = _mm512_set1_epi8(s.extra[1]), e2 = _mm512_set1_epi8(s.extra[2]);
+    const __m512i c31 = _mm512_set1_epi8(31), tab = _mm512_set1_epi8(9), ones = _mm512_set1_epi8(-1);
+    const char* q = p;
+    for (;;) {
+        const size_t left = static_cast<size_t>(end - q);
+        if (left == 0)
+            break;
+        // The last block is loaded under a mask, which never touches the bytes past the end.
+        const __mmask64 valid = left >= 64 ? ~0ULL : (1ULL << left) - 1;
+        const __m512i v = _mm512_maskz_loadu_epi8(valid, q);
+        if (Outputs >= 1)
+            _mm512_storeu_si512(out1 + (q - p), v);
+        if (Outputs >= 2)
+            _mm512_storeu_si512(out2 + (q - p), v);
+        __mmask64 stop = _mm512_cmple_epu8_mask(v, c31) & ~_mm512_cmpeq_epi8_mask(v, tab);
+        stop |= _mm512_cmpeq_epi8_mask(v, e0) | _mm512_cmpeq_epi8_mask(v, e1) | _mm512_cmpeq_epi8_mask(v, e2);
+        stop |= s.highBytes ? _mm512_movepi8_mask(v) : _mm512_cmpeq_epi8_mask(v, ones);
+        stop &= valid;
+        if (stop)
+            return static_cast<size_t>(q - p) + static_cast<size_t>(lowestBit(stop));
+        if (left < 64)
+            return static_cast<size_t>(end - p);
+        q += 64;
+    }
+    return static_cast<size_t>(q - p);
+}
+
+// Whether the processor and the system support the level (the upper register state must be saved).
+inline bool supports(ScanLevel level)
+{
+    if (level <= ScanLevel::Sse2)
+        return true;
+#if defined(_MSC_VER) && !defined(__clang__)
+    int r[4];
+    __cpuid(r, 0);
+    if (r[0] < 7)
+        return false;
+    __cpuid(r, 1);
+    const bool osSaves = (r[2] & (1 << 27)) != 0; // OSXSAVE
+    if (!osSaves)
+        return false;
+    const unsigned long long xcr0 = _xgetbv(0);
+    __cpuidex(r, 7, 0);
+    if (level == ScanLevel::Avx2)
+        return (xcr0 & 0x6) == 0x6 && (r[1] & (1 << 5)) != 0;
+    return (xcr0 & 0xE6) == 0xE6 && (r[1] & (1 << 16)) != 0 && (r[1] & (1 << 30)) != 0;
+#else
+    __builtin_cpu_init();
+    if (level == ScanLevel::Avx2)
+        return __builtin_cpu_supports("avx2");
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+#endif
+}
+#endif
+} // namespace scan
+
+/// The kernels of one level; a level the build or the processor lacks gives the best one below it.
+inline ScanKernels kernelsFor(ScanLevel level)
+{
+#if defined(NETLIST_SCAN_X86)
+    while (level > ScanLevel::Sse2 && !scan::supports(level))
+        level = static_cast<ScanLevel>(static_cast<int>(level) - 1);
+    switch (level) {
+    case ScanLevel::Avx512:
+        return {scan::runAvx512<0>, scan::runAvx512<1>, scan::runAvx512<2>, level};
+    case ScanLevel::Avx2:
+        return {scan::runAvx2<0>, scan::runAvx2<1>, scan::runAvx2<2>, level};
+    case ScanLevel::Sse2:
+        return {scan::runSse2<0>, scan::runSse2<1>, scan::runSse2<2>, level};
+    case ScanLevel::Scalar:
+        break;
+    }
+#endif
+    return {scan::runScalar<0>, scan::runScalar<1>, scan::runScalar<2>, ScanLevel::Scalar};
+}
+
+/// The level named by the environment variable SUPPORTQT_NETLIST_SCAN ("scalar", "sse2", "avx2",
+/// "avx512"), which caps the choice so that tests can force every path; the best level otherwise.
+inline ScanLevel requestedScanLevel()
+{
+    const char* name = std::getenv("SUPPORTQT_NETLIST_SCAN");
+    if (name) {
+        if (std::strcmp(name, "scalar") == 0)
+            return ScanLevel::Scalar;
+        if (std::strcmp(name, "sse2") == 0)
+            return ScanLevel::Sse2;
+        if (std::strcmp(name, "avx2") == 0)
+            return ScanLevel::Avx2;
+    }
+    return ScanLevel::Avx512;
+}
+
+/// The kernels the readers use, chosen once per process.
+inline const ScanKernels& activeKernels()
+{
+    static const ScanKernels kernels = kernelsFor(requestedScanLevel());
+    return kernels;
+}
+
+/// The most bytes one fast-forward step takes, so that its outputs reserve a bounded room.
+constexpr size_t kRunWindow = 64 * 1024;
+/// The room a kernel's output needs beyond the run.
+constexpr int kRunSlack = 64;
+
+// ---------------------------------------------------------------- UTF-8 runs
+
+/// Length of the run of complete multi-byte sequences at `p` (lead bytes of 2 to 6 bytes followed by
+/// their continuation bytes), stopping before an ASCII byte, a byte that cannot lead, 0xFF, or a sequence
+/// not wholly before `end`. `extended` is set when one of them has 5 or 6 bytes. Feeding such a run to a
+/// detector that stands between sequences leaves it between sequences, with the verdict at least UTF-8
+/// (extended UTF-8 when `extended`).
+inline size_t utf8SequenceRun(const char* p, const char* end, bool* extended)
+{
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(p);
+    const unsigned char* const e = reinterpret_cast<const unsigned char*>(end);
+    const unsigned char* q = s;
+    while (q < e) {
+        const unsigned c = *q;
+        size_t length;
+        if (c < 0xC0 || c >= 0xFE)
+            break; // ASCII, a stray continuation byte, 0xFE or 0xFF
+        if (c < 0xE0)
+            length = 2;
+        else if (c < 0xF0)
+            length = 3;
+        else if (c < 0xF8)
+            length = 4;
+        else if (c < 0xFC)
+            length = 5;
+        else
+            length = 6;
+        if (static_cast<size_t>(e - q) < length)
+            break;
+        size_t k = 1;
+        while (k < length && (q[k] & 0xC0) == 0x80)
+            ++k;
+        if (k < length)
+            break;
+        if (length >= 5)
+            *extended = true;
+        q += length;
+    }
+    return static_cast<size_t>(q - s);
 }
 } // namespace netlist

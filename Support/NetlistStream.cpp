@@ -8,17 +8,13 @@
 
 #include <climits>
 #include <cstddef>
-#include <string>
+#include <cstring>
+#include <optional>
 
 
 int SpiceStream::dummyLineNum = 0;
 
 namespace {
-using netlist::isPrintable;
-using netlist::lineEndAt;
-using netlist::plainRun;
-using netlist::startsPlainLine;
-
 const int kMaxDirectiveText = 198;
 }
 
@@ -83,7 +79,7 @@ void SpiceStream::clearCounts()
 int SpiceStream::getCharCount() const { return keepsOwnCount() ? kvstream::getCharCount() : m_charCount; }
 
 // The physical character stream: pushback, pending character, CR handling, filter, UTF-8 feeding.
-int SpiceStream::readRaw()
+inline int SpiceStream::readRaw()
 {
     if (m_pushback != -1) {
         int c = m_pushback;
@@ -92,6 +88,15 @@ int SpiceStream::readRaw()
     }
     if (m_state == EndPending || m_state == AtEnd)
         return -1;
+    if (m_pendingChar == -1 && m_utf8Detect.isBetweenSequences()) {
+        // The common byte, printable ASCII straight from the buffer: nothing to do but count it.
+        const char* const p = bufferBegin();
+        if (p != bufferEnd() && static_cast<unsigned char>(*p) >= 32 && static_cast<unsigned char>(*p) < 127) {
+            advance(1);
+            ++m_charCount;
+            return static_cast<unsigned char>(*p);
+        }
+    }
     for (;;) {
         int c;
         if (m_pendingChar != -1) {
@@ -126,17 +131,6 @@ int SpiceStream::readRaw()
     }
 }
 
-int SpiceStream::get(bool raw)
-{
-    if (raw) {
-        int c = readRaw();
-        m_rawBuffer.add(c == -1 ? '\xFF' : static_cast<char>(c));
-        m_state = LineStart;
-        return c;
-    }
-    return getLogical();
-}
-
 void SpiceStream::accept(int c)
 {
     m_rawBuffer.add(static_cast<char>(c));
@@ -155,240 +149,414 @@ void SpiceStream::newlineToRaw()
         m_rawBuffer.add('\n');
 }
 
-// True when the next bytes can be taken straight from the stream's buffer: nothing handed back or
-// pending, no base64 section open, and the UTF-8 detector between sequences (so ASCII leaves it as is).
-bool SpiceStream::canReadInBulk() const
+// The bytes above 127 at `p` that the UTF-8 detector need not see one at a time: complete sequences
+// while it stands between sequences, any of them but 0xFF once it has found the input invalid. Their
+// effect on the detector is made here; returns how many there are.
+size_t SpiceStream::takeHighBytes(const char* p, const char* end)
 {
-    return m_pushback == -1 && m_pendingChar == -1 && !getFlag() && m_utf8Detect.isBetweenSequences();
+    if (m_utf8Detect.getEncoding() == Invalid) {
+        const char* q = p;
+        while (q < end && static_cast<unsigned char>(*q) >= 128 && static_cast<unsigned char>(*q) != 0xFF)
+            ++q;
+        return static_cast<size_t>(q - p);
+    }
+    bool extended = false;
+    const size_t n = netlist::utf8SequenceRun(p, end, &extended);
+    // A complete two-byte sequence, and a five-byte one for extended UTF-8, leave the detector as the
+    // run's own sequences do.
+    if (n > 0)
+        for (const unsigned char b : {0xC2, 0x80})
+            m_utf8Detect.add(b);
+    if (extended)
+        for (const unsigned char b : {0xF8, 0x80, 0x80, 0x80, 0x80})
+            m_utf8Detect.add(b);
+    return n;
 }
 
-// Skips the printable bytes of a comment directly in the buffer; `keep` also appends them to the raw
-// buffer.
-void SpiceStream::skipCommentInBulk(bool keep)
-{
-    if (!canReadInBulk())
-        return;
-    const char* begin = bufferBegin();
-    const size_t n = plainRun(begin, bufferEnd(), '\n', '\n');
-    if (n == 0)
-        return;
-    if (keep)
-        m_rawBuffer.append(begin, static_cast<int>(n));
-    m_charCount += static_cast<int>(n);
-    advance(n);
-}
+// `get` takes the characters one at a time: each delivery ends the call, and no run is taken.
+struct SpiceStream::CharDelivery {
+    Buf* runSink() const { return nullptr; }
+    Buf* startLine(int) { return nullptr; }
+    bool* nonAscii() const { return nullptr; }
+    bool take(int, int) { return true; }
+};
 
-// Reads as much of the current logical line as the buffer allows in bulk, with exactly the effects of
-// reading it character by character: runs of plain text, ";" comments, line ends, blank lines, "*"
-// comment lines between a line and its continuation, and "+" continuations (the "+" becomes a space in
-// the line). Stops, with the state up to date, at anything else (brace expressions, directives, bytes
-// that are not printable ASCII, the buffer's end). True when the logical line is complete: the first
-// byte of the next line has been read and handed back.
-bool SpiceStream::readLineInBulk()
-{
-    if (m_state != InLine || !canReadInBulk())
+// The line assembly: the delivered characters build the line, brace expressions are handed to
+// `evaluate`, and a line feed ends the line. Once the line's first character has set its number, its
+// ordinary bytes may come in runs: to the line at brace depth 0, to the expression inside braces.
+struct SpiceStream::LineAssembly {
+    SpiceStream& stream;
+    int* lineNumber;
+    bool* streamFlag;
+    bool* nonAsciiFlag;
+    Buf* sink = nullptr; // null until the first character
+    std::optional<Buf> expression;
+    int depth = 0;
+
+    LineAssembly(SpiceStream& s, int* number, bool* flag, bool* nonAscii)
+        : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(nonAscii)
+    {
+    }
+
+    Buf* runSink() const { return sink; }
+    // The line's first character is about to come, a plain one: the line's number is set, and its text
+    // is where plain characters go.
+    Buf* startLine(int lineCount)
+    {
+        *lineNumber = lineCount + 1;
+        return sink = &stream.m_lineBuffer;
+    }
+    bool* nonAscii() const { return nonAsciiFlag; }
+    // Takes one character, `lineCount` being the reader's line count; true when the line has ended.
+    bool take(int c, int lineCount)
+    {
+        if (c > 127)
+            *nonAsciiFlag = true;
+        if (!sink) {
+            *lineNumber = lineCount + 1;
+            sink = &stream.m_lineBuffer;
+        }
+        if (c == 10)
+            return true;
+        if (stream.getFlag())
+            *streamFlag = true;
+        if (depth == 0 && c != '{') {
+            stream.m_lineBuffer.add(static_cast<char>(c));
+            return false;
+        }
+        takeInBraces(c);
         return false;
-    const char icc = getInlineCommentChar();
-    const char* const begin = bufferBegin();
-    const char* const end = bufferEnd() - begin > netlist::kBulkWindow ? begin + netlist::kBulkWindow : bufferEnd();
-    // The raw and the line text are written through local pointers into room reserved once: each byte
-    // read gives at most one byte of each (and 16 more bytes take the vector stores).
-    const int room = static_cast<int>(end - begin) + 16;
-    const int rawBefore = m_rawBuffer.length();
-    char* const rawStart = m_rawBuffer.reserveTail(room);
-    char* const lineStart = m_lineBuffer.reserveTail(room);
-    const char* const rawData = rawStart - rawBefore;
-    char* raw = rawStart;
-    char* line = lineStart;
-    const char* p = begin;
-    int lines = 0;
-    const char* acceptedAt = nullptr; // where the last accepted text ended
-    int acceptedLines = 0;
-    State state = m_state;
-    bool complete = false;
-    for (;;) {
-        if (state == InLine) {
-            const size_t n = netlist::scanPlainRun<2>(p, end, icc, '{', raw, line);
-            if (n > 0) {
-                p += n;
-                raw += n;
-                line += n;
-                acceptedAt = p;
-                acceptedLines = lines;
+    }
+    // An opening brace, or a character inside braces.
+    void takeInBraces(int c)
+    {
+        Buf& line = stream.m_lineBuffer;
+        if (depth == 0) {
+            depth = 1;
+            if (!expression)
+                expression.emplace();
+            sink = &*expression;
+        } else if (c == '{') {
+            expression->add('(');
+            ++depth;
+        } else if (c == '}' && depth > 1) {
+            expression->add(')');
+            --depth;
+        } else if (c == '}') {
+            YString result;
+            if (stream.evaluate(expression->data(), &result)) {
+                line.append(result.c_str(), result.length());
+            } else {
+                line.add('{');
+                line.append(expression->data(), expression->length());
+                line.add('}');
             }
-            if (p < end && *p == icc) {
-                // An inline comment: the comment character and the comment's text go to the raw buffer.
-                *raw++ = icc;
-                ++p;
-                state = InlineComment;
-            }
+            expression->flush();
+            depth = 0;
+            sink = &line;
+        } else {
+            expression->add(static_cast<char>(c));
         }
-        if (state == InlineComment) {
-            const size_t n = netlist::scanPlainRun<1>(p, end, '\n', '\n', raw, nullptr);
-            p += n;
-            raw += n;
+    }
+};
+
+// The logical-line state machine. A character it delivers goes to `delivery`, which says whether the
+// call ends there; the end of input always ends it (-1).
+//
+// Its working state lives in locals while it runs, so that it stays in registers: the read position in
+// the stream's buffer, the state, the counts, the handed-back character, and write positions in room
+// reserved at the end of the raw buffer and of the delivery's text. Each byte read writes at most one
+// byte to each, so room for the bytes up to `stop` (at most one window of the buffer) and a little more
+// is reserved, and the common bytes are read only below `stop`. `store` writes everything back before
+// anything else reads the stream, the counts or the buffers (readRaw, the directive scanner, a delivery
+// that is not a plain append, the caller); `load` takes it up again and reserves new room.
+template <class Delivery>
+int SpiceStream::machine(Delivery& delivery)
+{
+    constexpr int kRoomBeyondWindow = netlist::kRunSlack + 8;
+    const char* p;
+    const char* stop;
+    State state;
+    int pushback, chars, lines, lastChars, lastLines;
+    bool sourceDirect; // nothing pending from a lone carriage return, and the detector between sequences
+    char* rawStart;
+    char* raw;
+    Buf* sink;
+    char* textStart;
+    char* text;
+    const auto reserveText = [&]() NETLIST_INLINE {
+        sink = delivery.runSink();
+        textStart = text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow) : nullptr;
+    };
+    const auto load = [&]() NETLIST_INLINE {
+        p = bufferBegin();
+        const size_t available = static_cast<size_t>(bufferEnd() - p);
+        stop = p + (available < netlist::kRunWindow ? available : netlist::kRunWindow);
+        state = m_state;
+        pushback = m_pushback;
+        chars = m_charCount;
+        lines = m_lineCount;
+        lastChars = m_lastAcceptedCharCount;
+        lastLines = m_lastAcceptedLineCount;
+        sourceDirect = m_pendingChar == -1 && m_utf8Detect.isBetweenSequences();
+        rawStart = raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow);
+        reserveText();
+    };
+    const auto store = [&]() NETLIST_INLINE {
+        m_rawBuffer.expand(static_cast<int>(raw - rawStart));
+        if (sink)
+            sink->expand(static_cast<int>(text - textStart));
+        advance(static_cast<size_t>(p - bufferBegin()));
+        m_state = state;
+        m_pushback = pushback;
+        m_charCount = chars;
+        m_lineCount = lines;
+        m_lastAcceptedCharCount = lastChars;
+        m_lastAcceptedLineCount = lastLines;
+    };
+    load();
+
+    const auto recordLastAccepted = [&]() NETLIST_INLINE {
+        lastChars = keepsOwnCount() ? kvstream::getCharCount() : chars;
+        lastLines = lines;
+    };
+    const auto accept = [&](int c) NETLIST_INLINE {
+        *raw++ = static_cast<char>(c);
+        recordLastAccepted();
+    };
+    const auto newlineToRaw = [&]() NETLIST_INLINE {
+        const int last = raw > rawStart ? static_cast<unsigned char>(raw[-1]) : m_rawBuffer.last();
+        if (!(m_suppressEmptyLines && last == '\n'))
+            *raw++ = '\n';
+    };
+    // Bytes may be taken straight from the buffer: nothing handed back or pending, and the detector
+    // between sequences, where ASCII leaves it as it is. (An open base64 section hides the buffer.)
+    const auto direct = [&]() NETLIST_INLINE { return pushback == -1 && sourceDirect; };
+    // The character source: the common bytes (printable ASCII and line ends) straight from the buffer,
+    // with the effects readRaw would have; every other through readRaw.
+    const auto next = [&]() NETLIST_INLINE -> int {
+        if (pushback != -1) {
+            const int c = pushback;
+            pushback = -1;
+            return c;
         }
-        if (p >= end)
-            break;
-        if (state == AfterNewline) {
+        // (The end states read nothing, and never come here.)
+        if (p < stop && sourceDirect) {
             const unsigned char c = static_cast<unsigned char>(*p);
-            if (c == ' ' || c == '\t') {
+            if (c >= 32 && c < 127) {
                 ++p;
+                ++chars;
+                return c;
+            }
+            if (c == '\n' || (c == '\r' && stop - p >= 2 && p[1] == '\n')) {
+                const int length = c == '\n' ? 1 : 2;
+                p += length;
+                chars += length;
+                ++lines;
+                return 10;
+            }
+        }
+        store();
+        const int c = readRaw();
+        load();
+        return c;
+    };
+    // Hands a character to the delivery. A delivery with a text (a line under way) appends plain
+    // characters to it and ends at a line feed; those are done here. Any other character goes through
+    // `take` with everything stored, since it may call `evaluate`, which may look at the reader.
+    const auto deliver = [&](int c) NETLIST_INLINE -> bool {
+        if (c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag()) {
+            if (!text && (sink = delivery.startLine(lines)) != nullptr)
+                textStart = text = sink->reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow);
+            if (text) {
+                *text++ = static_cast<char>(c);
+                return false;
+            }
+        }
+        if (text && c == 10)
+            return true;
+        store();
+        const bool ended = delivery.take(c, lines);
+        load();
+        return ended;
+    };
+    const auto detectDirective = [&](int c) NETLIST_INLINE {
+        store();
+        detectStarHash(c);
+        load();
+    };
+    // A run of ordinary bytes at the read position, with the effects that reading them one at a time
+    // would have: counted, and copied to the raw buffer when `toRaw` and to the line's text in a line
+    // (`inLine`, where the comment character and braces end a run too). Bytes above 127 that the
+    // detector need not see one at a time are taken as well, and set the caller's non-ASCII flag.
+    const netlist::ScanKernels& kernels = netlist::activeKernels();
+    netlist::RunStops lineStops{};
+    const auto dialectChanged = [&]() NETLIST_INLINE {
+        lineStops = netlist::RunStops{{getInlineCommentChar(), '{', '}'}, true};
+    };
+    dialectChanged();
+    const netlist::RunStops commentStops{{'\n', '\n', '\n'}, true};
+    const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
+        for (;;) {
+            size_t n = inLine ? kernels.copy2(p, stop, lineStops, raw, text)
+                              : toRaw ? kernels.copy1(p, stop, commentStops, raw, nullptr)
+                                      : kernels.skip(p, stop, commentStops, nullptr, nullptr);
+            const size_t high = p + n < stop && static_cast<unsigned char>(p[n]) >= 128 ? takeHighBytes(p + n, stop) : 0;
+            if (high > 0) {
+                if (toRaw)
+                    std::memcpy(raw + n, p + n, high);
+                if (inLine) {
+                    std::memcpy(text + n, p + n, high);
+                    *delivery.nonAscii() = true;
+                }
+                n += high;
+            }
+            p += n;
+            chars += static_cast<int>(n);
+            if (toRaw)
+                raw += n;
+            if (inLine) {
+                text += n;
+                if (n > 0)
+                    recordLastAccepted();
+            }
+            if (high == 0)
+                return;
+        }
+    };
+    const auto leave = [&](int result) NETLIST_INLINE {
+        store();
+        return result;
+    };
+
+    for (;;) {
+        // The comment character of the current dialect: a directive may change it.
+        const int icc = lineStops.extra[0];
+        // The states are tested in the order of how often a netlist visits them: a chain of tests is
+        // predicted better than a jump table here.
+        if (state == InLine) {
+            // The line's ordinary bytes in one step, once the line's text is under way.
+            if (text && p < stop && direct())
+                takeRun(true, true);
+            const int c = next();
+            if (c == icc) {
+                *raw++ = static_cast<char>(c);
+                state = InlineComment;
+                continue;
+            }
+            if (c == 10) {
+                recordLastAccepted();
+                newlineToRaw();
+                state = AfterNewline;
+                continue;
+            }
+            if (c == -1) {
+                recordLastAccepted();
+                state = EndPending;
+                if (deliver(10))
+                    return leave(10);
+                continue;
+            }
+            accept(c);
+            if (deliver(c))
+                return leave(c);
+        } else if (state == AfterNewline) {
+            const int c = next();
+            if (c == '*' || c == icc) {
+                *raw++ = static_cast<char>(c);
+                detectDirective(c);
+                dialectChanged();
+                state = InlineComment;
+                continue;
+            }
+            if (c == 10) {
+                newlineToRaw();
                 continue;
             }
             if (c == '+') {
                 *raw++ = '+';
-                *line++ = ' ';
-                ++p;
                 state = InLine;
-                continue;
-            }
-            if (c == '*' || c == static_cast<unsigned char>(icc)) {
-                // A comment line: the character after the comment character is read at once (the
-                // directive check); a "#" after "*" is a directive and takes the per-character path.
-                if (end - p < 2)
-                    break;
-                const unsigned char after = static_cast<unsigned char>(p[1]);
-                if (!isPrintable(after) || (c == '*' && after == '#'))
-                    break;
-                *raw++ = static_cast<char>(c);
-                *raw++ = static_cast<char>(after);
-                p += 2;
-                state = InlineComment;
-                continue;
-            }
-            if (startsPlainLine(c, icc)) {
-                ++p;
-                m_pushback = c;
-                state = InLine;
-                complete = true;
-                break;
-            }
-        }
-        const size_t eol = lineEndAt(p, end);
-        if (eol == 0)
-            break;
-        p += eol;
-        ++lines;
-        if (state == InLine) {
-            // A line end inside a line also records the last accepted counts.
-            acceptedAt = p;
-            acceptedLines = lines;
-        }
-        if (!(m_suppressEmptyLines && raw > rawData && raw[-1] == '\n'))
-            *raw++ = '\n';
-        state = AfterNewline;
-    }
-    m_state = state;
-    m_rawBuffer.expand(static_cast<int>(raw - rawStart));
-    m_lineBuffer.expand(static_cast<int>(line - lineStart));
-    if (acceptedAt) {
-        m_lastAcceptedCharCount = m_charCount + static_cast<int>(acceptedAt - begin);
-        m_lastAcceptedLineCount = m_lineCount + acceptedLines;
-    }
-    m_charCount += static_cast<int>(p - begin);
-    m_lineCount += lines;
-    advance(static_cast<size_t>(p - begin));
-    return complete;
-}
-
-int SpiceStream::getLogical()
-{
-    for (;;) {
-        if (m_state == CommentLine || m_state == InlineComment)
-            skipCommentInBulk(m_state == InlineComment);
-        // The comment character of the current dialect: a directive read on the previous line may have
-        // changed it.
-        const int icc = getInlineCommentChar();
-        int c = readRaw();
-        switch (m_state) {
-        case LineStart:
-            if (c == ' ' || c == '\t' || c == 10)
-                continue;
-            if (c == '*' || c == icc) {
-                detectStarHash(c);
-                m_state = CommentLine;
+                if (deliver(32))
+                    return leave(32);
                 continue;
             }
             if (c == -1) {
-                m_state = AtEnd;
-                return -1;
-            }
-            accept(c);
-            m_state = InLine;
-            return c;
-        case CommentLine:
-            if (c == 10) {
-                m_state = LineStart;
+                state = EndPending;
+                if (deliver(10))
+                    return leave(10);
                 continue;
-            }
-            if (c == -1) {
-                m_state = AtEnd;
-                return -1;
-            }
-            continue;
-        case InLine:
-            if (c == icc) {
-                m_rawBuffer.add(static_cast<char>(c));
-                m_state = InlineComment;
-                continue;
-            }
-            if (c == 10) {
-                recordLastAccepted();
-                newlineToRaw();
-                m_state = AfterNewline;
-                continue;
-            }
-            if (c == -1) {
-                recordLastAccepted();
-                m_state = EndPending;
-                return 10;
-            }
-            accept(c);
-            return c;
-        case InlineComment:
-            if (c == 10) {
-                newlineToRaw();
-                m_state = AfterNewline;
-                continue;
-            }
-            if (c == -1) {
-                m_state = EndPending;
-                return 10;
-            }
-            m_rawBuffer.add(static_cast<char>(c));
-            continue;
-        case AfterNewline:
-            if (c == '*' || c == icc) {
-                m_rawBuffer.add(static_cast<char>(c));
-                detectStarHash(c);
-                m_state = InlineComment;
-                continue;
-            }
-            if (c == 10) {
-                newlineToRaw();
-                continue;
-            }
-            if (c == '+') {
-                m_rawBuffer.add('+');
-                m_state = InLine;
-                return 32;
-            }
-            if (c == -1) {
-                m_state = EndPending;
-                return 10;
             }
             if (c == ' ' || c == '\t')
                 continue;
-            m_pushback = c;
-            m_state = InLine;
-            return 10;
-        case EndPending:
-        case AtEnd:
-            m_state = AtEnd;
-            return -1;
+            pushback = c;
+            state = InLine;
+            if (deliver(10))
+                return leave(10);
+        } else if (state == InlineComment) {
+            // The comment's ordinary bytes in one step.
+            if (p < stop && direct())
+                takeRun(false, true);
+            const int c = next();
+            if (c == 10) {
+                newlineToRaw();
+                state = AfterNewline;
+                continue;
+            }
+            if (c == -1) {
+                state = EndPending;
+                if (deliver(10))
+                    return leave(10);
+                continue;
+            }
+            *raw++ = static_cast<char>(c);
+        } else if (state == CommentLine) {
+            // The comment's ordinary bytes in one step.
+            if (p < stop && direct())
+                takeRun(false, false);
+            const int c = next();
+            if (c == 10) {
+                state = LineStart;
+                continue;
+            }
+            if (c == -1) {
+                state = AtEnd;
+                return leave(-1);
+            }
+        } else if (state == LineStart) {
+            const int c = next();
+            if (c == ' ' || c == '\t' || c == 10)
+                continue;
+            if (c == '*' || c == icc) {
+                detectDirective(c);
+                dialectChanged();
+                state = CommentLine;
+                continue;
+            }
+            if (c == -1) {
+                state = AtEnd;
+                return leave(-1);
+            }
+            accept(c);
+            state = InLine;
+            if (deliver(c))
+                return leave(c);
+        } else { // EndPending, AtEnd
+            state = AtEnd;
+            return leave(-1);
         }
     }
+}
+
+int SpiceStream::get(bool raw)
+{
+    if (raw) {
+        int c = readRaw();
+        m_rawBuffer.add(c == -1 ? '\xFF' : static_cast<char>(c));
+        m_state = LineStart;
+        return c;
+    }
+    CharDelivery one;
+    return machine(one);
 }
 
 // One raw read for the directive scanner: carriage returns are skipped (and counted); a byte 0xFF is
@@ -502,67 +670,13 @@ SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamF
     m_lineBuffer.flush();
     *streamFlag = false;
     *nonAscii = false;
-    if (m_state == InLine && !m_literalMode && m_pushback != -1 && m_pushback != '{' && !getFlag()
-        && startsPlainLine(static_cast<unsigned char>(m_pushback), getInlineCommentChar())) {
-        // The common start of a line: its first character was handed back when the previous line ended.
-        // Accepting it here is what the state machine would do with it.
-        const char c = static_cast<char>(m_pushback);
-        m_pushback = -1;
-        accept(c);
-        *lineNumber = m_lineCount + 1;
-        m_lineBuffer.add(c);
-        if (readLineInBulk())
-            return LineEnded;
-        return assembleRest(lineNumber, streamFlag, nonAscii, false);
-    }
-    return assembleRest(lineNumber, streamFlag, nonAscii, true);
-}
-
-// The character-by-character assembly of a line, brace expressions included; `first` when nothing of
-// the line has been read yet.
-SpiceStream::LineResult SpiceStream::assembleRest(int* lineNumber, bool* streamFlag, bool* nonAscii, bool first)
-{
-    int depth = 0;
-    std::string expression;
-    for (int c = get(m_literalMode); c != -1; c = get(m_literalMode)) {
-        if (c > 127)
-            *nonAscii = true;
-        if (first) {
-            *lineNumber = m_lineCount + 1;
-            first = false;
-        }
-        if (c == 10)
-            return LineEnded;
-        if (getFlag())
-            *streamFlag = true;
-        if (depth == 0) {
-            if (c == '{') {
-                depth = 1;
-            } else {
-                m_lineBuffer.add(static_cast<char>(c));
-                if (m_state == InLine && !m_literalMode && readLineInBulk())
-                    return LineEnded;
-            }
-        } else if (c == '{') {
-            expression += '(';
-            ++depth;
-        } else if (c == '}' && depth > 1) {
-            expression += ')';
-            --depth;
-        } else if (c == '}') {
-            YString result;
-            if (evaluate(expression.c_str(), &result)) {
-                m_lineBuffer.append(result.c_str(), result.length());
-            } else {
-                m_lineBuffer.add('{');
-                m_lineBuffer.append(expression.data(), static_cast<int>(expression.size()));
-                m_lineBuffer.add('}');
-            }
-            expression.clear();
-            depth = 0;
-        } else {
-            expression += static_cast<char>(c);
-        }
+    LineAssembly line{*this, lineNumber, streamFlag, nonAscii};
+    if (m_literalMode) {
+        for (int c = get(true); c != -1; c = get(true))
+            if (line.take(c, m_lineCount))
+                return LineEnded;
+    } else if (machine(line) != -1) {
+        return LineEnded;
     }
     return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
 }

@@ -1,6 +1,7 @@
 // NetlistBench.cpp - timings of the netlist readers and text-file loading on generated inputs.
 // The inputs come from scripts/benchdata.py; the folder is named by SUPPORTQT_BENCH_DATA.
 #include "LibraryStream.h"
+#include "NetlistFilter_p.h"
 #include "LiteralNetlistStream.h"
 #include "NetlistStream.h"
 #include "TextFile.h"
@@ -74,6 +75,89 @@ void readLiteral(benchmark::State& state, const char* name)
         benchmark::DoNotOptimize(lines);
     }
     state.counters["lines"] = static_cast<double>(lines) / static_cast<double>(state.iterations());
+}
+
+// The floor of the readers, in two parts. The interface: the logical lines of the file, already split
+// in memory, handed one at a time through a virtual gets into the caller's string, as a reader hands
+// them. The scan: the file's bytes read through the same stream and scanned run by run with the
+// readers' vector kernel, with nothing else done.
+class SplitLines : public kvstream {
+public:
+    explicit SplitLines(const std::vector<std::string>& lines) : m_lines(lines) {}
+    virtual bool gets(YString* line, int* lineNumber)
+    {
+        if (m_next == m_lines.size())
+            return false;
+        const std::string& text = m_lines[m_next++];
+        line->assign(text.data(), static_cast<int>(text.size()));
+        *lineNumber = static_cast<int>(m_next);
+        return true;
+    }
+
+private:
+    const std::vector<std::string>& m_lines;
+    size_t m_next = 0;
+};
+
+const std::vector<std::string>& logicalLines(const std::string& path)
+{
+    static std::vector<std::string> lines;
+    if (lines.empty()) {
+        SpiceStream in(path.c_str(), SpiceLanguageNative);
+        YString line;
+        while (in.gets(&line, nullptr, nullptr, nullptr)) {
+            lines.emplace_back(line.c_str(), static_cast<size_t>(line.length()));
+            in.flushBuffer();
+        }
+    }
+    return lines;
+}
+
+void BM_FloorInterfaceLf(benchmark::State& state)
+{
+    const std::string path = dataFile("netlist_lf.cir");
+    if (!exists(path)) {
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    const std::vector<std::string>& lines = logicalLines(path);
+    long long count = 0;
+    for (auto _ : state) {
+        SplitLines in(lines);
+        kvstream& base = in;
+        benchmark::DoNotOptimize(base);
+        YString line;
+        int number = 0;
+        while (in.gets(&line, &number))
+            ++count;
+        benchmark::DoNotOptimize(count);
+    }
+    state.counters["lines"] = static_cast<double>(count) / static_cast<double>(state.iterations());
+}
+
+void BM_FloorScanLf(benchmark::State& state)
+{
+    const std::string path = dataFile("netlist_lf.cir");
+    if (!exists(path)) {
+        state.SkipWithError("benchmark input missing; run scripts/bench");
+        return;
+    }
+    const netlist::ScanKernels& kernels = netlist::activeKernels();
+    const netlist::RunStops stops{{';', '{', '}'}, true};
+    long long runs = 0;
+    for (auto _ : state) {
+        kvfstream in(path.c_str());
+        while (in.fill()) {
+            const char* p = in.bufferBegin();
+            const char* const end = in.bufferEnd();
+            while (p < end) {
+                p += kernels.skip(p, end, stops, nullptr, nullptr) + 1;
+                ++runs;
+            }
+        }
+        benchmark::DoNotOptimize(runs);
+    }
+    state.counters["runs"] = static_cast<double>(runs) / static_cast<double>(state.iterations());
 }
 
 void BM_SpiceStreamLf(benchmark::State& state) { readSpice(state, "netlist_lf.cir"); }
@@ -251,6 +335,8 @@ BENCHMARK(BM_SpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_FloorInterfaceLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_FloorScanLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
 BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);

@@ -125,8 +125,12 @@ public:
     {
         if (m_length + 1 >= m_capacity)
             grow(m_length + 2);
-        m_data[m_length++] = c;
-        m_data[m_length] = '\0';
+        // Members are read once before the byte stores: a char store may alias them.
+        char* const data = m_data;
+        const int n = m_length;
+        data[n] = c;
+        data[n + 1] = '\0';
+        m_length = n + 1;
     }
     /// Appends a NUL-terminated text (null appends nothing).
     void append(const char* text);
@@ -151,8 +155,9 @@ public:
     /// Takes `length` bytes written after `reserveTail` into the buffer.
     void expand(int length)
     {
-        m_length += length;
-        m_data[m_length] = '\0';
+        const int n = m_length + length;
+        m_length = n;
+        m_data[n] = '\0';
     }
     /// Empties the buffer without releasing its memory.
     void flush() { m_length = 0; m_data[0] = '\0'; }
@@ -194,8 +199,12 @@ public:
     {
         if (m_write + 1 >= m_capacity)
             reserve(1);
-        m_data[m_write++] = c;
-        m_data[m_write] = '\0';
+        // Members are read once before the byte stores: a char store may alias them.
+        char* const data = m_data;
+        const int n = m_write;
+        data[n] = c;
+        data[n + 1] = '\0';
+        m_write = n + 1;
     }
     void append(const char* data, int length)
     {
@@ -204,6 +213,20 @@ public:
         if (m_write + length >= m_capacity)
             reserve(length);
         std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
+        m_write += length;
+        m_data[m_write] = '\0';
+    }
+    /// Room for at least `length` more bytes at the end: write up to `length` bytes at the returned
+    /// pointer, then `expand` by the number written.
+    char* reserveTail(int length)
+    {
+        if (m_write + length >= m_capacity)
+            reserve(length);
+        return m_data + m_write;
+    }
+    /// Takes `length` bytes written after `reserveTail` into the queue.
+    void expand(int length)
+    {
         m_write += length;
         m_data[m_write] = '\0';
     }

@@ -1,0 +1,96 @@
+// ReferenceNetlistReaders.h - the two netlist readers as plain per-character state machines, with no
+// fast-forward and no shortcut of any kind: the yardstick the library's readers are compared with.
+#pragma once
+
+#include "QtSupport.h"
+#include "YString.h"
+#include "kvstream.h"
+
+#include <climits>
+#include <string>
+
+/// SpiceStream read one character at a time. Built on an open stream; the native dialect.
+class ReferenceSpiceStream : public kvstream {
+public:
+    explicit ReferenceSpiceStream(kvstream& source);
+
+    bool gets(YString* line, int* lineNumber, bool* streamFlag, bool* nonAscii);
+    int get(bool raw);
+    void readTitle();
+    void flushBuffer();
+    void setLiteralMode(bool on) { m_literalMode = on; }
+    void dontSuppressEmptyLines() { m_suppressEmptyLines = false; }
+
+    const Buf* getBuffer() const { return &m_rawBuffer; }
+    int eof() const { return m_state == AtEnd ? 1 : 0; }
+    int getCharCount() const { return keepsOwnCount() ? kvstream::getCharCount() : m_charCount; }
+    int getLineCount() const { return m_lineCount; }
+    int getLastAcceptedLineCount() const { return m_lastAcceptedLineCount; }
+    int getLastAcceptedCharCount() const { return m_lastAcceptedCharCount; }
+    int getLanguage() const { return m_language; }
+    const char* getSeparator() const { return m_separator.c_str(); }
+    bool isHierarchy() const { return m_hierarchy; }
+    UTF8DetectEncoding getUtf8Encoding() const { return m_utf8Detect.getEncoding(); }
+
+private:
+    enum State { LineStart, CommentLine, InLine, InlineComment, AfterNewline, EndPending, AtEnd };
+
+    int readRaw();
+    int getLogical();
+    void accept(int c);
+    void recordLastAccepted();
+    void newlineToRaw();
+    void detectStarHash(int commentChar);
+    int readDirectiveChar(bool* ended);
+    int icc() const { return m_language == 2 ? '$' : ';'; }
+
+    State m_state = LineStart;
+    int m_pushback = -1;
+    int m_pendingChar = -1;
+    int m_lineCount = 0;
+    int m_charCount = 0;
+    int m_lastAcceptedLineCount = 0;
+    int m_lastAcceptedCharCount = 0;
+    bool m_literalMode = false;
+    bool m_suppressEmptyLines = true;
+    bool m_hierarchy = false;
+    int m_language = 0;
+    UTF8Detect m_utf8Detect;
+    Buf m_rawBuffer;
+    Buf m_lineBuffer;
+    YString m_separator = "$";
+};
+
+/// NewSpiceStream read one character at a time, with the character limit of the library-section reader.
+class ReferenceLiteralStream : public kvstream {
+public:
+    explicit ReferenceLiteralStream(kvstream& source, int charLimit = INT_MAX);
+
+    bool gets(YString* line, int* lineNumber);
+    int get();
+    const Buf& getLitBuffer() const { return m_litBuffer; }
+    void flushLitBuffer() { m_litBuffer.flush(); }
+    int getLineCount() const { return m_lineCount; }
+    int getCharCount() const { return m_charCount; }
+
+private:
+    enum State { Start = -1, AfterNewline = 0, StarComment = 1, InLine = 2, Replay = 3, LineComment = 4,
+                 InlineComment = 5, ReplayComment = 6 };
+
+    int getChar();
+    int next();
+    int machine();
+    void fillOutputLitBuffer();
+    void readRestOfLineIntoLookahead();
+
+    int m_state = Start;
+    int m_lineCount = 0;
+    int m_charCount = 0;
+    int m_pendingChar = -1;
+    Buf m_litBuffer;
+    Buf m_lineBuffer;
+    std::string m_litQueue;
+    std::string m_lookahead;
+    bool m_atEnd = false;
+    int m_charLimit = INT_MAX;
+};
