@@ -3,6 +3,7 @@
 
 #include "SupportDll.h"
 
+#include "ChartScales.h"
 #include "Compress.h"
 #include "DatesAndUrls.h"
 #include "DialogBinding.h"
