@@ -24,6 +24,7 @@
 #include "QtSupport.h"
 #include "Reports.h"
 #include "RunStatistics.h"
+#include "SchemaValidation.h"
 #include "SimulatorType.h"
 #include "SupportGui.h"
 #include "SupportQtExport.h"
