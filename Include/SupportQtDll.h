@@ -14,6 +14,7 @@
 #include "Help.h"
 #include "LibraryStream.h"
 #include "LiteralNetlistStream.h"
+#include "MeritReplace.h"
 #include "ModelLibrary.h"
 #include "MswMerge.h"
 #include "NetlistStream.h"
