@@ -1907,15 +1907,32 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     const std::string afterFirst = readFileBytes(file.toStdString());
     const Result duplicate = tool({"append-merit", file, "--value", "x", "--name", "eng", "--data", again});
     EXPECT_EQ(duplicate.code, 1);
-    EXPECT_EQ(duplicate.err, "supportqt append-merit: " + file + " already has a merit function named eng\n");
+    EXPECT_EQ(duplicate.err, "supportqt append-merit: " + file + " already has a merit function named eng; --replace replaces it\n");
     EXPECT_EQ(readFileBytes(file.toStdString()), afterFirst);
+    // --replace: the merit function keeps its place (the fifth) and takes the new text and values.
+    const QString twice = temp("twice.csv");
+    writeFileBytes(twice.toStdString(), "1,2.5k\n2,-1u\n");
+    const Result replaced = tool({"append-merit", file, "--value", "y", "--name", "eng", "--data", twice, "--replace"});
+    ASSERT_EQ(replaced.code, 0) << replaced.err.toStdString();
+    EXPECT_EQ(replaced.out, "replaced merit function eng with 2 values in " + file + "\n" + "6 runs have no value in " + twice +
+                                " and read 0: 3 4 5 6 7 ...\n");
+    const QJsonObject after = parseJsonQt(tool({"results", file, "--json", "--runs=2"}).out);
+    const QJsonArray afterMerits = after["meritFunctions"].toArray();
+    ASSERT_EQ(afterMerits.size(), 5);
+    EXPECT_EQ(afterMerits[4]["name"].toString(), "eng");
+    EXPECT_EQ(afterMerits[4]["value"].toString(), "y");
+    EXPECT_EQ(afterMerits[4]["statistics"]["nominal"].toDouble(), 2500.0);
+    EXPECT_EQ(after["runs"].toArray()[0].toObject()["values"].toArray()[4].toObject()["value"].toDouble(), -1e-6);
+    const QJsonArray original = parseJsonQt(tool({"results", example("results/buck_sensitivity.msw"), "--json"}).out)["meritFunctions"].toArray();
+    EXPECT_EQ(afterMerits[0].toObject()["name"].toString(), original[0].toObject()["name"].toString());
+    const std::string afterReplace = readFileBytes(file.toStdString());
 
     const QString bad = temp("bad.csv");
     writeFileBytes(bad.toStdString(), "1,abc\n");
     const Result refused = tool({"append-merit", file, "--value", "x", "--name", "other", "--data", bad});
     EXPECT_EQ(refused.code, 1);
     EXPECT_EQ(refused.err, "supportqt append-merit: " + bad + " line 1: expected \"case,value\", found \"1,abc\"\n");
-    EXPECT_EQ(readFileBytes(file.toStdString()), afterFirst);
+    EXPECT_EQ(readFileBytes(file.toStdString()), afterReplace);
     EXPECT_NE(afterFirst, before);
 }
 

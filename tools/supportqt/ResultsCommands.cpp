@@ -5,6 +5,7 @@
 #include "ReportHub.h"
 #include "Tool.h"
 
+#include "MeritReplace.h"
 #include "Reports.h"
 #include "SchemaValidation.h"
 #include "TextServices.h"
@@ -515,14 +516,17 @@ int runValidate(const QStringList& arguments)
 
 int runAppendMerit(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV"),
+    ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV [--replace]"),
                         QStringLiteral("Adds a merit function to a results file: its defining text, its name, and one value per\n"
                                        "run read from a CSV file of \"case,value\" lines (values as the library reads numbers,\n"
-                                       "1.5k is 1500; a first line whose first field is not a number is a header). The file is\n"
-                                       "rewritten whole, or left as it was when anything is wrong."));
+                                       "1.5k is 1500; a first line whose first field is not a number is a header). A name the\n"
+                                       "file has already is refused unless --replace, which gives that merit function the new\n"
+                                       "text and values in its place. The file is rewritten whole, or left as it was when\n"
+                                       "anything is wrong."));
     command.addOption({QStringLiteral("value")}, QStringLiteral("Defining text of the merit function."), QStringLiteral("TEXT"));
     command.addOption({QStringLiteral("name")}, QStringLiteral("Display name of the merit function."), QStringLiteral("NAME"));
     command.addOption({QStringLiteral("data")}, QStringLiteral("CSV file of case,value lines."), QStringLiteral("CSV"));
+    command.addOption({QStringLiteral("replace")}, QStringLiteral("Replace the merit function of that name if the file has one."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -577,10 +581,13 @@ int runAppendMerit(const QStringList& arguments)
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header) || !command.checkOutput(path))
         return ExitFailure;
+    bool present = false;
     for (int m = 0; m < header.meritFunctions.count(); ++m)
-        if (header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name"))))
-            return command.fail(ExitFailure, QStringLiteral("%1 already has a merit function named %2")
-                                                 .arg(path, command.value(QStringLiteral("name"))));
+        present = present || header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name")));
+    const bool replace = present && command.isSet(QStringLiteral("replace"));
+    if (present && !replace)
+        return command.fail(ExitFailure, QStringLiteral("%1 already has a merit function named %2; --replace replaces it")
+                                             .arg(path, command.value(QStringLiteral("name"))));
     for (int k = 0; k < cases.count(); ++k) {
         XMLReportInfo probe(cases[k]);
         const XMLReportInfo* run = table.find(probe);
@@ -589,12 +596,14 @@ int runAppendMerit(const QStringList& arguments)
         if (run->values.count() != header.meritFunctions.count())
             return command.fail(ExitFailure, QStringLiteral("case %1 of %2 lacks a value of an earlier merit function").arg(cases[k]).arg(path));
     }
-    if (!sp_AppendMeritData(toYs(path), toYs(command.value(QStringLiteral("value"))), toYs(command.value(QStringLiteral("name"))),
-                            values, cases))
+    const YString value = toYs(command.value(QStringLiteral("value")));
+    const YString name = toYs(command.value(QStringLiteral("name")));
+    if (!(replace ? sp_ReplaceMeritData(toYs(path), value, name, values, cases)
+                  : sp_AppendMeritData(toYs(path), value, name, values, cases)))
         return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(path));
     Output out;
-    out << "added merit function " << command.value(QStringLiteral("name")) << " with " << cases.count()
-        << (cases.count() == 1 ? " value to " : " values to ") << path << '\n';
+    out << (replace ? "replaced merit function " : "added merit function ") << command.value(QStringLiteral("name")) << " with "
+        << cases.count() << (cases.count() == 1 ? " value " : " values ") << (replace ? "in " : "to ") << path << '\n';
     // Runs the CSV gave no value are said, not hidden: the library stores 0 for them.
     std::vector<int> missing;
     for (const XMLReportInfo& run : table)
