@@ -2146,4 +2146,23 @@ TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "supportqt results: " + svg + ": root element svg, expected msw\n");
     EXPECT_TRUE(r.out.isEmpty());
+
+    // A case that is no number is read as case 0, and said so on standard error.
+    std::string text = readFileBytes(data("stats.msw").toStdString());
+    const std::string step = "<step case=\"3\"";
+    ASSERT_NE(text.find(step), std::string::npos);
+    text.replace(text.find(step), step.size(), "<step case=\"x\"");
+    writeFileBytes(path("casex.msw"), text);
+    const Result x = tool({"results", temp("casex.msw"), "--runs=0"});
+    EXPECT_EQ(x.code, 0);
+    const int line = QString::fromStdString(text.substr(0, text.find("case=\"x\""))).count('\n') + 1;
+    EXPECT_EQ(x.err, QStringLiteral("supportqt results: warning: %1 line %2: case \"x\" is not a number and is read as case 0\n")
+                         .arg(temp("casex.msw")).arg(line));
+    EXPECT_TRUE(x.out.contains("\ncase 0: ")) << x.out.toStdString();
+    // A run that is case 0 by its number gets no word.
+    text.replace(text.find("case=\"x\""), 8, "case=\"0\"");
+    writeFileBytes(path("case0.msw"), text);
+    const Result zero = tool({"results", temp("case0.msw")});
+    EXPECT_EQ(zero.code, 0);
+    EXPECT_EQ(zero.err, QString());
 }

@@ -50,6 +50,44 @@ long long countSteps(const QString& path)
     return count;
 }
 
+// Says on standard error where a "sensval" or "step" element of the file gives a case that is not a
+// whole number (the reader takes it for case 0): the first such place and how many there are.
+void warnOfCasesThatAreNoNumbers(const ToolCommand& command, const QString& shownPath, const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    QXmlStreamReader reader(&file);
+    static const QRegularExpression integer(QStringLiteral("^\\s*[+-]?[0-9]+\\s*$"));
+    long long count = 0;
+    QString first;
+    qint64 firstLine = 0;
+    while (!reader.atEnd()) {
+        if (reader.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        const QStringRef element = reader.name();
+        if (element.compare(QLatin1String("sensval"), Qt::CaseInsensitive) != 0 &&
+            element.compare(QLatin1String("step"), Qt::CaseInsensitive) != 0)
+            continue;
+        for (const QXmlStreamAttribute& attribute : reader.attributes()) {
+            if (attribute.name().compare(QLatin1String("case"), Qt::CaseInsensitive) != 0 ||
+                integer.match(attribute.value()).hasMatch())
+                continue;
+            if (count++ == 0) {
+                first = attribute.value().toString();
+                firstLine = reader.lineNumber();
+            }
+        }
+    }
+    if (count == 0)
+        return;
+    QString message = QStringLiteral("warning: %1 line %2: case \"%3\" is not a number and is read as case 0")
+                          .arg(shownPath).arg(firstLine).arg(first);
+    if (count > 1)
+        message += QStringLiteral(" (%1 such cases in the file)").arg(count);
+    command.warn(message);
+}
+
 // Reads a results file into `table` and `header`; reports and returns false when it cannot be read or
 // does not load.
 bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
@@ -72,12 +110,19 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
         }
     }
     const long long steps = standardErrorIsTerminal() ? countSteps(name) : 0;
-    ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
-    if (!sp_CompileSensReportData(toYs(name), table, header)) {
-        command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
-                                                 "version 1.0 results file, or a file it appends cannot be read").arg(path));
-        return false;
+    {
+        ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
+        if (!sp_CompileSensReportData(toYs(name), table, header)) {
+            command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
+                                                     "version 1.0 results file, or a file it appends cannot be read").arg(path));
+            return false;
+        }
     }
+    // The reader takes a case number that is no number for case 0. A run of case 0 is rare, so only then
+    // is the file read again to say which texts those were.
+    XMLReportInfo probe(0);
+    if (table->find(probe))
+        warnOfCasesThatAreNoNumbers(command, path, name);
     return true;
 }
 
