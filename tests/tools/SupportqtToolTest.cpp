@@ -1248,7 +1248,12 @@ for name in ['ripple', 'vout', 'efficiency', 'ipeak']:
     print(name, len(counts), 'same' if ok else 'differs')
 print('left', len(heights))
 )";
-        const Result numpy = runProgram("/usr/bin/python3", {"-c", kNumpy, temp("runs.csv"), temp("h.svg")});
+#ifdef Q_OS_WIN
+        const QString python = QStringLiteral("python3");
+#else
+        const QString python = QStringLiteral("/usr/bin/python3"); // Debian's, which has NumPy
+#endif
+        const Result numpy = runProgram(python, {"-c", kNumpy, temp("runs.csv"), temp("h.svg")});
         EXPECT_EQ(numpy.out, "ripple 14 same\nvout 17 same\nefficiency 17 same\nipeak 15 same\nleft 0\n") << numpy.err.toStdString();
     }
 
@@ -1574,9 +1579,11 @@ TEST_F(Tool, DemoRunsTheTypicalRequestAndItsPicturesShow)
         if (o.endsWith(".svg"))
             expectReadableSvg(out + "/" + o, 10);
     }
-    const PageLayout layout = layoutAt1280(out + "/index.html", temp("chromium-profile"));
-    EXPECT_LE(layout.scrollWidth, 1280);
-    EXPECT_EQ(layout.numberAlign, "right");
+    if (hostPeerRuns("chromium")) {
+        const PageLayout layout = layoutAt1280(out + "/index.html", temp("chromium-profile"));
+        EXPECT_LE(layout.scrollWidth, 1280);
+        EXPECT_EQ(layout.numberAlign, "right");
+    }
 }
 
 TEST_F(Tool, DemoWithoutItsExamplesFailsClearly)
