@@ -3,6 +3,7 @@
 
 #include "SupportDll.h"
 
+#include "ChartScales.h"
 #include "Compress.h"
 #include "DatesAndUrls.h"
 #include "DialogBinding.h"
@@ -13,6 +14,7 @@
 #include "Help.h"
 #include "LibraryStream.h"
 #include "LiteralNetlistStream.h"
+#include "MeritReplace.h"
 #include "ModelLibrary.h"
 #include "MswMerge.h"
 #include "NetlistStream.h"
@@ -23,6 +25,7 @@
 #include "QtSupport.h"
 #include "Reports.h"
 #include "RunStatistics.h"
+#include "SchemaValidation.h"
 #include "SimulatorType.h"
 #include "SupportGui.h"
 #include "SupportQtExport.h"

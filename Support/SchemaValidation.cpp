@@ -1,4 +1,6 @@
 // SchemaValidation.cpp - an XML file checked against an XML Schema file (Qt XmlPatterns).
+#include "SchemaValidation.h"
+
 #include "QtSupport.h"
 #include "XMLReport.h"
 
@@ -9,23 +11,28 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QRegularExpression>
+#include <QSourceLocation>
 #include <QUrl>
 #include <QXmlSchema>
 #include <QXmlSchemaValidator>
 
-/// Keeps the description of the last message the schema machinery reports.
+/// Keeps the description and the source location of the last message the schema machinery reports.
 class MySchemaMessageHandler : public QAbstractMessageHandler {
 public:
     QString lastDescription() const { return m_description; }
+    QSourceLocation lastLocation() const { return m_location; }
 
 protected:
-    void handleMessage(QtMsgType, const QString& description, const QUrl&, const QSourceLocation&) override
+    void handleMessage(QtMsgType, const QString& description, const QUrl&, const QSourceLocation& location) override
     {
         m_description = description;
+        m_location = location;
     }
 
 private:
     QString m_description;
+    QSourceLocation m_location;
 };
 
 namespace {
@@ -86,11 +93,11 @@ private:
 
 } // namespace
 
-XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message)
+namespace {
+
+// The validation itself; `handler` holds the last message when it returns.
+XmlValidateStatus validate(const YString& xmlPath, const YString& schemaPath, MySchemaMessageHandler& handler)
 {
-    YString sink;
-    YString* out = message ? message : &sink;
-    MySchemaMessageHandler handler;
     SchemaFolderAccess access(toQs(schemaPath));
     QXmlSchema schema;
     schema.setMessageHandler(&handler);
@@ -99,23 +106,75 @@ XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPa
     QFile schemaFile(toQs(schemaPath));
     const bool schemaOpened = !schemaPath.isEmpty() && schemaFile.open(QIODevice::ReadOnly);
     if (!schemaOpened || !schema.load(&schemaFile, QUrl::fromLocalFile(schemaFile.fileName())) || !schema.isValid()) {
-        if (schemaOpened || (!schemaPath.isEmpty() && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly))) {
-            *out = toYs(handler.lastDescription());
+        if (schemaOpened || (!schemaPath.isEmpty() && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)))
             return XmlValidateBadSchema;
-        }
-        *out = "Could not open schema file";
         return XmlValidateNoSchemaFile;
     }
     QFile xmlFile(toQs(xmlPath));
-    if (xmlPath.isEmpty() || !xmlFile.open(QIODevice::ReadOnly)) {
-        *out = "Could not open xml file";
+    if (xmlPath.isEmpty() || !xmlFile.open(QIODevice::ReadOnly))
         return XmlValidateNoXmlFile;
-    }
     QXmlSchemaValidator validator(schema);
     validator.setMessageHandler(&handler);
     validator.setNetworkAccessManager(&access);
-    if (validator.validate(&xmlFile, QUrl::fromLocalFile(xmlFile.fileName())))
-        return XmlValidateOk;
-    *out = toYs(handler.lastDescription());
-    return XmlValidateInvalid;
+    return validator.validate(&xmlFile, QUrl::fromLocalFile(xmlFile.fileName())) ? XmlValidateOk : XmlValidateInvalid;
+}
+
+const char* openFailureText(XmlValidateStatus status)
+{
+    return status == XmlValidateNoSchemaFile ? "Could not open schema file" : "Could not open xml file";
+}
+
+// The validator's XHTML fragment as one line of plain text.
+QString plainText(const QString& description)
+{
+    QString text = description;
+    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
+    text.replace(QStringLiteral("&lt;"), QStringLiteral("<")).replace(QStringLiteral("&gt;"), QStringLiteral(">"));
+    text.replace(QStringLiteral("&quot;"), QStringLiteral("\"")).replace(QStringLiteral("&apos;"), QStringLiteral("'"));
+    text.replace(QStringLiteral("&amp;"), QStringLiteral("&"));
+    return text.simplified();
+}
+
+// The file a source location names, as the caller named it when it is the document or the schema.
+YString locationFile(const QUrl& uri, const YString& xmlPath, const YString& schemaPath)
+{
+    if (uri.isEmpty())
+        return YString();
+    const QString local = uri.isLocalFile() ? uri.toLocalFile() : uri.toString();
+    const QString absolute = QFileInfo(local).absoluteFilePath();
+    for (const YString* given : {&xmlPath, &schemaPath})
+        if (!given->isEmpty() && QFileInfo(toQs(*given)).absoluteFilePath() == absolute)
+            return *given;
+    return toYs(local);
+}
+
+} // namespace
+
+XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message)
+{
+    MySchemaMessageHandler handler;
+    const XmlValidateStatus status = validate(xmlPath, schemaPath, handler);
+    if (message && status != XmlValidateOk)
+        *message = status == XmlValidateNoSchemaFile || status == XmlValidateNoXmlFile ? YString(openFailureText(status))
+                                                                                      : toYs(handler.lastDescription());
+    return status;
+}
+
+XmlValidateStatus sp_ValidateXmlWithLocation(const YString& xmlPath, const YString& schemaPath, XmlValidationMessage* message)
+{
+    MySchemaMessageHandler handler;
+    const XmlValidateStatus status = validate(xmlPath, schemaPath, handler);
+    if (!message)
+        return status;
+    *message = XmlValidationMessage();
+    if (status == XmlValidateNoSchemaFile || status == XmlValidateNoXmlFile) {
+        message->text = openFailureText(status);
+    } else if (status != XmlValidateOk) {
+        const QSourceLocation where = handler.lastLocation();
+        message->text = toYs(plainText(handler.lastDescription()));
+        message->file = locationFile(where.uri(), xmlPath, schemaPath);
+        message->line = where.line() > 0 ? static_cast<int>(where.line()) : 0;
+        message->column = where.column() > 0 ? static_cast<int>(where.column()) : 0;
+    }
+    return status;
 }

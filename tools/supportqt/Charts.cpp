@@ -2,10 +2,28 @@
 // column or row so that labels never overlap, whatever the number of bars.
 #include "Charts.h"
 
+#include "ChartScales.h"
+#include "TextServices.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
+
+std::string engineering(double value, int digits)
+{
+    if (std::isnan(value))
+        return "n/a";
+    if (std::isinf(value))
+        return value > 0 ? "inf" : "-inf";
+    return sp_ConvertRealToJSEng(value, digits, false).str();
+}
+
+std::string inlineSvg(const std::string& svg)
+{
+    const size_t start = svg.find("<svg");
+    return start == std::string::npos ? svg : svg.substr(start);
+}
 
 std::string xmlEscaped(const std::string& text)
 {
@@ -43,11 +61,10 @@ std::string clipped(const std::string& text, size_t maxChars)
     return text;
 }
 
+// A bar's value: four significant digits are enough to read a chart by.
 std::string number(double value)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g", value);
-    return text;
+    return engineering(value, 4);
 }
 
 std::string px(double value)
@@ -111,34 +128,67 @@ constexpr double kBarRight = 800;
 constexpr double kValueLeft = 815;
 constexpr double kRow = 20;
 
+// The normalised sensitivities that a merit function's tornado shows: valid ones of every run but the
+// nominal one, largest magnitude first; `skipped` counts the others.
+struct TornadoBar {
+    std::string label;
+    double value;
+};
+
+std::vector<TornadoBar> tornadoBars(const std::vector<const XMLReportInfo*>& runs, int merit, int* skipped)
+{
+    std::vector<TornadoBar> bars;
+    *skipped = 0;
+    for (const XMLReportInfo* run : runs) {
+        if (run->caseNumber == 1 || run->values.count() <= merit)
+            continue;
+        const XMLMeritValue& v = run->values[merit];
+        if (v.status == NormValid && std::isfinite(v.norm))
+            bars.push_back({runLabel(*run), v.norm});
+        else
+            ++*skipped;
+    }
+    std::stable_sort(bars.begin(), bars.end(),
+                     [](const TornadoBar& a, const TornadoBar& b) { return std::fabs(a.value) > std::fabs(b.value); });
+    return bars;
+}
+
+double largestMagnitude(const std::vector<TornadoBar>& bars)
+{
+    double largest = 0.0;
+    for (const TornadoBar& b : bars)
+        largest = std::max(largest, std::fabs(b.value));
+    return largest;
+}
+
+// At most 9 ticks fit the bar area: 62 px apart, room for labels such as "-250m".
+constexpr int kTornadoTicks = 9;
+
 } // namespace
 
-std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
+std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                                  const ChartOptions& options)
 {
     const std::vector<const XMLReportInfo*> runs = sp_RunsInCaseOrder(table);
+    const int merits = header.meritFunctions.count();
+    std::vector<std::vector<TornadoBar>> barsOf(static_cast<size_t>(std::max(merits, 0)));
+    std::vector<int> skippedOf(barsOf.size(), 0);
+    double sharedLargest = 0.0;
+    for (int merit = 0; merit < merits; ++merit) {
+        barsOf[static_cast<size_t>(merit)] = tornadoBars(runs, merit, &skippedOf[static_cast<size_t>(merit)]);
+        sharedLargest = std::max(sharedLargest, largestMagnitude(barsOf[static_cast<size_t>(merit)]));
+    }
     std::string body;
     double y = 0;
-    const int merits = header.meritFunctions.count();
     body += svgText(10, y + 24, "start", 16, "Normalised sensitivities: " + header.title.str(), " font-weight=\"bold\"");
     y += 36;
+    if (options.sharedScale) {
+        body += svgText(10, y + 14, "start", 12, "One scale for every merit function, so that their bars compare");
+        y += 24;
+    }
     for (int merit = 0; merit < merits; ++merit) {
-        struct Bar {
-            std::string label;
-            double value;
-        };
-        std::vector<Bar> bars;
-        int skipped = 0;
-        for (const XMLReportInfo* run : runs) {
-            if (run->caseNumber == 1 || run->values.count() <= merit)
-                continue;
-            const XMLMeritValue& v = run->values[merit];
-            if (v.status == NormValid && std::isfinite(v.norm))
-                bars.push_back({runLabel(*run), v.norm});
-            else
-                ++skipped;
-        }
-        std::stable_sort(bars.begin(), bars.end(),
-                         [](const Bar& a, const Bar& b) { return std::fabs(a.value) > std::fabs(b.value); });
+        const std::vector<TornadoBar>& bars = barsOf[static_cast<size_t>(merit)];
+        const int skipped = skippedOf[static_cast<size_t>(merit)];
         body += svgText(10, y + 20, "start", 14, meritTitle(header, merit), " font-weight=\"bold\"");
         y += 32;
         if (bars.empty()) {
@@ -146,15 +196,16 @@ std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const 
             y += 40;
             continue;
         }
-        double largest = 0.0;
-        for (const Bar& b : bars)
-            largest = std::max(largest, std::fabs(b.value));
+        // The axis runs from -T to T, T the round tick at or above the largest magnitude shown.
+        double largest = options.sharedScale ? sharedLargest : largestMagnitude(bars);
         if (largest == 0.0)
             largest = 1.0;
+        const AxisTicks ticks = sp_RoundAxisTicks(-largest, largest, kTornadoTicks);
+        const double reach = std::max(std::fabs(ticks.low), std::fabs(ticks.high));
         const double zero = (kBarLeft + kBarRight) / 2;
-        const double scale = (kBarRight - kBarLeft) / 2 / largest;
+        const double scale = (kBarRight - kBarLeft) / 2 / reach;
         const double top = y;
-        for (const Bar& b : bars) {
+        for (const TornadoBar& b : bars) {
             const double x = b.value < 0 ? zero + b.value * scale : zero;
             body += svgText(kLabelRight, y + 14, "end", 12, clipped(b.label, kLabelChars));
             body += svgRect(x, y + 3, std::fabs(b.value) * scale, kRow - 6, b.value < 0 ? "#d9534f" : "#4a7fb5");
@@ -163,10 +214,10 @@ std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const 
         }
         body += svgLine(zero, top, zero, y, "#333333");
         body += svgLine(kBarLeft, y, kBarRight, y, "#333333");
-        for (int tick = -2; tick <= 2; ++tick) {
-            const double x = zero + tick * (kBarRight - kBarLeft) / 4;
+        for (double tick : ticks.values) {
+            const double x = zero + tick * scale;
             body += svgLine(x, y, x, y + 4, "#333333");
-            body += svgText(x, y + 16, "middle", 11, number(tick * largest / 2));
+            body += svgText(x, y + 16, "middle", 11, engineering(tick));
         }
         y += 22;
         if (skipped)
@@ -183,10 +234,38 @@ constexpr double kHistogramWidth = 760;
 constexpr double kPlotLeft = 70;
 constexpr double kPlotRight = 730;
 constexpr double kPlotHeight = 200;
+// At most 7 ticks on the value axis: 110 px apart, room for labels such as "-12.3456m".
+constexpr int kValueTicks = 7;
+
+const char* binRuleWords(HistogramBinRule rule)
+{
+    switch (rule) {
+    case HistogramBinRule::FreedmanDiaconis: return "by the Freedman-Diaconis rule";
+    case HistogramBinRule::SquareRoot: return "by the square root of the count (the quartiles coincide)";
+    case HistogramBinRule::Single: return "(the values do not vary)";
+    default: return "as asked";
+    }
+}
+
+// Round count ticks for the y axis: whole numbers only, from 0 to at least the tallest bar.
+std::vector<long long> countTicks(long long tallest)
+{
+    const AxisTicks round = sp_RoundAxisTicks(0.0, static_cast<double>(std::max(tallest, 1LL)), 5);
+    std::vector<long long> ticks;
+    if (round.step >= 1.0) {
+        for (double t : round.values)
+            ticks.push_back(std::llround(t));
+    } else {
+        for (long long t = 0; t <= std::max(tallest, 1LL); ++t)
+            ticks.push_back(t);
+    }
+    return ticks;
+}
 
 } // namespace
 
-std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
+std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                              const ChartOptions& options)
 {
     std::string body;
     double y = 0;
@@ -195,60 +274,86 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
     for (int merit = 0; merit < header.meritFunctions.count(); ++merit) {
         const MeritStatistics stats = sp_ComputeMeritStatistics(table, merit, MeritLimits(), false);
         const MomentSummary& moments = stats.sample.moments();
+        const Histogram histogram = sp_BuildHistogram(stats.sample.values(), options.bins);
+        const std::string leftOut = "left out as not finite: " + std::to_string(moments.nonFiniteCount()) +
+                                    (moments.nonFiniteCount() == 1 ? " value" : " values");
         body += svgText(10, y + 20, "start", 14, meritTitle(header, merit), " font-weight=\"bold\"");
         body += svgText(10, y + 38, "start", 12,
-                        std::to_string(moments.count()) + " runs, mean " + number(moments.mean()) +
-                            ", standard deviation " + number(moments.standardDeviation()));
-        y += 64;
-        const std::vector<double>& finite = stats.sample.values();
-        if (finite.empty()) {
-            body += svgText(kPlotLeft, y + 14, "start", 12, "no values");
+                        std::to_string(moments.count()) + " runs, mean " + engineering(moments.mean()) +
+                            ", standard deviation " + engineering(moments.standardDeviation()));
+        y += 48;
+        if (histogram.counts.empty()) {
+            body += svgText(kPlotLeft, y + 14, "start", 12, "no finite values; " + leftOut);
             y += 40;
             continue;
         }
-        double low = moments.minimum();
-        double high = moments.maximum();
-        if (low == high) {
-            const double pad = low == 0.0 ? 0.5 : std::fabs(low) * 0.01;
-            low -= pad;
-            high += pad;
+        // The axis spans the values, the 3-sigma band and the nominal value, to round ticks.
+        const double mean = moments.mean();
+        const double sd = moments.standardDeviation();
+        double low = histogram.low, high = histogram.high;
+        if (sd > 0) {
+            low = std::min(low, mean - 3 * sd);
+            high = std::max(high, mean + 3 * sd);
         }
-        const int bins = std::clamp(static_cast<int>(std::ceil(std::sqrt(static_cast<double>(finite.size())))), 1, 50);
-        std::vector<int> counts(static_cast<size_t>(bins), 0);
-        for (double v : finite) {
-            int bin = static_cast<int>((v - low) / (high - low) * bins);
-            counts[static_cast<size_t>(std::clamp(bin, 0, bins - 1))]++;
+        const bool nominalShown = stats.hasNominal && std::isfinite(stats.nominal);
+        if (nominalShown) {
+            low = std::min(low, stats.nominal);
+            high = std::max(high, stats.nominal);
         }
-        const int tallest = *std::max_element(counts.begin(), counts.end());
-        const double top = y, bottom = y + kPlotHeight;
-        const double binWidth = (kPlotRight - kPlotLeft) / bins;
-        for (int i = 0; i < bins; ++i) {
-            const double h = kPlotHeight * counts[static_cast<size_t>(i)] / tallest;
-            body += svgRect(kPlotLeft + i * binWidth + 1, bottom - h, binWidth - 2, h, "#4a7fb5");
+        const AxisTicks ticks = sp_RoundAxisTicks(low, high, kValueTicks);
+        const auto xOf = [&](double v) {
+            return kPlotLeft + (v - ticks.low) / (ticks.high - ticks.low) * (kPlotRight - kPlotLeft);
+        };
+        long long tallest = 0;
+        for (long long c : histogram.counts)
+            tallest = std::max(tallest, c);
+        const std::vector<long long> yTicks = countTicks(tallest);
+        const double yTop = static_cast<double>(yTicks.back());
+        body += svgText(kPlotLeft - 8, y + 10, "end", 11, "runs");
+        const double top = y + 20, bottom = top + kPlotHeight;
+        for (int i = 0; i < histogram.bins(); ++i) {
+            const double x0 = xOf(histogram.low + i * histogram.binWidth());
+            const double x1 = xOf(histogram.low + (i + 1) * histogram.binWidth());
+            const double h = kPlotHeight * static_cast<double>(histogram.counts[static_cast<size_t>(i)]) / yTop;
+            body += svgRect(x0 + 0.5, bottom - h, x1 - x0 - 1, h, "#4a7fb5");
         }
-        if (stats.hasNominal && std::isfinite(stats.nominal)) {
-            const double x = kPlotLeft + (stats.nominal - low) / (high - low) * (kPlotRight - kPlotLeft);
-            body += svgLine(x, top - 4, x, bottom, "#d9534f", " stroke-width=\"2\" stroke-dasharray=\"6 4\"");
-            body += svgText(kPlotRight, top - 8, "end", 11, "dashed: nominal " + number(stats.nominal));
-        }
+        body += svgLine(xOf(mean), top, xOf(mean), bottom, "#222222", " stroke-width=\"2\"");
+        if (sd > 0)
+            for (double k : {-3.0, 3.0})
+                body += svgLine(xOf(mean + k * sd), top, xOf(mean + k * sd), bottom, "#555555",
+                                " stroke-width=\"1.5\" stroke-dasharray=\"5 4\"");
+        if (nominalShown)
+            body += svgLine(xOf(stats.nominal), top, xOf(stats.nominal), bottom, "#d9534f",
+                            " stroke-width=\"2\" stroke-dasharray=\"6 4\"");
         body += svgLine(kPlotLeft, bottom, kPlotRight, bottom, "#333333");
         body += svgLine(kPlotLeft, top, kPlotLeft, bottom, "#333333");
-        for (int tick = 0; tick <= 4; ++tick) {
-            const double x = kPlotLeft + tick * (kPlotRight - kPlotLeft) / 4;
+        for (double tick : ticks.values) {
+            const double x = xOf(tick);
             body += svgLine(x, bottom, x, bottom + 4, "#333333");
-            body += svgText(x, bottom + 16, "middle", 11, number(low + tick * (high - low) / 4));
+            body += svgText(x, bottom + 16, "middle", 11, engineering(tick));
         }
-        // Counts are whole numbers: ticks at 0, half the tallest bar rounded, and the tallest bar.
-        std::vector<int> ticks{0, tallest};
-        if ((tallest + 1) / 2 < tallest)
-            ticks.insert(ticks.begin() + 1, (tallest + 1) / 2);
-        for (int count : ticks) {
-            const double yy = bottom - kPlotHeight * count / tallest;
+        for (long long count : yTicks) {
+            const double yy = bottom - kPlotHeight * static_cast<double>(count) / yTop;
             body += svgLine(kPlotLeft - 4, yy, kPlotLeft, yy, "#333333");
             body += svgText(kPlotLeft - 8, yy + 4, "end", 11, std::to_string(count));
         }
-        body += svgText((kPlotLeft + kPlotRight) / 2, bottom + 34, "middle", 11, "value (" + std::to_string(bins) + " bins)");
-        y = bottom + 56;
+        double line = bottom + 34;
+        body += svgText((kPlotLeft + kPlotRight) / 2, line, "middle", 11,
+                        "value: " + std::to_string(histogram.bins()) + (histogram.bins() == 1 ? " bin " : " bins ") +
+                            binRuleWords(histogram.rule));
+        line += 18;
+        body += svgText(kPlotLeft, line, "start", 11,
+                        "solid: mean " + engineering(mean) +
+                            (sd > 0 ? "; dashed grey: mean -/+ 3 sigma, " + engineering(mean - 3 * sd) + " to " +
+                                          engineering(mean + 3 * sd)
+                                    : std::string("; no spread")));
+        if (nominalShown) {
+            line += 16;
+            body += svgText(kPlotLeft, line, "start", 11, "dashed red: nominal " + engineering(stats.nominal), " fill=\"#c9302c\"");
+        }
+        line += 16;
+        body += svgText(kPlotLeft, line, "start", 11, leftOut);
+        y = line + 24;
     }
     return document(kHistogramWidth, y + 10, "Merit functions across runs", body);
 }

@@ -8,12 +8,30 @@
 #include <string>
 #include <vector>
 
+/// What the caller chooses of the charts.
+struct ChartOptions {
+    int bins = 0;             ///< histogram bins; 0 chooses them from the data (Freedman-Diaconis, at most 50)
+    bool sharedScale = false; ///< one tornado scale for every merit function instead of one each
+};
+
 /// The tornado chart: per merit function, one horizontal bar per run (case 1 aside) whose normalised
-/// sensitivity is valid, largest magnitude on top, labelled with the run's description.
-std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
-/// The histogram: per merit function, the values of all runs in up to 50 equal bins, the nominal value
-/// marked by a dashed line.
-std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header);
+/// sensitivity is valid, largest magnitude on top, labelled with the run's description, on an axis of
+/// round ticks.
+std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                                  const ChartOptions& options = ChartOptions());
+/// The histogram: per merit function, the finite values of all runs in equal bins, the mean (solid) and
+/// mean -/+ 3 standard deviations (dashed) marked, and the nominal value (dashed red); the x axis in
+/// engineering notation at round ticks, the y axis counting runs; how many values were left out as not
+/// finite is said under it.
+std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                              const ChartOptions& options = ChartOptions());
+
+/// A real as the charts and pages show it: engineering notation with `digits` significant digits
+/// ("15.8654m"), "n/a" when it is not a number.
+std::string engineering(double value, int digits = 6);
+
+/// An SVG document without its XML declaration, to place inside HTML.
+std::string inlineSvg(const std::string& svg);
 
 /// The text with "&", "<", ">" and '"' escaped, for XML and HTML text and double-quoted attributes.
 std::string xmlEscaped(const std::string& text);

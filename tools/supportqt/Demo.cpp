@@ -1,8 +1,10 @@
 // Demo.cpp - `supportqt demo`: the front end's typical request, end to end, on the bundled examples:
 // read a converter netlist, parse its switching-simulator statements and write them back, read the
-// results of a sensitivity, a Monte Carlo and a worst-case run, and write their reports and charts.
+// results of a sensitivity, a Monte Carlo and a worst-case run, and write their reports and charts and
+// the page that links them.
 #include "Charts.h"
 #include "Commands.h"
+#include "ReportHub.h"
 #include "Tool.h"
 
 #include "NetlistStream.h"
@@ -18,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <list>
 
 namespace {
 
@@ -34,6 +37,7 @@ public:
     bool sensitivity();
     bool monteCarlo();
     bool worstCase();
+    bool writeIndex();
     void finish();
 
 private:
@@ -43,7 +47,13 @@ private:
         m_written << name;
         return m_out.filePath(name);
     }
-    bool load(const QString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header);
+    // A results file read, with what the index page shows of it.
+    struct Loaded {
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        HubSection section;
+    };
+    Loaded* load(const QString& path);
     bool writeText(const QString& name, const std::string& text);
     bool writeReport(const QString& name, const std::function<bool(const YString&)>& write);
 
@@ -51,6 +61,7 @@ private:
     QDir m_examples;
     QDir m_out;
     QStringList m_written;
+    std::list<Loaded> m_loaded; // a list, so that the sections' pointers into it stay valid
     Output m_print;
 };
 
@@ -112,15 +123,19 @@ bool Demo::readNetlist()
     return true;
 }
 
-bool Demo::load(const QString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
+Demo::Loaded* Demo::load(const QString& path)
 {
     if (!m_command.checkInput(path))
-        return false;
-    if (!sp_CompileSensReportData(toYs(path), table, header)) {
+        return nullptr;
+    Loaded& loaded = m_loaded.emplace_back();
+    if (!sp_CompileSensReportData(toYs(path), &loaded.table, &loaded.header)) {
         m_command.fail(ExitFailure, QStringLiteral("the results file %1 does not load").arg(path));
-        return false;
+        return nullptr;
     }
-    return true;
+    loaded.section.source = path.toStdString();
+    loaded.section.header = &loaded.header;
+    loaded.section.table = &loaded.table;
+    return &loaded;
 }
 
 bool Demo::writeText(const QString& name, const std::string& text)
@@ -148,11 +163,12 @@ bool Demo::writeReport(const QString& name, const std::function<bool(const YStri
 
 bool Demo::sensitivity()
 {
-    YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
     const QString path = input(QStringLiteral("results/buck_sensitivity.msw"));
-    if (!load(path, &table, &header))
+    Loaded* loaded = load(path);
+    if (!loaded)
         return false;
+    const YHashTable<XMLReportInfo>& table = loaded->table;
+    const XMLReportHeader& header = loaded->header;
     // The largest normalised sensitivity of each merit function names the part that matters most.
     m_print << "3. Read the sensitivity results " << path << ": " << table.count() << " runs, "
             << header.meritFunctions.count() << " merit functions\n";
@@ -171,43 +187,70 @@ bool Demo::sensitivity()
     std::string csvText;
     for (const YString& line : csv)
         csvText.append(line.str()).push_back('\n');
+    const std::string tornado = sensitivityTornadoSvg(table, header);
+    loaded->section.charts = {tornado};
+    loaded->section.links = {
+        {"sensitivity.html", "Sensitivity report",
+         "each run's merit function values, their deltas against the nominal run (case 1) and the normalised sensitivities"},
+        {"sensitivity.csv", "Sensitivity table (CSV)", "the sensitivity report's columns, for a spreadsheet"},
+        {"sensitivity_tornado.svg", "Tornado chart (SVG)", "the chart below, as a file of its own"}};
     return writeReport(QStringLiteral("sensitivity.html"), [&](const YString& temporary) {
                return sp_BuildHTMLSensitivityReport(temporary, YString(), table, header, 4);
            }) &&
-           writeText(QStringLiteral("sensitivity.csv"), csvText) &&
-           writeText(QStringLiteral("sensitivity_tornado.svg"), sensitivityTornadoSvg(table, header));
+           writeText(QStringLiteral("sensitivity.csv"), csvText) && writeText(QStringLiteral("sensitivity_tornado.svg"), tornado);
 }
 
 bool Demo::monteCarlo()
 {
-    YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
     const QString path = input(QStringLiteral("results/buck_montecarlo.msw"));
-    if (!load(path, &table, &header))
+    Loaded* loaded = load(path);
+    if (!loaded)
         return false;
+    const YHashTable<XMLReportInfo>& table = loaded->table;
+    const XMLReportHeader& header = loaded->header;
     m_print << "4. Read the Monte Carlo results " << path << ": " << table.count() << " runs\n";
     for (int m = 0; m < header.meritFunctions.count(); ++m) {
         const MomentSummary s = sp_ComputeMeritStatistics(table, m, MeritLimits(), false).sample.moments();
         m_print << "   " << header.meritFunctions[m].name << ": mean " << realText(s.mean()) << ", standard deviation "
                 << realText(s.standardDeviation()) << ", from " << realText(s.minimum()) << " to " << realText(s.maximum()) << '\n';
     }
+    const std::string histogram = meritHistogramSvg(table, header);
+    loaded->section.charts = {histogram};
+    loaded->section.links = {
+        {"montecarlo.html", "Monte Carlo log", "every run's merit function values, its random seed and the parameters it changed"},
+        {"montecarlo_histogram.svg", "Histograms (SVG)", "the chart below, as a file of its own"}};
     return writeReport(QStringLiteral("montecarlo.html"), [&](const YString& temporary) {
                return sp_BuildMonteCarloHTMLReport(temporary, YString(), table, header);
            }) &&
-           writeText(QStringLiteral("montecarlo_histogram.svg"), meritHistogramSvg(table, header));
+           writeText(QStringLiteral("montecarlo_histogram.svg"), histogram);
 }
 
 bool Demo::worstCase()
 {
-    YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
     const QString path = input(QStringLiteral("results/buck_worstcase.msw"));
-    if (!load(path, &table, &header))
+    Loaded* loaded = load(path);
+    if (!loaded)
         return false;
+    const YHashTable<XMLReportInfo>& table = loaded->table;
+    const XMLReportHeader& header = loaded->header;
     m_print << "5. Read the worst-case results " << path << ": " << table.count() << " runs\n";
+    loaded->section.links = {
+        {"worstcase.html", "Worst-case log", "every run's merit function values and the parameters it changed"}};
     return writeReport(QStringLiteral("worstcase.html"), [&](const YString& temporary) {
         return sp_BuildWorstCaseHTMLReport(temporary, YString(), table, header);
     });
+}
+
+// One page that links everything the demo wrote, with the statistics and charts of each results file.
+bool Demo::writeIndex()
+{
+    std::vector<HubSection> sections;
+    for (const Loaded& loaded : m_loaded)
+        sections.push_back(loaded.section);
+    const bool ok = writeText(QStringLiteral("index.html"), reportHubPage("Buck converter: the demo's reports", sections));
+    if (ok)
+        m_print << "6. Wrote the page that links them all: " << m_out.filePath(QStringLiteral("index.html")) << '\n';
+    return ok;
 }
 
 void Demo::finish()
@@ -247,7 +290,7 @@ int runDemo(const QStringList& arguments)
     if (!QDir().mkpath(outDir))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(outDir));
     Demo demo(command, QDir(command.value(QStringLiteral("examples"))), QDir(outDir));
-    if (!demo.readNetlist() || !demo.sensitivity() || !demo.monteCarlo() || !demo.worstCase())
+    if (!demo.readNetlist() || !demo.sensitivity() || !demo.monteCarlo() || !demo.worstCase() || !demo.writeIndex())
         return ExitFailure;
     demo.finish();
     return ExitOk;

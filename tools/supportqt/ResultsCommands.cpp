@@ -2,9 +2,12 @@
 // summarised, checked against its schema, extended by a merit function, and turned into reports and charts.
 #include "Charts.h"
 #include "Commands.h"
+#include "ReportHub.h"
 #include "Tool.h"
 
+#include "MeritReplace.h"
 #include "Reports.h"
+#include "SchemaValidation.h"
 #include "TextServices.h"
 #include "XMLReport.h"
 
@@ -23,6 +26,7 @@
 #include <string_view>
 
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 namespace {
@@ -44,6 +48,44 @@ long long countSteps(const QString& path)
         count += next == ' ' || next == '>' || next == '/' || next == '\t' || next == '\n' || next == '\r';
     }
     return count;
+}
+
+// Says on standard error where a "sensval" or "step" element of the file gives a case that is not a
+// whole number (the reader takes it for case 0): the first such place and how many there are.
+void warnOfCasesThatAreNoNumbers(const ToolCommand& command, const QString& shownPath, const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    QXmlStreamReader reader(&file);
+    static const QRegularExpression integer(QStringLiteral("^\\s*[+-]?[0-9]+\\s*$"));
+    long long count = 0;
+    QString first;
+    qint64 firstLine = 0;
+    while (!reader.atEnd()) {
+        if (reader.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        const QStringRef element = reader.name();
+        if (element.compare(QLatin1String("sensval"), Qt::CaseInsensitive) != 0 &&
+            element.compare(QLatin1String("step"), Qt::CaseInsensitive) != 0)
+            continue;
+        for (const QXmlStreamAttribute& attribute : reader.attributes()) {
+            if (attribute.name().compare(QLatin1String("case"), Qt::CaseInsensitive) != 0 ||
+                integer.match(attribute.value()).hasMatch())
+                continue;
+            if (count++ == 0) {
+                first = attribute.value().toString();
+                firstLine = reader.lineNumber();
+            }
+        }
+    }
+    if (count == 0)
+        return;
+    QString message = QStringLiteral("warning: %1 line %2: case \"%3\" is not a number and is read as case 0")
+                          .arg(shownPath).arg(firstLine).arg(first);
+    if (count > 1)
+        message += QStringLiteral(" (%1 such cases in the file)").arg(count);
+    command.warn(message);
 }
 
 // Reads a results file into `table` and `header`; reports and returns false when it cannot be read or
@@ -68,12 +110,19 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
         }
     }
     const long long steps = standardErrorIsTerminal() ? countSteps(name) : 0;
-    ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
-    if (!sp_CompileSensReportData(toYs(name), table, header)) {
-        command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
-                                                 "version 1.0 results file, or a file it appends cannot be read").arg(path));
-        return false;
+    {
+        ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
+        if (!sp_CompileSensReportData(toYs(name), table, header)) {
+            command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
+                                                     "version 1.0 results file, or a file it appends cannot be read").arg(path));
+            return false;
+        }
     }
+    // The reader takes a case number that is no number for case 0. A run of case 0 is rare, so only then
+    // is the file read again to say which texts those were.
+    XMLReportInfo probe(0);
+    if (table->find(probe))
+        warnOfCasesThatAreNoNumbers(command, path, name);
     return true;
 }
 
@@ -108,17 +157,6 @@ QJsonObject statisticsJson(const MeritStatistics& s)
                        {QStringLiteral("skewness"), jsonReal(m.skewness())},
                        {QStringLiteral("kurtosis"), jsonReal(m.excessKurtosis())},
                        {QStringLiteral("nominal"), s.hasNominal ? jsonReal(s.nominal) : QJsonValue(QJsonValue::Null)}};
-}
-
-// The validator words its messages as small XHTML fragments; the tool shows their text on one line.
-QString plainMessage(const YString& message)
-{
-    QString text = toQs(message);
-    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
-    text.replace(QStringLiteral("&lt;"), QStringLiteral("<")).replace(QStringLiteral("&gt;"), QStringLiteral(">"));
-    text.replace(QStringLiteral("&quot;"), QStringLiteral("\"")).replace(QStringLiteral("&apos;"), QStringLiteral("'"));
-    text.replace(QStringLiteral("&amp;"), QStringLiteral("&"));
-    return text.simplified();
 }
 
 QString defaultSchema()
@@ -463,52 +501,77 @@ int runValidate(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("validate"), QStringLiteral("FILE [--schema XSD] [--json]"),
                         QStringLiteral("Checks an XML file against an XML Schema, by default the results file schema installed\n"
-                                       "with the library. Exits with 0 when the file is valid and 3 when it is not."));
+                                       "with the library. Exits with 0 when the file is valid and 3 when it is not; the fault\n"
+                                       "is given as FILE:LINE:COLUMN: as compilers and xmllint give it."));
     command.addOption({QStringLiteral("schema")}, QStringLiteral("The XML Schema file."), QStringLiteral("XSD"), defaultSchema());
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
-    QString path = command.positional().at(0);
-    QString schema = command.value(QStringLiteral("schema"));
+    const QString given = command.positional().at(0);
+    const QString givenSchema = command.value(QStringLiteral("schema"));
+    QString path = given;
+    QString schema = givenSchema;
     if (!command.input(&path) || !command.input(&schema))
         return ExitFailure;
-    YString message;
-    const XmlValidateStatus status = sp_ValidateXml(toYs(path), toYs(schema), &message);
+    XmlValidationMessage message;
+    const XmlValidateStatus status = sp_ValidateXmlWithLocation(toYs(path), toYs(schema), &message);
     const char* verdict = status == XmlValidateOk ? "valid"
         : status == XmlValidateInvalid              ? "not valid"
         : status == XmlValidateBadSchema            ? "bad schema"
                                                     : "cannot open";
     const int code = status == XmlValidateOk ? ExitOk : status == XmlValidateInvalid ? ExitNegative : ExitFailure;
+    // The file the message is about, by the name it was given on the command line ("-" for standard input).
+    QString where = toQs(message.file);
+    if (where == path)
+        where = given;
+    else if (where == schema)
+        where = givenSchema;
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("file"), path},
-                              {QStringLiteral("schema"), schema},
+        printJson(QJsonObject{{QStringLiteral("file"), given},
+                              {QStringLiteral("schema"), givenSchema},
                               {QStringLiteral("status"), static_cast<int>(status)},
                               {QStringLiteral("verdict"), QString::fromLatin1(verdict)},
-                              {QStringLiteral("message"), plainMessage(message)}});
+                              {QStringLiteral("message"), toQs(message.text)},
+                              {QStringLiteral("at"), where.isEmpty() ? QJsonValue() : QJsonValue(where)},
+                              {QStringLiteral("line"), message.line > 0 ? QJsonValue(message.line) : QJsonValue()},
+                              {QStringLiteral("column"), message.column > 0 ? QJsonValue(message.column) : QJsonValue()}});
         return code;
+    }
+    // FILE:LINE:COLUMN as compilers and xmllint place a message; as much of it as the validator gave.
+    QString place = where;
+    if (!place.isEmpty() && message.line > 0) {
+        place += QStringLiteral(":%1").arg(message.line);
+        if (message.column > 0)
+            place += QStringLiteral(":%1").arg(message.column);
     }
     if (status == XmlValidateOk || status == XmlValidateInvalid) {
         Output out;
-        out << path << ": " << verdict;
-        if (!message.isEmpty())
-            out << ": " << plainMessage(message);
+        if (status == XmlValidateInvalid && !place.isEmpty())
+            out << place << ": " << verdict;
+        else
+            out << given << ": " << verdict;
+        if (!message.text.isEmpty())
+            out << ": " << message.text;
         out << '\n';
         return code;
     }
-    return command.fail(code, QStringLiteral("%1: %2").arg(schema, plainMessage(message)));
+    return command.fail(code, QStringLiteral("%1: %2").arg(place.isEmpty() ? givenSchema : place, toQs(message.text)));
 }
 
 int runAppendMerit(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV"),
+    ToolCommand command(QStringLiteral("append-merit"), QStringLiteral("FILE --value TEXT --name NAME --data CSV [--replace]"),
                         QStringLiteral("Adds a merit function to a results file: its defining text, its name, and one value per\n"
                                        "run read from a CSV file of \"case,value\" lines (values as the library reads numbers,\n"
-                                       "1.5k is 1500; a first line whose first field is not a number is a header). The file is\n"
-                                       "rewritten whole, or left as it was when anything is wrong."));
+                                       "1.5k is 1500; a first line whose first field is not a number is a header). A name the\n"
+                                       "file has already is refused unless --replace, which gives that merit function the new\n"
+                                       "text and values in its place. The file is rewritten whole, or left as it was when\n"
+                                       "anything is wrong."));
     command.addOption({QStringLiteral("value")}, QStringLiteral("Defining text of the merit function."), QStringLiteral("TEXT"));
     command.addOption({QStringLiteral("name")}, QStringLiteral("Display name of the merit function."), QStringLiteral("NAME"));
     command.addOption({QStringLiteral("data")}, QStringLiteral("CSV file of case,value lines."), QStringLiteral("CSV"));
+    command.addOption({QStringLiteral("replace")}, QStringLiteral("Replace the merit function of that name if the file has one."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -563,10 +626,13 @@ int runAppendMerit(const QStringList& arguments)
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header) || !command.checkOutput(path))
         return ExitFailure;
+    bool present = false;
     for (int m = 0; m < header.meritFunctions.count(); ++m)
-        if (header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name"))))
-            return command.fail(ExitFailure, QStringLiteral("%1 already has a merit function named %2")
-                                                 .arg(path, command.value(QStringLiteral("name"))));
+        present = present || header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name")));
+    const bool replace = present && command.isSet(QStringLiteral("replace"));
+    if (present && !replace)
+        return command.fail(ExitFailure, QStringLiteral("%1 already has a merit function named %2; --replace replaces it")
+                                             .arg(path, command.value(QStringLiteral("name"))));
     for (int k = 0; k < cases.count(); ++k) {
         XMLReportInfo probe(cases[k]);
         const XMLReportInfo* run = table.find(probe);
@@ -575,12 +641,14 @@ int runAppendMerit(const QStringList& arguments)
         if (run->values.count() != header.meritFunctions.count())
             return command.fail(ExitFailure, QStringLiteral("case %1 of %2 lacks a value of an earlier merit function").arg(cases[k]).arg(path));
     }
-    if (!sp_AppendMeritData(toYs(path), toYs(command.value(QStringLiteral("value"))), toYs(command.value(QStringLiteral("name"))),
-                            values, cases))
+    const YString value = toYs(command.value(QStringLiteral("value")));
+    const YString name = toYs(command.value(QStringLiteral("name")));
+    if (!(replace ? sp_ReplaceMeritData(toYs(path), value, name, values, cases)
+                  : sp_AppendMeritData(toYs(path), value, name, values, cases)))
         return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(path));
     Output out;
-    out << "added merit function " << command.value(QStringLiteral("name")) << " with " << cases.count()
-        << (cases.count() == 1 ? " value to " : " values to ") << path << '\n';
+    out << (replace ? "replaced merit function " : "added merit function ") << command.value(QStringLiteral("name")) << " with "
+        << cases.count() << (cases.count() == 1 ? " value " : " values ") << (replace ? "in " : "to ") << path << '\n';
     // Runs the CSV gave no value are said, not hidden: the library stores 0 for them.
     std::vector<int> missing;
     for (const XMLReportInfo& run : table)
@@ -610,21 +678,141 @@ QStringList sensitivityColumnNames(const XMLReportHeader& header)
     return names;
 }
 
+// True when the analysis statement of the results starts with `keyword` (".mc", ".wc", ".sens").
+bool analysisIs(const XMLReportHeader& header, const char* keyword)
+{
+    const QString analysis = toQs(header.analysis).trimmed();
+    const int length = static_cast<int>(std::strlen(keyword));
+    return analysis.startsWith(QLatin1String(keyword), Qt::CaseInsensitive) &&
+           (analysis.size() == length || analysis.at(length).isSpace());
+}
+
 // True when the results come from a Monte Carlo analysis, whose runs each move every parameter at once.
 bool isMonteCarlo(const XMLReportHeader& header)
 {
-    const QString analysis = toQs(header.analysis).trimmed();
-    return analysis.startsWith(QLatin1String(".mc"), Qt::CaseInsensitive) &&
-           (analysis.size() == 3 || analysis.at(3).isSpace());
+    return analysisIs(header, ".mc");
+}
+
+// Writes a text file whole or not at all; false when it cannot be written.
+bool writeTextFile(const QString& target, const std::string& text)
+{
+    return writeFileAtomically(target, [&](const YString& temporary) {
+        QFile file(toQs(temporary));
+        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
+    });
+}
+
+// The sensitivity report as CSV lines, one text.
+std::string sensitivityCsv(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, int sort)
+{
+    YArray<YString> lines;
+    sp_BuildCsvSensitivityReport(&lines, table, header, sort);
+    std::string text;
+    for (const YString& line : lines)
+        text.append(line.str()).push_back('\n');
+    return text;
+}
+
+// `report all`: into the folder `dir`, the logs that the analysis calls for (both when it names neither
+// Monte Carlo nor worst case), the sensitivity report as HTML and CSV, and index.html, which shows the
+// header, the run statistics and the charts and links to the others. index.html comes last, so that
+// its links resolve whenever it is there.
+int writeReportFolder(const ToolCommand& command, const QString& resultsPath, const YHashTable<XMLReportInfo>& table,
+                      const XMLReportHeader& header, const QString& dir, const YString& styleSheet, int sort,
+                      const ChartOptions& charts, bool force)
+{
+    if (isStandardStream(dir))
+        return command.fail(ExitUsage, QStringLiteral("report all writes several files; name a folder for them"));
+    if (QFileInfo(dir).exists() && !QFileInfo(dir).isDir())
+        return command.fail(ExitFailure, QStringLiteral("%1 is a file, not a folder").arg(dir));
+    if (!QDir().mkpath(dir))
+        return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(dir));
+    const bool monteCarlo = isMonteCarlo(header);
+    const bool worstCase = analysisIs(header, ".wc");
+    const bool sensitivity = analysisIs(header, ".sens");
+    const bool bothLogs = !monteCarlo && !worstCase && !sensitivity;
+
+    struct Written {
+        QString name;
+        HubLink link;
+        std::function<bool(const YString&)> write;
+    };
+    std::vector<Written> files;
+    const auto html = [&](const char* name, const char* label, const char* what, std::function<bool(const YString&)> write) {
+        files.push_back({QLatin1String(name), HubLink{name, label, what}, std::move(write)});
+    };
+    if (monteCarlo || bothLogs)
+        html("montecarlo.html", "Monte Carlo log", "every run's merit function values, its random seed and the parameters it changed",
+             [&](const YString& temporary) { return sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header); });
+    if (worstCase || bothLogs)
+        html("worstcase.html", "Worst-case log", "every run's merit function values and the parameters it changed",
+             [&](const YString& temporary) { return sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header); });
+    html("sensitivity.html", "Sensitivity report",
+         "each run's merit function values, their deltas against the nominal run (case 1) and the normalised sensitivities",
+         [&](const YString& temporary) { return sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, sort); });
+    const std::string csv = sensitivityCsv(table, header, sort);
+    html("sensitivity.csv", "Sensitivity table (CSV)", "the sensitivity report's columns, for a spreadsheet",
+         [&](const YString& temporary) { return writeTextFile(toQs(temporary), csv); });
+
+    const QDir folder(dir);
+    const QString index = folder.filePath(QStringLiteral("index.html"));
+    // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
+    QStringList names{QStringLiteral("index.html")};
+    for (const Written& f : files)
+        names << f.name;
+    for (const QString& name : names)
+        if (sameExistingFile(folder.filePath(name), resultsPath))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another folder")
+                                               .arg(folder.filePath(name)));
+
+    HubSection section;
+    section.source = resultsPath.toStdString();
+    section.header = &header;
+    section.table = &table;
+    // A sensitivity analysis is read from its tornado chart first.
+    if (sensitivity)
+        section.charts.push_back(sensitivityTornadoSvg(table, header, charts));
+    section.charts.push_back(meritHistogramSvg(table, header, charts));
+    if (monteCarlo) {
+        section.notes.push_back("Each run of a Monte Carlo analysis moves every parameter at once, so its normalised "
+                                "sensitivities credit one parameter with what all of them did and mean little" +
+                                std::string(force ? "." : "; the tornado chart is left out (--force shows it)."));
+    }
+    if (!sensitivity && (!monteCarlo || force))
+        section.charts.push_back(sensitivityTornadoSvg(table, header, charts));
+
+    Output out;
+    for (const Written& f : files) {
+        const QString target = folder.filePath(f.name);
+        if (!command.checkOutput(target))
+            return ExitFailure;
+        if (!writeFileAtomically(target, f.write))
+            return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(target));
+        section.links.push_back(f.link);
+        out << "wrote " << target << '\n';
+    }
+    const std::string title = header.title.isEmpty() ? "Results of " + resultsPath.toStdString() : header.title.str();
+    if (!command.checkOutput(index))
+        return ExitFailure;
+    if (!writeTextFile(index, reportHubPage(title, {section})))
+        return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(index));
+    out << "wrote " << index << '\n';
+    return ExitOk;
 }
 
 int runReport(const QStringList& arguments)
 {
-    ToolCommand command(QStringLiteral("report"), QStringLiteral("mc|wc|sens|csv RESULTS -o OUT [--style CSS] [--sort COLUMN] [--chart SVG [--force]]"),
+    ToolCommand command(QStringLiteral("report"), QStringLiteral("mc|wc|sens|csv|all RESULTS -o OUT [--style CSS] [--sort COLUMN] "
+                                                                 "[--chart SVG [--force]] [--bins N] [--shared-scale]"),
                         QStringLiteral("Writes a report of a results file: the Monte Carlo (mc) or worst-case (wc) HTML log, or\n"
                                        "the sensitivity table as HTML (sens) or CSV (csv). With --chart, sens also writes a tornado\n"
-                                       "chart of the normalised sensitivities and mc a histogram of each merit function."));
-    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The report file."), QStringLiteral("OUT"));
+                                       "chart of the normalised sensitivities and mc a histogram of each merit function.\n"
+                                       "all writes into the folder OUT the logs the analysis calls for, the sensitivity report as\n"
+                                       "HTML and CSV, and index.html: the header, the statistics of each merit function, the\n"
+                                       "charts and links to the others."));
+    command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The report file (the folder for all)."),
+                      QStringLiteral("OUT"));
     command.addOption({QStringLiteral("style")}, QStringLiteral("Style sheet whose text goes into the HTML page (default: the built-in style)."),
                       QStringLiteral("CSS"));
     command.addOption({QStringLiteral("sort")}, QStringLiteral("Sensitivity column to sort by, by number or by name: 0 case, "
@@ -633,14 +821,31 @@ int runReport(const QStringList& arguments)
                       QStringLiteral("COLUMN"), QStringLiteral("0"));
     command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
     command.addOption({QStringLiteral("force")}, QStringLiteral("Chart the normalised sensitivities of a Monte Carlo run all the same."));
+    command.addOption({QStringLiteral("bins")}, QStringLiteral("Histogram bins, 1 to 1000 (default: from the data by the\n"
+                                                               "Freedman-Diaconis rule, at most 50)."),
+                      QStringLiteral("N"));
+    command.addOption({QStringLiteral("shared-scale")}, QStringLiteral("One tornado scale for every merit function."));
     const int early = command.parse(arguments, 2, 2);
     if (early >= 0)
         return early;
     const QString kind = command.positional().at(0);
-    if (kind != QLatin1String("mc") && kind != QLatin1String("wc") && kind != QLatin1String("sens") && kind != QLatin1String("csv"))
-        return command.fail(ExitUsage, QStringLiteral("unknown report '%1'; valid reports: mc, wc, sens, csv").arg(kind));
+    if (kind != QLatin1String("mc") && kind != QLatin1String("wc") && kind != QLatin1String("sens") && kind != QLatin1String("csv") &&
+        kind != QLatin1String("all"))
+        return command.fail(ExitUsage, QStringLiteral("unknown report '%1'; valid reports: mc, wc, sens, csv, all").arg(kind));
     if (!command.isSet(QStringLiteral("output")))
         return command.fail(ExitUsage, QStringLiteral("-o OUT is required"));
+    ChartOptions chartOptions;
+    chartOptions.sharedScale = command.isSet(QStringLiteral("shared-scale"));
+    if (command.isSet(QStringLiteral("bins"))) {
+        long long bins = 0;
+        if (!command.intValue(QStringLiteral("bins"), &bins))
+            return ExitUsage;
+        if (bins < 1 || bins > 1000)
+            return command.fail(ExitUsage, QStringLiteral("--bins must lie between 1 and 1000"));
+        chartOptions.bins = static_cast<int>(bins);
+    }
+    if (kind == QLatin1String("all") && command.isSet(QStringLiteral("chart")))
+        return command.fail(ExitUsage, QStringLiteral("report all puts its charts in index.html; --chart goes with sens and mc"));
     const QString sortText = command.value(QStringLiteral("sort")).trimmed();
     bool sortIsNumber = false;
     long long sort = sortText.toLongLong(&sortIsNumber);
@@ -669,6 +874,9 @@ int runReport(const QStringList& arguments)
     }
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
+    if (kind == QLatin1String("all"))
+        return writeReportFolder(command, command.positional().at(1), table, header, output, toYs(style), static_cast<int>(sort),
+                                 chartOptions, command.isSet(QStringLiteral("force")));
     // A Monte Carlo run moves every parameter at once, so a run's normalised sensitivity credits one
     // parameter with what all of them did: the report still shows them, the chart only when asked.
     QString chart = chartOption;
@@ -704,22 +912,13 @@ int runReport(const QStringList& arguments)
         } else if (kind == QLatin1String("sens")) {
             reportWritten = sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, static_cast<int>(sort));
         } else {
-            YArray<YString> lines;
-            sp_BuildCsvSensitivityReport(&lines, table, header, static_cast<int>(sort));
-            QFile file(toQs(temporary));
-            reportWritten = file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-            for (int i = 0; reportWritten && i < lines.count(); ++i)
-                reportWritten = file.write(lines[i].c_str(), lines[i].length()) == lines[i].length() && file.putChar('\n');
-            reportWritten = reportWritten && file.flush();
+            reportWritten = writeTextFile(toQs(temporary), sensitivityCsv(table, header, static_cast<int>(sort)));
         }
         if (!reportWritten || chart.isEmpty())
             return reportWritten;
-        const std::string svg = kind == QLatin1String("sens") ? sensitivityTornadoSvg(table, header) : meritHistogramSvg(table, header);
-        chartFailed = !writeFileAtomically(chart, [&](const YString& chartTemporary) {
-            QFile file(toQs(chartTemporary));
-            return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-                   file.write(svg.data(), static_cast<qint64>(svg.size())) == static_cast<qint64>(svg.size()) && file.flush();
-        });
+        const std::string svg = kind == QLatin1String("sens") ? sensitivityTornadoSvg(table, header, chartOptions)
+                                                              : meritHistogramSvg(table, header, chartOptions);
+        chartFailed = !writeTextFile(chart, svg);
         return !chartFailed;
     });
     if (chartFailed)

@@ -124,13 +124,6 @@ std::string limitsText(const MeritLimits& l)
     return (l.hasLower ? show(l.lower) : std::string("none")) + " to " + (l.hasUpper ? show(l.upper) : std::string("none"));
 }
 
-// An SVG document without its XML declaration, to place inside HTML.
-std::string inlineSvg(const std::string& svg)
-{
-    const size_t start = svg.find("<svg");
-    return start == std::string::npos ? svg : svg.substr(start);
-}
-
 } // namespace
 
 const char* statsVerdict(const MeritStatistics& s)

@@ -28,7 +28,7 @@ const Subcommand kSubcommands[] = {
     {"merge", "SHARD... -o MERGED [--renumber]", "results files of parts of a run set as one", runMerge},
     {"validate", "FILE [--schema XSD]", "check an XML file against a schema", runValidate},
     {"append-merit", "FILE --value T --name N --data CSV", "add a merit function to a results file", runAppendMerit},
-    {"report", "mc|wc|sens|csv RESULTS -o OUT [--chart SVG]", "HTML or CSV report, SVG chart", runReport},
+    {"report", "mc|wc|sens|csv|all RESULTS -o OUT", "HTML or CSV report, SVG chart, a report folder", runReport},
     {"text", "detect FILE | convert FILE -o OUT", "encoding and line ends; conversion", runText},
     {"why", "FILE [--read|--write|--write-new]", "why a file cannot be opened", runWhy},
     {"glob", "PATTERN TEXT", "wildcard match", runGlob},

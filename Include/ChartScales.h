@@ -1,0 +1,57 @@
+// ChartScales.h - the scales of charts of run values: a histogram's bins chosen from the data, and
+// round tick values for an axis.
+#pragma once
+
+#include "SupportQtExport.h"
+
+#include <vector>
+
+/// How the bin count of a histogram was chosen.
+enum class HistogramBinRule {
+    FreedmanDiaconis, ///< bin width 2 IQR n^(-1/3), the count capped
+    SquareRoot,       ///< the square root of the count, capped: the quartiles coincide
+    Single,           ///< one bin: fewer than two values, or values that do not vary
+    Given             ///< the caller's count
+};
+
+/// A histogram of a sample: equal bins from `low` to `high`, the first and last bin closed.
+struct Histogram {
+    double low = 0.0;              ///< the smallest finite value (the first bin's lower edge)
+    double high = 0.0;             ///< the largest finite value; above `low` whenever there are values
+    std::vector<long long> counts; ///< one per bin, from `low` up; empty when there are no finite values
+    long long finite = 0;          ///< values counted into the bins
+    long long nonFinite = 0;       ///< values left out because they are infinite or not a number
+    HistogramBinRule rule = HistogramBinRule::Single;
+
+    int bins() const { return static_cast<int>(counts.size()); }
+    double binWidth() const { return counts.empty() ? 0.0 : (high - low) / static_cast<double>(counts.size()); }
+};
+
+/// The bin count the Freedman-Diaconis rule gives the finite values of `values`: the range divided by
+/// 2 IQR n^(-1/3), rounded up, within 1..`maxBins` (the interquartile range from the percentiles
+/// interpolated as `SampleSummary::percentile` does). Where the quartiles coincide but the values vary,
+/// the square root of their count, rounded up and capped; 1 for fewer than two finite values or values
+/// that do not vary, and for `maxBins` below 1. `rule` (when not null) says which case applied.
+SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int maxBins,
+                                       HistogramBinRule* rule = nullptr);
+
+/// Counts the finite values of `values` into `bins` equal bins between their minimum and maximum (a value
+/// on an inner edge goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
+/// `sp_HistogramBinCount(values, maxBins)`. Values that are not finite are counted in `nonFinite` only.
+/// Values that do not vary get one bin around them, 1% of their magnitude (0.5 for 0) to either side.
+/// With no finite value the result has no bins. The result belongs to the caller.
+SUPPORTQT_API Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int maxBins = 50);
+
+/// Round tick values of an axis.
+struct AxisTicks {
+    double low = 0.0;           ///< the axis starts here: the first tick
+    double high = 0.0;          ///< and ends here: the last tick
+    double step = 0.0;          ///< 1, 2 or 5 times a power of ten
+    std::vector<double> values; ///< from `low` to `high` by `step`, each the nearest double to its decimal value
+};
+
+/// The ticks of an axis that covers `low` to `high`: the smallest step of 1, 2 or 5 times a power of ten
+/// that needs at most `maxTicks` ticks (at least 2) from a multiple of the step at or below `low` to one
+/// at or above `high`. Ends in the wrong order are swapped; equal ends are widened by 1% of their
+/// magnitude (by 1 around 0). Ends that are not finite give no ticks (an empty `values`, all else 0).
+SUPPORTQT_API AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks);

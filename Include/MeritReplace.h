@@ -1,0 +1,18 @@
+// MeritReplace.h - a merit function of a results file given new values, in place.
+#pragma once
+
+#include "SupportQtExport.h"
+#include "XMLReport.h"
+#include "YString.h"
+
+/// Gives the first merit function named `name` (compared byte for byte) of a results file the defining
+/// text `value` and new values, and writes the file back, as `sp_AppendMeritData` does for a new one:
+/// read as `sp_CompileSensReportData` reads it, appended files included, and written as one file without
+/// "append" by `sp_WriteMswFile`. The merit function keeps its place among the others; values[k] becomes
+/// its value in the run of case cases[k], and every run that `cases` does not name gets 0.
+///
+/// False, with the file untouched, when the lists differ in length, a case is given twice, the file
+/// cannot be read, no merit function has that name, or a named case is missing or lacks a value of some
+/// merit function; otherwise the writer's result (on false the file is as it was).
+[[nodiscard]] SUPPORTQT_API bool sp_ReplaceMeritData(const YString& path, const YString& value, const YString& name,
+                                                     const YVector<double>& values, const YVector<int>& cases);

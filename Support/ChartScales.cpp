@@ -1,0 +1,152 @@
+// ChartScales.cpp - histogram bins by the Freedman-Diaconis rule and round axis ticks.
+#include "ChartScales.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Linear interpolation between the two nearest order statistics of sorted values, as the run
+// statistics take percentiles.
+double sortedPercentile(const std::vector<double>& sorted, double p)
+{
+    const double h = static_cast<double>(sorted.size() - 1) * p / 100.0;
+    const size_t below = static_cast<size_t>(std::floor(h));
+    const double fraction = h - static_cast<double>(below);
+    if (below + 1 >= sorted.size())
+        return sorted[below];
+    return sorted[below] + fraction * (sorted[below + 1] - sorted[below]);
+}
+
+std::vector<double> finiteValues(const std::vector<double>& values)
+{
+    std::vector<double> finite;
+    finite.reserve(values.size());
+    for (double v : values)
+        if (std::isfinite(v))
+            finite.push_back(v);
+    return finite;
+}
+
+int capped(double count, int maxBins)
+{
+    if (!(count >= 1.0))
+        return 1;
+    return count >= static_cast<double>(maxBins) ? maxBins : static_cast<int>(count);
+}
+
+int binCountOfFinite(std::vector<double>& finite, int maxBins, HistogramBinRule* rule)
+{
+    HistogramBinRule sink;
+    HistogramBinRule& used = rule ? *rule : sink;
+    used = HistogramBinRule::Single;
+    if (maxBins < 1 || finite.size() < 2)
+        return 1;
+    std::sort(finite.begin(), finite.end());
+    const double range = finite.back() - finite.front();
+    if (!(range > 0.0))
+        return 1;
+    const double n = static_cast<double>(finite.size());
+    const double iqr = sortedPercentile(finite, 75) - sortedPercentile(finite, 25);
+    if (!(iqr > 0.0)) {
+        used = HistogramBinRule::SquareRoot;
+        return capped(std::ceil(std::sqrt(n)), maxBins);
+    }
+    used = HistogramBinRule::FreedmanDiaconis;
+    // A range that overflows gives an infinite count, which the cap takes. A count a hair above a whole
+    // number is rounding, not a bin more.
+    return capped(std::ceil(range / (2.0 * iqr / std::cbrt(n)) - 1e-9), maxBins);
+}
+
+// 10 to the power `exponent`, exact where a double can hold it.
+double powerOfTen(int exponent)
+{
+    return std::pow(10.0, static_cast<double>(exponent));
+}
+
+// k * mantissa * 10^exponent as the nearest double to the decimal value: dividing by an exact power of
+// ten rounds once, where multiplying by an inexact 10^-n would round twice.
+double tickValue(long long k, int mantissa, int exponent)
+{
+    const double whole = static_cast<double>(k) * mantissa;
+    return exponent >= 0 ? whole * powerOfTen(exponent) : whole / powerOfTen(-exponent);
+}
+
+} // namespace
+
+int sp_HistogramBinCount(const std::vector<double>& values, int maxBins, HistogramBinRule* rule)
+{
+    std::vector<double> finite = finiteValues(values);
+    return binCountOfFinite(finite, maxBins, rule);
+}
+
+Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int maxBins)
+{
+    Histogram h;
+    std::vector<double> finite = finiteValues(values);
+    h.finite = static_cast<long long>(finite.size());
+    h.nonFinite = static_cast<long long>(values.size() - finite.size());
+    if (finite.empty())
+        return h;
+    const auto [minimum, maximum] = std::minmax_element(finite.begin(), finite.end());
+    h.low = *minimum;
+    h.high = *maximum;
+    if (bins >= 1) {
+        h.rule = HistogramBinRule::Given;
+    } else {
+        bins = binCountOfFinite(finite, maxBins, &h.rule);
+    }
+    if (!(h.high > h.low)) {
+        const double pad = h.low == 0.0 ? 0.5 : std::fabs(h.low) * 0.01;
+        h.low -= pad;
+        h.high += pad;
+    }
+    h.counts.assign(static_cast<size_t>(bins), 0);
+    const double width = h.high - h.low;
+    for (double v : finite) {
+        const double position = (v - h.low) / width * bins;
+        const int bin = std::clamp(static_cast<int>(std::floor(position)), 0, bins - 1);
+        ++h.counts[static_cast<size_t>(bin)];
+    }
+    return h;
+}
+
+AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
+{
+    AxisTicks ticks;
+    if (!std::isfinite(low) || !std::isfinite(high))
+        return ticks;
+    if (low > high)
+        std::swap(low, high);
+    if (low == high) {
+        const double pad = low == 0.0 ? 1.0 : std::fabs(low) * 0.01;
+        low -= pad;
+        high += pad;
+    }
+    const double span = high - low;
+    if (!std::isfinite(span))
+        return ticks;
+    maxTicks = std::max(maxTicks, 2);
+    // From a step below the span shared out among the ticks, up through 1, 2, 5 times each power of ten
+    // until the ticks from below `low` to above `high` are few enough. A billionth of a step of slack
+    // keeps an end that is a multiple of the step in rounding from costing a tick.
+    int exponent = static_cast<int>(std::floor(std::log10(span / (maxTicks - 1)))) - 1;
+    for (; exponent <= 308; ++exponent) {
+        for (int mantissa : {1, 2, 5}) {
+            const double step = mantissa * powerOfTen(exponent);
+            const double first = std::floor(low / step + 1e-9);
+            const double last = std::ceil(high / step - 1e-9);
+            // A step that underflows to 0 gives no finite count; the next power of ten is tried.
+            if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last - first + 1 <= maxTicks))
+                continue;
+            const long long k0 = static_cast<long long>(first), k1 = static_cast<long long>(last);
+            ticks.step = tickValue(1, mantissa, exponent);
+            for (long long k = k0; k <= k1; ++k)
+                ticks.values.push_back(tickValue(k, mantissa, exponent));
+            ticks.low = ticks.values.front();
+            ticks.high = ticks.values.back();
+            return ticks;
+        }
+    }
+    return ticks;
+}

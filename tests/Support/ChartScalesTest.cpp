@@ -1,0 +1,111 @@
+// ChartScalesTest.cpp - histogram bin counts and bins worked by hand, and round axis ticks.
+#include "ChartScales.h"
+#include "TestHelpers.h"
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+const double kInf = std::numeric_limits<double>::infinity();
+
+} // namespace
+
+TEST(ChartScales, FreedmanDiaconisBinCountOfAWorkedSample)
+{
+    // 1..8: quartiles 2.75 and 6.25, IQR 3.5, width 2 * 3.5 / cbrt(8) = 3.5, range 7: two bins.
+    HistogramBinRule rule = HistogramBinRule::Given;
+    EXPECT_EQ(sp_HistogramBinCount({1, 2, 3, 4, 5, 6, 7, 8}, 50, &rule), 2);
+    EXPECT_EQ(rule, HistogramBinRule::FreedmanDiaconis);
+    // The order of the values does not matter, and values that are not finite are no part of it.
+    EXPECT_EQ(sp_HistogramBinCount({8, kNaN, 3, 1, kInf, 7, 2, 6, 4, -kInf, 5}, 50), 2);
+}
+
+TEST(ChartScales, BinCountIsCappedAndFallsBackWhereTheRuleCannotApply)
+{
+    HistogramBinRule rule = HistogramBinRule::Given;
+    // One far value makes the range huge against the quartiles: the cap.
+    EXPECT_EQ(sp_HistogramBinCount({0, 1, 2, 3, 4, 5, 6, 7, 1e6}, 50, &rule), 50);
+    EXPECT_EQ(rule, HistogramBinRule::FreedmanDiaconis);
+    EXPECT_EQ(sp_HistogramBinCount({0, 1, 2, 3, 4, 5, 6, 7, 1e6}, 12), 12);
+    // Quartiles that coincide: the square root of the count.
+    EXPECT_EQ(sp_HistogramBinCount({0, 0, 0, 0, 0, 0, 0, 0, 1}, 50, &rule), 3);
+    EXPECT_EQ(rule, HistogramBinRule::SquareRoot);
+    EXPECT_EQ(sp_HistogramBinCount({0, 0, 0, 0, 0, 0, 0, 0, 1}, 2), 2);
+    // Values that do not vary, one value, none, and a cap below 1: one bin.
+    EXPECT_EQ(sp_HistogramBinCount({5, 5, 5}, 50, &rule), 1);
+    EXPECT_EQ(rule, HistogramBinRule::Single);
+    EXPECT_EQ(sp_HistogramBinCount({5}, 50), 1);
+    EXPECT_EQ(sp_HistogramBinCount({}, 50), 1);
+    EXPECT_EQ(sp_HistogramBinCount({kNaN, kNaN}, 50), 1);
+    EXPECT_EQ(sp_HistogramBinCount({1, 2, 3, 4}, 0), 1);
+}
+
+TEST(ChartScales, HistogramCountsTheFiniteValuesAndSaysHowManyItLeftOut)
+{
+    const Histogram h = sp_BuildHistogram({1, 2, kNaN, kInf, 3}, 2);
+    EXPECT_EQ(h.rule, HistogramBinRule::Given);
+    EXPECT_EQ(h.low, 1.0);
+    EXPECT_EQ(h.high, 3.0);
+    EXPECT_EQ(h.counts, (std::vector<long long>{1, 2})); // 2 lies on the inner edge: the bin above
+    EXPECT_EQ(h.finite, 3);
+    EXPECT_EQ(h.nonFinite, 2);
+    EXPECT_EQ(h.binWidth(), 1.0);
+
+    // The bin count from the data when none is given.
+    const Histogram chosen = sp_BuildHistogram({1, 2, 3, 4, 5, 6, 7, 8}, 0);
+    EXPECT_EQ(chosen.rule, HistogramBinRule::FreedmanDiaconis);
+    EXPECT_EQ(chosen.counts, (std::vector<long long>{4, 4}));
+
+    // Values that do not vary: one bin around them.
+    const Histogram flat = sp_BuildHistogram({2, 2, 2}, 0);
+    EXPECT_EQ(flat.counts, (std::vector<long long>{3}));
+    EXPECT_DOUBLE_EQ(flat.low, 1.98);
+    EXPECT_DOUBLE_EQ(flat.high, 2.02);
+    const Histogram zeros = sp_BuildHistogram({0, 0}, 4);
+    EXPECT_EQ(zeros.counts, (std::vector<long long>{0, 0, 2, 0}));
+    EXPECT_EQ(zeros.low, -0.5);
+
+    // Nothing finite: no bins, and the count of what was left out.
+    const Histogram none = sp_BuildHistogram({kNaN, -kInf}, 0);
+    EXPECT_TRUE(none.counts.empty());
+    EXPECT_EQ(none.nonFinite, 2);
+    EXPECT_EQ(none.finite, 0);
+}
+
+TEST(ChartScales, RoundTicksCoverTheRangeWithOneTwoOrFiveTimesAPowerOfTen)
+{
+    // The ripple of the Monte Carlo example: 12.9944m to 19.2712m.
+    AxisTicks t = sp_RoundAxisTicks(0.0129944, 0.0192712, 8);
+    EXPECT_EQ(t.values, (std::vector<double>{0.012, 0.014, 0.016, 0.018, 0.02}));
+    EXPECT_EQ(t.step, 0.002);
+    EXPECT_EQ(t.low, 0.012);
+    EXPECT_EQ(t.high, 0.02);
+
+    t = sp_RoundAxisTicks(-0.999, 0.5, 6);
+    EXPECT_EQ(t.values, (std::vector<double>{-1, -0.5, 0, 0.5}));
+    // Ends in the wrong order, and ends that are multiples of the step.
+    t = sp_RoundAxisTicks(300, 100, 3);
+    EXPECT_EQ(t.values, (std::vector<double>{100, 200, 300}));
+    // Equal ends are widened by 1%.
+    t = sp_RoundAxisTicks(3, 3, 5);
+    EXPECT_EQ(t.values, (std::vector<double>{2.96, 2.98, 3.0, 3.02, 3.04}));
+    t = sp_RoundAxisTicks(0, 0, 3);
+    EXPECT_EQ(t.values, (std::vector<double>{-1, 0, 1}));
+    // Large values, and a tick count below 2 taken as 2.
+    t = sp_RoundAxisTicks(1.2e6, 3.4e6, 2);
+    EXPECT_EQ(t.values, (std::vector<double>{0, 5e6}));
+    EXPECT_EQ(sp_RoundAxisTicks(1.2e6, 3.4e6, 0).values, t.values);
+}
+
+TEST(ChartScales, EndsThatAreNotFiniteGiveNoTicks)
+{
+    for (double bad : {kNaN, kInf, -kInf}) {
+        EXPECT_TRUE(sp_RoundAxisTicks(bad, 1, 5).values.empty());
+        EXPECT_TRUE(sp_RoundAxisTicks(0, bad, 5).values.empty());
+    }
+    EXPECT_TRUE(sp_RoundAxisTicks(-1.7e308, 1.7e308, 5).values.empty());
+    EXPECT_EQ(sp_RoundAxisTicks(0, 0, 5).step, 0.5);
+}
