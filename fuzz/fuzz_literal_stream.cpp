@@ -1,19 +1,22 @@
 // fuzz_literal_stream.cpp - NewSpiceStream. Checked: the literal text (flushed and buffered) is always
 // a prefix of the input with the filter applied and line ends normalised (and the final line feed the
 // reader adds); and reading the input one byte per refill gives the same lines, line numbers, literal
-// text and counts as reading it whole, so the runs read in one step act exactly as characters read one
-// at a time.
+// text and counts as reading it whole, and the plain per-character reader of the test tree gives the
+// same as the library's reader after every line, so the runs read in one step act exactly as characters
+// read one at a time.
 #include "FuzzSupport.h"
 #include "LiteralNetlistStream.h"
+#include "ReferenceNetlistReaders.h"
 
 #include <vector>
 
 namespace {
+template <class Stream = NewSpiceStream>
 std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, const std::string& normalised)
 {
     std::vector<std::string> seen;
     kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
-    NewSpiceStream in(source);
+    Stream in(source);
     YString line;
     int number = 0;
     size_t flushed = 0; // literal text already taken out of the buffer
@@ -53,7 +56,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
     }
     normalised += '\n';
-    if (observe(data, size, 0, normalised) != observe(data, size, 1, normalised))
+    const std::vector<std::string> whole = observe(data, size, 0, normalised);
+    if (whole != observe(data, size, 1, normalised))
+        __builtin_trap();
+    if (whole != observe<ReferenceLiteralStream>(data, size, 0, normalised))
         __builtin_trap();
     return 0;
 }

@@ -1,16 +1,19 @@
 // fuzz_spice_stream.cpp - SpiceStream in every dialect, with and without the title and literal mode.
 // Checked: no line holds a line feed or a byte the filter drops; line numbers never decrease; the
-// last accepted character count never exceeds the character count; and reading the input one byte per
-// refill gives the same lines, buffers and counters as reading it whole.
+// last accepted character count never exceeds the character count; reading the input one byte per
+// refill gives the same lines, buffers and counters as reading it whole; and the plain per-character
+// reader of the test tree gives the same as the library's reader, after every line.
 #include "FuzzSupport.h"
 #include "NetlistStream.h"
+#include "ReferenceNetlistReaders.h"
 
 #include <cstring>
 #include <vector>
 
 namespace {
 // Title, literal mode and empty lines as the option bits ask.
-void configure(SpiceStream& in, uint8_t options)
+template <class Stream>
+void configure(Stream& in, uint8_t options)
 {
     if (options & 4)
         in.readTitle();
@@ -19,12 +22,14 @@ void configure(SpiceStream& in, uint8_t options)
         in.dontSuppressEmptyLines();
 }
 
-// Everything a caller sees after each line, read from memory `chunk` bytes per refill (0: whole).
+// Everything a caller sees after each line, read from memory `chunk` bytes per refill (0: whole), by
+// the library's reader or the reference one.
+template <class Stream = SpiceStream>
 std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
 {
     std::vector<std::string> seen;
     kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
-    SpiceStream in(source);
+    Stream in(source);
     configure(in, options);
     YString line;
     int number = 0;
@@ -36,7 +41,8 @@ std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk,
                     std::to_string(in.getLineCount()) + ',' + std::to_string(in.getCharCount()) + ',' +
                     std::to_string(in.getLastAcceptedLineCount()) + ',' + std::to_string(in.getLastAcceptedCharCount()) +
                     ',' + std::to_string(in.getUtf8Encoding()) + ',' + std::to_string(in.isHierarchy()) + ',' +
-                    std::to_string(in.getLanguage()) + ',' + in.getSeparator() + '|';
+                    std::to_string(static_cast<int>(in.getLanguage())) + ',' + in.getSeparator() + ',' +
+                    std::to_string(in.eof()) + '|';
         snapshot.append(in.getBuffer()->data(), static_cast<size_t>(in.getBuffer()->length()));
         seen.push_back(snapshot);
         if (options & 32)
@@ -74,7 +80,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (options & 32)
             in.flushBuffer();
     }
-    if (observe(data + 1, size - 1, 0, options) != observe(data + 1, size - 1, 1, options))
+    const std::vector<std::string> whole = observe(data + 1, size - 1, 0, options);
+    if (whole != observe(data + 1, size - 1, 1, options))
+        __builtin_trap();
+    if (whole != observe<ReferenceSpiceStream>(data + 1, size - 1, 0, options))
         __builtin_trap();
     return 0;
 }
