@@ -261,7 +261,8 @@ struct SpiceStream::LineAssembly {
 };
 
 // The logical-line state machine. A character it delivers goes to `delivery`, which says whether the
-// call ends there; the end of input always ends it (-1).
+// call ends there; the end of input always ends it (-1). Each state is a block that goes straight to the
+// block of the state it moves to, as the state table reads.
 //
 // Its working state lives in locals while it runs, so that it stays in registers: the read position in
 // the stream's buffer, the state, the counts, the handed-back character, and write positions in room
@@ -273,7 +274,7 @@ struct SpiceStream::LineAssembly {
 template <class Delivery>
 int SpiceStream::machine(Delivery& delivery)
 {
-    constexpr int kRoomBeyondWindow = netlist::kRunSlack + 8;
+    constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
     const char* stop;
     State state;
@@ -284,10 +285,6 @@ int SpiceStream::machine(Delivery& delivery)
     Buf* sink;
     char* textStart;
     char* text;
-    const auto reserveText = [&]() NETLIST_INLINE {
-        sink = delivery.runSink();
-        textStart = text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow) : nullptr;
-    };
     const auto load = [&]() NETLIST_INLINE {
         p = bufferBegin();
         const size_t available = static_cast<size_t>(bufferEnd() - p);
@@ -299,8 +296,9 @@ int SpiceStream::machine(Delivery& delivery)
         lastChars = m_lastAcceptedCharCount;
         lastLines = m_lastAcceptedLineCount;
         sourceDirect = m_pendingChar == -1 && m_utf8Detect.isBetweenSequences();
-        rawStart = raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow);
-        reserveText();
+        rawStart = raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
+        sink = delivery.runSink();
+        textStart = text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoom) : nullptr;
     };
     const auto store = [&]() NETLIST_INLINE {
         m_rawBuffer.expand(static_cast<int>(raw - rawStart));
@@ -314,33 +312,24 @@ int SpiceStream::machine(Delivery& delivery)
         m_lastAcceptedCharCount = lastChars;
         m_lastAcceptedLineCount = lastLines;
     };
-    load();
-
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
         lastChars = keepsOwnCount() ? kvstream::getCharCount() : chars;
         lastLines = lines;
-    };
-    const auto accept = [&](int c) NETLIST_INLINE {
-        *raw++ = static_cast<char>(c);
-        recordLastAccepted();
     };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
         const int last = raw > rawStart ? static_cast<unsigned char>(raw[-1]) : m_rawBuffer.last();
         if (!(m_suppressEmptyLines && last == '\n'))
             *raw++ = '\n';
     };
-    // Bytes may be taken straight from the buffer: nothing handed back or pending, and the detector
-    // between sequences, where ASCII leaves it as it is. (An open base64 section hides the buffer.)
-    const auto direct = [&]() NETLIST_INLINE { return pushback == -1 && sourceDirect; };
-    // The character source: the common bytes (printable ASCII and line ends) straight from the buffer,
-    // with the effects readRaw would have; every other through readRaw.
+    // The character source: the handed-back character, then the common bytes (printable ASCII and line
+    // ends) straight from the buffer with the effects readRaw would have, every other through readRaw.
+    // (The end states read nothing, and never come here.)
     const auto next = [&]() NETLIST_INLINE -> int {
         if (pushback != -1) {
             const int c = pushback;
             pushback = -1;
             return c;
         }
-        // (The end states read nothing, and never come here.)
         if (p < stop && sourceDirect) {
             const unsigned char c = static_cast<unsigned char>(*p);
             if (c >= 32 && c < 127) {
@@ -362,12 +351,13 @@ int SpiceStream::machine(Delivery& delivery)
         return c;
     };
     // Hands a character to the delivery. A delivery with a text (a line under way) appends plain
-    // characters to it and ends at a line feed; those are done here. Any other character goes through
-    // `take` with everything stored, since it may call `evaluate`, which may look at the reader.
+    // characters to it and ends at a line feed; those are done here, and so is the first plain character
+    // of a line. Any other goes through `take` with everything stored, since it may call `evaluate`,
+    // which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
         if (c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag()) {
             if (!text && (sink = delivery.startLine(lines)) != nullptr)
-                textStart = text = sink->reserveTail(static_cast<int>(stop - p) + kRoomBeyondWindow);
+                textStart = text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
             if (text) {
                 *text++ = static_cast<char>(c);
                 return false;
@@ -380,22 +370,18 @@ int SpiceStream::machine(Delivery& delivery)
         load();
         return ended;
     };
-    const auto detectDirective = [&](int c) NETLIST_INLINE {
-        store();
-        detectStarHash(c);
-        load();
+    const auto accept = [&](int c) NETLIST_INLINE {
+        *raw++ = static_cast<char>(c);
+        recordLastAccepted();
     };
-    // A run of ordinary bytes at the read position, with the effects that reading them one at a time
-    // would have: counted, and copied to the raw buffer when `toRaw` and to the line's text in a line
-    // (`inLine`, where the comment character and braces end a run too). Bytes above 127 that the
-    // detector need not see one at a time are taken as well, and set the caller's non-ASCII flag.
+
+    // Runs of ordinary bytes, with the effects that reading them one at a time would have: counted, and
+    // copied to the raw buffer when `toRaw` and to the line's text in a line (`inLine`, where the comment
+    // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
+    // are taken as well, and set the caller's non-ASCII flag.
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    netlist::RunStops lineStops{};
-    const auto dialectChanged = [&]() NETLIST_INLINE {
-        lineStops = netlist::RunStops{{getInlineCommentChar(), '{', '}'}, true};
-    };
-    dialectChanged();
     const netlist::RunStops commentStops{{'\n', '\n', '\n'}, true};
+    netlist::RunStops lineStops{{getInlineCommentChar(), '{', '}'}, true};
     const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
         for (;;) {
             size_t n = inLine ? kernels.copy2(p, stop, lineStops, raw, text)
@@ -424,127 +410,152 @@ int SpiceStream::machine(Delivery& delivery)
                 return;
         }
     };
+    // A comment character at a line's start: the directive scanner reads on from the stream.
+    const auto detectDirective = [&](int c) NETLIST_INLINE {
+        store();
+        detectStarHash(c);
+        load();
+        lineStops.extra[0] = getInlineCommentChar();
+    };
     const auto leave = [&](int result) NETLIST_INLINE {
         store();
         return result;
     };
 
-    for (;;) {
-        // The comment character of the current dialect: a directive may change it.
-        const int icc = lineStops.extra[0];
-        // The states are tested in the order of how often a netlist visits them: a chain of tests is
-        // predicted better than a jump table here.
-        if (state == InLine) {
-            // The line's ordinary bytes in one step, once the line's text is under way.
-            if (text && p < stop && direct())
-                takeRun(true, true);
-            const int c = next();
-            if (c == icc) {
-                *raw++ = static_cast<char>(c);
-                state = InlineComment;
-                continue;
-            }
-            if (c == 10) {
-                recordLastAccepted();
-                newlineToRaw();
-                state = AfterNewline;
-                continue;
-            }
-            if (c == -1) {
-                recordLastAccepted();
-                state = EndPending;
-                if (deliver(10))
-                    return leave(10);
-                continue;
-            }
-            accept(c);
-            if (deliver(c))
-                return leave(c);
-        } else if (state == AfterNewline) {
-            const int c = next();
-            if (c == '*' || c == icc) {
-                *raw++ = static_cast<char>(c);
-                detectDirective(c);
-                dialectChanged();
-                state = InlineComment;
-                continue;
-            }
-            if (c == 10) {
-                newlineToRaw();
-                continue;
-            }
-            if (c == '+') {
-                *raw++ = '+';
-                state = InLine;
-                if (deliver(32))
-                    return leave(32);
-                continue;
-            }
-            if (c == -1) {
-                state = EndPending;
-                if (deliver(10))
-                    return leave(10);
-                continue;
-            }
-            if (c == ' ' || c == '\t')
-                continue;
-            pushback = c;
-            state = InLine;
-            if (deliver(10))
-                return leave(10);
-        } else if (state == InlineComment) {
-            // The comment's ordinary bytes in one step.
-            if (p < stop && direct())
-                takeRun(false, true);
-            const int c = next();
-            if (c == 10) {
-                newlineToRaw();
-                state = AfterNewline;
-                continue;
-            }
-            if (c == -1) {
-                state = EndPending;
-                if (deliver(10))
-                    return leave(10);
-                continue;
-            }
-            *raw++ = static_cast<char>(c);
-        } else if (state == CommentLine) {
-            // The comment's ordinary bytes in one step.
-            if (p < stop && direct())
-                takeRun(false, false);
-            const int c = next();
-            if (c == 10) {
-                state = LineStart;
-                continue;
-            }
-            if (c == -1) {
-                state = AtEnd;
-                return leave(-1);
-            }
-        } else if (state == LineStart) {
-            const int c = next();
-            if (c == ' ' || c == '\t' || c == 10)
-                continue;
-            if (c == '*' || c == icc) {
-                detectDirective(c);
-                dialectChanged();
-                state = CommentLine;
-                continue;
-            }
-            if (c == -1) {
-                state = AtEnd;
-                return leave(-1);
-            }
-            accept(c);
-            state = InLine;
-            if (deliver(c))
-                return leave(c);
-        } else { // EndPending, AtEnd
-            state = AtEnd;
-            return leave(-1);
-        }
+    load();
+    int c;
+    switch (state) {
+    case LineStart:
+        goto lineStart;
+    case CommentLine:
+        goto commentLine;
+    case InLine:
+        goto inLine;
+    case InlineComment:
+        goto inlineComment;
+    case AfterNewline:
+        goto afterNewline;
+    case EndPending:
+    case AtEnd:
+        break;
     }
+    state = AtEnd;
+    return leave(-1);
+
+lineStart:
+    state = LineStart;
+    c = next();
+    if (c == ' ' || c == '\t' || c == 10)
+        goto lineStart;
+    if (c == '*' || c == lineStops.extra[0]) {
+        detectDirective(c);
+        goto commentLine;
+    }
+    if (c == -1) {
+        state = AtEnd;
+        return leave(-1);
+    }
+    accept(c);
+    state = InLine;
+    if (deliver(c))
+        return leave(c);
+    goto inLine;
+
+commentLine:
+    state = CommentLine;
+    // The comment's ordinary bytes in one step.
+    if (p < stop && pushback == -1 && sourceDirect)
+        takeRun(false, false);
+    c = next();
+    if (c == 10)
+        goto lineStart;
+    if (c == -1) {
+        state = AtEnd;
+        return leave(-1);
+    }
+    goto commentLine;
+
+inLine:
+    state = InLine;
+    // The line's ordinary bytes in one step, once the line's text is under way.
+    if (text && p < stop && pushback == -1 && sourceDirect)
+        takeRun(true, true);
+    c = next();
+    if (c == lineStops.extra[0]) {
+        *raw++ = static_cast<char>(c);
+        goto inlineComment;
+    }
+    if (c == 10) {
+        recordLastAccepted();
+        newlineToRaw();
+        goto afterNewline;
+    }
+    if (c == -1) {
+        recordLastAccepted();
+        state = EndPending;
+        if (deliver(10))
+            return leave(10);
+        state = AtEnd;
+        return leave(-1);
+    }
+    accept(c);
+    if (deliver(c))
+        return leave(c);
+    goto inLine;
+
+inlineComment:
+    state = InlineComment;
+    // The comment's ordinary bytes in one step.
+    if (p < stop && pushback == -1 && sourceDirect)
+        takeRun(false, true);
+    c = next();
+    if (c == 10) {
+        newlineToRaw();
+        goto afterNewline;
+    }
+    if (c == -1) {
+        state = EndPending;
+        if (deliver(10))
+            return leave(10);
+        state = AtEnd;
+        return leave(-1);
+    }
+    *raw++ = static_cast<char>(c);
+    goto inlineComment;
+
+afterNewline:
+    state = AfterNewline;
+    c = next();
+    if (c == '*' || c == lineStops.extra[0]) {
+        *raw++ = static_cast<char>(c);
+        detectDirective(c);
+        goto inlineComment;
+    }
+    if (c == 10) {
+        newlineToRaw();
+        goto afterNewline;
+    }
+    if (c == '+') {
+        *raw++ = '+';
+        state = InLine;
+        if (deliver(32))
+            return leave(32);
+        goto inLine;
+    }
+    if (c == -1) {
+        state = EndPending;
+        if (deliver(10))
+            return leave(10);
+        state = AtEnd;
+        return leave(-1);
+    }
+    if (c == ' ' || c == '\t')
+        goto afterNewline;
+    pushback = c;
+    state = InLine;
+    if (deliver(10))
+        return leave(10);
+    goto inLine;
 }
 
 int SpiceStream::get(bool raw)
