@@ -168,23 +168,6 @@ void NewSpiceStream::takeRun(bool inLine, Buf* text, CharQueue* alsoQueued)
     }
 }
 
-// Replay and ReplayComment over gathered text: the look-ahead queue's bytes up to its next line end,
-// comment character (in Replay) or end mark are delivered to `text` (or skipped) in one step; the state
-// changes as it would after the last of them.
-void NewSpiceStream::replayRun(Buf* text)
-{
-    const char* const queued = m_lookahead.unread();
-    const netlist::RunStops stops{{text ? m_commentChar : '\n', '\n', '\n'}, false};
-    const size_t n = netlist::activeKernels().skip(queued, queued + m_lookahead.count(), stops, nullptr, nullptr);
-    if (n == 0)
-        return;
-    if (text)
-        text->append(queued, static_cast<int>(n));
-    m_lookahead.discard(static_cast<int>(n));
-    if (m_lookahead.isEmpty())
-        m_state = text ? InLine : InlineComment;
-}
-
 void NewSpiceStream::readRestOfLineIntoLookahead()
 {
     for (;;) {
@@ -196,150 +179,342 @@ void NewSpiceStream::readRestOfLineIntoLookahead()
     }
 }
 
-int NewSpiceStream::machine(Buf* sink)
+// The state machine. With `line`, a line is read: the first character sets `*lineNumber` (when given),
+// a line end ends the call and every other character is appended; without, each delivered character
+// ends the call (`get`). The end of input always ends it (-1). Each state is a block that goes straight
+// to the block of the state it moves to, as the state table reads.
+//
+// Its working state lives in locals while it runs, so that it stays in registers: the read position in
+// the stream's buffer, the state, the counts, and write positions in room reserved at the end of the
+// literal queue and of the line. Each byte read writes at most one byte to each, so room for the bytes
+// up to `stop` (at most one window of the buffer, and no further than the character limit allows) and a
+// little more is reserved, and the common bytes are read only below `stop`. `store` writes everything
+// back before anything else reads the stream, the counts or the queues; `load` takes it up again.
+int NewSpiceStream::machine(Buf* line, int* lineNumber)
 {
-    for (;;) {
-        // The states that loop over ordinary bytes take a whole run of them at once: from the source
-        // when nothing is queued, from the look-ahead queue in the replay states. A line's bytes go to
-        // `sink` once the caller has taken the line's first character.
-        if (m_lookahead.isEmpty()) {
-            if (m_state == InLine && sink)
-                takeRun(true, sink, nullptr);
-            else if (m_state == InlineComment || m_state == LineComment)
-                takeRun(false, nullptr, nullptr);
-        } else if ((m_state == Replay && sink) || m_state == ReplayComment) {
-            replayRun(m_state == Replay ? sink : nullptr);
+    constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
+    const char* p;
+    const char* stop;
+    int state, chars, lines;
+    bool sourceDirect; // nothing pending from a lone carriage return, not at the end
+    char* litStart;
+    char* lit;
+    char* textStart = nullptr;
+    char* text = nullptr; // null until the line's first character
+    const auto load = [&]() NETLIST_INLINE {
+        p = bufferBegin();
+        state = m_state;
+        chars = m_charCount;
+        lines = m_lineCount;
+        sourceDirect = m_pendingChar == -1 && !m_atEnd;
+        size_t window = static_cast<size_t>(bufferEnd() - p);
+        if (window > netlist::kRunWindow)
+            window = netlist::kRunWindow;
+        const long long limit = static_cast<long long>(m_charLimit) - chars;
+        if (static_cast<long long>(window) > limit)
+            window = limit > 0 ? static_cast<size_t>(limit) : 0;
+        stop = p + window;
+        litStart = lit = m_litQueue.reserveTail(static_cast<int>(window) + kRoom);
+        if (text)
+            textStart = text = line->reserveTail(static_cast<int>(window) + kRoom);
+    };
+    const auto store = [&]() NETLIST_INLINE {
+        m_litQueue.expand(static_cast<int>(lit - litStart));
+        if (text)
+            line->expand(static_cast<int>(text - textStart));
+        advance(static_cast<size_t>(p - bufferBegin()));
+        m_state = state;
+        m_charCount = chars;
+        m_lineCount = lines;
+    };
+    // The character source: the look-ahead queue first, then the common bytes (those the filter keeps,
+    // and line ends) straight from the buffer with the effects getChar would have, every other through
+    // getChar.
+    const auto next = [&]() NETLIST_INLINE -> int {
+        if (!m_lookahead.isEmpty()) {
+            const int c = m_lookahead.pop();
+            return c == 255 ? -1 : c; // the queued end
         }
-        int c = next();
-        switch (m_state) {
-        case Start:
-            if (c == ' ' || c == '\t' || c == 10 || c == m_commentChar)
-                continue;
-            m_state = InLine;
-            return c;
-        case AfterNewline:
-            if (c == ' ' || c == '\t' || c == 10)
-                continue;
-            if (c == '+') {
-                m_lookahead.add(' ');
-                m_state = InLine;
-                continue;
+        if (p < stop && sourceDirect) {
+            const unsigned char c = static_cast<unsigned char>(*p);
+            if ((c >= 32 && c != 255) || c == 9) {
+                ++p;
+                ++chars;
+                *lit++ = static_cast<char>(c);
+                return c;
             }
-            if (c == '*') {
-                m_lookahead.add('*');
-                m_state = StarComment;
-                continue;
+            if (c == '\n' || (c == '\r' && stop - p >= 2 && p[1] == '\n')) {
+                const int length = c == '\n' ? 1 : 2;
+                p += length;
+                chars += length;
+                ++lines;
+                *lit++ = '\n';
+                return 10;
             }
-            if (c == m_commentChar) {
-                m_state = LineComment;
-                continue;
-            }
-            m_lookahead.add(asQueued(c));
-            m_state = InLine;
-            return 10;
-        case StarComment: {
-            // Gather the block of comment lines that starts with this "*".
-            m_lookahead.add(asQueued(c));
-            readRestOfLineIntoLookahead();
-            int d;
-            for (;;) {
-                do
-                    d = getChar();
-                while (d == ' ' || d == '\t' || d == 10);
-                if (d != '*' && d != m_commentChar)
-                    break;
-                m_lookahead.add(static_cast<char>(d));
-                readRestOfLineIntoLookahead();
-            }
-            if (d == '+') {
-                // The comments stood between a line and its continuation: they vanish.
-                fillOutputLitBuffer();
-                m_lookahead.flush();
-                m_lookahead.add(' ');
-                m_state = InLine;
-                continue;
-            }
-            m_lookahead.add(asQueued(d));
-            m_state = Replay;
-            return 10;
         }
-        case InLine:
-            if (c == 10) {
-                fillOutputLitBuffer();
-                m_state = AfterNewline;
-                continue;
-            }
-            if (c == m_commentChar) {
-                m_state = InlineComment;
-                continue;
-            }
-            return c;
-        case Replay:
-        case ReplayComment: {
-            int result = -2; // nothing delivered
-            if (c == 10) {
-                fillOutputLitBuffer();
-                m_state = Replay;
-                result = 10;
-            } else if (m_state == Replay && c == m_commentChar) {
-                m_state = ReplayComment;
-            } else if (m_state == Replay) {
-                result = c;
-            } else if (c == -1) {
-                m_state = Replay; // the end is never skipped
-                result = -1;
-            }
-            if (m_lookahead.isEmpty())
-                m_state = (m_state == Replay) ? InLine : InlineComment;
-            if (result != -2)
-                return result;
-            continue;
+        store();
+        const int c = getChar();
+        load();
+        return c == 255 ? -1 : c;
+    };
+    // Moves the queued lines to the literal buffer. Right after a line end read from the source, that is
+    // the whole queue.
+    const auto moveLines = [&]() NETLIST_INLINE {
+        if (lit > litStart && lit[-1] == '\n') {
+            const char* const queued = m_litQueue.unread();
+            const int n = static_cast<int>(lit - queued);
+            m_litBuffer.append(queued, n);
+            m_litCharCount += n;
+            m_litQueue.flush();
+            m_litQueueWithoutLineEnd = 0;
+            litStart = lit = m_litQueue.reserveTail(static_cast<int>(stop - p) + kRoom);
+            return;
         }
-        case LineComment:
-            if (c == 10)
-                m_state = AfterNewline;
-            else if (c == -1) {
-                m_state = InLine;
-                return -1;
-            }
-            continue;
-        case InlineComment:
-            if (c == 10) {
-                fillOutputLitBuffer();
-                m_state = AfterNewline;
-            } else if (c == -1) {
-                m_state = InLine;
-                return -1;
-            }
-            continue;
+        store();
+        fillOutputLitBuffer();
+        load();
+    };
+    // Hands a character to the line (true when the call ends there).
+    const auto deliver = [&](int c) NETLIST_INLINE -> bool {
+        if (!line)
+            return true;
+        if (!text) {
+            if (lineNumber)
+                *lineNumber = lines + 1;
+            textStart = text = line->reserveTail(static_cast<int>(stop - p) + kRoom);
         }
+        if (c == 10)
+            return true;
+        *text++ = static_cast<char>(c);
+        return false;
+    };
+    const auto leave = [&](int result) NETLIST_INLINE {
+        store();
+        return result;
+    };
+    // A run of ordinary bytes from the source, counted and queued for the literal text, and copied to
+    // the line in a line (where the comment character ends a run too).
+    const netlist::ScanKernels& kernels = netlist::activeKernels();
+    const netlist::RunStops lineStops{{m_commentChar, m_commentChar, m_commentChar}, false};
+    const netlist::RunStops commentStops{{'\n', '\n', '\n'}, false};
+    const auto takeRun = [&](bool inLine) NETLIST_INLINE {
+        const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, commentStops, lit, nullptr);
+        p += n;
+        chars += static_cast<int>(n);
+        lit += n;
+        if (inLine)
+            text += n;
+    };
+    // In the replay states, gathered text from the look-ahead queue up to its next line end, comment
+    // character (Replay) or end mark, to the line or skipped; the state moves on as after its last byte.
+    const auto replayRun = [&](bool toLine) NETLIST_INLINE {
+        const char* const queued = m_lookahead.unread();
+        const size_t n = kernels.skip(queued, queued + m_lookahead.count(), toLine ? lineStops : commentStops, nullptr, nullptr);
+        if (n == 0)
+            return;
+        if (toLine) {
+            store();
+            line->append(queued, static_cast<int>(n));
+            load();
+        }
+        m_lookahead.discard(static_cast<int>(n));
+        if (m_lookahead.isEmpty())
+            state = toLine ? InLine : InlineComment;
+    };
+
+    load();
+    if (line)
+        line->flush();
+    int c;
+    switch (state) {
+    case Start:
+        goto start;
+    case AfterNewline:
+        goto afterNewline;
+    case StarComment:
+        goto starComment;
+    case Replay:
+        goto replay;
+    case LineComment:
+        goto lineComment;
+    case InlineComment:
+        goto inlineComment;
+    case ReplayComment:
+        goto replayComment;
+    default:
+        goto inLine;
     }
+
+start:
+    state = Start;
+    c = next();
+    if (c == ' ' || c == '\t' || c == 10 || c == m_commentChar)
+        goto start;
+    state = InLine;
+    if (c == -1)
+        return leave(-1);
+    if (deliver(c))
+        return leave(c);
+    goto inLine;
+
+afterNewline:
+    state = AfterNewline;
+    c = next();
+    if (c == ' ' || c == '\t' || c == 10)
+        goto afterNewline;
+    if (c == '+') {
+        m_lookahead.add(' ');
+        goto inLine;
+    }
+    if (c == '*') {
+        m_lookahead.add('*');
+        goto starComment;
+    }
+    if (c == m_commentChar)
+        goto lineComment;
+    m_lookahead.add(asQueued(c));
+    state = InLine;
+    if (deliver(10))
+        return leave(10);
+    goto inLine;
+
+starComment:
+    // Gather the block of comment lines that starts with this "*", reading on from the stream.
+    state = StarComment;
+    c = next();
+    store();
+    gatherCommentBlock(c);
+    load();
+    if (state == InLine)
+        goto inLine;
+    if (deliver(10))
+        return leave(10);
+    goto replay;
+
+inLine:
+    state = InLine;
+    // The line's ordinary bytes in one step, once the line is under way.
+    if (text && p < stop && sourceDirect && m_lookahead.isEmpty())
+        takeRun(true);
+    c = next();
+    if (c == 10) {
+        moveLines();
+        goto afterNewline;
+    }
+    if (c == m_commentChar)
+        goto inlineComment;
+    if (c == -1)
+        return leave(-1);
+    if (deliver(c))
+        return leave(c);
+    goto inLine;
+
+replay:
+replayComment:
+    // Replay and ReplayComment share their steps; `state` tells them apart.
+    if (!m_lookahead.isEmpty() && (state == ReplayComment || text))
+        replayRun(state == Replay);
+    if (state == InLine)
+        goto inLine;
+    if (state == InlineComment)
+        goto inlineComment;
+    {
+        c = next();
+        int result = -2; // nothing delivered
+        if (c == 10) {
+            moveLines();
+            state = Replay;
+            result = 10;
+        } else if (state == Replay && c == m_commentChar) {
+            state = ReplayComment;
+        } else if (state == Replay) {
+            result = c;
+        } else if (c == -1) {
+            state = Replay; // the end is never skipped
+            result = -1;
+        }
+        if (m_lookahead.isEmpty())
+            state = state == Replay ? InLine : InlineComment;
+        if (result == -1)
+            return leave(-1);
+        if (result != -2 && deliver(result))
+            return leave(result);
+        if (state == InLine)
+            goto inLine;
+        if (state == InlineComment)
+            goto inlineComment;
+        goto replay;
+    }
+
+lineComment:
+    state = LineComment;
+    if (p < stop && sourceDirect && m_lookahead.isEmpty())
+        takeRun(false);
+    c = next();
+    if (c == 10)
+        goto afterNewline;
+    if (c == -1) {
+        state = InLine;
+        return leave(-1);
+    }
+    goto lineComment;
+
+inlineComment:
+    state = InlineComment;
+    if (p < stop && sourceDirect && m_lookahead.isEmpty())
+        takeRun(false);
+    c = next();
+    if (c == 10) {
+        moveLines();
+        goto afterNewline;
+    }
+    if (c == -1) {
+        state = InLine;
+        return leave(-1);
+    }
+    goto inlineComment;
+}
+
+// The block of comment lines that starts with the "*" `c` (taken back from the look-ahead queue), as
+// the comment-block steps read it: gathered with the rest of each line into the look-ahead queue; then
+// either a continuation follows (the comments vanish, InLine) or the gathered lines are to be replayed
+// (Replay, the line ends).
+void NewSpiceStream::gatherCommentBlock(int c)
+{
+    m_lookahead.add(asQueued(c));
+    readRestOfLineIntoLookahead();
+    int d;
+    for (;;) {
+        do
+            d = getChar();
+        while (d == ' ' || d == '\t' || d == 10);
+        if (d != '*' && d != m_commentChar)
+            break;
+        m_lookahead.add(static_cast<char>(d));
+        readRestOfLineIntoLookahead();
+    }
+    if (d == '+') {
+        // The comments stood between a line and its continuation: they vanish.
+        fillOutputLitBuffer();
+        m_lookahead.flush();
+        m_lookahead.add(' ');
+        m_state = InLine;
+        return;
+    }
+    m_lookahead.add(asQueued(d));
+    m_state = Replay;
 }
 
 int NewSpiceStream::get()
 {
-    int c = machine(nullptr);
+    int c = machine(nullptr, nullptr);
     return c == -1 ? -1 : static_cast<int>(static_cast<signed char>(c));
 }
 
 NewSpiceStream::LineResult NewSpiceStream::readLine(int* lineNumber)
 {
-    m_lineBuffer.flush();
-    bool first = true;
-    for (;;) {
-        // After the first character has set the line's number, the rest may come in runs.
-        const int c = machine(first ? nullptr : &m_lineBuffer);
-        if (c == -1)
-            return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
-        if (first) {
-            if (lineNumber)
-                *lineNumber = m_lineCount + 1;
-            first = false;
-        }
-        if (c == 10)
-            return LineEnded;
-        m_lineBuffer.add(static_cast<char>(c));
-    }
+    const int c = machine(&m_lineBuffer, lineNumber);
+    return c == -1 && m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
 }
 
 bool NewSpiceStream::gets(YString* line, int* lineNumber)
