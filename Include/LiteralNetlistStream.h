@@ -50,11 +50,7 @@ private:
     int getChar();
     int next();
     int machine(Buf* line, int* lineNumber);
-    void gatherCommentBlock(int c);
     void fillOutputLitBuffer();
-    void readRestOfLineIntoLookahead();
-    size_t directWindow() const;
-    void takeRun(bool inLine, Buf* text, CharQueue* alsoQueued);
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 
     int m_state = Start;

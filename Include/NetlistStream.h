@@ -81,10 +81,6 @@ private:
     int readRaw();
     template <class Delivery>
     int machine(Delivery& delivery);
-    size_t takeHighBytes(const char* p, const char* end);
-    void accept(int c);
-    void recordLastAccepted();
-    void newlineToRaw();
     void detectStarHash(int commentChar);
     int readDirectiveChar(bool* ended);
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);

@@ -2,7 +2,6 @@
 #include "LiteralNetlistStream.h"
 #include "FileServices.h"
 #include "NetlistFilter_p.h"
-#include "TextFile.h"
 #include "TextFile_p.h"
 
 #include <climits>
@@ -12,17 +11,7 @@
 NewSpiceStream::NewSpiceStream(const char* fileName)
 {
     const YString name(fileName);
-    QByteArray decoded;
-    if (!name.isEmpty())
-        textfile::convertWide(name, &m_tempFile, &decoded);
-    if (!decoded.isEmpty()) {
-        // The UTF-8 copy of a UTF-16 file could not be written whole: the text is read from memory.
-        kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
-        kvstream::transferBuffer(&text, this);
-    } else {
-        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), kvfstreamRead | kvfstreamBinary, false);
-        kvstream::transferBuffer(&file, this);
-    }
+    textfile::openNetlist(name, &m_tempFile, this);
     m_sourceFile = name;
     init();
 }
@@ -123,62 +112,6 @@ void NewSpiceStream::fillOutputLitBuffer()
     m_litQueueWithoutLineEnd = count - n;
 }
 
-// How many bytes may be taken straight from the stream's buffer: none with a pending character, at
-// the end, in a base64 section, or at the character limit (the byte that crosses it ends the input).
-size_t NewSpiceStream::directWindow() const
-{
-    if (m_pendingChar != -1 || m_atEnd || getFlag())
-        return 0;
-    const long long room = static_cast<long long>(m_charLimit) - m_charCount;
-    if (room <= 0)
-        return 0;
-    size_t window = static_cast<size_t>(bufferEnd() - bufferBegin());
-    if (window > netlist::kRunWindow)
-        window = netlist::kRunWindow;
-    return static_cast<long long>(window) > room ? static_cast<size_t>(room) : window;
-}
-
-// Takes the run of ordinary bytes at the read position in one step, as the character source would
-// deliver them one at a time: counted and queued for the literal text, and copied to `text` or to
-// `alsoQueued` when given. Inside a line (`inLine`) the comment character ends a run too; elsewhere only
-// line ends, the bytes the filter drops and 0xFF do.
-void NewSpiceStream::takeRun(bool inLine, Buf* text, CharQueue* alsoQueued)
-{
-    const netlist::RunStops stops{{inLine ? m_commentChar : '\n', '\n', '\n'}, false};
-    const netlist::ScanKernels& kernels = netlist::activeKernels();
-    const netlist::RunKernel kernel = text || alsoQueued ? kernels.copy2 : kernels.copy1;
-    for (;;) {
-        const size_t window = directWindow();
-        if (window == 0)
-            return;
-        const char* const p = bufferBegin();
-        const int room = static_cast<int>(window) + netlist::kRunSlack;
-        char* const lit = m_litQueue.reserveTail(room);
-        char* const other = text ? text->reserveTail(room) : alsoQueued ? alsoQueued->reserveTail(room) : nullptr;
-        const size_t n = kernel(p, p + window, stops, lit, other);
-        m_litQueue.expand(static_cast<int>(n));
-        if (text)
-            text->expand(static_cast<int>(n));
-        else if (alsoQueued)
-            alsoQueued->expand(static_cast<int>(n));
-        m_charCount += static_cast<int>(n);
-        advance(n);
-        if (n < window)
-            return;
-    }
-}
-
-void NewSpiceStream::readRestOfLineIntoLookahead()
-{
-    for (;;) {
-        takeRun(false, nullptr, &m_lookahead);
-        int c = getChar();
-        m_lookahead.add(asQueued(c));
-        if (c == 10 || c == -1)
-            return;
-    }
-}
-
 // The state machine. With `line`, a line is read: the first character sets `*lineNumber` (when given),
 // a line end ends the call and every other character is appended; without, each delivered character
 // ends the call (`get`). The end of input always ends it (-1). Each state is a block that goes straight
@@ -194,9 +127,8 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
 {
     constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
-    const char* stop;
+    const char* stop; // the common bytes are read below it; p itself while getChar must read
     int state, chars, lines;
-    bool sourceDirect; // nothing pending from a lone carriage return, not at the end
     char* litStart;
     char* lit;
     char* textStart = nullptr;
@@ -206,8 +138,8 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         state = m_state;
         chars = m_charCount;
         lines = m_lineCount;
-        sourceDirect = m_pendingChar == -1 && !m_atEnd;
-        size_t window = static_cast<size_t>(bufferEnd() - p);
+        // Nothing pending from a lone carriage return and not at the end, or getChar reads.
+        size_t window = m_pendingChar == -1 && !m_atEnd ? static_cast<size_t>(bufferEnd() - p) : 0;
         if (window > netlist::kRunWindow)
             window = netlist::kRunWindow;
         const long long limit = static_cast<long long>(m_charLimit) - chars;
@@ -227,15 +159,11 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         m_charCount = chars;
         m_lineCount = lines;
     };
-    // The character source: the look-ahead queue first, then the common bytes (those the filter keeps,
-    // and line ends) straight from the buffer with the effects getChar would have, every other through
-    // getChar.
-    const auto next = [&]() NETLIST_INLINE -> int {
-        if (!m_lookahead.isEmpty()) {
-            const int c = m_lookahead.pop();
-            return c == 255 ? -1 : c; // the queued end
-        }
-        if (p < stop && sourceDirect) {
+    // The character source: the common bytes (those the filter keeps, and line ends) straight from the
+    // buffer with the effects getChar would have, every other through getChar; the state machine reads
+    // the look-ahead queue first.
+    const auto source = [&]() NETLIST_INLINE -> int {
+        if (p < stop) {
             const unsigned char c = static_cast<unsigned char>(*p);
             if ((c >= 32 && c != 255) || c == 9) {
                 ++p;
@@ -255,7 +183,13 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         store();
         const int c = getChar();
         load();
-        return c == 255 ? -1 : c;
+        return c;
+    };
+    const auto next = [&]() NETLIST_INLINE -> int {
+        if (m_lookahead.isEmpty())
+            return source();
+        const int c = m_lookahead.pop();
+        return c == 255 ? -1 : c; // the queued end
     };
     // Moves the queued lines to the literal buffer. Right after a line end read from the source, that is
     // the whole queue.
@@ -379,14 +313,43 @@ afterNewline:
     goto inLine;
 
 starComment:
-    // Gather the block of comment lines that starts with this "*", reading on from the stream.
+    // The block of comment lines that starts with this "*": each line's rest, its line end (or the end)
+    // included, is gathered into the look-ahead queue, and so is every further "*" or ";" line after
+    // blanks and blank lines.
     state = StarComment;
-    c = next();
-    store();
-    gatherCommentBlock(c);
-    load();
-    if (state == InLine)
+    m_lookahead.add(asQueued(next()));
+gatherLine:
+    for (;;) {
+        if (p < stop) {
+            char* const queued = m_lookahead.reserveTail(static_cast<int>(stop - p) + kRoom);
+            const size_t n = kernels.copy2(p, stop, commentStops, lit, queued);
+            m_lookahead.expand(static_cast<int>(n));
+            p += n;
+            chars += static_cast<int>(n);
+            lit += n;
+        }
+        c = source();
+        m_lookahead.add(asQueued(c));
+        if (c == 10 || c == -1)
+            break;
+    }
+    do
+        c = source();
+    while (c == ' ' || c == '\t' || c == 10);
+    if (c == '*' || c == m_commentChar) {
+        m_lookahead.add(static_cast<char>(c));
+        goto gatherLine;
+    }
+    if (c == '+') {
+        // The comments stood between a line and its continuation: they vanish.
+        moveLines();
+        m_lookahead.flush();
+        m_lookahead.add(' ');
         goto inLine;
+    }
+    // The line ends, and the gathered lines are replayed as lines of their own.
+    m_lookahead.add(asQueued(c));
+    state = Replay;
     if (deliver(10))
         return leave(10);
     goto replay;
@@ -394,7 +357,7 @@ starComment:
 inLine:
     state = InLine;
     // The line's ordinary bytes in one step, once the line is under way.
-    if (text && p < stop && sourceDirect && m_lookahead.isEmpty())
+    if (text && m_lookahead.isEmpty() && p < stop)
         takeRun(true);
     c = next();
     if (c == 10) {
@@ -448,7 +411,7 @@ replayComment:
 
 lineComment:
     state = LineComment;
-    if (p < stop && sourceDirect && m_lookahead.isEmpty())
+    if (m_lookahead.isEmpty() && p < stop)
         takeRun(false);
     c = next();
     if (c == 10)
@@ -461,7 +424,7 @@ lineComment:
 
 inlineComment:
     state = InlineComment;
-    if (p < stop && sourceDirect && m_lookahead.isEmpty())
+    if (m_lookahead.isEmpty() && p < stop)
         takeRun(false);
     c = next();
     if (c == 10) {
@@ -473,36 +436,6 @@ inlineComment:
         return leave(-1);
     }
     goto inlineComment;
-}
-
-// The block of comment lines that starts with the "*" `c` (taken back from the look-ahead queue), as
-// the comment-block steps read it: gathered with the rest of each line into the look-ahead queue; then
-// either a continuation follows (the comments vanish, InLine) or the gathered lines are to be replayed
-// (Replay, the line ends).
-void NewSpiceStream::gatherCommentBlock(int c)
-{
-    m_lookahead.add(asQueued(c));
-    readRestOfLineIntoLookahead();
-    int d;
-    for (;;) {
-        do
-            d = getChar();
-        while (d == ' ' || d == '\t' || d == 10);
-        if (d != '*' && d != m_commentChar)
-            break;
-        m_lookahead.add(static_cast<char>(d));
-        readRestOfLineIntoLookahead();
-    }
-    if (d == '+') {
-        // The comments stood between a line and its continuation: they vanish.
-        fillOutputLitBuffer();
-        m_lookahead.flush();
-        m_lookahead.add(' ');
-        m_state = InLine;
-        return;
-    }
-    m_lookahead.add(asQueued(d));
-    m_state = Replay;
 }
 
 int NewSpiceStream::get()

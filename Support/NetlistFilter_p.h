@@ -303,4 +303,29 @@ inline size_t utf8SequenceRun(const char* p, const char* end, bool* extended)
     }
     return static_cast<size_t>(q - s);
 }
+
+/// The bytes above 127 at `p` that a UTF-8 detector between sequences need not see one at a time:
+/// complete sequences while its verdict is still open, any of them but 0xFF once it has found the input
+/// invalid (a final verdict). Their effect on the detector is made here; returns how many there are.
+template <class Detector>
+size_t takeHighBytes(Detector& detector, const char* p, const char* end)
+{
+    if (detector.getState() == 99) {
+        const char* q = p;
+        while (q < end && static_cast<unsigned char>(*q) >= 128 && static_cast<unsigned char>(*q) != 0xFF)
+            ++q;
+        return static_cast<size_t>(q - p);
+    }
+    bool extended = false;
+    const size_t n = utf8SequenceRun(p, end, &extended);
+    // A complete two-byte sequence, and a five-byte one for extended UTF-8, leave the detector as the
+    // run's own sequences do.
+    if (n > 0)
+        for (const unsigned char b : {0xC2, 0x80})
+            detector.add(b);
+    if (extended)
+        for (const unsigned char b : {0xF8, 0x80, 0x80, 0x80, 0x80})
+            detector.add(b);
+    return n;
+}
 } // namespace netlist

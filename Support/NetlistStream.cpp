@@ -2,7 +2,6 @@
 #include "NetlistStream.h"
 #include "FileServices.h"
 #include "NetlistFilter_p.h"
-#include "TextFile.h"
 #include "TextFile_p.h"
 #include "TextServices.h"
 
@@ -21,17 +20,7 @@ const int kMaxDirectiveText = 198;
 SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language)
 {
     const YString name(fileName);
-    QByteArray decoded;
-    if (!name.isEmpty())
-        textfile::convertWide(name, &m_tempFile, &decoded);
-    if (!decoded.isEmpty()) {
-        // The UTF-8 copy of a UTF-16 file could not be written whole: the text is read from memory.
-        kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
-        kvstream::transferBuffer(&text, this);
-    } else {
-        kvfstream file(m_tempFile.isEmpty() ? name.c_str() : m_tempFile.c_str(), kvfstreamRead | kvfstreamBinary, false);
-        kvstream::transferBuffer(&file, this);
-    }
+    textfile::openNetlist(name, &m_tempFile, this);
     m_sourceFile = name;
     m_language = language;
     init();
@@ -88,15 +77,6 @@ inline int SpiceStream::readRaw()
     }
     if (m_state == EndPending || m_state == AtEnd)
         return -1;
-    if (m_pendingChar == -1 && m_utf8Detect.isBetweenSequences()) {
-        // The common byte, printable ASCII straight from the buffer: nothing to do but count it.
-        const char* const p = bufferBegin();
-        if (p != bufferEnd() && static_cast<unsigned char>(*p) >= 32 && static_cast<unsigned char>(*p) < 127) {
-            advance(1);
-            ++m_charCount;
-            return static_cast<unsigned char>(*p);
-        }
-    }
     for (;;) {
         int c;
         if (m_pendingChar != -1) {
@@ -129,48 +109,6 @@ inline int SpiceStream::readRaw()
         if (netlist::keeps(c))
             return c;
     }
-}
-
-void SpiceStream::accept(int c)
-{
-    m_rawBuffer.add(static_cast<char>(c));
-    recordLastAccepted();
-}
-
-void SpiceStream::recordLastAccepted()
-{
-    m_lastAcceptedCharCount = getCharCount();
-    m_lastAcceptedLineCount = m_lineCount;
-}
-
-void SpiceStream::newlineToRaw()
-{
-    if (!(m_suppressEmptyLines && m_rawBuffer.last() == '\n'))
-        m_rawBuffer.add('\n');
-}
-
-// The bytes above 127 at `p` that the UTF-8 detector need not see one at a time: complete sequences
-// while it stands between sequences, any of them but 0xFF once it has found the input invalid. Their
-// effect on the detector is made here; returns how many there are.
-size_t SpiceStream::takeHighBytes(const char* p, const char* end)
-{
-    if (m_utf8Detect.getEncoding() == Invalid) {
-        const char* q = p;
-        while (q < end && static_cast<unsigned char>(*q) >= 128 && static_cast<unsigned char>(*q) != 0xFF)
-            ++q;
-        return static_cast<size_t>(q - p);
-    }
-    bool extended = false;
-    const size_t n = netlist::utf8SequenceRun(p, end, &extended);
-    // A complete two-byte sequence, and a five-byte one for extended UTF-8, leave the detector as the
-    // run's own sequences do.
-    if (n > 0)
-        for (const unsigned char b : {0xC2, 0x80})
-            m_utf8Detect.add(b);
-    if (extended)
-        for (const unsigned char b : {0xF8, 0x80, 0x80, 0x80, 0x80})
-            m_utf8Detect.add(b);
-    return n;
 }
 
 // `get` takes the characters one at a time: each delivery ends the call, and no run is taken.
@@ -276,61 +214,50 @@ int SpiceStream::machine(Delivery& delivery)
 {
     constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
-    const char* stop;
-    State state;
-    int pushback, chars, lines, lastChars, lastLines;
-    bool sourceDirect; // nothing pending from a lone carriage return, and the detector between sequences
-    char* rawStart;
+    const char* stop; // the common bytes are read below it; p itself while readRaw must read
+    int chars, lines;
     char* raw;
-    Buf* sink;
-    char* textStart;
-    char* text;
+    char* text; // null until a line is under way
     const auto load = [&]() NETLIST_INLINE {
         p = bufferBegin();
-        const size_t available = static_cast<size_t>(bufferEnd() - p);
+        // Nothing pending from a lone carriage return, and the detector between sequences, where ASCII
+        // leaves it as it is. (An open base64 section hides the buffer.)
+        const bool direct = m_pendingChar == -1 && m_utf8Detect.isBetweenSequences();
+        const size_t available = direct ? static_cast<size_t>(bufferEnd() - p) : 0;
         stop = p + (available < netlist::kRunWindow ? available : netlist::kRunWindow);
-        state = m_state;
-        pushback = m_pushback;
         chars = m_charCount;
         lines = m_lineCount;
-        lastChars = m_lastAcceptedCharCount;
-        lastLines = m_lastAcceptedLineCount;
-        sourceDirect = m_pendingChar == -1 && m_utf8Detect.isBetweenSequences();
-        rawStart = raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
-        sink = delivery.runSink();
-        textStart = text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoom) : nullptr;
+        raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
+        Buf* const sink = delivery.runSink();
+        text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoom) : nullptr;
     };
     const auto store = [&]() NETLIST_INLINE {
-        m_rawBuffer.expand(static_cast<int>(raw - rawStart));
-        if (sink)
-            sink->expand(static_cast<int>(text - textStart));
+        m_rawBuffer.expand(static_cast<int>(raw - (m_rawBuffer.data() + m_rawBuffer.length())));
+        if (Buf* const sink = text ? delivery.runSink() : nullptr)
+            sink->expand(static_cast<int>(text - (sink->data() + sink->length())));
         advance(static_cast<size_t>(p - bufferBegin()));
-        m_state = state;
-        m_pushback = pushback;
         m_charCount = chars;
         m_lineCount = lines;
-        m_lastAcceptedCharCount = lastChars;
-        m_lastAcceptedLineCount = lastLines;
     };
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
-        lastChars = keepsOwnCount() ? kvstream::getCharCount() : chars;
-        lastLines = lines;
+        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : chars;
+        m_lastAcceptedLineCount = lines;
     };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
-        const int last = raw > rawStart ? static_cast<unsigned char>(raw[-1]) : m_rawBuffer.last();
-        if (!(m_suppressEmptyLines && last == '\n'))
+        // What is written stands right after the buffer's text: raw[-1] is its last byte.
+        if (!(m_suppressEmptyLines && raw > m_rawBuffer.data() && raw[-1] == '\n'))
             *raw++ = '\n';
     };
     // The character source: the handed-back character, then the common bytes (printable ASCII and line
     // ends) straight from the buffer with the effects readRaw would have, every other through readRaw.
     // (The end states read nothing, and never come here.)
     const auto next = [&]() NETLIST_INLINE -> int {
-        if (pushback != -1) {
-            const int c = pushback;
-            pushback = -1;
+        if (m_pushback != -1) {
+            const int c = m_pushback;
+            m_pushback = -1;
             return c;
         }
-        if (p < stop && sourceDirect) {
+        if (p < stop) {
             const unsigned char c = static_cast<unsigned char>(*p);
             if (c >= 32 && c < 127) {
                 ++p;
@@ -356,8 +283,10 @@ int SpiceStream::machine(Delivery& delivery)
     // which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
         if (c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag()) {
-            if (!text && (sink = delivery.startLine(lines)) != nullptr)
-                textStart = text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
+            if (!text) {
+                if (Buf* const sink = delivery.startLine(lines))
+                    text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
+            }
             if (text) {
                 *text++ = static_cast<char>(c);
                 return false;
@@ -387,7 +316,7 @@ int SpiceStream::machine(Delivery& delivery)
             size_t n = inLine ? kernels.copy2(p, stop, lineStops, raw, text)
                               : toRaw ? kernels.copy1(p, stop, commentStops, raw, nullptr)
                                       : kernels.skip(p, stop, commentStops, nullptr, nullptr);
-            const size_t high = p + n < stop && static_cast<unsigned char>(p[n]) >= 128 ? takeHighBytes(p + n, stop) : 0;
+            const size_t high = p + n < stop && static_cast<unsigned char>(p[n]) >= 128 ? netlist::takeHighBytes(m_utf8Detect, p + n, stop) : 0;
             if (high > 0) {
                 if (toRaw)
                     std::memcpy(raw + n, p + n, high);
@@ -424,7 +353,7 @@ int SpiceStream::machine(Delivery& delivery)
 
     load();
     int c;
-    switch (state) {
+    switch (m_state) {
     case LineStart:
         goto lineStart;
     case CommentLine:
@@ -437,13 +366,12 @@ int SpiceStream::machine(Delivery& delivery)
         goto afterNewline;
     case EndPending:
     case AtEnd:
-        break;
+        goto atEnd;
     }
-    state = AtEnd;
-    return leave(-1);
+    goto atEnd;
 
 lineStart:
-    state = LineStart;
+    m_state = LineStart;
     c = next();
     if (c == ' ' || c == '\t' || c == 10)
         goto lineStart;
@@ -451,34 +379,30 @@ lineStart:
         detectDirective(c);
         goto commentLine;
     }
-    if (c == -1) {
-        state = AtEnd;
-        return leave(-1);
-    }
+    if (c == -1)
+        goto atEnd;
     accept(c);
-    state = InLine;
+    m_state = InLine;
     if (deliver(c))
         return leave(c);
     goto inLine;
 
 commentLine:
-    state = CommentLine;
+    m_state = CommentLine;
     // The comment's ordinary bytes in one step.
-    if (p < stop && pushback == -1 && sourceDirect)
+    if (m_pushback == -1 && p < stop)
         takeRun(false, false);
     c = next();
     if (c == 10)
         goto lineStart;
-    if (c == -1) {
-        state = AtEnd;
-        return leave(-1);
-    }
+    if (c == -1)
+        goto atEnd;
     goto commentLine;
 
 inLine:
-    state = InLine;
+    m_state = InLine;
     // The line's ordinary bytes in one step, once the line's text is under way.
-    if (text && p < stop && pushback == -1 && sourceDirect)
+    if (text && m_pushback == -1 && p < stop)
         takeRun(true, true);
     c = next();
     if (c == lineStops.extra[0]) {
@@ -492,11 +416,7 @@ inLine:
     }
     if (c == -1) {
         recordLastAccepted();
-        state = EndPending;
-        if (deliver(10))
-            return leave(10);
-        state = AtEnd;
-        return leave(-1);
+        goto endPending;
     }
     accept(c);
     if (deliver(c))
@@ -504,27 +424,22 @@ inLine:
     goto inLine;
 
 inlineComment:
-    state = InlineComment;
+    m_state = InlineComment;
     // The comment's ordinary bytes in one step.
-    if (p < stop && pushback == -1 && sourceDirect)
+    if (m_pushback == -1 && p < stop)
         takeRun(false, true);
     c = next();
     if (c == 10) {
         newlineToRaw();
         goto afterNewline;
     }
-    if (c == -1) {
-        state = EndPending;
-        if (deliver(10))
-            return leave(10);
-        state = AtEnd;
-        return leave(-1);
-    }
+    if (c == -1)
+        goto endPending;
     *raw++ = static_cast<char>(c);
     goto inlineComment;
 
 afterNewline:
-    state = AfterNewline;
+    m_state = AfterNewline;
     c = next();
     if (c == '*' || c == lineStops.extra[0]) {
         *raw++ = static_cast<char>(c);
@@ -537,25 +452,29 @@ afterNewline:
     }
     if (c == '+') {
         *raw++ = '+';
-        state = InLine;
+        m_state = InLine;
         if (deliver(32))
             return leave(32);
         goto inLine;
     }
-    if (c == -1) {
-        state = EndPending;
-        if (deliver(10))
-            return leave(10);
-        state = AtEnd;
-        return leave(-1);
-    }
+    if (c == -1)
+        goto endPending;
     if (c == ' ' || c == '\t')
         goto afterNewline;
-    pushback = c;
-    state = InLine;
+    m_pushback = c;
+    m_state = InLine;
     if (deliver(10))
         return leave(10);
     goto inLine;
+
+endPending:
+    // The end of input: the line end that ends the line under way, then the end.
+    m_state = EndPending;
+    if (deliver(10))
+        return leave(10);
+atEnd:
+    m_state = AtEnd;
+    return leave(-1);
 }
 
 int SpiceStream::get(bool raw)

@@ -3,6 +3,7 @@
 #include "TextFile_p.h"
 #include "FileServices.h"
 #include "QtSupport.h"
+#include "kvstream.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -286,6 +287,20 @@ bool textfile::convertWide(const YString& path, YString* tempPath, QByteArray* u
         QFile::remove(toQs(temp));
     *utf8 = text.toUtf8();
     return true;
+}
+
+void textfile::openNetlist(const YString& path, YString* tempPath, kvstream* reader)
+{
+    QByteArray decoded;
+    if (!path.isEmpty())
+        convertWide(path, tempPath, &decoded);
+    if (!decoded.isEmpty()) {
+        kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
+        kvstream::transferBuffer(&text, reader);
+    } else {
+        kvfstream file(tempPath->isEmpty() ? path.c_str() : tempPath->c_str(), kvfstreamRead | kvfstreamBinary, false);
+        kvstream::transferBuffer(&file, reader);
+    }
 }
 
 WideTextFileConverter::WideTextFileConverter(const YString& path)

@@ -3,6 +3,8 @@
 
 #include "YString.h"
 
+class kvstream;
+
 #include <QByteArray>
 
 namespace textfile {
@@ -11,4 +13,8 @@ namespace textfile {
 /// the partial copy is removed, `*tempPath` is left empty and `*text` receives the UTF-8 text itself,
 /// so that the reader reads it from memory instead of a shortened file.
 bool convertWide(const YString& path, YString* tempPath, QByteArray* text);
+/// Opens a netlist for a reader: the file's own bytes, or the UTF-8 text of a UTF-16 file (from the
+/// copy whose name goes to `*tempPath`, which the reader deletes, or from memory when the copy could not
+/// be written), moved into `reader`. An empty name or a file that cannot be opened reads as empty.
+void openNetlist(const YString& path, YString* tempPath, kvstream* reader);
 } // namespace textfile

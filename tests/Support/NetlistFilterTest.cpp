@@ -167,3 +167,37 @@ TEST(NetlistFilter, Utf8RunsLeaveTheDetectorAsFeedingItByteByByte)
         }
     }
 }
+
+TEST(NetlistFilter, TakingHighBytesInBulkLeavesTheDetectorAsByteByByte)
+{
+    // From each verdict a detector between sequences can hold (the extended and invalid ones reached by
+    // a first sequence), the bytes taken in bulk leave it in the state and verdict that feeding the same
+    // bytes one at a time gives.
+    const std::string pieces[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF8\x88\x80\x80\x80",
+                                  "\xFC\x84\x80\x80\x80\x80", "\xC3", "\x80", "\xFE", "\xFF", "a"};
+    const std::string starts[] = {"", "\xC3\xA9", "\xF8\x88\x80\x80\x80", "\x80"};
+    std::mt19937 random(21);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        const int count = 1 + static_cast<int>(random() % 10);
+        for (int i = 0; i < count; ++i)
+            text += pieces[random() % (sizeof(pieces) / sizeof(pieces[0]))];
+        for (const std::string& start : starts) {
+            UTF8Detect bulk, oneByOne;
+            for (char b : start) {
+                bulk.add(static_cast<unsigned char>(b));
+                oneByOne.add(static_cast<unsigned char>(b));
+            }
+            ASSERT_TRUE(bulk.isBetweenSequences());
+            const size_t n = netlist::takeHighBytes(bulk, text.data(), text.data() + text.size());
+            for (size_t i = 0; i < n; ++i) {
+                ASSERT_GE(static_cast<unsigned char>(text[i]), 128u);
+                ASSERT_NE(static_cast<unsigned char>(text[i]), 0xFFu);
+                oneByOne.add(static_cast<unsigned char>(text[i]));
+            }
+            EXPECT_EQ(bulk.getState(), oneByOne.getState()) << "round " << round;
+            EXPECT_EQ(bulk.getEncoding(), oneByOne.getEncoding()) << "round " << round;
+            EXPECT_TRUE(bulk.isBetweenSequences());
+        }
+    }
+}
