@@ -99,28 +99,38 @@ private:
     size_t m_next = 0;
 };
 
-const std::vector<std::string>& logicalLines(const std::string& path)
+// The logical lines of the file as SpiceStream (`literal` false) or NewSpiceStream gives them.
+const std::vector<std::string>& logicalLines(const std::string& path, bool literal)
 {
-    static std::vector<std::string> lines;
-    if (lines.empty()) {
-        SpiceStream in(path.c_str(), SpiceLanguageNative);
+    static std::vector<std::string> lines[2];
+    std::vector<std::string>& kept = lines[literal ? 1 : 0];
+    if (kept.empty()) {
         YString line;
-        while (in.gets(&line, nullptr, nullptr, nullptr)) {
-            lines.emplace_back(line.c_str(), static_cast<size_t>(line.length()));
-            in.flushBuffer();
+        if (literal) {
+            NewSpiceStream in(path.c_str());
+            while (in.gets(&line, nullptr)) {
+                kept.emplace_back(line.c_str(), static_cast<size_t>(line.length()));
+                in.flushLitBuffer();
+            }
+        } else {
+            SpiceStream in(path.c_str(), SpiceLanguageNative);
+            while (in.gets(&line, nullptr, nullptr, nullptr)) {
+                kept.emplace_back(line.c_str(), static_cast<size_t>(line.length()));
+                in.flushBuffer();
+            }
         }
     }
-    return lines;
+    return kept;
 }
 
-void BM_FloorInterfaceLf(benchmark::State& state)
+void interfaceFloor(benchmark::State& state, bool literal)
 {
     const std::string path = dataFile("netlist_lf.cir");
     if (!exists(path)) {
         state.SkipWithError("benchmark input missing; run scripts/bench");
         return;
     }
-    const std::vector<std::string>& lines = logicalLines(path);
+    const std::vector<std::string>& lines = logicalLines(path, literal);
     long long count = 0;
     for (auto _ : state) {
         SplitLines in(lines);
@@ -135,7 +145,11 @@ void BM_FloorInterfaceLf(benchmark::State& state)
     state.counters["lines"] = static_cast<double>(count) / static_cast<double>(state.iterations());
 }
 
-void BM_FloorScanLf(benchmark::State& state)
+void BM_FloorInterfaceLf(benchmark::State& state) { interfaceFloor(state, false); }
+void BM_FloorLiteralInterfaceLf(benchmark::State& state) { interfaceFloor(state, true); }
+
+// Scans the file run by run with the kernel and the stop bytes of one reader's line state.
+void scanFloor(benchmark::State& state, const netlist::RunStops& stops)
 {
     const std::string path = dataFile("netlist_lf.cir");
     if (!exists(path)) {
@@ -143,7 +157,6 @@ void BM_FloorScanLf(benchmark::State& state)
         return;
     }
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    const netlist::RunStops stops{{';', '{', '}'}, true};
     long long runs = 0;
     for (auto _ : state) {
         kvfstream in(path.c_str());
@@ -158,6 +171,18 @@ void BM_FloorScanLf(benchmark::State& state)
         benchmark::DoNotOptimize(runs);
     }
     state.counters["runs"] = static_cast<double>(runs) / static_cast<double>(state.iterations());
+}
+
+void BM_FloorScanLf(benchmark::State& state) { scanFloor(state, netlist::RunStops{{';', '{', '}'}, true}); }
+void BM_FloorLiteralScanLf(benchmark::State& state) { scanFloor(state, netlist::RunStops{{';', ';', ';'}, false}); }
+
+// Names the instruction set of the kernel the readers use here (no time worth reading).
+void BM_ScanLevel(benchmark::State& state)
+{
+    static const char* const kNames[] = {"scalar", "sse2", "avx2", "avx512"};
+    for (auto _ : state)
+        benchmark::DoNotOptimize(netlist::activeKernels().level);
+    state.SetLabel(kNames[static_cast<int>(netlist::activeKernels().level)]);
 }
 
 void BM_SpiceStreamLf(benchmark::State& state) { readSpice(state, "netlist_lf.cir"); }
@@ -336,7 +361,10 @@ BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloorInterfaceLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_FloorLiteralInterfaceLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloorScanLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_FloorLiteralScanLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_ScanLevel)->Iterations(1);
 BENCHMARK(BM_LoadFileUtf16)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_LibraryStreamInLibrary)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
 BENCHMARK(BM_LibraryStreamAlone)->Unit(benchmark::kMicrosecond)->MinTime(0.3);
