@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         int previousStart = -1;
         for (size_t i = 0; i < index.definitions.size(); ++i) {
             const ModelLibDefinition& d = index.definitions[i];
-            const SymbolLoc& loc = d.location;
+            const SymbolLoc loc = index.location(d);
             if (loc.start <= previousStart || loc.start < 0 || loc.end <= loc.start || loc.end > n)
                 __builtin_trap();
             if (loc.lineOffset != d.line - 1 || d.lastLine < d.line || d.lastLine > index.lines)
@@ -46,8 +46,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             for (size_t k = 0; keyword[k]; ++k)
                 if (loc.start + static_cast<int>(k) >= n || (text[loc.start + static_cast<int>(k)] | 0x20) != (keyword[k] | 0x20))
                     __builtin_trap();
-            if (d.name.isEmpty())
+            if (index.name(d).empty() || loc.symbolName.str() != index.name(d))
                 __builtin_trap();
+            // The words lie inside the word store, and only subcircuits have lists.
+            if (d.words >= index.words.size())
+                __builtin_trap();
+            if (d.kind == ModelLibDefinition::Subckt) {
+                if (!index.type(d).empty() || !index.akoBase(d).empty() ||
+                    index.uses(d).terminator() >= index.words.data() + index.words.size())
+                    __builtin_trap();
+            } else if (!index.ports(d).empty() || !index.instances(d).empty() || !index.uses(d).empty()) {
+                __builtin_trap();
+            }
             int line = 1;
             for (int k = 0; k < loc.start; ++k)
                 line += text[k] == '\n' || (text[k] == '\r' && (k + 1 >= n || text[k + 1] != '\n'));
@@ -55,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 __builtin_trap();
             if (d.parent >= 0) {
                 const ModelLibDefinition& p = index.definitions[static_cast<size_t>(d.parent)];
-                if (static_cast<size_t>(d.parent) >= i || loc.start < p.location.start || loc.end > p.location.end)
+                if (static_cast<size_t>(d.parent) >= i || loc.start < p.start || loc.end > p.end)
                     __builtin_trap();
             }
             if (d.section >= static_cast<int>(index.sections.size()))

@@ -47,8 +47,8 @@ std::vector<Def> defs(const ModelLibIndex& index)
 {
     std::vector<Def> out;
     for (const ModelLibDefinition& d : index.definitions)
-        out.push_back({d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model", d.name.c_str(), d.location.start,
-                       d.location.end, d.line, d.lastLine});
+        out.push_back({d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model", std::string(index.name(d)), d.start, d.end,
+                       d.line, d.lastLine});
     return out;
 }
 
@@ -107,10 +107,10 @@ int checkReadBack(const std::string& file, const ModelLibIndex& index, SpiceLang
         for (; l != whole.end() && l->first <= d.lastLine; ++l)
             expected.push_back(l->second);
         std::vector<std::string> got;
-        for (const YString& line : sp_ReadModelDefinition(d, YString()))
+        for (const YString& line : sp_ReadModelDefinition(index, d, YString()))
             if (line.at(0) != '*')
                 got.push_back(innerBracesAsParentheses(line.c_str()));
-        EXPECT_EQ(got, expected) << file << ":" << d.line << " " << d.name.c_str();
+        EXPECT_EQ(got, expected) << file << ":" << d.line << " " << index.name(d);
         if (got != expected)
             return checked;
         ++checked;
@@ -142,8 +142,8 @@ TEST(ModelLibraryIndex, ModelRunsOverContinuationsAcrossCommentAndBlankLines)
     const ModelLibIndex index = indexText(text);
     ASSERT_EQ(defs(index), (std::vector<Def>{{".model", "D1", 6, 70, 2, 7}}));
     EXPECT_EQ(text.substr(70, 10), "* trailing");
-    EXPECT_EQ(index.definitions[0].type, "D");
-    EXPECT_EQ(index.definitions[0].location.lineOffset, 1);
+    EXPECT_EQ(index.type(index.definitions[0]), "D");
+    EXPECT_EQ(index.location(index.definitions[0]).lineOffset, 1);
 }
 
 TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
@@ -154,12 +154,12 @@ TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
     EXPECT_EQ(index.definitions[0].parent, -1);
     EXPECT_EQ(index.definitions[1].parent, 0);
     EXPECT_EQ(index.definitions[2].parent, -1);
-    ASSERT_EQ(index.definitions[0].ports.size(), 2u);
-    EXPECT_EQ(index.definitions[0].ports[1], "out");
-    ASSERT_EQ(index.definitions[0].instances.size(), 1u);
-    EXPECT_EQ(index.definitions[0].instances[0], "buf");
-    const auto& uses = index.definitions[0].uses;
-    EXPECT_NE(std::find(uses.begin(), uses.end(), YString("qn")), uses.end());
+    ASSERT_EQ(index.ports(index.definitions[0]).size(), 2u);
+    EXPECT_EQ(index.ports(index.definitions[0])[1], "out");
+    ASSERT_EQ(index.instances(index.definitions[0]).size(), 1u);
+    EXPECT_EQ(index.instances(index.definitions[0])[0], "buf");
+    const ModelLibWordList uses = index.uses(index.definitions[0]);
+    EXPECT_NE(std::find(uses.begin(), uses.end(), "qn"), uses.end());
 }
 
 TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
@@ -171,7 +171,7 @@ TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
     // Dropped bytes are invisible, a byte 0xFF ends the text.
     const ModelLibIndex index = indexText(std::string(".model a\x01 d\n\x02+ is=1\n.model b d\n\xFF.model c d\n"));
     EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "a", 0, 20, 1, 2}, {".model", "b", 20, 31, 3, 3}}));
-    EXPECT_EQ(index.definitions[0].type, "d");
+    EXPECT_EQ(index.type(index.definitions[0]), "d");
     EXPECT_EQ(index.size, 31);
 }
 
@@ -210,10 +210,10 @@ TEST(ModelLibraryIndex, SectionsReferencesParamsAndAko)
     EXPECT_EQ(index.references[1].kind, ModelLibReference::LibSection);
     EXPECT_EQ(index.references[1].target, "other.lib");
     EXPECT_EQ(index.references[1].section, "ss");
-    EXPECT_EQ(index.definitions[1].akoBase, "n1");
-    EXPECT_EQ(index.definitions[1].type, "nmos");
-    EXPECT_EQ(index.definitions[2].akoBase, "n2");
-    EXPECT_EQ(index.definitions[2].type, "");
+    EXPECT_EQ(index.akoBase(index.definitions[1]), "n1");
+    EXPECT_EQ(index.type(index.definitions[1]), "nmos");
+    EXPECT_EQ(index.akoBase(index.definitions[2]), "n2");
+    EXPECT_EQ(index.type(index.definitions[2]), "");
     EXPECT_EQ(index.sections[1].name, "ff");
     EXPECT_TRUE(index.diagnostics.empty());
 }
@@ -226,7 +226,7 @@ TEST(ModelLibraryIndex, BadStructureGetsDiagnosticsAndNoCrash)
                                                           "5: .model without a name", "7: subcircuit s1 is not closed by .ends",
                                                           "6: section a is not closed by .endl"}));
     ASSERT_EQ(index.definitions.size(), 1u);
-    EXPECT_EQ(index.definitions[0].location.end, static_cast<int>(index.size));
+    EXPECT_EQ(index.definitions[0].end, static_cast<int>(index.size));
     EXPECT_EQ(index.sections[0].end, static_cast<int>(index.size));
     EXPECT_TRUE(indexText("").definitions.empty());
     EXPECT_TRUE(indexText(std::string(1000, '\n')).definitions.empty());
@@ -237,8 +237,8 @@ TEST(ModelLibraryIndex, OddNamesAreKeptAsWritten)
 {
     const ModelLibIndex index = indexText(".model m-1.5/x\xc3\xa9 d\n.subckt {odd}[1] a\n.ends\n");
     ASSERT_EQ(index.definitions.size(), 2u);
-    EXPECT_EQ(index.definitions[0].name, "m-1.5/x\xc3\xa9");
-    EXPECT_EQ(index.definitions[1].name, "{odd}[1]");
+    EXPECT_EQ(index.name(index.definitions[0]), "m-1.5/x\xc3\xa9");
+    EXPECT_EQ(index.name(index.definitions[1]), "{odd}[1]");
 }
 
 class ModelLibraryFiles : public TempDirTest {
@@ -252,8 +252,13 @@ protected:
     {
         std::vector<std::string> names;
         for (const ModelLibReached& x : r.definitions)
-            names.push_back(r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.c_str());
+            names.push_back(std::string(name(r, x)));
         return names;
+    }
+    static std::string_view name(const ModelLibResolution& r, const ModelLibReached& x)
+    {
+        const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+        return file.name(file.definitions[static_cast<size_t>(x.definition)]);
     }
     static std::vector<ModelLibProblem::Kind> kinds(const std::vector<ModelLibProblem>& problems)
     {
@@ -272,7 +277,7 @@ TEST_F(ModelLibraryFiles, EveryDefinitionReadsBackAsSpiceStreamReadsIt)
     ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
     ASSERT_EQ(index.definitions.size(), 3u);
     EXPECT_EQ(checkReadBack(file, index, SpiceLanguageNative), 3);
-    EXPECT_EQ(sp_ReadModelDefinition(index.definitions[2], YString("Q2")), (std::vector<YString>{".model Q2  npn   bf=100"}));
+    EXPECT_EQ(sp_ReadModelDefinition(index, index.definitions[2], YString("Q2")), (std::vector<YString>{".model Q2  npn   bf=100"}));
 }
 
 TEST_F(ModelLibraryFiles, Utf16FilesIndexAsTheReadersReadThem)
@@ -406,7 +411,7 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     ASSERT_EQ(sp_IndexModelLibrary(YString(out.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
     std::vector<std::string> names;
     for (const ModelLibDefinition& d : index.definitions)
-        names.push_back(d.name.c_str());
+        names.push_back(std::string(index.name(d)));
     EXPECT_EQ(names, (std::vector<std::string>{"nch", "pch", "INV2", "buf", "dd"}));
     std::vector<ModelLibProblem> check;
     EXPECT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &check), ModelLibStatus::Ok);
@@ -545,9 +550,10 @@ TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip
     // The first subcircuit the corner reaches, extracted with everything it uses.
     YString name;
     for (const ModelLibReached& x : r.definitions) {
-        const ModelLibDefinition& d = r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)];
+        const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+        const ModelLibDefinition& d = file.definitions[static_cast<size_t>(x.definition)];
         if (d.kind == ModelLibDefinition::Subckt) {
-            name = d.name;
+            name = YString(std::string(file.name(d)).c_str());
             break;
         }
     }
@@ -564,13 +570,16 @@ TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip
     const ModelLibDefinition* last = nullptr;
     for (const ModelLibDefinition& d : extracted.definitions)
         last = d.parent < 0 ? &d : last;
-    EXPECT_EQ(last->name, name);
+    EXPECT_EQ(extracted.name(*last), name.c_str());
     for (const ModelLibDefinition& d : extracted.definitions) {
         if (d.parent >= 0)
             continue;
         bool reached = false;
-        for (const ModelLibReached& x : r.definitions)
-            reached = reached || r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.equalsNoCase(d.name.c_str());
-        EXPECT_TRUE(reached) << d.name.c_str();
+        for (const ModelLibReached& x : r.definitions) {
+            const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+            reached = reached || YString(std::string(file.name(file.definitions[static_cast<size_t>(x.definition)])).c_str())
+                                     .equalsNoCase(std::string(extracted.name(d)).c_str());
+        }
+        EXPECT_TRUE(reached) << extracted.name(d);
     }
 }

@@ -312,11 +312,11 @@ int runIndex(const QStringList& arguments)
         QJsonArray array;
         for (const ModelLibDefinition* d : definitions)
             array.append(QJsonObject{{QStringLiteral("kind"), QString::fromLatin1(d->kind == ModelLibDefinition::Subckt ? ".subckt" : ".model")},
-                                     {QStringLiteral("name"), toQs(d->name)},
-                                     {QStringLiteral("start"), d->location.start},
-                                     {QStringLiteral("end"), d->location.end},
+                                     {QStringLiteral("name"), QString::fromUtf8(index.name(*d).data(), static_cast<int>(index.name(*d).size()))},
+                                     {QStringLiteral("start"), d->start},
+                                     {QStringLiteral("end"), d->end},
                                      {QStringLiteral("line"), d->line},
-                                     {QStringLiteral("lineOffset"), d->location.lineOffset}});
+                                     {QStringLiteral("lineOffset"), d->line - 1}});
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
@@ -325,11 +325,11 @@ int runIndex(const QStringList& arguments)
     out.text("kind     name                             start        end     line  line-offset\n");
     for (const ModelLibDefinition* d : definitions) {
         out.padded(d->kind == ModelLibDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
-        out.padded(std::string_view(d->name.str()), 25);
-        out.number(d->location.start, 14);
-        out.number(d->location.end, 11);
+        out.padded(index.name(*d), 25);
+        out.number(d->start, 14);
+        out.number(d->end, 11);
         out.number(d->line, 9);
-        out.number(d->location.lineOffset, 13);
+        out.number(d->line - 1, 13);
         out.text("\n");
     }
     out.number(static_cast<long long>(definitions.size()), 0);
