@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -23,6 +24,10 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+#include <immintrin.h>
+#endif
 
 namespace {
 
@@ -132,6 +137,14 @@ constexpr uint64_t packed(const char* text)
     return v;
 }
 
+// The four bytes at `p` packed little-endian.
+inline uint64_t packed4(const char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
 // The low `n` bytes of a packed word, for `n` from 0 to 8.
 constexpr uint64_t kKeepBytes[9] = {0, 0xFF, 0xFFFF, 0xFFFFFF, 0xFFFFFFFF, 0xFFFFFFFFFFull, 0xFFFFFFFFFFFFull,
                                     0xFFFFFFFFFFFFFFull, ~0ull};
@@ -161,7 +174,7 @@ inline int highestBit64(uint64_t mask)
 }
 
 // One bit per byte of the 64 at `a` and `b`: set where they are equal.
-inline uint64_t equalBytes64(const char* a, const char* b)
+inline uint64_t equalBytes64Baseline(const char* a, const char* b)
 {
 #if defined(__SSE2__) || defined(_M_X64)
     uint64_t mask = 0;
@@ -182,7 +195,7 @@ inline uint64_t equalBytes64(const char* a, const char* b)
 
 // One bit per byte of the 64 at `p`: set for the bytes that need a look of their own in a line: the
 // line ends, the bytes the readers' filter drops and the end mark 0xFF. A tab is plain.
-inline uint64_t specialMask(const char* p)
+inline uint64_t specialMaskBaseline(const char* p)
 {
 #if defined(__SSE2__) || defined(_M_X64)
     const __m128i minusTwo = _mm_set1_epi8(-2);
@@ -208,16 +221,17 @@ inline uint64_t specialMask(const char* p)
 #endif
 }
 
-// The word separators " =(),\t", the blanks " \t", the "=" signs and a stop byte (the inline comment
-// character) among the first `chunks` times 16 bytes at `p`, one bit per byte.
+// The word separators " =(),\t", the blanks " \t", the "=" signs, a stop byte (the inline comment
+// character) and the digits among the first `chunks` times 16 bytes at `p`, one bit per byte.
 struct WordMasks {
     uint64_t delimiters = 0;
     uint64_t blanks = 0;
     uint64_t equals = 0;
     uint64_t stops = 0;
+    uint64_t digits = 0;
 };
 
-inline WordMasks wordMasks(const char* p, int chunks, char stop)
+inline WordMasks wordMasksBaseline(const char* p, int chunks, char stop)
 {
     WordMasks m;
 #if defined(__SSE2__) || defined(_M_X64)
@@ -228,6 +242,8 @@ inline WordMasks wordMasks(const char* p, int chunks, char stop)
     const __m128i one = _mm_set1_epi8(1);
     const __m128i close = _mm_set1_epi8(')'); // "(" | 1 is ")"
     const __m128i stopByte = _mm_set1_epi8(stop);
+    const __m128i belowZero = _mm_set1_epi8('0' - 1);
+    const __m128i aboveNine = _mm_set1_epi8('9' + 1);
     for (int i = 0; i < chunks; ++i) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i));
         const __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(v, space), _mm_cmpeq_epi8(v, tab));
@@ -238,6 +254,8 @@ inline WordMasks wordMasks(const char* p, int chunks, char stop)
         m.delimiters |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(blank, other)))) << shift;
         m.equals |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(eq))) << shift;
         m.stops |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, stopByte)))) << shift;
+        const __m128i digit = _mm_and_si128(_mm_cmpgt_epi8(v, belowZero), _mm_cmplt_epi8(v, aboveNine));
+        m.digits |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(digit))) << shift;
     }
 #else
     for (int i = 0; i < 16 * chunks; ++i) {
@@ -251,9 +269,112 @@ inline WordMasks wordMasks(const char* p, int chunks, char stop)
             m.equals |= bit;
         if (c == stop)
             m.stops |= bit;
+        if (c >= '0' && c <= '9')
+            m.digits |= bit;
     }
 #endif
     return m;
+}
+
+// The same kernels 32 bytes at a time where the processor has AVX2: chosen at run time, as the
+// library's baseline is SSE2.
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+#define MODELLIB_HAVE_AVX2 1
+#define MODELLIB_AVX2 __attribute__((target("avx2")))
+
+MODELLIB_AVX2 MODELLIB_NOINLINE uint64_t equalBytes64Avx2(const char* a, const char* b)
+{
+    uint64_t mask = 0;
+    for (int i = 0; i < 2; ++i) {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + 32 * i));
+        const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + 32 * i));
+        mask |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, y)))) << (32 * i);
+    }
+    return mask;
+}
+
+MODELLIB_AVX2 MODELLIB_NOINLINE uint64_t specialMaskAvx2(const char* p)
+{
+    const __m256i minusTwo = _mm256_set1_epi8(-2);
+    const __m256i space = _mm256_set1_epi8(32);
+    const __m256i tab = _mm256_set1_epi8(9);
+    uint64_t mask = 0;
+    for (int i = 0; i < 2; ++i) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32 * i));
+        const __m256i low = _mm256_and_si256(_mm256_cmpgt_epi8(v, minusTwo), _mm256_cmpgt_epi8(space, v));
+        const uint32_t bits = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_andnot_si256(_mm256_cmpeq_epi8(v, tab), low)));
+        mask |= static_cast<uint64_t>(bits) << (32 * i);
+    }
+    return mask;
+}
+
+// Reads whole steps of 32 bytes: with an odd `chunks`, 16 bytes more than asked, whose bits the callers
+// ignore as they ignore the bits past the line.
+MODELLIB_AVX2 MODELLIB_NOINLINE WordMasks wordMasksAvx2(const char* p, int chunks, char stop)
+{
+    WordMasks m;
+    const __m256i space = _mm256_set1_epi8(' ');
+    const __m256i tab = _mm256_set1_epi8('\t');
+    const __m256i equal = _mm256_set1_epi8('=');
+    const __m256i comma = _mm256_set1_epi8(',');
+    const __m256i one = _mm256_set1_epi8(1);
+    const __m256i close = _mm256_set1_epi8(')');
+    const __m256i stopByte = _mm256_set1_epi8(stop);
+    const __m256i belowZero = _mm256_set1_epi8('0' - 1);
+    const __m256i aboveNine = _mm256_set1_epi8('9' + 1);
+    for (int i = 0; i < chunks; i += 2) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 16 * i));
+        const __m256i blank = _mm256_or_si256(_mm256_cmpeq_epi8(v, space), _mm256_cmpeq_epi8(v, tab));
+        const __m256i eq = _mm256_cmpeq_epi8(v, equal);
+        const __m256i other =
+            _mm256_or_si256(_mm256_or_si256(eq, _mm256_cmpeq_epi8(v, comma)), _mm256_cmpeq_epi8(_mm256_or_si256(v, one), close));
+        const __m256i digit = _mm256_and_si256(_mm256_cmpgt_epi8(v, belowZero), _mm256_cmpgt_epi8(aboveNine, v));
+        const unsigned shift = 16 * static_cast<unsigned>(i);
+        m.blanks |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(blank))) << shift;
+        m.delimiters |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_or_si256(blank, other)))) << shift;
+        m.equals |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(eq))) << shift;
+        m.stops |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, stopByte)))) << shift;
+        m.digits |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(digit))) << shift;
+    }
+    return m;
+}
+
+// Whether the processor and the system run AVX2 code; asked once.
+inline bool useAvx2()
+{
+    static const bool avx2 = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return avx2;
+}
+#endif
+
+inline uint64_t equalBytes64(const char* a, const char* b)
+{
+#if MODELLIB_HAVE_AVX2
+    if (useAvx2())
+        return equalBytes64Avx2(a, b);
+#endif
+    return equalBytes64Baseline(a, b);
+}
+
+inline uint64_t specialMask(const char* p)
+{
+#if MODELLIB_HAVE_AVX2
+    if (useAvx2())
+        return specialMaskAvx2(p);
+#endif
+    return specialMaskBaseline(p);
+}
+
+inline WordMasks wordMasks(const char* p, int chunks, char stop)
+{
+#if MODELLIB_HAVE_AVX2
+    if (useAvx2())
+        return wordMasksAvx2(p, chunks, stop);
+#endif
+    return wordMasksBaseline(p, chunks, stop);
 }
 
 // Calls `visit(word, assigned)` for each word of `line` in order, split as `nextWord` splits them (with
@@ -847,18 +968,6 @@ private:
         return std::string_view(b, static_cast<size_t>(x - b));
     }
 
-    // Up to `limit` words of `line` into `out`, split by the word scanner.
-    size_t scanWords(std::string_view line, Word* out, size_t limit)
-    {
-        size_t n = 0;
-        forEachWord(line, m_icc, [&](std::string_view text, bool assigned) {
-            out[n].text = text;
-            out[n++].assigned = assigned;
-            return n < limit;
-        });
-        return n;
-    }
-
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
 
     // The file name of an ".include" or ".lib" line after the keyword: quoted, or up to a blank.
@@ -969,18 +1078,26 @@ private:
         const size_t at = out.size();
         if (at + n > out.capacity())
             out.reserve(std::max(room(out.size(), 16384), at + n));
-        out.resize(at + n);
-        char* o = &out[at];
+        // Gathered first, so that the store grows by one append and is not cleared first.
+        char gathered[256];
+        char* o = n <= sizeof gathered ? gathered : nullptr;
+        if (!o) {
+            out.resize(at + n);
+            o = &out[at];
+        }
+        char* const first = o;
         for (std::string_view w : list) {
             std::memcpy(o, w.data(), w.size());
             o += w.size();
             *o++ = '\0';
         }
+        if (first == gathered)
+            out.append(gathered, n);
         return static_cast<unsigned>(at);
     }
 
     // A new definition of the statement, built in place at the end of the index's list.
-    ModelLibDefinition& addDefinition(ModelLibDefinition::Kind kind)
+    MODELLIB_INLINE ModelLibDefinition& addDefinition(ModelLibDefinition::Kind kind)
     {
         std::vector<ModelLibDefinition>& list = m_index->definitions;
         if (list.size() == list.capacity())
@@ -999,62 +1116,84 @@ private:
         return d;
     }
 
-    static bool isParamsWord(std::string_view w) { return equalsNoCase(w, "params:") || equalsNoCase(w, "param:"); }
+    static bool isParamsWord(std::string_view w)
+    {
+        return (w.size() == 7 || w.size() == 6) && w.back() == ':' && (equalsNoCase(w, "params:") || equalsNoCase(w, "param:"));
+    }
 
     void model()
     {
         // The name, type and AKO base stand on the first line nearly always: the rest is joined only
         // when they do not.
-        Word w[5];
-        size_t count = scanWords(logical(1), w, 5);
-        if (count < 4 && m_segments.size() > 1)
-            count = scanWords(logical(), w, 5);
+        // Words 1 to 4 (the keyword is word 0), each held by name so that they stay in registers.
+        std::string_view w1, w2, w3, w4;
+        bool a2 = false, a3 = false, a4 = false;
+        size_t count = 0;
+        const auto take = [&](std::string_view text, bool assigned) {
+            switch (count++) {
+            case 0: return true;
+            case 1: w1 = text; return true;
+            case 2: w2 = text; a2 = assigned; return true;
+            case 3: w3 = text; a3 = assigned; return true;
+            default: w4 = text; a4 = assigned; return false;
+            }
+        };
+        forEachWord(logical(1), m_icc, take);
+        if (count < 4 && m_segments.size() > 1) {
+            count = 0;
+            forEachWord(logical(), m_icc, take);
+        }
         if (count < 2) {
             diagnose(m_stmtLine, ".model without a name");
             return;
         }
         std::string_view ako;
-        size_t typeAt = 2;
-        if (count > 2 && w[2].text.size() >= 4 && equalsNoCase(w[2].text.substr(0, 4), "ako:")) {
-            if (w[2].text.size() > 4) {
-                ako = w[2].text.substr(4);
-                typeAt = 3;
+        std::string_view type = count > 2 && !a2 ? w2 : std::string_view();
+        if (count > 2 && w2.size() >= 4 && (lowerAscii(packed4(w2.data())) == packed("ako:"))) {
+            if (w2.size() > 4) {
+                ako = w2.substr(4);
+                type = count > 3 && !a3 ? w3 : std::string_view();
             } else if (count > 3) {
-                ako = w[3].text;
-                typeAt = 4;
+                ako = w3;
+                type = count > 4 && !a4 ? w4 : std::string_view();
             }
         }
-        const std::string_view type = count > typeAt && !w[typeAt].assigned ? w[typeAt].text : std::string_view();
-        const unsigned words = store({w[1].text, type, ako});
+        const unsigned words = store({w1, type, ako});
         addDefinition(ModelLibDefinition::Model).words = words;
     }
 
     void subckt()
     {
-        std::vector<Word>& w = m_words;
-        w.clear();
+        // The name, an empty type and AKO base, the ports (the words before "params:" or the first
+        // NAME=VALUE): the subcircuit's words start so when it closes.
+        std::string& head = m_head;
+        head.clear();
+        size_t count = 0;
         forEachWord(logical(), m_icc, [&](std::string_view text, bool assigned) {
-            w.push_back({text, assigned});
+            if (count == 1) {
+                head.append(text.data(), text.size());
+                head.append(3, '\0');
+            } else if (count > 1) {
+                if (assigned || isParamsWord(text))
+                    return false;
+                head.append(text.data(), text.size());
+                head.push_back('\0');
+            }
+            ++count;
             return true;
         });
-        if (w.size() < 2) {
+        if (count < 2) {
             diagnose(m_stmtLine, ".subckt without a name");
             return;
         }
+        head.push_back('\0');
         addDefinition(ModelLibDefinition::Subckt);
         m_subckts.push_back(static_cast<int>(m_index->definitions.size()) - 1);
         if (m_levels.size() < m_subckts.size())
             m_levels.emplace_back();
         SubcktLevel& level = m_levels[m_subckts.size() - 1];
         level.open(m_subckts.back());
-        // The name, an empty type and AKO base, the ports: the subcircuit's words start so when it closes.
-        level.head.append(w[1].text.data(), w[1].text.size());
-        level.head.append(3, '\0');
-        for (size_t i = 2; i < w.size() && !w[i].assigned && !isParamsWord(w[i].text); ++i) {
-            level.head.append(w[i].text.data(), w[i].text.size());
-            level.head.push_back('\0');
-        }
-        level.head.push_back('\0');
+        level.head.swap(head);
     }
 
     void closeSubckt(size_t end, int lastLine)
@@ -1067,11 +1206,13 @@ private:
         if (out.size() + n > out.capacity())
             out.reserve(std::max(room(out.size(), 16384), out.size() + n));
         const unsigned words = static_cast<unsigned>(out.size());
-        out += level.head;
-        out += instances;
-        out.push_back('\0');
-        out += uses;
-        out.push_back('\0');
+        out.resize(out.size() + n); // the two list ends are the zeros it adds
+        char* o = &out[words];
+        std::memcpy(o, level.head.data(), level.head.size());
+        o += level.head.size();
+        std::memcpy(o, instances.data(), instances.size());
+        o += instances.size() + 1;
+        std::memcpy(o, uses.data(), uses.size());
         ModelLibDefinition& d = m_index->definitions[static_cast<size_t>(m_subckts.back())];
         d.words = words;
         d.end = static_cast<int>(end);
@@ -1162,11 +1303,10 @@ private:
         }
         std::memcpy(level.previous, p + second, 64);
         level.previousLength = rest;
+        starts &= ~m.digits; // values
         while (starts) {
             const int b = lowestBit64(starts);
             starts &= starts - 1;
-            if (static_cast<unsigned char>(p[b] - '0') < 10)
-                continue; // a value
             const uint64_t after = delimiters >> b;
             const int e = after ? b + lowestBit64(after) : 64;
             if (e < 64) {
@@ -1312,6 +1452,7 @@ private:
     std::vector<int> m_subckts;
     std::vector<SubcktLevel> m_levels; ///< one per open subcircuit level, kept when the level closes
     std::vector<Word> m_words;
+    std::string m_head; ///< a subcircuit's name and ports being gathered
     std::string m_line;
 };
 

@@ -12,6 +12,8 @@
 #include <QProcess>
 
 #include <algorithm>
+#include <cctype>
+#include <random>
 #include <map>
 #include <string>
 #include <vector>
@@ -434,6 +436,202 @@ TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
     EXPECT_TRUE(diff.onlyInA.empty());
     EXPECT_EQ(diff.onlyInB, (std::vector<YString>{".model x"}));
     EXPECT_EQ(diff.differing, (std::vector<YString>{".model n"}));
+}
+
+// A library of many subcircuits whose element lines mix nodes, models, values, NAME=VALUE pairs with and
+// without blanks around "=", "params:", inline comments, "+" continuations behind comment lines, tabs,
+// words longer than 8 and 16 bytes, lines longer than 64 and 128 bytes, nested subcircuits and lines
+// that repeat their predecessor but for a word. Large enough to be read in several windows.
+std::string generatedSubcircuits(unsigned seed, const char* lineEnd)
+{
+    std::mt19937 rng(seed);
+    const auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    const std::vector<std::string> pool = {"d",   "g",     "s",     "b",        "VDD",     "vdd",   "nch",       "NCH",
+                                           "pch", "sub1",  "Sub1",  "0",        "1u",      "2.5",   "w",         "l",
+                                           "m",   "inner", "INNER", "params:",  "PARAMS:", "param:", "mid_node_a", "x1",
+                                           "a_rather_long_node_name", "n0123456789abcdefXYZ", "q", "r9", "3k"};
+    const auto word = [&]() -> std::string {
+        if (pick(5) == 0) {
+            std::string w;
+            const size_t n = 1 + pick(24);
+            for (size_t i = 0; i < n; ++i)
+                w.push_back("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.:/"[pick(66)]);
+            return w;
+        }
+        return pool[pick(pool.size())];
+    };
+    const std::vector<std::string> separators = {" ", " ", " ", "  ", "\t", ",", "(", ")", " ("};
+    std::string text = "* generated" + std::string(lineEnd);
+    std::string previous;
+    int depth = 0;
+    int number = 0;
+    while (text.size() < 700000) {
+        const size_t what = pick(20);
+        if (depth == 0 || what == 0) {
+            if (depth < 3 && (depth == 0 || pick(3) == 0)) {
+                text += ".subckt cell" + std::to_string(number++);
+                for (size_t i = pick(5); i > 0; --i)
+                    text += " " + word();
+                if (pick(3) == 0)
+                    text += " params: a=1 b = 2";
+                text += lineEnd;
+                ++depth;
+                previous.clear();
+            } else if (depth > 0) {
+                text += std::string(".ends") + lineEnd;
+                --depth;
+                previous.clear();
+            }
+            continue;
+        }
+        if (what == 1) {
+            text += ".model mdl" + std::to_string(number++) + " nmos (vth0=0.4" + lineEnd + "+ u0=400)" + lineEnd;
+            continue;
+        }
+        std::string line;
+        if (!previous.empty() && pick(3) == 0) {
+            // The previous line with one word changed, as devices of one cell differ in a value.
+            line = previous;
+            const size_t at = line.find(' ', 1 + pick(line.size()));
+            if (at != std::string::npos)
+                line = line.substr(0, at) + " " + word() + line.substr(at);
+        } else {
+            line = std::string(1, "MRXCQxmD"[pick(8)]) + std::to_string(pick(1000));
+            for (size_t i = 1 + pick(pick(4) == 0 ? 30 : 8); i > 0; --i) {
+                line += separators[pick(separators.size())];
+                line += word();
+                if (pick(4) == 0)
+                    line += std::string(pick(2) ? "=" : " = ") + (pick(2) ? "1" : word());
+            }
+        }
+        previous = line;
+        if (pick(6) == 0)
+            line += " ; a note with words=1 x";
+        const size_t split = line.find(' ', line.size() / 2);
+        if (pick(5) == 0 && split != std::string::npos) {
+            text += line.substr(0, split) + lineEnd + (pick(2) ? std::string("* between") + lineEnd + lineEnd : std::string()) +
+                    "  +" + line.substr(split) + lineEnd;
+        } else {
+            text += line + lineEnd;
+        }
+    }
+    for (; depth > 0; --depth)
+        text += std::string(".ends") + lineEnd;
+    return text;
+}
+
+// The words of a logical line as LibraryStream splits a definition's name off: at " =(),\t", each with
+// whether an "=" follows after blanks.
+std::vector<std::pair<std::string, bool>> referenceWords(const std::string& line)
+{
+    const std::string delimiters = " =(),\t";
+    std::vector<std::pair<std::string, bool>> out;
+    size_t i = 0;
+    while (i < line.size()) {
+        if (delimiters.find(line[i]) != std::string::npos) {
+            ++i;
+            continue;
+        }
+        size_t e = i;
+        while (e < line.size() && delimiters.find(line[e]) == std::string::npos)
+            ++e;
+        size_t j = e;
+        while (j < line.size() && (line[j] == ' ' || line[j] == '\t'))
+            ++j;
+        out.push_back({line.substr(i, e - i), j < line.size() && line[j] == '='});
+        i = e;
+    }
+    return out;
+}
+
+std::string lowered(std::string s)
+{
+    for (char& c : s)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+bool isParams(const std::string& w) { return lowered(w) == "params:" || lowered(w) == "param:"; }
+
+// The instances and uses of every subcircuit, in the order of their ".subckt" lines, from the logical
+// lines SpiceStream reads: on an element line, the words after the first that are no NAME= and start
+// with no digit are uses, except on an "X" line the last one before the parameters, its subcircuit.
+std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> referenceSubcircuitWords(const std::string& file)
+{
+    std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> out;
+    std::vector<size_t> open;
+    const auto add = [](std::vector<std::string>& list, const std::string& w) {
+        for (const std::string& x : list)
+            if (lowered(x) == lowered(w))
+                return;
+        list.push_back(w);
+    };
+    for (const auto& numbered : spiceLines(file, SpiceLanguageNative)) {
+        const std::string& line = numbered.second;
+        const auto words = referenceWords(line);
+        const std::string first = words.empty() ? std::string() : lowered(words[0].first);
+        if (line[0] == '.') {
+            if (first == ".subckt" && words.size() > 1) {
+                open.push_back(out.size());
+                out.emplace_back();
+            } else if (first == ".ends" && !open.empty()) {
+                open.pop_back();
+            }
+            continue;
+        }
+        if (open.empty() || std::string(" =(),\t").find(line[0]) != std::string::npos)
+            continue;
+        auto& lists = out[open.back()];
+        const bool instanceLine = line[0] == 'x' || line[0] == 'X';
+        size_t instance = SIZE_MAX;
+        if (instanceLine) {
+            for (size_t i = 1; i < words.size() && !words[i].second && !isParams(words[i].first); ++i)
+                instance = i;
+        }
+        for (size_t i = 1; i < words.size(); ++i) {
+            if (i == instance) {
+                add(lists.first, words[i].first);
+                continue;
+            }
+            if (words[i].second || (words[i].first[0] >= '0' && words[i].first[0] <= '9'))
+                continue;
+            add(lists.second, words[i].first);
+        }
+    }
+    return out;
+}
+
+TEST_F(ModelLibraryFiles, SubcircuitWordsAgreeWithASimpleReadingOfTheirLogicalLines)
+{
+    for (const char* lineEnd : {"\n", "\r\n"}) {
+        const std::string text = generatedSubcircuits(lineEnd[0] == '\n' ? 7u : 8u, lineEnd);
+        const std::string file = write("generated.lib", text);
+        const auto expected = referenceSubcircuitWords(file);
+        ModelLibIndex fromFile, fromText;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &fromFile), ModelLibStatus::Ok);
+        sp_IndexModelLibraryText(text.data(), text.size(), YString(file.c_str()), SpiceLanguageNative, &fromText);
+        for (const ModelLibIndex* index : {&fromFile, &fromText}) {
+            std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> got;
+            for (const ModelLibDefinition& d : index->definitions) {
+                if (d.kind != ModelLibDefinition::Subckt)
+                    continue;
+                got.emplace_back();
+                for (std::string_view w : index->instances(d))
+                    got.back().first.push_back(std::string(w));
+                for (std::string_view w : index->uses(d))
+                    got.back().second.push_back(std::string(w));
+            }
+            ASSERT_EQ(got.size(), expected.size());
+            for (size_t i = 0; i < got.size(); ++i) {
+                EXPECT_EQ(got[i].first, expected[i].first) << "instances of subcircuit " << i;
+                EXPECT_EQ(got[i].second, expected[i].second) << "uses of subcircuit " << i;
+                if (got[i] != expected[i])
+                    break;
+            }
+            EXPECT_GT(got.size(), 200u);
+        }
+        EXPECT_EQ(checkReadBack(file, fromFile, SpiceLanguageNative), static_cast<int>(fromFile.definitions.size()));
+    }
 }
 
 class ModelLibraryCorpus : public ::testing::Test {
