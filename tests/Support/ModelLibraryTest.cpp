@@ -2,6 +2,7 @@
 // ranges that read back whole through LibraryStream, sections, resolution across files, checks,
 // comparison and extraction.
 #include "ModelLibrary.h"
+#include "ModelLibraryKernels_p.h"
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
@@ -241,6 +242,69 @@ TEST(ModelLibraryIndex, OddNamesAreKeptAsWritten)
     ASSERT_EQ(index.definitions.size(), 2u);
     EXPECT_EQ(index.name(index.definitions[0]), "m-1.5/x\xc3\xa9");
     EXPECT_EQ(index.name(index.definitions[1]), "{odd}[1]");
+}
+
+bool operator==(const modellib::WordMasks& a, const modellib::WordMasks& b)
+{
+    return a.delimiters == b.delimiters && a.blanks == b.blanks && a.equals == b.equals && a.stops == b.stops && a.digits == b.digits;
+}
+
+// The word masks of the first `chunks` times 16 bytes only: the vector kernels may look further.
+modellib::WordMasks firstBytes(modellib::WordMasks m, int chunks)
+{
+    const uint64_t keep = chunks >= 4 ? ~0ull : (1ull << (16 * chunks)) - 1;
+    return {m.delimiters & keep, m.blanks & keep, m.equals & keep, m.stops & keep, m.digits & keep};
+}
+
+TEST(ModelLibraryKernels, VectorKernelsAgreeWithThePortableLoops)
+{
+    // Blocks of bytes the index meets (separators, blanks, digits, comment characters, line ends, the
+    // bytes the filter drops, 0xFF, non-ASCII bytes) and bytes of every value.
+    const char bytes[] = " \t=(),;$*+.09aZ_\r\n\x01\x0B\x1F\x7F\x80\xFE\xFF";
+    const std::string alphabet(bytes, sizeof bytes - 1);
+    std::mt19937 rng(11);
+    for (int round = 0; round < 20000; ++round) {
+        char a[128], b[128];
+        for (int i = 0; i < 128; ++i) {
+            a[i] = round % 4 == 0 ? static_cast<char>(rng()) : alphabet[rng() % alphabet.size()];
+            b[i] = rng() % 8 == 0 ? alphabet[rng() % alphabet.size()] : a[i];
+        }
+        const char stop = round % 2 ? ';' : '$';
+        const uint64_t special = modellib::specialMaskScalar(a);
+        const uint64_t equal = modellib::equalBytes64Scalar(a, b);
+        ASSERT_EQ(modellib::specialMask(a), special);
+        ASSERT_EQ(modellib::equalBytes64(a, b), equal);
+        for (int chunks = 1; chunks <= 4; ++chunks) {
+            const modellib::WordMasks words = modellib::wordMasksScalar(a, chunks, stop);
+            ASSERT_TRUE(firstBytes(modellib::wordMasks(a, chunks, stop), chunks) == words) << round << " " << chunks;
+#if MODELLIB_HAVE_SSE2
+            ASSERT_TRUE(firstBytes(modellib::wordMasksSse2(a, chunks, stop), chunks) == words) << round << " " << chunks;
+#endif
+#if MODELLIB_HAVE_AVX2
+            if (modellib::hasAvx2()) {
+                ASSERT_TRUE(firstBytes(modellib::wordMasksAvx2(a, chunks, stop), chunks) == words) << round << " " << chunks;
+            }
+#endif
+        }
+#if MODELLIB_HAVE_SSE2
+        ASSERT_EQ(modellib::specialMaskSse2(a), special);
+        ASSERT_EQ(modellib::equalBytes64Sse2(a, b), equal);
+#endif
+#if MODELLIB_HAVE_AVX2
+        if (modellib::hasAvx2()) {
+            ASSERT_EQ(modellib::specialMaskAvx2(a), special);
+            ASSERT_EQ(modellib::equalBytes64Avx2(a, b), equal);
+        }
+#endif
+    }
+    // The portable loops themselves, on one block whose bits are known.
+    const char block[65] = "M1 d,g(s) b=1\t;x\n\r\x01\xFF" "0123456789                                 ";
+    const modellib::WordMasks m = modellib::wordMasksScalar(block, 4, ';');
+    EXPECT_EQ(m.stops, 1ull << 14);
+    EXPECT_EQ(m.equals, 1ull << 11);
+    EXPECT_EQ(m.digits & 0xFFFF, (1ull << 1) | (1ull << 12));
+    EXPECT_EQ(m.delimiters & 0x3FFF, (1ull << 2) | (1ull << 4) | (1ull << 6) | (1ull << 8) | (1ull << 9) | (1ull << 11) | (1ull << 13));
+    EXPECT_EQ(modellib::specialMaskScalar(block) & 0xFFFFF, (1ull << 16) | (1ull << 17) | (1ull << 18) | (1ull << 19));
 }
 
 class ModelLibraryFiles : public TempDirTest {
