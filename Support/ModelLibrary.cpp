@@ -344,8 +344,8 @@ private:
                     s.hash = h;
                     s.generation = m_generation;
                     s.offset = static_cast<unsigned>(words.size());
-                    words.append(word.data(), word.size());
-                    words.push_back('\0');
+                    words.append(word.data(), word.size() + 1);
+                    words.back() = '\0';
                     if (++m_count * 2 > m_slots.size())
                         grow();
                     return;
@@ -472,20 +472,22 @@ private:
 // The next byte of a line that needs a look of its own (`specialMask`), one mask of 64 bytes kept.
 class SpecialFinder {
 public:
-    void reset() { m_block = nullptr; }
+    void reset() { m_block = 0; }
 
-    const char* next(const char* p, const char* end)
+    MODELLIB_INLINE const char* next(const char* p, const char* end)
     {
         for (;;) {
-            if (m_block && p >= m_block && p < m_block + 64) {
-                const uint64_t m = m_mask >> (p - m_block);
+            // One compare tells whether `p` lies in the block kept: before it the difference wraps.
+            const uintptr_t offset = reinterpret_cast<uintptr_t>(p) - m_block;
+            if (offset < 64) {
+                const uint64_t m = m_mask >> offset;
                 if (m)
                     return p + lowestBit64(m);
-                p = m_block + 64;
+                p += 64 - offset;
             }
             if (p >= end)
                 return end;
-            m_block = p;
+            m_block = reinterpret_cast<uintptr_t>(p);
             m_mask = specialMask(p);
             if (end - p < 64)
                 m_mask |= ~0ull << (end - p);
@@ -493,7 +495,7 @@ public:
     }
 
 private:
-    const char* m_block = nullptr;
+    uintptr_t m_block = 0; ///< where the kept mask's 64 bytes start; 0: none
     uint64_t m_mask = 0;
 };
 

@@ -203,7 +203,6 @@ MODELLIB_AVX2 MODELLIB_NOINLINE inline uint64_t specialMaskAvx2(const char* p)
 /// ignore as they ignore the bits past the line.
 MODELLIB_AVX2 MODELLIB_NOINLINE inline WordMasks wordMasksAvx2(const char* p, int chunks, char stop)
 {
-    WordMasks m;
     const __m256i space = _mm256_set1_epi8(' ');
     const __m256i tab = _mm256_set1_epi8('\t');
     const __m256i equal = _mm256_set1_epi8('=');
@@ -213,6 +212,7 @@ MODELLIB_AVX2 MODELLIB_NOINLINE inline WordMasks wordMasksAvx2(const char* p, in
     const __m256i stopByte = _mm256_set1_epi8(stop);
     const __m256i belowZero = _mm256_set1_epi8('0' - 1);
     const __m256i aboveNine = _mm256_set1_epi8('9' + 1);
+    uint64_t delimiters = 0, blanks = 0, equals = 0, stops = 0, digits = 0;
     for (int i = 0; i < chunks; i += 2) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 16 * i));
         const __m256i blank = _mm256_or_si256(_mm256_cmpeq_epi8(v, space), _mm256_cmpeq_epi8(v, tab));
@@ -221,12 +221,18 @@ MODELLIB_AVX2 MODELLIB_NOINLINE inline WordMasks wordMasksAvx2(const char* p, in
             _mm256_or_si256(_mm256_or_si256(eq, _mm256_cmpeq_epi8(v, comma)), _mm256_cmpeq_epi8(_mm256_or_si256(v, one), close));
         const __m256i digit = _mm256_and_si256(_mm256_cmpgt_epi8(v, belowZero), _mm256_cmpgt_epi8(aboveNine, v));
         const unsigned shift = 16 * static_cast<unsigned>(i);
-        m.blanks |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(blank))) << shift;
-        m.delimiters |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_or_si256(blank, other)))) << shift;
-        m.equals |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(eq))) << shift;
-        m.stops |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, stopByte)))) << shift;
-        m.digits |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(digit))) << shift;
+        blanks |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(blank))) << shift;
+        delimiters |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_or_si256(blank, other)))) << shift;
+        equals |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(eq))) << shift;
+        stops |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, stopByte)))) << shift;
+        digits |= static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(digit))) << shift;
     }
+    WordMasks m;
+    m.delimiters = delimiters;
+    m.blanks = blanks;
+    m.equals = equals;
+    m.stops = stops;
+    m.digits = digits;
     return m;
 }
 
@@ -244,7 +250,7 @@ inline bool hasAvx2()
 // The kernels the index uses: AVX2 where it runs, else SSE2, else the portable loops. The bytes read
 // past those asked about (up to 64 from `p`) must be readable; their bits mean nothing.
 
-inline uint64_t equalBytes64(const char* a, const char* b)
+MODELLIB_INLINE uint64_t equalBytes64(const char* a, const char* b)
 {
 #if MODELLIB_HAVE_AVX2
     if (hasAvx2())
@@ -257,7 +263,7 @@ inline uint64_t equalBytes64(const char* a, const char* b)
 #endif
 }
 
-inline uint64_t specialMask(const char* p)
+MODELLIB_INLINE uint64_t specialMask(const char* p)
 {
 #if MODELLIB_HAVE_AVX2
     if (hasAvx2())
@@ -270,7 +276,7 @@ inline uint64_t specialMask(const char* p)
 #endif
 }
 
-inline WordMasks wordMasks(const char* p, int chunks, char stop)
+MODELLIB_INLINE WordMasks wordMasks(const char* p, int chunks, char stop)
 {
 #if MODELLIB_HAVE_AVX2
     if (hasAvx2())
