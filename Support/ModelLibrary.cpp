@@ -508,6 +508,7 @@ public:
     Scanner(Window& window, size_t expected, ModelLibIndex* index) : m_window(window), m_expected(expected), m_index(index)
     {
         m_icc = index->language == SpiceLanguageHspice ? '$' : ';';
+        m_elementWords = index->elementWords;
     }
 
     void run()
@@ -652,7 +653,7 @@ private:
         m_sawStatement = true;
         // A statement starts with a byte the readers keep that is no blank and no comment character; an
         // element's first word is empty only when that byte is one of "=(),".
-        m_pending = c == '.' ? Keyword : !m_subckts.empty() && !isDelimiter(c) ? Element : None;
+        m_pending = c == '.' ? Keyword : m_elementWords && !m_subckts.empty() && !isDelimiter(c) ? Element : None;
         if (m_pending == None)
             return;
         m_segments.clear();
@@ -824,16 +825,17 @@ private:
     }
 
     // The room to give a list when it is full: its size so far extrapolated over the rest of the text
-    // (at most 16 times the room so far), so that a large library moves its lists once or twice instead
-    // of at each doubling.
+    // (at most 64 times the room so far, so that a dense head of a file asks for no more memory than
+    // that), so that a large library moves its lists once or twice instead of at each doubling. The
+    // middle of the window stands for the place reached.
     size_t room(size_t count, size_t least) const
     {
         if (count < least)
             return std::max<size_t>(16, count * 2);
-        const size_t position = m_window.base() + static_cast<size_t>(m_window.end() - m_window.begin());
+        const size_t position = m_window.base() + static_cast<size_t>(m_window.end() - m_window.begin()) / 2;
         const double done = static_cast<double>(position + 1);
-        const double estimate = static_cast<double>(count) * (static_cast<double>(std::max(m_expected, position)) / done) * 1.05 + 16;
-        return std::min(count * 16, std::max(count * 2, static_cast<size_t>(estimate)));
+        const double estimate = static_cast<double>(count) * (static_cast<double>(std::max(m_expected, position)) / done) * 1.1 + 16;
+        return std::min(count * 64, std::max(count * 2, static_cast<size_t>(estimate)));
     }
 
     // Appends the words to the index's word store, each ended by a byte 0; returns where they start.
@@ -1187,6 +1189,7 @@ private:
     size_t m_size = 0;
     ModelLibIndex* m_index;
     char m_icc = ';';
+    bool m_elementWords = true; ///< whether element lines are kept and split
     bool m_sawStatement = false;
     Pending m_pending = None;
     // The statement's physical lines; the storage is kept from one statement to the next.
@@ -1580,11 +1583,12 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
 } // namespace
 
 void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName, SpiceLanguage language,
-                              ModelLibIndex* index)
+                              ModelLibIndex* index, ModelLibElements elements)
 {
     *index = ModelLibIndex();
     index->fileName = fileName;
     index->language = language;
+    index->elementWords = elements == ModelLibElements::Words;
     if (!text)
         size = 0;
     if (size > static_cast<size_t>(kMaxPosition))
@@ -1595,11 +1599,13 @@ void sp_IndexModelLibraryText(const char* text, size_t size, const YString& file
     indexWindow(window, size, index);
 }
 
-ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index)
+ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index,
+                                    ModelLibElements elements)
 {
     *index = ModelLibIndex();
     index->fileName = path;
     index->language = language;
+    index->elementWords = elements == ModelLibElements::Words;
     try {
         return indexFile(path, index);
     } catch (...) {
@@ -1713,10 +1719,11 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
 {
     try {
         ModelLibIndex ia, ib;
-        ModelLibStatus status = sp_IndexModelLibrary(a, language, &ia);
+        // The comparison reads the definitions' text: their instances and uses are not needed.
+        ModelLibStatus status = sp_IndexModelLibrary(a, language, &ia, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return status;
-        status = sp_IndexModelLibrary(b, language, &ib);
+        status = sp_IndexModelLibrary(b, language, &ib, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return status;
         auto sectionNames = [](const ModelLibIndex& i) {

@@ -2,7 +2,7 @@
 // indexed text, starts with its keyword after the blanks and dropped bytes of its line, names a word of
 // that line, comes in text order with line numbers that match the line ends before it, and its range
 // ends at a line end or at the end of the text; nested ones lie inside their subcircuit; sections and
-// references point at what exists.
+// references point at what exists; an index that passes over the element lines differs in nothing else.
 #include "ModelLibrary.h"
 #include "NetlistFilter_p.h"
 
@@ -71,6 +71,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             if (d.section >= static_cast<int>(index.sections.size()))
                 __builtin_trap();
             previousStart = loc.start;
+        }
+        // Passing over the element lines finds the same definitions, sections and references.
+        ModelLibIndex skipped;
+        sp_IndexModelLibraryText(text, size, YString("fuzz.lib"), language, &skipped, ModelLibElements::Skip);
+        if (skipped.definitions.size() != index.definitions.size() || skipped.sections.size() != index.sections.size() ||
+            skipped.references.size() != index.references.size() || skipped.diagnostics.size() != index.diagnostics.size() ||
+            skipped.size != index.size || skipped.lines != index.lines)
+            __builtin_trap();
+        for (size_t i = 0; i < index.definitions.size(); ++i) {
+            const ModelLibDefinition& a = index.definitions[i];
+            const ModelLibDefinition& b = skipped.definitions[i];
+            if (a.start != b.start || a.end != b.end || a.line != b.line || a.lastLine != b.lastLine || a.parent != b.parent ||
+                a.section != b.section || index.name(a) != skipped.name(b) || index.type(a) != skipped.type(b) ||
+                !skipped.instances(b).empty() || !skipped.uses(b).empty())
+                __builtin_trap();
         }
         for (const ModelLibSection& s : index.sections) {
             if (s.start < 0 || s.end < s.start || s.end > n || s.endLine < s.line - 1)

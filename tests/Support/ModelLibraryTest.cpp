@@ -55,6 +55,29 @@ std::vector<Def> defs(const ModelLibIndex& index)
     return out;
 }
 
+// Everything an index holds but the subcircuits' instances and uses, as text.
+std::string outline(const ModelLibIndex& index)
+{
+    std::string out = std::to_string(index.size) + " " + std::to_string(index.lines) + "\n";
+    for (const ModelLibDefinition& d : index.definitions) {
+        out += std::to_string(d.kind) + " " + std::string(index.name(d)) + " " + std::string(index.type(d)) + " " +
+               std::string(index.akoBase(d)) + " " + std::to_string(d.start) + " " + std::to_string(d.end) + " " +
+               std::to_string(d.line) + " " + std::to_string(d.lastLine) + " " + std::to_string(d.section) + " " +
+               std::to_string(d.parent);
+        for (std::string_view p : index.ports(d))
+            out += " " + std::string(p);
+        out += "\n";
+    }
+    for (const ModelLibSection& s : index.sections)
+        out += std::string(s.name.c_str()) + " " + std::to_string(s.start) + " " + std::to_string(s.end) + " " +
+               std::to_string(s.definitions.size()) + " " + std::to_string(s.references.size()) + "\n";
+    for (const ModelLibReference& r : index.references)
+        out += std::string(r.path.c_str()) + " " + r.section.c_str() + "\n";
+    for (const ModelLibDiagnostic& d : index.diagnostics)
+        out += std::to_string(d.line) + " " + d.message.c_str() + "\n";
+    return out;
+}
+
 std::vector<std::string> messages(const ModelLibIndex& index)
 {
     std::vector<std::string> out;
@@ -695,6 +718,13 @@ TEST_F(ModelLibraryFiles, SubcircuitWordsAgreeWithASimpleReadingOfTheirLogicalLi
             EXPECT_GT(got.size(), 200u);
         }
         EXPECT_EQ(checkReadBack(file, fromFile, SpiceLanguageNative), static_cast<int>(fromFile.definitions.size()));
+        // Passing over the element lines changes nothing else.
+        ModelLibIndex skipped;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &skipped, ModelLibElements::Skip), ModelLibStatus::Ok);
+        EXPECT_FALSE(skipped.elementWords);
+        EXPECT_EQ(outline(skipped), outline(fromFile));
+        for (const ModelLibDefinition& d : skipped.definitions)
+            ASSERT_TRUE(skipped.instances(d).empty() && skipped.uses(d).empty());
     }
 }
 
@@ -732,6 +762,9 @@ TEST_F(ModelLibraryCorpus, EveryDefinitionReadsBackAsSpiceStreamReadsItsStretch)
             continue;
         }
         checked += checkReadBack(file, index, index.language);
+        ModelLibIndex skipped;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &skipped, ModelLibElements::Skip), ModelLibStatus::Ok);
+        EXPECT_EQ(outline(skipped), outline(index)) << file;
         if (file.find("sky130_fd_pr__nfet_01v8__tt.pm3.spice") != std::string::npos)
             pm3 = static_cast<int>(index.definitions.size());
     }

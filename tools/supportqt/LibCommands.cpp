@@ -253,7 +253,7 @@ int runLibDefs(const QStringList& arguments)
             definitions.push_back({&file, &file.definitions[static_cast<size_t>(x.definition)]});
         }
     } else {
-        const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), language, &index);
+        const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), language, &index, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return statusFailure(command, status, path, QString());
         for (const ModelLibDefinition& d : index.definitions)
