@@ -857,7 +857,8 @@ private:
         }
         char* const first = o;
         for (std::string_view w : list) {
-            std::memcpy(o, w.data(), w.size());
+            if (!w.empty()) // an absent type or AKO base has no bytes to copy, nor a pointer to them
+                std::memcpy(o, w.data(), w.size());
             o += w.size();
             *o++ = '\0';
         }
