@@ -196,7 +196,7 @@ enum class ModelLibStatus {
 enum class ModelLibElements {
     Words = 0, ///< each subcircuit's instances and uses: what checks and extraction follow
     Skip = 1   ///< nothing: the lines are only passed over and `instances` and `uses` are empty, for a
-               ///< listing of the definitions that needs no more (about a third less work on a library of cells)
+               ///< listing of the definitions that needs no more (less work on a library of many subcircuits)
 };
 
 /// Indexes a library held in memory, named `fileName` in the locations. The text is read as `SpiceStream`

@@ -144,6 +144,25 @@ int checkReadBack(const std::string& file, const ModelLibIndex& index, SpiceLang
     return checked;
 }
 
+// Whether the first line after `end` that is neither blank nor a comment line begins with "+", which
+// would make it an orphan continuation of a definition cut short there.
+bool orphanContinuationAfter(const std::string& bytes, size_t end, char commentChar)
+{
+    size_t i = end;
+    while (i < bytes.size()) {
+        size_t e = i;
+        while (e < bytes.size() && bytes[e] != '\n' && bytes[e] != '\r')
+            ++e;
+        size_t s = i;
+        while (s < e && (bytes[s] == ' ' || bytes[s] == '\t'))
+            ++s;
+        if (s < e && bytes[s] != '*' && bytes[s] != commentChar)
+            return bytes[s] == '+';
+        i = e < bytes.size() && bytes[e] == '\r' && e + 1 < bytes.size() && bytes[e + 1] == '\n' ? e + 2 : e + 1;
+    }
+    return false;
+}
+
 std::vector<std::string> corpusLibraries()
 {
     std::vector<std::string> files;
@@ -762,6 +781,12 @@ TEST_F(ModelLibraryCorpus, EveryDefinitionReadsBackAsSpiceStreamReadsItsStretch)
             continue;
         }
         checked += checkReadBack(file, index, index.language);
+        if (!index.wide) {
+            const char commentChar = index.language == SpiceLanguageHspice ? '$' : ';';
+            const std::string indexed = bytes.substr(0, static_cast<size_t>(index.size));
+            for (const ModelLibDefinition& d : index.definitions)
+                EXPECT_FALSE(orphanContinuationAfter(indexed, static_cast<size_t>(d.end), commentChar)) << file << ":" << d.line;
+        }
         ModelLibIndex skipped;
         ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &skipped, ModelLibElements::Skip), ModelLibStatus::Ok);
         EXPECT_EQ(outline(skipped), outline(index)) << file;
