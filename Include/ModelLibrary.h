@@ -8,31 +8,84 @@
 #include "YString.h"
 
 #include <cstddef>
+#include <iterator>
+#include <string>
+#include <string_view>
 #include <vector>
 
-/// One ".model" or ".subckt" definition of a library file.
+/// One ".model" or ".subckt" definition of a library file: a compact record of positions and lines; its
+/// words (name, model type, AKO base, ports, instances, uses) lie in the index's word store and are read
+/// through the index (`ModelLibIndex::name` and the functions beside it).
 struct ModelLibDefinition {
-    enum Kind { Model = 0, Subckt = 1 };
-    Kind kind = Model;
-    YString name;                 ///< as written (names compare ignoring case)
-    YString type;                 ///< a model's type ("nmos", "D"); empty for a subcircuit and for an AKO model without one
-    YString akoBase;              ///< the base of an "AKO:" model, else empty
-    std::vector<YString> ports;   ///< a subcircuit's ports (the names before "params:" or the first NAME=VALUE)
-    /// Exactly what `LibraryStream` takes: the file, the name, `kind`, the position of the keyword's "."
-    /// and the position just after the definition's last physical line (its line end included), and the
-    /// lines before it. A model runs over its "+" continuation lines, with the comment and blank lines
-    /// between them; comment lines after the last continuation are not part of it. A subcircuit runs
-    /// through its ".ends" statement.
-    SymbolLoc location;
-    int line = 0;                 ///< 1-based physical line of the keyword
-    int lastLine = 0;             ///< physical line of the definition's last line
-    int section = -1;             ///< index into `ModelLibIndex::sections`, -1 outside any section
+    enum Kind : unsigned char { Model = 0, Subckt = 1 };
+    /// Position of the keyword's "." (`SymbolLoc::start`).
+    int start = 0;
+    /// Position just after the definition's last physical line, its line end included (`SymbolLoc::end`).
+    /// A model runs over its "+" continuation lines, with the comment and blank lines between them;
+    /// comment lines after the last continuation are not part of it. A subcircuit runs through its
+    /// ".ends" statement.
+    int end = 0;
+    int line = 0;        ///< 1-based physical line of the keyword (`SymbolLoc::lineOffset` is one less)
+    int lastLine = 0;    ///< physical line of the definition's last line
+    int section = -1;    ///< index into `ModelLibIndex::sections`, -1 outside any section
     /// Index of the enclosing subcircuit, -1 at the top level. Definitions inside a subcircuit are local to
     /// it: they are listed here but are never reached by a section, checked for duplicates or extracted
     /// on their own.
     int parent = -1;
-    std::vector<YString> instances; ///< subcircuit: the subcircuit names of its "X" lines, in order, repeats removed
-    std::vector<YString> uses;      ///< subcircuit: the other words of its element lines (candidate model names)
+    unsigned words = 0;  ///< offset of its words in `ModelLibIndex::words`
+    Kind kind = Model;
+};
+
+/// A list of words in `ModelLibIndex::words`, each ended by a byte 0; an empty word ends the list.
+/// Valid while the index lives unchanged.
+class ModelLibWordList {
+public:
+    class iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = std::string_view;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const std::string_view*;
+        using reference = std::string_view;
+        explicit iterator(const char* p = nullptr) : m_p(p) {}
+        std::string_view operator*() const { return std::string_view(m_p); }
+        iterator& operator++()
+        {
+            m_p += std::char_traits<char>::length(m_p) + 1;
+            return *this;
+        }
+        iterator operator++(int)
+        {
+            iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const iterator& o) const { return m_p == o.m_p; }
+        bool operator!=(const iterator& o) const { return m_p != o.m_p; }
+
+    private:
+        const char* m_p;
+    };
+
+    ModelLibWordList() = default;
+    /// The list that starts at `first` (null: the empty list).
+    explicit ModelLibWordList(const char* first) : m_first(first), m_end(first)
+    {
+        while (m_end && *m_end)
+            m_end += std::char_traits<char>::length(m_end) + 1;
+    }
+    iterator begin() const { return iterator(m_first); }
+    iterator end() const { return iterator(m_end); }
+    bool empty() const { return m_first == m_end; }
+    size_t size() const { return static_cast<size_t>(std::distance(begin(), end())); }
+    /// The word at `i` (counted from the start; `i` must be below `size()`).
+    std::string_view operator[](size_t i) const { return *std::next(begin(), static_cast<std::ptrdiff_t>(i)); }
+    /// Where the list ends: the byte 0 of its empty word.
+    const char* terminator() const { return m_end; }
+
+private:
+    const char* m_first = nullptr;
+    const char* m_end = nullptr;
 };
 
 /// An ".include FILE" (also ".inc", ".incl") or ".lib FILE SECTION" line.
@@ -73,11 +126,61 @@ struct ModelLibIndex {
     SpiceLanguage language = SpiceLanguageNative; ///< the dialect read with (a leading "*#HSPICE" comment changes it)
     long long size = 0;              ///< bytes indexed (the text before a byte 0xFF, which ends it as it ends `SpiceStream`)
     int lines = 0;                   ///< physical lines
+    bool elementWords = true;        ///< whether the subcircuits' instances and uses were gathered (`ModelLibElements`)
     std::vector<ModelLibDefinition> definitions; ///< in file order, nested ones included (see `parent`)
     std::vector<ModelLibSection> sections;
     std::vector<ModelLibReference> references;
     std::vector<YString> params;     ///< names set by ".param" lines outside sections and subcircuits
     std::vector<ModelLibDiagnostic> diagnostics;
+    /// The definitions' words, one run per definition at its `words` offset: its name, its model type and
+    /// its AKO base (each possibly empty), each ended by a byte 0; a subcircuit's run goes on with three
+    /// lists (`ModelLibWordList`): its ports, its instances and its uses.
+    std::string words;
+
+    /// The definition's name as written (names compare ignoring case).
+    std::string_view name(const ModelLibDefinition& d) const { return std::string_view(words.c_str() + d.words); }
+    /// A model's type ("nmos", "D"); empty for a subcircuit and for an AKO model without one.
+    std::string_view type(const ModelLibDefinition& d) const { return std::string_view(field(d, 1)); }
+    /// The base of an "AKO:" model, else empty.
+    std::string_view akoBase(const ModelLibDefinition& d) const { return std::string_view(field(d, 2)); }
+    /// A subcircuit's ports (the names before "params:" or the first NAME=VALUE); empty for a model.
+    ModelLibWordList ports(const ModelLibDefinition& d) const { return list(d, 0); }
+    /// A subcircuit's instances: the subcircuit names of its "X" lines, in order, repeats removed.
+    ModelLibWordList instances(const ModelLibDefinition& d) const { return list(d, 1); }
+    /// A subcircuit's uses: the other words of its element lines (candidate model names), repeats removed.
+    ModelLibWordList uses(const ModelLibDefinition& d) const { return list(d, 2); }
+    /// Exactly what `LibraryStream` takes: the file, the name, the kind, the range and the lines before it.
+    SymbolLoc location(const ModelLibDefinition& d) const
+    {
+        SymbolLoc loc;
+        loc.fileName = fileName;
+        const std::string_view n = name(d);
+        loc.symbolName = YString(n.data(), static_cast<int>(n.size()));
+        loc.kind = d.kind;
+        loc.start = d.start;
+        loc.end = d.end;
+        loc.lineOffset = d.line - 1;
+        return loc;
+    }
+
+private:
+    // The `n`th word of the definition's run.
+    const char* field(const ModelLibDefinition& d, int n) const
+    {
+        const char* p = words.c_str() + d.words;
+        for (int i = 0; i < n; ++i)
+            p += std::char_traits<char>::length(p) + 1;
+        return p;
+    }
+    ModelLibWordList list(const ModelLibDefinition& d, int n) const
+    {
+        if (d.kind != ModelLibDefinition::Subckt)
+            return ModelLibWordList();
+        ModelLibWordList l(field(d, 3));
+        for (int i = 0; i < n; ++i)
+            l = ModelLibWordList(l.terminator() + 1);
+        return l;
+    }
 };
 
 enum class ModelLibStatus {
@@ -89,17 +192,26 @@ enum class ModelLibStatus {
     WriteFailed = 5     ///< the output file could not be written
 };
 
+/// What the index gathers from the element lines of subcircuits.
+enum class ModelLibElements {
+    Words = 0, ///< each subcircuit's instances and uses: what checks and extraction follow
+    Skip = 1   ///< nothing: the lines are only passed over and `instances` and `uses` are empty, for a
+               ///< listing of the definitions that needs no more (less work on a library of many subcircuits)
+};
+
 /// Indexes a library held in memory, named `fileName` in the locations. The text is read as `SpiceStream`
 /// reads it in `language`: bytes 0 to 8, 11, 12 and 14 to 31 are dropped, a byte 0xFF ends the text, CR LF
 /// and a lone CR end lines, "*" and the dialect's comment character (";", or "$" for HSPICE) start comment
 /// lines and the latter also comments to the line end, and a "+" line continues the statement before it
 /// across comment and blank lines. Never fails; a text beyond 2147483647 bytes is cut there.
 SUPPORTQT_API void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName,
-                                            SpiceLanguage language, ModelLibIndex* index);
+                                            SpiceLanguage language, ModelLibIndex* index,
+                                            ModelLibElements elements = ModelLibElements::Words);
 
 /// Indexes a library file (8-bit, or UTF-16 through the same UTF-8 copy the readers make). Unreadable and
 /// TooLarge leave `*index` with its file name only; a too large file is not read.
-SUPPORTQT_API ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index);
+SUPPORTQT_API ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index,
+                                                  ModelLibElements elements = ModelLibElements::Words);
 
 /// A definition that a resolution reached.
 struct ModelLibReached {
@@ -159,9 +271,10 @@ SUPPORTQT_API ModelLibStatus sp_ResolveModelSection(const YString& path, const Y
 SUPPORTQT_API ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
                                                   std::vector<ModelLibProblem>* problems);
 
-/// The logical lines of one definition read through `LibraryStream` under the name `rename` (empty keeps
-/// its own): "*" comment lines inside it included, empty lines left out.
-SUPPORTQT_API std::vector<YString> sp_ReadModelDefinition(const ModelLibDefinition& definition, const YString& rename);
+/// The logical lines of one definition of `index` read through `LibraryStream` under the name `rename`
+/// (empty keeps its own): "*" comment lines inside it included, empty lines left out.
+SUPPORTQT_API std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& index, const ModelLibDefinition& definition,
+                                                          const YString& rename);
 
 /// What two libraries differ in (each file on its own, references not followed).
 struct ModelLibDiff {

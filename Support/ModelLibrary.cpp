@@ -2,6 +2,7 @@
 // line rules, section resolution across files, checks, comparison and extraction.
 #include "ModelLibrary.h"
 #include "FileReplace.h"
+#include "ModelLibraryKernels_p.h"
 #include "NetlistFilter_p.h"
 #include "TextFile_p.h"
 
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -26,7 +28,15 @@
 
 namespace {
 
+using modellib::equalBytes64;
+using modellib::highestBit64;
+using modellib::lowestBit64;
+using modellib::specialMask;
+using modellib::WordMasks;
+using modellib::wordMasks;
+
 constexpr long long kMaxPosition = INT_MAX;
+
 
 std::string lower(std::string_view s)
 {
@@ -103,251 +113,554 @@ void words(std::string_view line, std::vector<Word>* out, size_t limit = SIZE_MA
         out->push_back(word);
 }
 
-// The instances and uses of the subcircuit being read, each listed once ignoring case: an
-// open-addressing table over the two lists, so that an element line costs a hash and a probe per word.
-// Emptied for each subcircuit and kept for the next one; the lists go to the definition, sized
-// exactly, when it closes.
-class SeenWords {
+// The bytes A to Z of eight packed bytes (little-endian) lowered, the others unchanged.
+constexpr uint64_t lowerAscii(uint64_t v)
+{
+    constexpr uint64_t ones = 0x0101010101010101ull;
+    const uint64_t low7 = v & (0x7F * ones);
+    const uint64_t atLeastA = low7 + (0x80 - 'A') * ones;     // high bit: byte >= 'A'
+    const uint64_t beyondZ = low7 + (0x80 - 'Z' - 1) * ones;  // high bit: byte > 'Z'
+    const uint64_t upper = atLeastA & ~beyondZ & ~v & (0x80 * ones);
+    return v | (upper >> 2);
+}
+
+// Up to eight bytes of `text` packed little-endian, as a load of them from memory gives them.
+constexpr uint64_t packed(const char* text)
+{
+    uint64_t v = 0;
+    for (int i = 0; i < 8 && text[i]; ++i)
+        v |= static_cast<uint64_t>(static_cast<unsigned char>(text[i])) << (8 * i);
+    return v;
+}
+
+// The four bytes at `p` packed little-endian.
+inline uint64_t packed4(const char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+// The low `n` bytes of a packed word, for `n` from 0 to 8.
+constexpr uint64_t kKeepBytes[9] = {0, 0xFF, 0xFFFF, 0xFFFFFF, 0xFFFFFFFF, 0xFFFFFFFFFFull, 0xFFFFFFFFFFFFull,
+                                    0xFFFFFFFFFFFFFFull, ~0ull};
+
+// Calls `visit(word, assigned)` for each word of `line` in order, split as `nextWord` splits them (with
+// whether an "=" follows after blanks) and cut at the first `stop` byte, until it returns false. The line is
+// classified 64 bytes at a time into bit masks and its words are read off the masks; the 64 bytes
+// after the line must be readable.
+template <class Visit>
+MODELLIB_INLINE void forEachWord(std::string_view line, char stop, Visit&& visit)
+{
+    const char* const p = line.data();
+    size_t n = line.size();
+    if (n <= 64) {
+        // One block: the words are read off its masks directly.
+        const WordMasks m = wordMasks(p, static_cast<int>(n + 15) / 16, stop);
+        uint64_t valid = n >= 64 ? ~0ull : (1ull << n) - 1;
+        if (m.stops & valid)
+            valid = (1ull << lowestBit64(m.stops & valid)) - 1;
+        const uint64_t delimiters = m.delimiters | ~valid;
+        const uint64_t nonBlanks = ~(m.blanks & valid);
+        const uint64_t equals = m.equals & valid;
+        uint64_t starts = ~delimiters & ((delimiters << 1) | 1);
+        while (starts) {
+            const int b = lowestBit64(starts);
+            starts &= starts - 1;
+            const uint64_t after = delimiters >> b;
+            const int e = after ? b + lowestBit64(after) : 64;
+            bool assigned = false;
+            if (e < 64) {
+                const uint64_t next = nonBlanks >> e;
+                assigned = next && ((equals >> (e + lowestBit64(next))) & 1);
+            }
+            if (!visit(std::string_view(p + b, static_cast<size_t>(e - b)), assigned))
+                return;
+        }
+        return;
+    }
+    bool previousDelimiter = true; // before the line
+    size_t open = SIZE_MAX;        // start of a word whose end lies further on
+    size_t waitStart = 0, waitEnd = 0;
+    bool waiting = false;          // a word has ended; whether "=" follows lies further on
+    for (size_t base = 0; base < n; base += 64) {
+        const size_t left = n - base;
+        const WordMasks m = wordMasks(p + base, left >= 64 ? 4 : static_cast<int>(left + 15) / 16, stop);
+        uint64_t valid = left >= 64 ? ~0ull : (1ull << left) - 1;
+        if (m.stops & valid) {
+            n = base + static_cast<size_t>(lowestBit64(m.stops & valid));
+            valid = (1ull << (n - base)) - 1;
+        }
+        // Past the line's end counts as a separator that is no blank and no "=".
+        const uint64_t delimiters = m.delimiters | ~valid;
+        const uint64_t nonBlanks = ~(m.blanks & valid);
+        const uint64_t equals = m.equals & valid;
+        if (waiting) {
+            if (nonBlanks) {
+                waiting = false;
+                if (!visit(std::string_view(p + waitStart, waitEnd - waitStart), ((equals >> lowestBit64(nonBlanks)) & 1) != 0))
+                    return;
+            } else {
+                continue; // a block of blanks: no word starts or ends in it
+            }
+        }
+        const uint64_t afterDelimiter = (delimiters << 1) | (previousDelimiter ? 1 : 0);
+        uint64_t starts = ~delimiters & afterDelimiter;
+        uint64_t ends = delimiters & ~afterDelimiter;
+        previousDelimiter = (delimiters >> 63) != 0;
+        for (;;) {
+            if (open == SIZE_MAX) {
+                if (!starts)
+                    break;
+                open = base + static_cast<size_t>(lowestBit64(starts));
+                starts &= starts - 1;
+            }
+            if (!ends)
+                break; // the word goes on into the next block
+            const int e = lowestBit64(ends);
+            ends &= ends - 1;
+            const size_t end = base + static_cast<size_t>(e);
+            const uint64_t after = nonBlanks >> e;
+            if (!after) {
+                waitStart = open;
+                waitEnd = end;
+                waiting = true;
+                open = SIZE_MAX;
+                break; // blanks to the block's end: nothing else starts in it
+            }
+            const bool assigned = ((equals >> (e + lowestBit64(after))) & 1) != 0;
+            if (!visit(std::string_view(p + open, end - open), assigned))
+                return;
+            open = SIZE_MAX;
+        }
+    }
+    // A line whose length is a multiple of 64 may end inside a word or its trailing blanks.
+    if (waiting)
+        visit(std::string_view(p + waitStart, waitEnd - waitStart), false);
+    else if (open != SIZE_MAX)
+        visit(std::string_view(p + open, n - open), false);
+}
+
+// The instances and uses of the subcircuit open at one nesting level, each listed once ignoring case, and
+// the start of its run of words (its name and ports). Kept from one subcircuit to the next, so that a
+// level costs no allocation once warm.
+class SubcktLevel {
 public:
     enum Kind { Instance = 0, Use = 1 };
 
-    void clear()
+    int definition = -1;
+    std::string head; ///< name, empty type, empty AKO base and the ports list, each ended by a byte 0
+    /// The last element line of at most 64 bytes that named no instance, from its second word on: its
+    /// uses are listed, and the next such line need not look again at the words they share.
+    char previous[64];
+    size_t previousLength = SIZE_MAX; ///< SIZE_MAX: none yet
+
+    void open(int at)
     {
-        if (m_slots.size() == kInitialSlots)
-            std::fill(m_slots.begin(), m_slots.end(), Slot());
-        else
-            m_slots.assign(kInitialSlots, Slot());
-        m_count = 0;
-        m_lists[Instance].clear();
-        m_lists[Use].clear();
+        definition = at;
+        head.clear();
+        previousLength = SIZE_MAX;
+        m_sets[Instance].clear();
+        m_sets[Use].clear();
     }
 
-    // Lists `word` unless it is listed already, ignoring case. The 16 bytes from the word's start may
-    // be read when they end before `readable`.
-    void add(std::string_view word, Kind kind, const char* readable)
-    {
-        std::vector<YString>& list = m_lists[kind];
-        // A word of up to 16 bytes is its own key, lowered and packed: two compares find it. The words
-        // hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key is ambiguous.
-        unsigned long long key[2] = {kLongWord, kLongWord};
-        unsigned h;
-        const size_t n = word.size();
-        if (n <= 16) {
-            if (readable - word.data() >= 16) {
-                std::memcpy(key, word.data(), 16);
-                if (n < 8) {
-                    key[0] &= (1ull << (8 * n)) - 1;
-                    key[1] = 0;
-                } else if (n < 16) {
-                    key[1] &= n == 8 ? 0 : (1ull << (8 * (n - 8))) - 1;
-                }
-                key[0] = lowerAscii(key[0]);
-                key[1] = lowerAscii(key[1]);
+    // Lists `word` unless it is listed already, ignoring case. The 16 bytes from the word's start must be
+    // readable.
+    MODELLIB_INLINE void add(std::string_view word, Kind kind) { m_sets[kind].add(word); }
+
+    const std::string& list(Kind kind) const { return m_sets[kind].words; }
+
+private:
+    // Words listed once ignoring case: an open-addressing table over the list. A word of up to 16 bytes
+    // is its own key, packed as written; its hash ignores case, so that the key of the first spelling
+    // finds the others, which then compare lowered. A slot is free when its generation is not the
+    // current one, so that emptying the set for the next subcircuit touches no slot.
+    class WordSet {
+    public:
+        std::string words; ///< the words in order, each ended by a byte 0
+
+        void clear()
+        {
+            words.clear();
+            if (m_slots.empty())
+                m_slots.resize(kInitialSlots);
+            if (++m_generation == 0) {
+                std::fill(m_slots.begin(), m_slots.end(), Slot());
+                m_generation = 1;
+            }
+            m_count = 0;
+        }
+
+        // The 16 bytes from the word's start must be readable.
+        MODELLIB_INLINE void add(std::string_view word)
+        {
+            // The words hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key
+            // is ambiguous. A word of up to 8 bytes, most of them, is found with one probe in the
+            // usual case; the rest take the long way.
+            const size_t n = word.size();
+            if (n > 16) {
+                addLong(word);
+                return;
+            }
+            uint64_t key[2];
+            std::memcpy(key, word.data(), 16);
+            unsigned h;
+            if (n <= 8) {
+                const uint64_t keep = kKeepBytes[n];
+                key[0] &= keep;
+                key[1] = 0;
+                h = hashOf(key[0] | (0x2020202020202020ull & keep));
             } else {
-                key[0] = key[1] = 0;
-                for (size_t i = 0; i < n; ++i)
-                    key[i / 8] |= static_cast<unsigned long long>(lowerByte(static_cast<unsigned char>(word[i]))) << (8 * (i % 8));
+                const uint64_t keep = kKeepBytes[n - 8];
+                key[1] &= keep;
+                h = hashOf((key[0] | 0x2020202020202020ull) ^ ((key[1] | (0x2020202020202020ull & keep)) * 0xC2B2AE3D27D4EB4Full));
             }
-            const unsigned long long mixed = (key[0] * 0x9E3779B97F4A7C15ull) ^ ((key[1] ^ kind) * 0xC2B2AE3D27D4EB4Full);
-            h = static_cast<unsigned>((mixed ^ (mixed >> 29)) >> 16);
-        } else {
-            h = hash(word) ^ static_cast<unsigned>(kind);
-        }
-        const size_t mask = m_slots.size() - 1;
-        for (size_t i = h & mask;; i = (i + 1) & mask) {
-            Slot& s = m_slots[i];
-            if (s.entry < 0) {
-                s.key[0] = key[0];
-                s.key[1] = key[1];
-                s.hash = h;
-                s.entry = static_cast<int>(list.size()) * 2 + kind;
-                list.push_back(ys(word));
-                if (++m_count * 2 > m_slots.size())
-                    grow();
+            const Slot& s = m_slots[h & (m_slots.size() - 1)];
+            if (s.generation == m_generation && s.key[0] == key[0] && s.key[1] == key[1])
                 return;
+            insert(word, key[0], key[1], h);
+        }
+
+    private:
+        static unsigned hashOf(uint64_t folded) { return static_cast<unsigned>((folded * 0x9E3779B97F4A7C15ull) >> 32); }
+
+        MODELLIB_NOINLINE void addLong(std::string_view word)
+        {
+            uint64_t folded = 14695981039346656037ull;
+            for (char c : word)
+                folded = (folded ^ lowerByte(static_cast<unsigned char>(c))) * 1099511628211ull;
+            insert(word, kLongWord, kLongWord, hashOf(folded));
+        }
+
+        // Lists the word unless a slot holds it already, ignoring case.
+        MODELLIB_NOINLINE void insert(std::string_view word, uint64_t key0, uint64_t key1, unsigned h)
+        {
+            const size_t mask = m_slots.size() - 1;
+            for (size_t i = h & mask;; i = (i + 1) & mask) {
+                Slot& s = m_slots[i];
+                if (s.generation != m_generation) {
+                    s.key[0] = key0;
+                    s.key[1] = key1;
+                    s.hash = h;
+                    s.generation = m_generation;
+                    s.offset = static_cast<unsigned>(words.size());
+                    words.append(word.data(), word.size() + 1);
+                    words.back() = '\0';
+                    if (++m_count * 2 > m_slots.size())
+                        grow();
+                    return;
+                }
+                if (s.hash != h)
+                    continue;
+                if (s.key[0] == key0 && s.key[1] == key1 && key0 != kLongWord)
+                    return; // the same spelling
+                if (equalsNoCase(word, std::string_view(words.c_str() + s.offset)))
+                    return;
             }
-            if (s.hash != h || s.key[0] != key[0] || s.key[1] != key[1] || (s.entry & 1) != kind)
-                continue;
-            if (key[0] != kLongWord || equalsNoCase(word, list[static_cast<size_t>(s.entry >> 1)].str()))
-                return;
         }
+
+        struct Slot {
+            uint64_t key[2] = {0, 0}; ///< a short word packed as written, else kLongWord twice
+            unsigned hash = 0;
+            unsigned generation = 0;
+            unsigned offset = 0; ///< of the word in `words`
+        };
+        static constexpr size_t kInitialSlots = 128;
+        static constexpr uint64_t kLongWord = ~0ull;
+
+        void grow()
+        {
+            std::vector<Slot> old(m_slots.size() * 2);
+            old.swap(m_slots);
+            const size_t mask = m_slots.size() - 1;
+            for (const Slot& s : old) {
+                if (s.generation != m_generation)
+                    continue;
+                size_t i = s.hash & mask;
+                while (m_slots[i].generation == m_generation)
+                    i = (i + 1) & mask;
+                m_slots[i] = s;
+            }
+        }
+
+        std::vector<Slot> m_slots;
+        size_t m_count = 0;
+        unsigned m_generation = 0;
+    };
+
+    WordSet m_sets[2];
+};
+
+// The text being indexed, a window at a time: read from a file or copied from memory into a buffer with
+// 64 bytes to spare after it, so that the scanning kernels read whole blocks without looking outside.
+// The window starts small and doubles up to 256 KiB as the text proves long; it grows further only to
+// hold one statement that is longer still.
+class Window {
+public:
+    static constexpr size_t kSpare = 64;
+
+    Window(const char* text, size_t size) : m_text(text), m_left(size) {}
+    Window(FILE* file, size_t limit) : m_file(file), m_left(limit) {}
+
+    char* begin() const { return m_buffer.get(); }
+    char* end() const { return m_buffer.get() + m_size; }
+    size_t base() const { return m_base; } ///< position of `begin()` in the text
+    bool exhausted() const { return m_left == 0; }
+    bool failed() const { return m_failed; }
+
+    // The text ends at `at`, as it ends at a byte 0xFF.
+    void cut(const char* at)
+    {
+        m_size = static_cast<size_t>(at - begin());
+        m_left = 0;
     }
 
-    void moveTo(ModelLibDefinition* d) const
+    // Drops the bytes before position `keep` and reads more after the rest. Pointers into the window
+    // must be taken again from their positions afterwards.
+    void refill(size_t keep)
     {
-        d->instances.assign(m_lists[Instance].begin(), m_lists[Instance].end());
-        d->uses.assign(m_lists[Use].begin(), m_lists[Use].end());
+        const size_t drop = keep - m_base;
+        const size_t kept = m_size - drop;
+        size_t capacity = m_capacity;
+        if (capacity == 0)
+            capacity = kFirst;
+        else if (capacity < kMost || kept > capacity / 2)
+            capacity *= 2;
+        if (capacity != m_capacity) {
+            std::unique_ptr<char[]> bigger(new char[capacity + kSpare]());
+            if (kept)
+                std::memcpy(bigger.get(), m_buffer.get() + drop, kept);
+            m_buffer = std::move(bigger);
+            m_capacity = capacity;
+        } else if (drop && kept) {
+            std::memmove(m_buffer.get(), m_buffer.get() + drop, kept);
+        }
+        m_base += drop;
+        m_size = kept;
+        const size_t want = std::min(m_capacity - m_size, m_left);
+        size_t got = 0;
+        if (m_file) {
+            got = want ? std::fread(m_buffer.get() + m_size, 1, want, m_file) : 0;
+            if (got < want) {
+                m_failed = std::ferror(m_file) != 0;
+                m_left = 0; // a file cut short meanwhile is read as far as it goes
+            }
+        } else {
+            if (want)
+                std::memcpy(m_buffer.get() + m_size, m_text, want);
+            m_text += want;
+            got = want;
+        }
+        m_left -= std::min(m_left, got);
+        m_size += got;
     }
 
 private:
-    struct Slot {
-        unsigned long long key[2] = {0, 0}; ///< a short word packed, else kLongWord twice
-        unsigned hash = 0;
-        int entry = -1; ///< index in the list times two, plus the kind; -1 when free
-    };
-    static constexpr size_t kInitialSlots = 32;
-    static constexpr unsigned long long kLongWord = ~0ull;
+    static constexpr size_t kFirst = 4096;
+    static constexpr size_t kMost = 256 * 1024;
 
-    // The bytes A to Z of eight packed bytes (little-endian) lowered, the others unchanged.
-    static unsigned long long lowerAscii(unsigned long long v)
-    {
-        constexpr unsigned long long ones = 0x0101010101010101ull;
-        const unsigned long long low7 = v & (0x7F * ones);
-        const unsigned long long atLeastA = low7 + (0x80 - 'A') * ones; // high bit: byte >= 'A'
-        const unsigned long long beyondZ = low7 + (0x80 - 'Z' - 1) * ones; // high bit: byte > 'Z'
-        const unsigned long long upper = atLeastA & ~beyondZ & ~v & (0x80 * ones);
-        return v | (upper >> 2);
-    }
+    const char* m_text = nullptr;
+    FILE* m_file = nullptr;
+    size_t m_left;
+    std::unique_ptr<char[]> m_buffer;
+    size_t m_capacity = 0;
+    size_t m_size = 0;
+    size_t m_base = 0;
+    bool m_failed = false;
+};
 
-    static unsigned hash(std::string_view word)
-    {
-        unsigned h = 2166136261u;
-        for (char c : word)
-            h = (h ^ lowerByte(static_cast<unsigned char>(c))) * 16777619u;
-        h ^= h >> 15;
-        h *= 0x2c1b3c6du;
-        h ^= h >> 12;
-        return h;
-    }
+// The next byte of a line that needs a look of its own (`specialMask`), one mask of 64 bytes kept.
+class SpecialFinder {
+public:
+    void reset() { m_block = 0; }
 
-    void grow()
+    MODELLIB_INLINE const char* next(const char* p, const char* end)
     {
-        std::vector<Slot> old(m_slots.size() * 2);
-        old.swap(m_slots);
-        const size_t mask = m_slots.size() - 1;
-        for (const Slot& s : old) {
-            if (s.entry < 0)
-                continue;
-            size_t i = s.hash & mask;
-            while (m_slots[i].entry >= 0)
-                i = (i + 1) & mask;
-            m_slots[i] = s;
+        for (;;) {
+            // One compare tells whether `p` lies in the block kept: before it the difference wraps.
+            const uintptr_t offset = reinterpret_cast<uintptr_t>(p) - m_block;
+            if (offset < 64) {
+                const uint64_t m = m_mask >> offset;
+                if (m)
+                    return p + lowestBit64(m);
+                p += 64 - offset;
+            }
+            if (p >= end)
+                return end;
+            m_block = reinterpret_cast<uintptr_t>(p);
+            m_mask = specialMask(p);
+            if (end - p < 64)
+                m_mask |= ~0ull << (end - p);
         }
     }
 
-    std::vector<Slot> m_slots;
-    size_t m_count = 0;
-    std::vector<YString> m_lists[2];
+private:
+    uintptr_t m_block = 0; ///< where the kept mask's 64 bytes start; 0: none
+    uint64_t m_mask = 0;
 };
 
-// The position of the next byte that needs a look of its own in a line: a line end, a byte that the
-// readers' filter drops, or the end mark 0xFF.
-const char* nextSpecial(const char* p, const char* end)
-{
-#if defined(__SSE2__) || defined(_M_X64)
-    const __m128i minusTwo = _mm_set1_epi8(-2);
-    const __m128i space = _mm_set1_epi8(32);
-    const __m128i tab = _mm_set1_epi8(9);
-    while (end - p >= 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        // Signed -1 to 31 are the bytes 0xFF and 0 to 31; the tab is kept.
-        const __m128i low = _mm_and_si128(_mm_cmpgt_epi8(v, minusTwo), _mm_cmplt_epi8(v, space));
-        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(_mm_cmpeq_epi8(v, tab), low)));
-        if (mask)
-            return p + netlist::lowestBit(mask);
-        p += 16;
-    }
-#endif
-    while (p < end) {
-        const unsigned char c = static_cast<unsigned char>(*p);
-        if ((c < 32 && c != 9) || c == 0xFF)
-            return p;
-        ++p;
-    }
-    return end;
-}
-
 // One pass over the text, a physical line at a time; a statement is processed once the next line that
-// is neither blank, a comment nor a "+" continuation shows that it has ended.
+// is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
+// start with "." and the element lines of subcircuits are kept until then; other lines are passed
+// after a look at their first byte.
 class Scanner {
 public:
-    Scanner(const char* text, size_t size, ModelLibIndex* index) : m_text(text), m_size(size), m_index(index)
+    Scanner(Window& window, size_t expected, ModelLibIndex* index) : m_window(window), m_expected(expected), m_index(index)
     {
         m_icc = index->language == SpiceLanguageHspice ? '$' : ';';
+        m_elementWords = index->elementWords;
     }
 
     void run()
     {
-        const char* const begin = m_text;
-        const char* end = m_text + m_size;
-        const char* p = begin;
+        Window& w = m_window;
+        w.refill(0);
+        char* p = w.begin();
         int line = 0;
-        while (p < end) {
+        for (;;) {
+            if (p == w.end()) {
+                if (w.exhausted())
+                    break;
+                char* q = p;
+                refill(&p, &q);
+                continue;
+            }
             ++line;
-            const char* lineStart = p;
-            const char* q = nextSpecial(p, end);
+            char* q = const_cast<char*>(m_finder.next(p, w.end()));
             bool dirty = false;
-            const char* contentEnd;
-            const char* next;
+            char* contentEnd;
+            char* next;
             for (;;) {
-                if (q >= end) {
-                    contentEnd = next = end;
+                if (q == w.end()) {
+                    if (!w.exhausted()) {
+                        refill(&p, &q);
+                        q = const_cast<char*>(m_finder.next(q, w.end()));
+                        continue;
+                    }
+                    contentEnd = next = q;
                     break;
                 }
-                if (*q == '\n') {
+                const unsigned char c = static_cast<unsigned char>(*q);
+                if (c == '\n') {
                     contentEnd = q;
                     next = q + 1;
                     break;
                 }
-                if (*q == '\r') {
+                if (c == '\r') {
+                    if (q + 1 == w.end() && !w.exhausted()) {
+                        refill(&p, &q);
+                        continue;
+                    }
                     contentEnd = q;
-                    next = q + 1 < end && q[1] == '\n' ? q + 2 : q + 1;
+                    next = q + 1 < w.end() && q[1] == '\n' ? q + 2 : q + 1;
                     break;
                 }
-                if (static_cast<unsigned char>(*q) == 0xFF) {
+                if (c == 0xFF) {
                     // The end mark: the text ends here, as SpiceStream's input does.
-                    end = q;
-                    m_size = static_cast<size_t>(q - begin);
-                    m_index->size = static_cast<long long>(m_size);
-                    contentEnd = next = end;
+                    w.cut(q);
+                    contentEnd = next = q;
                     break;
                 }
                 dirty = true;
-                q = nextSpecial(q + 1, end);
+                q = const_cast<char*>(m_finder.next(q + 1, w.end()));
             }
-            if (lineStart == end) {
+            if (next == p) {
                 --line; // the text ended where this line would have begun
                 break;
             }
+            onLine(p, contentEnd, next, dirty, line);
             p = next;
-            // The first byte that the readers see on the line.
-            const char* s = lineStart;
-            while (s < contentEnd && (*s == ' ' || *s == '\t' || !netlist::keeps(static_cast<unsigned char>(*s))))
-                ++s;
-            if (s == contentEnd)
-                continue; // blank
-            const char c = *s;
-            if (c == '*' || c == m_icc) {
-                if (!m_sawStatement && c == '*')
-                    directive(s, contentEnd);
-                continue;
-            }
-            const size_t nextPos = static_cast<size_t>(next - begin);
-            if (c == '+' && m_sawStatement) {
-                m_segments.push_back({static_cast<size_t>(s + 1 - begin), static_cast<size_t>(contentEnd - begin), dirty});
-                m_stmtEnd = nextPos;
-                m_stmtLastLine = line;
-                continue;
-            }
-            if (m_sawStatement)
-                finishStatement();
-            m_sawStatement = true;
-            m_segments.clear();
-            m_segments.push_back({static_cast<size_t>(s - begin), static_cast<size_t>(contentEnd - begin), dirty});
-            m_stmtLine = m_stmtLastLine = line;
-            m_stmtEnd = nextPos;
         }
-        if (m_sawStatement)
+        m_size = w.base() + static_cast<size_t>(w.end() - w.begin());
+        m_index->size = static_cast<long long>(m_size);
+        if (m_pending != None)
             finishStatement();
         m_index->lines = line;
         finishFile(line);
     }
 
 private:
+    enum Pending { None, Keyword, Element };
+
+    // A physical line of the statement: its text after the "+" (or from the statement's first byte) up
+    // to the line end, and whether it holds bytes the filter drops. Pointers into the window, moved with
+    // it.
     struct Segment {
-        size_t begin, end;
+        const char* begin;
+        const char* end;
         bool dirty;
     };
+
+    size_t at(const char* p) const { return m_window.base() + static_cast<size_t>(p - m_window.begin()); }
+    const char* ptr(size_t position) const { return m_window.begin() + (position - m_window.base()); }
+
+    // More text, keeping the statement being read and the line `*p`; `*p` and `*q` follow the move.
+    void refill(char** p, char** q)
+    {
+        const size_t pAt = at(*p);
+        const size_t qAt = at(*q);
+        const bool pending = m_pending != None;
+        m_positions.clear();
+        if (pending) {
+            for (const Segment& seg : m_segments) {
+                m_positions.push_back(at(seg.begin));
+                m_positions.push_back(at(seg.end));
+            }
+            m_positions.push_back(at(m_stmtEnd));
+        }
+        m_window.refill(pending ? m_positions.front() : pAt);
+        if (pending) {
+            for (size_t i = 0; i < m_segments.size(); ++i) {
+                m_segments[i].begin = ptr(m_positions[2 * i]);
+                m_segments[i].end = ptr(m_positions[2 * i + 1]);
+            }
+            m_stmtEnd = ptr(m_positions.back());
+        }
+        *p = const_cast<char*>(ptr(pAt));
+        *q = const_cast<char*>(ptr(qAt));
+        m_finder.reset();
+    }
+
+    void onLine(const char* p, const char* contentEnd, const char* next, bool dirty, int line)
+    {
+        // The first byte that the readers see on the line.
+        const char* s = p;
+        if (dirty) {
+            while (s < contentEnd && (*s == ' ' || *s == '\t' || !netlist::keeps(static_cast<unsigned char>(*s))))
+                ++s;
+        } else {
+            while (s < contentEnd && (*s == ' ' || *s == '\t'))
+                ++s;
+        }
+        if (s == contentEnd)
+            return; // blank
+        const char c = *s;
+        if (c == '*' || c == m_icc) {
+            if (!m_sawStatement && c == '*')
+                directive(s, contentEnd);
+            return;
+        }
+        if (c == '+' && m_sawStatement) {
+            if (m_pending != None) {
+                m_segments.add({s + 1, contentEnd, dirty});
+                m_stmtEnd = next;
+                m_stmtLastLine = line;
+            }
+            return;
+        }
+        if (m_pending != None)
+            finishStatement();
+        m_sawStatement = true;
+        // A statement starts with a byte the readers keep that is no blank and no comment character; an
+        // element's first word is empty only when that byte is one of "=(),".
+        m_pending = c == '.' ? Keyword : m_elementWords && !m_subckts.empty() && !isDelimiter(c) ? Element : None;
+        if (m_pending == None)
+            return;
+        m_segments.clear();
+        m_segments.add({s, contentEnd, dirty});
+        m_stmtLine = m_stmtLastLine = line;
+        m_stmtEnd = next;
+    }
 
     // A "*#" comment before the first statement may set the dialect, as SpiceStream's directives do.
     void directive(const char* s, const char* end)
@@ -371,18 +684,23 @@ private:
 
     // The statement's logical line as SpiceStream joins it: each physical line up to its comment
     // character, dropped bytes left out, a blank for each "+". `maxSegments` limits the lines joined.
-    // A single line without dropped bytes is the text itself, not a copy.
-    std::string_view logical(size_t maxSegments = SIZE_MAX)
+    // A single line without dropped bytes is the text itself, not a copy, and is not cut at its comment
+    // character (the word scanner cuts it); `cutComment` cuts it here. The 64 bytes after the line are
+    // readable either way.
+    MODELLIB_INLINE std::string_view logical(size_t maxSegments = SIZE_MAX, bool cutComment = false)
     {
         const Segment& first = m_segments.front();
         if ((m_segments.size() == 1 || maxSegments == 1) && !first.dirty) {
-            const char* b = m_text + first.begin;
-            const size_t n = first.end - first.begin;
-            const char* cut = static_cast<const char*>(std::memchr(b, m_icc, n));
-            m_joined = false;
+            const char* b = first.begin;
+            const size_t n = static_cast<size_t>(first.end - first.begin);
+            const char* cut = cutComment ? static_cast<const char*>(std::memchr(b, m_icc, n)) : nullptr;
             return std::string_view(b, cut ? static_cast<size_t>(cut - b) : n);
         }
-        m_joined = true;
+        return joined(maxSegments);
+    }
+
+    MODELLIB_NOINLINE std::string_view joined(size_t maxSegments)
+    {
         m_line.clear();
         size_t n = 0;
         for (const Segment& seg : m_segments) {
@@ -390,8 +708,8 @@ private:
                 break;
             if (n > 1)
                 m_line.push_back(' ');
-            const char* b = m_text + seg.begin;
-            const char* e = m_text + seg.end;
+            const char* b = seg.begin;
+            const char* e = seg.end;
             const char* cut = static_cast<const char*>(std::memchr(b, m_icc, static_cast<size_t>(e - b)));
             if (cut)
                 e = cut;
@@ -403,14 +721,18 @@ private:
                         m_line.push_back(*x);
             }
         }
-        return m_line;
+        const size_t length = m_line.size();
+        m_line.append(Window::kSpare, '\0');
+        return std::string_view(m_line.data(), length);
     }
 
+    // The first word of the statement's first line as written: up to a separator, the comment character
+    // or a byte below 32.
     std::string_view firstWord() const
     {
         const Segment& seg = m_segments.front();
-        const char* b = m_text + seg.begin;
-        const char* e = m_text + seg.end;
+        const char* b = seg.begin;
+        const char* e = seg.end;
         const char* x = b;
         while (x < e && !isDelimiter(*x) && *x != m_icc && static_cast<unsigned char>(*x) >= 32)
             ++x;
@@ -464,132 +786,208 @@ private:
 
     void finishStatement()
     {
-        // The statement starts with a byte the readers keep that is no blank and no comment character:
-        // its first word is empty only when that byte is one of "=(),".
-        const char first = m_text[m_segments.front().begin];
-        if (first != '.') {
-            if (!m_subckts.empty() && !isDelimiter(first))
-                element(first);
+        const Pending pending = m_pending;
+        m_pending = None;
+        if (pending == Element) {
+            element(*m_segments.front().begin);
             return;
         }
-        // The keyword lowered, when it is short enough to be one.
-        const std::string_view keyword = firstWord();
-        char k[8];
-        if (keyword.size() > sizeof k)
-            return;
-        for (size_t i = 0; i < keyword.size(); ++i)
-            k[i] = static_cast<char>(lowerByte(static_cast<unsigned char>(keyword[i])));
-        const std::string_view key(k, keyword.size());
-        if (key == ".model")
+        // The keyword: the first word lowered, compared eight bytes at a time (the window and the joined
+        // line have bytes to spare after the text).
+        const Segment& seg = m_segments.front();
+        const char* b = seg.begin;
+        const size_t length = static_cast<size_t>(seg.end - seg.begin);
+        uint64_t head;
+        std::memcpy(&head, b, 8);
+        head = lowerAscii(head);
+        const auto is = [&](uint64_t keyword, size_t n) {
+            if (length < n || (head & kKeepBytes[n]) != keyword)
+                return false;
+            if (length == n)
+                return true;
+            const char c = b[n];
+            return isDelimiter(c) || c == m_icc || static_cast<unsigned char>(c) < 32;
+        };
+        if (is(packed(".model"), 6))
             model();
-        else if (key == ".subckt")
-            subckt();
-        else if (key == ".ends")
+        else if (is(packed(".ends"), 5))
             ends();
-        else if (key == ".lib")
+        else if (is(packed(".subckt"), 7))
+            subckt();
+        else if (is(packed(".lib"), 4))
             lib();
-        else if (key == ".endl")
+        else if (is(packed(".endl"), 5))
             endl();
-        else if (key == ".include" || key == ".inc" || key == ".incl")
+        else if (is(packed(".include"), 8) || is(packed(".inc"), 4) || is(packed(".incl"), 5))
             include();
-        else if (key == ".param" && m_subckts.empty())
+        else if (is(packed(".param"), 6) && m_subckts.empty())
             param();
     }
 
-    // The room to give the list of definitions when it is full: the count so far extrapolated over
-    // the rest of the text (at most 16 times the room so far), so that a large library moves its
-    // definitions once or twice instead of at each doubling.
-    size_t definitionRoom(size_t count) const
+    // The room to give a list when it is full: its size so far extrapolated over the rest of the text
+    // (at most 64 times the room so far, so that a dense head of a file asks for no more memory than
+    // that), so that a large library moves its lists once or twice instead of at each doubling. The
+    // middle of the window stands for the place reached.
+    size_t room(size_t count, size_t least) const
     {
-        if (count < 1024)
+        if (count < least)
             return std::max<size_t>(16, count * 2);
-        const double done = static_cast<double>(m_segments.front().begin + 1);
-        const double estimate = static_cast<double>(count) * (static_cast<double>(m_size) / done) * 1.05 + 16;
-        return std::min(count * 16, std::max(count * 2, static_cast<size_t>(estimate)));
+        const size_t position = m_window.base() + static_cast<size_t>(m_window.end() - m_window.begin()) / 2;
+        const double done = static_cast<double>(position + 1);
+        const double estimate = static_cast<double>(count) * (static_cast<double>(std::max(m_expected, position)) / done) * 1.1 + 16;
+        return std::min(count * 64, std::max(count * 2, static_cast<size_t>(estimate)));
+    }
+
+    // Appends the words to the index's word store, each ended by a byte 0; returns where they start.
+    unsigned store(std::initializer_list<std::string_view> list)
+    {
+        std::string& out = m_index->words;
+        size_t n = 0;
+        for (std::string_view w : list)
+            n += w.size() + 1;
+        const size_t at = out.size();
+        if (at + n > out.capacity())
+            out.reserve(std::max(room(out.size(), 16384), at + n));
+        // Gathered first, so that the store grows by one append and is not cleared first.
+        char gathered[256];
+        char* o = n <= sizeof gathered ? gathered : nullptr;
+        if (!o) {
+            out.resize(at + n);
+            o = &out[at];
+        }
+        char* const first = o;
+        for (std::string_view w : list) {
+            if (!w.empty()) // an absent type or AKO base has no bytes to copy, nor a pointer to them
+                std::memcpy(o, w.data(), w.size());
+            o += w.size();
+            *o++ = '\0';
+        }
+        if (first == gathered)
+            out.append(gathered, n);
+        return static_cast<unsigned>(at);
     }
 
     // A new definition of the statement, built in place at the end of the index's list.
-    ModelLibDefinition& addDefinition(ModelLibDefinition::Kind kind, std::string_view name)
+    MODELLIB_INLINE ModelLibDefinition& addDefinition(ModelLibDefinition::Kind kind)
     {
         std::vector<ModelLibDefinition>& list = m_index->definitions;
         if (list.size() == list.capacity())
-            list.reserve(definitionRoom(list.size()));
-        const int at = static_cast<int>(list.size());
+            list.reserve(room(list.size(), 1024));
+        const int number = static_cast<int>(list.size());
         ModelLibDefinition& d = list.emplace_back();
         d.kind = kind;
-        d.name = ys(name);
         d.section = m_subckts.empty() ? m_section : -1;
         d.parent = m_subckts.empty() ? -1 : m_subckts.back();
-        d.location.fileName = m_index->fileName;
-        d.location.symbolName = d.name;
-        d.location.kind = kind;
-        d.location.start = static_cast<int>(m_segments.front().begin);
-        d.location.end = static_cast<int>(m_stmtEnd);
-        d.location.lineOffset = m_stmtLine - 1;
+        d.start = static_cast<int>(at(m_segments.front().begin));
+        d.end = static_cast<int>(at(m_stmtEnd));
         d.line = m_stmtLine;
         d.lastLine = m_stmtLastLine;
         if (d.parent < 0 && m_section >= 0)
-            m_index->sections[static_cast<size_t>(m_section)].definitions.push_back(at);
+            m_index->sections[static_cast<size_t>(m_section)].definitions.push_back(number);
         return d;
     }
 
-    static bool isParamsWord(std::string_view w) { return equalsNoCase(w, "params:") || equalsNoCase(w, "param:"); }
+    static bool isParamsWord(std::string_view w)
+    {
+        return (w.size() == 7 || w.size() == 6) && w.back() == ':' && (equalsNoCase(w, "params:") || equalsNoCase(w, "param:"));
+    }
 
     void model()
     {
         // The name, type and AKO base stand on the first line nearly always: the rest is joined only
         // when they do not.
-        std::vector<Word>& w = m_words;
-        words(logical(1), &w, 5);
-        if (w.size() < 4 && m_segments.size() > 1)
-            words(logical(), &w, 5);
-        if (w.size() < 2) {
+        // Words 1 to 4 (the keyword is word 0), each held by name so that they stay in registers.
+        std::string_view w1, w2, w3, w4;
+        bool a2 = false, a3 = false, a4 = false;
+        size_t count = 0;
+        const auto take = [&](std::string_view text, bool assigned) {
+            switch (count++) {
+            case 0: return true;
+            case 1: w1 = text; return true;
+            case 2: w2 = text; a2 = assigned; return true;
+            case 3: w3 = text; a3 = assigned; return true;
+            default: w4 = text; a4 = assigned; return false;
+            }
+        };
+        forEachWord(logical(1), m_icc, take);
+        if (count < 4 && m_segments.size() > 1) {
+            count = 0;
+            forEachWord(logical(), m_icc, take);
+        }
+        if (count < 2) {
             diagnose(m_stmtLine, ".model without a name");
             return;
         }
-        ModelLibDefinition& d = addDefinition(ModelLibDefinition::Model, w[1].text);
-        size_t typeAt = 2;
-        if (w.size() > 2 && w[2].text.size() >= 4 && equalsNoCase(w[2].text.substr(0, 4), "ako:")) {
-            if (w[2].text.size() > 4) {
-                d.akoBase = ys(w[2].text.substr(4));
-                typeAt = 3;
-            } else if (w.size() > 3) {
-                d.akoBase = ys(w[3].text);
-                typeAt = 4;
+        std::string_view ako;
+        std::string_view type = count > 2 && !a2 ? w2 : std::string_view();
+        if (count > 2 && w2.size() >= 4 && (lowerAscii(packed4(w2.data())) == packed("ako:"))) {
+            if (w2.size() > 4) {
+                ako = w2.substr(4);
+                type = count > 3 && !a3 ? w3 : std::string_view();
+            } else if (count > 3) {
+                ako = w3;
+                type = count > 4 && !a4 ? w4 : std::string_view();
             }
         }
-        if (w.size() > typeAt && !w[typeAt].assigned)
-            d.type = ys(w[typeAt].text);
+        const unsigned words = store({w1, type, ako});
+        addDefinition(ModelLibDefinition::Model).words = words;
     }
 
     void subckt()
     {
-        std::vector<Word>& w = m_words;
-        words(logical(), &w);
-        if (w.size() < 2) {
+        // The name, an empty type and AKO base, the ports (the words before "params:" or the first
+        // NAME=VALUE): the subcircuit's words start so when it closes.
+        std::string& head = m_head;
+        head.clear();
+        size_t count = 0;
+        forEachWord(logical(), m_icc, [&](std::string_view text, bool assigned) {
+            if (count == 1) {
+                head.append(text.data(), text.size());
+                head.append(3, '\0');
+            } else if (count > 1) {
+                if (assigned || isParamsWord(text))
+                    return false;
+                head.append(text.data(), text.size());
+                head.push_back('\0');
+            }
+            ++count;
+            return true;
+        });
+        if (count < 2) {
             diagnose(m_stmtLine, ".subckt without a name");
             return;
         }
-        ModelLibDefinition& d = addDefinition(ModelLibDefinition::Subckt, w[1].text);
-        size_t ports = 2;
-        while (ports < w.size() && !w[ports].assigned && !isParamsWord(w[ports].text))
-            ++ports;
-        d.ports.reserve(ports - 2);
-        for (size_t i = 2; i < ports; ++i)
-            d.ports.push_back(ys(w[i].text));
-        d.location.end = static_cast<int>(m_size); // until its .ends is met
+        head.push_back('\0');
+        addDefinition(ModelLibDefinition::Subckt);
         m_subckts.push_back(static_cast<int>(m_index->definitions.size()) - 1);
-        if (m_seen.size() < m_subckts.size())
-            m_seen.emplace_back();
-        m_seen[m_subckts.size() - 1].clear();
+        if (m_levels.size() < m_subckts.size())
+            m_levels.emplace_back();
+        SubcktLevel& level = m_levels[m_subckts.size() - 1];
+        level.open(m_subckts.back());
+        level.head.swap(head);
     }
 
-    void closeSubckt(int end, int lastLine)
+    void closeSubckt(size_t end, int lastLine)
     {
+        SubcktLevel& level = m_levels[m_subckts.size() - 1];
+        std::string& out = m_index->words;
+        const std::string& instances = level.list(SubcktLevel::Instance);
+        const std::string& uses = level.list(SubcktLevel::Use);
+        const size_t n = level.head.size() + instances.size() + uses.size() + 2;
+        if (out.size() + n > out.capacity())
+            out.reserve(std::max(room(out.size(), 16384), out.size() + n));
+        const unsigned words = static_cast<unsigned>(out.size());
+        out.resize(out.size() + n); // the two list ends are the zeros it adds
+        char* o = &out[words];
+        std::memcpy(o, level.head.data(), level.head.size());
+        o += level.head.size();
+        std::memcpy(o, instances.data(), instances.size());
+        o += instances.size() + 1;
+        std::memcpy(o, uses.data(), uses.size());
         ModelLibDefinition& d = m_index->definitions[static_cast<size_t>(m_subckts.back())];
-        d.location.end = end;
+        d.words = words;
+        d.end = static_cast<int>(end);
         d.lastLine = lastLine;
-        m_seen[m_subckts.size() - 1].moveTo(&d);
         m_subckts.pop_back();
     }
 
@@ -599,7 +997,7 @@ private:
             diagnose(m_stmtLine, ".ends without a .subckt");
             return;
         }
-        closeSubckt(static_cast<int>(m_stmtEnd), m_stmtLastLine);
+        closeSubckt(at(m_stmtEnd), m_stmtLastLine);
     }
 
     // An element line of a subcircuit: its words after the first that are neither NAME= nor start with
@@ -608,48 +1006,98 @@ private:
     // whether it was that last one.
     void element(char first)
     {
-        SeenWords& seen = m_seen[m_subckts.size() - 1];
+        SubcktLevel& level = m_levels[m_subckts.size() - 1];
         const std::string_view line = logical();
-        const char* p = line.data();
-        const char* const end = p + line.size();
-        // A line of the text may be read up to the text's end, a joined one up to its own.
-        const char* const readable = m_joined ? end : m_text + m_size;
         bool bounded = first != 'x' && first != 'X'; // no instance to look for, or found
+        if (bounded && line.size() <= 64) {
+            plainElement(level, line);
+            return;
+        }
+        bool named = false; // the element's own name is no use
         std::string_view pending;
-        Word next;
-        for (size_t index = 0; nextWord(&p, end, &next); ++index) {
-            const bool assigned = next.assigned;
-            const std::string_view word = next.text;
-            if (index == 0)
-                continue;
+        forEachWord(line, m_icc, [&](std::string_view word, bool assigned) {
+            if (!named) {
+                named = true;
+                return true;
+            }
             if (!bounded) {
                 if (!assigned && !isParamsWord(word)) {
                     if (!pending.empty())
-                        addUse(seen, pending, readable);
+                        addUse(level, pending);
                     pending = word;
-                    continue;
+                    return true;
                 }
                 bounded = true;
                 if (!pending.empty())
-                    seen.add(pending, SeenWords::Instance, readable);
+                    level.add(pending, SubcktLevel::Instance);
                 pending = std::string_view();
             }
             if (!assigned)
-                addUse(seen, word, readable);
-        }
+                addUse(level, word);
+            return true;
+        });
         if (!pending.empty())
-            seen.add(pending, SeenWords::Instance, readable);
+            level.add(pending, SubcktLevel::Instance);
     }
 
-    static void addUse(SeenWords& seen, std::string_view word, const char* readable)
+    // The uses of an element line that names no instance, of at most 64 bytes: its words after the first
+    // that are neither NAME= nor start with a digit, split as `nextWord` splits them, read off bit masks.
+    // Element lines of a subcircuit repeat their nodes and models: the words of the stretch that the line
+    // shares with the level's previous such line (counted from their second words) were listed with
+    // that line, all but the last one, whose end or "=" may lie past the stretch.
+    MODELLIB_INLINE void plainElement(SubcktLevel& level, std::string_view line)
+    {
+        const char* const p = line.data();
+        size_t n = line.size();
+        const WordMasks m = wordMasks(p, static_cast<int>(n + 15) / 16, m_icc);
+        uint64_t valid = n >= 64 ? ~0ull : (1ull << n) - 1;
+        if (m.stops & valid) {
+            n = static_cast<size_t>(lowestBit64(m.stops & valid));
+            valid = (1ull << n) - 1;
+        }
+        const uint64_t delimiters = m.delimiters | ~valid;
+        const uint64_t nonBlanks = ~(m.blanks & valid);
+        const uint64_t equals = m.equals & valid;
+        uint64_t starts = ~delimiters & ((delimiters << 1) | 1);
+        starts &= starts - 1; // the element's own name
+        if (!starts)
+            return;
+        const size_t second = static_cast<size_t>(lowestBit64(starts));
+        const size_t rest = n - second;
+        if (level.previousLength != SIZE_MAX) {
+            const uint64_t differ = ~equalBytes64(p + second, level.previous);
+            const size_t shared = std::min({differ ? static_cast<size_t>(lowestBit64(differ)) : size_t(64), rest, level.previousLength});
+            const size_t stretch = second + shared;
+            const uint64_t within = starts & (stretch >= 64 ? ~0ull : (1ull << stretch) - 1);
+            if (within)
+                starts = (starts & ~within) | (1ull << highestBit64(within));
+        }
+        std::memcpy(level.previous, p + second, 64);
+        level.previousLength = rest;
+        starts &= ~m.digits; // values
+        while (starts) {
+            const int b = lowestBit64(starts);
+            starts &= starts - 1;
+            const uint64_t after = delimiters >> b;
+            const int e = after ? b + lowestBit64(after) : 64;
+            if (e < 64) {
+                const uint64_t next = nonBlanks >> e;
+                if (next && ((equals >> (e + lowestBit64(next))) & 1))
+                    continue; // NAME=
+            }
+            level.add(std::string_view(p + b, static_cast<size_t>(e - b)), SubcktLevel::Use);
+        }
+    }
+
+    static void addUse(SubcktLevel& level, std::string_view word)
     {
         if (word[0] < '0' || word[0] > '9')
-            seen.add(word, SeenWords::Use, readable);
+            level.add(word, SubcktLevel::Use);
     }
 
     void lib()
     {
-        const std::string_view text = logical();
+        const std::string_view text = logical(SIZE_MAX, true);
         const std::string_view rest = text.substr(std::min(text.size(), firstWord().size()));
         std::string_view after;
         const std::string_view first = fileArgument(rest, &after);
@@ -669,13 +1117,13 @@ private:
             ModelLibSection& open = m_index->sections[static_cast<size_t>(m_section)];
             diagnose(m_stmtLine, "section " + std::string(first) + " opens inside section " + open.name.str() +
                                      ", which ends there");
-            open.end = static_cast<int>(m_segments.front().begin);
+            open.end = static_cast<int>(at(m_segments.front().begin));
             open.endLine = m_stmtLine - 1;
         }
         ModelLibSection s;
         s.name = ys(first);
         s.line = m_stmtLine;
-        s.start = static_cast<int>(m_segments.front().begin);
+        s.start = static_cast<int>(at(m_segments.front().begin));
         m_section = static_cast<int>(m_index->sections.size());
         m_index->sections.push_back(s);
     }
@@ -687,10 +1135,10 @@ private:
             return;
         }
         ModelLibSection& s = m_index->sections[static_cast<size_t>(m_section)];
-        words(logical(), &m_words, 2);
+        words(logical(SIZE_MAX, true), &m_words, 2);
         if (m_words.size() > 1 && lower(m_words[1].text) != lower(s.name.str()))
             diagnose(m_stmtLine, ".endl " + std::string(m_words[1].text) + " ends section " + s.name.str());
-        s.end = static_cast<int>(m_stmtEnd);
+        s.end = static_cast<int>(at(m_stmtEnd));
         s.endLine = m_stmtLastLine;
         s.closed = true;
         m_section = -1;
@@ -698,7 +1146,7 @@ private:
 
     void include()
     {
-        const std::string_view text = logical();
+        const std::string_view text = logical(SIZE_MAX, true);
         std::string_view after;
         const std::string_view file = fileArgument(text.substr(std::min(text.size(), firstWord().size())), &after);
         if (file.empty()) {
@@ -711,7 +1159,7 @@ private:
     void param()
     {
         std::vector<Word>& w = m_words;
-        words(logical(), &w);
+        words(logical(SIZE_MAX, true), &w);
         std::vector<YString>& names = m_section >= 0 ? m_index->sections[static_cast<size_t>(m_section)].params : m_index->params;
         for (size_t i = 1; i < w.size(); ++i) {
             if (!w[i].assigned)
@@ -725,8 +1173,8 @@ private:
     {
         while (!m_subckts.empty()) {
             const ModelLibDefinition& d = m_index->definitions[static_cast<size_t>(m_subckts.back())];
-            diagnose(d.line, "subcircuit " + d.name.str() + " is not closed by .ends");
-            closeSubckt(static_cast<int>(m_size), lines);
+            diagnose(d.line, "subcircuit " + std::string(m_levels[m_subckts.size() - 1].head.c_str()) + " is not closed by .ends");
+            closeSubckt(m_size, lines);
         }
         if (m_section >= 0) {
             ModelLibSection& s = m_index->sections[static_cast<size_t>(m_section)];
@@ -736,34 +1184,71 @@ private:
         }
     }
 
-    const char* m_text;
-    size_t m_size;
+    Window& m_window;
+    SpecialFinder m_finder;
+    size_t m_expected; ///< the text's size as known before reading it
+    size_t m_size = 0;
     ModelLibIndex* m_index;
     char m_icc = ';';
+    bool m_elementWords = true; ///< whether element lines are kept and split
     bool m_sawStatement = false;
-    std::vector<Segment> m_segments;
-    size_t m_stmtEnd = 0;
+    Pending m_pending = None;
+    // The statement's physical lines; the storage is kept from one statement to the next.
+    class Segments {
+    public:
+        void clear() { m_count = 0; }
+        MODELLIB_INLINE void add(const Segment& segment)
+        {
+            if (m_count < m_items.size())
+                m_items[m_count] = segment;
+            else
+                m_items.push_back(segment);
+            ++m_count;
+        }
+        size_t size() const { return m_count; }
+        Segment& operator[](size_t i) { return m_items[i]; }
+        const Segment& front() const { return m_items[0]; }
+        const Segment* begin() const { return m_items.data(); }
+        const Segment* end() const { return m_items.data() + m_count; }
+
+    private:
+        std::vector<Segment> m_items;
+        size_t m_count = 0;
+    };
+    Segments m_segments;
+    const char* m_stmtEnd = nullptr; ///< just after the statement's last physical line
+    std::vector<size_t> m_positions;  ///< the statement's pointers as positions while the window moves
     int m_stmtLine = 0;
     int m_stmtLastLine = 0;
     int m_section = -1;
     std::vector<int> m_subckts;
-    std::vector<SeenWords> m_seen; ///< one table per open subcircuit level, kept when the level closes
+    std::vector<SubcktLevel> m_levels; ///< one per open subcircuit level, kept when the level closes
     std::vector<Word> m_words;
+    std::string m_head; ///< a subcircuit's name and ports being gathered
     std::string m_line;
-    bool m_joined = false; ///< whether the last `logical` line is `m_line` rather than the text itself
 };
 
-// The bytes of a library as the readers read them: a plain file read whole into memory (not mapped: a
-// file cut short by someone else while it is mapped would end the process), a UTF-16 file through its
+// Indexes what `window` holds; a failure to allocate leaves a diagnostic.
+void indexWindow(Window& window, size_t expected, ModelLibIndex* index)
+{
+    try {
+        Scanner(window, expected, index).run();
+    } catch (...) {
+        // A partial index could name definitions wrongly: nothing is kept but the remark.
+        index->definitions.clear();
+        index->sections.clear();
+        index->references.clear();
+        index->params.clear();
+        index->words.clear();
+        index->diagnostics.assign(1, {0, YString("out of memory while indexing")});
+    }
+}
+
+// Opens a library as the readers read it and indexes it: a plain file a window at a time (not mapped:
+// a file cut short by someone else while it is mapped would end the process), a UTF-16 file through its
 // UTF-8 copy. Only a regular file is opened, so that a FIFO cannot stall the caller and a device such as
 // /dev/zero cannot fill its memory.
-struct LibraryBytes {
-    QByteArray copy;
-    const char* data = nullptr;
-    size_t size = 0;
-};
-
-ModelLibStatus readLibrary(const YString& path, LibraryBytes* bytes, bool* wide)
+ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
 {
     long long size = 0;
     FILE* file = path.isEmpty() ? nullptr : sp_OpenRegularFile(path.c_str(), LLONG_MAX, &size);
@@ -775,16 +1260,14 @@ ModelLibStatus readLibrary(const YString& path, LibraryBytes* bytes, bool* wide)
     }
     YString temp;
     QByteArray decoded;
-    *wide = textfile::convertWide(path, &temp, &decoded);
-    if (*wide) {
+    if (textfile::convertWide(path, &temp, &decoded)) {
         std::fclose(file);
-        if (temp.isEmpty()) {
-            bytes->copy = decoded;
-        } else {
+        index->wide = true;
+        if (!temp.isEmpty()) {
             QFile copy(toQs(temp));
             const bool opened = copy.open(QIODevice::ReadOnly);
             if (opened && copy.size() <= kMaxPosition)
-                bytes->copy = copy.readAll();
+                decoded = copy.readAll();
             const bool tooLarge = opened && copy.size() > kMaxPosition;
             copy.close();
             (void)unlink_utf8(temp.c_str()); // the UTF-8 copy is scratch: a failed removal changes nothing
@@ -793,36 +1276,40 @@ ModelLibStatus readLibrary(const YString& path, LibraryBytes* bytes, bool* wide)
             if (tooLarge)
                 return ModelLibStatus::TooLarge;
         }
-    } else {
-        // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
-        bytes->copy.resize(static_cast<int>(size));
-        const size_t got = size > 0 ? std::fread(bytes->copy.data(), 1, static_cast<size_t>(size), file) : 0;
-        const bool failed = std::ferror(file) != 0;
-        std::fclose(file);
-        if (failed)
-            return ModelLibStatus::Unreadable;
-        bytes->copy.resize(static_cast<int>(got));
+        if (decoded.size() > kMaxPosition)
+            return ModelLibStatus::TooLarge;
+        Window window(decoded.constData(), static_cast<size_t>(decoded.size()));
+        indexWindow(window, static_cast<size_t>(decoded.size()), index);
+        return ModelLibStatus::Ok;
     }
-    bytes->data = bytes->copy.constData();
-    bytes->size = static_cast<size_t>(bytes->copy.size());
-    return static_cast<long long>(bytes->size) > kMaxPosition ? ModelLibStatus::TooLarge : ModelLibStatus::Ok;
+    // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
+    Window window(file, static_cast<size_t>(size));
+    indexWindow(window, static_cast<size_t>(size), index);
+    std::fclose(file);
+    return window.failed() ? ModelLibStatus::Unreadable : ModelLibStatus::Ok;
 }
 
+std::string key(std::string_view name) { return lower(name); }
 std::string key(const YString& name) { return lower(name.str()); }
 
 std::string where(const ModelLibIndex& file, int line) { return file.fileName.str() + ":" + std::to_string(line); }
 
 const char* kindWord(ModelLibDefinition::Kind kind) { return kind == ModelLibDefinition::Subckt ? ".subckt" : ".model"; }
 
-ModelLibProblem problem(ModelLibProblem::Kind kind, const YString& name, const YString& file, int line, const std::string& message)
+ModelLibProblem problem(ModelLibProblem::Kind kind, std::string_view name, const YString& file, int line, const std::string& message)
 {
     ModelLibProblem p;
     p.kind = kind;
-    p.name = name;
+    p.name = ys(name);
     p.file = file;
     p.line = line;
     p.message = YString(message.c_str());
     return p;
+}
+
+ModelLibProblem problem(ModelLibProblem::Kind kind, const YString& name, const YString& file, int line, const std::string& message)
+{
+    return problem(kind, std::string_view(name.str()), file, line, message);
 }
 
 // Resolves sections over a cache of indexed files.
@@ -948,9 +1435,14 @@ private:
     std::vector<std::pair<int, std::string>> m_stack;
 };
 
+const ModelLibIndex& fileOf(const ModelLibResolution& r, const ModelLibReached& reached)
+{
+    return r.files[static_cast<size_t>(reached.file)];
+}
+
 const ModelLibDefinition& defOf(const ModelLibResolution& r, const ModelLibReached& reached)
 {
-    return r.files[static_cast<size_t>(reached.file)].definitions[static_cast<size_t>(reached.definition)];
+    return fileOf(r, reached).definitions[static_cast<size_t>(reached.definition)];
 }
 
 // The first reached definition of each kind and name, with its position in the reaching order.
@@ -960,10 +1452,10 @@ struct NameTable {
     {
         for (size_t i = 0; i < r.definitions.size(); ++i) {
             const ModelLibDefinition& d = defOf(r, r.definitions[i]);
-            (d.kind == ModelLibDefinition::Subckt ? subckts : models).emplace(key(d.name), i);
+            (d.kind == ModelLibDefinition::Subckt ? subckts : models).emplace(key(fileOf(r, r.definitions[i]).name(d)), i);
         }
     }
-    const size_t* find(ModelLibDefinition::Kind kind, const YString& name) const
+    const size_t* find(ModelLibDefinition::Kind kind, std::string_view name) const
     {
         const auto& table = kind == ModelLibDefinition::Subckt ? subckts : models;
         const auto it = table.find(key(name));
@@ -980,7 +1472,7 @@ std::set<std::string> localNames(const ModelLibIndex& file, int subckt)
         while (p >= 0 && p != subckt)
             p = file.definitions[static_cast<size_t>(p)].parent;
         if (p == subckt)
-            names.insert(std::string(kindWord(file.definitions[i].kind)) + key(file.definitions[i].name));
+            names.insert(std::string(kindWord(file.definitions[i].kind)) + key(file.name(file.definitions[i])));
         else if (file.definitions[i].line > file.definitions[static_cast<size_t>(subckt)].lastLine)
             break;
     }
@@ -995,39 +1487,42 @@ void checkResolution(const ModelLibResolution& r, std::vector<ModelLibProblem>* 
         const ModelLibReached& reached = r.definitions[i];
         const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
         const ModelLibDefinition& d = defOf(r, reached);
-        const auto inserted = first.emplace(std::string(kindWord(d.kind)) + key(d.name), i);
+        const std::string_view name = file.name(d);
+        const std::string_view ako = file.akoBase(d);
+        const auto inserted = first.emplace(std::string(kindWord(d.kind)) + key(name), i);
         if (!inserted.second) {
             const ModelLibReached& other = r.definitions[inserted.first->second];
             const ModelLibIndex& otherFile = r.files[static_cast<size_t>(other.file)];
             const ModelLibDefinition& o = defOf(r, other);
-            ModelLibProblem p = problem(ModelLibProblem::Duplicate, d.name, file.fileName, d.line,
-                                        where(file, d.line) + ": duplicate " + kindWord(d.kind) + " " + d.name.str() +
+            ModelLibProblem p = problem(ModelLibProblem::Duplicate, name, file.fileName, d.line,
+                                        where(file, d.line) + ": duplicate " + kindWord(d.kind) + " " + std::string(name) +
                                             ", first defined at " + where(otherFile, o.line));
             p.otherFile = otherFile.fileName;
             p.otherLine = o.line;
             out->push_back(p);
         }
-        if (!d.akoBase.isEmpty()) {
-            const size_t* base = names.find(ModelLibDefinition::Model, d.akoBase);
+        if (!ako.empty()) {
+            const size_t* base = names.find(ModelLibDefinition::Model, ako);
             if (!base) {
-                out->push_back(problem(ModelLibProblem::UnresolvedAkoBase, d.name, file.fileName, d.line,
-                                       where(file, d.line) + ": AKO model " + d.name.str() + " has no base model " + d.akoBase.str()));
+                out->push_back(problem(ModelLibProblem::UnresolvedAkoBase, name, file.fileName, d.line,
+                                       where(file, d.line) + ": AKO model " + std::string(name) + " has no base model " + std::string(ako)));
             } else if (*base > i) {
                 const ModelLibReached& b = r.definitions[*base];
-                ModelLibProblem p = problem(ModelLibProblem::AkoBaseAfter, d.name, file.fileName, d.line,
-                                            where(file, d.line) + ": AKO model " + d.name.str() + " comes before its base " +
-                                                d.akoBase.str() + " at " + where(r.files[static_cast<size_t>(b.file)], defOf(r, b).line));
+                ModelLibProblem p = problem(ModelLibProblem::AkoBaseAfter, name, file.fileName, d.line,
+                                            where(file, d.line) + ": AKO model " + std::string(name) + " comes before its base " +
+                                                std::string(ako) + " at " + where(r.files[static_cast<size_t>(b.file)], defOf(r, b).line));
                 p.otherFile = r.files[static_cast<size_t>(b.file)].fileName;
                 p.otherLine = defOf(r, b).line;
                 out->push_back(p);
             }
         }
-        if (!d.instances.empty()) {
+        const ModelLibWordList instances = file.instances(d);
+        if (!instances.empty()) {
             const std::set<std::string> local = localNames(file, reached.definition);
-            for (const YString& x : d.instances)
+            for (std::string_view x : instances)
                 if (!names.find(ModelLibDefinition::Subckt, x) && !local.count(".subckt" + key(x)))
                     out->push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, d.line,
-                                           where(file, d.line) + ": subcircuit " + d.name.str() + " instantiates " + x.str() +
+                                           where(file, d.line) + ": subcircuit " + std::string(name) + " instantiates " + std::string(x) +
                                                ", which is defined nowhere it reaches"));
         }
     }
@@ -1040,9 +1535,9 @@ void structureProblems(const ModelLibResolution& r, std::vector<ModelLibProblem>
             out->push_back(problem(ModelLibProblem::Structure, f.fileName, f.fileName, d.line, where(f, d.line) + ": " + d.message.str()));
 }
 
-void appendLines(const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines)
+void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines)
 {
-    LibraryStream stream(d.location, rename);
+    LibraryStream stream(file.location(d), rename);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number))
@@ -1089,40 +1584,31 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
 } // namespace
 
 void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName, SpiceLanguage language,
-                              ModelLibIndex* index)
+                              ModelLibIndex* index, ModelLibElements elements)
 {
     *index = ModelLibIndex();
     index->fileName = fileName;
     index->language = language;
+    index->elementWords = elements == ModelLibElements::Words;
     if (!text)
         size = 0;
     if (size > static_cast<size_t>(kMaxPosition))
         size = static_cast<size_t>(kMaxPosition);
     // A byte 0xFF ends the text, as it ends SpiceStream's input: the scan stops there and cuts `size`.
     index->size = static_cast<long long>(size);
-    try {
-        Scanner(text, size, index).run();
-    } catch (...) {
-        const void* ff = size ? std::memchr(text, 0xFF, size) : nullptr;
-        if (ff)
-            index->size = static_cast<const char*>(ff) - text;
-        index->diagnostics.push_back({0, YString("out of memory while indexing")});
-    }
+    Window window(text, size);
+    indexWindow(window, size, index);
 }
 
-ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index)
+ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index,
+                                    ModelLibElements elements)
 {
     *index = ModelLibIndex();
     index->fileName = path;
+    index->language = language;
+    index->elementWords = elements == ModelLibElements::Words;
     try {
-        LibraryBytes bytes;
-        bool wide = false;
-        const ModelLibStatus status = readLibrary(path, &bytes, &wide);
-        if (status != ModelLibStatus::Ok)
-            return status;
-        sp_IndexModelLibraryText(bytes.data, bytes.size, path, language, index);
-        index->wide = wide;
-        return ModelLibStatus::Ok;
+        return indexFile(path, index);
     } catch (...) {
         return ModelLibStatus::Unreadable;
     }
@@ -1180,8 +1666,8 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                 for (size_t d = 0; d < file.definitions.size(); ++d) {
                     const ModelLibDefinition& def = file.definitions[d];
                     if (def.parent < 0 && !reached.count({static_cast<int>(f), static_cast<int>(d)}))
-                        problems->push_back(problem(ModelLibProblem::Unreferenced, def.name, file.fileName, def.line,
-                                                    where(file, def.line) + ": " + kindWord(def.kind) + " " + def.name.str() +
+                        problems->push_back(problem(ModelLibProblem::Unreferenced, file.name(def), file.fileName, def.line,
+                                                    where(file, def.line) + ": " + kindWord(def.kind) + " " + std::string(file.name(def)) +
                                                         " is reached by no section"));
                 }
             }
@@ -1193,11 +1679,12 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
     }
 }
 
-std::vector<YString> sp_ReadModelDefinition(const ModelLibDefinition& definition, const YString& rename)
+std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& index, const ModelLibDefinition& definition,
+                                            const YString& rename)
 {
     std::vector<YString> lines;
     try {
-        appendLines(definition, rename, &lines);
+        appendLines(index, definition, rename, &lines);
     } catch (...) {
         lines.clear();
     }
@@ -1206,10 +1693,10 @@ std::vector<YString> sp_ReadModelDefinition(const ModelLibDefinition& definition
 
 namespace {
 // The logical lines of a definition without comments, blanks runs collapsed: what a comparison looks at.
-std::string comparable(const ModelLibDefinition& d)
+std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d)
 {
     std::string out;
-    for (const YString& line : sp_ReadModelDefinition(d, YString())) {
+    for (const YString& line : sp_ReadModelDefinition(index, d, YString())) {
         if (line.at(0) == '*')
             continue;
         bool blank = false;
@@ -1233,10 +1720,11 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
 {
     try {
         ModelLibIndex ia, ib;
-        ModelLibStatus status = sp_IndexModelLibrary(a, language, &ia);
+        // The comparison reads the definitions' text: their instances and uses are not needed.
+        ModelLibStatus status = sp_IndexModelLibrary(a, language, &ia, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return status;
-        status = sp_IndexModelLibrary(b, language, &ib);
+        status = sp_IndexModelLibrary(b, language, &ib, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return status;
         auto sectionNames = [](const ModelLibIndex& i) {
@@ -1256,21 +1744,23 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
             std::map<std::string, const ModelLibDefinition*> m;
             for (const ModelLibDefinition& d : i.definitions)
                 if (d.parent < 0)
-                    m.emplace(std::string(kindWord(d.kind)) + " " + key(d.name), &d);
+                    m.emplace(std::string(kindWord(d.kind)) + " " + key(i.name(d)), &d);
             return m;
         };
         const auto da = definitions(ia), db = definitions(ib);
-        auto label = [](const ModelLibDefinition* d) { return YString((std::string(kindWord(d->kind)) + " " + d->name.str()).c_str()); };
+        auto label = [](const ModelLibIndex& i, const ModelLibDefinition* d) {
+            return ys(std::string(kindWord(d->kind)) + " " + std::string(i.name(*d)));
+        };
         for (const auto& d : da) {
             const auto other = db.find(d.first);
             if (other == db.end())
-                diff->onlyInA.push_back(label(d.second));
-            else if (comparable(*d.second) != comparable(*other->second))
-                diff->differing.push_back(label(d.second));
+                diff->onlyInA.push_back(label(ia, d.second));
+            else if (comparable(ia, *d.second) != comparable(ib, *other->second))
+                diff->differing.push_back(label(ia, d.second));
         }
         for (const auto& d : db)
             if (!da.count(d.first))
-                diff->onlyInB.push_back(label(d.second));
+                diff->onlyInB.push_back(label(ib, d.second));
         return ModelLibStatus::Ok;
     } catch (...) {
         return ModelLibStatus::Unreadable;
@@ -1307,26 +1797,28 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const ModelLibReached& reached = r.definitions[i];
             const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
             const ModelLibDefinition& d = defOf(r, reached);
-            if (!d.akoBase.isEmpty()) {
-                if (const size_t* base = names.find(ModelLibDefinition::Model, d.akoBase))
+            const std::string_view name = file.name(d);
+            const std::string_view ako = file.akoBase(d);
+            if (!ako.empty()) {
+                if (const size_t* base = names.find(ModelLibDefinition::Model, ako))
                     place(*base);
                 else
-                    unresolved.push_back(problem(ModelLibProblem::UnresolvedAkoBase, d.name, file.fileName, d.line,
-                                                 where(file, d.line) + ": AKO model " + d.name.str() + " has no base model " + d.akoBase.str()));
+                    unresolved.push_back(problem(ModelLibProblem::UnresolvedAkoBase, name, file.fileName, d.line,
+                                                 where(file, d.line) + ": AKO model " + std::string(name) + " has no base model " + std::string(ako)));
             }
             if (d.kind == ModelLibDefinition::Subckt) {
                 const std::set<std::string> local = localNames(file, reached.definition);
-                for (const YString& x : d.instances) {
+                for (std::string_view x : file.instances(d)) {
                     if (local.count(".subckt" + key(x)))
                         continue;
                     if (const size_t* s = names.find(ModelLibDefinition::Subckt, x))
                         place(*s);
                     else
                         unresolved.push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, d.line,
-                                                     where(file, d.line) + ": subcircuit " + d.name.str() + " instantiates " + x.str() +
-                                                         ", which is defined nowhere it reaches"));
+                                                     where(file, d.line) + ": subcircuit " + std::string(name) + " instantiates " +
+                                                         std::string(x) + ", which is defined nowhere it reaches"));
                 }
-                for (const YString& u : d.uses)
+                for (std::string_view u : file.uses(d))
                     if (!local.count(".model" + key(u)))
                         if (const size_t* m = names.find(ModelLibDefinition::Model, u))
                             place(*m);
@@ -1335,9 +1827,9 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             order.push_back(i);
         };
         for (const YString& name : request.names) {
-            const size_t* found = names.find(ModelLibDefinition::Subckt, name);
+            const size_t* found = names.find(ModelLibDefinition::Subckt, name.str());
             if (!found)
-                found = names.find(ModelLibDefinition::Model, name);
+                found = names.find(ModelLibDefinition::Model, name.str());
             if (!found) {
                 if (problems)
                     problems->push_back(problem(ModelLibProblem::UnresolvedInstance, name, path, 0,
@@ -1355,14 +1847,14 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const ModelLibReached& reached = r.definitions[i];
             const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
             const ModelLibDefinition& d = defOf(r, reached);
-            const auto renamed = newName.find(key(d.name));
+            const auto renamed = newName.find(key(file.name(d)));
             out += "* " + file.fileName.str() + ":" + std::to_string(d.line) + "\n";
             std::vector<YString> lines;
-            appendLines(d, renamed == newName.end() ? YString() : renamed->second, &lines);
+            appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines);
             for (size_t l = 0; l < lines.size(); ++l) {
                 // LibraryStream renames the definition itself; the words of its other lines (and an AKO
                 // base on its first line) that name renamed definitions are renamed here.
-                const bool rewrite = l > 0 || !d.akoBase.isEmpty();
+                const bool rewrite = l > 0 || !file.akoBase(d).empty();
                 out += (rewrite ? renameWords(lines[l], renames) : lines[l]).str();
                 out.push_back('\n');
             }

@@ -2,7 +2,7 @@
 // indexed text, starts with its keyword after the blanks and dropped bytes of its line, names a word of
 // that line, comes in text order with line numbers that match the line ends before it, and its range
 // ends at a line end or at the end of the text; nested ones lie inside their subcircuit; sections and
-// references point at what exists.
+// references point at what exists; an index that passes over the element lines differs in nothing else.
 #include "ModelLibrary.h"
 #include "NetlistFilter_p.h"
 
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         int previousStart = -1;
         for (size_t i = 0; i < index.definitions.size(); ++i) {
             const ModelLibDefinition& d = index.definitions[i];
-            const SymbolLoc& loc = d.location;
+            const SymbolLoc loc = index.location(d);
             if (loc.start <= previousStart || loc.start < 0 || loc.end <= loc.start || loc.end > n)
                 __builtin_trap();
             if (loc.lineOffset != d.line - 1 || d.lastLine < d.line || d.lastLine > index.lines)
@@ -46,8 +46,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             for (size_t k = 0; keyword[k]; ++k)
                 if (loc.start + static_cast<int>(k) >= n || (text[loc.start + static_cast<int>(k)] | 0x20) != (keyword[k] | 0x20))
                     __builtin_trap();
-            if (d.name.isEmpty())
+            if (index.name(d).empty() || loc.symbolName.str() != index.name(d))
                 __builtin_trap();
+            // The words lie inside the word store, and only subcircuits have lists.
+            if (d.words >= index.words.size())
+                __builtin_trap();
+            if (d.kind == ModelLibDefinition::Subckt) {
+                if (!index.type(d).empty() || !index.akoBase(d).empty() ||
+                    index.uses(d).terminator() >= index.words.data() + index.words.size())
+                    __builtin_trap();
+            } else if (!index.ports(d).empty() || !index.instances(d).empty() || !index.uses(d).empty()) {
+                __builtin_trap();
+            }
             int line = 1;
             for (int k = 0; k < loc.start; ++k)
                 line += text[k] == '\n' || (text[k] == '\r' && (k + 1 >= n || text[k + 1] != '\n'));
@@ -55,12 +65,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 __builtin_trap();
             if (d.parent >= 0) {
                 const ModelLibDefinition& p = index.definitions[static_cast<size_t>(d.parent)];
-                if (static_cast<size_t>(d.parent) >= i || loc.start < p.location.start || loc.end > p.location.end)
+                if (static_cast<size_t>(d.parent) >= i || loc.start < p.start || loc.end > p.end)
                     __builtin_trap();
             }
             if (d.section >= static_cast<int>(index.sections.size()))
                 __builtin_trap();
             previousStart = loc.start;
+        }
+        // Passing over the element lines finds the same definitions, sections and references.
+        ModelLibIndex skipped;
+        sp_IndexModelLibraryText(text, size, YString("fuzz.lib"), language, &skipped, ModelLibElements::Skip);
+        if (skipped.definitions.size() != index.definitions.size() || skipped.sections.size() != index.sections.size() ||
+            skipped.references.size() != index.references.size() || skipped.diagnostics.size() != index.diagnostics.size() ||
+            skipped.size != index.size || skipped.lines != index.lines)
+            __builtin_trap();
+        for (size_t i = 0; i < index.definitions.size(); ++i) {
+            const ModelLibDefinition& a = index.definitions[i];
+            const ModelLibDefinition& b = skipped.definitions[i];
+            if (a.start != b.start || a.end != b.end || a.line != b.line || a.lastLine != b.lastLine || a.parent != b.parent ||
+                a.section != b.section || index.name(a) != skipped.name(b) || index.type(a) != skipped.type(b) ||
+                !skipped.instances(b).empty() || !skipped.uses(b).empty())
+                __builtin_trap();
         }
         for (const ModelLibSection& s : index.sections) {
             if (s.start < 0 || s.end < s.start || s.end > n || s.endLine < s.line - 1)

@@ -2,6 +2,7 @@
 // ranges that read back whole through LibraryStream, sections, resolution across files, checks,
 // comparison and extraction.
 #include "ModelLibrary.h"
+#include "ModelLibraryKernels_p.h"
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
@@ -12,6 +13,8 @@
 #include <QProcess>
 
 #include <algorithm>
+#include <cctype>
+#include <random>
 #include <map>
 #include <string>
 #include <vector>
@@ -47,8 +50,31 @@ std::vector<Def> defs(const ModelLibIndex& index)
 {
     std::vector<Def> out;
     for (const ModelLibDefinition& d : index.definitions)
-        out.push_back({d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model", d.name.c_str(), d.location.start,
-                       d.location.end, d.line, d.lastLine});
+        out.push_back({d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model", std::string(index.name(d)), d.start, d.end,
+                       d.line, d.lastLine});
+    return out;
+}
+
+// Everything an index holds but the subcircuits' instances and uses, as text.
+std::string outline(const ModelLibIndex& index)
+{
+    std::string out = std::to_string(index.size) + " " + std::to_string(index.lines) + "\n";
+    for (const ModelLibDefinition& d : index.definitions) {
+        out += std::to_string(d.kind) + " " + std::string(index.name(d)) + " " + std::string(index.type(d)) + " " +
+               std::string(index.akoBase(d)) + " " + std::to_string(d.start) + " " + std::to_string(d.end) + " " +
+               std::to_string(d.line) + " " + std::to_string(d.lastLine) + " " + std::to_string(d.section) + " " +
+               std::to_string(d.parent);
+        for (std::string_view p : index.ports(d))
+            out += " " + std::string(p);
+        out += "\n";
+    }
+    for (const ModelLibSection& s : index.sections)
+        out += std::string(s.name.c_str()) + " " + std::to_string(s.start) + " " + std::to_string(s.end) + " " +
+               std::to_string(s.definitions.size()) + " " + std::to_string(s.references.size()) + "\n";
+    for (const ModelLibReference& r : index.references)
+        out += std::string(r.path.c_str()) + " " + r.section.c_str() + "\n";
+    for (const ModelLibDiagnostic& d : index.diagnostics)
+        out += std::to_string(d.line) + " " + d.message.c_str() + "\n";
     return out;
 }
 
@@ -107,15 +133,34 @@ int checkReadBack(const std::string& file, const ModelLibIndex& index, SpiceLang
         for (; l != whole.end() && l->first <= d.lastLine; ++l)
             expected.push_back(l->second);
         std::vector<std::string> got;
-        for (const YString& line : sp_ReadModelDefinition(d, YString()))
+        for (const YString& line : sp_ReadModelDefinition(index, d, YString()))
             if (line.at(0) != '*')
                 got.push_back(innerBracesAsParentheses(line.c_str()));
-        EXPECT_EQ(got, expected) << file << ":" << d.line << " " << d.name.c_str();
+        EXPECT_EQ(got, expected) << file << ":" << d.line << " " << index.name(d);
         if (got != expected)
             return checked;
         ++checked;
     }
     return checked;
+}
+
+// Whether the first line after `end` that is neither blank nor a comment line begins with "+", which
+// would make it an orphan continuation of a definition cut short there.
+bool orphanContinuationAfter(const std::string& bytes, size_t end, char commentChar)
+{
+    size_t i = end;
+    while (i < bytes.size()) {
+        size_t e = i;
+        while (e < bytes.size() && bytes[e] != '\n' && bytes[e] != '\r')
+            ++e;
+        size_t s = i;
+        while (s < e && (bytes[s] == ' ' || bytes[s] == '\t'))
+            ++s;
+        if (s < e && bytes[s] != '*' && bytes[s] != commentChar)
+            return bytes[s] == '+';
+        i = e < bytes.size() && bytes[e] == '\r' && e + 1 < bytes.size() && bytes[e + 1] == '\n' ? e + 2 : e + 1;
+    }
+    return false;
 }
 
 std::vector<std::string> corpusLibraries()
@@ -142,8 +187,8 @@ TEST(ModelLibraryIndex, ModelRunsOverContinuationsAcrossCommentAndBlankLines)
     const ModelLibIndex index = indexText(text);
     ASSERT_EQ(defs(index), (std::vector<Def>{{".model", "D1", 6, 70, 2, 7}}));
     EXPECT_EQ(text.substr(70, 10), "* trailing");
-    EXPECT_EQ(index.definitions[0].type, "D");
-    EXPECT_EQ(index.definitions[0].location.lineOffset, 1);
+    EXPECT_EQ(index.type(index.definitions[0]), "D");
+    EXPECT_EQ(index.location(index.definitions[0]).lineOffset, 1);
 }
 
 TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
@@ -154,12 +199,12 @@ TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
     EXPECT_EQ(index.definitions[0].parent, -1);
     EXPECT_EQ(index.definitions[1].parent, 0);
     EXPECT_EQ(index.definitions[2].parent, -1);
-    ASSERT_EQ(index.definitions[0].ports.size(), 2u);
-    EXPECT_EQ(index.definitions[0].ports[1], "out");
-    ASSERT_EQ(index.definitions[0].instances.size(), 1u);
-    EXPECT_EQ(index.definitions[0].instances[0], "buf");
-    const auto& uses = index.definitions[0].uses;
-    EXPECT_NE(std::find(uses.begin(), uses.end(), YString("qn")), uses.end());
+    ASSERT_EQ(index.ports(index.definitions[0]).size(), 2u);
+    EXPECT_EQ(index.ports(index.definitions[0])[1], "out");
+    ASSERT_EQ(index.instances(index.definitions[0]).size(), 1u);
+    EXPECT_EQ(index.instances(index.definitions[0])[0], "buf");
+    const ModelLibWordList uses = index.uses(index.definitions[0]);
+    EXPECT_NE(std::find(uses.begin(), uses.end(), "qn"), uses.end());
 }
 
 TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
@@ -171,7 +216,7 @@ TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
     // Dropped bytes are invisible, a byte 0xFF ends the text.
     const ModelLibIndex index = indexText(std::string(".model a\x01 d\n\x02+ is=1\n.model b d\n\xFF.model c d\n"));
     EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "a", 0, 20, 1, 2}, {".model", "b", 20, 31, 3, 3}}));
-    EXPECT_EQ(index.definitions[0].type, "d");
+    EXPECT_EQ(index.type(index.definitions[0]), "d");
     EXPECT_EQ(index.size, 31);
 }
 
@@ -210,10 +255,10 @@ TEST(ModelLibraryIndex, SectionsReferencesParamsAndAko)
     EXPECT_EQ(index.references[1].kind, ModelLibReference::LibSection);
     EXPECT_EQ(index.references[1].target, "other.lib");
     EXPECT_EQ(index.references[1].section, "ss");
-    EXPECT_EQ(index.definitions[1].akoBase, "n1");
-    EXPECT_EQ(index.definitions[1].type, "nmos");
-    EXPECT_EQ(index.definitions[2].akoBase, "n2");
-    EXPECT_EQ(index.definitions[2].type, "");
+    EXPECT_EQ(index.akoBase(index.definitions[1]), "n1");
+    EXPECT_EQ(index.type(index.definitions[1]), "nmos");
+    EXPECT_EQ(index.akoBase(index.definitions[2]), "n2");
+    EXPECT_EQ(index.type(index.definitions[2]), "");
     EXPECT_EQ(index.sections[1].name, "ff");
     EXPECT_TRUE(index.diagnostics.empty());
 }
@@ -226,7 +271,7 @@ TEST(ModelLibraryIndex, BadStructureGetsDiagnosticsAndNoCrash)
                                                           "5: .model without a name", "7: subcircuit s1 is not closed by .ends",
                                                           "6: section a is not closed by .endl"}));
     ASSERT_EQ(index.definitions.size(), 1u);
-    EXPECT_EQ(index.definitions[0].location.end, static_cast<int>(index.size));
+    EXPECT_EQ(index.definitions[0].end, static_cast<int>(index.size));
     EXPECT_EQ(index.sections[0].end, static_cast<int>(index.size));
     EXPECT_TRUE(indexText("").definitions.empty());
     EXPECT_TRUE(indexText(std::string(1000, '\n')).definitions.empty());
@@ -237,8 +282,71 @@ TEST(ModelLibraryIndex, OddNamesAreKeptAsWritten)
 {
     const ModelLibIndex index = indexText(".model m-1.5/x\xc3\xa9 d\n.subckt {odd}[1] a\n.ends\n");
     ASSERT_EQ(index.definitions.size(), 2u);
-    EXPECT_EQ(index.definitions[0].name, "m-1.5/x\xc3\xa9");
-    EXPECT_EQ(index.definitions[1].name, "{odd}[1]");
+    EXPECT_EQ(index.name(index.definitions[0]), "m-1.5/x\xc3\xa9");
+    EXPECT_EQ(index.name(index.definitions[1]), "{odd}[1]");
+}
+
+bool operator==(const modellib::WordMasks& a, const modellib::WordMasks& b)
+{
+    return a.delimiters == b.delimiters && a.blanks == b.blanks && a.equals == b.equals && a.stops == b.stops && a.digits == b.digits;
+}
+
+// The word masks of the first `chunks` times 16 bytes only: the vector kernels may look further.
+modellib::WordMasks firstBytes(modellib::WordMasks m, int chunks)
+{
+    const uint64_t keep = chunks >= 4 ? ~0ull : (1ull << (16 * chunks)) - 1;
+    return {m.delimiters & keep, m.blanks & keep, m.equals & keep, m.stops & keep, m.digits & keep};
+}
+
+TEST(ModelLibraryKernels, VectorKernelsAgreeWithThePortableLoops)
+{
+    // Blocks of bytes the index meets (separators, blanks, digits, comment characters, line ends, the
+    // bytes the filter drops, 0xFF, non-ASCII bytes) and bytes of every value.
+    const char bytes[] = " \t=(),;$*+.09aZ_\r\n\x01\x0B\x1F\x7F\x80\xFE\xFF";
+    const std::string alphabet(bytes, sizeof bytes - 1);
+    std::mt19937 rng(11);
+    for (int round = 0; round < 20000; ++round) {
+        char a[128], b[128];
+        for (int i = 0; i < 128; ++i) {
+            a[i] = round % 4 == 0 ? static_cast<char>(rng()) : alphabet[rng() % alphabet.size()];
+            b[i] = rng() % 8 == 0 ? alphabet[rng() % alphabet.size()] : a[i];
+        }
+        const char stop = round % 2 ? ';' : '$';
+        const uint64_t special = modellib::specialMaskScalar(a);
+        const uint64_t equal = modellib::equalBytes64Scalar(a, b);
+        ASSERT_EQ(modellib::specialMask(a), special);
+        ASSERT_EQ(modellib::equalBytes64(a, b), equal);
+        for (int chunks = 1; chunks <= 4; ++chunks) {
+            const modellib::WordMasks words = modellib::wordMasksScalar(a, chunks, stop);
+            ASSERT_TRUE(firstBytes(modellib::wordMasks(a, chunks, stop), chunks) == words) << round << " " << chunks;
+#if MODELLIB_HAVE_SSE2
+            ASSERT_TRUE(firstBytes(modellib::wordMasksSse2(a, chunks, stop), chunks) == words) << round << " " << chunks;
+#endif
+#if MODELLIB_HAVE_AVX2
+            if (modellib::hasAvx2()) {
+                ASSERT_TRUE(firstBytes(modellib::wordMasksAvx2(a, chunks, stop), chunks) == words) << round << " " << chunks;
+            }
+#endif
+        }
+#if MODELLIB_HAVE_SSE2
+        ASSERT_EQ(modellib::specialMaskSse2(a), special);
+        ASSERT_EQ(modellib::equalBytes64Sse2(a, b), equal);
+#endif
+#if MODELLIB_HAVE_AVX2
+        if (modellib::hasAvx2()) {
+            ASSERT_EQ(modellib::specialMaskAvx2(a), special);
+            ASSERT_EQ(modellib::equalBytes64Avx2(a, b), equal);
+        }
+#endif
+    }
+    // The portable loops themselves, on one block whose bits are known.
+    const char block[65] = "M1 d,g(s) b=1\t;x\n\r\x01\xFF" "0123456789                                 ";
+    const modellib::WordMasks m = modellib::wordMasksScalar(block, 4, ';');
+    EXPECT_EQ(m.stops, 1ull << 14);
+    EXPECT_EQ(m.equals, 1ull << 11);
+    EXPECT_EQ(m.digits & 0xFFFF, (1ull << 1) | (1ull << 12));
+    EXPECT_EQ(m.delimiters & 0x3FFF, (1ull << 2) | (1ull << 4) | (1ull << 6) | (1ull << 8) | (1ull << 9) | (1ull << 11) | (1ull << 13));
+    EXPECT_EQ(modellib::specialMaskScalar(block) & 0xFFFFF, (1ull << 16) | (1ull << 17) | (1ull << 18) | (1ull << 19));
 }
 
 class ModelLibraryFiles : public TempDirTest {
@@ -252,8 +360,13 @@ protected:
     {
         std::vector<std::string> names;
         for (const ModelLibReached& x : r.definitions)
-            names.push_back(r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.c_str());
+            names.push_back(std::string(name(r, x)));
         return names;
+    }
+    static std::string_view name(const ModelLibResolution& r, const ModelLibReached& x)
+    {
+        const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+        return file.name(file.definitions[static_cast<size_t>(x.definition)]);
     }
     static std::vector<ModelLibProblem::Kind> kinds(const std::vector<ModelLibProblem>& problems)
     {
@@ -272,7 +385,7 @@ TEST_F(ModelLibraryFiles, EveryDefinitionReadsBackAsSpiceStreamReadsIt)
     ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
     ASSERT_EQ(index.definitions.size(), 3u);
     EXPECT_EQ(checkReadBack(file, index, SpiceLanguageNative), 3);
-    EXPECT_EQ(sp_ReadModelDefinition(index.definitions[2], YString("Q2")), (std::vector<YString>{".model Q2  npn   bf=100"}));
+    EXPECT_EQ(sp_ReadModelDefinition(index, index.definitions[2], YString("Q2")), (std::vector<YString>{".model Q2  npn   bf=100"}));
 }
 
 TEST_F(ModelLibraryFiles, Utf16FilesIndexAsTheReadersReadThem)
@@ -406,7 +519,7 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     ASSERT_EQ(sp_IndexModelLibrary(YString(out.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
     std::vector<std::string> names;
     for (const ModelLibDefinition& d : index.definitions)
-        names.push_back(d.name.c_str());
+        names.push_back(std::string(index.name(d)));
     EXPECT_EQ(names, (std::vector<std::string>{"nch", "pch", "INV2", "buf", "dd"}));
     std::vector<ModelLibProblem> check;
     EXPECT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &check), ModelLibStatus::Ok);
@@ -429,6 +542,209 @@ TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
     EXPECT_TRUE(diff.onlyInA.empty());
     EXPECT_EQ(diff.onlyInB, (std::vector<YString>{".model x"}));
     EXPECT_EQ(diff.differing, (std::vector<YString>{".model n"}));
+}
+
+// A library of many subcircuits whose element lines mix nodes, models, values, NAME=VALUE pairs with and
+// without blanks around "=", "params:", inline comments, "+" continuations behind comment lines, tabs,
+// words longer than 8 and 16 bytes, lines longer than 64 and 128 bytes, nested subcircuits and lines
+// that repeat their predecessor but for a word. Large enough to be read in several windows.
+std::string generatedSubcircuits(unsigned seed, const char* lineEnd)
+{
+    std::mt19937 rng(seed);
+    const auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    const std::vector<std::string> pool = {"d",   "g",     "s",     "b",        "VDD",     "vdd",   "nch",       "NCH",
+                                           "pch", "sub1",  "Sub1",  "0",        "1u",      "2.5",   "w",         "l",
+                                           "m",   "inner", "INNER", "params:",  "PARAMS:", "param:", "mid_node_a", "x1",
+                                           "a_rather_long_node_name", "n0123456789abcdefXYZ", "q", "r9", "3k"};
+    const auto word = [&]() -> std::string {
+        if (pick(5) == 0) {
+            std::string w;
+            const size_t n = 1 + pick(24);
+            for (size_t i = 0; i < n; ++i)
+                w.push_back("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.:/"[pick(66)]);
+            return w;
+        }
+        return pool[pick(pool.size())];
+    };
+    const std::vector<std::string> separators = {" ", " ", " ", "  ", "\t", ",", "(", ")", " ("};
+    std::string text = "* generated" + std::string(lineEnd);
+    std::string previous;
+    int depth = 0;
+    int number = 0;
+    while (text.size() < 700000) {
+        const size_t what = pick(20);
+        if (depth == 0 || what == 0) {
+            if (depth < 3 && (depth == 0 || pick(3) == 0)) {
+                text += ".subckt cell" + std::to_string(number++);
+                for (size_t i = pick(5); i > 0; --i)
+                    text += " " + word();
+                if (pick(3) == 0)
+                    text += " params: a=1 b = 2";
+                text += lineEnd;
+                ++depth;
+                previous.clear();
+            } else if (depth > 0) {
+                text += std::string(".ends") + lineEnd;
+                --depth;
+                previous.clear();
+            }
+            continue;
+        }
+        if (what == 1) {
+            text += ".model mdl" + std::to_string(number++) + " nmos (vth0=0.4" + lineEnd + "+ u0=400)" + lineEnd;
+            continue;
+        }
+        std::string line;
+        if (!previous.empty() && pick(3) == 0) {
+            // The previous line with one word changed, as devices of one cell differ in a value.
+            line = previous;
+            const size_t at = line.find(' ', 1 + pick(line.size()));
+            if (at != std::string::npos)
+                line = line.substr(0, at) + " " + word() + line.substr(at);
+        } else {
+            line = std::string(1, "MRXCQxmD"[pick(8)]) + std::to_string(pick(1000));
+            for (size_t i = 1 + pick(pick(4) == 0 ? 30 : 8); i > 0; --i) {
+                line += separators[pick(separators.size())];
+                line += word();
+                if (pick(4) == 0)
+                    line += std::string(pick(2) ? "=" : " = ") + (pick(2) ? "1" : word());
+            }
+        }
+        previous = line;
+        if (pick(6) == 0)
+            line += " ; a note with words=1 x";
+        const size_t split = line.find(' ', line.size() / 2);
+        if (pick(5) == 0 && split != std::string::npos) {
+            text += line.substr(0, split) + lineEnd + (pick(2) ? std::string("* between") + lineEnd + lineEnd : std::string()) +
+                    "  +" + line.substr(split) + lineEnd;
+        } else {
+            text += line + lineEnd;
+        }
+    }
+    for (; depth > 0; --depth)
+        text += std::string(".ends") + lineEnd;
+    return text;
+}
+
+// The words of a logical line as LibraryStream splits a definition's name off: at " =(),\t", each with
+// whether an "=" follows after blanks.
+std::vector<std::pair<std::string, bool>> referenceWords(const std::string& line)
+{
+    const std::string delimiters = " =(),\t";
+    std::vector<std::pair<std::string, bool>> out;
+    size_t i = 0;
+    while (i < line.size()) {
+        if (delimiters.find(line[i]) != std::string::npos) {
+            ++i;
+            continue;
+        }
+        size_t e = i;
+        while (e < line.size() && delimiters.find(line[e]) == std::string::npos)
+            ++e;
+        size_t j = e;
+        while (j < line.size() && (line[j] == ' ' || line[j] == '\t'))
+            ++j;
+        out.push_back({line.substr(i, e - i), j < line.size() && line[j] == '='});
+        i = e;
+    }
+    return out;
+}
+
+std::string lowered(std::string s)
+{
+    for (char& c : s)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+bool isParams(const std::string& w) { return lowered(w) == "params:" || lowered(w) == "param:"; }
+
+// The instances and uses of every subcircuit, in the order of their ".subckt" lines, from the logical
+// lines SpiceStream reads: on an element line, the words after the first that are no NAME= and start
+// with no digit are uses, except on an "X" line the last one before the parameters, its subcircuit.
+std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> referenceSubcircuitWords(const std::string& file)
+{
+    std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> out;
+    std::vector<size_t> open;
+    const auto add = [](std::vector<std::string>& list, const std::string& w) {
+        for (const std::string& x : list)
+            if (lowered(x) == lowered(w))
+                return;
+        list.push_back(w);
+    };
+    for (const auto& numbered : spiceLines(file, SpiceLanguageNative)) {
+        const std::string& line = numbered.second;
+        const auto words = referenceWords(line);
+        const std::string first = words.empty() ? std::string() : lowered(words[0].first);
+        if (line[0] == '.') {
+            if (first == ".subckt" && words.size() > 1) {
+                open.push_back(out.size());
+                out.emplace_back();
+            } else if (first == ".ends" && !open.empty()) {
+                open.pop_back();
+            }
+            continue;
+        }
+        if (open.empty() || std::string(" =(),\t").find(line[0]) != std::string::npos)
+            continue;
+        auto& lists = out[open.back()];
+        const bool instanceLine = line[0] == 'x' || line[0] == 'X';
+        size_t instance = SIZE_MAX;
+        if (instanceLine) {
+            for (size_t i = 1; i < words.size() && !words[i].second && !isParams(words[i].first); ++i)
+                instance = i;
+        }
+        for (size_t i = 1; i < words.size(); ++i) {
+            if (i == instance) {
+                add(lists.first, words[i].first);
+                continue;
+            }
+            if (words[i].second || (words[i].first[0] >= '0' && words[i].first[0] <= '9'))
+                continue;
+            add(lists.second, words[i].first);
+        }
+    }
+    return out;
+}
+
+TEST_F(ModelLibraryFiles, SubcircuitWordsAgreeWithASimpleReadingOfTheirLogicalLines)
+{
+    for (const char* lineEnd : {"\n", "\r\n"}) {
+        const std::string text = generatedSubcircuits(lineEnd[0] == '\n' ? 7u : 8u, lineEnd);
+        const std::string file = write("generated.lib", text);
+        const auto expected = referenceSubcircuitWords(file);
+        ModelLibIndex fromFile, fromText;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &fromFile), ModelLibStatus::Ok);
+        sp_IndexModelLibraryText(text.data(), text.size(), YString(file.c_str()), SpiceLanguageNative, &fromText);
+        for (const ModelLibIndex* index : {&fromFile, &fromText}) {
+            std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> got;
+            for (const ModelLibDefinition& d : index->definitions) {
+                if (d.kind != ModelLibDefinition::Subckt)
+                    continue;
+                got.emplace_back();
+                for (std::string_view w : index->instances(d))
+                    got.back().first.push_back(std::string(w));
+                for (std::string_view w : index->uses(d))
+                    got.back().second.push_back(std::string(w));
+            }
+            ASSERT_EQ(got.size(), expected.size());
+            for (size_t i = 0; i < got.size(); ++i) {
+                EXPECT_EQ(got[i].first, expected[i].first) << "instances of subcircuit " << i;
+                EXPECT_EQ(got[i].second, expected[i].second) << "uses of subcircuit " << i;
+                if (got[i] != expected[i])
+                    break;
+            }
+            EXPECT_GT(got.size(), 200u);
+        }
+        EXPECT_EQ(checkReadBack(file, fromFile, SpiceLanguageNative), static_cast<int>(fromFile.definitions.size()));
+        // Passing over the element lines changes nothing else.
+        ModelLibIndex skipped;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &skipped, ModelLibElements::Skip), ModelLibStatus::Ok);
+        EXPECT_FALSE(skipped.elementWords);
+        EXPECT_EQ(outline(skipped), outline(fromFile));
+        for (const ModelLibDefinition& d : skipped.definitions)
+            ASSERT_TRUE(skipped.instances(d).empty() && skipped.uses(d).empty());
+    }
 }
 
 class ModelLibraryCorpus : public ::testing::Test {
@@ -465,6 +781,15 @@ TEST_F(ModelLibraryCorpus, EveryDefinitionReadsBackAsSpiceStreamReadsItsStretch)
             continue;
         }
         checked += checkReadBack(file, index, index.language);
+        if (!index.wide) {
+            const char commentChar = index.language == SpiceLanguageHspice ? '$' : ';';
+            const std::string indexed = bytes.substr(0, static_cast<size_t>(index.size));
+            for (const ModelLibDefinition& d : index.definitions)
+                EXPECT_FALSE(orphanContinuationAfter(indexed, static_cast<size_t>(d.end), commentChar)) << file << ":" << d.line;
+        }
+        ModelLibIndex skipped;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &skipped, ModelLibElements::Skip), ModelLibStatus::Ok);
+        EXPECT_EQ(outline(skipped), outline(index)) << file;
         if (file.find("sky130_fd_pr__nfet_01v8__tt.pm3.spice") != std::string::npos)
             pm3 = static_cast<int>(index.definitions.size());
     }
@@ -545,9 +870,10 @@ TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip
     // The first subcircuit the corner reaches, extracted with everything it uses.
     YString name;
     for (const ModelLibReached& x : r.definitions) {
-        const ModelLibDefinition& d = r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)];
+        const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+        const ModelLibDefinition& d = file.definitions[static_cast<size_t>(x.definition)];
         if (d.kind == ModelLibDefinition::Subckt) {
-            name = d.name;
+            name = YString(std::string(file.name(d)).c_str());
             break;
         }
     }
@@ -564,13 +890,16 @@ TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip
     const ModelLibDefinition* last = nullptr;
     for (const ModelLibDefinition& d : extracted.definitions)
         last = d.parent < 0 ? &d : last;
-    EXPECT_EQ(last->name, name);
+    EXPECT_EQ(extracted.name(*last), name.c_str());
     for (const ModelLibDefinition& d : extracted.definitions) {
         if (d.parent >= 0)
             continue;
         bool reached = false;
-        for (const ModelLibReached& x : r.definitions)
-            reached = reached || r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)].name.equalsNoCase(d.name.c_str());
-        EXPECT_TRUE(reached) << d.name.c_str();
+        for (const ModelLibReached& x : r.definitions) {
+            const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+            reached = reached || YString(std::string(file.name(file.definitions[static_cast<size_t>(x.definition)])).c_str())
+                                     .equalsNoCase(std::string(extracted.name(d)).c_str());
+        }
+        EXPECT_TRUE(reached) << extracted.name(d);
     }
 }

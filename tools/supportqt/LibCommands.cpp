@@ -51,35 +51,46 @@ private:
 
 const char* kindName(ModelLibDefinition::Kind kind) { return kind == ModelLibDefinition::Subckt ? ".subckt" : ".model"; }
 
-std::string detail(const ModelLibDefinition& d)
+QString qs(std::string_view s) { return QString::fromUtf8(s.data(), static_cast<int>(s.size())); }
+
+// A definition of one of the indexed files.
+struct DefinitionOf {
+    const ModelLibIndex* file;
+    const ModelLibDefinition* definition;
+};
+
+std::string detail(const ModelLibIndex& file, const ModelLibDefinition& d)
 {
-    if (d.kind == ModelLibDefinition::Model)
-        return d.akoBase.isEmpty() ? d.type.str() : "AKO:" + d.akoBase.str() + (d.type.isEmpty() ? "" : " " + d.type.str());
+    if (d.kind == ModelLibDefinition::Model) {
+        const std::string type(file.type(d));
+        const std::string ako(file.akoBase(d));
+        return ako.empty() ? type : "AKO:" + ako + (type.empty() ? "" : " " + type);
+    }
     std::string ports;
-    for (const YString& p : d.ports)
-        ports += (ports.empty() ? "" : " ") + p.str();
+    for (std::string_view p : file.ports(d))
+        ports += (ports.empty() ? "" : " ") + std::string(p);
     return ports;
 }
 
-QJsonObject definitionJson(const ModelLibDefinition& d)
+QJsonObject definitionJson(const ModelLibIndex& file, const ModelLibDefinition& d)
 {
     QJsonArray ports;
-    for (const YString& p : d.ports)
-        ports.append(toQs(p));
+    for (std::string_view p : file.ports(d))
+        ports.append(qs(p));
     QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(kindName(d.kind))},
-                  {QStringLiteral("name"), toQs(d.name)},
-                  {QStringLiteral("file"), toQs(d.location.fileName)},
+                  {QStringLiteral("name"), qs(file.name(d))},
+                  {QStringLiteral("file"), toQs(file.fileName)},
                   {QStringLiteral("line"), d.line},
                   {QStringLiteral("lastLine"), d.lastLine},
-                  {QStringLiteral("start"), d.location.start},
-                  {QStringLiteral("end"), d.location.end},
-                  {QStringLiteral("lineOffset"), d.location.lineOffset}};
+                  {QStringLiteral("start"), d.start},
+                  {QStringLiteral("end"), d.end},
+                  {QStringLiteral("lineOffset"), d.line - 1}};
     if (d.kind == ModelLibDefinition::Model)
-        o.insert(QStringLiteral("type"), toQs(d.type));
+        o.insert(QStringLiteral("type"), qs(file.type(d)));
     else
         o.insert(QStringLiteral("ports"), ports);
-    if (!d.akoBase.isEmpty())
-        o.insert(QStringLiteral("akoBase"), toQs(d.akoBase));
+    if (!file.akoBase(d).empty())
+        o.insert(QStringLiteral("akoBase"), qs(file.akoBase(d)));
     return o;
 }
 
@@ -229,7 +240,7 @@ int runLibDefs(const QStringList& arguments)
     const int early = parseLibCommand(command, arguments, 1, 1, &language, &path);
     if (early >= 0)
         return early;
-    std::vector<const ModelLibDefinition*> definitions;
+    std::vector<DefinitionOf> definitions;
     ModelLibResolution r;
     ModelLibIndex index;
     if (command.isSet(QStringLiteral("section"))) {
@@ -237,27 +248,31 @@ int runLibDefs(const QStringList& arguments)
         const ModelLibStatus status = sp_ResolveModelSection(toYs(path), toYs(section), language, &r);
         if (status != ModelLibStatus::Ok)
             return statusFailure(command, status, path, section);
-        for (const ModelLibReached& x : r.definitions)
-            definitions.push_back(&r.files[static_cast<size_t>(x.file)].definitions[static_cast<size_t>(x.definition)]);
+        for (const ModelLibReached& x : r.definitions) {
+            const ModelLibIndex& file = r.files[static_cast<size_t>(x.file)];
+            definitions.push_back({&file, &file.definitions[static_cast<size_t>(x.definition)]});
+        }
     } else {
-        const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), language, &index);
+        const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), language, &index, ModelLibElements::Skip);
         if (status != ModelLibStatus::Ok)
             return statusFailure(command, status, path, QString());
         for (const ModelLibDefinition& d : index.definitions)
             if (d.parent < 0)
-                definitions.push_back(&d);
+                definitions.push_back({&index, &d});
     }
     if (command.json()) {
         QJsonArray array;
-        for (const ModelLibDefinition* d : definitions)
-            array.append(definitionJson(*d));
+        for (const DefinitionOf& d : definitions)
+            array.append(definitionJson(*d.file, *d.definition));
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
     Table table({"kind", "name", "type/ports", "file", "line", "start", "end"});
-    for (const ModelLibDefinition* d : definitions)
-        table.add({kindName(d->kind), d->name.str(), detail(*d), d->location.fileName.str(), std::to_string(d->line),
-                   std::to_string(d->location.start), std::to_string(d->location.end)});
+    for (const DefinitionOf& x : definitions) {
+        const ModelLibDefinition& d = *x.definition;
+        table.add({kindName(d.kind), std::string(x.file->name(d)), detail(*x.file, d), x.file->fileName.str(), std::to_string(d.line),
+                   std::to_string(d.start), std::to_string(d.end)});
+    }
     Output out;
     table.print(out, {false, false, false, false, true, true, true});
     out << static_cast<int>(definitions.size()) << " definitions\n";

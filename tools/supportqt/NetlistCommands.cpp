@@ -160,22 +160,26 @@ public:
     }
     void text(std::string_view t)
     {
-        if (m_used + t.size() > sizeof m_block)
+        if (t.size() > sizeof m_block / 2) {
             flush();
-        if (t.size() > sizeof m_block) {
             std::fwrite(t.data(), 1, t.size(), stdout);
             return;
         }
-        std::memcpy(m_block + m_used, t.data(), t.size());
+        char* o = room(t.size());
+        // Cells are short: a plain loop beats a call to memcpy for each.
+        for (char c : t)
+            *o++ = c;
         m_used += t.size();
     }
     // The text, then blanks up to `width` (at least one).
     void padded(std::string_view t, size_t width)
     {
         text(t);
-        static const char blanks[] = "                                ";
         const size_t fill = t.size() + 1 > width ? 1 : width - t.size();
-        text(std::string_view(blanks, std::min(fill, sizeof blanks - 1)));
+        char* o = room(fill);
+        for (size_t i = 0; i < fill; ++i)
+            *o++ = ' ';
+        m_used += fill;
     }
     // The number right-aligned in `width` characters.
     void number(long long value, size_t width)
@@ -192,13 +196,23 @@ public:
         if (negative)
             *--p = '-';
         const size_t length = static_cast<size_t>(end - p);
-        static const char blanks[] = "                                ";
-        if (width > length)
-            text(std::string_view(blanks, std::min(width - length, sizeof blanks - 1)));
-        text(std::string_view(p, length));
+        const size_t fill = width > length ? width - length : 0;
+        char* o = room(fill + length);
+        for (size_t i = 0; i < fill; ++i)
+            *o++ = ' ';
+        while (p < end)
+            *o++ = *p++;
+        m_used += fill + length;
     }
 
 private:
+    // Room for `n` bytes (at most the block's size) at the block's end, written out first when it lacks it.
+    char* room(size_t n)
+    {
+        if (m_used + n > sizeof m_block)
+            flush();
+        return m_block + m_used;
+    }
     void flush()
     {
         std::fwrite(m_block, 1, m_used, stdout);
@@ -296,7 +310,8 @@ int runIndex(const QStringList& arguments)
     if (!command.inputArgument(&path))
         return ExitFailure;
     ModelLibIndex index;
-    const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), SpiceLanguageNative, &index);
+    // Ranges and names are all the listing shows: the subcircuits' element lines are passed over.
+    const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), SpiceLanguageNative, &index, ModelLibElements::Skip);
     if (status == ModelLibStatus::TooLarge)
         return command.fail(ExitFailure, QStringLiteral("%1 is larger than 2 GiB, beyond the character positions of a definition").arg(path));
     if (status != ModelLibStatus::Ok)
@@ -312,11 +327,11 @@ int runIndex(const QStringList& arguments)
         QJsonArray array;
         for (const ModelLibDefinition* d : definitions)
             array.append(QJsonObject{{QStringLiteral("kind"), QString::fromLatin1(d->kind == ModelLibDefinition::Subckt ? ".subckt" : ".model")},
-                                     {QStringLiteral("name"), toQs(d->name)},
-                                     {QStringLiteral("start"), d->location.start},
-                                     {QStringLiteral("end"), d->location.end},
+                                     {QStringLiteral("name"), QString::fromUtf8(index.name(*d).data(), static_cast<int>(index.name(*d).size()))},
+                                     {QStringLiteral("start"), d->start},
+                                     {QStringLiteral("end"), d->end},
                                      {QStringLiteral("line"), d->line},
-                                     {QStringLiteral("lineOffset"), d->location.lineOffset}});
+                                     {QStringLiteral("lineOffset"), d->line - 1}});
         printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
@@ -325,11 +340,11 @@ int runIndex(const QStringList& arguments)
     out.text("kind     name                             start        end     line  line-offset\n");
     for (const ModelLibDefinition* d : definitions) {
         out.padded(d->kind == ModelLibDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
-        out.padded(std::string_view(d->name.str()), 25);
-        out.number(d->location.start, 14);
-        out.number(d->location.end, 11);
+        out.padded(index.name(*d), 25);
+        out.number(d->start, 14);
+        out.number(d->end, 11);
         out.number(d->line, 9);
-        out.number(d->location.lineOffset, 13);
+        out.number(d->line - 1, 13);
         out.text("\n");
     }
     out.number(static_cast<long long>(definitions.size()), 0);
