@@ -4,6 +4,8 @@
 // run time; the tests hold them to the same answers.
 #pragma once
 
+#include "NetlistFilter_p.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -236,13 +238,11 @@ MODELLIB_AVX2 MODELLIB_NOINLINE inline WordMasks wordMasksAvx2(const char* p, in
     return m;
 }
 
-/// Whether the processor and the system run AVX2 code; asked once.
+/// Whether the AVX2 versions run: the level the netlist readers chose for this process (the processor's
+/// and the system's support, capped by SUPPORTQT_NETLIST_SCAN), asked once.
 inline bool hasAvx2()
 {
-    static const bool avx2 = [] {
-        __builtin_cpu_init();
-        return __builtin_cpu_supports("avx2") != 0;
-    }();
+    static const bool avx2 = netlist::activeKernels().level >= netlist::ScanLevel::Avx2;
     return avx2;
 }
 #endif
