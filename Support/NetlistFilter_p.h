@@ -320,11 +320,13 @@ size_t takeHighBytes(Detector& detector, const char* p, const char* end)
     const size_t n = utf8SequenceRun(p, end, &extended);
     // A complete two-byte sequence, and a five-byte one for extended UTF-8, leave the detector as the
     // run's own sequences do.
+    static const unsigned char kTwoBytes[] = {0xC2, 0x80};
+    static const unsigned char kFiveBytes[] = {0xF8, 0x80, 0x80, 0x80, 0x80};
     if (n > 0)
-        for (const unsigned char b : {0xC2, 0x80})
+        for (const unsigned char b : kTwoBytes)
             detector.add(b);
     if (extended)
-        for (const unsigned char b : {0xF8, 0x80, 0x80, 0x80, 0x80})
+        for (const unsigned char b : kFiveBytes)
             detector.add(b);
     return n;
 }
