@@ -171,8 +171,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
                 *lit++ = static_cast<char>(c);
                 return c;
             }
-            if (c == '\n' || (c == '\r' && stop - p >= 2 && p[1] == '\n')) {
-                const int length = c == '\n' ? 1 : 2;
+            if (const int length = netlist::lineEndLength(p, stop)) {
                 p += length;
                 chars += length;
                 ++lines;

@@ -34,16 +34,7 @@
 namespace modellib {
 
 /// Index of the lowest set bit of a nonzero 64-bit mask.
-inline int lowestBit64(uint64_t mask)
-{
-#if defined(_MSC_VER)
-    unsigned long index = 0;
-    _BitScanForward64(&index, mask);
-    return static_cast<int>(index);
-#else
-    return __builtin_ctzll(mask);
-#endif
-}
+inline int lowestBit64(uint64_t mask) { return netlist::lowestBit(mask); }
 
 /// Index of the highest set bit of a nonzero 64-bit mask.
 inline int highestBit64(uint64_t mask)

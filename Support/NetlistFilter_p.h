@@ -44,6 +44,16 @@ inline int lowestBit(unsigned long long mask)
 #endif
 }
 
+/// Length of the line end at `p` that a reader may take straight from the buffer: 1 for a line feed, 2
+/// for a carriage return and a line feed both before `stop`, 0 otherwise (a lone carriage return, or one
+/// whose next byte is not there yet, takes the reader's character source).
+inline int lineEndLength(const char* p, const char* stop)
+{
+    if (*p == '\n')
+        return 1;
+    return *p == '\r' && stop - p >= 2 && p[1] == '\n' ? 2 : 0;
+}
+
 // ---------------------------------------------------------------- the fast-forward kernel
 
 /// What ends a run of ordinary bytes for one state of a reader. Every run ends at a byte below 32 other

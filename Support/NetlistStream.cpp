@@ -264,8 +264,7 @@ int SpiceStream::machine(Delivery& delivery)
                 ++chars;
                 return c;
             }
-            if (c == '\n' || (c == '\r' && stop - p >= 2 && p[1] == '\n')) {
-                const int length = c == '\n' ? 1 : 2;
+            if (const int length = netlist::lineEndLength(p, stop)) {
                 p += length;
                 chars += length;
                 ++lines;

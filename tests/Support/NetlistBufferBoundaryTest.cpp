@@ -72,30 +72,6 @@ std::vector<std::string> readLiteral(const std::string& text, size_t chunk, int 
     return seen;
 }
 
-// Netlist text assembled from pieces that reach every branch of the readers: plain text of every
-// length, line ends of all three kinds, blanks, continuations, comment lines and inline comments of
-// both dialects, directives, braces, non-ASCII and control bytes, and the end mark 0xFF.
-std::string randomNetlist(std::mt19937& random, int pieces)
-{
-    static const char* const kPieces[] = {
-        "R1 a b 1k", "M12 d g s b nch W=1u L=0.18u", "C3 n1 0 10p IC=0", "\n", "\n", "\n", "\r\n", "\r\n", "\r",
-        "\n+ ", "\n+W=2u", "\n   + 5", "\n*", "\n* comment text here", "\n*#HSPICE\n", "\n*#hierarchy x\n",
-        "*#KALVONTA sep=.\n", "\n;c", " ; trailing comment", " $ dollar comment", "$", "{a{b}c}", "{x}", "}",
-        "{", "\t", "  ", "\xC3\xA9t\xC3\xA9", "\x80", "\x01", "\x0B", "\x7F", "\xFF", "#", "+", "*",
-        "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJ", "\n\n\n", "\r\r\n", "X1 in out opamp gain=1e6\n",
-        "*#HSPICE\n$ comment\n", "*#HSPICE\n; kept in HSPICE\n", "*#KALVONTA sep=.\n; comment\n"};
-    const size_t count = sizeof(kPieces) / sizeof(kPieces[0]);
-    std::string text;
-    for (int i = 0; i < pieces; ++i) {
-        // The end mark is kept rare so that most inputs are read to their end.
-        size_t k = random() % count;
-        if (std::string(kPieces[k]) == "\xFF" && random() % 8 != 0)
-            k = 0;
-        text += kPieces[k];
-    }
-    return text;
-}
-
 std::string plainNetlist(int lines)
 {
     std::string text = "* header\n";
@@ -141,7 +117,7 @@ TEST(NetlistBufferBoundary, SpiceStreamRandomInputAnyChunking)
 {
     std::mt19937 random(20261122);
     for (int round = 0; round < 300; ++round) {
-        const std::string text = randomNetlist(random, 5 + static_cast<int>(random() % 120));
+        const std::string text = generatedNetlist(random, 5 + static_cast<int>(random() % 120));
         const bool flush = round % 2 == 0;
         const auto whole = readSpice(text, 0, flush);
         for (size_t chunk : {size_t(1), size_t(2), size_t(7), size_t(16)})
@@ -162,7 +138,7 @@ TEST(NetlistBufferBoundary, NewSpiceStreamRandomInputAnyChunkingAndLimit)
 {
     std::mt19937 random(112026);
     for (int round = 0; round < 300; ++round) {
-        const std::string text = randomNetlist(random, 5 + static_cast<int>(random() % 120));
+        const std::string text = generatedNetlist(random, 5 + static_cast<int>(random() % 120));
         // Every third round cuts the input at a character limit somewhere inside it.
         const int limit = round % 3 == 0 ? static_cast<int>(random() % (text.size() + 1)) : INT_MAX;
         const auto whole = readLiteral(text, 0, limit);

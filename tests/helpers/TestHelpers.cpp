@@ -172,3 +172,26 @@ extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:libqoffscreen.so\nleak:libQt5Gui.so\nleak:libQt5XmlPatterns.so\n";
 }
+
+std::string generatedNetlist(std::mt19937& random, int pieces)
+{
+    static const char* const kPieces[] = {
+        "R1 a b 1k", "M12 d g s b nch W=1u L=0.18u", "C3 n1 0 10p IC=0", "\n", "\n", "\n", "\r\n", "\r\n", "\r",
+        "\n+ ", "\n+W=2u", "\n   + 5", "\n*", "\n* comment text here", "\n*#HSPICE\n", "\n*#hierarchy x\n",
+        "*#KALVONTA sep=.\n", "*#PSPICE\n", "\n;c", " ; trailing comment", " $ dollar comment", "$", "{a{b}c}", "{x}",
+        "}", "{", "\t", "  ", "\xC3\xA9t\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF8\x88\x80\x80\x80",
+        "\xFC\x84\x80\x80\x80\x80", "\xC3", "\x80", "\xE2\x82", "\xFE", "\x01", "\x0B", "\x7F", "\xFF", "#", "+", "*",
+        "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJ", "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJabcdefghijklmnopq",
+        "\n\n\n", "\r\r\n", "X1 in out opamp gain=1e6\n", "*#HSPICE\n$ comment\n", "*#HSPICE\n; kept in HSPICE\n",
+        "*#KALVONTA sep=.\n; comment\n", "\n* \xC3\xA9\xC3\xA9 comment with UTF-8\n"};
+    const size_t count = sizeof(kPieces) / sizeof(kPieces[0]);
+    std::string text;
+    for (int i = 0; i < pieces; ++i) {
+        // The end mark is kept rare so that most inputs are read to their end.
+        size_t k = random() % count;
+        if (std::string(kPieces[k]) == "\xFF" && random() % 8 != 0)
+            k = 0;
+        text += kPieces[k];
+    }
+    return text;
+}

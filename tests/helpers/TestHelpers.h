@@ -11,6 +11,7 @@
 
 #include <QString>
 #include <QTextCodec>
+#include <random>
 #include <string>
 
 /// The folder of the tests' data files.
@@ -18,6 +19,12 @@ std::string testDataPath(const std::string& relative);
 /// The shared corpus of real netlists and process kits: the environment's SUPPORTQT_CORPUS_DIR when set,
 /// else ../shared/corpus beside the checkout.
 QString corpusDir();
+
+/// Netlist text from `pieces` pieces that reach every transition of the netlist readers: plain text of
+/// every length, line ends of all three kinds, blanks, continuations, comment lines and inline comments
+/// of both dialects, directives, braces, UTF-8 sequences of every length and broken ones, control bytes
+/// and (rarely, so that most texts are read to their end) the end mark 0xFF.
+std::string generatedNetlist(std::mt19937& random, int pieces);
 
 /// Writes bytes to a file; fails the test when it cannot.
 void writeFileBytes(const std::string& path, const std::string& bytes);
