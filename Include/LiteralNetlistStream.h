@@ -48,7 +48,6 @@ private:
                  InlineComment = 5, ReplayComment = 6 };
 
     int getChar();
-    int next();
     int machine(Buf* line, int* lineNumber);
     void fillOutputLitBuffer();
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }

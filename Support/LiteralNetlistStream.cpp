@@ -86,12 +86,6 @@ int NewSpiceStream::getChar()
     }
 }
 
-int NewSpiceStream::next()
-{
-    int c = m_lookahead.isEmpty() ? getChar() : m_lookahead.pop();
-    return c == 255 ? -1 : c; // 0xFF never comes from the filtered source: it is the queued end
-}
-
 void NewSpiceStream::fillOutputLitBuffer()
 {
     const char* unread = m_litQueue.unread();
@@ -121,11 +115,13 @@ void NewSpiceStream::fillOutputLitBuffer()
 // the stream's buffer, the state, the counts, and write positions in room reserved at the end of the
 // literal queue and of the line. Each byte read writes at most one byte to each, so room for the bytes
 // up to `stop` (at most one window of the buffer, and no further than the character limit allows) and a
-// little more is reserved, and the common bytes are read only below `stop`. `store` writes everything
-// back before anything else reads the stream, the counts or the queues; `load` takes it up again.
+// little more is reserved, and the common bytes are read only below `stop`; characters taken from the
+// look-ahead queue reserve more room when they need it. `store` writes everything back before anything
+// else reads the stream, the counts or the queues; `load` takes it up again.
 int NewSpiceStream::machine(Buf* line, int* lineNumber)
 {
-    constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
+    // Room beyond the window: the kernel's whole-block stores, and a few bytes more.
+    constexpr int kRoom = netlist::kRunSlack + 8;
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while getChar must read
     int state, chars, lines;
@@ -133,6 +129,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     char* lit;
     char* textStart = nullptr;
     char* text = nullptr; // null until the line's first character
+    char* textEnd = nullptr; // the end of the room reserved for the line
     const auto load = [&]() NETLIST_INLINE {
         p = bufferBegin();
         state = m_state;
@@ -147,8 +144,10 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             window = limit > 0 ? static_cast<size_t>(limit) : 0;
         stop = p + window;
         litStart = lit = m_litQueue.reserveTail(static_cast<int>(window) + kRoom);
-        if (text)
+        if (text) {
             textStart = text = line->reserveTail(static_cast<int>(window) + kRoom);
+            textEnd = text + window + kRoom;
+        }
     };
     const auto store = [&]() NETLIST_INLINE {
         m_litQueue.expand(static_cast<int>(lit - litStart));
@@ -215,9 +214,16 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             if (lineNumber)
                 *lineNumber = lines + 1;
             textStart = text = line->reserveTail(static_cast<int>(stop - p) + kRoom);
+            textEnd = text + (stop - p) + kRoom;
         }
         if (c == 10)
             return true;
+        // A character from the look-ahead queue is written without a byte read: new room is reserved
+        // before the room for the window's bytes and the kernel's stores runs short.
+        if (textEnd - text <= (stop - p) + netlist::kRunSlack) {
+            store();
+            load();
+        }
         *text++ = static_cast<char>(c);
         return false;
     };

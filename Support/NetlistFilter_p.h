@@ -6,21 +6,28 @@
 #include <cstdlib>
 #include <cstring>
 
-#if defined(__x86_64__) || defined(_M_X64)
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+// The AVX2 and AVX-512 kernels, chosen at run time, are left out of a MinGW build whose assembler cannot
+// turn aligned vector moves into unaligned ones (see the top-level CMakeLists.txt).
+#if (defined(__x86_64__) || defined(_M_X64)) && !defined(SUPPORTQT_SCAN_SSE2_ONLY)
 #define NETLIST_SCAN_X86 1
 #include <immintrin.h>
 #if defined(_MSC_VER) && !defined(__clang__)
-#include <intrin.h>
 #define NETLIST_TARGET(isa)
 #else
 #define NETLIST_TARGET(isa) __attribute__((target(isa)))
 #endif
+#elif defined(__x86_64__) || defined(_M_X64)
+#define NETLIST_SCAN_SSE2_ONLY 1
+#include <emmintrin.h>
 #endif
 
 // The helpers of a reader's state machine are lambdas over its locals; they must be inlined, or the
-// locals would live in memory.
+// locals would live in memory. (MSVC inlines such lambdas unasked.)
 #if defined(_MSC_VER) && !defined(__clang__)
-#define NETLIST_INLINE [[msvc::forceinline]]
+#define NETLIST_INLINE
 #else
 #define NETLIST_INLINE __attribute__((always_inline))
 #endif
@@ -35,10 +42,17 @@ constexpr char kTokenDelimiters[] = " =(),\t";
 /// Index of the lowest set bit of a nonzero mask.
 inline int lowestBit(unsigned long long mask)
 {
-#if defined(_MSC_VER) && !defined(__clang__)
+#if defined(_MSC_VER) && !defined(__clang__) && (defined(_M_X64) || defined(_M_ARM64))
     unsigned long index = 0;
     _BitScanForward64(&index, mask);
     return static_cast<int>(index);
+#elif defined(_MSC_VER) && !defined(__clang__)
+    int index = 0;
+    while (!(mask & 1)) {
+        mask >>= 1;
+        ++index;
+    }
+    return index;
 #else
     return __builtin_ctzll(mask);
 #endif
@@ -103,10 +117,9 @@ size_t runScalar(const char* p, const char* end, const RunStops& s, char* out1, 
     return static_cast<size_t>(q - p);
 }
 
-#if defined(NETLIST_SCAN_X86)
+#if defined(NETLIST_SCAN_X86) || defined(NETLIST_SCAN_SSE2_ONLY)
 // Stop mask of 16 bytes: below 32 but the tab, 0xFF (or every byte from 128 when `high` is all ones),
 // and the three extra bytes.
-NETLIST_TARGET("sse2")
 inline unsigned stopMask16(__m128i v, __m128i e0, __m128i e1, __m128i e2, __m128i high)
 {
     const __m128i c31 = _mm_set1_epi8(31);
@@ -118,7 +131,6 @@ inline unsigned stopMask16(__m128i v, __m128i e0, __m128i e1, __m128i e2, __m128
 }
 
 template <int Outputs>
-NETLIST_TARGET("sse2")
 size_t runSse2(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
 {
     const __m128i e0 = _mm_set1_epi8(s.extra[0]), e1 = _mm_set1_epi8(s.extra[1]), e2 = _mm_set1_epi8(s.extra[2]);
@@ -138,6 +150,9 @@ size_t runSse2(const char* p, const char* end, const RunStops& s, char* out1, ch
     return done + runScalar<Outputs>(q, end, s, Outputs >= 1 ? out1 + done : nullptr, Outputs >= 2 ? out2 + done : nullptr);
 }
 
+#endif
+
+#if defined(NETLIST_SCAN_X86)
 template <int Outputs>
 NETLIST_TARGET("avx2")
 size_t runAvx2(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
@@ -197,11 +212,17 @@ size_t runAvx512(const char* p, const char* end, const RunStops& s, char* out1, 
 }
 
 // Whether the processor and the system support the level (the upper register state must be saved).
+#if defined(_MSC_VER)
+// The register state the system saves (XCR0); callable once the processor says the system enables it.
+NETLIST_TARGET("xsave") inline unsigned long long savedRegisterState() { return _xgetbv(0); }
+#endif
+
 inline bool supports(ScanLevel level)
 {
     if (level <= ScanLevel::Sse2)
         return true;
-#if defined(_MSC_VER) && !defined(__clang__)
+#if defined(_MSC_VER)
+    // MSVC and clang-cl ask the processor directly (clang's own detection needs its run-time library).
     int r[4];
     __cpuid(r, 0);
     if (r[0] < 7)
@@ -210,7 +231,7 @@ inline bool supports(ScanLevel level)
     const bool osSaves = (r[2] & (1 << 27)) != 0; // OSXSAVE
     if (!osSaves)
         return false;
-    const unsigned long long xcr0 = _xgetbv(0);
+    const unsigned long long xcr0 = savedRegisterState();
     __cpuidex(r, 7, 0);
     if (level == ScanLevel::Avx2)
         return (xcr0 & 0x6) == 0x6 && (r[1] & (1 << 5)) != 0;
@@ -228,7 +249,10 @@ inline bool supports(ScanLevel level)
 /// The kernels of one level; a level the build or the processor lacks gives the best one below it.
 inline ScanKernels kernelsFor(ScanLevel level)
 {
-#if defined(NETLIST_SCAN_X86)
+#if defined(NETLIST_SCAN_SSE2_ONLY)
+    if (level >= ScanLevel::Sse2)
+        return {scan::runSse2<0>, scan::runSse2<1>, scan::runSse2<2>, ScanLevel::Sse2};
+#elif defined(NETLIST_SCAN_X86)
     while (level > ScanLevel::Sse2 && !scan::supports(level))
         level = static_cast<ScanLevel>(static_cast<int>(level) - 1);
     switch (level) {
@@ -246,19 +270,26 @@ inline ScanKernels kernelsFor(ScanLevel level)
 }
 
 /// The level named by the environment variable SUPPORTQT_NETLIST_SCAN ("scalar", "sse2", "avx2",
-/// "avx512"), which caps the choice so that tests can force every path; the best level otherwise.
+/// "avx512", any case), which caps the choice so that tests can force every path; the best level when it
+/// is unset or empty, and the portable one for any other value.
 inline ScanLevel requestedScanLevel()
 {
     const char* name = std::getenv("SUPPORTQT_NETLIST_SCAN");
-    if (name) {
-        if (std::strcmp(name, "scalar") == 0)
-            return ScanLevel::Scalar;
-        if (std::strcmp(name, "sse2") == 0)
-            return ScanLevel::Sse2;
-        if (std::strcmp(name, "avx2") == 0)
-            return ScanLevel::Avx2;
+    if (!name || !*name)
+        return ScanLevel::Avx512;
+    static const char* const kNames[] = {"scalar", "sse2", "avx2", "avx512"};
+    for (int level = 0; level < 4; ++level) {
+        const char* a = name;
+        const char* b = kNames[level];
+        while (*a && (*a | 0x20) == *b) {
+            ++a;
+            ++b;
+        }
+        if (!*a && !*b)
+            return static_cast<ScanLevel>(level);
     }
-    return ScanLevel::Avx512;
+    // A cap that is not understood caps at the portable level rather than lifting the cap.
+    return ScanLevel::Scalar;
 }
 
 /// The kernels the readers use, chosen once per process.

@@ -15,6 +15,8 @@ int SpiceStream::dummyLineNum = 0;
 
 namespace {
 const int kMaxDirectiveText = 198;
+// What the state machine returns when a line it reads goes on in literal mode.
+const int kLiteralFromHere = -2;
 }
 
 SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language)
@@ -218,6 +220,9 @@ int SpiceStream::machine(Delivery& delivery)
     int chars, lines;
     char* raw;
     char* text; // null until a line is under way
+    // Set when a delivery went through `take`: `evaluate` may have read on or changed the mode, so the
+    // machine goes on from the state the reader is in now.
+    bool resumed = false;
     const auto load = [&]() NETLIST_INLINE {
         p = bufferBegin();
         // Nothing pending from a lone carriage return, and the detector between sequences, where ASCII
@@ -296,6 +301,7 @@ int SpiceStream::machine(Delivery& delivery)
         store();
         const bool ended = delivery.take(c, lines);
         load();
+        resumed = true;
         return ended;
     };
     const auto accept = [&](int c) NETLIST_INLINE {
@@ -352,6 +358,14 @@ int SpiceStream::machine(Delivery& delivery)
 
     load();
     int c;
+dispatch:
+    if (resumed) {
+        resumed = false;
+        // A line read in literal mode from here on goes on in the line assembly, one raw character at
+        // a time.
+        if (m_literalMode)
+            return leave(kLiteralFromHere);
+    }
     switch (m_state) {
     case LineStart:
         goto lineStart;
@@ -384,6 +398,8 @@ lineStart:
     m_state = InLine;
     if (deliver(c))
         return leave(c);
+    if (resumed)
+        goto dispatch;
     goto inLine;
 
 commentLine:
@@ -420,6 +436,8 @@ inLine:
     accept(c);
     if (deliver(c))
         return leave(c);
+    if (resumed)
+        goto dispatch;
     goto inLine;
 
 inlineComment:
@@ -454,6 +472,8 @@ afterNewline:
         m_state = InLine;
         if (deliver(32))
             return leave(32);
+        if (resumed)
+            goto dispatch;
         goto inLine;
     }
     if (c == -1)
@@ -464,6 +484,8 @@ afterNewline:
     m_state = InLine;
     if (deliver(10))
         return leave(10);
+    if (resumed)
+        goto dispatch;
     goto inLine;
 
 endPending:
@@ -471,6 +493,8 @@ endPending:
     m_state = EndPending;
     if (deliver(10))
         return leave(10);
+    if (resumed)
+        goto dispatch;
 atEnd:
     m_state = AtEnd;
     return leave(-1);
@@ -600,14 +624,23 @@ SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamF
     *streamFlag = false;
     *nonAscii = false;
     LineAssembly line{*this, lineNumber, streamFlag, nonAscii};
-    if (m_literalMode) {
-        for (int c = get(true); c != -1; c = get(true))
+    // The mode is read before every character: `evaluate` may change it in the middle of a line.
+    for (;;) {
+        if (!m_literalMode) {
+            const int c = machine(line);
+            if (c != kLiteralFromHere)
+                return c != -1 || !m_lineBuffer.isEmpty() ? LineEnded : InputEnded;
+        }
+        for (;;) {
+            const int c = get(true);
+            if (c == -1)
+                return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
             if (line.take(c, m_lineCount))
                 return LineEnded;
-    } else if (machine(line) != -1) {
-        return LineEnded;
+            if (!m_literalMode)
+                break;
+        }
     }
-    return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
 }
 
 bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* nonAscii)

@@ -6,6 +6,7 @@
 #include "FuzzSupport.h"
 #include "NetlistStream.h"
 #include "ReferenceNetlistReaders.h"
+#include "TextFile.h"
 
 #include <cstring>
 #include <vector>
@@ -24,12 +25,10 @@ void configure(Stream& in, uint8_t options)
 
 // Everything a caller sees after each line, read from memory `chunk` bytes per refill (0: whole), by
 // the library's reader or the reference one.
-template <class Stream = SpiceStream>
-std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
+template <class Stream>
+std::vector<std::string> record(Stream& in, uint8_t options)
 {
     std::vector<std::string> seen;
-    kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
-    Stream in(source);
     configure(in, options);
     YString line;
     int number = 0;
@@ -51,6 +50,14 @@ std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk,
             break;
     }
     return seen;
+}
+
+template <class Stream = SpiceStream>
+std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
+{
+    kvstrstream source(reinterpret_cast<const char*>(data), size, chunk);
+    Stream in(source);
+    return record(in, options);
 }
 } // namespace
 
@@ -85,5 +92,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         __builtin_trap();
     if (whole != observe<ReferenceSpiceStream>(data + 1, size - 1, 0, options))
         __builtin_trap();
+    // The file read in the dialect the options name, against the reference in that dialect (unless the
+    // file is wide text, which the file reader reads from a UTF-8 copy).
+    bool wide = false;
+    if (sp_DetectTextFileFormat(YString(path.c_str()), &wide, nullptr, nullptr, nullptr) && !wide) {
+        SpiceStream file(path.c_str(), static_cast<SpiceLanguage>(options % 3));
+        kvstrstream source(reinterpret_cast<const char*>(data + 1), size - 1);
+        ReferenceSpiceStream reference(source, options % 3);
+        if (record(file, options) != record(reference, options))
+            __builtin_trap();
+    }
     return 0;
 }

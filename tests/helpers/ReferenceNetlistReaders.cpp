@@ -8,10 +8,39 @@ bool keeps(int c) { return c == 9 || c == 10 || (c >= 32 && c <= 254); }
 
 // ---------------------------------------------------------------- SpiceStream
 
-ReferenceSpiceStream::ReferenceSpiceStream(kvstream& source)
+ReferenceSpiceStream::ReferenceSpiceStream(kvstream& source, int language) : m_language(language)
 {
     kvstream::transferBuffer(&source, this);
+    init();
+}
+
+void ReferenceSpiceStream::init()
+{
+    m_suppressEmptyLines = true;
+    m_hierarchy = false;
+    m_state = LineStart;
+    m_lineCount = 0;
+    m_charCount = 0;
+    m_lastAcceptedLineCount = 0;
+    m_lastAcceptedCharCount = 0;
     setOwnCount(0);
+    m_literalMode = false;
+    m_pushback = -1;
+    m_separator = "$";
+}
+
+void ReferenceSpiceStream::clearCounts()
+{
+    m_lineCount = 0;
+    m_charCount = 0;
+    m_lastAcceptedCharCount = 0;
+    setOwnCount(0);
+}
+
+void ReferenceSpiceStream::copyBuffer(const YString& text)
+{
+    m_rawBuffer.flush();
+    m_rawBuffer.append(text.c_str(), text.length());
 }
 
 int ReferenceSpiceStream::readRaw()
@@ -310,10 +339,14 @@ bool ReferenceSpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag
             expression += ')';
             --depth;
         } else if (c == '}') {
-            // The base reader's hook evaluates nothing: the expression comes back in braces.
-            m_lineBuffer.add('{');
-            m_lineBuffer.append(expression.data(), static_cast<int>(expression.size()));
-            m_lineBuffer.add('}');
+            YString result;
+            if (evaluate(expression.c_str(), &result)) {
+                m_lineBuffer.append(result.c_str(), result.length());
+            } else {
+                m_lineBuffer.add('{');
+                m_lineBuffer.append(expression.data(), static_cast<int>(expression.size()));
+                m_lineBuffer.add('}');
+            }
             expression.clear();
             depth = 0;
         } else {
@@ -329,6 +362,21 @@ bool ReferenceSpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag
 ReferenceLiteralStream::ReferenceLiteralStream(kvstream& source, int charLimit) : m_charLimit(charLimit)
 {
     kvstream::transferBuffer(&source, this);
+}
+
+void ReferenceLiteralStream::init()
+{
+    m_state = Start;
+    m_lineCount = 0;
+    m_charCount = 0;
+    m_atEnd = false;
+    m_charLimit = INT_MAX;
+}
+
+void ReferenceLiteralStream::clearCounts()
+{
+    m_lineCount = 0;
+    m_charCount = 0;
 }
 
 int ReferenceLiteralStream::getChar()

@@ -9,15 +9,22 @@
 #include <climits>
 #include <string>
 
-/// SpiceStream read one character at a time. Built on an open stream; the native dialect.
+/// SpiceStream read one character at a time. Built on an open stream, in the given dialect (0 native,
+/// 1 PSPICE, 2 HSPICE).
 class ReferenceSpiceStream : public kvstream {
 public:
-    explicit ReferenceSpiceStream(kvstream& source);
+    explicit ReferenceSpiceStream(kvstream& source, int language = 0);
+    virtual ~ReferenceSpiceStream() = default;
 
     bool gets(YString* line, int* lineNumber, bool* streamFlag, bool* nonAscii);
+    /// The brace-expression hook; the base substitutes nothing.
+    virtual bool evaluate(const char*, YString*) { return false; }
     int get(bool raw);
     void readTitle();
     void flushBuffer();
+    void copyBuffer(const YString& text);
+    void init();
+    void clearCounts();
     void setLiteralMode(bool on) { m_literalMode = on; }
     void dontSuppressEmptyLines() { m_suppressEmptyLines = false; }
 
@@ -68,6 +75,9 @@ public:
 
     bool gets(YString* line, int* lineNumber);
     int get();
+    /// As NewSpiceStream::init, which keeps the pending character and both queues.
+    void init();
+    void clearCounts();
     const Buf& getLitBuffer() const { return m_litBuffer; }
     void flushLitBuffer() { m_litBuffer.flush(); }
     int getLineCount() const { return m_lineCount; }
