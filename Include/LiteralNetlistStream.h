@@ -49,7 +49,10 @@ private:
 
     int getChar();
     int machine(Buf* line, int* lineNumber);
+    void gatherCommentBlock(int c);
     void fillOutputLitBuffer();
+    void readRestOfLineIntoLookahead();
+    size_t directWindow() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 
     int m_state = Start;

@@ -106,6 +106,40 @@ void NewSpiceStream::fillOutputLitBuffer()
     m_litQueueWithoutLineEnd = count - n;
 }
 
+// How many of the bytes at the read position may be taken straight from the buffer, as the character
+// source would deliver them: none with a pending character or at the end, none past the character limit
+// (the byte that crosses it ends the input), one window at the most. (An open base64 section hides the
+// buffer.)
+size_t NewSpiceStream::directWindow() const
+{
+    const long long room = m_pendingChar == -1 && !m_atEnd ? static_cast<long long>(m_charLimit) - m_charCount : 0;
+    const size_t available = static_cast<size_t>(bufferEnd() - bufferBegin());
+    const size_t window = available < netlist::kRunWindow ? available : netlist::kRunWindow;
+    return static_cast<long long>(window) <= room ? window : room > 0 ? static_cast<size_t>(room) : 0;
+}
+
+// The rest of a comment line, its line end (or the end) included, into the look-ahead queue, and as the
+// character source delivers it into the literal queue too; its ordinary bytes come in runs.
+void NewSpiceStream::readRestOfLineIntoLookahead()
+{
+    const netlist::RunStops stops{{'\n', '\n', '\n'}, false};
+    for (;;) {
+        if (const size_t window = directWindow()) {
+            const int reserve = static_cast<int>(window) + netlist::kRunSlack;
+            const size_t n = netlist::activeKernels().copy2(bufferBegin(), bufferBegin() + window, stops,
+                                                            m_litQueue.reserveTail(reserve), m_lookahead.reserveTail(reserve));
+            m_litQueue.expand(static_cast<int>(n));
+            m_lookahead.expand(static_cast<int>(n));
+            m_charCount += static_cast<int>(n);
+            advance(n);
+        }
+        const int c = getChar();
+        m_lookahead.add(asQueued(c));
+        if (c == 10 || c == -1)
+            return;
+    }
+}
+
 // The state machine. With `line`, a line is read: the first character sets `*lineNumber` (when given),
 // a line end ends the call and every other character is appended; without, each delivered character
 // ends the call (`get`). The end of input always ends it (-1). Each state is a block that goes straight
@@ -135,13 +169,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         state = m_state;
         chars = m_charCount;
         lines = m_lineCount;
-        // Nothing pending from a lone carriage return and not at the end, or getChar reads.
-        size_t window = m_pendingChar == -1 && !m_atEnd ? static_cast<size_t>(bufferEnd() - p) : 0;
-        if (window > netlist::kRunWindow)
-            window = netlist::kRunWindow;
-        const long long limit = static_cast<long long>(m_charLimit) - chars;
-        if (static_cast<long long>(window) > limit)
-            window = limit > 0 ? static_cast<size_t>(limit) : 0;
+        const size_t window = directWindow();
         stop = p + window;
         litStart = lit = m_litQueue.reserveTail(static_cast<int>(window) + kRoom);
         if (text) {
@@ -158,10 +186,14 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         m_charCount = chars;
         m_lineCount = lines;
     };
-    // The character source: the common bytes (those the filter keeps, and line ends) straight from the
-    // buffer with the effects getChar would have, every other through getChar; the state machine reads
-    // the look-ahead queue first.
-    const auto source = [&]() NETLIST_INLINE -> int {
+    // The character source: the look-ahead queue first, then the common bytes (those the filter keeps,
+    // and line ends) straight from the buffer with the effects getChar would have, every other through
+    // getChar.
+    const auto next = [&]() NETLIST_INLINE -> int {
+        if (!m_lookahead.isEmpty()) {
+            const int c = m_lookahead.pop();
+            return c == 255 ? -1 : c; // the queued end
+        }
         if (p < stop) {
             const unsigned char c = static_cast<unsigned char>(*p);
             if ((c >= 32 && c != 255) || c == 9) {
@@ -181,13 +213,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         store();
         const int c = getChar();
         load();
-        return c;
-    };
-    const auto next = [&]() NETLIST_INLINE -> int {
-        if (m_lookahead.isEmpty())
-            return source();
-        const int c = m_lookahead.pop();
-        return c == 255 ? -1 : c; // the queued end
+        return c == 255 ? -1 : c;
     };
     // Moves the queued lines to the literal buffer. Right after a line end read from the source, that is
     // the whole queue.
@@ -318,43 +344,14 @@ afterNewline:
     goto inLine;
 
 starComment:
-    // The block of comment lines that starts with this "*": each line's rest, its line end (or the end)
-    // included, is gathered into the look-ahead queue, and so is every further "*" or ";" line after
-    // blanks and blank lines.
+    // Gather the block of comment lines that starts with this "*", reading on from the stream.
     state = StarComment;
-    m_lookahead.add(asQueued(next()));
-gatherLine:
-    for (;;) {
-        if (p < stop) {
-            char* const queued = m_lookahead.reserveTail(static_cast<int>(stop - p) + kRoom);
-            const size_t n = kernels.copy2(p, stop, commentStops, lit, queued);
-            m_lookahead.expand(static_cast<int>(n));
-            p += n;
-            chars += static_cast<int>(n);
-            lit += n;
-        }
-        c = source();
-        m_lookahead.add(asQueued(c));
-        if (c == 10 || c == -1)
-            break;
-    }
-    do
-        c = source();
-    while (c == ' ' || c == '\t' || c == 10);
-    if (c == '*' || c == m_commentChar) {
-        m_lookahead.add(static_cast<char>(c));
-        goto gatherLine;
-    }
-    if (c == '+') {
-        // The comments stood between a line and its continuation: they vanish.
-        moveLines();
-        m_lookahead.flush();
-        m_lookahead.add(' ');
+    c = next();
+    store();
+    gatherCommentBlock(c);
+    load();
+    if (state == InLine)
         goto inLine;
-    }
-    // The line ends, and the gathered lines are replayed as lines of their own.
-    m_lookahead.add(asQueued(c));
-    state = Replay;
     if (deliver(10))
         return leave(10);
     goto replay;
@@ -362,7 +359,7 @@ gatherLine:
 inLine:
     state = InLine;
     // The line's ordinary bytes in one step, once the line is under way.
-    if (text && m_lookahead.isEmpty() && p < stop)
+    if (text && p < stop && m_lookahead.isEmpty())
         takeRun(true);
     c = next();
     if (c == 10) {
@@ -416,7 +413,7 @@ replayComment:
 
 lineComment:
     state = LineComment;
-    if (m_lookahead.isEmpty() && p < stop)
+    if (p < stop && m_lookahead.isEmpty())
         takeRun(false);
     c = next();
     if (c == 10)
@@ -429,7 +426,7 @@ lineComment:
 
 inlineComment:
     state = InlineComment;
-    if (m_lookahead.isEmpty() && p < stop)
+    if (p < stop && m_lookahead.isEmpty())
         takeRun(false);
     c = next();
     if (c == 10) {
@@ -441,6 +438,36 @@ inlineComment:
         return leave(-1);
     }
     goto inlineComment;
+}
+
+// The block of comment lines that starts with the "*" `c` (taken back from the look-ahead queue), as
+// the comment-block steps read it: gathered with the rest of each line into the look-ahead queue; then
+// either a continuation follows (the comments vanish, InLine) or the gathered lines are to be replayed
+// (Replay, the line ends).
+void NewSpiceStream::gatherCommentBlock(int c)
+{
+    m_lookahead.add(asQueued(c));
+    readRestOfLineIntoLookahead();
+    int d;
+    for (;;) {
+        do
+            d = getChar();
+        while (d == ' ' || d == '\t' || d == 10);
+        if (d != '*' && d != m_commentChar)
+            break;
+        m_lookahead.add(static_cast<char>(d));
+        readRestOfLineIntoLookahead();
+    }
+    if (d == '+') {
+        // The comments stood between a line and its continuation: they vanish.
+        fillOutputLitBuffer();
+        m_lookahead.flush();
+        m_lookahead.add(' ');
+        m_state = InLine;
+        return;
+    }
+    m_lookahead.add(asQueued(d));
+    m_state = Replay;
 }
 
 int NewSpiceStream::get()

@@ -152,10 +152,8 @@ struct SpiceStream::LineAssembly {
     {
         if (c > 127)
             *nonAsciiFlag = true;
-        if (!sink) {
-            *lineNumber = lineCount + 1;
-            sink = &stream.m_lineBuffer;
-        }
+        if (!sink)
+            startLine(lineCount);
         if (c == 10)
             return true;
         if (stream.getFlag())
