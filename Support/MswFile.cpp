@@ -135,8 +135,8 @@ void readMeritValue(const Element& sensval, int index, YHashTable<XMLReportInfo>
 template <class Element>
 XMLReportInfo* readStep(const Element& step, YHashTable<XMLReportInfo>* table, ReadContext* context)
 {
-    const YString name = step->getAttribute("name");
-    const YString description = step->getAttribute("description");
+    YString name = step->getAttribute("name");
+    YString description = step->getAttribute("description");
     XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0), context);
     if (step->hasAttribute("seed")) {
         record->seed = step->getAttributeInt64("seed", 0);
@@ -144,10 +144,10 @@ XMLReportInfo* readStep(const Element& step, YHashTable<XMLReportInfo>* table, R
     }
     // A name wins over a description, which is then not stored (on purpose).
     if (!name.isEmpty()) {
-        record->name = name;
+        record->name = std::move(name);
         record->hasName = true;
     } else if (!description.isEmpty()) {
-        record->description = description;
+        record->description = std::move(description);
         record->hasDescription = true;
     } else {
         record->description = YString("Run=");
@@ -166,7 +166,7 @@ void readParameter(const Element& p, XMLReportInfo* record)
     parameter.usedValue = p->getAttributeDouble("usedvalue", 0.0);
     parameter.hasTolerance = p->hasAttribute("tol");
     parameter.tolerance = parameter.hasTolerance ? p->getAttributeDouble("tol", 0.0) : 0.0;
-    record->parameters.append(parameter);
+    record->parameters.append(std::move(parameter));
 }
 
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,

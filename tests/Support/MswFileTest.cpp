@@ -1042,6 +1042,76 @@ TEST_F(MswFile, PlainFilesAreReadWithoutATreeExactlyAsTheTreeReadsThem)
     EXPECT_EQ(t5.count(), 0);
 }
 
+namespace {
+
+// Everything a read produced in the table's own order, which both readings must keep as well.
+std::string dumpInTableOrder(bool ok, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
+{
+    std::string text = dumpRead(ok, table, header);
+    for (const XMLReportInfo& r : table)
+        text += " " + std::to_string(r.caseNumber);
+    return text;
+}
+
+// A random attribute value: mostly plain text, sometimes one of the bytes that end a value or leave the
+// file to the full parser, an entity, a quote of either kind, UTF-8 or another control byte.
+std::string randomValue(std::mt19937& random)
+{
+    static const char* const kPieces[] = {"a", "Z", "7", "-", ".", " ", "/", ":", "=", ">", "Lot:", "Refdes:R1",
+                                          "DevParam:R", "Term:", "\"", "'", "&", "&amp;", "&lt;", "<", "\t", "\n",
+                                          "\r", "\xC3\xA9", "\x01", "1e-3", "12345678"};
+    std::uniform_int_distribution<int> length(0, 14), piece(0, 26), wild(0, 19);
+    // One value in twenty may hold anything; the others hold only what the plain form allows.
+    const bool anything = wild(random) == 0;
+    std::string value;
+    for (int n = length(random); n > 0; --n)
+        value += kPieces[anything ? piece(random) : piece(random) % 13];
+    return value;
+}
+
+} // namespace
+
+TEST_F(MswFile, AttributeValuesOfAnyBytesAreReadPlainlyExactlyAsTheTreeReadsThem)
+{
+    // Documents whose attribute values hold every kind of byte, quoted either way, some of them pushed
+    // across the edge of the plain reader's window by a long attribute before them: the plain reading,
+    // whenever it takes a file, gives what the tree gives, and leaves the others to the tree.
+    std::mt19937 random(24);
+    std::uniform_int_distribution<int> coin(0, 1), pad(250 * 1024, 270 * 1024), runs(1, 6);
+    int plain = 0, left = 0;
+    for (int doc = 0; doc < 160; ++doc) {
+        const auto attribute = [&](const char* name) {
+            const char quote = coin(random) ? '"' : '\'';
+            return std::string(" ") + name + "=" + quote + randomValue(random) + quote;
+        };
+        std::string body = "<header" + attribute("title") + attribute("analysis") + "/>";
+        if (doc % 3 == 0)
+            body += "<pad long=\"" + std::string(static_cast<size_t>(pad(random)), 'w') + "\"/>";
+        const int count = runs(random);
+        body += "<meritfunction" + attribute("value") + attribute("name") + ">";
+        for (int c = 1; c <= count; ++c)
+            body += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c * 1.5) + "\"/>";
+        body += "</meritfunction><steps>";
+        for (int c = 1; c <= count; ++c)
+            body += "<step case=\"" + std::to_string(c) + "\"" + attribute("name") + attribute("description") +
+                    "><parameter" + attribute("name") + " nom=\"1\" usedvalue=\"2\"/></step>";
+        body += "</steps>";
+        const std::string text = msw(body);
+        writeFileBytes(path("plain.msw"), text);
+        writeFileBytes(path("tree.msw"), throughTheTree(text));
+        (scansPlainly(path("plain.msw")) ? plain : left) += 1;
+        YHashTable<XMLReportInfo> plainTable, treeTable;
+        XMLReportHeader plainHeader, treeHeader;
+        const bool plainOk = read("plain.msw", &plainTable, &plainHeader);
+        const bool treeOk = read("tree.msw", &treeTable, &treeHeader);
+        EXPECT_EQ(dumpInTableOrder(plainOk, plainTable, plainHeader), dumpInTableOrder(treeOk, treeTable, treeHeader))
+            << "document " << doc;
+    }
+    // Both ways were taken many times.
+    EXPECT_GT(plain, 20);
+    EXPECT_GT(left, 20);
+}
+
 TEST_F(MswFile, ThePlainReaderTakesAnAppendedTreeAndTheTreeAnAppendedPlainFile)
 {
     writeFileBytes(path("plain-part.msw"), msw("<steps><step case=\"3\" name=\"plain\"/></steps>"));
