@@ -270,9 +270,12 @@ public:
     iterator end() { return iterator(m_records.end()); }
 
 private:
-    // The key is mixed (the finaliser of MurmurHash3, a bijection) before it is masked to the table's
-    // power-of-two size: keys such as case numbers are often an arithmetic progression, and multiples of
-    // the table size would otherwise all fall into one bucket.
+    // Keys such as case numbers are often an arithmetic progression, and multiples of the table size
+    // would all fall into one bucket if the key were only masked to the table's power-of-two size: the
+    // key's bits above the lowest six are mixed (the finaliser of MurmurHash3, a bijection), which
+    // spreads the key's block of 64 over the table, and the lowest six bits only choose among 64
+    // neighbouring buckets, so that consecutive keys fill neighbouring buckets: a table filled with
+    // consecutive keys is then walked a cache line at a time, not at a random place for every key.
     static unsigned mixed(unsigned h)
     {
         h ^= h >> 16;
@@ -282,7 +285,10 @@ private:
         h ^= h >> 16;
         return h;
     }
-    size_t bucketOf(unsigned hash) const { return static_cast<size_t>(mixed(hash)) & (m_buckets.size() - 1); }
+    size_t bucketOf(unsigned hash) const
+    {
+        return static_cast<size_t>(mixed(hash >> 6) ^ (hash & 63u)) & (m_buckets.size() - 1);
+    }
     T* add(std::unique_ptr<T> record)
     {
         T* stored = record.get();

@@ -14,9 +14,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cctype>
 #include <climits>
 #include <cstring>
 #include <future>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
@@ -171,6 +173,136 @@ TEST_F(MswFile, RunLabelsTellRunsApartAtTheFirstSufficientDetail)
     EXPECT_TRUE(findCase(t, 8)->description.isEmpty());
     EXPECT_FALSE(findCase(t, 8)->hasDescription);
     EXPECT_TRUE(findCase(t, 9)->description.isEmpty());
+}
+
+namespace {
+
+// The label of a run name at a detail level, written from the rules of run labels alone, for the test
+// below to check the reader's grouping against: items split at "/", those with exactly one ":" kept,
+// keys ignoring case, the first of a key winning.
+std::string labelByTheRules(const std::string& name, int detail)
+{
+    if (detail >= 5)
+        return name;
+    std::map<std::string, std::string> items;
+    size_t start = 0;
+    for (;;) {
+        const size_t slash = name.find('/', start);
+        const std::string item = name.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
+        const size_t colon = item.find(':');
+        if (colon != std::string::npos && item.find(':', colon + 1) == std::string::npos) {
+            std::string key = item.substr(0, colon);
+            for (char& c : key)
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            items.emplace(key, item.substr(colon + 1)); // the first of a key stays
+        }
+        if (slash == std::string::npos)
+            break;
+        start = slash + 1;
+    }
+    const auto has = [&](const char* k) { return items.count(k) != 0; };
+    std::string text;
+    if (has("lot")) {
+        text = "Lot: " + items["lot"];
+        if (detail >= 2 && has("devparam"))
+            text += "." + items["devparam"];
+        if (detail >= 2 && has("tol"))
+            text += " (TOL=" + items["tol"] + ")";
+    } else if (has("refdes")) {
+        text = "Ref: " + items["refdes"];
+        if (detail >= 2 && has("devparam"))
+            text += "." + items["devparam"];
+        if (detail >= 3 && has("pdf"))
+            text += " (" + items["pdf"] + ")";
+        if (detail >= 4 && has("term"))
+            text += " (term " + items["term"] + ")";
+    } else if (has("param")) {
+        text = "Var: " + items["param"];
+        if (detail >= 3 && has("pdf"))
+            text += " (" + items["pdf"] + ")";
+    }
+    return text.empty() ? name : text;
+}
+
+} // namespace
+
+TEST_F(MswFile, RunDescriptionsOfManyRandomNamesFollowTheRules)
+{
+    // Twelve thousand names drawn from few keys and values, in varied case, with items the rules ignore,
+    // so that labels collide at every level and some never part; among them runs with a description
+    // of their own and runs with neither. Each description is checked against the rules applied the
+    // plain way: per level, the undescribed runs grouped by their folded labels.
+    std::mt19937 random(77);
+    static const char* const kKeys[] = {"Lot", "lot", "DevParam", "DEVPARAM", "Tol", "Refdes", "refdes",
+                                        "PDF", "Term", "Param", "Other", "nokey", "a:b:c"};
+    static const char* const kValues[] = {"", "R1", "r1", "R2", "L1", "5%", "gauss", "1", "2", "W"};
+    std::uniform_int_distribution<int> items(0, 4), key(0, 12), value(0, 9), kind(0, 29);
+    std::string steps;
+    std::vector<std::pair<int, std::string>> named; // case and name of the runs the pass describes
+    for (int c = 1; c <= 12000; ++c) { // more than 8192 runs: the grouping spreads them into parts
+        const int k = kind(random);
+        if (k == 0) {
+            steps += "<step case=\"" + std::to_string(c) + "\" description=\"own\"/>";
+            continue;
+        }
+        if (k == 1) {
+            steps += "<step case=\"" + std::to_string(c) + "\"/>";
+            continue;
+        }
+        std::string name;
+        for (int n = items(random); n >= 0; --n) {
+            if (!name.empty())
+                name += "/";
+            const std::string kk = kKeys[key(random)];
+            name += kk == "nokey" ? std::string("loose") : kk + ":" + kValues[value(random)];
+        }
+        steps += "<step case=\"" + std::to_string(c) + "\" name=\"" + name + "\"/>";
+        named.emplace_back(c, name);
+    }
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>" + steps + "</steps>"), &t, &h));
+
+    std::map<int, std::string> expected; // the description each named run gets; absent: none
+    std::vector<std::pair<int, std::string>> pending = named;
+    for (int detail = 1; detail <= 5 && !pending.empty(); ++detail) {
+        std::map<std::string, int> groups;
+        const auto folded = [&](const std::string& name) {
+            std::string l = labelByTheRules(name, detail);
+            for (char& c : l)
+                if (c >= 'A' && c <= 'Z')
+                    c = static_cast<char>(c - 'A' + 'a');
+            return l;
+        };
+        for (const auto& [c, name] : pending)
+            ++groups[folded(name)];
+        std::vector<std::pair<int, std::string>> next;
+        for (const auto& [c, name] : pending) {
+            if (groups[folded(name)] == 1)
+                expected[c] = labelByTheRules(name, detail);
+            else
+                next.emplace_back(c, name);
+        }
+        pending = next;
+    }
+    int described = 0;
+    for (const auto& [c, name] : named) {
+        const XMLReportInfo* r = findCase(t, c);
+        ASSERT_NE(r, nullptr);
+        const auto it = expected.find(c);
+        if (it == expected.end()) {
+            EXPECT_FALSE(r->hasDescription) << name;
+            EXPECT_STREQ(r->description.c_str(), "") << name;
+        } else {
+            ++described;
+            EXPECT_TRUE(r->hasDescription) << name;
+            EXPECT_EQ(std::string(r->description.c_str()), it->second) << name;
+        }
+    }
+    EXPECT_STREQ(findCase(t, static_cast<int>(named.size()) > 0 ? named[0].first : 1)->name.c_str(), named[0].second.c_str());
+    // Runs were told apart at several levels, and some never were.
+    EXPECT_GT(described, 100);
+    EXPECT_LT(described, static_cast<int>(named.size()));
 }
 
 // A key given twice in a run name: the first occurrence wins, as in every parameter list, at every
