@@ -195,9 +195,9 @@ TEST(ComputeSensitivityDeltas, WithoutCaseOneDeltasStayAsTheyWere)
 
 namespace {
 
-// Steps A to C of the results model exactly as written: a pass over the table per merit function of the
-// reference run, reading the reference's value on every round, then a pass that builds every record's
-// sensitivities. The library makes all of it in one pass; both must leave the same table.
+// Deltas and sensitivities the plain way: a pass over the table per merit function of the reference run,
+// reading the reference's value on every round, then a pass that builds every record's sensitivities.
+// The library makes all of it in one pass; both must leave the same table.
 void deltasAsWritten(YHashTable<XMLReportInfo>& table)
 {
     XMLReportInfo probe;
