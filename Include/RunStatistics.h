@@ -45,6 +45,9 @@ public:
     double m4() const { return m_m4; }
 
 private:
+    void addChecked(const double* values, const int* cases, size_t n);
+    void setCentralSums(double s1, double s2, double s3, double s4);
+
     long long m_n = 0;
     long long m_nonFinite = 0;
     double m_mean = 0.0, m_m2 = 0.0, m_m3 = 0.0, m_m4 = 0.0;
@@ -57,6 +60,10 @@ class SUPPORTQT_API SampleSummary {
 public:
     void add(double value, int caseNumber);
     void addBlock(const double* values, const int* cases, size_t n);
+    /// Adds `values` as `addBlock` does, taking over their storage instead of copying them when this
+    /// summary holds no values yet. `values` is left empty.
+    void addBlock(std::vector<double>&& values, const int* cases);
+    /// Makes this the summary of both samples; the values of `other` follow those of this one.
     void merge(const SampleSummary& other);
 
     const MomentSummary& moments() const { return m_moments; }

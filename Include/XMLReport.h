@@ -81,6 +81,7 @@ public:
         return *m_items[static_cast<size_t>(index)];
     }
     void append(const T& item) { m_items.push_back(std::make_unique<T>(item)); }
+    void append(T&& item) { m_items.push_back(std::make_unique<T>(std::move(item))); }
 
 private:
     std::vector<std::unique_ptr<T>> m_items;

@@ -14,11 +14,11 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -46,6 +46,7 @@ struct ReadContext {
     std::unordered_set<std::string> files;
     std::vector<std::string> chain;
     long long values = 0;
+    long long width = 0; // the most values any record has
     std::vector<XMLReportInfo*> byCase;
 };
 
@@ -129,14 +130,15 @@ void readMeritValue(const Element& sensval, int index, YHashTable<XMLReportInfo>
     XMLReportInfo* record = recordOf(table, sensval->getAttributeInt("case", 0), context);
     record->values.at(index).value = sensval->getAttributeDouble("value", 0.0);
     ++context->values;
+    context->width = std::max<long long>(context->width, record->values.count());
 }
 
 // Takes a step's attributes into its run's record and returns the record for the step's parameters.
 template <class Element>
 XMLReportInfo* readStep(const Element& step, YHashTable<XMLReportInfo>* table, ReadContext* context)
 {
-    const YString name = step->getAttribute("name");
-    const YString description = step->getAttribute("description");
+    YString name = step->getAttribute("name");
+    YString description = step->getAttribute("description");
     XMLReportInfo* record = recordOf(table, step->getAttributeInt("case", 0), context);
     if (step->hasAttribute("seed")) {
         record->seed = step->getAttributeInt64("seed", 0);
@@ -144,10 +146,10 @@ XMLReportInfo* readStep(const Element& step, YHashTable<XMLReportInfo>* table, R
     }
     // A name wins over a description, which is then not stored (on purpose).
     if (!name.isEmpty()) {
-        record->name = name;
+        record->name = std::move(name);
         record->hasName = true;
     } else if (!description.isEmpty()) {
-        record->description = description;
+        record->description = std::move(description);
         record->hasDescription = true;
     } else {
         record->description = YString("Run=");
@@ -166,7 +168,7 @@ void readParameter(const Element& p, XMLReportInfo* record)
     parameter.usedValue = p->getAttributeDouble("usedvalue", 0.0);
     parameter.hasTolerance = p->hasAttribute("tol");
     parameter.tolerance = parameter.hasTolerance ? p->getAttributeDouble("tol", 0.0) : 0.0;
-    record->parameters.append(parameter);
+    record->parameters.append(std::move(parameter));
 }
 
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
@@ -346,64 +348,82 @@ bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLR
 
 // The items of a run name that a label uses, found once: "key:value" items split at "/" (an item
 // without exactly one ":" is ignored; keys compare ignoring case; as in every parameter list, the
-// first item of a key wins).
+// first item of a key wins). Each value is kept as its place in the name, not copied. The items are
+// looked for up to the name's first NUL, as in the name's C text.
 struct NameItems {
     enum Key { Lot, DevParam, Tol, Refdes, Pdf, Term, Param, KeyCount };
-    std::string value[KeyCount];
-    bool has[KeyCount] = {};
+    static constexpr uint32_t kAbsent = 0xFFFFFFFFu;
+    uint32_t at[KeyCount];
+    uint32_t length[KeyCount];
 
-    explicit NameItems(const char* name)
+    explicit NameItems(std::string_view name)
     {
         static const char* const kKeys[KeyCount] = {"lot", "devparam", "tol", "refdes", "pdf", "term", "param"};
-        const char* item = name;
+        std::fill(at, at + KeyCount, kAbsent);
+        std::fill(length, length + KeyCount, 0u);
+        size_t item = 0;
         for (;;) {
-            const char* end = std::strchr(item, '/');
-            const char* stop = end ? end : item + std::strlen(item);
-            const char* colon = static_cast<const char*>(std::memchr(item, ':', static_cast<size_t>(stop - item)));
-            if (colon && !std::memchr(colon + 1, ':', static_cast<size_t>(stop - colon - 1))) {
-                const size_t keyLength = static_cast<size_t>(colon - item);
+            const size_t end = name.find('/', item);
+            const size_t stop = end == std::string_view::npos ? name.size() : end;
+            const size_t colon = name.find(':', item);
+            if (colon < stop && name.find(':', colon + 1) >= stop) {
+                const size_t keyLength = colon - item;
                 for (int k = 0; k < KeyCount; ++k) {
-                    if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(item, kKeys[k], keyLength)) {
-                        if (!has[k]) {
-                            value[k].assign(colon + 1, stop);
-                            has[k] = true;
+                    if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(name.data() + item, kKeys[k], keyLength)) {
+                        if (at[k] == kAbsent) {
+                            at[k] = static_cast<uint32_t>(colon + 1);
+                            length[k] = static_cast<uint32_t>(stop - colon - 1);
                         }
                         break;
                     }
                 }
             }
-            if (!end)
+            if (end == std::string_view::npos)
                 break;
             item = end + 1;
         }
     }
 
-    // The label at a detail level from 1 to 4; empty when the name has none of the label's keys.
-    std::string label(int detail) const
+    bool has(Key k) const { return at[k] != kAbsent; }
+    std::string_view value(std::string_view name, Key k) const { return name.substr(at[k], length[k]); }
+
+    // Appends the label of `name` at a detail level from 1 to 5 to `out`: from the items below 5, the name
+    // itself at 5 or when it has none of the label's keys.
+    void appendLabel(std::string_view name, int detail, std::string* out) const
     {
-        std::string text;
-        if (has[Lot]) {
-            text = "Lot: " + value[Lot];
-            if (detail >= 2) {
-                if (has[DevParam])
-                    text += "." + value[DevParam];
-                if (has[Tol])
-                    text += " (TOL=" + value[Tol] + ")";
+        const size_t start = out->size();
+        if (detail < 5) {
+            if (has(Lot)) {
+                append(out, "Lot: ", value(name, Lot));
+                if (detail >= 2) {
+                    if (has(DevParam))
+                        append(out, ".", value(name, DevParam));
+                    if (has(Tol))
+                        append(out, " (TOL=", value(name, Tol), ")");
+                }
+            } else if (has(Refdes)) {
+                append(out, "Ref: ", value(name, Refdes));
+                if (detail >= 2 && has(DevParam))
+                    append(out, ".", value(name, DevParam));
+                if (detail >= 3 && has(Pdf))
+                    append(out, " (", value(name, Pdf), ")");
+                if (detail >= 4 && has(Term))
+                    append(out, " (term ", value(name, Term), ")");
+            } else if (has(Param)) {
+                append(out, "Var: ", value(name, Param));
+                if (detail >= 3 && has(Pdf))
+                    append(out, " (", value(name, Pdf), ")");
             }
-        } else if (has[Refdes]) {
-            text = "Ref: " + value[Refdes];
-            if (detail >= 2 && has[DevParam])
-                text += "." + value[DevParam];
-            if (detail >= 3 && has[Pdf])
-                text += " (" + value[Pdf] + ")";
-            if (detail >= 4 && has[Term])
-                text += " (term " + value[Term] + ")";
-        } else if (has[Param]) {
-            text = "Var: " + value[Param];
-            if (detail >= 3 && has[Pdf])
-                text += " (" + value[Pdf] + ")";
         }
-        return text;
+        if (out->size() == start)
+            out->append(name.data(), name.size());
+    }
+
+    static void append(std::string* out, const char* before, std::string_view value, const char* after = "")
+    {
+        out->append(before);
+        out->append(value.data(), value.size());
+        out->append(after);
     }
 
     static bool equalsAsciiNoCase(const char* a, const char* lowerB, size_t n)
@@ -419,78 +439,162 @@ struct NameItems {
     }
 };
 
-// The label of a record at a detail level, from its parsed name.
-std::string labelOf(const XMLReportInfo& record, const NameItems& items, int detail)
-{
-    if (detail < 5) {
-        std::string text = items.label(detail);
-        if (!text.empty())
-            return text;
-    }
-    return record.name.str();
-}
-
-std::string foldCase(const std::string& text)
-{
-    std::string folded = text;
-    for (char& c : folded)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return folded;
-}
-
 } // namespace
 
 YString xmlreport::makeRunLabel(const YString& name, int detail)
 {
-    XMLReportInfo record;
-    record.name = name;
-    const std::string label = labelOf(record, NameItems(name.c_str()), detail);
+    std::string label;
+    NameItems(name.c_str()).appendLabel(name.str(), detail, &label);
     return YString(label.c_str(), static_cast<int>(label.size()));
 }
 
 namespace {
 
+// Which of the labels, held folded to lower case in `arena` at `spans`, are held by no other: by their
+// 64-bit hashes the labels are spread, texts and all, into parts small enough for the processor's
+// cache, and each part counts its labels in a small table, comparing the texts of labels whose hashes
+// are equal. Linear in the labels, with no allocation per label and no look-up that strays over the
+// whole set.
+std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std::pair<size_t, size_t>>& spans,
+                                 const std::vector<uint64_t>& hashes)
+{
+    const size_t count = hashes.size();
+    std::vector<char> once(count, 0);
+    int bits = 0;
+    while ((size_t(4096) << bits) < count && bits < 16)
+        ++bits;
+    const size_t parts = size_t(1) << bits;
+    const auto partOf = [bits](uint64_t h) { return bits == 0 ? size_t(0) : static_cast<size_t>(h >> (64 - bits)); };
+    // Where each part's labels and their texts begin.
+    std::vector<size_t> begin(parts + 1, 0), textBegin(parts + 1, 0);
+    for (size_t i = 0; i < count; ++i) {
+        const size_t p = partOf(hashes[i]);
+        ++begin[p + 1];
+        textBegin[p + 1] += spans[i].second;
+    }
+    for (size_t p = 0; p < parts; ++p) {
+        begin[p + 1] += begin[p];
+        textBegin[p + 1] += textBegin[p];
+    }
+    struct Spread {
+        uint64_t hash;
+        size_t label; // its index among the labels
+        size_t text;  // where its text begins in `texts`
+        size_t length;
+    };
+    std::vector<Spread> spread(count);
+    std::string texts(textBegin[parts], '\0');
+    {
+        std::vector<size_t> next(begin.begin(), begin.end() - 1), nextText(textBegin.begin(), textBegin.end() - 1);
+        for (size_t i = 0; i < count; ++i) {
+            const size_t p = partOf(hashes[i]);
+            const auto [at, length] = spans[i];
+            spread[next[p]++] = Spread{hashes[i], i, nextText[p], length};
+            std::memcpy(&texts[nextText[p]], arena.data() + at, length);
+            nextText[p] += length;
+        }
+    }
+    const auto same = [&](const Spread& a, const Spread& b) {
+        return a.hash == b.hash && a.length == b.length &&
+               std::memcmp(texts.data() + a.text, texts.data() + b.text, a.length) == 0;
+    };
+    constexpr uint32_t kEmpty = 0xFFFFFFFFu;
+    struct Entry {
+        uint32_t first; // the group's first label, as its place in the part
+        uint32_t count;
+    };
+    std::vector<Entry> table;
+    std::vector<uint32_t> entryOf;
+    for (size_t p = 0; p < parts; ++p) {
+        const Spread* part = spread.data() + begin[p];
+        const size_t n = begin[p + 1] - begin[p];
+        size_t size = 16;
+        while (size < 2 * n)
+            size *= 2;
+        table.assign(size, Entry{kEmpty, 0});
+        entryOf.resize(n);
+        for (size_t k = 0; k < n; ++k) {
+            size_t slot = static_cast<size_t>(part[k].hash) & (size - 1);
+            while (table[slot].first != kEmpty && !same(part[table[slot].first], part[k]))
+                slot = (slot + 1) & (size - 1);
+            if (table[slot].first == kEmpty)
+                table[slot].first = static_cast<uint32_t>(k);
+            ++table[slot].count;
+            entryOf[k] = static_cast<uint32_t>(slot);
+        }
+        for (size_t k = 0; k < n; ++k)
+            once[part[k].label] = table[entryOf[k]].count == 1;
+    }
+    return once;
+}
+
 // Gives every named run the shortest label that no other undescribed run shares. Names are parsed
-// once; runs are grouped by hashing their folded labels, so the pass is linear in the number of runs.
+// once; at each detail level the labels of the runs still undescribed are written one after another
+// into one buffer, folded, and grouped by labelsHeldOnce.
 void describeNamedRuns(YHashTable<XMLReportInfo>* table)
 {
+    // The names of the undescribed runs are copied once, one after another: the levels below read
+    // them there instead of going through every record again at each level.
     std::vector<XMLReportInfo*> pending;
     std::vector<NameItems> items;
+    std::string names;
+    std::vector<std::pair<size_t, size_t>> nameSpans;
     for (XMLReportInfo& record : *table) {
         if (record.description.isEmpty()) {
             pending.push_back(&record);
-            items.emplace_back(record.name.c_str());
+            nameSpans.emplace_back(names.size(), record.name.str().size());
+            names += record.name.str();
         }
     }
-    std::vector<std::string> labels(pending.size());
-    std::vector<std::string> folded(pending.size());
+    const auto nameOf = [&](size_t i) { return std::string_view(names.data() + nameSpans[i].first, nameSpans[i].second); };
+    items.reserve(pending.size());
+    for (size_t i = 0; i < pending.size(); ++i) {
+        const std::string_view name = nameOf(i);
+        items.emplace_back(name.substr(0, name.find('\0'))); // the items end at a NUL, as in C text
+    }
+    std::string arena, label;
+    std::vector<std::pair<size_t, size_t>> spans;
+    std::vector<uint64_t> hashes;
     for (int detail = 1; detail <= 5 && !pending.empty(); ++detail) {
-        std::unordered_map<std::string_view, int> groupSize;
-        groupSize.reserve(pending.size() * 2);
+        arena.clear();
+        spans.resize(pending.size());
+        hashes.resize(pending.size());
         for (size_t i = 0; i < pending.size(); ++i) {
-            labels[i] = labelOf(*pending[i], items[i], detail);
-            folded[i] = foldCase(labels[i]);
+            const size_t start = arena.size();
+            items[i].appendLabel(nameOf(i), detail, &arena);
+            // Labels compare ignoring case: they are grouped folded, by a 64-bit FNV-1a hash.
+            uint64_t hash = 14695981039346656037ull;
+            for (size_t k = start; k < arena.size(); ++k) {
+                char& c = arena[k];
+                if (c >= 'A' && c <= 'Z')
+                    c = static_cast<char>(c - 'A' + 'a');
+                hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+            }
+            spans[i] = {start, arena.size() - start};
+            hashes[i] = hash;
         }
-        for (size_t i = 0; i < pending.size(); ++i)
-            ++groupSize[folded[i]];
+        const std::vector<char> once = labelsHeldOnce(arena, spans, hashes);
         size_t kept = 0;
         for (size_t i = 0; i < pending.size(); ++i) {
-            if (groupSize[folded[i]] == 1) {
-                pending[i]->description = YString(labels[i].c_str(), static_cast<int>(labels[i].size()));
+            if (once[i]) {
+                label.clear();
+                items[i].appendLabel(nameOf(i), detail, &label);
+                pending[i]->description = YString(label.c_str(), static_cast<int>(label.size()));
                 pending[i]->hasDescription = true;
                 // A label can be empty (a run without a name): such a run stays undescribed.
-                if (!labels[i].empty())
+                if (!label.empty())
                     continue;
             }
             if (kept != i) {
                 pending[kept] = pending[i];
-                items[kept] = std::move(items[i]);
+                items[kept] = items[i];
+                nameSpans[kept] = nameSpans[i];
             }
             ++kept;
         }
         pending.resize(kept);
-        items.resize(kept, NameItems(""));
+        items.resize(kept, NameItems(std::string_view()));
+        nameSpans.resize(kept);
     }
 }
 
@@ -604,14 +708,15 @@ bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* ta
         return false;
     try {
         ReadContext context;
+        // The widest record is followed while reading (only values make a record wider), so that no
+        // pass over the table is needed for it; records the table held before start the count.
+        for (const XMLReportInfo& record : *table)
+            context.width = std::max<long long>(context.width, record.values.count());
         const bool ok = readMswFile(path, table, header, &context);
         // Deltas make the table dense (every run gets a value of every merit function): refused when
         // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
         // would make it.
-        long long width = 0;
-        for (const XMLReportInfo& record : *table)
-            width = std::max<long long>(width, record.values.count());
-        const long long dense = width * table->count();
+        const long long dense = context.width * table->count();
         if (dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (context.values + table->count()))
             return false;
         computeSensitivityDeltas(*table);

@@ -151,9 +151,72 @@ private:
         return Unsupported;
     }
 
-    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-    static bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':'; }
-    static bool isNameChar(char c) { return isNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+    // Classes of bytes, looked up in one table instead of compared with each member of a class.
+    enum ByteClass : unsigned char { kSpace = 1, kNameStart = 2, kNameChar = 4 };
+    struct ByteClasses {
+        unsigned char of[256];
+    };
+    static constexpr ByteClasses byteClasses()
+    {
+        ByteClasses t{};
+        for (const char c : {' ', '\t', '\n', '\r'})
+            t.of[static_cast<unsigned char>(c)] = kSpace;
+        for (int c = 0; c < 256; ++c) {
+            const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':';
+            if (letter)
+                t.of[c] = kNameStart | kNameChar;
+            else if ((c >= '0' && c <= '9') || c == '-' || c == '.')
+                t.of[c] = kNameChar;
+        }
+        return t;
+    }
+    static bool is(char c, ByteClass k)
+    {
+        static constexpr ByteClasses kClasses = byteClasses();
+        return (kClasses.of[static_cast<unsigned char>(c)] & k) != 0;
+    }
+    static bool isSpace(char c) { return is(c, kSpace); }
+
+    // The bytes that end an attribute value, for each quote: the quote itself, or a byte the plain form
+    // never holds in a value ("&", "<", tab, line ends), which leaves the file to the full parser.
+    struct ValueStops {
+        bool at[2][256]; // [0] for values in double quotes, [1] in single quotes
+    };
+    static constexpr ValueStops valueStops()
+    {
+        ValueStops t{};
+        for (int k = 0; k < 2; ++k) {
+            t.at[k][static_cast<unsigned char>(k == 0 ? '"' : '\'')] = true;
+            for (const char c : {'&', '<', '\t', '\n', '\r'})
+                t.at[k][static_cast<unsigned char>(c)] = true;
+        }
+        return t;
+    }
+
+    // The first byte of [p, end) that ends a value quoted by `quote`, or end: one pass finds the quote
+    // and checks the bytes before it, a table look-up a byte.
+    static const char* valueEnd(const char* p, const char* end, char quote)
+    {
+        static constexpr ValueStops kStops = valueStops();
+        const bool* stop = kStops.at[quote == '\'' ? 1 : 0];
+        while (end - p >= 4) {
+            if (stop[static_cast<unsigned char>(p[0])])
+                return p;
+            if (stop[static_cast<unsigned char>(p[1])])
+                return p + 1;
+            if (stop[static_cast<unsigned char>(p[2])])
+                return p + 2;
+            if (stop[static_cast<unsigned char>(p[3])])
+                return p + 3;
+            p += 4;
+        }
+        while (p < end && !stop[static_cast<unsigned char>(*p)])
+            ++p;
+        return p;
+    }
+
+    static bool isNameStart(char c) { return is(c, kNameStart); }
+    static bool isNameChar(char c) { return is(c, kNameChar); }
 
     // Keeps the unread bytes, moved to the front, and reads more behind them; false at the end of input
     // or on a read error. The window at least doubles when one step needs more than half of it, so that
@@ -271,12 +334,11 @@ private:
             if (quote != '"' && quote != '\'')
                 return Bad;
             const char* value = ++q;
-            const char* close = static_cast<const char*>(std::memchr(q, quote, static_cast<size_t>(end - q)));
-            if (!close)
+            const char* close = valueEnd(q, end, quote);
+            if (close == end)
                 return NeedMore;
-            for (const char* v = value; v < close; ++v)
-                if (*v == '&' || *v == '<' || *v == '\t' || *v == '\n' || *v == '\r')
-                    return Bad;
+            if (*close != quote)
+                return Bad;
             tag->attributes.push_back({attribute, std::string_view(value, static_cast<size_t>(close - value))});
             q = close + 1;
             if (q == end)

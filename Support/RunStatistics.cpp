@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string>
 #include <unordered_map>
 
@@ -57,90 +58,84 @@ void sortFinite(std::vector<double>& values)
     }
 }
 
-// The order statistics of the given ranks (0-based, ascending) of a copy of the values, each selected
-// from what the previous selection left above it.
-void selectDirectly(const double* values, size_t n, const std::vector<size_t>& ranks, std::vector<double>* out)
+// Selects the order statistics of `ranks` (ascending, each in lo..hi - 1) of a[lo..hi) in place, into
+// `out`: the middle rank splits the range, and each side is searched for the ranks that fall in it, so k
+// ranks cost about log2 k partitions of the values instead of k.
+void multiSelect(double* a, size_t lo, size_t hi, const size_t* ranks, size_t k, double* out)
 {
-    std::vector<double> copy(values, values + n);
-    size_t from = 0;
-    for (size_t r : ranks) {
-        std::nth_element(copy.begin() + static_cast<std::ptrdiff_t>(from), copy.begin() + static_cast<std::ptrdiff_t>(r),
-                         copy.end());
-        out->push_back(copy[r]);
-        from = r; // everything before r is now no larger than copy[r]
+    while (k > 0) {
+        if (hi - lo <= 32 || k > (hi - lo) / 16) {
+            std::sort(a + lo, a + hi);
+            for (size_t i = 0; i < k; ++i)
+                out[i] = a[ranks[i]];
+            return;
+        }
+        const size_t mid = k / 2, r = ranks[mid];
+        std::nth_element(a + lo, a + r, a + hi);
+        out[mid] = a[r];
+        multiSelect(a, lo, r, ranks, mid, out); // everything before r is no larger than a[r]
+        lo = r + 1;
+        ranks += mid + 1;
+        out += mid + 1;
+        k -= mid + 1;
     }
 }
 
-// The order statistics of the given ranks (0-based, ascending) of finite values, without sorting them
-// all: a histogram of 65536 equal bins between the smallest and largest value finds the bin of each
-// rank, one more pass gathers the values of those bins, and each rank is selected among them (again
-// by bins when a bin holds many different values). Exact, and two linear passes in the usual case.
+// The order statistics of the given ranks (0-based, ascending, distinct) of finite values between `low`
+// and `high`, without sorting them all. One pass counts the values in equal bins between the extremes
+// and links each value to the previous one of its bin; the bins that hold the wanted ranks are then
+// gathered through their links and selected from. The bins are monotone in the value, so they hold
+// consecutive runs of the sorted values, and the result is exact whatever the distribution.
 void orderStatistics(const double* values, size_t n, double low, double high, const std::vector<size_t>& ranks,
                      std::vector<double>* out)
 {
-    constexpr size_t kBins = 65536;
+    const size_t first = out->size();
+    out->resize(first + ranks.size());
+    double* found = out->data() + first;
     if (!(high > low)) { // every value is the same
-        for (size_t i = 0; i < ranks.size(); ++i)
-            out->push_back(low);
+        std::fill(found, found + ranks.size(), low);
         return;
     }
-    if (n <= 4 * kBins || !std::isfinite(high - low)) {
-        selectDirectly(values, n, ranks, out);
+    constexpr uint32_t kNone = 0xFFFFFFFFu;
+    if (n <= 8192 || !std::isfinite(high - low) || n >= kNone) {
+        std::vector<double> copy(values, values + n);
+        multiSelect(copy.data(), 0, n, ranks.data(), ranks.size(), found);
         return;
     }
-    // x -> bin is monotone, so the bins hold consecutive runs of the sorted values.
-    const double scale = static_cast<double>(kBins) / (high - low);
-    const auto binOf = [low, scale](double x) {
-        const double b = (x - low) * scale;
-        return b >= static_cast<double>(kBins - 1) ? kBins - 1 : static_cast<size_t>(b);
+    // About eight values a bin, at most 65536 bins (their table stays in the processor's cache).
+    size_t bins = 1024;
+    while (bins < 65536 && bins * 8 < n)
+        bins *= 2;
+    const double scale = static_cast<double>(bins) / (high - low);
+    const double top = static_cast<double>(bins - 1);
+    struct Bin {
+        uint32_t count;
+        uint32_t last; // the last value of the bin met, kNone before the first
     };
-    std::vector<uint32_t> counts(kBins, 0);
-    for (size_t i = 0; i < n; ++i)
-        ++counts[binOf(values[i])];
-    // For each rank: its bin and its rank within the bin.
-    std::vector<int> slot(kBins, -1);
-    std::vector<size_t> wanted; // bins, in order
-    std::vector<std::pair<int, size_t>> where;
-    size_t below = 0, bin = 0;
-    for (size_t r : ranks) {
-        while (below + counts[bin] <= r) {
-            below += counts[bin];
-            ++bin;
-        }
-        if (slot[bin] < 0) {
-            slot[bin] = static_cast<int>(wanted.size());
-            wanted.push_back(bin);
-        }
-        where.emplace_back(slot[bin], r - below);
-    }
-    std::vector<std::vector<double>> gathered(wanted.size());
-    for (size_t k = 0; k < wanted.size(); ++k)
-        gathered[k].reserve(counts[wanted[k]]);
+    std::vector<Bin> table(bins, Bin{0, kNone});
+    std::unique_ptr<uint32_t[]> previous(new uint32_t[n]); // each value's previous value in its bin
     for (size_t i = 0; i < n; ++i) {
-        const int k = slot[binOf(values[i])];
-        if (k >= 0)
-            gathered[static_cast<size_t>(k)].push_back(values[i]);
+        Bin& bin = table[static_cast<size_t>(static_cast<long long>(std::min((values[i] - low) * scale, top)))];
+        previous[i] = bin.last;
+        bin.last = static_cast<uint32_t>(i);
+        ++bin.count;
     }
-    for (size_t k = 0; k < wanted.size(); ++k) {
-        std::vector<double>& g = gathered[k];
-        std::vector<size_t> local;
-        for (const auto& [s, r] : where)
-            if (s == static_cast<int>(k))
-                local.push_back(r);
-        local.erase(std::unique(local.begin(), local.end()), local.end());
-        const auto [lo, hi] = std::minmax_element(g.begin(), g.end());
-        std::vector<double> found;
-        // A bin that holds every value (bins too coarse for its spread) is selected from directly.
-        if (g.size() == n)
-            selectDirectly(g.data(), g.size(), local, &found);
-        else
-            orderStatistics(g.data(), g.size(), *lo, *hi, local, &found);
-        for (size_t j = 0; j < local.size(); ++j)
-            g[local[j]] = found[j]; // the bin's values are no longer needed in their order
-        std::vector<size_t>().swap(local);
+    std::vector<double> members;
+    std::vector<size_t> local;
+    size_t below = 0, bin = 0, k = 0;
+    while (k < ranks.size()) {
+        while (below + table[bin].count <= ranks[k])
+            below += table[bin++].count;
+        // Every wanted rank in this bin, selected among its members at once.
+        local.clear();
+        const size_t from = k;
+        while (k < ranks.size() && ranks[k] < below + table[bin].count)
+            local.push_back(ranks[k++] - below);
+        members.clear();
+        for (uint32_t i = table[bin].last; i != kNone; i = previous[i])
+            members.push_back(values[i]);
+        multiSelect(members.data(), 0, members.size(), local.data(), local.size(), found + from);
     }
-    for (const auto& [s, r] : where)
-        out->push_back(gathered[static_cast<size_t>(s)][r]);
 }
 
 // Average ranks (1-based) of a sample; ties share the mean of the ranks they span.
@@ -253,12 +248,46 @@ double deviationOf(const XMLParameterValue& p)
     return p.nominal == 0.0 ? p.usedValue : (p.usedValue - p.nominal) / p.nominal;
 }
 
-// Everything but the parameter influence, from the merit function's values and their case numbers in
-// table order.
-void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, const std::vector<double>& values,
-                    const std::vector<int>& cases)
+// The runs among `n` whose values meet the limits, and the cases of those that do not, in table order.
+// The test has no branch (a value that is not finite fails: x - x is then NaN, and NaN compares false),
+// so that failing runs scattered through the set cost no mispredicted jumps.
+long long countPassing(const double* values, const int* cases, size_t n, const MeritLimits& limits,
+                       std::vector<int>* failing)
 {
-    s->sample.addBlock(values.data(), cases.data(), values.size());
+    const double lower = limits.hasLower ? limits.lower : -kInf, upper = limits.hasUpper ? limits.upper : kInf;
+    int buffer[kBlock];
+    long long passing = 0;
+    for (size_t start = 0; start < n; start += kBlock) {
+        const size_t length = std::min(n - start, kBlock);
+        const double* v = values + start;
+        const int* c = cases + start;
+        size_t failed = 0;
+        for (size_t i = 0; i < length; ++i) {
+            const double x = v[i];
+            const bool ok = (x >= lower) & (x <= upper) & (x - x == 0.0);
+            buffer[failed] = c[i];
+            failed += !ok;
+        }
+        passing += static_cast<long long>(length - failed);
+        failing->insert(failing->end(), buffer, buffer + failed);
+    }
+    return passing;
+}
+
+// Everything but the parameter influence, from the merit function's values (finite or not; taken) and
+// their case numbers in table order.
+void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, std::vector<double>&& values,
+                    const int* cases)
+{
+    s->runCount = static_cast<long long>(values.size());
+    const MeritLimits& lim = s->limits;
+    if (lim.any()) {
+        s->passCount = countPassing(values.data(), cases, values.size(), lim, &s->failingCases);
+        // Runs usually stand in the table in case order already.
+        if (!std::is_sorted(s->failingCases.begin(), s->failingCases.end()))
+            std::sort(s->failingCases.begin(), s->failingCases.end());
+    }
+    s->sample.addBlock(std::move(values), cases);
     const MomentSummary& m = s->sample.moments();
     s->sample.percentiles(kRunStatisticsPercentiles, kRunStatisticsPercentileCount, s->percentiles);
     if (const XMLReportInfo* nominal = findCase(table, 1); nominal && nominal->values.count() > s->merit) {
@@ -276,20 +305,11 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
         s->jarqueBera = s->jarqueBeraP = kNaN;
     }
 
-    s->runCount = static_cast<long long>(values.size());
-    const MeritLimits& lim = s->limits;
     const ConfidenceInterval none{kNaN, kNaN};
     s->yieldInterval = s->cpInterval = s->cpkInterval = none;
     s->yield = s->yieldSigma = s->cp = s->cpk = kNaN;
     if (!lim.any())
         return;
-    for (size_t i = 0; i < values.size(); ++i) {
-        if (lim.passes(values[i]))
-            ++s->passCount;
-        else
-            s->failingCases.push_back(cases[i]);
-    }
-    std::sort(s->failingCases.begin(), s->failingCases.end());
     if (s->runCount > 0) {
         const double runs = static_cast<double>(s->runCount);
         const double p = static_cast<double>(s->passCount) / runs;
@@ -378,52 +398,131 @@ void MomentSummary::add(double value, int caseNumber)
 void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
 {
     for (size_t start = 0; start < n; start += kBlock) {
-        const size_t end = std::min(n, start + kBlock);
+        const size_t length = std::min(n - start, kBlock);
+        const double* v = values + start;
         MomentSummary part;
-        double sum = 0.0;
-        for (size_t i = start; i < end; ++i) {
-            const double v = values[i];
-            if (!std::isfinite(v)) {
-                ++part.m_nonFinite;
-                continue;
-            }
-            const int c = cases ? cases[i] : 0;
-            if (part.m_n == 0 || v < part.m_min) {
-                part.m_min = v;
-                part.m_minCase = c;
-            }
-            if (part.m_n == 0 || v > part.m_max) {
-                part.m_max = v;
-                part.m_maxCase = c;
-            }
-            ++part.m_n;
-            sum += v;
+        // Four sums and two extrema in lanes, with no test of each value: a sum that comes out finite
+        // proves every value finite, since an infinity or a NaN would have made it infinite or NaN.
+        double a0 = 0.0, a1 = 0.0, a2 = 0.0, a3 = 0.0;
+        double lo0 = v[0], lo1 = v[0], hi0 = v[0], hi1 = v[0];
+        size_t i = 0;
+        for (; i + 4 <= length; i += 4) {
+            a0 += v[i];
+            a1 += v[i + 1];
+            a2 += v[i + 2];
+            a3 += v[i + 3];
+            lo0 = v[i] < lo0 ? v[i] : lo0;
+            lo1 = v[i + 1] < lo1 ? v[i + 1] : lo1;
+            lo0 = v[i + 2] < lo0 ? v[i + 2] : lo0;
+            lo1 = v[i + 3] < lo1 ? v[i + 3] : lo1;
+            hi0 = v[i] > hi0 ? v[i] : hi0;
+            hi1 = v[i + 1] > hi1 ? v[i + 1] : hi1;
+            hi0 = v[i + 2] > hi0 ? v[i + 2] : hi0;
+            hi1 = v[i + 3] > hi1 ? v[i + 3] : hi1;
         }
-        if (part.m_n > 0) {
-            part.m_mean = sum / static_cast<double>(part.m_n);
-            // A second pass over the cached block: central sums about the block's mean.
-            double s2 = 0.0, s3 = 0.0, s4 = 0.0, s1 = 0.0;
-            for (size_t i = start; i < end; ++i) {
-                const double v = values[i];
-                if (!std::isfinite(v))
-                    continue;
-                const double d = v - part.m_mean, d2 = d * d;
-                s1 += d;
-                s2 += d2;
-                s3 += d2 * d;
-                s4 += d2 * d2;
+        for (; i < length; ++i) {
+            a0 += v[i];
+            lo0 = v[i] < lo0 ? v[i] : lo0;
+            hi0 = v[i] > hi0 ? v[i] : hi0;
+        }
+        const double sum = (a0 + a1) + (a2 + a3);
+        if (std::isfinite(sum)) {
+            part.m_n = static_cast<long long>(length);
+            part.m_mean = sum / static_cast<double>(length);
+            // The first value equal to an extremum is the one its case comes from; it is looked for only
+            // when the part's extremum can replace the summary's.
+            const double lo = lo0 < lo1 ? lo0 : lo1, hi = hi0 > hi1 ? hi0 : hi1;
+            part.m_min = lo;
+            part.m_max = hi;
+            if (m_n == 0 || lo < m_min) {
+                const size_t at = static_cast<size_t>(std::find(v, v + length, lo) - v);
+                part.m_min = v[at];
+                part.m_minCase = cases ? cases[start + at] : 0;
             }
-            // s1 is the rounding left in the mean; correcting for it keeps the sums about the exact mean.
-            const double k = static_cast<double>(part.m_n), e = s1 / k;
-            part.m_mean += e;
-            part.m_m2 = s2 - k * e * e;
-            part.m_m3 = s3 - 3.0 * e * s2 + 2.0 * k * e * e * e;
-            part.m_m4 = s4 - 4.0 * e * s3 + 6.0 * e * e * s2 - 3.0 * k * e * e * e * e;
-            if (part.m_m2 < 0.0)
-                part.m_m2 = 0.0;
+            if (m_n == 0 || hi > m_max) {
+                const size_t at = static_cast<size_t>(std::find(v, v + length, hi) - v);
+                part.m_max = v[at];
+                part.m_maxCase = cases ? cases[start + at] : 0;
+            }
+            // A second pass over the cached block: central sums about the block's mean, in lanes.
+            const double mean = part.m_mean;
+            double d1[4] = {}, d2[4] = {}, d3[4] = {}, d4[4] = {};
+            i = 0;
+            for (; i + 4 <= length; i += 4)
+                for (size_t l = 0; l < 4; ++l) {
+                    const double d = v[i + l] - mean, dd = d * d;
+                    d1[l] += d;
+                    d2[l] += dd;
+                    d3[l] += dd * d;
+                    d4[l] += dd * dd;
+                }
+            for (; i < length; ++i) {
+                const double d = v[i] - mean, dd = d * d;
+                d1[0] += d;
+                d2[0] += dd;
+                d3[0] += dd * d;
+                d4[0] += dd * dd;
+            }
+            const double s1 = (d1[0] + d1[1]) + (d1[2] + d1[3]), s2 = (d2[0] + d2[1]) + (d2[2] + d2[3]);
+            const double s3 = (d3[0] + d3[1]) + (d3[2] + d3[3]), s4 = (d4[0] + d4[1]) + (d4[2] + d4[3]);
+            part.setCentralSums(s1, s2, s3, s4);
+        } else {
+            part.addChecked(v, cases ? cases + start : nullptr, length);
         }
         merge(part);
     }
+}
+
+// A block that holds values that are not finite, value by value.
+void MomentSummary::addChecked(const double* values, const int* cases, size_t n)
+{
+    double sum = 0.0;
+    for (size_t i = 0; i < n; ++i) {
+        const double v = values[i];
+        if (!std::isfinite(v)) {
+            ++m_nonFinite;
+            continue;
+        }
+        const int c = cases ? cases[i] : 0;
+        if (m_n == 0 || v < m_min) {
+            m_min = v;
+            m_minCase = c;
+        }
+        if (m_n == 0 || v > m_max) {
+            m_max = v;
+            m_maxCase = c;
+        }
+        ++m_n;
+        sum += v;
+    }
+    if (m_n == 0)
+        return;
+    m_mean = sum / static_cast<double>(m_n);
+    double s1 = 0.0, s2 = 0.0, s3 = 0.0, s4 = 0.0;
+    for (size_t i = 0; i < n; ++i) {
+        const double v = values[i];
+        if (!std::isfinite(v))
+            continue;
+        const double d = v - m_mean, d2 = d * d;
+        s1 += d;
+        s2 += d2;
+        s3 += d2 * d;
+        s4 += d2 * d2;
+    }
+    setCentralSums(s1, s2, s3, s4);
+}
+
+// The moments about the exact mean from sums of powers of the deviations from the current mean: s1 is
+// the rounding left in the mean, and correcting for it keeps the sums about the exact mean.
+void MomentSummary::setCentralSums(double s1, double s2, double s3, double s4)
+{
+    const double k = static_cast<double>(m_n), e = s1 / k;
+    m_mean += e;
+    m_m2 = s2 - k * e * e;
+    m_m3 = s3 - 3.0 * e * s2 + 2.0 * k * e * e * e;
+    m_m4 = s4 - 4.0 * e * s3 + 6.0 * e * e * s2 - 3.0 * k * e * e * e * e;
+    if (m_m2 < 0.0)
+        m_m2 = 0.0;
 }
 
 void MomentSummary::merge(const MomentSummary& o)
@@ -492,15 +591,49 @@ void SampleSummary::add(double value, int caseNumber)
     addBlock(&value, &caseNumber, 1);
 }
 
+namespace {
+
+// Appends to a summary's values. Capacity grows fourfold: merging many parts then copies each value
+// about a third of a time more instead of once more, and capacity not yet written costs no memory.
+void appendValues(std::vector<double>* to, const double* from, size_t n)
+{
+    if (to->capacity() - to->size() < n)
+        to->reserve(std::max(to->size() + n, 4 * to->capacity()));
+    to->insert(to->end(), from, from + n);
+}
+
+} // namespace
+
 void SampleSummary::addBlock(const double* values, const int* cases, size_t n)
 {
+    const long long nonFinite = m_moments.nonFiniteCount();
     m_moments.addBlock(values, cases, n);
     const size_t before = m_values.size();
-    m_values.reserve(before + n);
-    for (size_t i = 0; i < n; ++i)
-        if (std::isfinite(values[i]))
-            m_values.push_back(values[i]);
+    if (m_moments.nonFiniteCount() == nonFinite) {
+        appendValues(&m_values, values, n);
+    } else {
+        for (size_t i = 0; i < n; ++i)
+            if (std::isfinite(values[i]))
+                m_values.push_back(values[i]);
+    }
     if (m_values.size() != before)
+        m_sorted = false;
+}
+
+void SampleSummary::addBlock(std::vector<double>&& values, const int* cases)
+{
+    if (!m_values.empty()) {
+        addBlock(values.data(), cases, values.size());
+        values.clear();
+        return;
+    }
+    const long long nonFinite = m_moments.nonFiniteCount();
+    m_moments.addBlock(values.data(), cases, values.size());
+    if (m_moments.nonFiniteCount() != nonFinite)
+        values.erase(std::remove_if(values.begin(), values.end(), [](double v) { return !std::isfinite(v); }), values.end());
+    m_values.swap(values);
+    values.clear();
+    if (!m_values.empty())
         m_sorted = false;
 }
 
@@ -509,7 +642,7 @@ void SampleSummary::merge(const SampleSummary& other)
     m_moments.merge(other.m_moments);
     if (other.m_values.empty())
         return;
-    m_values.insert(m_values.end(), other.m_values.begin(), other.m_values.end());
+    appendValues(&m_values, other.m_values.data(), other.m_values.size());
     m_sorted = false;
 }
 
@@ -631,18 +764,36 @@ double sp_ChiSquareQuantile(double p, double degrees)
     if (p == 1.0)
         return kInf;
     const double a = degrees / 2.0;
-    // Bracket the quantile, then bisect on the distribution function to full precision.
-    double lo = 0.0, hi = std::max(1.0, degrees);
-    while (lowerGammaRegularised(a, hi / 2.0) < p)
-        hi *= 2.0;
-    for (int i = 0; i < 200 && hi - lo > 1e-16 * hi; ++i) {
-        const double mid = (lo + hi) / 2.0;
-        if (lowerGammaRegularised(a, mid / 2.0) < p)
-            lo = mid;
+    // Newton's steps on the distribution function from the Wilson-Hilferty approximation, kept inside
+    // a bracket that every step narrows and falling back to bisection when a step would leave it: a few
+    // evaluations instead of the sixty of plain bisection, which count for many degrees of freedom,
+    // where each evaluation sums a series of about the square root of their number of terms.
+    const double h = 2.0 / (9.0 * degrees);
+    const double w = 1.0 - h + sp_NormalQuantile(p) * std::sqrt(h);
+    double x = w > 0.0 ? degrees * w * w * w : degrees * 0.5;
+    if (!(x > 0.0) || !std::isfinite(x))
+        x = degrees;
+    const double logNorm = std::lgamma(a) + std::log(2.0);
+    double lo = 0.0, hi = kInf;
+    for (int i = 0; i < 400; ++i) {
+        const double f = lowerGammaRegularised(a, x / 2.0) - p;
+        if (f < 0.0)
+            lo = x;
         else
-            hi = mid;
+            hi = x;
+        if (f == 0.0)
+            break;
+        const double density = std::exp((a - 1.0) * std::log(x / 2.0) - x / 2.0 - logNorm);
+        double next = x - f / density;
+        if (!(next > lo && next < hi))
+            next = std::isfinite(hi) ? lo + (hi - lo) / 2.0 : 2.0 * x;
+        if (std::fabs(next - x) <= 4e-16 * x || (std::isfinite(hi) && hi - lo <= 4e-16 * hi)) {
+            x = next;
+            break;
+        }
+        x = next;
     }
-    return (lo + hi) / 2.0;
+    return x;
 }
 
 double sp_SpearmanCorrelation(const std::vector<double>& x, const std::vector<double>& y)
@@ -676,19 +827,110 @@ Columns parameterColumns(const std::vector<const XMLReportInfo*>& runs)
     return c;
 }
 
-// One merit function's values and their case numbers, in table order.
+// One merit function's values in table order, finite or not, from the runs that have one. Their case
+// numbers are the shared ones of every run while no run lacks the value, and the column's own after.
 struct MeritColumn {
     std::vector<double> values;
     std::vector<int> cases;
+    bool gapped = false;
 };
 
+struct Gathered {
+    std::vector<int> cases; // every run's case number, in table order
+    std::vector<MeritColumn> columns;
+    const int* casesOf(const MeritColumn& c) const { return c.gapped ? c.cases.data() : cases.data(); }
+};
+
+// Copies the values of merit functions first .. first + width - 1 of the runs of [*at, end) that have all
+// of them, stopping at the first run that lacks one. A width the compiler knows (W) makes the copy of a
+// run a few straight loads and stores, so that many runs' memory reads are in flight at once.
+template <size_t W>
+void gatherWhole(YHashTable<XMLReportInfo>::const_iterator* at, const YHashTable<XMLReportInfo>::const_iterator& end,
+                 int first, int* cases, double* const* to, size_t* i, size_t width = W)
+{
+    size_t k = *i;
+    auto it = *at;
+    for (; it != end; ++it) {
+        const XMLReportInfo& run = *it;
+        if (run.values.count() - first < static_cast<int>(width))
+            break;
+        cases[k] = run.caseNumber;
+        for (size_t m = 0; m < width; ++m)
+            to[m][k] = run.values[first + static_cast<int>(m)].value;
+        ++k;
+    }
+    *at = it;
+    *i = k;
+}
+
+// The values of merit functions first .. first + count - 1, gathered in one pass over the table's own
+// storage, in its order: each record and each of its values is an allocation of its own, and walking
+// them in the order they were stored keeps the walk sequential in memory.
+Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int count)
+{
+    Gathered g;
+    const size_t n = static_cast<size_t>(table.count());
+    const size_t width = static_cast<size_t>(std::max(count, 0));
+    g.cases.resize(n);
+    g.columns.resize(width);
+    std::vector<double*> to(width);
+    for (size_t m = 0; m < width; ++m) {
+        g.columns[m].values.resize(n);
+        to[m] = g.columns[m].values.data();
+    }
+    std::vector<size_t> filled(width, 0);
+    size_t i = 0;
+    auto it = table.begin();
+    const auto end = table.end();
+    while (it != end) {
+        // Runs that have every value, as long as no column has missed one, in the fastest way.
+        if (std::none_of(g.columns.begin(), g.columns.end(), [](const MeritColumn& c) { return c.gapped; })) {
+            const size_t from = i;
+            switch (width) {
+            case 0: gatherWhole<0>(&it, end, first, g.cases.data(), to.data(), &i); break;
+            case 1: gatherWhole<1>(&it, end, first, g.cases.data(), to.data(), &i); break;
+            case 2: gatherWhole<2>(&it, end, first, g.cases.data(), to.data(), &i); break;
+            case 3: gatherWhole<3>(&it, end, first, g.cases.data(), to.data(), &i); break;
+            case 4: gatherWhole<4>(&it, end, first, g.cases.data(), to.data(), &i); break;
+            default: gatherWhole<0>(&it, end, first, g.cases.data(), to.data(), &i, width); break;
+            }
+            for (size_t& f : filled)
+                f += i - from;
+            if (it == end)
+                break;
+        }
+        const XMLReportInfo& run = *it;
+        const int caseNumber = run.caseNumber;
+        g.cases[i] = caseNumber;
+        const int have = run.values.count() - first;
+        for (size_t m = 0; m < width; ++m) {
+            MeritColumn& c = g.columns[m];
+            if (static_cast<int>(m) < have) {
+                to[m][filled[m]++] = run.values[first + static_cast<int>(m)].value;
+                if (c.gapped)
+                    c.cases.push_back(caseNumber);
+            } else if (!c.gapped) {
+                // Every run before this one had the value: their cases are the shared ones so far.
+                c.gapped = true;
+                c.cases.assign(g.cases.begin(), g.cases.begin() + static_cast<std::ptrdiff_t>(i));
+            }
+        }
+        ++i;
+        ++it;
+    }
+    for (size_t m = 0; m < width; ++m)
+        g.columns[m].values.resize(filled[m]);
+    return g;
+}
+
 MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::vector<const XMLReportInfo*>& runs,
-                           int merit, const MeritColumn& column, const MeritLimits& limits, Columns* columns)
+                           int merit, std::vector<double>&& values, const int* cases, const MeritLimits& limits,
+                           Columns* columns)
 {
     MeritStatistics s;
     s.merit = merit;
     s.limits = limits;
-    fillStatistics(&s, table, column.values, column.cases);
+    fillStatistics(&s, table, std::move(values), cases);
     if (s.sample.moments().count() > 0) {
         s.atMinimum = {s.sample.moments().minimumCase(), s.sample.moments().minimum(),
                        deviationsOf(findCase(table, s.sample.moments().minimumCase()))};
@@ -717,38 +959,6 @@ MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::ve
     return s;
 }
 
-// The values of merit functions 0 .. count - 1, gathered in one pass over the runs.
-std::vector<MeritColumn> meritColumns(const std::vector<const XMLReportInfo*>& runs, int first, int count)
-{
-    std::vector<MeritColumn> out(static_cast<size_t>(std::max(count, 0)));
-    for (MeritColumn& c : out) {
-        c.values.reserve(runs.size());
-        c.cases.reserve(runs.size());
-    }
-    // Each record and each of its values is an allocation of its own: fetching the ones a few runs ahead
-    // keeps several memory reads in flight instead of waiting for each in turn.
-    const size_t n = runs.size();
-    for (size_t i = 0; i < n; ++i) {
-#if defined(__GNUC__) || defined(__clang__)
-        if (i + 64 < n)
-            __builtin_prefetch(runs[i + 64]);
-        if (i + 32 < n) {
-            const XMLReportInfo* ahead = runs[i + 32];
-            for (int m = first; m < first + count && m < ahead->values.count(); m += 2)
-                __builtin_prefetch(&ahead->values[m]);
-        }
-#endif
-        const XMLReportInfo* run = runs[i];
-        const int have = std::min(run->values.count() - first, count);
-        for (int m = 0; m < have; ++m) {
-            MeritColumn& c = out[static_cast<size_t>(m)];
-            c.values.push_back(run->values[first + m].value);
-            c.cases.push_back(run->caseNumber);
-        }
-    }
-    return out;
-}
-
 std::vector<const XMLReportInfo*> runsOf(const YHashTable<XMLReportInfo>& table)
 {
     std::vector<const XMLReportInfo*> runs;
@@ -770,31 +980,40 @@ std::vector<const XMLReportInfo*> sp_RunsInCaseOrder(const YHashTable<XMLReportI
 MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table, int merit, const MeritLimits& limits,
                                           bool influence)
 {
-    const std::vector<const XMLReportInfo*> runs = runsOf(table);
+    // The runs one by one are needed only for the parameters' ranks.
+    const std::vector<const XMLReportInfo*> runs = influence ? runsOf(table) : std::vector<const XMLReportInfo*>();
     Columns columns;
     if (influence)
         columns = parameterColumns(runs);
-    const std::vector<MeritColumn> column = meritColumns(runs, merit, merit >= 0 ? 1 : 0);
-    return computeOne(table, runs, merit, column.empty() ? MeritColumn() : column[0], limits,
-                      influence ? &columns : nullptr);
+    Gathered g = gatherColumns(table, merit, merit >= 0 ? 1 : 0);
+    std::vector<double> values;
+    const int* cases = g.cases.data();
+    if (!g.columns.empty()) {
+        values.swap(g.columns[0].values);
+        cases = g.casesOf(g.columns[0]);
+    }
+    return computeOne(table, runs, merit, std::move(values), cases, limits, influence ? &columns : nullptr);
 }
 
 std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportInfo>& table,
                                                      const XMLReportHeader& header,
                                                      const std::vector<MeritLimits>& limits, bool influence)
 {
-    const std::vector<const XMLReportInfo*> runs = runsOf(table);
+    const std::vector<const XMLReportInfo*> runs = influence ? runsOf(table) : std::vector<const XMLReportInfo*>();
     Columns columns;
     if (influence)
         columns = parameterColumns(runs);
     std::vector<MeritStatistics> out;
-    std::vector<MeritColumn> merits = meritColumns(runs, 0, header.meritFunctions.count());
-    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+    const int count = header.meritFunctions.count();
+    out.reserve(static_cast<size_t>(std::max(count, 0)));
+    Gathered g = gatherColumns(table, 0, count);
+    for (int m = 0; m < count; ++m) {
         const MeritLimits none;
-        out.push_back(computeOne(table, runs, m, merits[static_cast<size_t>(m)],
+        MeritColumn& column = g.columns[static_cast<size_t>(m)];
+        out.push_back(computeOne(table, runs, m, std::move(column.values), g.casesOf(column),
                                  static_cast<size_t>(m) < limits.size() ? limits[static_cast<size_t>(m)] : none,
                                  influence ? &columns : nullptr));
-        merits[static_cast<size_t>(m)] = MeritColumn(); // its memory is not needed any more
+        column = MeritColumn(); // its cases are not needed any more
         out.back().name = header.meritFunctions[m].name;
         out.back().definition = header.meritFunctions[m].value;
     }

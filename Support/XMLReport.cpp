@@ -3,6 +3,7 @@
 #include "XMLReport.h"
 
 #include <cmath>
+#include <vector>
 
 XMLReportInfo::XMLReportInfo(int number) : caseNumber(number)
 {
@@ -66,17 +67,24 @@ void XMLReportInfo::buildNormalisedSensitivity()
 
 void computeSensitivityDeltas(YHashTable<XMLReportInfo>& table)
 {
+    // The reference values are read once: no delta changes a value, so every round of the merit loop
+    // would read the same ones.
+    std::vector<double> reference;
     XMLReportInfo probe;
     probe.caseNumber = 1;
-    if (const XMLReportInfo* reference = table.find(probe)) {
-        const int count = reference->values.count();
-        for (int i = 0; i < count; ++i) {
-            // The reference record may grow below, so its value is read on every round.
-            const double ref = table.find(probe)->values[i].value;
-            for (XMLReportInfo& record : table)
-                record.values.at(i).delta = record.values.at(i).value - ref;
-        }
+    if (const XMLReportInfo* r = table.find(probe)) {
+        reference.reserve(static_cast<size_t>(r->values.count()));
+        for (int i = 0; i < r->values.count(); ++i)
+            reference.push_back(r->values[i].value);
     }
-    for (XMLReportInfo& record : table)
+    // A record's deltas and sensitivities depend on that record alone: all of them are made in one
+    // pass over the table instead of a pass per merit function and one more, each of which would read
+    // every record from memory again.
+    for (XMLReportInfo& record : table) {
+        for (size_t i = 0; i < reference.size(); ++i) {
+            XMLMeritValue& entry = record.values.at(static_cast<int>(i));
+            entry.delta = entry.value - reference[i];
+        }
         record.buildNormalisedSensitivity();
+    }
 }

@@ -165,8 +165,9 @@ private:
 };
 
 /// Hash container of records. A record type supplies `unsigned hashKey() const` and `operator==`;
-/// two equal records are one entry. Records are owned, stay at a fixed address while in the table,
-/// and are visited in the table's own order (insertion order, not sorted).
+/// two equal records are one entry (and have the same key; a stored record's key is kept beside it and
+/// must not change). Records are owned, stay at a fixed address while in the table, and are visited in
+/// the table's own order (insertion order, not sorted).
 template <class T>
 class YHashTable {
 public:
@@ -189,7 +190,12 @@ public:
     {
         if (m_buckets.empty())
             return nullptr;
-        for (int i = m_buckets[bucketOf(probe.hashKey())]; i >= 0; i = m_next[static_cast<size_t>(i)]) {
+        const unsigned key = probe.hashKey();
+        for (int i = m_buckets[bucketOf(key)]; i >= 0; i = m_links[static_cast<size_t>(i)].next) {
+            // A record is read only when its stored key is the probe's: the chain is walked in the
+            // compact array of links, not through records spread over the heap.
+            if (m_links[static_cast<size_t>(i)].key != key)
+                continue;
             const T& r = *m_records[static_cast<size_t>(i)];
             if (r == probe)
                 return &r;
@@ -216,15 +222,20 @@ public:
         if (!found)
             return false;
         std::vector<std::unique_ptr<T>> kept;
+        std::vector<Link> keptLinks;
         kept.reserve(m_records.size());
-        for (auto& r : m_records)
-            if (r.get() != found)
-                kept.push_back(std::move(r));
+        keptLinks.reserve(m_records.size());
+        for (size_t i = 0; i < m_records.size(); ++i)
+            if (m_records[i].get() != found) {
+                kept.push_back(std::move(m_records[i]));
+                keptLinks.push_back(m_links[i]);
+            }
         m_records = std::move(kept);
+        m_links = std::move(keptLinks);
         rehash(m_buckets.size());
         return true;
     }
-    void clear() { m_records.clear(); m_next.clear(); m_buckets.clear(); }
+    void clear() { m_records.clear(); m_links.clear(); m_buckets.clear(); }
 
     const T& item(int index) const { return index >= 0 && index < count() ? *m_records[static_cast<size_t>(index)] : ydetail::sharedEmpty<T>(); }
     T* itemPtr(int index) { return index >= 0 && index < count() ? m_records[static_cast<size_t>(index)].get() : nullptr; }
@@ -259,9 +270,12 @@ public:
     iterator end() { return iterator(m_records.end()); }
 
 private:
-    // The key is mixed (the finaliser of MurmurHash3, a bijection) before it is masked to the table's
-    // power-of-two size: keys such as case numbers are often an arithmetic progression, and multiples of
-    // the table size would otherwise all fall into one bucket.
+    // Keys such as case numbers are often an arithmetic progression, and multiples of the table size
+    // would all fall into one bucket if the key were only masked to the table's power-of-two size: the
+    // key's bits above the lowest six are mixed (the finaliser of MurmurHash3, a bijection), which
+    // spreads the key's block of 64 over the table, and the lowest six bits only choose among 64
+    // neighbouring buckets, so that consecutive keys fill neighbouring buckets: a table filled with
+    // consecutive keys is then walked a cache line at a time, not at a random place for every key.
     static unsigned mixed(unsigned h)
     {
         h ^= h >> 16;
@@ -271,10 +285,14 @@ private:
         h ^= h >> 16;
         return h;
     }
-    size_t bucketOf(unsigned hash) const { return static_cast<size_t>(mixed(hash)) & (m_buckets.size() - 1); }
+    size_t bucketOf(unsigned hash) const
+    {
+        return static_cast<size_t>(mixed(hash >> 6) ^ (hash & 63u)) & (m_buckets.size() - 1);
+    }
     T* add(std::unique_ptr<T> record)
     {
         T* stored = record.get();
+        m_links.push_back(Link{-1, stored->hashKey()});
         m_records.push_back(std::move(record));
         if (m_records.size() > m_buckets.size())
             rehash(m_buckets.empty() ? 16 : m_buckets.size() * 2);
@@ -282,23 +300,27 @@ private:
             link(m_records.size() - 1);
         return stored;
     }
+    // Links every record again from the stored keys, without reading the records.
     void rehash(size_t bucketCount)
     {
         if (bucketCount < 16) bucketCount = 16;
         m_buckets.assign(bucketCount, -1);
-        m_next.assign(m_records.size(), -1);
         for (size_t i = 0; i < m_records.size(); ++i)
             link(i);
     }
     void link(size_t i)
     {
-        if (m_next.size() <= i) m_next.resize(i + 1, -1);
-        size_t b = bucketOf(m_records[i]->hashKey());
-        m_next[i] = m_buckets[b];
+        size_t b = bucketOf(m_links[i].key);
+        m_links[i].next = m_buckets[b];
         m_buckets[b] = static_cast<int>(i);
     }
 
+    // The next record of a bucket's chain (-1 at its end) and the record's key, side by side.
+    struct Link {
+        int next;
+        unsigned key;
+    };
     std::vector<std::unique_ptr<T>> m_records;
-    std::vector<int> m_next;
+    std::vector<Link> m_links;
     std::vector<int> m_buckets;
 };

@@ -14,9 +14,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cctype>
 #include <climits>
 #include <cstring>
 #include <future>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
@@ -171,6 +173,136 @@ TEST_F(MswFile, RunLabelsTellRunsApartAtTheFirstSufficientDetail)
     EXPECT_TRUE(findCase(t, 8)->description.isEmpty());
     EXPECT_FALSE(findCase(t, 8)->hasDescription);
     EXPECT_TRUE(findCase(t, 9)->description.isEmpty());
+}
+
+namespace {
+
+// The label of a run name at a detail level, written from the rules of run labels alone, for the test
+// below to check the reader's grouping against: items split at "/", those with exactly one ":" kept,
+// keys ignoring case, the first of a key winning.
+std::string labelByTheRules(const std::string& name, int detail)
+{
+    if (detail >= 5)
+        return name;
+    std::map<std::string, std::string> items;
+    size_t start = 0;
+    for (;;) {
+        const size_t slash = name.find('/', start);
+        const std::string item = name.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
+        const size_t colon = item.find(':');
+        if (colon != std::string::npos && item.find(':', colon + 1) == std::string::npos) {
+            std::string key = item.substr(0, colon);
+            for (char& c : key)
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            items.emplace(key, item.substr(colon + 1)); // the first of a key stays
+        }
+        if (slash == std::string::npos)
+            break;
+        start = slash + 1;
+    }
+    const auto has = [&](const char* k) { return items.count(k) != 0; };
+    std::string text;
+    if (has("lot")) {
+        text = "Lot: " + items["lot"];
+        if (detail >= 2 && has("devparam"))
+            text += "." + items["devparam"];
+        if (detail >= 2 && has("tol"))
+            text += " (TOL=" + items["tol"] + ")";
+    } else if (has("refdes")) {
+        text = "Ref: " + items["refdes"];
+        if (detail >= 2 && has("devparam"))
+            text += "." + items["devparam"];
+        if (detail >= 3 && has("pdf"))
+            text += " (" + items["pdf"] + ")";
+        if (detail >= 4 && has("term"))
+            text += " (term " + items["term"] + ")";
+    } else if (has("param")) {
+        text = "Var: " + items["param"];
+        if (detail >= 3 && has("pdf"))
+            text += " (" + items["pdf"] + ")";
+    }
+    return text.empty() ? name : text;
+}
+
+} // namespace
+
+TEST_F(MswFile, RunDescriptionsOfManyRandomNamesFollowTheRules)
+{
+    // Twelve thousand names drawn from few keys and values, in varied case, with items the rules ignore,
+    // so that labels collide at every level and some never part; among them runs with a description
+    // of their own and runs with neither. Each description is checked against the rules applied the
+    // plain way: per level, the undescribed runs grouped by their folded labels.
+    std::mt19937 random(77);
+    static const char* const kKeys[] = {"Lot", "lot", "DevParam", "DEVPARAM", "Tol", "Refdes", "refdes",
+                                        "PDF", "Term", "Param", "Other", "nokey", "a:b:c"};
+    static const char* const kValues[] = {"", "R1", "r1", "R2", "L1", "5%", "gauss", "1", "2", "W"};
+    std::uniform_int_distribution<int> items(0, 4), key(0, 12), value(0, 9), kind(0, 29);
+    std::string steps;
+    std::vector<std::pair<int, std::string>> named; // case and name of the runs the pass describes
+    for (int c = 1; c <= 12000; ++c) { // more than 8192 runs: the grouping spreads them into parts
+        const int k = kind(random);
+        if (k == 0) {
+            steps += "<step case=\"" + std::to_string(c) + "\" description=\"own\"/>";
+            continue;
+        }
+        if (k == 1) {
+            steps += "<step case=\"" + std::to_string(c) + "\"/>";
+            continue;
+        }
+        std::string name;
+        for (int n = items(random); n >= 0; --n) {
+            if (!name.empty())
+                name += "/";
+            const std::string kk = kKeys[key(random)];
+            name += kk == "nokey" ? std::string("loose") : kk + ":" + kValues[value(random)];
+        }
+        steps += "<step case=\"" + std::to_string(c) + "\" name=\"" + name + "\"/>";
+        named.emplace_back(c, name);
+    }
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>" + steps + "</steps>"), &t, &h));
+
+    std::map<int, std::string> expected; // the description each named run gets; absent: none
+    std::vector<std::pair<int, std::string>> pending = named;
+    for (int detail = 1; detail <= 5 && !pending.empty(); ++detail) {
+        std::map<std::string, int> groups;
+        const auto folded = [&](const std::string& name) {
+            std::string l = labelByTheRules(name, detail);
+            for (char& c : l)
+                if (c >= 'A' && c <= 'Z')
+                    c = static_cast<char>(c - 'A' + 'a');
+            return l;
+        };
+        for (const auto& [c, name] : pending)
+            ++groups[folded(name)];
+        std::vector<std::pair<int, std::string>> next;
+        for (const auto& [c, name] : pending) {
+            if (groups[folded(name)] == 1)
+                expected[c] = labelByTheRules(name, detail);
+            else
+                next.emplace_back(c, name);
+        }
+        pending = next;
+    }
+    int described = 0;
+    for (const auto& [c, name] : named) {
+        const XMLReportInfo* r = findCase(t, c);
+        ASSERT_NE(r, nullptr);
+        const auto it = expected.find(c);
+        if (it == expected.end()) {
+            EXPECT_FALSE(r->hasDescription) << name;
+            EXPECT_STREQ(r->description.c_str(), "") << name;
+        } else {
+            ++described;
+            EXPECT_TRUE(r->hasDescription) << name;
+            EXPECT_EQ(std::string(r->description.c_str()), it->second) << name;
+        }
+    }
+    EXPECT_STREQ(findCase(t, static_cast<int>(named.size()) > 0 ? named[0].first : 1)->name.c_str(), named[0].second.c_str());
+    // Runs were told apart at several levels, and some never were.
+    EXPECT_GT(described, 100);
+    EXPECT_LT(described, static_cast<int>(named.size()));
 }
 
 // A key given twice in a run name: the first occurrence wins, as in every parameter list, at every
@@ -1040,6 +1172,76 @@ TEST_F(MswFile, PlainFilesAreReadWithoutATreeExactlyAsTheTreeReadsThem)
     XMLReportHeader h5;
     EXPECT_FALSE(read("check.msw", &t5, &h5));
     EXPECT_EQ(t5.count(), 0);
+}
+
+namespace {
+
+// Everything a read produced in the table's own order, which both readings must keep as well.
+std::string dumpInTableOrder(bool ok, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header)
+{
+    std::string text = dumpRead(ok, table, header);
+    for (const XMLReportInfo& r : table)
+        text += " " + std::to_string(r.caseNumber);
+    return text;
+}
+
+// A random attribute value: mostly plain text, sometimes one of the bytes that end a value or leave the
+// file to the full parser, an entity, a quote of either kind, UTF-8 or another control byte.
+std::string randomValue(std::mt19937& random)
+{
+    static const char* const kPieces[] = {"a", "Z", "7", "-", ".", " ", "/", ":", "=", ">", "Lot:", "Refdes:R1",
+                                          "DevParam:R", "Term:", "\"", "'", "&", "&amp;", "&lt;", "<", "\t", "\n",
+                                          "\r", "\xC3\xA9", "\x01", "1e-3", "12345678"};
+    std::uniform_int_distribution<int> length(0, 14), piece(0, 26), wild(0, 19);
+    // One value in twenty may hold anything; the others hold only what the plain form allows.
+    const bool anything = wild(random) == 0;
+    std::string value;
+    for (int n = length(random); n > 0; --n)
+        value += kPieces[anything ? piece(random) : piece(random) % 13];
+    return value;
+}
+
+} // namespace
+
+TEST_F(MswFile, AttributeValuesOfAnyBytesAreReadPlainlyExactlyAsTheTreeReadsThem)
+{
+    // Documents whose attribute values hold every kind of byte, quoted either way, some of them pushed
+    // across the edge of the plain reader's window by a long attribute before them: the plain reading,
+    // whenever it takes a file, gives what the tree gives, and leaves the others to the tree.
+    std::mt19937 random(24);
+    std::uniform_int_distribution<int> coin(0, 1), pad(250 * 1024, 270 * 1024), runs(1, 6);
+    int plain = 0, left = 0;
+    for (int doc = 0; doc < 160; ++doc) {
+        const auto attribute = [&](const char* name) {
+            const char quote = coin(random) ? '"' : '\'';
+            return std::string(" ") + name + "=" + quote + randomValue(random) + quote;
+        };
+        std::string body = "<header" + attribute("title") + attribute("analysis") + "/>";
+        if (doc % 3 == 0)
+            body += "<pad long=\"" + std::string(static_cast<size_t>(pad(random)), 'w') + "\"/>";
+        const int count = runs(random);
+        body += "<meritfunction" + attribute("value") + attribute("name") + ">";
+        for (int c = 1; c <= count; ++c)
+            body += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c * 1.5) + "\"/>";
+        body += "</meritfunction><steps>";
+        for (int c = 1; c <= count; ++c)
+            body += "<step case=\"" + std::to_string(c) + "\"" + attribute("name") + attribute("description") +
+                    "><parameter" + attribute("name") + " nom=\"1\" usedvalue=\"2\"/></step>";
+        body += "</steps>";
+        const std::string text = msw(body);
+        writeFileBytes(path("plain.msw"), text);
+        writeFileBytes(path("tree.msw"), throughTheTree(text));
+        (scansPlainly(path("plain.msw")) ? plain : left) += 1;
+        YHashTable<XMLReportInfo> plainTable, treeTable;
+        XMLReportHeader plainHeader, treeHeader;
+        const bool plainOk = read("plain.msw", &plainTable, &plainHeader);
+        const bool treeOk = read("tree.msw", &treeTable, &treeHeader);
+        EXPECT_EQ(dumpInTableOrder(plainOk, plainTable, plainHeader), dumpInTableOrder(treeOk, treeTable, treeHeader))
+            << "document " << doc;
+    }
+    // Both ways were taken many times.
+    EXPECT_GT(plain, 20);
+    EXPECT_GT(left, 20);
 }
 
 TEST_F(MswFile, ThePlainReaderTakesAnAppendedTreeAndTheTreeAnAppendedPlainFile)

@@ -575,3 +575,313 @@ TEST(RunsInCaseOrder, GivesTheTablesOwnRecordsByIncreasingCase)
     EXPECT_EQ(runs[2], table.find(XMLReportInfo(3)));
     EXPECT_TRUE(sp_RunsInCaseOrder(YHashTable<XMLReportInfo>()).empty());
 }
+
+// ------------------------------------------------------------------------------------------ fast paths
+
+namespace {
+
+// Moments of a sample computed the plain way, value by value in long double, for the fast paths to meet.
+struct PlainMoments {
+    long long n = 0, nonFinite = 0;
+    long double mean = 0, m2 = 0, m3 = 0, m4 = 0;
+    double min = 0, max = 0;
+    int minCase = 0, maxCase = 0;
+};
+
+PlainMoments plainMoments(const std::vector<double>& values, const std::vector<int>& cases)
+{
+    PlainMoments p;
+    long double sum = 0;
+    for (size_t i = 0; i < values.size(); ++i) {
+        const double v = values[i];
+        if (!std::isfinite(v)) {
+            ++p.nonFinite;
+            continue;
+        }
+        // The first value met of an extremum keeps it (a later -0 does not replace an earlier 0).
+        if (p.n == 0 || v < p.min) {
+            p.min = v;
+            p.minCase = cases[i];
+        }
+        if (p.n == 0 || v > p.max) {
+            p.max = v;
+            p.maxCase = cases[i];
+        }
+        ++p.n;
+        sum += v;
+    }
+    if (p.n == 0)
+        return p;
+    p.mean = sum / p.n;
+    for (double v : values) {
+        if (!std::isfinite(v))
+            continue;
+        const long double d = v - p.mean;
+        p.m2 += d * d;
+        p.m3 += d * d * d;
+        p.m4 += d * d * d * d;
+    }
+    return p;
+}
+
+// Counts, extrema and their cases exactly; the moments within `tolerance` relative to their scale.
+void expectMomentsMatch(const MomentSummary& m, const PlainMoments& p, const std::string& what,
+                        double tolerance = 1e-10)
+{
+    SCOPED_TRACE(what);
+    EXPECT_EQ(m.count(), p.n);
+    EXPECT_EQ(m.nonFiniteCount(), p.nonFinite);
+    if (p.n == 0)
+        return;
+    EXPECT_EQ(m.minimum(), p.min);
+    EXPECT_EQ(std::signbit(m.minimum()), std::signbit(p.min));
+    EXPECT_EQ(m.minimumCase(), p.minCase);
+    EXPECT_EQ(m.maximum(), p.max);
+    EXPECT_EQ(std::signbit(m.maximum()), std::signbit(p.max));
+    EXPECT_EQ(m.maximumCase(), p.maxCase);
+    const double scale = std::max({std::fabs(p.min), std::fabs(p.max), 1e-300});
+    EXPECT_LE(std::fabs(m.mean() - static_cast<double>(p.mean)), 1e-13 * scale) << m.mean();
+    const double m2 = static_cast<double>(p.m2);
+    EXPECT_LE(std::fabs(m.m2() - m2), tolerance * m2 + 1e-300) << "m2 " << m.m2() << " against " << m2;
+    // The third sum is compared against the size of what it sums, n times the cubed deviation.
+    const double spread2 = std::max(m2, 1e-300);
+    EXPECT_LE(std::fabs(m.m3() - static_cast<double>(p.m3)),
+              tolerance * spread2 * std::sqrt(spread2 / static_cast<double>(p.n)) + 1e-300)
+        << "m3 " << m.m3() << " against " << static_cast<double>(p.m3);
+    EXPECT_LE(std::fabs(m.m4() - static_cast<double>(p.m4)), tolerance * static_cast<double>(p.m4) + 1e-300)
+        << "m4 " << m.m4() << " against " << static_cast<double>(p.m4);
+}
+
+// Samples of many shapes and sizes: sizes around the summaries' blocks of 2048 values and the
+// percentiles' switch from selection to bins at 8192, spread and bunched values, ties, signed zeros,
+// values that are not finite at the ends of blocks and alone.
+std::vector<std::pair<std::string, std::vector<double>>> manySamples()
+{
+    std::vector<std::pair<std::string, std::vector<double>>> out;
+    std::mt19937_64 random(2411);
+    std::normal_distribution<double> normal(0.0, 1.0);
+    std::lognormal_distribution<double> spread(0.0, 3.0);
+    std::uniform_int_distribution<int> few(0, 4);
+    const size_t sizes[] = {1, 2, 3, 4, 5, 7, 100, 2047, 2048, 2049, 4100, 8192, 8193, 10000, 65537, 120001};
+    for (size_t n : sizes) {
+        std::vector<double> a(n), b(n), c(n), d(n);
+        for (size_t i = 0; i < n; ++i) {
+            a[i] = 1e6 + normal(random);
+            b[i] = spread(random) - 2.0;
+            c[i] = few(random) == 0 ? -0.0 : few(random) * 0.5 - 1.0;
+            d[i] = normal(random);
+        }
+        if (n > 3) {
+            d[0] = std::numeric_limits<double>::infinity();
+            d[n - 1] = kNaN;
+            d[n / 2] = -std::numeric_limits<double>::infinity();
+            c[n / 3] = 0.0; // a positive zero among negative ones
+        }
+        if (n > 2049)
+            d[2048] = kNaN; // the first value of the second block
+        out.emplace_back("normal far from 0, " + std::to_string(n), a);
+        out.emplace_back("log-normal, " + std::to_string(n), b);
+        out.emplace_back("few values and signed zeros, " + std::to_string(n), c);
+        out.emplace_back("not finite here and there, " + std::to_string(n), d);
+    }
+    std::vector<double> allNaN(3000, kNaN);
+    out.emplace_back("nothing finite", allNaN);
+    std::vector<double> outlier(50000);
+    for (double& v : outlier)
+        v = normal(random);
+    outlier[17] = 1e60; // its fourth power still fits a double
+    out.emplace_back("one far outlier", outlier);
+    std::vector<double> same(20000, 3.25);
+    out.emplace_back("one value", same);
+    return out;
+}
+
+} // namespace
+
+TEST(RunStatistics, FastSummariesEqualPlainOnesOnManySamples)
+{
+    const double ps[] = {0, 0.1, 1, 5, 10, 25, 33.3, 50, 75, 90, 95, 99, 99.9, 100, -1, 100.5};
+    const int count = static_cast<int>(sizeof ps / sizeof ps[0]);
+    for (const auto& [name, values] : manySamples()) {
+        SCOPED_TRACE(name);
+        std::vector<int> cases(values.size());
+        for (size_t i = 0; i < cases.size(); ++i)
+            cases[i] = static_cast<int>(i) * 3 - 100;
+        const PlainMoments plain = plainMoments(values, cases);
+
+        SampleSummary copied;
+        copied.addBlock(values.data(), cases.data(), values.size());
+        expectMomentsMatch(copied.moments(), plain, "copied");
+        SampleSummary taken;
+        std::vector<double> give = values;
+        taken.addBlock(std::move(give), cases.data());
+        EXPECT_TRUE(give.empty());
+        expectMomentsMatch(taken.moments(), plain, "taken");
+        EXPECT_EQ(taken.values(), copied.values());
+        std::vector<double> finite;
+        for (double v : values)
+            if (std::isfinite(v))
+                finite.push_back(v);
+        EXPECT_EQ(copied.values(), finite);
+
+        // One value at a time goes through the same summaries, a block of one value each; it rounds at
+        // every step (as documented), but its counts and extrema are exact.
+        SampleSummary oneByOne;
+        for (size_t i = 0; i < values.size(); ++i)
+            oneByOne.add(values[i], cases[i]);
+        expectMomentsMatch(oneByOne.moments(), plain, "one by one", 1e-5);
+
+        // Percentiles selected without sorting equal those of the sorted values, bit for bit.
+        double selected[count];
+        taken.percentiles(ps, count, selected);
+        for (int i = 0; i < count; ++i) {
+            const double sorted = copied.percentile(ps[i]);
+            if (std::isnan(sorted))
+                EXPECT_TRUE(std::isnan(selected[i])) << ps[i];
+            else
+                EXPECT_EQ(selected[i], sorted) << ps[i];
+        }
+    }
+}
+
+TEST(RunStatistics, TakingValuesIntoASummaryThatHasSomeAppendsThem)
+{
+    SampleSummary s;
+    s.add(2.0, 7);
+    std::vector<double> more = {1.0, kNaN, 5.0};
+    const int cases[] = {8, 9, 10};
+    s.addBlock(std::move(more), cases);
+    EXPECT_TRUE(more.empty());
+    EXPECT_EQ(s.values(), (std::vector<double>{2.0, 1.0, 5.0}));
+    EXPECT_EQ(s.moments().count(), 3);
+    EXPECT_EQ(s.moments().nonFiniteCount(), 1);
+    EXPECT_EQ(s.moments().minimumCase(), 8);
+    EXPECT_EQ(s.moments().maximumCase(), 10);
+    EXPECT_EQ(s.percentile(50), 2.0);
+}
+
+namespace {
+
+// The statistics of one merit function worked out from the table the plain way: each run's value in
+// table order, limits run by run, percentiles from the sorted values.
+void expectPlainStatistics(const YHashTable<XMLReportInfo>& table, int merit, const MeritLimits& limits,
+                           const MeritStatistics& s)
+{
+    SCOPED_TRACE("merit " + std::to_string(merit));
+    std::vector<double> values;
+    std::vector<int> cases;
+    std::vector<int> failing;
+    long long passing = 0;
+    for (const XMLReportInfo& run : table) {
+        if (run.values.count() <= merit)
+            continue;
+        const double v = run.values[merit].value;
+        values.push_back(v);
+        cases.push_back(run.caseNumber);
+        if (limits.any()) {
+            if (limits.passes(v))
+                ++passing;
+            else
+                failing.push_back(run.caseNumber);
+        }
+    }
+    std::sort(failing.begin(), failing.end());
+    const PlainMoments plain = plainMoments(values, cases);
+    expectMomentsMatch(s.sample.moments(), plain, "table");
+    EXPECT_EQ(s.runCount, static_cast<long long>(values.size()));
+    EXPECT_EQ(s.passCount, passing);
+    EXPECT_EQ(s.failingCases, failing);
+    SampleSummary sorted;
+    for (size_t i = 0; i < values.size(); ++i)
+        sorted.add(values[i], cases[i]);
+    for (int i = 0; i < kRunStatisticsPercentileCount; ++i) {
+        const double expected = sorted.percentile(kRunStatisticsPercentiles[i]);
+        if (std::isnan(expected))
+            EXPECT_TRUE(std::isnan(s.percentiles[i]));
+        else
+            EXPECT_EQ(s.percentiles[i], expected) << kRunStatisticsPercentiles[i];
+    }
+    if (plain.n > 0) {
+        EXPECT_EQ(s.atMinimum.caseNumber, plain.minCase);
+        EXPECT_EQ(s.atMaximum.caseNumber, plain.maxCase);
+    }
+}
+
+} // namespace
+
+TEST(RunStatistics, TablesWithRunsThatLackValuesGiveThePlainStatistics)
+{
+    // One to six merit functions (the walk over the table has a path of its own for up to four),
+    // runs that lack the last values from the start, from the middle or only here and there, runs out
+    // of case order, values that are not finite, and limits of every kind.
+    std::mt19937_64 random(99);
+    std::normal_distribution<double> normal(0.0, 1.0);
+    for (int width = 1; width <= 6; ++width) {
+        for (int gaps = 0; gaps < 4; ++gaps) {
+            SCOPED_TRACE("width " + std::to_string(width) + ", gaps " + std::to_string(gaps));
+            YHashTable<XMLReportInfo> table;
+            XMLReportHeader header;
+            for (int m = 0; m < width; ++m)
+                header.meritFunctions.at(m).name = YString(("m" + std::to_string(m)).c_str());
+            for (int k = 0; k < 9000; ++k) {
+                const int caseNumber = gaps == 3 ? (k * 7919) % 9001 + 1 : k + 1;
+                XMLReportInfo r(caseNumber);
+                int have = width;
+                if (gaps == 1 && k == 0)
+                    have = width - 1;
+                if (gaps == 2 && k >= 4000 && k < 4100)
+                    have = std::max(0, width - 2);
+                if (gaps == 3 && k % 97 == 5)
+                    have = k % width;
+                for (int m = 0; m < have; ++m)
+                    r.values.at(m).value = k % 1013 == 7 ? (k % 2 ? kNaN : std::numeric_limits<double>::infinity())
+                                                         : m + normal(random);
+                table.insert(std::move(r));
+            }
+            std::vector<MeritLimits> limits(static_cast<size_t>(width));
+            for (int m = 0; m < width; ++m) {
+                MeritLimits& l = limits[static_cast<size_t>(m)];
+                l.hasLower = m % 3 != 1;
+                l.lower = m - 1.5;
+                l.hasUpper = m % 3 != 2;
+                l.upper = m + 1.0;
+            }
+            limits.back().hasLower = limits.back().hasUpper = false;
+            const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits, false);
+            ASSERT_EQ(all.size(), static_cast<size_t>(width));
+            for (int m = 0; m < width; ++m) {
+                expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], all[static_cast<size_t>(m)]);
+                const MeritStatistics one = sp_ComputeMeritStatistics(table, m, limits[static_cast<size_t>(m)], false);
+                expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], one);
+            }
+        }
+    }
+}
+
+TEST_F(RunStatisticsReference, ChiSquareQuantilesForFewAndVeryManyDegreesAgreeWithSciPy)
+{
+    // A million runs ask for 999999 degrees of freedom, where each evaluation of the distribution is a
+    // long series; a fraction of a degree has its quantiles far in the tail.
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const double degrees[] = {0.3, 1.0, 4.0, 999999.0, 2000000.0};
+    const double ps[] = {1e-10, 0.025, 0.5, 0.975, 1 - 1e-9};
+    QProcess python;
+    python.start(QString::fromLatin1(debianPython()),
+                 {"-c", "import json\nfrom scipy import stats\nprint(json.dumps([float(stats.chi2.ppf(p, d)) "
+                        "for d in [0.3, 1.0, 4.0, 999999.0, 2000000.0] for p in [1e-10, 0.025, 0.5, 0.975, 1 - 1e-9]]))"});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(120000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonArray reference = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    ASSERT_EQ(reference.size(), 25);
+    int k = 0;
+    for (double d : degrees)
+        for (double p : ps) {
+            SCOPED_TRACE("degrees " + std::to_string(d) + ", p " + std::to_string(p));
+            // The upper tail is reached through the lower probability, near 1 there, which leaves about
+            // eight digits at 1 - 1e-9; the far lower tail of a fraction of a degree and of two million
+            // degrees keeps about ten.
+            const double tolerance = p > 0.99 ? 1e-8 : p < 1e-9 && (d < 1 || d > 1e6) ? 1e-9 : 1e-11;
+            expectRelative(sp_ChiSquareQuantile(p, d), json(reference[k++]), tolerance, "chi-square quantile");
+        }
+}

@@ -2,6 +2,10 @@
 #include "TestHelpers.h"
 #include "XMLReport.h"
 
+#include <cstdio>
+#include <random>
+#include <string>
+
 namespace {
 
 XMLParameterValue parameter(double nominal, double used)
@@ -187,4 +191,68 @@ TEST(ComputeSensitivityDeltas, WithoutCaseOneDeltasStayAsTheyWere)
     probe.caseNumber = 2;
     EXPECT_EQ(table.find(probe)->values[0].delta, 0.5);
     EXPECT_DOUBLE_EQ(table.find(probe)->values[0].norm, 2.5);
+}
+
+namespace {
+
+// Deltas and sensitivities the plain way: a pass over the table per merit function of the reference run,
+// reading the reference's value on every round, then a pass that builds every record's sensitivities.
+// The library makes all of it in one pass; both must leave the same table.
+void deltasAsWritten(YHashTable<XMLReportInfo>& table)
+{
+    XMLReportInfo probe;
+    probe.caseNumber = 1;
+    if (const XMLReportInfo* reference = table.find(probe)) {
+        for (int i = 0; i < reference->values.count(); ++i) {
+            const double ref = table.find(probe)->values[i].value;
+            for (XMLReportInfo& r : table)
+                r.values.at(i).delta = r.values.at(i).value - ref;
+        }
+    }
+    for (XMLReportInfo& r : table)
+        r.buildNormalisedSensitivity();
+}
+
+std::string dump(const YHashTable<XMLReportInfo>& table)
+{
+    std::string text;
+    char number[128];
+    for (const XMLReportInfo& r : table) {
+        text += "case " + std::to_string(r.caseNumber) + ":";
+        for (int i = 0; i < r.values.count(); ++i) {
+            std::snprintf(number, sizeof number, " %.17g/%.17g/%.17g/%d", r.values[i].value, r.values[i].delta,
+                          r.values[i].norm, r.values[i].status);
+            text += number;
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+TEST(ComputeSensitivityDeltas, OnePassGivesWhatThePassPerMeritFunctionGives)
+{
+    // Tables with and without a reference run, a reference with fewer or more values than other runs,
+    // runs without values or parameters, parameters left at nominal, zero values, several parameters.
+    std::mt19937 random(31);
+    std::uniform_int_distribution<int> small(0, 4), coin(0, 1);
+    std::uniform_real_distribution<double> real(-2.0, 2.0);
+    for (int t = 0; t < 200; ++t) {
+        YHashTable<XMLReportInfo> table;
+        const bool withReference = t % 4 != 0;
+        for (int c = withReference ? 1 : 2; c < 2 + small(random) * 5; ++c) {
+            XMLReportInfo r(c);
+            const int values = small(random);
+            for (int i = 0; i < values; ++i)
+                r.values.at(i).value = small(random) == 0 ? 0.0 : real(random);
+            for (int k = small(random) % 3; k > 0; --k)
+                r.parameters.append(parameter(coin(random) ? 100.0 : 0.0, coin(random) ? 100.0 : 100.0 + real(random)));
+            table.insert(r);
+        }
+        YHashTable<XMLReportInfo> written = table;
+        computeSensitivityDeltas(table);
+        deltasAsWritten(written);
+        EXPECT_EQ(dump(table), dump(written)) << "table " << t;
+    }
 }

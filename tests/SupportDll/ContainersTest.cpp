@@ -3,7 +3,9 @@
 #include "YContainers.h"
 #include "YString.h"
 
+#include <algorithm>
 #include <atomic>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -193,5 +195,44 @@ TEST(YHashTable, ArithmeticProgressionsOfKeysDoNotCollide)
     for (unsigned step : {65536u, 16384u, 1024u, 4096u * 3u}) {
         const long long spread = comparisonsToInsert(step, step, n);
         EXPECT_LT(spread, 4LL * n) << "step " << step;
+    }
+}
+
+// Random inserts, removals and finds against a plain list of the records in insertion order: every find
+// answers as the list does, records keep their addresses, and iteration keeps the order of insertion,
+// through the table's growth and the relinking after each removal. Keys share their low bits often, so
+// chains hold several keys.
+TEST(YHashTable, RandomInsertsAndRemovalsAgreeWithAPlainList)
+{
+    std::mt19937 random(5);
+    std::uniform_int_distribution<int> key(0, 3000), action(0, 9);
+    YHashTable<Record> table;
+    std::vector<std::pair<int, Record*>> plain; // key and stored address, in insertion order
+    for (int step = 0; step < 20000; ++step) {
+        const int k = key(random) * 64;
+        Record probe;
+        probe.caseNumber = k;
+        const auto it = std::find_if(plain.begin(), plain.end(), [k](const auto& e) { return e.first == k; });
+        const int a = action(random);
+        if (a < 6) {
+            Record* stored = table.insert(probe);
+            if (it == plain.end())
+                plain.emplace_back(k, stored);
+            else
+                EXPECT_EQ(stored, it->second);
+        } else if (a < 8) {
+            EXPECT_EQ(table.remove(probe), it != plain.end());
+            if (it != plain.end())
+                plain.erase(it);
+        } else {
+            EXPECT_EQ(table.find(probe), it == plain.end() ? nullptr : it->second);
+        }
+    }
+    ASSERT_EQ(table.count(), static_cast<int>(plain.size()));
+    size_t i = 0;
+    for (const Record& r : table) {
+        EXPECT_EQ(r.caseNumber, plain[i].first);
+        EXPECT_EQ(&r, plain[i].second);
+        ++i;
     }
 }
