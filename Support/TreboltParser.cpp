@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <string>
 
 using trebolt::ParamDef;
@@ -111,18 +112,24 @@ public:
     }
     YString next()
     {
+        const std::string_view token = nextView();
+        return YString(token.data(), static_cast<int>(token.size()));
+    }
+    // The next token in place, without a copy: a long line's words are mostly only compared.
+    std::string_view nextView()
+    {
         size_t begin = m_pos;
         while (begin < m_length && m_delimiter[static_cast<unsigned char>(m_text[begin])])
             ++begin;
         if (begin >= m_length) {
             m_pos = m_length;
-            return YString();
+            return std::string_view();
         }
         size_t end = begin;
         while (end < m_length && !m_delimiter[static_cast<unsigned char>(m_text[end])])
             ++end;
         m_pos = end < m_length ? end + 1 : m_length;
-        return YString(m_text + begin, static_cast<int>(end - begin));
+        return std::string_view(m_text + begin, end - begin);
     }
 
 private:
@@ -131,6 +138,17 @@ private:
     size_t m_pos = 0;
     bool m_delimiter[256] = {};
 };
+
+// Whether a token is a keyword, ignoring ASCII case.
+bool isKeyword(std::string_view token, const char* keyword)
+{
+    for (const char c : token) {
+        if (!*keyword || (c >= 'A' && c <= 'Z' ? c + 32 : c) != (*keyword >= 'A' && *keyword <= 'Z' ? *keyword + 32 : *keyword))
+            return false;
+        ++keyword;
+    }
+    return !*keyword;
+}
 
 // Reads the parameters that follow a statement name. True when the statement has positional parameters
 // or at least one named parameter was recognised.
@@ -144,10 +162,10 @@ bool readParameters(const StatementDef& statement, Tokens& rest, YList<TreboltPa
             break;
         storeValue(statement.positional[i], token, params, written);
     }
-    for (YString token = rest.next(); !token.isEmpty(); token = rest.next()) {
+    for (std::string_view token = rest.nextView(); !token.empty(); token = rest.nextView()) {
         const ParamDef* def = nullptr;
         for (int i = statement.namedCount - 1; i >= 0; --i) {
-            if (token.equalsNoCase(statement.named[i].keyword)) {
+            if (isKeyword(token, statement.named[i].keyword)) {
                 def = &statement.named[i];
                 break;
             }
@@ -269,7 +287,6 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
 {
     if (!result)
         return;
-    std::string copy(text ? text : "");
     bool enabledSink[TreboltFlagSlotCount];
     bool presentSink[TreboltFlagSlotCount] = {};
     bool* enabled = result->enabledFlags ? result->enabledFlags : enabledSink;
@@ -277,19 +294,28 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     for (int slot = 0; slot < TreboltFlagSlotCount; ++slot)
         enabled[slot] = true;
 
-    // Commented-out statements are marked disabled and then read like active ones.
-    for (size_t at = 0; at + 1 < copy.size(); ++at) {
-        const bool lineStart = at == 0 || copy[at - 1] == '\n';
-        if (!lineStart || copy[at] != '*' || copy[at + 1] != '.')
-            continue;
-        const int slot = matchStatementPrefix(copy.c_str() + at + 1);
-        if (slot >= 0) {
-            enabled[slot] = false;
-            copy[at] = ' ';
+    // Commented-out statements are marked disabled and then read like active ones: the text is copied
+    // with their "*" blanked, only when there is one.
+    const char* const given = text ? text : "";
+    const size_t length = std::strlen(given);
+    std::string copy;
+    for (size_t at = 0; at + 1 < length;) {
+        if (given[at] == '*' && given[at + 1] == '.') {
+            const int slot = matchStatementPrefix(given + at + 1);
+            if (slot >= 0) {
+                enabled[slot] = false;
+                if (copy.empty())
+                    copy.assign(given, length);
+                copy[at] = ' ';
+            }
         }
+        const void* const lineEnd = std::memchr(given + at, '\n', length - at);
+        if (!lineEnd)
+            break;
+        at = static_cast<size_t>(static_cast<const char*>(lineEnd) - given) + 1;
     }
 
-    kvstrstream source(copy.data(), copy.size());
+    kvstrstream source(copy.empty() ? given : copy.data(), length);
     SpiceStream stream(source);
     stream.dontSuppressEmptyLines();
     bool found[kStatementCount] = {};
