@@ -3,12 +3,16 @@
 #include "RunStatistics.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
 
 namespace {
@@ -82,10 +86,10 @@ void multiSelect(double* a, size_t lo, size_t hi, const size_t* ranks, size_t k,
 }
 
 // The order statistics of the given ranks (0-based, ascending, distinct) of finite values between `low`
-// and `high`, without sorting them all. One pass counts the values in equal bins between the extremes
-// and links each value to the previous one of its bin; the bins that hold the wanted ranks are then
-// gathered through their links and selected from. The bins are monotone in the value, so they hold
-// consecutive runs of the sorted values, and the result is exact whatever the distribution.
+// and `high`, without sorting them all. One pass counts the values in equal bins between the extremes;
+// a second gathers the values of the few bins that hold the wanted ranks, which are then selected from.
+// The bins are monotone in the value, so they hold consecutive runs of the sorted values, and the result
+// is exact whatever the distribution.
 void orderStatistics(const double* values, size_t n, double low, double high, const std::vector<size_t>& ranks,
                      std::vector<double>* out)
 {
@@ -96,8 +100,7 @@ void orderStatistics(const double* values, size_t n, double low, double high, co
         std::fill(found, found + ranks.size(), low);
         return;
     }
-    constexpr uint32_t kNone = 0xFFFFFFFFu;
-    if (n <= 8192 || !std::isfinite(high - low) || n >= kNone) {
+    if (n <= 8192 || !std::isfinite(high - low) || n >= 0xFFFFFFFFu) {
         std::vector<double> copy(values, values + n);
         multiSelect(copy.data(), 0, n, ranks.data(), ranks.size(), found);
         return;
@@ -108,34 +111,35 @@ void orderStatistics(const double* values, size_t n, double low, double high, co
         bins *= 2;
     const double scale = static_cast<double>(bins) / (high - low);
     const double top = static_cast<double>(bins - 1);
-    struct Bin {
-        uint32_t count;
-        uint32_t last; // the last value of the bin met, kNone before the first
+    const auto binOf = [&](double x) {
+        return static_cast<size_t>(static_cast<long long>(std::min((x - low) * scale, top)));
     };
-    std::vector<Bin> table(bins, Bin{0, kNone});
-    std::unique_ptr<uint32_t[]> previous(new uint32_t[n]); // each value's previous value in its bin
+    std::vector<uint32_t> counts(bins, 0);
+    for (size_t i = 0; i < n; ++i)
+        ++counts[binOf(values[i])];
+    // The bins that hold wanted ranks, in ascending order, with the ranks each holds (local to the bin).
+    constexpr uint32_t kUnwanted = 0xFFFFFFFFu;
+    std::vector<uint32_t> slotOf(bins, kUnwanted);
+    std::vector<std::vector<size_t>> local;
+    std::vector<size_t> firstRank;
+    size_t below = 0, bin = 0;
+    for (size_t k = 0; k < ranks.size();) {
+        while (below + counts[bin] <= ranks[k])
+            below += counts[bin++];
+        slotOf[bin] = static_cast<uint32_t>(local.size());
+        firstRank.push_back(k);
+        local.emplace_back();
+        while (k < ranks.size() && ranks[k] < below + counts[bin])
+            local.back().push_back(ranks[k++] - below);
+    }
+    std::vector<std::vector<double>> members(local.size());
     for (size_t i = 0; i < n; ++i) {
-        Bin& bin = table[static_cast<size_t>(static_cast<long long>(std::min((values[i] - low) * scale, top)))];
-        previous[i] = bin.last;
-        bin.last = static_cast<uint32_t>(i);
-        ++bin.count;
+        const uint32_t slot = slotOf[binOf(values[i])];
+        if (slot != kUnwanted)
+            members[slot].push_back(values[i]);
     }
-    std::vector<double> members;
-    std::vector<size_t> local;
-    size_t below = 0, bin = 0, k = 0;
-    while (k < ranks.size()) {
-        while (below + table[bin].count <= ranks[k])
-            below += table[bin++].count;
-        // Every wanted rank in this bin, selected among its members at once.
-        local.clear();
-        const size_t from = k;
-        while (k < ranks.size() && ranks[k] < below + table[bin].count)
-            local.push_back(ranks[k++] - below);
-        members.clear();
-        for (uint32_t i = table[bin].last; i != kNone; i = previous[i])
-            members.push_back(values[i]);
-        multiSelect(members.data(), 0, members.size(), local.data(), local.size(), found + from);
-    }
+    for (size_t s = 0; s < members.size(); ++s)
+        multiSelect(members[s].data(), 0, members[s].size(), local[s].data(), local[s].size(), found + firstRank[s]);
 }
 
 // Average ranks (1-based) of a sample; ties share the mean of the ranks they span.
@@ -863,6 +867,90 @@ void gatherWhole(YHashTable<XMLReportInfo>::const_iterator* at, const YHashTable
     *i = k;
 }
 
+// Tables of at least this many runs are gathered and summarised on several threads: walking a million
+// records spread over the heap waits on memory, and two cores wait on it twice as fast; below it the
+// threads would cost more than they save.
+constexpr size_t kParallelRuns = size_t(1) << 16;
+
+// Calls job(0) .. job(count - 1), spread over up to one thread per core when `parallel` (the calling
+// thread is one of them; when a thread cannot be started, the others do its share). The first exception
+// a job throws is thrown again here, after every job has ended.
+template <class Job>
+void runJobs(size_t count, bool parallel, const Job& job)
+{
+    const size_t cores = std::max(1u, std::thread::hardware_concurrency());
+    const size_t threads = parallel ? std::min({count, cores, size_t(8)}) : 1;
+    std::atomic<size_t> next{0};
+    std::exception_ptr failure;
+    std::mutex failureLock;
+    const auto worker = [&] {
+        for (size_t i; (i = next.fetch_add(1)) < count;) {
+            try {
+                job(i);
+            } catch (...) {
+                const std::lock_guard<std::mutex> hold(failureLock);
+                if (!failure)
+                    failure = std::current_exception();
+            }
+        }
+    };
+    std::vector<std::thread> pool;
+    for (size_t t = 1; t < threads; ++t) {
+        try {
+            pool.emplace_back(worker);
+        } catch (...) {
+            break;
+        }
+    }
+    worker();
+    for (std::thread& t : pool)
+        t.join();
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+// Copies the values of merit functions first .. first + W - 1 of runs [from, to) of the table into
+// position of run index in the columns; false when a run lacks one of them (the caller then gathers in
+// the general way).
+template <size_t W>
+bool gatherRange(const YHashTable<XMLReportInfo>& table, size_t from, size_t to, int first, int* cases,
+                 double* const* columns, size_t width = W)
+{
+    for (size_t k = from; k < to; ++k) {
+        const XMLReportInfo& run = table.item(static_cast<int>(k));
+        if (run.values.count() - first < static_cast<int>(width))
+            return false;
+        cases[k] = run.caseNumber;
+        for (size_t m = 0; m < width; ++m)
+            columns[m][k] = run.values[first + static_cast<int>(m)].value;
+    }
+    return true;
+}
+
+// Gathers a large table in which every run has every value on several threads, each over its own range
+// of runs; false (the columns to be discarded) when a run lacks a value.
+bool gatherCompleteInParallel(const YHashTable<XMLReportInfo>& table, int first, size_t width, int* cases,
+                              double* const* columns)
+{
+    const size_t n = static_cast<size_t>(table.count());
+    const size_t parts = 16;
+    std::atomic<bool> complete{true};
+    runJobs(parts, true, [&](size_t part) {
+        const size_t from = n * part / parts, to = n * (part + 1) / parts;
+        bool whole;
+        switch (width) {
+        case 1: whole = gatherRange<1>(table, from, to, first, cases, columns); break;
+        case 2: whole = gatherRange<2>(table, from, to, first, cases, columns); break;
+        case 3: whole = gatherRange<3>(table, from, to, first, cases, columns); break;
+        case 4: whole = gatherRange<4>(table, from, to, first, cases, columns); break;
+        default: whole = gatherRange<0>(table, from, to, first, cases, columns, width); break;
+        }
+        if (!whole)
+            complete = false;
+    });
+    return complete;
+}
+
 // The values of merit functions first .. first + count - 1, gathered in one pass over the table's own
 // storage, in its order: each record and each of its values is an allocation of its own, and walking
 // them in the order they were stored keeps the walk sequential in memory.
@@ -871,13 +959,19 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
     Gathered g;
     const size_t n = static_cast<size_t>(table.count());
     const size_t width = static_cast<size_t>(std::max(count, 0));
-    g.cases.resize(n);
     g.columns.resize(width);
+    // The columns' first touch (tens of megabytes of fresh pages on a large table) is shared out too.
+    runJobs(width + 1, n >= kParallelRuns, [&](size_t m) {
+        if (m < width)
+            g.columns[m].values.resize(n);
+        else
+            g.cases.resize(n);
+    });
     std::vector<double*> to(width);
-    for (size_t m = 0; m < width; ++m) {
-        g.columns[m].values.resize(n);
+    for (size_t m = 0; m < width; ++m)
         to[m] = g.columns[m].values.data();
-    }
+    if (n >= kParallelRuns && width > 0 && gatherCompleteInParallel(table, first, width, g.cases.data(), to.data()))
+        return g;
     std::vector<size_t> filled(width, 0);
     size_t i = 0;
     auto it = table.begin();
@@ -1003,19 +1097,20 @@ std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportI
     Columns columns;
     if (influence)
         columns = parameterColumns(runs);
-    std::vector<MeritStatistics> out;
-    const int count = header.meritFunctions.count();
-    out.reserve(static_cast<size_t>(std::max(count, 0)));
+    const int count = std::max(header.meritFunctions.count(), 0);
+    std::vector<MeritStatistics> out(static_cast<size_t>(count));
     Gathered g = gatherColumns(table, 0, count);
-    for (int m = 0; m < count; ++m) {
-        const MeritLimits none;
-        MeritColumn& column = g.columns[static_cast<size_t>(m)];
-        out.push_back(computeOne(table, runs, m, std::move(column.values), g.casesOf(column),
-                                 static_cast<size_t>(m) < limits.size() ? limits[static_cast<size_t>(m)] : none,
-                                 influence ? &columns : nullptr));
-        column = MeritColumn(); // its cases are not needed any more
-        out.back().name = header.meritFunctions[m].name;
-        out.back().definition = header.meritFunctions[m].value;
-    }
+    // Merit functions are summarised side by side on a large table; the parameters' ranks, shared by
+    // all of them and made on first use, keep them one after the other when the influence is asked for.
+    runJobs(static_cast<size_t>(count), !influence && static_cast<size_t>(table.count()) >= kParallelRuns,
+            [&](size_t m) {
+                const MeritLimits none;
+                MeritColumn& column = g.columns[m];
+                out[m] = computeOne(table, runs, static_cast<int>(m), std::move(column.values), g.casesOf(column),
+                                    m < limits.size() ? limits[m] : none, influence ? &columns : nullptr);
+                column = MeritColumn(); // its cases are not needed any more
+                out[m].name = header.meritFunctions[static_cast<int>(m)].name;
+                out[m].definition = header.meritFunctions[static_cast<int>(m)].value;
+            });
     return out;
 }

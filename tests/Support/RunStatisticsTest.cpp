@@ -223,9 +223,10 @@ TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
 
 TEST(RunStatistics, PercentilesBySelectionEqualThoseOfTheSortedValues)
 {
-    // Above 262,144 values the percentiles are selected through histograms instead of sorting: check
+    // Above 8,192 values the percentiles are selected through histograms instead of sorting: check
     // them against the sorted values for spread values, for values bunched by a far outlier (the
-    // selection recurses into one crowded bin), and for values with many ties.
+    // selection recurses into one crowded bin), and for values with many ties; and 2,001 percentiles
+    // at once, which want values from hundreds of bins.
     std::mt19937_64 random(11);
     std::lognormal_distribution<double> spread(0.0, 2.0);
     std::uniform_int_distribution<int> three(0, 2);
@@ -255,6 +256,12 @@ TEST(RunStatistics, PercentilesBySelectionEqualThoseOfTheSortedValues)
             else
                 EXPECT_EQ(out[i], expected) << ps[i];
         }
+        std::vector<double> many, manyOut(2001);
+        for (int i = 0; i <= 2000; ++i)
+            many.push_back(i / 20.0);
+        selected.percentiles(many.data(), 2001, manyOut.data());
+        for (int i = 0; i <= 2000; ++i)
+            ASSERT_EQ(manyOut[static_cast<size_t>(i)], sorted.percentile(many[static_cast<size_t>(i)])) << many[static_cast<size_t>(i)];
     }
 }
 
@@ -813,47 +820,58 @@ TEST(RunStatistics, TablesWithRunsThatLackValuesGiveThePlainStatistics)
 {
     // One to six merit functions (the walk over the table has a path of its own for up to four),
     // runs that lack the last values from the start, from the middle or only here and there, runs out
-    // of case order, values that are not finite, and limits of every kind.
+    // of case order, values that are not finite, and limits of every kind; and tables large enough to
+    // be walked and summarised on several threads, whole and with a gap that sends them the plain way.
     std::mt19937_64 random(99);
     std::normal_distribution<double> normal(0.0, 1.0);
-    for (int width = 1; width <= 6; ++width) {
-        for (int gaps = 0; gaps < 4; ++gaps) {
-            SCOPED_TRACE("width " + std::to_string(width) + ", gaps " + std::to_string(gaps));
-            YHashTable<XMLReportInfo> table;
-            XMLReportHeader header;
-            for (int m = 0; m < width; ++m)
-                header.meritFunctions.at(m).name = YString(("m" + std::to_string(m)).c_str());
-            for (int k = 0; k < 9000; ++k) {
-                const int caseNumber = gaps == 3 ? (k * 7919) % 9001 + 1 : k + 1;
-                XMLReportInfo r(caseNumber);
-                int have = width;
-                if (gaps == 1 && k == 0)
-                    have = width - 1;
-                if (gaps == 2 && k >= 4000 && k < 4100)
-                    have = std::max(0, width - 2);
-                if (gaps == 3 && k % 97 == 5)
-                    have = k % width;
-                for (int m = 0; m < have; ++m)
-                    r.values.at(m).value = k % 1013 == 7 ? (k % 2 ? kNaN : std::numeric_limits<double>::infinity())
-                                                         : m + normal(random);
-                table.insert(std::move(r));
-            }
-            std::vector<MeritLimits> limits(static_cast<size_t>(width));
-            for (int m = 0; m < width; ++m) {
-                MeritLimits& l = limits[static_cast<size_t>(m)];
-                l.hasLower = m % 3 != 1;
-                l.lower = m - 1.5;
-                l.hasUpper = m % 3 != 2;
-                l.upper = m + 1.0;
-            }
-            limits.back().hasLower = limits.back().hasUpper = false;
-            const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits, false);
-            ASSERT_EQ(all.size(), static_cast<size_t>(width));
-            for (int m = 0; m < width; ++m) {
-                expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], all[static_cast<size_t>(m)]);
-                const MeritStatistics one = sp_ComputeMeritStatistics(table, m, limits[static_cast<size_t>(m)], false);
-                expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], one);
-            }
+    struct Shape {
+        int width, gaps, runs;
+    };
+    std::vector<Shape> shapes;
+    for (int width = 1; width <= 6; ++width)
+        for (int gaps = 0; gaps < 4; ++gaps)
+            shapes.push_back({width, gaps, 9000});
+    for (int width : {1, 4, 6})
+        for (int gaps : {0, 2})
+            shapes.push_back({width, gaps, 70000});
+    for (const Shape& shape : shapes) {
+        const int width = shape.width, gaps = shape.gaps;
+        SCOPED_TRACE("width " + std::to_string(width) + ", gaps " + std::to_string(gaps) + ", runs " +
+                     std::to_string(shape.runs));
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        for (int m = 0; m < width; ++m)
+            header.meritFunctions.at(m).name = YString(("m" + std::to_string(m)).c_str());
+        for (int k = 0; k < shape.runs; ++k) {
+            const int caseNumber = gaps == 3 ? (k * 7919) % 9001 + 1 : k + 1;
+            XMLReportInfo r(caseNumber);
+            int have = width;
+            if (gaps == 1 && k == 0)
+                have = width - 1;
+            if (gaps == 2 && k >= 4000 && k < 4100)
+                have = std::max(0, width - 2);
+            if (gaps == 3 && k % 97 == 5)
+                have = k % width;
+            for (int m = 0; m < have; ++m)
+                r.values.at(m).value = k % 1013 == 7 ? (k % 2 ? kNaN : std::numeric_limits<double>::infinity())
+                                                     : m + normal(random);
+            table.insert(std::move(r));
+        }
+        std::vector<MeritLimits> limits(static_cast<size_t>(width));
+        for (int m = 0; m < width; ++m) {
+            MeritLimits& l = limits[static_cast<size_t>(m)];
+            l.hasLower = m % 3 != 1;
+            l.lower = m - 1.5;
+            l.hasUpper = m % 3 != 2;
+            l.upper = m + 1.0;
+        }
+        limits.back().hasLower = limits.back().hasUpper = false;
+        const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits, false);
+        ASSERT_EQ(all.size(), static_cast<size_t>(width));
+        for (int m = 0; m < width; ++m) {
+            expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], all[static_cast<size_t>(m)]);
+            const MeritStatistics one = sp_ComputeMeritStatistics(table, m, limits[static_cast<size_t>(m)], false);
+            expectPlainStatistics(table, m, limits[static_cast<size_t>(m)], one);
         }
     }
 }
