@@ -173,13 +173,16 @@ struct MeritStatistics {
 /// merit function i (missing entries: no limits). A run that lacks a value for a merit function is left
 /// out of that merit function's statistics. The parameter influence (Spearman's rho with average ranks
 /// for ties, over the runs with a finite value; a parameter a run did not change counts as deviation 0
-/// in that run) is computed only when `influence` is true, since it ranks every parameter.
+/// in that run) is computed only when `influence` is true, since it ranks every parameter. A table of
+/// 65,536 runs or more is walked, and without `influence` its merit functions summarised, on up to one
+/// thread per core (at most 8) for the length of the call; the results are those of one thread.
 SUPPORTQT_API std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportInfo>& table,
                                                                     const XMLReportHeader& header,
                                                                     const std::vector<MeritLimits>& limits,
                                                                     bool influence = true);
 
 /// The statistics of one merit function of `table` (index `merit`); name and definition are left empty.
+/// A large table is walked on several threads, as `sp_ComputeRunStatistics` walks it.
 SUPPORTQT_API MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table, int merit,
                                                         const MeritLimits& limits = MeritLimits(),
                                                         bool influence = true);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <math.h>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -100,16 +101,18 @@ void orderStatistics(const double* values, size_t n, double low, double high, co
         std::fill(found, found + ranks.size(), low);
         return;
     }
-    if (n <= 8192 || !std::isfinite(high - low) || n >= 0xFFFFFFFFu) {
-        std::vector<double> copy(values, values + n);
-        multiSelect(copy.data(), 0, n, ranks.data(), ranks.size(), found);
-        return;
-    }
     // About eight values a bin, at most 65536 bins (their table stays in the processor's cache).
     size_t bins = 1024;
     while (bins < 65536 && bins * 8 < n)
         bins *= 2;
     const double scale = static_cast<double>(bins) / (high - low);
+    // Few values, a range wider than the largest double, or one so narrow that the bins' scale is
+    // infinite: the values are selected directly.
+    if (n <= 8192 || !std::isfinite(high - low) || !std::isfinite(scale) || n >= 0xFFFFFFFFu) {
+        std::vector<double> copy(values, values + n);
+        multiSelect(copy.data(), 0, n, ranks.data(), ranks.size(), found);
+        return;
+    }
     const double top = static_cast<double>(bins - 1);
     const auto binOf = [&](double x) {
         return static_cast<size_t>(static_cast<long long>(std::min((x - low) * scale, top)));
@@ -121,6 +124,7 @@ void orderStatistics(const double* values, size_t n, double low, double high, co
     constexpr uint32_t kUnwanted = 0xFFFFFFFFu;
     std::vector<uint32_t> slotOf(bins, kUnwanted);
     std::vector<std::vector<size_t>> local;
+    std::vector<std::vector<double>> members;
     std::vector<size_t> firstRank;
     size_t below = 0, bin = 0;
     for (size_t k = 0; k < ranks.size();) {
@@ -128,11 +132,12 @@ void orderStatistics(const double* values, size_t n, double low, double high, co
             below += counts[bin++];
         slotOf[bin] = static_cast<uint32_t>(local.size());
         firstRank.push_back(k);
+        members.emplace_back();
+        members.back().reserve(counts[bin]);
         local.emplace_back();
         while (k < ranks.size() && ranks[k] < below + counts[bin])
             local.back().push_back(ranks[k++] - below);
     }
-    std::vector<std::vector<double>> members(local.size());
     for (size_t i = 0; i < n; ++i) {
         const uint32_t slot = slotOf[binOf(values[i])];
         if (slot != kUnwanted)
@@ -187,13 +192,28 @@ double pearson(const std::vector<double>& x, const std::vector<double>& y)
     return std::clamp(sxy / std::sqrt(sxx * syy), -1.0, 1.0);
 }
 
+// The logarithm of the gamma function. The C library's lgamma stores the sign of the result in a global
+// variable, which merit functions summarised side by side would write together: glibc's reentrant form
+// is used, and elsewhere the calls are taken one at a time.
+double logGamma(double a)
+{
+#if defined(__GLIBC__)
+    int sign = 0;
+    return lgamma_r(a, &sign);
+#else
+    static std::mutex lock;
+    const std::lock_guard<std::mutex> hold(lock);
+    return std::lgamma(a);
+#endif
+}
+
 // Regularised lower incomplete gamma function P(a, x): its series below a + 1, else one minus the
 // continued fraction of the upper function (modified Lentz).
 double lowerGammaRegularised(double a, double x)
 {
     if (x <= 0.0)
         return 0.0;
-    const double logPrefix = a * std::log(x) - x - std::lgamma(a);
+    const double logPrefix = a * std::log(x) - x - logGamma(a);
     if (x < a + 1.0) {
         double term = 1.0 / a, sum = term;
         for (int k = 1; k < 100000; ++k) {
@@ -777,7 +797,7 @@ double sp_ChiSquareQuantile(double p, double degrees)
     double x = w > 0.0 ? degrees * w * w * w : degrees * 0.5;
     if (!(x > 0.0) || !std::isfinite(x))
         x = degrees;
-    const double logNorm = std::lgamma(a) + std::log(2.0);
+    const double logNorm = logGamma(a) + std::log(2.0);
     double lo = 0.0, hi = kInf;
     for (int i = 0; i < 400; ++i) {
         const double f = lowerGammaRegularised(a, x / 2.0) - p;
@@ -910,45 +930,49 @@ void runJobs(size_t count, bool parallel, const Job& job)
 }
 
 // Copies the values of merit functions first .. first + W - 1 of runs [from, to) of the table into
-// position of run index in the columns; false when a run lacks one of them (the caller then gathers in
-// the general way).
+// position of run index in the columns, up to the first run that lacks one of them, whose index is
+// lowered into `firstGap`; a range that lies past a gap another range found stops early, since the
+// runs after a gap are gathered again in the general way.
 template <size_t W>
-bool gatherRange(const YHashTable<XMLReportInfo>& table, size_t from, size_t to, int first, int* cases,
-                 double* const* columns, size_t width = W)
+void gatherRange(const YHashTable<XMLReportInfo>& table, size_t from, size_t to, int first, int* cases,
+                 double* const* columns, std::atomic<size_t>* firstGap, size_t width = W)
 {
     for (size_t k = from; k < to; ++k) {
+        if (k % 1024 == 0 && k > firstGap->load(std::memory_order_relaxed))
+            return;
         const XMLReportInfo& run = table.item(static_cast<int>(k));
-        if (run.values.count() - first < static_cast<int>(width))
-            return false;
+        if (run.values.count() - first < static_cast<int>(width)) {
+            size_t seen = firstGap->load(std::memory_order_relaxed);
+            while (k < seen && !firstGap->compare_exchange_weak(seen, k, std::memory_order_relaxed)) {
+            }
+            return;
+        }
         cases[k] = run.caseNumber;
         for (size_t m = 0; m < width; ++m)
             columns[m][k] = run.values[first + static_cast<int>(m)].value;
     }
-    return true;
 }
 
-// Gathers a large table in which every run has every value on several threads, each over its own range
-// of runs; false (the columns to be discarded) when a run lacks a value.
-bool gatherCompleteInParallel(const YHashTable<XMLReportInfo>& table, int first, size_t width, int* cases,
-                              double* const* columns)
+// Gathers the runs of a large table on several threads, each over its own range of runs, up to the
+// first run that lacks a value; returns that run's index (the table's size when none does). Every run
+// before it is in place.
+size_t gatherWholeRunsInParallel(const YHashTable<XMLReportInfo>& table, int first, size_t width, int* cases,
+                                 double* const* columns)
 {
     const size_t n = static_cast<size_t>(table.count());
     const size_t parts = 16;
-    std::atomic<bool> complete{true};
+    std::atomic<size_t> firstGap{n};
     runJobs(parts, true, [&](size_t part) {
         const size_t from = n * part / parts, to = n * (part + 1) / parts;
-        bool whole;
         switch (width) {
-        case 1: whole = gatherRange<1>(table, from, to, first, cases, columns); break;
-        case 2: whole = gatherRange<2>(table, from, to, first, cases, columns); break;
-        case 3: whole = gatherRange<3>(table, from, to, first, cases, columns); break;
-        case 4: whole = gatherRange<4>(table, from, to, first, cases, columns); break;
-        default: whole = gatherRange<0>(table, from, to, first, cases, columns, width); break;
+        case 1: gatherRange<1>(table, from, to, first, cases, columns, &firstGap); break;
+        case 2: gatherRange<2>(table, from, to, first, cases, columns, &firstGap); break;
+        case 3: gatherRange<3>(table, from, to, first, cases, columns, &firstGap); break;
+        case 4: gatherRange<4>(table, from, to, first, cases, columns, &firstGap); break;
+        default: gatherRange<0>(table, from, to, first, cases, columns, &firstGap, width); break;
         }
-        if (!whole)
-            complete = false;
     });
-    return complete;
+    return firstGap.load();
 }
 
 // The values of merit functions first .. first + count - 1, gathered in one pass over the table's own
@@ -970,11 +994,18 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
     std::vector<double*> to(width);
     for (size_t m = 0; m < width; ++m)
         to[m] = g.columns[m].values.data();
-    if (n >= kParallelRuns && width > 0 && gatherCompleteInParallel(table, first, width, g.cases.data(), to.data()))
-        return g;
-    std::vector<size_t> filled(width, 0);
+    // A large table is gathered on several threads up to its first run that lacks a value (usually
+    // all of it); the rest, if any, the general way from there.
     size_t i = 0;
+    if (n >= kParallelRuns && width > 0) {
+        i = gatherWholeRunsInParallel(table, first, width, g.cases.data(), to.data());
+        if (i == n)
+            return g;
+    }
+    std::vector<size_t> filled(width, i);
     auto it = table.begin();
+    for (size_t skipped = 0; skipped < i; ++skipped)
+        ++it;
     const auto end = table.end();
     while (it != end) {
         // Runs that have every value, as long as no column has missed one, in the fastest way.

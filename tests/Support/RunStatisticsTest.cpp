@@ -230,12 +230,14 @@ TEST(RunStatistics, PercentilesBySelectionEqualThoseOfTheSortedValues)
     std::mt19937_64 random(11);
     std::lognormal_distribution<double> spread(0.0, 2.0);
     std::uniform_int_distribution<int> three(0, 2);
-    std::vector<std::vector<double>> samples(4);
+    std::vector<std::vector<double>> samples(5);
     for (int i = 0; i < 300001; ++i) {
         samples[0].push_back(spread(random) - 5.0);
         samples[1].push_back(spread(random));
         samples[2].push_back(three(random));
         samples[3].push_back(spread(random));
+        // A range so narrow (0 and the smallest denormal) that the bins' scale would be infinite.
+        samples[4].push_back(i % 3 == 0 ? 5e-324 : 0.0);
     }
     samples[1][1234] = 1e300;
     samples[1][4321] = -1e300;
@@ -821,7 +823,8 @@ TEST(RunStatistics, TablesWithRunsThatLackValuesGiveThePlainStatistics)
     // One to six merit functions (the walk over the table has a path of its own for up to four),
     // runs that lack the last values from the start, from the middle or only here and there, runs out
     // of case order, values that are not finite, and limits of every kind; and tables large enough to
-    // be walked and summarised on several threads, whole and with a gap that sends them the plain way.
+    // be walked and summarised on several threads, whole, with a gap near the start and with one near
+    // the end (the walk goes on the plain way from the gap).
     std::mt19937_64 random(99);
     std::normal_distribution<double> normal(0.0, 1.0);
     struct Shape {
@@ -832,7 +835,7 @@ TEST(RunStatistics, TablesWithRunsThatLackValuesGiveThePlainStatistics)
         for (int gaps = 0; gaps < 4; ++gaps)
             shapes.push_back({width, gaps, 9000});
     for (int width : {1, 4, 6})
-        for (int gaps : {0, 2})
+        for (int gaps : {0, 2, 4})
             shapes.push_back({width, gaps, 70000});
     for (const Shape& shape : shapes) {
         const int width = shape.width, gaps = shape.gaps;
@@ -852,6 +855,8 @@ TEST(RunStatistics, TablesWithRunsThatLackValuesGiveThePlainStatistics)
                 have = std::max(0, width - 2);
             if (gaps == 3 && k % 97 == 5)
                 have = k % width;
+            if (gaps == 4 && k == 60000)
+                have = width - 1;
             for (int m = 0; m < have; ++m)
                 r.values.at(m).value = k % 1013 == 7 ? (k % 2 ? kNaN : std::numeric_limits<double>::infinity())
                                                      : m + normal(random);
