@@ -865,28 +865,6 @@ struct Gathered {
     const int* casesOf(const MeritColumn& c) const { return c.gapped ? c.cases.data() : cases.data(); }
 };
 
-// Copies the values of merit functions first .. first + width - 1 of the runs of [*at, end) that have all
-// of them, stopping at the first run that lacks one. A width the compiler knows (W) makes the copy of a
-// run a few straight loads and stores, so that many runs' memory reads are in flight at once.
-template <size_t W>
-void gatherWhole(YHashTable<XMLReportInfo>::const_iterator* at, const YHashTable<XMLReportInfo>::const_iterator& end,
-                 int first, int* cases, double* const* to, size_t* i, size_t width = W)
-{
-    size_t k = *i;
-    auto it = *at;
-    for (; it != end; ++it) {
-        const XMLReportInfo& run = *it;
-        if (run.values.count() - first < static_cast<int>(width))
-            break;
-        cases[k] = run.caseNumber;
-        for (size_t m = 0; m < width; ++m)
-            to[m][k] = run.values[first + static_cast<int>(m)].value;
-        ++k;
-    }
-    *at = it;
-    *i = k;
-}
-
 // Tables of at least this many runs are gathered and summarised on several threads: walking a million
 // records spread over the heap waits on memory, and two cores wait on it twice as fast; below it the
 // threads would cost more than they save.
@@ -953,24 +931,32 @@ void gatherRange(const YHashTable<XMLReportInfo>& table, size_t from, size_t to,
     }
 }
 
-// Gathers the runs of a large table on several threads, each over its own range of runs, up to the
-// first run that lacks a value; returns that run's index (the table's size when none does). Every run
-// before it is in place.
-size_t gatherWholeRunsInParallel(const YHashTable<XMLReportInfo>& table, int first, size_t width, int* cases,
-                                 double* const* columns)
+// gatherRange for any width: a width the compiler knows (up to four) makes the copy of a run a few
+// straight loads and stores, so that many runs' memory reads are in flight at once.
+void gatherRangeOfWidth(const YHashTable<XMLReportInfo>& table, size_t from, size_t to, int first, size_t width,
+                        int* cases, double* const* columns, std::atomic<size_t>* firstGap)
+{
+    switch (width) {
+    case 1: gatherRange<1>(table, from, to, first, cases, columns, firstGap); break;
+    case 2: gatherRange<2>(table, from, to, first, cases, columns, firstGap); break;
+    case 3: gatherRange<3>(table, from, to, first, cases, columns, firstGap); break;
+    case 4: gatherRange<4>(table, from, to, first, cases, columns, firstGap); break;
+    default: gatherRange<0>(table, from, to, first, cases, columns, firstGap, width); break;
+    }
+}
+
+// Gathers runs [from, n) of the table up to the first that lacks a value, on several threads (each over
+// its own range of runs) when `parallel`; returns that run's index (n when none does). Every run before
+// it is in place.
+size_t gatherWholeRuns(const YHashTable<XMLReportInfo>& table, size_t from, int first, size_t width, int* cases,
+                       double* const* columns, bool parallel)
 {
     const size_t n = static_cast<size_t>(table.count());
-    const size_t parts = 16;
     std::atomic<size_t> firstGap{n};
-    runJobs(parts, true, [&](size_t part) {
-        const size_t from = n * part / parts, to = n * (part + 1) / parts;
-        switch (width) {
-        case 1: gatherRange<1>(table, from, to, first, cases, columns, &firstGap); break;
-        case 2: gatherRange<2>(table, from, to, first, cases, columns, &firstGap); break;
-        case 3: gatherRange<3>(table, from, to, first, cases, columns, &firstGap); break;
-        case 4: gatherRange<4>(table, from, to, first, cases, columns, &firstGap); break;
-        default: gatherRange<0>(table, from, to, first, cases, columns, &firstGap, width); break;
-        }
+    const size_t parts = parallel ? 16 : 1;
+    runJobs(parts, parallel, [&](size_t part) {
+        gatherRangeOfWidth(table, from + (n - from) * part / parts, from + (n - from) * (part + 1) / parts, first,
+                           width, cases, columns, &firstGap);
     });
     return firstGap.load();
 }
@@ -994,37 +980,22 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
     std::vector<double*> to(width);
     for (size_t m = 0; m < width; ++m)
         to[m] = g.columns[m].values.data();
-    // A large table is gathered on several threads up to its first run that lacks a value (usually
-    // all of it); the rest, if any, the general way from there.
+    // Runs that have every value, as long as no column has missed one, are gathered in the fastest way
+    // (a large table's on several threads); from a run that lacks one, run by run.
+    std::vector<size_t> filled(width, 0);
     size_t i = 0;
-    if (n >= kParallelRuns && width > 0) {
-        i = gatherWholeRunsInParallel(table, first, width, g.cases.data(), to.data());
-        if (i == n)
-            return g;
-    }
-    std::vector<size_t> filled(width, i);
-    auto it = table.begin();
-    for (size_t skipped = 0; skipped < i; ++skipped)
-        ++it;
-    const auto end = table.end();
-    while (it != end) {
-        // Runs that have every value, as long as no column has missed one, in the fastest way.
+    bool parallel = n >= kParallelRuns;
+    while (i < n) {
         if (std::none_of(g.columns.begin(), g.columns.end(), [](const MeritColumn& c) { return c.gapped; })) {
             const size_t from = i;
-            switch (width) {
-            case 0: gatherWhole<0>(&it, end, first, g.cases.data(), to.data(), &i); break;
-            case 1: gatherWhole<1>(&it, end, first, g.cases.data(), to.data(), &i); break;
-            case 2: gatherWhole<2>(&it, end, first, g.cases.data(), to.data(), &i); break;
-            case 3: gatherWhole<3>(&it, end, first, g.cases.data(), to.data(), &i); break;
-            case 4: gatherWhole<4>(&it, end, first, g.cases.data(), to.data(), &i); break;
-            default: gatherWhole<0>(&it, end, first, g.cases.data(), to.data(), &i, width); break;
-            }
+            i = gatherWholeRuns(table, i, first, width, g.cases.data(), to.data(), parallel);
+            parallel = false;
             for (size_t& f : filled)
                 f += i - from;
-            if (it == end)
+            if (i == n)
                 break;
         }
-        const XMLReportInfo& run = *it;
+        const XMLReportInfo& run = table.item(static_cast<int>(i));
         const int caseNumber = run.caseNumber;
         g.cases[i] = caseNumber;
         const int have = run.values.count() - first;
@@ -1041,7 +1012,6 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
             }
         }
         ++i;
-        ++it;
     }
     for (size_t m = 0; m < width; ++m)
         g.columns[m].values.resize(filled[m]);
