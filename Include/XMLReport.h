@@ -73,8 +73,11 @@ public:
     T& at(int index)
     {
         if (index < 0) {
-            m_scratch = T{};
-            return m_scratch;
+            if (m_scratch)
+                *m_scratch = T{};
+            else
+                m_scratch = std::make_unique<T>();
+            return *m_scratch;
         }
         while (count() <= index)
             m_items.push_back(std::make_unique<T>());
@@ -85,7 +88,8 @@ public:
 
 private:
     std::vector<std::unique_ptr<T>> m_items;
-    T m_scratch{};
+    // Made only when asked for: a vector held by every run of a large table stays small.
+    std::unique_ptr<T> m_scratch;
 };
 
 /// The results of one run ("case"), keyed by its case number in a `YHashTable<XMLReportInfo>`.

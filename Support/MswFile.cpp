@@ -450,16 +450,22 @@ YString xmlreport::makeRunLabel(const YString& name, int detail)
 
 namespace {
 
-// Which of the labels, held folded to lower case in `arena` at `spans`, are held by no other: by their
-// 64-bit hashes the labels are spread, texts and all, into parts small enough for the processor's
-// cache, and each part counts its labels in a small table, comparing the texts of labels whose hashes
-// are equal. Linear in the labels, with no allocation per label and no look-up that strays over the
-// whole set.
-std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std::pair<size_t, size_t>>& spans,
-                                 const std::vector<uint64_t>& hashes)
+// How many of the labels are equal to each (itself included), and the
+// first of them in order: by their 64-bit hashes the labels are spread, texts and all, into parts small
+// enough for the processor's cache, and each part counts its labels in a small table, comparing the
+// texts of labels whose hashes are equal. Linear in the labels, with no allocation per label and no
+// look-up that strays over the whole set.
+struct LabelGroups {
+    std::vector<uint32_t> count; // per label: the labels equal to it
+    std::vector<uint32_t> first; // per label: the first label equal to it
+};
+
+LabelGroups groupLabels(const std::vector<std::string_view>& labels, const std::vector<uint64_t>& hashes)
 {
     const size_t count = hashes.size();
-    std::vector<char> once(count, 0);
+    LabelGroups groups;
+    groups.count.resize(count);
+    groups.first.resize(count);
     int bits = 0;
     while ((size_t(4096) << bits) < count && bits < 16)
         ++bits;
@@ -470,7 +476,7 @@ std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std
     for (size_t i = 0; i < count; ++i) {
         const size_t p = partOf(hashes[i]);
         ++begin[p + 1];
-        textBegin[p + 1] += spans[i].second;
+        textBegin[p + 1] += labels[i].size();
     }
     for (size_t p = 0; p < parts; ++p) {
         begin[p + 1] += begin[p];
@@ -478,9 +484,9 @@ std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std
     }
     struct Spread {
         uint64_t hash;
-        size_t label; // its index among the labels
-        size_t text;  // where its text begins in `texts`
-        size_t length;
+        uint32_t label;  // its index among the labels
+        uint32_t length;
+        size_t text;     // where its text begins in `texts`
     };
     std::vector<Spread> spread(count);
     std::string texts(textBegin[parts], '\0');
@@ -488,10 +494,11 @@ std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std
         std::vector<size_t> next(begin.begin(), begin.end() - 1), nextText(textBegin.begin(), textBegin.end() - 1);
         for (size_t i = 0; i < count; ++i) {
             const size_t p = partOf(hashes[i]);
-            const auto [at, length] = spans[i];
-            spread[next[p]++] = Spread{hashes[i], i, nextText[p], length};
-            std::memcpy(&texts[nextText[p]], arena.data() + at, length);
-            nextText[p] += length;
+            const std::string_view label = labels[i];
+            spread[next[p]++] = Spread{hashes[i], static_cast<uint32_t>(i), static_cast<uint32_t>(label.size()), nextText[p]};
+            if (!label.empty())
+                std::memcpy(&texts[nextText[p]], label.data(), label.size());
+            nextText[p] += label.size();
         }
     }
     const auto same = [&](const Spread& a, const Spread& b) {
@@ -500,7 +507,7 @@ std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std
     };
     constexpr uint32_t kEmpty = 0xFFFFFFFFu;
     struct Entry {
-        uint32_t first; // the group's first label, as its place in the part
+        uint32_t first; // the group's first label, as its place in the part (labels keep their order there)
         uint32_t count;
     };
     std::vector<Entry> table;
@@ -522,63 +529,88 @@ std::vector<char> labelsHeldOnce(const std::string& arena, const std::vector<std
             ++table[slot].count;
             entryOf[k] = static_cast<uint32_t>(slot);
         }
-        for (size_t k = 0; k < n; ++k)
-            once[part[k].label] = table[entryOf[k]].count == 1;
+        for (size_t k = 0; k < n; ++k) {
+            const Entry& entry = table[entryOf[k]];
+            groups.count[part[k].label] = entry.count;
+            groups.first[part[k].label] = static_cast<uint32_t>(part[entry.first].label);
+        }
     }
-    return once;
+    return groups;
 }
 
-// Gives every named run the shortest label that no other undescribed run shares. Names are parsed
-// once; at each detail level the labels of the runs still undescribed are written one after another
-// into one buffer, folded, and grouped by labelsHeldOnce.
+// The 64-bit FNV-1a hash of a text.
+uint64_t hashText(std::string_view text)
+{
+    uint64_t hash = 14695981039346656037ull;
+    for (char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+    return hash;
+}
+
+// Gives every named run the shortest label that no other undescribed run shares. Runs of the same
+// name, byte for byte, have the same label at every level, so none of them is ever described, though
+// their label still stands against the others': each name is therefore taken once, marked when other
+// runs share it. Names are parsed once; at each detail level the labels of the names still undescribed
+// are written one after another into one buffer, folded, and grouped by groupLabels.
 void describeNamedRuns(YHashTable<XMLReportInfo>* table)
 {
-    // The names of the undescribed runs are copied once, one after another: the levels below read
-    // them there instead of going through every record again at each level.
     std::vector<XMLReportInfo*> pending;
-    std::vector<NameItems> items;
-    std::string names;
-    std::vector<std::pair<size_t, size_t>> nameSpans;
+    std::vector<std::string_view> names; // the runs' own names, which the levels below leave unchanged
     for (XMLReportInfo& record : *table) {
         if (record.description.isEmpty()) {
             pending.push_back(&record);
-            nameSpans.emplace_back(names.size(), record.name.str().size());
-            names += record.name.str();
+            names.emplace_back(record.name.str());
         }
     }
-    const auto nameOf = [&](size_t i) { return std::string_view(names.data() + nameSpans[i].first, nameSpans[i].second); };
-    items.reserve(pending.size());
-    for (size_t i = 0; i < pending.size(); ++i) {
-        const std::string_view name = nameOf(i);
-        items.emplace_back(name.substr(0, name.find('\0'))); // the items end at a NUL, as in C text
-    }
-    std::string arena, label;
-    std::vector<std::pair<size_t, size_t>> spans;
-    std::vector<uint64_t> hashes;
-    for (int detail = 1; detail <= 5 && !pending.empty(); ++detail) {
-        arena.clear();
-        spans.resize(pending.size());
-        hashes.resize(pending.size());
-        for (size_t i = 0; i < pending.size(); ++i) {
-            const size_t start = arena.size();
-            items[i].appendLabel(nameOf(i), detail, &arena);
-            // Labels compare ignoring case: they are grouped folded, by a 64-bit FNV-1a hash.
-            uint64_t hash = 14695981039346656037ull;
-            for (size_t k = start; k < arena.size(); ++k) {
-                char& c = arena[k];
-                if (c >= 'A' && c <= 'Z')
-                    c = static_cast<char>(c - 'A' + 'a');
-                hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ull;
-            }
-            spans[i] = {start, arena.size() - start};
-            hashes[i] = hash;
-        }
-        const std::vector<char> once = labelsHeldOnce(arena, spans, hashes);
+    std::vector<uint64_t> hashes(pending.size());
+    for (size_t i = 0; i < pending.size(); ++i)
+        hashes[i] = hashText(names[i]);
+    std::vector<char> shared;
+    {
+        const LabelGroups sameName = groupLabels(names, hashes);
         size_t kept = 0;
         for (size_t i = 0; i < pending.size(); ++i) {
-            if (once[i]) {
+            if (sameName.first[i] != i)
+                continue;
+            pending[kept] = pending[i];
+            names[kept] = names[i];
+            shared.push_back(sameName.count[i] > 1);
+            ++kept;
+        }
+        pending.resize(kept);
+        names.resize(kept);
+    }
+    std::vector<NameItems> items;
+    items.reserve(pending.size());
+    for (const std::string_view name : names)
+        items.emplace_back(name.substr(0, name.find('\0'))); // the items end at a NUL, as in C text
+    // Whether a name held by a single run is still undescribed: the levels stop when none is.
+    const auto anyDescribable = [&] { return std::find(shared.begin(), shared.end(), 0) != shared.end(); };
+    std::string arena, label;
+    std::vector<std::string_view> labels;
+    for (int detail = 1; detail <= 5 && anyDescribable(); ++detail) {
+        arena.clear();
+        std::vector<size_t> ends(pending.size());
+        for (size_t i = 0; i < pending.size(); ++i) {
+            items[i].appendLabel(names[i], detail, &arena);
+            ends[i] = arena.size();
+        }
+        // Labels compare ignoring case: they are grouped folded.
+        for (char& c : arena)
+            if (c >= 'A' && c <= 'Z')
+                c = static_cast<char>(c - 'A' + 'a');
+        labels.resize(pending.size());
+        hashes.resize(pending.size());
+        for (size_t i = 0, start = 0; i < pending.size(); start = ends[i++]) {
+            labels[i] = std::string_view(arena.data() + start, ends[i] - start);
+            hashes[i] = hashText(labels[i]);
+        }
+        const std::vector<uint32_t> held = groupLabels(labels, hashes).count;
+        size_t kept = 0;
+        for (size_t i = 0; i < pending.size(); ++i) {
+            if (held[i] == 1 && !shared[i]) {
                 label.clear();
-                items[i].appendLabel(nameOf(i), detail, &label);
+                items[i].appendLabel(names[i], detail, &label);
                 pending[i]->description = YString(label.c_str(), static_cast<int>(label.size()));
                 pending[i]->hasDescription = true;
                 // A label can be empty (a run without a name): such a run stays undescribed.
@@ -588,13 +620,15 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
             if (kept != i) {
                 pending[kept] = pending[i];
                 items[kept] = items[i];
-                nameSpans[kept] = nameSpans[i];
+                names[kept] = names[i];
+                shared[kept] = shared[i];
             }
             ++kept;
         }
         pending.resize(kept);
         items.resize(kept, NameItems(std::string_view()));
-        nameSpans.resize(kept);
+        names.resize(kept);
+        shared.resize(kept);
     }
 }
 

@@ -175,6 +175,37 @@ TEST_F(MswFile, RunLabelsTellRunsApartAtTheFirstSufficientDetail)
     EXPECT_TRUE(findCase(t, 9)->description.isEmpty());
 }
 
+TEST_F(MswFile, RunsOfTheSameNameStayUndescribedYetHoldTheirLabelAgainstOthers)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps>"
+                             "<step case=\"2\" name=\"Refdes:R1/DevParam:R/Term:1\"/>"
+                             "<step case=\"3\" name=\"Refdes:R1/DevParam:R/Term:1\"/>"
+                             "<step case=\"4\" name=\"Refdes:R1/DevParam:C\"/>"
+                             "<step case=\"5\" name=\"Ref: R1\"/>"
+                             "<step case=\"6\" name=\"Refdes:R3/Term:1\"/>"
+                             "<step case=\"7\" name=\"Refdes:R3/Term:1\"/>"
+                             "<step case=\"8\" name=\"Refdes:R3/Term:1\"/>"
+                             "<step case=\"9\" name=\"Refdes:R3/Term:1/PDF:x\"/>"
+                             "<step case=\"10\" name=\"Refdes:R3/Term:2\"/>"
+                             "</steps>"),
+                         &t, &h));
+    // Detail 1: "Ref: R1" is held by 2, 3, 4 and by 5's own name; "Ref: R3" by 6 to 10.
+    // Detail 2: 4 is "Ref: R1.C" and 5 "Ref: R1", both alone; 2 and 3 share "Ref: R1.R".
+    EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Ref: R1.C");
+    EXPECT_STREQ(findCase(t, 5)->description.c_str(), "Ref: R1");
+    // Detail 3: 9 is "Ref: R3 (x)"; detail 4: 10 is "Ref: R3 (term 2)" while 6, 7 and 8 share
+    // "Ref: R3 (term 1)".
+    EXPECT_STREQ(findCase(t, 9)->description.c_str(), "Ref: R3 (x)");
+    EXPECT_STREQ(findCase(t, 10)->description.c_str(), "Ref: R3 (term 2)");
+    // The same name byte for byte gives the same label at every detail: those runs are never told apart.
+    for (int c : {2, 3, 6, 7, 8}) {
+        EXPECT_FALSE(findCase(t, c)->hasDescription) << c;
+        EXPECT_STREQ(findCase(t, c)->description.c_str(), "") << c;
+    }
+}
+
 namespace {
 
 // The label of a run name at a detail level, written from the rules of run labels alone, for the test
