@@ -450,11 +450,10 @@ YString xmlreport::makeRunLabel(const YString& name, int detail)
 
 namespace {
 
-// How many of the labels are equal to each (itself included), and the
-// first of them in order: by their 64-bit hashes the labels are spread, texts and all, into parts small
-// enough for the processor's cache, and each part counts its labels in a small table, comparing the
-// texts of labels whose hashes are equal. Linear in the labels, with no allocation per label and no
-// look-up that strays over the whole set.
+// How many of the labels are equal to each (itself included), and the first of them in order: by their
+// 64-bit hashes the labels are spread, texts and all, into parts small enough for the processor's cache,
+// and each part counts its labels in a small table, comparing the texts of labels whose hashes are
+// equal. Linear in the labels, with no allocation per label and no look-up that strays over the whole set.
 struct LabelGroups {
     std::vector<uint32_t> count; // per label: the labels equal to it
     std::vector<uint32_t> first; // per label: the first label equal to it
