@@ -456,15 +456,16 @@ namespace {
 // equal. Linear in the labels, with no allocation per label and no look-up that strays over the whole set.
 struct LabelGroups {
     std::vector<uint32_t> count; // per label: the labels equal to it
-    std::vector<uint32_t> first; // per label: the first label equal to it
+    std::vector<uint32_t> first; // per label: the first label equal to it (when asked for)
 };
 
-LabelGroups groupLabels(const std::vector<std::string_view>& labels, const std::vector<uint64_t>& hashes)
+LabelGroups groupLabels(const std::vector<std::string_view>& labels, const std::vector<uint64_t>& hashes, bool firsts)
 {
     const size_t count = hashes.size();
     LabelGroups groups;
     groups.count.resize(count);
-    groups.first.resize(count);
+    if (firsts)
+        groups.first.resize(count);
     int bits = 0;
     while ((size_t(4096) << bits) < count && bits < 16)
         ++bits;
@@ -531,7 +532,8 @@ LabelGroups groupLabels(const std::vector<std::string_view>& labels, const std::
         for (size_t k = 0; k < n; ++k) {
             const Entry& entry = table[entryOf[k]];
             groups.count[part[k].label] = entry.count;
-            groups.first[part[k].label] = static_cast<uint32_t>(part[entry.first].label);
+            if (firsts)
+                groups.first[part[k].label] = static_cast<uint32_t>(part[entry.first].label);
         }
     }
     return groups;
@@ -566,7 +568,7 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
         hashes[i] = hashText(names[i]);
     std::vector<char> shared;
     {
-        const LabelGroups sameName = groupLabels(names, hashes);
+        const LabelGroups sameName = groupLabels(names, hashes, true);
         size_t kept = 0;
         for (size_t i = 0; i < pending.size(); ++i) {
             if (sameName.first[i] != i)
@@ -604,7 +606,7 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
             labels[i] = std::string_view(arena.data() + start, ends[i] - start);
             hashes[i] = hashText(labels[i]);
         }
-        const std::vector<uint32_t> held = groupLabels(labels, hashes).count;
+        const std::vector<uint32_t> held = groupLabels(labels, hashes, false).count;
         size_t kept = 0;
         for (size_t i = 0; i < pending.size(); ++i) {
             if (held[i] == 1 && !shared[i]) {
@@ -612,9 +614,9 @@ void describeNamedRuns(YHashTable<XMLReportInfo>* table)
                 items[i].appendLabel(names[i], detail, &label);
                 pending[i]->description = YString(label.c_str(), static_cast<int>(label.size()));
                 pending[i]->hasDescription = true;
-                // A label can be empty (a run without a name): such a run stays undescribed.
-                if (!label.empty())
-                    continue;
+                // A run without a name has an empty label at every level, held by no other: it keeps an
+                // empty description, which the levels after would only give it again.
+                continue;
             }
             if (kept != i) {
                 pending[kept] = pending[i];

@@ -179,7 +179,9 @@ TEST_F(MswFile, RunsOfTheSameNameStayUndescribedYetHoldTheirLabelAgainstOthers)
 {
     YHashTable<XMLReportInfo> t;
     XMLReportHeader h;
-    ASSERT_TRUE(readText(msw("<steps>"
+    // Case 11 has a value and no step: the one run without a name.
+    ASSERT_TRUE(readText(msw("<meritfunction value=\"v\" name=\"M\"><sensval case=\"11\" value=\"1\"/></meritfunction>"
+                             "<steps>"
                              "<step case=\"2\" name=\"Refdes:R1/DevParam:R/Term:1\"/>"
                              "<step case=\"3\" name=\"Refdes:R1/DevParam:R/Term:1\"/>"
                              "<step case=\"4\" name=\"Refdes:R1/DevParam:C\"/>"
@@ -195,7 +197,8 @@ TEST_F(MswFile, RunsOfTheSameNameStayUndescribedYetHoldTheirLabelAgainstOthers)
     // Detail 2: 4 is "Ref: R1.C" and 5 "Ref: R1", both alone; 2 and 3 share "Ref: R1.R".
     EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Ref: R1.C");
     EXPECT_STREQ(findCase(t, 5)->description.c_str(), "Ref: R1");
-    // Detail 3: 9 is "Ref: R3 (x)"; detail 4: 10 is "Ref: R3 (term 2)" while 6, 7 and 8 share
+    // Detail 3: 9 is "Ref: R3 (x)", while 10 is still "Ref: R3", held against it by 6, 7 and 8 alone
+    // (their name is one, yet they count); detail 4: 10 is "Ref: R3 (term 2)" while 6, 7 and 8 share
     // "Ref: R3 (term 1)".
     EXPECT_STREQ(findCase(t, 9)->description.c_str(), "Ref: R3 (x)");
     EXPECT_STREQ(findCase(t, 10)->description.c_str(), "Ref: R3 (term 2)");
@@ -204,6 +207,9 @@ TEST_F(MswFile, RunsOfTheSameNameStayUndescribedYetHoldTheirLabelAgainstOthers)
         EXPECT_FALSE(findCase(t, c)->hasDescription) << c;
         EXPECT_STREQ(findCase(t, c)->description.c_str(), "") << c;
     }
+    // The run without a name has the empty label, held by no other: it is described, by an empty text.
+    EXPECT_TRUE(findCase(t, 11)->hasDescription);
+    EXPECT_STREQ(findCase(t, 11)->description.c_str(), "");
 }
 
 namespace {
