@@ -14,15 +14,19 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
@@ -391,16 +395,23 @@ private:
     WordSet m_sets[2];
 };
 
-// The text being indexed, a window at a time: read from a file or copied from memory into a buffer with
-// 64 bytes to spare after it, so that the scanning kernels read whole blocks without looking outside.
-// The window starts small and doubles up to 256 KiB as the text proves long; it grows further only to
-// hold one statement that is longer still.
+// The text being indexed, a window at a time from position `start` on: read from a file or copied from
+// memory into a buffer with 64 bytes to spare after it, so that the scanning kernels read whole blocks
+// without looking outside. The window starts small and doubles up to 256 KiB as the text proves long; it
+// grows further only to hold one statement that is longer still. Windows on one file in several threads
+// share it through `shared`, each seeking to its own place under the lock before it reads.
 class Window {
 public:
     static constexpr size_t kSpare = 64;
 
-    Window(const char* text, size_t size) : m_text(text), m_left(size) {}
-    Window(FILE* file, size_t limit) : m_file(file), m_left(limit) {}
+    Window(const char* text, size_t size, size_t start = 0)
+        : m_text(text + start), m_left(size - start), m_base(start)
+    {
+    }
+    Window(FILE* file, size_t limit, size_t start = 0, std::mutex* shared = nullptr)
+        : m_file(file), m_shared(shared), m_left(limit - start), m_base(start), m_fileAt(start)
+    {
+    }
 
     char* begin() const { return m_buffer.get(); }
     char* end() const { return m_buffer.get() + m_size; }
@@ -440,11 +451,22 @@ public:
         const size_t want = std::min(m_capacity - m_size, m_left);
         size_t got = 0;
         if (m_file) {
-            got = want ? std::fread(m_buffer.get() + m_size, 1, want, m_file) : 0;
-            if (got < want) {
-                m_failed = std::ferror(m_file) != 0;
-                m_left = 0; // a file cut short meanwhile is read as far as it goes
+            if (want && m_shared) {
+                std::lock_guard<std::mutex> lock(*m_shared);
+                // Positions stay below 2^31 (kMaxPosition), so that a long reaches them on every system.
+                const bool placed = std::fseek(m_file, static_cast<long>(m_fileAt), SEEK_SET) == 0;
+                if (placed)
+                    got = std::fread(m_buffer.get() + m_size, 1, want, m_file);
+                if (got < want)
+                    m_failed = !placed || std::ferror(m_file) != 0;
+            } else if (want) {
+                got = std::fread(m_buffer.get() + m_size, 1, want, m_file);
+                if (got < want)
+                    m_failed = std::ferror(m_file) != 0;
             }
+            if (got < want)
+                m_left = 0; // a file cut short meanwhile is read as far as it goes
+            m_fileAt += got;
         } else {
             if (want)
                 std::memcpy(m_buffer.get() + m_size, m_text, want);
@@ -461,11 +483,13 @@ private:
 
     const char* m_text = nullptr;
     FILE* m_file = nullptr;
+    std::mutex* m_shared = nullptr;
     size_t m_left;
     std::unique_ptr<char[]> m_buffer;
     size_t m_capacity = 0;
     size_t m_size = 0;
     size_t m_base = 0;
+    size_t m_fileAt = 0; ///< the file's position of the next byte to read
     bool m_failed = false;
 };
 
@@ -499,6 +523,29 @@ private:
     uint64_t m_mask = 0;
 };
 
+// One part of a text indexed by several threads at once. Each part after the first starts at a line
+// that opens a definition (`opensDefinition`) and is scanned as if the text began there: outside any
+// subcircuit and section, in the caller's dialect. The part before it, on reaching that line, stops there when its own state is
+// that one (its result and the next part's then join), and goes on through the next part otherwise.
+struct IndexPart {
+    // Whether a part's result is still wanted: Open until a part before reaches its start; Claimed when
+    // that part stopped there, so that its result is joined; Abandoned when that part went on, so that
+    // it may quit early.
+    enum State { Open, Claimed, Abandoned };
+
+    size_t start = 0;                 ///< position of the part's first line
+    size_t expected = 0;              ///< the bytes it is planned to cover
+    std::atomic<int> state{Open};
+    ModelLibIndex own;
+    ModelLibIndex* index = &own;      ///< its findings, lines counted from its start (the first: the caller's)
+    size_t next = 0;                  ///< the part whose start it stopped at; 0: it ran to the text's end
+    bool failed = false;              ///< memory ran out
+    bool unreadable = false;          ///< the file could not be read
+};
+
+// Thrown inside a part's scan when no part needs its result any more.
+struct PartAbandoned {};
+
 // One pass over the text, a physical line at a time; a statement is processed once the next line that
 // is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
 // start with "." and the element lines of subcircuits are kept until then; other lines are passed
@@ -508,13 +555,25 @@ public:
     Scanner(Window& window, size_t expected, ModelLibIndex* index) : m_window(window), m_expected(expected), m_index(index)
     {
         m_icc = index->language == SpiceLanguageHspice ? '$' : ';';
+        m_startIcc = m_icc;
         m_elementWords = index->elementWords;
+    }
+
+    // The scan of part `self` of `parts`, which starts where the window does.
+    Scanner(Window& window, std::vector<IndexPart>& parts, size_t self)
+        : Scanner(window, parts[self].expected, parts[self].index)
+    {
+        m_parts = &parts;
+        m_self = self;
+        m_origin = parts[self].start;
+        m_nextPart = self + 1;
+        m_checkAt = m_nextPart < parts.size() ? parts[m_nextPart].start : SIZE_MAX;
     }
 
     void run()
     {
         Window& w = m_window;
-        w.refill(0);
+        w.refill(w.base());
         char* p = w.begin();
         int line = 0;
         for (;;) {
@@ -524,6 +583,11 @@ public:
                 char* q = p;
                 refill(&p, &q);
                 continue;
+            }
+            if (at(p) >= m_checkAt && checkpoint(at(p))) {
+                m_index->lines = line;
+                (*m_parts)[m_self].next = m_nextPart;
+                return;
             }
             ++line;
             char* q = const_cast<char*>(m_finder.next(p, w.end()));
@@ -579,6 +643,29 @@ public:
         finishFile(line);
     }
 
+    // At the first line at or after the start of the next part: whether this scan stops, its state being
+    // the one the next part started with. The part's first line begins with ".", so it ends the statement
+    // pending here as it would when read. Otherwise the next part is abandoned and the scan goes on to
+    // the part after it.
+    bool checkpoint(size_t position)
+    {
+        IndexPart& there = (*m_parts)[m_nextPart];
+        if (position == there.start) {
+            if (m_pending != None)
+                finishStatement();
+            int state = IndexPart::Open;
+            if (m_subckts.empty() && m_section < 0 && m_icc == m_startIcc) {
+                if (there.state.compare_exchange_strong(state, IndexPart::Claimed) || state == IndexPart::Claimed)
+                    return true;
+            } else {
+                there.state.compare_exchange_strong(state, IndexPart::Abandoned);
+            }
+        }
+        ++m_nextPart;
+        m_checkAt = m_nextPart < m_parts->size() ? (*m_parts)[m_nextPart].start : SIZE_MAX;
+        return false;
+    }
+
 private:
     enum Pending { None, Keyword, Element };
 
@@ -608,6 +695,8 @@ private:
             }
             m_positions.push_back(at(m_stmtEnd));
         }
+        if (m_parts && (*m_parts)[m_self].state.load(std::memory_order_relaxed) == IndexPart::Abandoned)
+            throw PartAbandoned();
         m_window.refill(pending ? m_positions.front() : pAt);
         if (pending) {
             for (size_t i = 0; i < m_segments.size(); ++i) {
@@ -642,7 +731,7 @@ private:
         }
         if (c == '+' && m_sawStatement) {
             if (m_pending != None) {
-                m_segments.add({s + 1, contentEnd, dirty});
+                m_segments.add(s + 1, contentEnd, dirty);
                 m_stmtEnd = next;
                 m_stmtLastLine = line;
             }
@@ -657,7 +746,7 @@ private:
         if (m_pending == None)
             return;
         m_segments.clear();
-        m_segments.add({s, contentEnd, dirty});
+        m_segments.add(s, contentEnd, dirty);
         m_stmtLine = m_stmtLastLine = line;
         m_stmtEnd = next;
     }
@@ -832,7 +921,7 @@ private:
     {
         if (count < least)
             return std::max<size_t>(16, count * 2);
-        const size_t position = m_window.base() + static_cast<size_t>(m_window.end() - m_window.begin()) / 2;
+        const size_t position = m_window.base() - m_origin + static_cast<size_t>(m_window.end() - m_window.begin()) / 2;
         const double done = static_cast<double>(position + 1);
         const double estimate = static_cast<double>(count) * (static_cast<double>(std::max(m_expected, position)) / done) * 1.1 + 16;
         return std::min(count * 64, std::max(count * 2, static_cast<size_t>(estimate)));
@@ -1186,7 +1275,13 @@ private:
 
     Window& m_window;
     SpecialFinder m_finder;
-    size_t m_expected; ///< the text's size as known before reading it
+    size_t m_expected; ///< the bytes from `m_origin` on that the scan is expected to cover
+    size_t m_origin = 0; ///< where the scan started
+    std::vector<IndexPart>* m_parts = nullptr; ///< the parts when several threads share the text
+    size_t m_self = 0;
+    size_t m_nextPart = 0;       ///< the part whose start is the next checkpoint
+    size_t m_checkAt = SIZE_MAX; ///< its start
+    char m_startIcc = ';';       ///< the comment character the scan started with
     size_t m_size = 0;
     ModelLibIndex* m_index;
     char m_icc = ';';
@@ -1197,13 +1292,16 @@ private:
     class Segments {
     public:
         void clear() { m_count = 0; }
-        MODELLIB_INLINE void add(const Segment& segment)
+        // Stores the fields one by one: a segment built on the stack and copied whole is read back
+        // before its stores have landed, which stalls the line loop.
+        MODELLIB_INLINE void add(const char* begin, const char* end, bool dirty)
         {
-            if (m_count < m_items.size())
-                m_items[m_count] = segment;
-            else
-                m_items.push_back(segment);
-            ++m_count;
+            if (m_count == m_items.size())
+                m_items.emplace_back();
+            Segment& segment = m_items[m_count++];
+            segment.begin = begin;
+            segment.end = end;
+            segment.dirty = dirty;
         }
         size_t size() const { return m_count; }
         Segment& operator[](size_t i) { return m_items[i]; }
@@ -1228,20 +1326,262 @@ private:
     std::string m_line;
 };
 
-// Indexes what `window` holds; a failure to allocate leaves a diagnostic.
-void indexWindow(Window& window, size_t expected, ModelLibIndex* index)
+// A partial index could name definitions wrongly: after a failure to allocate nothing is kept but the
+// remark.
+void forgetIndex(ModelLibIndex* index)
 {
-    try {
-        Scanner(window, expected, index).run();
-    } catch (...) {
-        // A partial index could name definitions wrongly: nothing is kept but the remark.
-        index->definitions.clear();
-        index->sections.clear();
-        index->references.clear();
-        index->params.clear();
-        index->words.clear();
-        index->diagnostics.assign(1, {0, YString("out of memory while indexing")});
+    index->definitions.clear();
+    index->sections.clear();
+    index->references.clear();
+    index->params.clear();
+    index->words.clear();
+    index->diagnostics.assign(1, {0, YString("out of memory while indexing")});
+}
+
+// The smallest share of a text that gets a thread of its own: far more work than starting the thread.
+constexpr size_t kPartBytes = 8 * 1024 * 1024;
+// How far past its share a part's first line is looked for.
+constexpr size_t kPartSearch = 1024 * 1024;
+
+// The number of parts to index `size` bytes in: one per processor, at most 8, each of at least
+// kPartBytes. SUPPORTQT_INDEX_PARTS (1 to 64) sets it for any size, so that the tests can split small
+// texts.
+size_t partCount(size_t size)
+{
+    if (const char* forced = std::getenv("SUPPORTQT_INDEX_PARTS")) {
+        char* end = nullptr;
+        const long n = std::strtol(forced, &end, 10);
+        if (end != forced && *end == '\0' && n >= 1)
+            return static_cast<size_t>(std::min(n, 64L));
     }
+    const size_t processors = std::max(1u, std::thread::hardware_concurrency());
+    return std::max<size_t>(1, std::min({processors, size_t(8), size / kPartBytes}));
+}
+
+// Whether the `n` bytes at `p` begin a line ".model" or ".subckt" followed by a blank, in any case:
+// where a definition starts, nearly always outside any subcircuit or section, so that a part starting
+// there usually joins the part before.
+bool opensDefinition(const char* p, size_t n)
+{
+    const auto is = [&](std::string_view keyword) {
+        return n > keyword.size() && equalsNoCase(std::string_view(p, keyword.size()), keyword) &&
+               (p[keyword.size()] == ' ' || p[keyword.size()] == '\t');
+    };
+    return n > 0 && p[0] == '.' && (is(".model") || is(".subckt"));
+}
+
+// The first position of each part: 0, then for each further share the first line at or after it that
+// opens a definition (`opensDefinition`). A share with no such line within kPartSearch joins the part
+// before. `read(position, buffer, n)` reads up to `n` bytes of the text.
+template <class Read>
+std::vector<size_t> partStarts(size_t size, size_t count, Read&& read)
+{
+    std::vector<size_t> starts{0};
+    constexpr size_t kBuffer = 64 * 1024;
+    constexpr size_t kOverlap = 9; // a line feed and ".subckt ": the next read starts this far back
+    const std::unique_ptr<char[]> held(new char[kBuffer]);
+    char* const buffer = held.get();
+    for (size_t k = 1; k < count; ++k) {
+        const size_t from = std::max(size / count * k, starts.back() + 1);
+        const size_t limit = std::min(size, from + kPartSearch);
+        // The byte before `from` is read too, so that a line feed just before it counts.
+        for (size_t at = from - 1; at + 1 < limit;) {
+            const size_t n = read(at, buffer, std::min(kBuffer, limit - at));
+            if (n <= kOverlap)
+                break;
+            const char* p = buffer;
+            const char* found = nullptr;
+            while (!found && (p = static_cast<const char*>(std::memchr(p, '\n', n - 1 - static_cast<size_t>(p - buffer))))) {
+                if (opensDefinition(p + 1, static_cast<size_t>(buffer + n - (p + 1))))
+                    found = p + 1;
+                ++p;
+            }
+            if (found) {
+                starts.push_back(at + static_cast<size_t>(found - buffer));
+                break;
+            }
+            at += n - kOverlap;
+        }
+    }
+    return starts;
+}
+
+// Where a later part's findings go in the joined index: the counts of the parts before it.
+struct PartShift {
+    int lines = 0;
+    int definitions = 0;
+    int sections = 0;
+    int references = 0;
+    unsigned words = 0;
+};
+
+int shifted(int value, int by) { return value < 0 ? value : value + by; }
+
+// Appends a later part's definitions to `into`, numbered after the parts before.
+void appendDefinitions(ModelLibIndex* into, const ModelLibIndex& part, const PartShift& shift)
+{
+    // Shifted as they are copied, so that each record is read and written once.
+    for (ModelLibDefinition d : part.definitions) {
+        d.line += shift.lines;
+        d.lastLine += shift.lines;
+        d.section = shifted(d.section, shift.sections);
+        d.parent = shifted(d.parent, shift.definitions);
+        d.words += shift.words;
+        into->definitions.push_back(d);
+    }
+}
+
+// Appends the rest of a later part's findings to `into`: its words, sections, references, parameter
+// names and diagnostics.
+void appendRest(ModelLibIndex* into, ModelLibIndex& part, const PartShift& shift)
+{
+    into->words.append(part.words);
+    for (ModelLibSection& s : part.sections) {
+        s.line += shift.lines;
+        s.endLine += shift.lines;
+        for (int& d : s.definitions)
+            d += shift.definitions;
+        for (int& r : s.references)
+            r += shift.references;
+        into->sections.push_back(std::move(s));
+    }
+    for (ModelLibReference& r : part.references) {
+        r.line += shift.lines;
+        r.inSection = shifted(r.inSection, shift.sections);
+        into->references.push_back(std::move(r));
+    }
+    for (YString& name : part.params)
+        into->params.push_back(std::move(name));
+    for (ModelLibDiagnostic& d : part.diagnostics) {
+        d.line += shift.lines;
+        into->diagnostics.push_back(std::move(d));
+    }
+}
+
+// Joins into the first part's index the parts that follow it, each from the part that stopped at its
+// start: the definitions on a thread of their own beside the rest, since for a large library both are
+// copies of tens of megabytes. False when memory ran out; `*unreadable` tells whether a joined part
+// could not read the file.
+bool joinParts(std::vector<IndexPart>& parts, ModelLibIndex* into, bool* unreadable)
+{
+    std::vector<std::pair<IndexPart*, PartShift>> chain;
+    PartShift shift;
+    for (size_t k = 0;;) {
+        IndexPart& part = parts[k];
+        if (part.failed)
+            return false;
+        *unreadable = *unreadable || part.unreadable;
+        if (k > 0)
+            chain.emplace_back(&part, shift);
+        const ModelLibIndex& found = *part.index;
+        shift.lines += found.lines;
+        shift.definitions += static_cast<int>(found.definitions.size());
+        shift.sections += static_cast<int>(found.sections.size());
+        shift.references += static_cast<int>(found.references.size());
+        shift.words += static_cast<unsigned>(found.words.size());
+        if (part.next == 0) {
+            into->size = found.size;
+            break;
+        }
+        k = part.next;
+    }
+    into->lines = shift.lines;
+    std::atomic<bool> failed{false};
+    const auto definitions = [&] {
+        try {
+            into->definitions.reserve(static_cast<size_t>(shift.definitions));
+            for (const auto& [part, at] : chain)
+                appendDefinitions(into, *part->index, at);
+        } catch (...) {
+            failed = true;
+        }
+    };
+    std::thread helper;
+    try {
+        helper = std::thread(definitions);
+    } catch (...) {
+        definitions();
+    }
+    try {
+        into->words.reserve(shift.words);
+        for (const auto& [part, at] : chain)
+            appendRest(into, *part->index, at);
+    } catch (...) {
+        failed = true;
+    }
+    if (helper.joinable())
+        helper.join();
+    return !failed;
+}
+
+// Indexes `size` bytes of `text`, or of `file` when it is set, into `index`: a long text in parts on
+// threads of their own, their findings joined as one scan gives them. False when the file could not be
+// read.
+bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
+{
+    const size_t count = partCount(size);
+    if (count == 1) {
+        Window window = file ? Window(file, size) : Window(text, size);
+        try {
+            Scanner(window, size, index).run();
+        } catch (...) {
+            forgetIndex(index);
+        }
+        return !window.failed();
+    }
+    std::mutex shared;
+    const std::vector<size_t> starts = partStarts(size, count, [&](size_t at, char* buffer, size_t n) -> size_t {
+        if (!file) {
+            std::memcpy(buffer, text + at, n);
+            return n;
+        }
+        return std::fseek(file, static_cast<long>(at), SEEK_SET) == 0 ? std::fread(buffer, 1, n, file) : 0;
+    });
+    std::vector<IndexPart> parts(starts.size());
+    for (size_t k = 0; k < parts.size(); ++k) {
+        IndexPart& part = parts[k];
+        part.start = starts[k];
+        part.expected = (k + 1 < starts.size() ? starts[k + 1] : size) - part.start;
+        if (k > 0) {
+            part.own.fileName = index->fileName;
+            part.own.language = index->language;
+            part.own.elementWords = index->elementWords;
+        }
+    }
+    // The first part's lists are sized for the whole text, so that the others join them in place.
+    parts[0].index = index;
+    parts[0].expected = size;
+    parts[0].state = IndexPart::Claimed;
+    const auto scan = [&](size_t k) {
+        IndexPart& part = parts[k];
+        Window window = file ? Window(file, size, part.start, &shared) : Window(text, size, part.start);
+        try {
+            Scanner(window, parts, k).run();
+        } catch (const PartAbandoned&) {
+            return;
+        } catch (...) {
+            part.failed = true;
+        }
+        part.unreadable = window.failed();
+    };
+    // The last part starts first, so that each part's fate is settled before the part before it can
+    // reach its start.
+    std::vector<std::thread> threads;
+    threads.reserve(parts.size() - 1);
+    for (size_t k = parts.size() - 1; k > 0; --k) {
+        try {
+            threads.emplace_back(scan, k);
+        } catch (...) {
+            parts[k].state = IndexPart::Abandoned; // no thread: the part before reads on through it
+        }
+    }
+    scan(0);
+    for (std::thread& thread : threads)
+        thread.join();
+    bool unreadable = false;
+    if (!joinParts(parts, index, &unreadable))
+        forgetIndex(index);
+    return !unreadable;
 }
 
 // Opens a library as the readers read it and indexes it: a plain file a window at a time (not mapped:
@@ -1278,15 +1618,13 @@ ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
         }
         if (decoded.size() > kMaxPosition)
             return ModelLibStatus::TooLarge;
-        Window window(decoded.constData(), static_cast<size_t>(decoded.size()));
-        indexWindow(window, static_cast<size_t>(decoded.size()), index);
+        indexText(decoded.constData(), nullptr, static_cast<size_t>(decoded.size()), index);
         return ModelLibStatus::Ok;
     }
     // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
-    Window window(file, static_cast<size_t>(size));
-    indexWindow(window, static_cast<size_t>(size), index);
+    const bool read = indexText(nullptr, file, static_cast<size_t>(size), index);
     std::fclose(file);
-    return window.failed() ? ModelLibStatus::Unreadable : ModelLibStatus::Ok;
+    return read ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
 }
 
 std::string key(std::string_view name) { return lower(name); }
@@ -1596,8 +1934,7 @@ void sp_IndexModelLibraryText(const char* text, size_t size, const YString& file
         size = static_cast<size_t>(kMaxPosition);
     // A byte 0xFF ends the text, as it ends SpiceStream's input: the scan stops there and cuts `size`.
     index->size = static_cast<long long>(size);
-    Window window(text, size);
-    indexWindow(window, size, index);
+    indexText(text, nullptr, size, index);
 }
 
 ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index,

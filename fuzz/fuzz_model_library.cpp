@@ -2,17 +2,63 @@
 // indexed text, starts with its keyword after the blanks and dropped bytes of its line, names a word of
 // that line, comes in text order with line numbers that match the line ends before it, and its range
 // ends at a line end or at the end of the text; nested ones lie inside their subcircuit; sections and
-// references point at what exists; an index that passes over the element lines differs in nothing else.
+// references point at what exists; an index that passes over the element lines differs in nothing else;
+// the text split into parts indexed by threads of their own gives exactly the one-scan index.
 #include "ModelLibrary.h"
 #include "NetlistFilter_p.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
 bool lineEndBefore(const char* text, int at)
 {
     return at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r';
+}
+
+bool sameWords(ModelLibWordList a, ModelLibWordList b)
+{
+    auto i = a.begin();
+    auto j = b.begin();
+    for (; i != a.end() && j != b.end(); ++i, ++j)
+        if (*i != *j)
+            return false;
+    return i == a.end() && j == b.end();
+}
+
+// Whether two indexes hold the same findings in the same order.
+bool sameIndex(const ModelLibIndex& a, const ModelLibIndex& b)
+{
+    if (a.size != b.size || a.lines != b.lines || a.language != b.language || a.words != b.words ||
+        a.definitions.size() != b.definitions.size() || a.sections.size() != b.sections.size() ||
+        a.references.size() != b.references.size() || a.params.size() != b.params.size() ||
+        a.diagnostics.size() != b.diagnostics.size())
+        return false;
+    for (size_t i = 0; i < a.definitions.size(); ++i) {
+        const ModelLibDefinition& x = a.definitions[i];
+        const ModelLibDefinition& y = b.definitions[i];
+        if (x.start != y.start || x.end != y.end || x.line != y.line || x.lastLine != y.lastLine || x.section != y.section ||
+            x.parent != y.parent || x.words != y.words || x.kind != y.kind || !sameWords(a.uses(x), b.uses(y)))
+            return false;
+    }
+    for (size_t i = 0; i < a.sections.size(); ++i) {
+        const ModelLibSection& x = a.sections[i];
+        const ModelLibSection& y = b.sections[i];
+        if (x.name != y.name || x.line != y.line || x.endLine != y.endLine || x.start != y.start || x.end != y.end ||
+            x.closed != y.closed || x.definitions != y.definitions || x.references != y.references || x.params != y.params)
+            return false;
+    }
+    for (size_t i = 0; i < a.references.size(); ++i) {
+        const ModelLibReference& x = a.references[i];
+        const ModelLibReference& y = b.references[i];
+        if (x.kind != y.kind || x.path != y.path || x.section != y.section || x.line != y.line || x.inSection != y.inSection)
+            return false;
+    }
+    for (size_t i = 0; i < a.diagnostics.size(); ++i)
+        if (a.diagnostics[i].line != b.diagnostics[i].line || a.diagnostics[i].message != b.diagnostics[i].message)
+            return false;
+    return a.params == b.params;
 }
 } // namespace
 
@@ -21,7 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const char* text = reinterpret_cast<const char*>(data);
     ModelLibIndex index;
     for (SpiceLanguage language : {SpiceLanguageNative, SpiceLanguageHspice}) {
+        setenv("SUPPORTQT_INDEX_PARTS", "1", 1);
         sp_IndexModelLibraryText(text, size, YString("fuzz.lib"), language, &index);
+        // The same text in parts, each from a line that opens a definition.
+        setenv("SUPPORTQT_INDEX_PARTS", size % 2 ? "3" : "6", 1);
+        ModelLibIndex parted;
+        sp_IndexModelLibraryText(text, size, YString("fuzz.lib"), language, &parted);
+        unsetenv("SUPPORTQT_INDEX_PARTS");
+        if (!sameIndex(index, parted))
+            __builtin_trap();
         const long long n = index.size;
         if (n < 0 || static_cast<size_t>(n) > size || std::memchr(text, 0xFF, static_cast<size_t>(n)))
             __builtin_trap();

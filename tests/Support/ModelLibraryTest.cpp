@@ -903,3 +903,264 @@ TEST_F(ModelLibraryCorpus, AKitCornerResolvesAcrossItsFilesAndExtractsARoundTrip
         EXPECT_TRUE(reached) << extracted.name(d);
     }
 }
+
+namespace {
+
+// Everything an index holds, as text: what one scan and a scan in parts must agree on byte for byte.
+std::string everything(const ModelLibIndex& index)
+{
+    std::string out = std::string(index.fileName.c_str()) + " wide " + std::to_string(index.wide) + " language " +
+                      std::to_string(index.language) + " size " + std::to_string(index.size) + " lines " +
+                      std::to_string(index.lines) + " elements " + std::to_string(index.elementWords) + "\n";
+    const auto list = [&](ModelLibWordList words) {
+        std::string l;
+        for (std::string_view w : words)
+            l += " " + std::string(w);
+        return l + " |";
+    };
+    for (const ModelLibDefinition& d : index.definitions) {
+        out += "def " + std::to_string(d.kind) + " " + std::string(index.name(d)) + " " + std::string(index.type(d)) + " " +
+               std::string(index.akoBase(d)) + " " + std::to_string(d.start) + " " + std::to_string(d.end) + " " +
+               std::to_string(d.line) + " " + std::to_string(d.lastLine) + " " + std::to_string(d.section) + " " +
+               std::to_string(d.parent) + " @" + std::to_string(d.words) + list(index.ports(d)) + list(index.instances(d)) +
+               list(index.uses(d)) + "\n";
+    }
+    for (const ModelLibSection& s : index.sections) {
+        out += "section " + std::string(s.name.c_str()) + " " + std::to_string(s.line) + " " + std::to_string(s.endLine) + " " +
+               std::to_string(s.start) + " " + std::to_string(s.end) + " " + std::to_string(s.closed) + " defs";
+        for (int d : s.definitions)
+            out += " " + std::to_string(d);
+        out += " refs";
+        for (int r : s.references)
+            out += " " + std::to_string(r);
+        out += " params";
+        for (const YString& p : s.params)
+            out += " " + p.str();
+        out += "\n";
+    }
+    for (const ModelLibReference& r : index.references)
+        out += "ref " + std::to_string(r.kind) + " " + r.target.str() + " " + r.path.str() + " " + r.section.str() + " " +
+               std::to_string(r.line) + " " + std::to_string(r.inSection) + "\n";
+    for (const YString& p : index.params)
+        out += "param " + p.str() + "\n";
+    for (const ModelLibDiagnostic& d : index.diagnostics)
+        out += "diagnostic " + std::to_string(d.line) + " " + d.message.str() + "\n";
+    out += "words " + std::to_string(index.words.size()) + "\n";
+    return out;
+}
+
+// Sets the number of parts the index splits a text into while it lives; 0 leaves the choice to it.
+class IndexParts {
+public:
+    explicit IndexParts(int parts)
+    {
+        if (parts > 0)
+            qputenv("SUPPORTQT_INDEX_PARTS", QByteArray::number(parts));
+        else
+            qunsetenv("SUPPORTQT_INDEX_PARTS");
+    }
+    ~IndexParts() { qunsetenv("SUPPORTQT_INDEX_PARTS"); }
+};
+
+std::string indexedInParts(const std::string& text, int parts, SpiceLanguage language = SpiceLanguageNative)
+{
+    const IndexParts set(parts);
+    ModelLibIndex index;
+    sp_IndexModelLibraryText(text.data(), text.size(), YString("/lib/parts.lib"), language, &index);
+    return everything(index);
+}
+
+// A library of random statements: models with "+" lines behind comments and blanks, subcircuits nested
+// up to three deep with local models and element lines, sections (closed, unclosed, nested, ended with
+// another name), references, parameters, AKO models, stray ".ends" and ".endl", a leading dialect
+// directive, dropped bytes, CR LF and lone CR line ends, and now and then a byte 0xFF that ends it.
+std::string randomLibrary(unsigned seed)
+{
+    std::mt19937 rng(seed);
+    const auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    const std::vector<std::string> ends = {"\n", "\n", "\n", "\r\n", "\r"};
+    const std::string end = ends[pick(ends.size())];
+    std::string text;
+    if (pick(4) == 0)
+        text += std::string(pick(2) ? "*#HSPICE" : "*#pspice") + end;
+    int depth = 0;
+    int number = 0;
+    bool section = false;
+    for (size_t n = 40 + pick(200); n > 0; --n) {
+        const std::string name = std::to_string(number++);
+        switch (pick(16)) {
+        case 0:
+        case 1:
+        case 2:
+            text += ".model m" + name + " nmos (vth0=0." + name + end;
+            if (pick(2))
+                text += (pick(2) ? "* note" + end : std::string()) + (pick(2) ? end : std::string()) + "+ u0=" + name + ")" + end;
+            break;
+        case 3:
+        case 4:
+            if (depth < 3) {
+                text += (pick(6) ? ".subckt c" : ".SUBCKT C") + name + " a b" + (pick(3) ? "" : " params: w=1") + end;
+                ++depth;
+            }
+            break;
+        case 5:
+        case 6:
+            if (depth > 0 || pick(8) == 0) {
+                text += ".ends" + (pick(2) ? " c" + name : std::string()) + end;
+                depth = std::max(0, depth - 1);
+            }
+            break;
+        case 7:
+        case 8:
+            text += std::string(1, "MXRQ"[pick(4)]) + name + " a b m" + std::to_string(pick(number)) + " w=1u" +
+                    (pick(4) ? "" : " $ c ; d") + end;
+            break;
+        case 9:
+            if (!section || pick(4) == 0) {
+                text += ".lib " + std::string(pick(2) ? "tt" : "ss") + name + end;
+                section = true;
+            } else {
+                text += ".endl" + (pick(2) ? " tt" + name : std::string()) + end;
+                section = false;
+            }
+            break;
+        case 10:
+            text += pick(2) ? ".include \"inc" + name + ".lib\"" + end : ".lib 'other.lib' tt" + end;
+            break;
+        case 11:
+            text += ".param p" + name + "=1 q" + name + " = 2" + end;
+            break;
+        case 12:
+            text += ".model a" + name + " ako: m" + std::to_string(pick(number)) + " nmos (k=1)" + end;
+            break;
+        case 13:
+            text += std::string(pick(2) ? "* comment" : "; comment") + end + (pick(2) ? "  " + end : std::string());
+            break;
+        case 14:
+            text += std::string(pick(2) ? "\x01" : "\t") + ".model d" + name + " d" + (pick(2) ? "\x7f" : "") + end;
+            break;
+        default:
+            if (pick(12) == 0)
+                text += "\xff";
+            else
+                text += "+ orphan=" + name + end;
+            break;
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+// A long library is indexed by several threads, each from a line that opens a definition; the parts
+// join into exactly what one scan gives, also where a part starts inside a subcircuit or a section, in
+// another dialect or after the end byte (the part before then reads on through it).
+TEST(ModelLibraryParts, APartedIndexIsExactlyTheOneScanIndex)
+{
+    int compared = 0;
+    for (unsigned seed = 1; seed <= 300; ++seed) {
+        const std::string text = randomLibrary(seed);
+        for (SpiceLanguage language : {SpiceLanguageNative, SpiceLanguageHspice}) {
+            const std::string whole = indexedInParts(text, 1, language);
+            for (int parts : {2, 3, 5, 8, 13}) {
+                ASSERT_EQ(indexedInParts(text, parts, language), whole) << "seed " << seed << ", " << parts << " parts";
+                ++compared;
+            }
+        }
+    }
+    EXPECT_EQ(compared, 3000);
+}
+
+TEST(ModelLibraryParts, PartsJoinWithEveryCountShiftedAfterThePartsBefore)
+{
+    // Every part starts at a top-level definition: each joins, so that every number after the first
+    // part's is shifted: lines, definitions, sections, references, words, parents and diagnostics.
+    std::string text = "* head\n";
+    for (int i = 0; i < 60; ++i) {
+        const std::string n = std::to_string(i);
+        text += ".model m" + n + " nmos (vth0=1\n* between\n\n+ u0=" + n + ")\n";
+        text += ".subckt c" + n + " a b\n.model local" + n + " pmos\nX" + n + " a b c" + std::to_string(i / 2) + "\nM" + n +
+                " a b 0 0 local" + n + " w=1\n.ends c" + n + "\n";
+        text += ".lib s" + n + "\n.include \"f" + n + ".lib\"\n.param p" + n + "=1\n.model sm" + n + " d\n.endl s" + n + "\n";
+        if (i % 7 == 0)
+            text += ".ends\n";
+    }
+    const std::string whole = indexedInParts(text, 1);
+    ModelLibIndex one;
+    sp_IndexModelLibraryText(text.data(), text.size(), YString("/lib/parts.lib"), SpiceLanguageNative, &one);
+    ASSERT_EQ(one.definitions.size(), 240u);
+    ASSERT_EQ(one.sections.size(), 60u);
+    ASSERT_EQ(one.diagnostics.size(), 9u);
+    // The stray ".ends" after round 56: the head line, 56 rounds of 14 lines, the 8 stray lines of rounds
+    // 0 to 49, round 56's own 14 lines, then it.
+    EXPECT_EQ(one.diagnostics[8].line, 1 + 56 * 14 + 8 + 14 + 1);
+    EXPECT_EQ(one.diagnostics[8].message, ".ends without a .subckt");
+    EXPECT_EQ(one.definitions[239].parent, -1);
+    EXPECT_EQ(one.definitions[238].parent, 237); // the local model of the last subcircuit
+    EXPECT_EQ(one.sections[59].definitions, (std::vector<int>{239}));
+    EXPECT_EQ(one.sections[59].references, (std::vector<int>{59}));
+    for (int parts : {2, 4, 16, 64})
+        EXPECT_EQ(indexedInParts(text, parts), whole) << parts << " parts";
+}
+
+TEST_F(ModelLibraryFiles, AFileIndexedInPartsIsExactlyTheOneScanIndex)
+{
+    // A file is read by all parts through one handle, each seeking to its own place.
+    std::string text;
+    for (unsigned seed = 1; text.size() < 3000000; ++seed)
+        text += generatedSubcircuits(seed, seed % 2 ? "\n" : "\r\n").substr(0, 400000) + "\n.model last" +
+                std::to_string(seed) + " d\n";
+    const std::string file = write("big.lib", text);
+    std::string whole;
+    {
+        const IndexParts set(1);
+        ModelLibIndex index;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+        EXPECT_GT(index.definitions.size(), 1000u);
+        whole = everything(index);
+    }
+    for (int parts : {0, 2, 3, 7}) {
+        const IndexParts set(parts);
+        ModelLibIndex index;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+        EXPECT_EQ(everything(index), whole) << parts << " parts";
+    }
+    // A UTF-16 file is indexed in parts through its UTF-8 copy.
+    const QString q = QString::fromUtf8(text.substr(0, 500000).c_str());
+    std::string wide = "\xFF\xFE";
+    for (QChar c : q) {
+        wide.push_back(static_cast<char>(c.unicode() & 0xFF));
+        wide.push_back(static_cast<char>(c.unicode() >> 8));
+    }
+    const std::string wideFile = write("wide.lib", wide);
+    std::string wholeWide;
+    for (int parts : {1, 4}) {
+        const IndexParts set(parts);
+        ModelLibIndex index;
+        ASSERT_EQ(sp_IndexModelLibrary(YString(wideFile.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+        EXPECT_TRUE(index.wide);
+        if (parts == 1)
+            wholeWide = everything(index);
+        else
+            EXPECT_EQ(everything(index), wholeWide);
+    }
+}
+
+TEST_F(ModelLibraryCorpus, EveryLibraryIndexedInPartsIsExactlyTheOneScanIndex)
+{
+    int compared = 0;
+    for (const std::string& file : files) {
+        std::string whole;
+        for (int parts : {1, 3, 9}) {
+            const IndexParts set(parts);
+            ModelLibIndex index;
+            ASSERT_EQ(sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok) << file;
+            if (parts == 1)
+                whole = everything(index);
+            else
+                ASSERT_EQ(everything(index), whole) << file << ", " << parts << " parts";
+        }
+        ++compared;
+    }
+    EXPECT_EQ(compared, static_cast<int>(files.size()));
+}
