@@ -203,7 +203,8 @@ enum class ModelLibElements {
 /// reads it in `language`: bytes 0 to 8, 11, 12 and 14 to 31 are dropped, a byte 0xFF ends the text, CR LF
 /// and a lone CR end lines, "*" and the dialect's comment character (";", or "$" for HSPICE) start comment
 /// lines and the latter also comments to the line end, and a "+" line continues the statement before it
-/// across comment and blank lines. Never fails; a text beyond 2147483647 bytes is cut there. A text of 16 MiB
+/// across comment and blank lines. Never fails; a text beyond 2147483647 bytes is cut there, and when memory
+/// runs out the index holds only the remark "out of memory while indexing" (line 0). A text of 16 MiB
 /// or more is read in parts on threads of their own, one per processor (SUPPORTQT_INDEX_PARTS sets their
 /// number); the index is exactly the one a single pass gives.
 SUPPORTQT_API void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName,
@@ -212,7 +213,8 @@ SUPPORTQT_API void sp_IndexModelLibraryText(const char* text, size_t size, const
 
 /// Indexes a library file (8-bit, or UTF-16 through the same UTF-8 copy the readers make), a large one in
 /// parts as `sp_IndexModelLibraryText` does. Unreadable and TooLarge leave `*index` with its file name only;
-/// a too large file is not read.
+/// a too large file is not read. When memory runs out, at the open or while indexing, the status is Ok
+/// and the index holds only the remark "out of memory while indexing" (line 0).
 SUPPORTQT_API ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language, ModelLibIndex* index,
                                                   ModelLibElements elements = ModelLibElements::Words);
 

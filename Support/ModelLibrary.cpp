@@ -22,6 +22,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -1327,7 +1328,7 @@ private:
 };
 
 // A partial index could name definitions wrongly: after a failure to allocate nothing is kept but the
-// remark.
+// remark (nor that when even it finds no memory).
 void forgetIndex(ModelLibIndex* index)
 {
     index->definitions.clear();
@@ -1335,7 +1336,11 @@ void forgetIndex(ModelLibIndex* index)
     index->references.clear();
     index->params.clear();
     index->words.clear();
-    index->diagnostics.assign(1, {0, YString("out of memory while indexing")});
+    index->diagnostics.clear();
+    try {
+        index->diagnostics.push_back({0, YString("out of memory while indexing")});
+    } catch (...) {
+    }
 }
 
 // The smallest share of a text that gets a thread of its own: far more work than starting the thread.
@@ -1461,7 +1466,7 @@ void appendRest(ModelLibIndex* into, ModelLibIndex& part, const PartShift& shift
 // Joins into the first part's index the parts that follow it, each from the part that stopped at its
 // start: the definitions on a thread of their own beside the rest, since for a large library both are
 // copies of tens of megabytes. False when memory ran out; `*unreadable` tells whether a joined part
-// could not read the file.
+// could not read the file. May throw when memory runs out.
 bool joinParts(std::vector<IndexPart>& parts, ModelLibIndex* into, bool* unreadable)
 {
     std::vector<std::pair<IndexPart*, PartShift>> chain;
@@ -1514,21 +1519,9 @@ bool joinParts(std::vector<IndexPart>& parts, ModelLibIndex* into, bool* unreada
     return !failed;
 }
 
-// Indexes `size` bytes of `text`, or of `file` when it is set, into `index`: a long text in parts on
-// threads of their own, their findings joined as one scan gives them. False when the file could not be
-// read.
-bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
+// Indexes the text in `count` parts (see `indexText`). May throw when memory runs out.
+bool indexInParts(const char* text, FILE* file, size_t size, size_t count, ModelLibIndex* index)
 {
-    const size_t count = partCount(size);
-    if (count == 1) {
-        Window window = file ? Window(file, size) : Window(text, size);
-        try {
-            Scanner(window, size, index).run();
-        } catch (...) {
-            forgetIndex(index);
-        }
-        return !window.failed();
-    }
     std::mutex shared;
     const std::vector<size_t> starts = partStarts(size, count, [&](size_t at, char* buffer, size_t n) -> size_t {
         if (!file) {
@@ -1564,10 +1557,20 @@ bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
         }
         part.unreadable = window.failed();
     };
-    // The last part starts first, so that each part's fate is settled before the part before it can
-    // reach its start.
     std::vector<std::thread> threads;
     threads.reserve(parts.size() - 1);
+    // Every thread started is joined before the parts go, however this function is left.
+    struct Joiner {
+        std::vector<std::thread>& threads;
+        ~Joiner()
+        {
+            for (std::thread& thread : threads)
+                if (thread.joinable())
+                    thread.join();
+        }
+    } joiner{threads};
+    // The last part starts first, so that each part's fate is settled before the part before it can
+    // reach its start.
     for (size_t k = parts.size() - 1; k > 0; --k) {
         try {
             threads.emplace_back(scan, k);
@@ -1584,37 +1587,64 @@ bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
     return !unreadable;
 }
 
+// Indexes `size` bytes of `text`, or of `file` when it is set, into `index`: a long text in parts on
+// threads of their own, their findings joined as one scan gives them. False when the file could not be
+// read; when memory runs out the index holds only the remark.
+bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
+{
+    const size_t count = partCount(size);
+    if (count == 1) {
+        Window window = file ? Window(file, size) : Window(text, size);
+        try {
+            Scanner(window, size, index).run();
+        } catch (...) {
+            forgetIndex(index);
+        }
+        return !window.failed();
+    }
+    try {
+        return indexInParts(text, file, size, count, index);
+    } catch (...) {
+        forgetIndex(index);
+        return true;
+    }
+}
+
 // Opens a library as the readers read it and indexes it: a plain file a window at a time (not mapped:
 // a file cut short by someone else while it is mapped would end the process), a UTF-16 file through its
 // UTF-8 copy. Only a regular file is opened, so that a FIFO cannot stall the caller and a device such as
 // /dev/zero cannot fill its memory.
 ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
 {
+    struct Closer {
+        void operator()(FILE* f) const { std::fclose(f); }
+    };
     long long size = 0;
-    FILE* file = path.isEmpty() ? nullptr : sp_OpenRegularFile(path.c_str(), LLONG_MAX, &size);
+    const std::unique_ptr<FILE, Closer> file(path.isEmpty() ? nullptr : sp_OpenRegularFile(path.c_str(), LLONG_MAX, &size));
     if (!file)
         return ModelLibStatus::Unreadable;
-    if (size > kMaxPosition) {
-        std::fclose(file);
+    if (size > kMaxPosition)
         return ModelLibStatus::TooLarge;
-    }
     YString temp;
+    // The UTF-8 copy is scratch, removed however this function is left: a failed removal changes nothing.
+    struct Remover {
+        const YString& path;
+        ~Remover()
+        {
+            if (!path.isEmpty())
+                (void)unlink_utf8(path.c_str());
+        }
+    } remover{temp};
     QByteArray decoded;
     if (textfile::convertWide(path, &temp, &decoded)) {
-        std::fclose(file);
         index->wide = true;
         if (!temp.isEmpty()) {
             QFile copy(toQs(temp));
-            const bool opened = copy.open(QIODevice::ReadOnly);
-            if (opened && copy.size() <= kMaxPosition)
-                decoded = copy.readAll();
-            const bool tooLarge = opened && copy.size() > kMaxPosition;
-            copy.close();
-            (void)unlink_utf8(temp.c_str()); // the UTF-8 copy is scratch: a failed removal changes nothing
-            if (!opened)
+            if (!copy.open(QIODevice::ReadOnly))
                 return ModelLibStatus::Unreadable;
-            if (tooLarge)
+            if (copy.size() > kMaxPosition)
                 return ModelLibStatus::TooLarge;
+            decoded = copy.readAll();
         }
         if (decoded.size() > kMaxPosition)
             return ModelLibStatus::TooLarge;
@@ -1622,9 +1652,7 @@ ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
         return ModelLibStatus::Ok;
     }
     // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
-    const bool read = indexText(nullptr, file, static_cast<size_t>(size), index);
-    std::fclose(file);
-    return read ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
+    return indexText(nullptr, file.get(), static_cast<size_t>(size), index) ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
 }
 
 std::string key(std::string_view name) { return lower(name); }
@@ -1925,7 +1953,6 @@ void sp_IndexModelLibraryText(const char* text, size_t size, const YString& file
                               ModelLibIndex* index, ModelLibElements elements)
 {
     *index = ModelLibIndex();
-    index->fileName = fileName;
     index->language = language;
     index->elementWords = elements == ModelLibElements::Words;
     if (!text)
@@ -1934,6 +1961,12 @@ void sp_IndexModelLibraryText(const char* text, size_t size, const YString& file
         size = static_cast<size_t>(kMaxPosition);
     // A byte 0xFF ends the text, as it ends SpiceStream's input: the scan stops there and cuts `size`.
     index->size = static_cast<long long>(size);
+    try {
+        index->fileName = fileName;
+    } catch (...) {
+        forgetIndex(index);
+        return;
+    }
     indexText(text, nullptr, size, index);
 }
 
@@ -1941,13 +1974,15 @@ ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language,
                                     ModelLibElements elements)
 {
     *index = ModelLibIndex();
-    index->fileName = path;
     index->language = language;
     index->elementWords = elements == ModelLibElements::Words;
     try {
+        index->fileName = path;
         return indexFile(path, index);
     } catch (...) {
-        return ModelLibStatus::Unreadable;
+        // Memory ran out before the text was indexed (the index itself catches its own failures).
+        forgetIndex(index);
+        return ModelLibStatus::Ok;
     }
 }
 

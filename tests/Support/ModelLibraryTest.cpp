@@ -1069,6 +1069,19 @@ TEST(ModelLibraryParts, APartedIndexIsExactlyTheOneScanIndex)
         }
     }
     EXPECT_EQ(compared, 3000);
+    // Longer libraries, without the end byte, so that the parts refill their windows, and a part read on
+    // through is abandoned while it runs.
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        std::string text;
+        for (unsigned k = 0; text.size() < 300000; ++k) {
+            const std::string piece = randomLibrary(seed * 1000 + k);
+            if (piece.find('\xff') == std::string::npos)
+                text += piece;
+        }
+        const std::string whole = indexedInParts(text, 1);
+        for (int parts : {2, 4, 7})
+            ASSERT_EQ(indexedInParts(text, parts), whole) << "long library " << seed << ", " << parts << " parts";
+    }
 }
 
 TEST(ModelLibraryParts, PartsJoinWithEveryCountShiftedAfterThePartsBefore)
