@@ -452,21 +452,19 @@ public:
         const size_t want = std::min(m_capacity - m_size, m_left);
         size_t got = 0;
         if (m_file) {
+            std::unique_lock<std::mutex> lock;
+            bool placed = true;
             if (want && m_shared) {
-                std::lock_guard<std::mutex> lock(*m_shared);
+                lock = std::unique_lock<std::mutex>(*m_shared);
                 // Positions stay below 2^31 (kMaxPosition), so that a long reaches them on every system.
-                const bool placed = std::fseek(m_file, static_cast<long>(m_fileAt), SEEK_SET) == 0;
-                if (placed)
-                    got = std::fread(m_buffer.get() + m_size, 1, want, m_file);
-                if (got < want)
-                    m_failed = !placed || std::ferror(m_file) != 0;
-            } else if (want) {
-                got = std::fread(m_buffer.get() + m_size, 1, want, m_file);
-                if (got < want)
-                    m_failed = std::ferror(m_file) != 0;
+                placed = std::fseek(m_file, static_cast<long>(m_fileAt), SEEK_SET) == 0;
             }
-            if (got < want)
+            if (want && placed)
+                got = std::fread(m_buffer.get() + m_size, 1, want, m_file);
+            if (got < want) {
+                m_failed = !placed || std::ferror(m_file) != 0;
                 m_left = 0; // a file cut short meanwhile is read as far as it goes
+            }
             m_fileAt += got;
         } else {
             if (want)
@@ -526,8 +524,9 @@ private:
 
 // One part of a text indexed by several threads at once. Each part after the first starts at a line
 // that opens a definition (`opensDefinition`) and is scanned as if the text began there: outside any
-// subcircuit and section, in the caller's dialect. The part before it, on reaching that line, stops there when its own state is
-// that one (its result and the next part's then join), and goes on through the next part otherwise.
+// subcircuit and section, in the caller's dialect. The part before it, on reaching that line, stops
+// there when its own state is that one (its result and the next part's then join), and goes on through
+// the next part otherwise.
 struct IndexPart {
     // Whether a part's result is still wanted: Open until a part before reaches its start; Claimed when
     // that part stopped there, so that its result is joined; Abandoned when that part went on, so that
@@ -567,8 +566,7 @@ public:
         m_parts = &parts;
         m_self = self;
         m_origin = parts[self].start;
-        m_nextPart = self + 1;
-        m_checkAt = m_nextPart < parts.size() ? parts[m_nextPart].start : SIZE_MAX;
+        watchPart(self + 1);
     }
 
     void run()
@@ -662,9 +660,15 @@ public:
                 there.state.compare_exchange_strong(state, IndexPart::Abandoned);
             }
         }
-        ++m_nextPart;
-        m_checkAt = m_nextPart < m_parts->size() ? (*m_parts)[m_nextPart].start : SIZE_MAX;
+        watchPart(m_nextPart + 1);
         return false;
+    }
+
+    // Makes the start of part `k` (if there is one) the next checkpoint.
+    void watchPart(size_t k)
+    {
+        m_nextPart = k;
+        m_checkAt = k < m_parts->size() ? (*m_parts)[k].start : SIZE_MAX;
     }
 
 private:
