@@ -180,35 +180,51 @@ size_t runAvx2(const char* p, const char* end, const RunStops& s, char* out1, ch
     return done + runSse2<Outputs>(q, end, s, Outputs >= 1 ? out1 + done : nullptr, Outputs >= 2 ? out2 + done : nullptr);
 }
 
+// Stop mask of 64 bytes: below 32 but the tab, from `top` up, and the three extra bytes.
+NETLIST_TARGET("avx512f,avx512bw") NETLIST_INLINE inline __mmask64 stopMask64(__m512i v, __m512i e0, __m512i e1, __m512i e2,
+                                                                            __m512i c31, __m512i tab, __m512i top)
+{
+    __mmask64 stop = _mm512_mask_cmple_epu8_mask(_mm512_cmpneq_epi8_mask(v, tab), v, c31);
+    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e0));
+    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e1));
+    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e2));
+    return _kor_mask64(stop, _mm512_cmpge_epu8_mask(v, top));
+}
+
 template <int Outputs>
 NETLIST_TARGET("avx512f,avx512bw")
 size_t runAvx512(const char* p, const char* end, const RunStops& s, char* out1, char* out2)
 {
     const __m512i e0 = _mm512_set1_epi8(s.extra[0]), e1 = _mm512_set1_epi8(s.extra[1]), e2 = _mm512_set1_epi8(s.extra[2]);
-    const __m512i c31 = _mm512_set1_epi8(31), tab = _mm512_set1_epi8(9), ones = _mm512_set1_epi8(-1);
+    const __m512i c31 = _mm512_set1_epi8(31), tab = _mm512_set1_epi8(9);
+    // Bytes from `top` up stop a run: 128 when high bytes do, else only 0xFF.
+    const __m512i top = _mm512_set1_epi8(static_cast<char>(s.highBytes ? 0x80 : 0xFF));
+    // The outputs are addressed from the read position, which spares a register per output.
+    const ptrdiff_t to1 = out1 - p, to2 = out2 - p;
+    const auto at = [](const char* q, ptrdiff_t to) NETLIST_INLINE { return const_cast<char*>(q) + to; };
     const char* q = p;
-    for (;;) {
-        const size_t left = static_cast<size_t>(end - q);
-        if (left == 0)
-            break;
-        // The last block is loaded under a mask, which never touches the bytes past the end.
-        const __mmask64 valid = left >= 64 ? ~0ULL : (1ULL << left) - 1;
-        const __m512i v = _mm512_maskz_loadu_epi8(valid, q);
+    for (; end - q >= 64; q += 64) {
+        const __m512i v = _mm512_loadu_si512(q);
         if (Outputs >= 1)
-            _mm512_storeu_si512(out1 + (q - p), v);
+            _mm512_storeu_si512(at(q, to1), v);
         if (Outputs >= 2)
-            _mm512_storeu_si512(out2 + (q - p), v);
-        __mmask64 stop = _mm512_cmple_epu8_mask(v, c31) & ~_mm512_cmpeq_epi8_mask(v, tab);
-        stop |= _mm512_cmpeq_epi8_mask(v, e0) | _mm512_cmpeq_epi8_mask(v, e1) | _mm512_cmpeq_epi8_mask(v, e2);
-        stop |= s.highBytes ? _mm512_movepi8_mask(v) : _mm512_cmpeq_epi8_mask(v, ones);
-        stop &= valid;
+            _mm512_storeu_si512(at(q, to2), v);
+        const __mmask64 stop = stopMask64(v, e0, e1, e2, c31, tab, top);
         if (stop)
             return static_cast<size_t>(q - p) + static_cast<size_t>(lowestBit(stop));
-        if (left < 64)
-            return static_cast<size_t>(end - p);
-        q += 64;
     }
-    return static_cast<size_t>(q - p);
+    const size_t left = static_cast<size_t>(end - q);
+    if (left == 0)
+        return static_cast<size_t>(q - p);
+    // The last block is loaded under a mask, which never touches the bytes past the end.
+    const __mmask64 valid = (1ULL << left) - 1;
+    const __m512i v = _mm512_maskz_loadu_epi8(valid, q);
+    if (Outputs >= 1)
+        _mm512_storeu_si512(at(q, to1), v);
+    if (Outputs >= 2)
+        _mm512_storeu_si512(at(q, to2), v);
+    const __mmask64 stop = stopMask64(v, e0, e1, e2, c31, tab, top) & valid;
+    return static_cast<size_t>(q - p) + (stop ? static_cast<size_t>(lowestBit(stop)) : left);
 }
 
 // Whether the processor and the system support the level (the upper register state must be saved).

@@ -608,15 +608,9 @@ void SpiceStream::copyBuffer(const YString& text)
     m_rawBuffer.append(text.c_str(), text.length());
 }
 
-void SpiceStream::flushBuffer()
-{
-    m_rawBuffer.flush();
-    m_utf8Detect.reset();
-}
-
 bool SpiceStream::evaluate(const char*, YString*) { return false; }
 
-SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
+inline SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     m_lineBuffer.flush();
     *streamFlag = false;
