@@ -216,6 +216,8 @@ int SpiceStream::machine(Delivery& delivery)
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while readRaw must read
     int chars, lines;
+    State state;
+    int pushback; // the handed-back character, -1 when there is none
     char* raw;
     char* text; // null until a line is under way
     // Set when a delivery went through `take`: `evaluate` may have read on or changed the mode, so the
@@ -230,6 +232,8 @@ int SpiceStream::machine(Delivery& delivery)
         stop = p + (available < netlist::kRunWindow ? available : netlist::kRunWindow);
         chars = m_charCount;
         lines = m_lineCount;
+        state = m_state;
+        pushback = m_pushback;
         raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
         Buf* const sink = delivery.runSink();
         text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoom) : nullptr;
@@ -241,6 +245,8 @@ int SpiceStream::machine(Delivery& delivery)
         advance(static_cast<size_t>(p - bufferBegin()));
         m_charCount = chars;
         m_lineCount = lines;
+        m_state = state;
+        m_pushback = pushback;
     };
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
         m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : chars;
@@ -255,9 +261,9 @@ int SpiceStream::machine(Delivery& delivery)
     // ends) straight from the buffer with the effects readRaw would have, every other through readRaw.
     // (The end states read nothing, and never come here.)
     const auto next = [&]() NETLIST_INLINE -> int {
-        if (m_pushback != -1) {
-            const int c = m_pushback;
-            m_pushback = -1;
+        if (pushback != -1) {
+            const int c = pushback;
+            pushback = -1;
             return c;
         }
         if (p < stop) {
@@ -364,7 +370,7 @@ dispatch:
         if (m_literalMode)
             return leave(kLiteralFromHere);
     }
-    switch (m_state) {
+    switch (state) {
     case LineStart:
         goto lineStart;
     case CommentLine:
@@ -382,7 +388,7 @@ dispatch:
     goto atEnd;
 
 lineStart:
-    m_state = LineStart;
+    state = LineStart;
     c = next();
     if (c == ' ' || c == '\t' || c == 10)
         goto lineStart;
@@ -393,7 +399,7 @@ lineStart:
     if (c == -1)
         goto atEnd;
     accept(c);
-    m_state = InLine;
+    state = InLine;
     if (deliver(c))
         return leave(c);
     if (resumed)
@@ -401,9 +407,9 @@ lineStart:
     goto inLine;
 
 commentLine:
-    m_state = CommentLine;
+    state = CommentLine;
     // The comment's ordinary bytes in one step.
-    if (m_pushback == -1 && p < stop)
+    if (pushback == -1 && p < stop)
         takeRun(false, false);
     c = next();
     if (c == 10)
@@ -413,9 +419,9 @@ commentLine:
     goto commentLine;
 
 inLine:
-    m_state = InLine;
+    state = InLine;
     // The line's ordinary bytes in one step, once the line's text is under way.
-    if (text && m_pushback == -1 && p < stop)
+    if (text && pushback == -1 && p < stop)
         takeRun(true, true);
     c = next();
     if (c == lineStops.extra[0]) {
@@ -439,9 +445,9 @@ inLine:
     goto inLine;
 
 inlineComment:
-    m_state = InlineComment;
+    state = InlineComment;
     // The comment's ordinary bytes in one step.
-    if (m_pushback == -1 && p < stop)
+    if (pushback == -1 && p < stop)
         takeRun(false, true);
     c = next();
     if (c == 10) {
@@ -454,7 +460,7 @@ inlineComment:
     goto inlineComment;
 
 afterNewline:
-    m_state = AfterNewline;
+    state = AfterNewline;
     c = next();
     if (c == '*' || c == lineStops.extra[0]) {
         *raw++ = static_cast<char>(c);
@@ -467,7 +473,7 @@ afterNewline:
     }
     if (c == '+') {
         *raw++ = '+';
-        m_state = InLine;
+        state = InLine;
         if (deliver(32))
             return leave(32);
         if (resumed)
@@ -478,8 +484,8 @@ afterNewline:
         goto endPending;
     if (c == ' ' || c == '\t')
         goto afterNewline;
-    m_pushback = c;
-    m_state = InLine;
+    pushback = c;
+    state = InLine;
     if (deliver(10))
         return leave(10);
     if (resumed)
@@ -488,13 +494,13 @@ afterNewline:
 
 endPending:
     // The end of input: the line end that ends the line under way, then the end.
-    m_state = EndPending;
+    state = EndPending;
     if (deliver(10))
         return leave(10);
     if (resumed)
         goto dispatch;
 atEnd:
-    m_state = AtEnd;
+    state = AtEnd;
     return leave(-1);
 }
 
