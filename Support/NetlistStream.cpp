@@ -17,6 +17,11 @@ namespace {
 const int kMaxDirectiveText = 198;
 // What the state machine returns when a line it reads goes on in literal mode.
 const int kLiteralFromHere = -2;
+
+// The stop bytes of the runs in a comment, and in a line of each comment character.
+constexpr netlist::RunStops kCommentStops{{'\n', '\n', '\n'}, true};
+constexpr netlist::RunStops kLineStops{{';', '{', '}'}, true};
+constexpr netlist::RunStops kHspiceLineStops{{'$', '{', '}'}, true};
 }
 
 SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language)
@@ -318,13 +323,13 @@ int SpiceStream::machine(Delivery& delivery)
     // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
     // are taken as well, and set the caller's non-ASCII flag.
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    const netlist::RunStops commentStops{{'\n', '\n', '\n'}, true};
-    netlist::RunStops lineStops{{getInlineCommentChar(), '{', '}'}, true};
+    const netlist::RunStops* lineStops = isHspiceMode() ? &kHspiceLineStops : &kLineStops;
+    char commentChar = lineStops->extra[0];
     const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
         for (;;) {
-            size_t n = inLine ? kernels.copy2(p, stop, lineStops, raw, text)
-                              : toRaw ? kernels.copy1(p, stop, commentStops, raw, nullptr)
-                                      : kernels.skip(p, stop, commentStops, nullptr, nullptr);
+            size_t n = inLine ? kernels.copy2(p, stop, *lineStops, raw, text)
+                              : toRaw ? kernels.copy1(p, stop, kCommentStops, raw, nullptr)
+                                      : kernels.skip(p, stop, kCommentStops, nullptr, nullptr);
             const size_t high = p + n < stop && static_cast<unsigned char>(p[n]) >= 128 ? netlist::takeHighBytes(m_utf8Detect, p + n, stop) : 0;
             if (high > 0) {
                 if (toRaw)
@@ -341,8 +346,12 @@ int SpiceStream::machine(Delivery& delivery)
                 raw += n;
             if (inLine) {
                 text += n;
-                if (n > 0)
-                    recordLastAccepted();
+                // A run is taken only from a visible buffer, so no base64 section is open: the count
+                // accepted is the reader's own.
+                if (n > 0) {
+                    m_lastAcceptedCharCount = chars;
+                    m_lastAcceptedLineCount = lines;
+                }
             }
             if (high == 0)
                 return;
@@ -353,7 +362,8 @@ int SpiceStream::machine(Delivery& delivery)
         store();
         detectStarHash(c);
         load();
-        lineStops.extra[0] = getInlineCommentChar();
+        lineStops = isHspiceMode() ? &kHspiceLineStops : &kLineStops;
+        commentChar = lineStops->extra[0];
     };
     const auto leave = [&](int result) NETLIST_INLINE {
         store();
@@ -392,7 +402,7 @@ lineStart:
     c = next();
     if (c == ' ' || c == '\t' || c == 10)
         goto lineStart;
-    if (c == '*' || c == lineStops.extra[0]) {
+    if (c == '*' || c == commentChar) {
         detectDirective(c);
         goto commentLine;
     }
@@ -420,11 +430,21 @@ commentLine:
 
 inLine:
     state = InLine;
-    // The line's ordinary bytes in one step, once the line's text is under way.
+    // A plain first character, handed back when the line before ended, starts the line's text here, as
+    // delivering it would; the line's ordinary bytes then come in one step.
+    if (!text && pushback >= 32 && pushback < 127 && pushback != '{' && pushback != '}' && pushback != commentChar && !getFlag()) {
+        if (Buf* const sink = delivery.startLine(lines)) {
+            c = pushback;
+            pushback = -1;
+            accept(c);
+            text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
+            *text++ = static_cast<char>(c);
+        }
+    }
     if (text && pushback == -1 && p < stop)
         takeRun(true, true);
     c = next();
-    if (c == lineStops.extra[0]) {
+    if (c == commentChar) {
         *raw++ = static_cast<char>(c);
         goto inlineComment;
     }
@@ -462,7 +482,7 @@ inlineComment:
 afterNewline:
     state = AfterNewline;
     c = next();
-    if (c == '*' || c == lineStops.extra[0]) {
+    if (c == '*' || c == commentChar) {
         *raw++ = static_cast<char>(c);
         detectDirective(c);
         goto inlineComment;
