@@ -161,6 +161,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     int state, chars, lines;
     char* litStart;
     char* lit;
+    char* litEnd; // the end of the room reserved for the literal queue
     char* textStart = nullptr;
     char* text = nullptr; // null until the line's first character
     char* textEnd = nullptr; // the end of the room reserved for the line
@@ -172,6 +173,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         const size_t window = directWindow();
         stop = p + window;
         litStart = lit = m_litQueue.reserveTail(static_cast<int>(window) + kRoom);
+        litEnd = lit + window + kRoom;
         if (text) {
             textStart = text = line->reserveTail(static_cast<int>(window) + kRoom);
             textEnd = text + window + kRoom;
@@ -221,11 +223,14 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         if (lit > litStart && lit[-1] == '\n') {
             const char* const queued = m_litQueue.unread();
             const int n = static_cast<int>(lit - queued);
-            m_litBuffer.append(queued, n);
+            // A line of up to 64 bytes moves as one block: the queue's reserved room follows it.
+            netlist::copyRun(m_litBuffer.reserveTail(n + netlist::kRunSlack), queued, static_cast<size_t>(n), litEnd);
+            m_litBuffer.expand(n);
             m_litCharCount += n;
             m_litQueue.flush();
             m_litQueueWithoutLineEnd = 0;
             litStart = lit = m_litQueue.reserveTail(static_cast<int>(stop - p) + kRoom);
+            litEnd = lit + (stop - p) + kRoom;
             return;
         }
         store();
@@ -358,6 +363,16 @@ starComment:
 
 inLine:
     state = InLine;
+    // A line's first character, queued alone when the line before ended, is delivered here as the
+    // character source would hand it over when it is an ordinary one.
+    if (!text && line && m_lookahead.count() == 1) {
+        const int first = m_lookahead.peek();
+        if (first != '\n' && first != m_commentChar && first != 0xFF) {
+            m_lookahead.pop();
+            if (deliver(first))
+                return leave(first);
+        }
+    }
     // The line's ordinary bytes in one step, once the line is under way.
     if (text && p < stop && m_lookahead.isEmpty())
         takeRun(true);

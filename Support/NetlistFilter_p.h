@@ -320,6 +320,17 @@ constexpr size_t kRunWindow = 64 * 1024;
 /// The room a kernel's output needs beyond the run.
 constexpr int kRunSlack = 64;
 
+/// Copies the run of `n` bytes at `from` to `out`, which has room for kRunSlack bytes more than the run;
+/// `end` ends what may be read. A run of up to 64 bytes with 64 readable moves as one block of 64, a few
+/// vector moves and no call.
+inline void copyRun(char* out, const char* from, size_t n, const char* end)
+{
+    if (n <= 64 && end - from >= 64)
+        std::memcpy(out, from, 64);
+    else
+        std::memcpy(out, from, n);
+}
+
 // ---------------------------------------------------------------- UTF-8 runs
 
 /// Length of the run of complete multi-byte sequences at `p` (lead bytes of 2 to 6 bytes followed by
