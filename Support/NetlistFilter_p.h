@@ -327,7 +327,7 @@ inline void copyRun(char* out, const char* from, size_t n, const char* end)
 {
     if (n <= 64 && end - from >= 64)
         std::memcpy(out, from, 64);
-    else
+    else if (n > 0)
         std::memcpy(out, from, n);
 }
 

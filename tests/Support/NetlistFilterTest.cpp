@@ -106,6 +106,28 @@ TEST(NetlistFilter, EveryLevelFindsAndCopiesTheSameRuns)
     }
 }
 
+TEST(NetlistFilter, CopyingARunCopiesItsBytesAndWritesNoFurtherThanTheRoomPastIt)
+{
+    std::mt19937 random(5);
+    const std::string text = mixedBytes(random, 200);
+    // Every run length up to 130 bytes, with 0 to 70 readable bytes after it; the source is an exactly
+    // sized heap block, so that a sanitizer would see a read past its end.
+    for (size_t n = 0; n <= 130; ++n) {
+        for (size_t after = 0; after <= 70; ++after) {
+            const std::vector<char> source(text.begin(), text.begin() + static_cast<long>(n + after));
+            std::vector<char> out(n + netlist::kRunSlack + 16, '#');
+            netlist::copyRun(out.data(), source.data(), n, source.data() + source.size());
+            ASSERT_EQ(std::string(out.data(), n), std::string(source.data(), n)) << n << " " << after;
+            // A short run may bring the bytes after it along, up to 64 in all, and nothing beyond.
+            const size_t written = n <= 64 && n + after >= 64 ? 64 : n;
+            for (size_t i = n; i < written; ++i)
+                ASSERT_EQ(out[i], source[i]) << n << " " << after << " at " << i;
+            for (size_t i = written; i < out.size(); ++i)
+                ASSERT_EQ(out[i], '#') << n << " " << after << " at " << i;
+        }
+    }
+}
+
 TEST(NetlistFilter, ThePortableLevelCanBeForcedAndTheEnvironmentCapsTheChoice)
 {
     EXPECT_EQ(netlist::kernelsFor(netlist::ScanLevel::Scalar).level, netlist::ScanLevel::Scalar);
