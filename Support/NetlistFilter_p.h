@@ -180,15 +180,15 @@ size_t runAvx2(const char* p, const char* end, const RunStops& s, char* out1, ch
     return done + runSse2<Outputs>(q, end, s, Outputs >= 1 ? out1 + done : nullptr, Outputs >= 2 ? out2 + done : nullptr);
 }
 
-// Stop mask of 64 bytes: below 32 but the tab, from `top` up, and the three extra bytes.
+// Stop mask of 64 bytes: below 32 but the tab, from `top` up, and the three extra bytes. The compares
+// are independent and their masks are joined as a tree, since a run's end waits on them.
 NETLIST_TARGET("avx512f,avx512bw") NETLIST_INLINE inline __mmask64 stopMask64(__m512i v, __m512i e0, __m512i e1, __m512i e2,
                                                                             __m512i c31, __m512i tab, __m512i top)
 {
-    __mmask64 stop = _mm512_mask_cmple_epu8_mask(_mm512_cmpneq_epi8_mask(v, tab), v, c31);
-    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e0));
-    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e1));
-    stop = _kor_mask64(stop, _mm512_cmpeq_epi8_mask(v, e2));
-    return _kor_mask64(stop, _mm512_cmpge_epu8_mask(v, top));
+    const __mmask64 control = _kandn_mask64(_mm512_cmpeq_epi8_mask(v, tab), _mm512_cmple_epu8_mask(v, c31));
+    const __mmask64 extra = _kor_mask64(_mm512_cmpeq_epi8_mask(v, e0), _mm512_cmpeq_epi8_mask(v, e1));
+    const __mmask64 rest = _kor_mask64(_mm512_cmpeq_epi8_mask(v, e2), _mm512_cmpge_epu8_mask(v, top));
+    return _kor_mask64(control, _kor_mask64(extra, rest));
 }
 
 template <int Outputs>
