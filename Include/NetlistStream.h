@@ -49,11 +49,7 @@ public:
     void readTitle();
     void copyBuffer(const YString& text);
     /// Empties the raw buffer and resets the UTF-8 detector.
-    void flushBuffer()
-    {
-        m_rawBuffer.flush();
-        m_utf8Detect.reset();
-    }
+    void flushBuffer();
     /// The raw record of the accepted text, comments of continued lines included.
     const Buf* getBuffer() const { return &m_rawBuffer; }
     int eof() const { return m_state == AtEnd ? 1 : 0; }

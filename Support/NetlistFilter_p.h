@@ -199,16 +199,13 @@ size_t runAvx512(const char* p, const char* end, const RunStops& s, char* out1, 
     const __m512i c31 = _mm512_set1_epi8(31), tab = _mm512_set1_epi8(9);
     // Bytes from `top` up stop a run: 128 when high bytes do, else only 0xFF.
     const __m512i top = _mm512_set1_epi8(static_cast<char>(s.highBytes ? 0x80 : 0xFF));
-    // The outputs are addressed from the read position, which spares a register per output.
-    const ptrdiff_t to1 = out1 - p, to2 = out2 - p;
-    const auto at = [](const char* q, ptrdiff_t to) NETLIST_INLINE { return const_cast<char*>(q) + to; };
     const char* q = p;
     for (; end - q >= 64; q += 64) {
         const __m512i v = _mm512_loadu_si512(q);
         if (Outputs >= 1)
-            _mm512_storeu_si512(at(q, to1), v);
+            _mm512_storeu_si512(out1 + (q - p), v);
         if (Outputs >= 2)
-            _mm512_storeu_si512(at(q, to2), v);
+            _mm512_storeu_si512(out2 + (q - p), v);
         const __mmask64 stop = stopMask64(v, e0, e1, e2, c31, tab, top);
         if (stop)
             return static_cast<size_t>(q - p) + static_cast<size_t>(lowestBit(stop));
@@ -220,9 +217,9 @@ size_t runAvx512(const char* p, const char* end, const RunStops& s, char* out1, 
     const __mmask64 valid = (1ULL << left) - 1;
     const __m512i v = _mm512_maskz_loadu_epi8(valid, q);
     if (Outputs >= 1)
-        _mm512_storeu_si512(at(q, to1), v);
+        _mm512_storeu_si512(out1 + (q - p), v);
     if (Outputs >= 2)
-        _mm512_storeu_si512(at(q, to2), v);
+        _mm512_storeu_si512(out2 + (q - p), v);
     const __mmask64 stop = stopMask64(v, e0, e1, e2, c31, tab, top) & valid;
     return static_cast<size_t>(q - p) + (stop ? static_cast<size_t>(lowestBit(stop)) : left);
 }

@@ -634,6 +634,12 @@ void SpiceStream::copyBuffer(const YString& text)
     m_rawBuffer.append(text.c_str(), text.length());
 }
 
+void SpiceStream::flushBuffer()
+{
+    m_rawBuffer.flush();
+    m_utf8Detect.reset();
+}
+
 bool SpiceStream::evaluate(const char*, YString*) { return false; }
 
 inline SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
