@@ -294,8 +294,11 @@ int SpiceStream::machine(Delivery& delivery)
     // characters to it and ends at a line feed; those are done here, and so is the first plain character
     // of a line. Any other goes through `take` with everything stored, since it may call `evaluate`,
     // which may look at the reader.
+    // A printable ASCII character other than a brace, outside a base64 section: it goes straight to the
+    // line's text.
+    const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag(); };
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
-        if (c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag()) {
+        if (plain(c)) {
             if (!text) {
                 if (Buf* const sink = delivery.startLine(lines))
                     text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
@@ -432,7 +435,7 @@ inLine:
     state = InLine;
     // A plain first character, handed back when the line before ended, starts the line's text here, as
     // delivering it would; the line's ordinary bytes then come in one step.
-    if (!text && pushback >= 32 && pushback < 127 && pushback != '{' && pushback != '}' && pushback != commentChar && !getFlag()) {
+    if (!text && plain(pushback) && pushback != commentChar) {
         if (Buf* const sink = delivery.startLine(lines)) {
             c = pushback;
             pushback = -1;
