@@ -326,8 +326,15 @@ int SpiceStream::machine(Delivery& delivery)
     // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
     // are taken as well, and set the caller's non-ASCII flag.
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    const netlist::RunStops* lineStops = isHspiceMode() ? &kHspiceLineStops : &kLineStops;
-    char commentChar = lineStops->extra[0];
+    const netlist::RunStops* lineStops;
+    char commentChar;
+    // The dialect's stop bytes and comment character: a directive changes them, and so may a brace hook
+    // that reads on past one.
+    const auto takeDialect = [&]() NETLIST_INLINE {
+        lineStops = isHspiceMode() ? &kHspiceLineStops : &kLineStops;
+        commentChar = lineStops->extra[0];
+    };
+    takeDialect();
     const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
         for (;;) {
             size_t n = inLine ? kernels.copy2(p, stop, *lineStops, raw, text)
@@ -365,8 +372,7 @@ int SpiceStream::machine(Delivery& delivery)
         store();
         detectStarHash(c);
         load();
-        lineStops = isHspiceMode() ? &kHspiceLineStops : &kLineStops;
-        commentChar = lineStops->extra[0];
+        takeDialect();
     };
     const auto leave = [&](int result) NETLIST_INLINE {
         store();
@@ -382,6 +388,7 @@ dispatch:
         // a time.
         if (m_literalMode)
             return leave(kLiteralFromHere);
+        takeDialect();
     }
     switch (state) {
     case LineStart:

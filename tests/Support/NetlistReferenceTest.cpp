@@ -356,6 +356,11 @@ public:
             this->init();
         else if (e == "keep")
             return false;
+        else if (e == "step") {
+            // One physical character (the line end), then one logical one: past a directive, if one follows.
+            this->get(true);
+            this->get(false);
+        }
         *result = ("V" + e).c_str();
         return true;
     }
@@ -427,6 +432,34 @@ TEST(NetlistReference, ABraceHookThatReadsOnOrChangesTheModeAgrees)
     EXPECT_EQ(s.eof(), 1);
     EXPECT_EQ(s.getCharCount(), 9);
     EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
+}
+
+TEST(NetlistReference, ABraceHookThatReadsPastADialectDirectiveLeavesTheRestOfTheLineInTheNewDialect)
+{
+    const std::string text = "R1 {step}\n*#HSPICE\nX a ; b $ c\nR2 {step}\n*#KALVONTA\nY d $ e ; f\nR3 g $ h ; i\n";
+    for (size_t chunk : {size_t(0), size_t(1), size_t(3)}) {
+        const auto library = readWithHook<SpiceStream>(text, chunk);
+        const auto reference = readWithHook<ReferenceSpiceStream>(text, chunk);
+        ASSERT_EQ(library, reference) << "chunk " << chunk << ", " << firstDifference(library, reference);
+    }
+    // Worked by hand: the hook of the first line reads its end and then the directive and the "X" of the
+    // next line; the rest of that line is read as HSPICE, where ";" is text and "$" starts the comment
+    // (the last character accepted is the blank before it, the 27th of the text). The second hook goes
+    // back to the native dialect, where "$" is text and ";" starts the comment.
+    kvstrstream source(text.data(), text.size());
+    GreedyHook<SpiceStream> s(source);
+    YString line;
+    int number = 0;
+    bool flag = false, nonAscii = false;
+    ASSERT_TRUE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(std::string(line.c_str()), "R1 Vstep a ; b ");
+    EXPECT_EQ(s.getLanguage(), SpiceLanguageHspice);
+    EXPECT_EQ(s.getLastAcceptedCharCount(), 27);
+    ASSERT_TRUE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(std::string(line.c_str()), "R2 Vstep d $ e ");
+    EXPECT_EQ(s.getLanguage(), SpiceLanguageNative);
+    ASSERT_TRUE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(std::string(line.c_str()), "R3 g $ h ");
 }
 
 TEST(NetlistReference, RestartingTheLiteralReaderKeepsAQueuedCommentBlock)
