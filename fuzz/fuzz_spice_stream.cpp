@@ -53,43 +53,6 @@ std::vector<std::string> record(Stream& in, uint8_t options)
     return seen;
 }
 
-// A brace hook that acts on the stream as the expression's first character says: "s" reads one physical
-// and one logical character, "r" reads to the line's end, "l" and "p" switch literal mode on and off,
-// "i" restarts the reader, "k" keeps the braces; any other is replaced by "V".
-template <class Base>
-class Hooked : public Base {
-public:
-    explicit Hooked(kvstream& source) : Base(source) {}
-    bool evaluate(const char* expression, YString* result) override
-    {
-        switch (expression[0]) {
-        case 's':
-            this->get(true);
-            this->get(false);
-            break;
-        case 'r':
-            for (int c = this->get(false); c != 10 && c != -1; c = this->get(false)) {
-            }
-            break;
-        case 'l':
-            this->setLiteralMode(true);
-            break;
-        case 'p':
-            this->setLiteralMode(false);
-            break;
-        case 'i':
-            this->init();
-            break;
-        case 'k':
-            return false;
-        default:
-            break;
-        }
-        *result = "V";
-        return true;
-    }
-};
-
 template <class Stream = SpiceStream>
 std::vector<std::string> observe(const uint8_t* data, size_t size, size_t chunk, uint8_t options)
 {
@@ -131,9 +94,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (whole != observe<ReferenceSpiceStream>(data + 1, size - 1, 0, options))
         __builtin_trap();
     if (options & 64) {
-        const std::vector<std::string> hooked = observe<Hooked<SpiceStream>>(data + 1, size - 1, 0, options);
-        if (hooked != observe<Hooked<ReferenceSpiceStream>>(data + 1, size - 1, 0, options) ||
-            hooked != observe<Hooked<SpiceStream>>(data + 1, size - 1, 1, options))
+        const std::vector<std::string> hooked = observe<ActingBraceHook<SpiceStream>>(data + 1, size - 1, 0, options);
+        if (hooked != observe<ActingBraceHook<ReferenceSpiceStream>>(data + 1, size - 1, 0, options) ||
+            hooked != observe<ActingBraceHook<SpiceStream>>(data + 1, size - 1, 1, options))
             __builtin_trap();
     }
     // The file read in the dialect the options name, against the reference in that dialect (unless the

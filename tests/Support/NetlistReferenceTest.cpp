@@ -336,41 +336,11 @@ std::vector<std::string> driveLiteral(const std::string& text, size_t chunk, int
     return seen;
 }
 
-// A brace hook that reads on: it substitutes "V" after reading characters up to the next line end, as
-// a derived reader of the suite might; the same hook on the library's reader and the reference.
-template <class Base>
-class GreedyHook : public Base {
-public:
-    explicit GreedyHook(kvstream& source) : Base(source) {}
-    bool evaluate(const char* expression, YString* result) override
-    {
-        const std::string e(expression);
-        if (e == "read")
-            for (int c = this->get(false); c != 10 && c != -1; c = this->get(false)) {
-            }
-        else if (e == "raw")
-            this->setLiteralMode(true);
-        else if (e == "plain")
-            this->setLiteralMode(false);
-        else if (e == "restart")
-            this->init();
-        else if (e == "keep")
-            return false;
-        else if (e == "step") {
-            // One physical character (the line end), then one logical one: past a directive, if one follows.
-            this->get(true);
-            this->get(false);
-        }
-        *result = ("V" + e).c_str();
-        return true;
-    }
-};
-
 template <class Stream>
 std::vector<std::string> readWithHook(const std::string& text, size_t chunk)
 {
     kvstrstream source(text.data(), text.size(), chunk);
-    GreedyHook<Stream> s(source);
+    ActingBraceHook<Stream> s(source);
     std::vector<std::string> seen;
     for (int guard = 0; guard < 1000; ++guard) {
         YString line;
@@ -413,7 +383,7 @@ TEST(NetlistReference, ABraceHookThatReadsOnOrChangesTheModeAgrees)
 {
     // The hook reads to the line's end, switches literal mode on and off, restarts the reader, or keeps
     // the braces; the reader goes on from wherever the hook left it.
-    const std::string text = "title\nR1 a{read} b c\nR2 {raw}x y\n+ z\nR3 {plain}p\nR4 {restart} q\n* c\nR5 {keep} r\n"
+    const std::string text = "title\nR1 a{read} b c\nR2 {literal}x y\n+ z\nR3 {plain}p\nR4 {init} q\n* c\nR5 {keep} r\n"
                              "R6 a{read}";
     for (size_t chunk : {size_t(0), size_t(1), size_t(3)}) {
         const auto library = readWithHook<SpiceStream>(text, chunk);
@@ -423,7 +393,7 @@ TEST(NetlistReference, ABraceHookThatReadsOnOrChangesTheModeAgrees)
     // Worked by hand: the hook of "a{read}b" reads the rest ("b" and the end); the line is "aVread", and
     // the reader has met the end, having counted a, {, r, e, a, d, }, b and the one read of the end.
     kvstrstream source("a{read}b");
-    GreedyHook<SpiceStream> s(source);
+    ActingBraceHook<SpiceStream> s(source);
     YString line;
     int number = 0;
     bool flag = false, nonAscii = false;
@@ -447,7 +417,7 @@ TEST(NetlistReference, ABraceHookThatReadsPastADialectDirectiveLeavesTheRestOfTh
     // (the last character accepted is the blank before it, the 27th of the text). The second hook goes
     // back to the native dialect, where "$" is text and ";" starts the comment.
     kvstrstream source(text.data(), text.size());
-    GreedyHook<SpiceStream> s(source);
+    ActingBraceHook<SpiceStream> s(source);
     YString line;
     int number = 0;
     bool flag = false, nonAscii = false;

@@ -104,3 +104,41 @@ private:
     bool m_atEnd = false;
     int m_charLimit = INT_MAX;
 };
+
+/// A brace hook that acts on the stream as a derived reader of the suite might, by the expression's first
+/// letter: "r" reads to the line's end, "s" reads one physical and then one logical character (past a
+/// directive, if one follows), "l" and "p" switch literal mode on and off, "i" restarts the reader, "k"
+/// keeps the braces. Every expression but a kept one is replaced by "V" and the expression.
+template <class Base>
+class ActingBraceHook : public Base {
+public:
+    explicit ActingBraceHook(kvstream& source) : Base(source) {}
+    bool evaluate(const char* expression, YString* result) override
+    {
+        switch (expression[0]) {
+        case 'r':
+            for (int c = this->get(false); c != 10 && c != -1; c = this->get(false)) {
+            }
+            break;
+        case 's':
+            this->get(true);
+            this->get(false);
+            break;
+        case 'l':
+            this->setLiteralMode(true);
+            break;
+        case 'p':
+            this->setLiteralMode(false);
+            break;
+        case 'i':
+            this->init();
+            break;
+        case 'k':
+            return false;
+        default:
+            break;
+        }
+        *result = ("V" + std::string(expression)).c_str();
+        return true;
+    }
+};
