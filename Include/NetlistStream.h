@@ -82,7 +82,7 @@ private:
     template <class Delivery>
     int machine(Delivery& delivery);
     void detectStarHash(int commentChar);
-    int readDirectiveChar(bool* ended);
+    int readDirectiveChar();
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
 
     State m_state = LineStart;

@@ -1,6 +1,5 @@
 // LiteralNetlistStream.cpp - NewSpiceStream: logical lines with the literal text kept.
 #include "LiteralNetlistStream.h"
-#include "FileServices.h"
 #include "NetlistFilter_p.h"
 #include "TextFile_p.h"
 
@@ -8,11 +7,12 @@
 #include <cstddef>
 #include <cstring>
 
-NewSpiceStream::NewSpiceStream(const char* fileName)
+// The stop bytes of the runs in a comment line.
+static constexpr netlist::RunStops kCommentStops{{'\n', '\n', '\n'}, false};
+
+NewSpiceStream::NewSpiceStream(const char* fileName) : m_sourceFile(fileName)
 {
-    const YString name(fileName);
-    textfile::openNetlist(name, &m_tempFile, this);
-    m_sourceFile = name;
+    textfile::openNetlist(m_sourceFile, &m_tempFile, this);
     init();
 }
 
@@ -22,21 +22,12 @@ NewSpiceStream::NewSpiceStream(kvstream& source)
     init();
 }
 
-NewSpiceStream::~NewSpiceStream()
-{
-    if (!m_tempFile.isEmpty()) {
-        close();
-        // A destructor cannot report it: a temporary copy left behind is only litter.
-        (void)unlink_utf8(m_tempFile.c_str());
-    }
-}
+NewSpiceStream::~NewSpiceStream() { textfile::closeNetlist(m_tempFile, this); }
 
 void NewSpiceStream::init()
 {
     m_state = Start;
-    m_lineCount = 0;
-    m_charCount = 0;
-    m_litCharCount = 0;
+    clearCounts();
     m_atEnd = false;
     m_commentChar = ';';
     m_charLimit = INT_MAX;
@@ -106,10 +97,9 @@ void NewSpiceStream::fillOutputLitBuffer()
     m_litQueueWithoutLineEnd = count - n;
 }
 
-// How many of the bytes at the read position may be taken straight from the buffer, as the character
-// source would deliver them: none with a pending character or at the end, none past the character limit
-// (the byte that crosses it ends the input), one window at the most. (An open base64 section hides the
-// buffer.)
+// How many bytes at the read position may be taken straight from the buffer, as the character source
+// would deliver them: none with a pending character or at the end, none past the character limit (the
+// byte that crosses it ends the input), one window at most. (An open base64 section hides the buffer.)
 size_t NewSpiceStream::directWindow() const
 {
     const long long room = m_pendingChar == -1 && !m_atEnd ? static_cast<long long>(m_charLimit) - m_charCount : 0;
@@ -122,11 +112,10 @@ size_t NewSpiceStream::directWindow() const
 // character source delivers it into the literal queue too; its ordinary bytes come in runs.
 void NewSpiceStream::readRestOfLineIntoLookahead()
 {
-    const netlist::RunStops stops{{'\n', '\n', '\n'}, false};
     for (;;) {
         if (const size_t window = directWindow()) {
             const int reserve = static_cast<int>(window) + netlist::kRunSlack;
-            const size_t n = netlist::activeKernels().copy2(bufferBegin(), bufferBegin() + window, stops,
+            const size_t n = netlist::activeKernels().copy2(bufferBegin(), bufferBegin() + window, kCommentStops,
                                                             m_litQueue.reserveTail(reserve), m_lookahead.reserveTail(reserve));
             m_litQueue.expand(static_cast<int>(n));
             m_lookahead.expand(static_cast<int>(n));
@@ -145,17 +134,15 @@ void NewSpiceStream::readRestOfLineIntoLookahead()
 // ends the call (`get`). The end of input always ends it (-1). Each state is a block that goes straight
 // to the block of the state it moves to, as the state table reads.
 //
-// Its working state lives in locals while it runs, so that it stays in registers: the read position in
-// the stream's buffer, the state, the counts, and write positions in room reserved at the end of the
-// literal queue and of the line. Each byte read writes at most one byte to each, so room for the bytes
-// up to `stop` (at most one window of the buffer, and no further than the character limit allows) and a
-// little more is reserved, and the common bytes are read only below `stop`; characters taken from the
-// look-ahead queue reserve more room when they need it. `store` writes everything back before anything
-// else reads the stream, the counts or the queues; `load` takes it up again.
+// Its working state lives in locals, so that it stays in registers: the read position, the state, the
+// counts, and write positions in room reserved at the end of the literal queue and of the line. A byte
+// read writes at most one byte to each, so the room covers the bytes below `stop` (one window at most,
+// and no further than the character limit) and a little more; characters from the look-ahead queue
+// reserve more when they need it. `store` writes it all back before anything else looks at the reader;
+// `load` takes it up again.
 int NewSpiceStream::machine(Buf* line, int* lineNumber)
 {
-    // Room beyond the window: the kernel's whole-block stores, and a few bytes more.
-    constexpr int kRoom = netlist::kRunSlack + 8;
+    constexpr int kRoom = netlist::kRunSlack + 8; // the kernel's whole-block stores, and a few bytes more
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while getChar must read
     int state, chars, lines;
@@ -266,9 +253,8 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     // the line in a line (where the comment character ends a run too).
     const netlist::ScanKernels& kernels = netlist::activeKernels();
     const netlist::RunStops lineStops{{m_commentChar, m_commentChar, m_commentChar}, false};
-    const netlist::RunStops commentStops{{'\n', '\n', '\n'}, false};
     const auto takeRun = [&](bool inLine) NETLIST_INLINE {
-        const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, commentStops, lit, nullptr);
+        const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, kCommentStops, lit, nullptr);
         p += n;
         chars += static_cast<int>(n);
         lit += n;
@@ -279,7 +265,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     // character (Replay) or end mark, to the line or skipped; the state moves on as after its last byte.
     const auto replayRun = [&](bool toLine) NETLIST_INLINE {
         const char* const queued = m_lookahead.unread();
-        const size_t n = kernels.skip(queued, queued + m_lookahead.count(), toLine ? lineStops : commentStops, nullptr, nullptr);
+        const size_t n = kernels.skip(queued, queued + m_lookahead.count(), toLine ? lineStops : kCommentStops, nullptr, nullptr);
         if (n == 0)
             return;
         if (toLine) {
@@ -398,33 +384,27 @@ replayComment:
         goto inLine;
     if (state == InlineComment)
         goto inlineComment;
+    c = next();
+    if (c == 10)
+        moveLines();
+    if (c == 10 || c == -1)
+        state = Replay; // a line end ends a comment, and the end is never skipped
+    else if (state == Replay && c == m_commentChar)
+        state = ReplayComment;
     {
-        c = next();
-        int result = -2; // nothing delivered
-        if (c == 10) {
-            moveLines();
-            state = Replay;
-            result = 10;
-        } else if (state == Replay && c == m_commentChar) {
-            state = ReplayComment;
-        } else if (state == Replay) {
-            result = c;
-        } else if (c == -1) {
-            state = Replay; // the end is never skipped
-            result = -1;
-        }
+        const bool delivered = state == Replay;
         if (m_lookahead.isEmpty())
             state = state == Replay ? InLine : InlineComment;
-        if (result == -1)
+        if (delivered && c == -1)
             return leave(-1);
-        if (result != -2 && deliver(result))
-            return leave(result);
-        if (state == InLine)
-            goto inLine;
-        if (state == InlineComment)
-            goto inlineComment;
-        goto replay;
+        if (delivered && deliver(c))
+            return leave(c);
     }
+    if (state == InLine)
+        goto inLine;
+    if (state == InlineComment)
+        goto inlineComment;
+    goto replay;
 
 lineComment:
     state = LineComment;

@@ -1,6 +1,5 @@
 // NetlistStream.cpp - SpiceStream: logical lines of a SPICE-family netlist.
 #include "NetlistStream.h"
-#include "FileServices.h"
 #include "NetlistFilter_p.h"
 #include "TextFile_p.h"
 #include "TextServices.h"
@@ -24,11 +23,9 @@ constexpr netlist::RunStops kLineStops{{';', '{', '}'}, true};
 constexpr netlist::RunStops kHspiceLineStops{{'$', '{', '}'}, true};
 }
 
-SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language)
+SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language) : m_sourceFile(fileName)
 {
-    const YString name(fileName);
-    textfile::openNetlist(name, &m_tempFile, this);
-    m_sourceFile = name;
+    textfile::openNetlist(m_sourceFile, &m_tempFile, this);
     m_language = language;
     init();
 }
@@ -40,25 +37,15 @@ SpiceStream::SpiceStream(kvstream& source)
     init();
 }
 
-SpiceStream::~SpiceStream()
-{
-    if (!m_tempFile.equalsNoCase("")) {
-        close();
-        // A destructor cannot report it: a temporary copy left behind is only litter.
-        (void)unlink_utf8(m_tempFile.c_str());
-    }
-}
+SpiceStream::~SpiceStream() { textfile::closeNetlist(m_tempFile, this); }
 
 void SpiceStream::init()
 {
     m_suppressEmptyLines = true;
     m_hierarchy = false;
     m_state = LineStart;
-    m_lineCount = 0;
-    m_charCount = 0;
+    clearCounts();
     m_lastAcceptedLineCount = 0;
-    m_lastAcceptedCharCount = 0;
-    setOwnCount(0);
     m_literalMode = false;
     m_pushback = -1;
     m_separator = "$";
@@ -93,9 +80,7 @@ inline int SpiceStream::readRaw()
             c = kvstream::get();
             ++m_charCount;
         }
-        if (c == 255)
-            c = -1;
-        if (c == -1)
+        if (c == -1 || c == 255)
             return -1;
         m_utf8Detect.add(static_cast<unsigned>(c));
         if (c == 13) {
@@ -120,6 +105,7 @@ inline int SpiceStream::readRaw()
 
 // `get` takes the characters one at a time: each delivery ends the call, and no run is taken.
 struct SpiceStream::CharDelivery {
+    static constexpr bool kTakesRuns = false;
     Buf* runSink() const { return nullptr; }
     Buf* startLine(int) { return nullptr; }
     bool* nonAscii() const { return nullptr; }
@@ -135,14 +121,12 @@ struct SpiceStream::LineAssembly {
     bool* streamFlag;
     bool* nonAsciiFlag;
     Buf* sink = nullptr; // null until the first character
+    static constexpr bool kTakesRuns = true;
     std::optional<Buf> expression;
     int depth = 0;
 
-    LineAssembly(SpiceStream& s, int* number, bool* flag, bool* nonAscii)
-        : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(nonAscii)
-    {
-    }
-
+    LineAssembly(SpiceStream& s, int* number, bool* flag, bool* high)
+        : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(high) {}
     Buf* runSink() const { return sink; }
     // The line's first character is about to come, a plain one: the line's number is set, and its text
     // is where plain characters go.
@@ -163,18 +147,10 @@ struct SpiceStream::LineAssembly {
             return true;
         if (stream.getFlag())
             *streamFlag = true;
-        if (depth == 0 && c != '{') {
-            stream.m_lineBuffer.add(static_cast<char>(c));
-            return false;
-        }
-        takeInBraces(c);
-        return false;
-    }
-    // An opening brace, or a character inside braces.
-    void takeInBraces(int c)
-    {
         Buf& line = stream.m_lineBuffer;
-        if (depth == 0) {
+        if (depth == 0 && c != '{') {
+            line.add(static_cast<char>(c));
+        } else if (depth == 0) {
             depth = 1;
             if (!expression)
                 expression.emplace();
@@ -200,6 +176,7 @@ struct SpiceStream::LineAssembly {
         } else {
             expression->add(static_cast<char>(c));
         }
+        return false;
     }
 };
 
@@ -207,13 +184,11 @@ struct SpiceStream::LineAssembly {
 // call ends there; the end of input always ends it (-1). Each state is a block that goes straight to the
 // block of the state it moves to, as the state table reads.
 //
-// Its working state lives in locals while it runs, so that it stays in registers: the read position in
-// the stream's buffer, the state, the counts, the handed-back character, and write positions in room
-// reserved at the end of the raw buffer and of the delivery's text. Each byte read writes at most one
-// byte to each, so room for the bytes up to `stop` (at most one window of the buffer) and a little more
-// is reserved, and the common bytes are read only below `stop`. `store` writes everything back before
-// anything else reads the stream, the counts or the buffers (readRaw, the directive scanner, a delivery
-// that is not a plain append, the caller); `load` takes it up again and reserves new room.
+// Its working state lives in locals, so that it stays in registers: the read position, the state, the
+// counts, the handed-back character, and write positions in room reserved at the end of the raw buffer
+// and of the delivery's text. A byte read writes at most one byte to each, so the room covers the bytes
+// below `stop` (one window at most) and a little more. `store` writes it all back before anything else
+// looks at the reader; `load` takes it up again and reserves new room.
 template <class Delivery>
 int SpiceStream::machine(Delivery& delivery)
 {
@@ -290,13 +265,12 @@ int SpiceStream::machine(Delivery& delivery)
         load();
         return c;
     };
-    // Hands a character to the delivery. A delivery with a text (a line under way) appends plain
-    // characters to it and ends at a line feed; those are done here, and so is the first plain character
-    // of a line. Any other goes through `take` with everything stored, since it may call `evaluate`,
-    // which may look at the reader.
     // A printable ASCII character other than a brace, outside a base64 section: it goes straight to the
     // line's text.
     const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag(); };
+    // Hands a character to the delivery. Plain characters and the line feed that ends a line under way
+    // are done here; any other goes through `take` with everything stored, since it may call `evaluate`,
+    // which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
         if (plain(c)) {
             if (!text) {
@@ -321,10 +295,6 @@ int SpiceStream::machine(Delivery& delivery)
         recordLastAccepted();
     };
 
-    // Runs of ordinary bytes, with the effects that reading them one at a time would have: counted, and
-    // copied to the raw buffer when `toRaw` and to the line's text in a line (`inLine`, where the comment
-    // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
-    // are taken as well, and set the caller's non-ASCII flag.
     const netlist::ScanKernels& kernels = netlist::activeKernels();
     const netlist::RunStops* lineStops;
     char commentChar;
@@ -335,12 +305,17 @@ int SpiceStream::machine(Delivery& delivery)
         commentChar = lineStops->extra[0];
     };
     takeDialect();
+    // Runs of ordinary bytes, with the effects that reading them one at a time would have: counted, and
+    // copied to the raw buffer when `toRaw` and to the line's text in a line (`inLine`, where the comment
+    // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
+    // are taken as well, and set the caller's non-ASCII flag.
     const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
         for (;;) {
             size_t n = inLine ? kernels.copy2(p, stop, *lineStops, raw, text)
                               : toRaw ? kernels.copy1(p, stop, kCommentStops, raw, nullptr)
                                       : kernels.skip(p, stop, kCommentStops, nullptr, nullptr);
-            const size_t high = p + n < stop && static_cast<unsigned char>(p[n]) >= 128 ? netlist::takeHighBytes(m_utf8Detect, p + n, stop) : 0;
+            const bool atHigh = p + n < stop && static_cast<unsigned char>(p[n]) >= 128;
+            const size_t high = atHigh ? netlist::takeHighBytes(m_utf8Detect, p + n, stop) : 0;
             if (high > 0) {
                 if (toRaw)
                     std::memcpy(raw + n, p + n, high);
@@ -384,8 +359,7 @@ int SpiceStream::machine(Delivery& delivery)
 dispatch:
     if (resumed) {
         resumed = false;
-        // A line read in literal mode from here on goes on in the line assembly, one raw character at
-        // a time.
+        // A line read in literal mode from here on goes on in the line assembly, one raw byte at a time.
         if (m_literalMode)
             return leave(kLiteralFromHere);
         takeDialect();
@@ -419,12 +393,7 @@ lineStart:
     if (c == -1)
         goto atEnd;
     accept(c);
-    state = InLine;
-    if (deliver(c))
-        return leave(c);
-    if (resumed)
-        goto dispatch;
-    goto inLine;
+    goto deliverInLine;
 
 commentLine:
     state = CommentLine;
@@ -440,16 +409,13 @@ commentLine:
 
 inLine:
     state = InLine;
-    // A plain first character, handed back when the line before ended, starts the line's text here, as
-    // delivering it would; the line's ordinary bytes then come in one step.
-    if (!text && plain(pushback) && pushback != commentChar) {
-        if (Buf* const sink = delivery.startLine(lines)) {
-            c = pushback;
-            pushback = -1;
-            accept(c);
-            text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
-            *text++ = static_cast<char>(c);
-        }
+    // A plain first character, handed back when the line before ended, is delivered here to start the
+    // line's text; the line's ordinary bytes then come in one step.
+    if (Delivery::kTakesRuns && !text && plain(pushback) && pushback != commentChar) {
+        c = pushback;
+        pushback = -1;
+        accept(c);
+        deliver(c);
     }
     if (text && pushback == -1 && p < stop)
         takeRun(true, true);
@@ -468,11 +434,7 @@ inLine:
         goto endPending;
     }
     accept(c);
-    if (deliver(c))
-        return leave(c);
-    if (resumed)
-        goto dispatch;
-    goto inLine;
+    goto deliverInLine;
 
 inlineComment:
     state = InlineComment;
@@ -503,12 +465,8 @@ afterNewline:
     }
     if (c == '+') {
         *raw++ = '+';
-        state = InLine;
-        if (deliver(32))
-            return leave(32);
-        if (resumed)
-            goto dispatch;
-        goto inLine;
+        c = 32;
+        goto deliverInLine;
     }
     if (c == -1)
         goto endPending;
@@ -518,6 +476,15 @@ afterNewline:
     state = InLine;
     if (deliver(10))
         return leave(10);
+    if (resumed)
+        goto dispatch;
+    goto inLine;
+
+deliverInLine:
+    // `c` goes to the delivery, and the line goes on.
+    state = InLine;
+    if (deliver(c))
+        return leave(c);
     if (resumed)
         goto dispatch;
     goto inLine;
@@ -546,9 +513,9 @@ int SpiceStream::get(bool raw)
     return machine(one);
 }
 
-// One raw read for the directive scanner: carriage returns are skipped (and counted); a byte 0xFF is
-// the end of input and is kept pending so that the reader sees the end too.
-int SpiceStream::readDirectiveChar(bool* ended)
+// One raw read for the directive scanner, handed back for the machine: carriage returns are skipped
+// (and counted); a byte 0xFF is the end of input and is kept pending so that the reader sees the end too.
+int SpiceStream::readDirectiveChar()
 {
     int c = kvstream::get();
     while (c == 13) {
@@ -559,40 +526,29 @@ int SpiceStream::readDirectiveChar(bool* ended)
         m_pendingChar = 255;
         c = -1;
     }
-    *ended = (c == -1 || c == 10);
-    m_pushback = c;
-    return c;
+    return m_pushback = c;
 }
 
 void SpiceStream::detectStarHash(int commentChar)
 {
-    bool ended = false;
-    int c = readDirectiveChar(&ended);
-    if (c == 10) {
+    int c = readDirectiveChar();
+    ++m_charCount; // the character after the comment character is counted even at the end of input
+    if (c == 10)
         ++m_lineCount;
-        ++m_charCount;
-        return;
-    }
-    ++m_charCount;
     if (c != '#' || commentChar != '*')
         return;
     m_rawBuffer.add('#');
     YString text;
-    for (;;) {
-        c = readDirectiveChar(&ended);
-        if (ended) {
-            if (c == 10) {
-                ++m_lineCount;
-                ++m_charCount;
-            }
-            break;
-        }
+    for (c = readDirectiveChar(); c != -1 && c != 10; c = readDirectiveChar()) {
         m_rawBuffer.add(static_cast<char>(c));
         ++m_charCount;
         if (text.length() < kMaxDirectiveText)
             text.append(static_cast<char>(c));
     }
-
+    if (c == 10) {
+        ++m_lineCount;
+        ++m_charCount;
+    }
     YArray<YString> tokens;
     sp_ScanLine(text.c_str(), netlist::kTokenDelimiters, &tokens, INT_MAX);
     if (tokens.count() == 0)

@@ -303,6 +303,15 @@ void textfile::openNetlist(const YString& path, YString* tempPath, kvstream* rea
     }
 }
 
+void textfile::closeNetlist(const YString& tempPath, kvstream* reader)
+{
+    if (tempPath.isEmpty())
+        return;
+    reader->close();
+    // A destructor cannot report it: a temporary copy left behind is only litter.
+    (void)unlink_utf8(tempPath.c_str());
+}
+
 WideTextFileConverter::WideTextFileConverter(const YString& path)
 {
     if (sp_ConvertWideTextFile(path, &m_tempPath))

@@ -17,4 +17,6 @@ bool convertWide(const YString& path, YString* tempPath, QByteArray* text);
 /// copy whose name goes to `*tempPath`, which the reader deletes, or from memory when the copy could not
 /// be written), moved into `reader`. An empty name or a file that cannot be opened reads as empty.
 void openNetlist(const YString& path, YString* tempPath, kvstream* reader);
+/// For a reader's destructor: closes `reader` and deletes the UTF-8 copy when it read one.
+void closeNetlist(const YString& tempPath, kvstream* reader);
 } // namespace textfile

@@ -2,6 +2,9 @@
 #include "LiteralNetlistStream.h"
 #include "TestHelpers.h"
 
+#include <QDir>
+#include <QString>
+
 #include <vector>
 
 namespace {
@@ -17,6 +20,8 @@ std::vector<std::string> readAll(NewSpiceStream& s, std::vector<int>* numbers = 
     }
     return lines;
 }
+
+class LiteralFile : public TempDirTest {};
 } // namespace
 
 TEST(NewSpiceStream, CommentBetweenALineAndItsContinuationVanishes)
@@ -147,4 +152,32 @@ TEST(NewSpiceStream, EmptyInputAndMissingFile)
     NewSpiceStream missing("/nonexistent/dir/file.cir");
     EXPECT_FALSE(missing.gets(&line));
     EXPECT_EQ(missing.getSourceFile(), "/nonexistent/dir/file.cir");
+}
+
+TEST_F(LiteralFile, WideFileReadsLikeItsUtf8TwinAndItsCopyGoesWithTheStream)
+{
+    const char* const utf8 = "R1 a b\r\n* c\r\n+ 2\r\nC1 \xCE\xA9 0\r\n";
+    const QString text = QString::fromUtf8(utf8);
+    const QByteArray wide = QByteArray("\xFF\xFE", 2) + QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+    writeFileBytes(path("wide.cir"), std::string(wide.constData(), static_cast<size_t>(wide.size())));
+    writeFileBytes(path("twin.cir"), utf8);
+    const QByteArray oldTmp = qgetenv("TMPDIR");
+    QDir().mkpath(QString::fromStdString(path("tmp")));
+    qputenv("TMPDIR", QByteArray::fromStdString(path("tmp")));
+    {
+        NewSpiceStream s(path("wide.cir").c_str());
+        NewSpiceStream twin(path("twin.cir").c_str());
+        std::vector<int> numbers, twinNumbers;
+        const std::vector<std::string> lines = readAll(s, &numbers);
+        EXPECT_EQ(lines, (std::vector<std::string>{"R1 a b  2", "C1 \xCE\xA9 0"}));
+        EXPECT_EQ(numbers, (std::vector<int>{1, 4}));
+        EXPECT_STREQ(s.getLitBuffer().data(), "R1 a b\n* c\n+ 2\nC1 \xCE\xA9 0\n");
+        EXPECT_EQ(readAll(twin, &twinNumbers), lines);
+        EXPECT_EQ(twinNumbers, numbers);
+        EXPECT_STREQ(twin.getLitBuffer().data(), s.getLitBuffer().data());
+        EXPECT_EQ(s.getSourceFile(), path("wide.cir").c_str());
+    }
+    // The UTF-8 copy is gone with the stream.
+    EXPECT_TRUE(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).isEmpty());
+    qputenv("TMPDIR", oldTmp);
 }
