@@ -375,11 +375,9 @@ dispatch:
         goto inlineComment;
     case AfterNewline:
         goto afterNewline;
-    case EndPending:
-    case AtEnd:
+    default: // EndPending, AtEnd
         goto atEnd;
     }
-    goto atEnd;
 
 lineStart:
     state = LineStart;
