@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstring>
 
-// The stop bytes of the runs in a comment line.
+// The stop bytes of a comment line's runs (bytes above 127 are ordinary: no UTF-8 detector here).
 static constexpr netlist::RunStops kCommentStops{{'\n', '\n', '\n'}, false};
 
 NewSpiceStream::NewSpiceStream(const char* fileName) : m_sourceFile(fileName)
@@ -392,12 +392,12 @@ replayComment:
     else if (state == Replay && c == m_commentChar)
         state = ReplayComment;
     {
-        const bool delivered = state == Replay;
+        const bool toDeliver = state == Replay;
         if (m_lookahead.isEmpty())
             state = state == Replay ? InLine : InlineComment;
-        if (delivered && c == -1)
+        if (toDeliver && c == -1)
             return leave(-1);
-        if (delivered && deliver(c))
+        if (toDeliver && deliver(c))
             return leave(c);
     }
     if (state == InLine)

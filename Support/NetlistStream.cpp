@@ -116,17 +116,17 @@ struct SpiceStream::CharDelivery {
 // `evaluate`, and a line feed ends the line. Once the line's first character has set its number, its
 // ordinary bytes may come in runs: to the line at brace depth 0, to the expression inside braces.
 struct SpiceStream::LineAssembly {
+    static constexpr bool kTakesRuns = true;
     SpiceStream& stream;
     int* lineNumber;
     bool* streamFlag;
     bool* nonAsciiFlag;
     Buf* sink = nullptr; // null until the first character
-    static constexpr bool kTakesRuns = true;
     std::optional<Buf> expression;
     int depth = 0;
 
-    LineAssembly(SpiceStream& s, int* number, bool* flag, bool* high)
-        : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(high) {}
+    LineAssembly(SpiceStream& s, int* number, bool* flag, bool* nonAscii)
+        : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(nonAscii) {}
     Buf* runSink() const { return sink; }
     // The line's first character is about to come, a plain one: the line's number is set, and its text
     // is where plain characters go.
@@ -268,9 +268,9 @@ int SpiceStream::machine(Delivery& delivery)
     // A printable ASCII character other than a brace, outside a base64 section: it goes straight to the
     // line's text.
     const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag(); };
-    // Hands a character to the delivery. Plain characters and the line feed that ends a line under way
-    // are done here; any other goes through `take` with everything stored, since it may call `evaluate`,
-    // which may look at the reader.
+    // Hands a character to the delivery. Plain characters go straight to a delivery's line text (the
+    // first one starts it), and a line feed ends a line under way; any other goes through `take` with
+    // everything stored, since it may call `evaluate`, which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
         if (plain(c)) {
             if (!text) {
@@ -359,7 +359,7 @@ int SpiceStream::machine(Delivery& delivery)
 dispatch:
     if (resumed) {
         resumed = false;
-        // A line read in literal mode from here on goes on in the line assembly, one raw byte at a time.
+        // A line read on in literal mode goes on in the line assembly, one raw character at a time.
         if (m_literalMode)
             return leave(kLiteralFromHere);
         takeDialect();
@@ -375,9 +375,11 @@ dispatch:
         goto inlineComment;
     case AfterNewline:
         goto afterNewline;
-    default: // EndPending, AtEnd
+    case EndPending:
+    case AtEnd:
         goto atEnd;
     }
+    goto atEnd;
 
 lineStart:
     state = LineStart;

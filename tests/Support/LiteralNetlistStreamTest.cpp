@@ -161,9 +161,8 @@ TEST_F(LiteralFile, WideFileReadsLikeItsUtf8TwinAndItsCopyGoesWithTheStream)
     const QByteArray wide = QByteArray("\xFF\xFE", 2) + QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
     writeFileBytes(path("wide.cir"), std::string(wide.constData(), static_cast<size_t>(wide.size())));
     writeFileBytes(path("twin.cir"), utf8);
-    const QByteArray oldTmp = qgetenv("TMPDIR");
     QDir().mkpath(QString::fromStdString(path("tmp")));
-    qputenv("TMPDIR", QByteArray::fromStdString(path("tmp")));
+    const ScopedTempFolder tmp(path("tmp"));
     {
         NewSpiceStream s(path("wide.cir").c_str());
         NewSpiceStream twin(path("twin.cir").c_str());
@@ -176,8 +175,36 @@ TEST_F(LiteralFile, WideFileReadsLikeItsUtf8TwinAndItsCopyGoesWithTheStream)
         EXPECT_EQ(twinNumbers, numbers);
         EXPECT_STREQ(twin.getLitBuffer().data(), s.getLitBuffer().data());
         EXPECT_EQ(s.getSourceFile(), path("wide.cir").c_str());
+        // The stream reads a UTF-8 copy in the temporary folder, and the copy is gone with the stream.
+        EXPECT_EQ(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).size(), 1);
     }
-    // The UTF-8 copy is gone with the stream.
     EXPECT_TRUE(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).isEmpty());
-    qputenv("TMPDIR", oldTmp);
+}
+
+// A comment line gathered after a line is replayed as a line of its own: up to its ";", which starts a
+// comment to the line's end, and also when the input ends inside that comment.
+TEST(NewSpiceStream, ReplayedCommentLineStopsAtItsSemicolon)
+{
+    kvstrstream ended("R1\n* c ; x\nR2\n");
+    NewSpiceStream s(ended);
+    std::vector<int> numbers;
+    EXPECT_EQ(readAll(s, &numbers), (std::vector<std::string>{"R1", "* c ", "R2"}));
+    // A line's number is the line count when its first character is delivered, plus one; the replayed
+    // line's first character comes after the line that ended its block was read.
+    EXPECT_EQ(numbers, (std::vector<int>{1, 3, 3}));
+    EXPECT_STREQ(s.getLitBuffer().data(), "R1\n* c ; x\nR2\n");
+
+    kvstrstream cut("R1\n* c ; x");
+    NewSpiceStream t(cut);
+    EXPECT_EQ(readAll(t), (std::vector<std::string>{"R1", "* c "}));
+    EXPECT_STREQ(t.getLitBuffer().data(), "R1\n* c ; x\n");
+
+    // One character at a time, the same text: each line ends in a line feed, then the end.
+    kvstrstream again("R1\n* c ; x");
+    NewSpiceStream u(again);
+    std::string got;
+    for (int c = u.get(); c != -1; c = u.get())
+        got += static_cast<char>(c);
+    EXPECT_EQ(got, "R1\n* c \n");
+    EXPECT_EQ(u.get(), -1);
 }

@@ -376,9 +376,8 @@ TEST_F(SpiceFile, WideFileReadsLikeItsUtf8TwinAndItsCopyIsDeleted)
         {"le", QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2)},
         {"be-bom", QByteArray("\xFE\xFF", 2) + QTextCodec::codecForName("UTF-16BE")->fromUnicode(text)},
     };
-    const QByteArray oldTmp = qgetenv("TMPDIR");
     QDir().mkpath(QString::fromStdString(path("tmp")));
-    qputenv("TMPDIR", QByteArray::fromStdString(path("tmp")));
+    const ScopedTempFolder tmp(path("tmp"));
     for (const Variant& v : variants) {
         std::string file = path(std::string(v.name) + ".cir");
         writeFileBytes(file, std::string(v.bytes.constData(), static_cast<size_t>(v.bytes.size())));
@@ -392,11 +391,11 @@ TEST_F(SpiceFile, WideFileReadsLikeItsUtf8TwinAndItsCopyIsDeleted)
                 EXPECT_EQ(got[i].number, expected[i].number) << v.name;
             }
             EXPECT_EQ(s.getSourceFile(), file.c_str());
+            // The stream reads a UTF-8 copy in the temporary folder, and the copy is gone with the stream.
+            EXPECT_EQ(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).size(), 1) << v.name;
         }
-        // The temporary copy is gone with the stream.
         EXPECT_TRUE(QDir(QString::fromStdString(path("tmp"))).entryList(QDir::Files).isEmpty()) << v.name;
     }
-    qputenv("TMPDIR", oldTmp);
 }
 
 TEST_F(SpiceFile, MissingFileReadsAsEmpty)
@@ -432,21 +431,12 @@ TEST_F(SpiceFile, WideNetlistIsReadWholeWhenItsCopyCannotBeWritten)
     const std::vector<std::string> expectedLiteral = literalLines(path("twin.cir"));
     ASSERT_EQ(expected.size(), 2u);
 
-    // The temporary folder as every platform names it: TMPDIR, and TMP and TEMP on Windows.
-    std::vector<std::pair<const char*, QByteArray>> saved;
-    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
-        saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
-        qputenv(name, QByteArray::fromStdString(path("no/such/folder")));
-    }
-    std::vector<std::string> got;
-    for (const Line& l : readFile(wide, SpiceLanguageNative))
-        got.push_back(l.text + "|" + std::to_string(l.number));
-    const std::vector<std::string> gotLiteral = literalLines(path("in.cir"));
-    for (const auto& variable : saved) {
-        if (variable.second.isNull())
-            qunsetenv(variable.first);
-        else
-            qputenv(variable.first, variable.second);
+    std::vector<std::string> got, gotLiteral;
+    {
+        const ScopedTempFolder unusable(path("no/such/folder"));
+        for (const Line& l : readFile(wide, SpiceLanguageNative))
+            got.push_back(l.text + "|" + std::to_string(l.number));
+        gotLiteral = literalLines(path("in.cir"));
     }
     EXPECT_EQ(got, expected);
     EXPECT_EQ(gotLiteral, expectedLiteral);

@@ -102,6 +102,24 @@ bool runningAsRootOnTheHost()
     return false;
 }
 
+ScopedTempFolder::ScopedTempFolder(const std::string& folder)
+{
+    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
+        m_saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        qputenv(name, QByteArray::fromStdString(folder));
+    }
+}
+
+ScopedTempFolder::~ScopedTempFolder()
+{
+    for (const auto& variable : m_saved) {
+        if (variable.second.isNull())
+            qunsetenv(variable.first);
+        else
+            qputenv(variable.first, variable.second);
+    }
+}
+
 void TempDirTest::SetUp()
 {
     QTemporaryDir dir(QDir::tempPath() + QStringLiteral("/sqtest-XXXXXX"));

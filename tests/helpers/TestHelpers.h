@@ -9,10 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include <QByteArray>
 #include <QString>
 #include <QTextCodec>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// The folder of the tests' data files.
 std::string testDataPath(const std::string& relative);
@@ -34,6 +37,19 @@ std::string readFileBytes(const std::string& path);
 /// The file URL of an absolute path with forward slashes: "file://" and the path, with a third slash
 /// before a drive letter on Windows ("file:///C:/...").
 std::string fileUrlOf(const std::string& absolutePath);
+
+/// Points the temporary folder of every platform (TMPDIR, and TMP and TEMP on Windows) at `folder` while
+/// it lives; then each variable gets its old value back, or is unset again when it was unset.
+class ScopedTempFolder {
+public:
+    explicit ScopedTempFolder(const std::string& folder);
+    ~ScopedTempFolder();
+    ScopedTempFolder(const ScopedTempFolder&) = delete;
+    ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
+
+private:
+    std::vector<std::pair<const char*, QByteArray>> m_saved;
+};
 
 /// Whether this is a Windows program running under Wine (which maps Windows file security onto the
 /// Unix permissions of the user that runs it).
