@@ -30,27 +30,6 @@ namespace {
 const std::string kHelpSite = SUPPORTQT_HELP_SITE;
 const std::string kDocSite = SUPPORTQT_DOC_SITE;
 
-// Sets an environment variable for the lifetime of the object, then restores it.
-class EnvGuard {
-public:
-    EnvGuard(const char* name, const QByteArray& value) : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-    ~EnvGuard()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
-
-private:
-    const char* m_name;
-    bool m_had;
-    QByteArray m_old;
-};
-
 class VersionGuard {
 public:
     explicit VersionGuard(int release, int subRelease)

@@ -102,22 +102,18 @@ bool runningAsRootOnTheHost()
     return false;
 }
 
-ScopedTempFolder::ScopedTempFolder(const std::string& folder)
+EnvGuard::EnvGuard(const char* name, const QByteArray& value)
+    : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))
 {
-    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
-        m_saved.emplace_back(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
-        qputenv(name, QByteArray::fromStdString(folder));
-    }
+    qputenv(name, value);
 }
 
-ScopedTempFolder::~ScopedTempFolder()
+EnvGuard::~EnvGuard()
 {
-    for (const auto& variable : m_saved) {
-        if (variable.second.isNull())
-            qunsetenv(variable.first);
-        else
-            qputenv(variable.first, variable.second);
-    }
+    if (m_had)
+        qputenv(m_name, m_old);
+    else
+        qunsetenv(m_name);
 }
 
 void TempDirTest::SetUp()

@@ -14,8 +14,6 @@
 #include <QTextCodec>
 #include <random>
 #include <string>
-#include <utility>
-#include <vector>
 
 /// The folder of the tests' data files.
 std::string testDataPath(const std::string& relative);
@@ -38,17 +36,30 @@ std::string readFileBytes(const std::string& path);
 /// before a drive letter on Windows ("file:///C:/...").
 std::string fileUrlOf(const std::string& absolutePath);
 
-/// Points the temporary folder of every platform (TMPDIR, and TMP and TEMP on Windows) at `folder` while
-/// it lives; then each variable gets its old value back, or is unset again when it was unset.
-class ScopedTempFolder {
+/// Sets an environment variable while it lives; then the variable gets its old value back, or is unset
+/// again when it was unset.
+class EnvGuard {
 public:
-    explicit ScopedTempFolder(const std::string& folder);
-    ~ScopedTempFolder();
-    ScopedTempFolder(const ScopedTempFolder&) = delete;
-    ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
+    EnvGuard(const char* name, const QByteArray& value);
+    ~EnvGuard();
+    EnvGuard(const EnvGuard&) = delete;
+    EnvGuard& operator=(const EnvGuard&) = delete;
 
 private:
-    std::vector<std::pair<const char*, QByteArray>> m_saved;
+    const char* m_name;
+    bool m_had;
+    QByteArray m_old;
+};
+
+/// Points the temporary folder of every platform (TMPDIR, and TMP and TEMP on Windows) at `folder` while
+/// it lives.
+struct ScopedTempFolder {
+    explicit ScopedTempFolder(const std::string& folder)
+        : tmpdir("TMPDIR", QByteArray::fromStdString(folder)), tmp("TMP", QByteArray::fromStdString(folder)),
+          temp("TEMP", QByteArray::fromStdString(folder))
+    {
+    }
+    EnvGuard tmpdir, tmp, temp;
 };
 
 /// Whether this is a Windows program running under Wine (which maps Windows file security onto the
