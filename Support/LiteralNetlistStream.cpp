@@ -29,7 +29,6 @@ void NewSpiceStream::init()
     m_state = Start;
     clearCounts();
     m_atEnd = false;
-    m_commentChar = ';';
     m_charLimit = INT_MAX;
 }
 
@@ -252,7 +251,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     // A run of ordinary bytes from the source, counted and queued for the literal text, and copied to
     // the line in a line (where the comment character ends a run too).
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    const netlist::RunStops lineStops{{m_commentChar, m_commentChar, m_commentChar}, false};
+    static constexpr netlist::RunStops lineStops{{kCommentChar, kCommentChar, kCommentChar}, false};
     const auto takeRun = [&](bool inLine) NETLIST_INLINE {
         const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, kCommentStops, lit, nullptr);
         p += n;
@@ -304,7 +303,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
 start:
     state = Start;
     c = next();
-    if (c == ' ' || c == '\t' || c == 10 || c == m_commentChar)
+    if (c == ' ' || c == '\t' || c == 10 || c == kCommentChar)
         goto start;
     state = InLine;
     if (c == -1)
@@ -326,7 +325,7 @@ afterNewline:
         m_lookahead.add('*');
         goto starComment;
     }
-    if (c == m_commentChar)
+    if (c == kCommentChar)
         goto lineComment;
     m_lookahead.add(asQueued(c));
     state = InLine;
@@ -353,7 +352,7 @@ inLine:
     // character source would hand it over when it is an ordinary one.
     if (!text && line && m_lookahead.count() == 1) {
         const int first = m_lookahead.peek();
-        if (first != '\n' && first != m_commentChar && first != 0xFF) {
+        if (first != '\n' && first != kCommentChar && first != 0xFF) {
             m_lookahead.pop();
             if (deliver(first))
                 return leave(first);
@@ -367,7 +366,7 @@ inLine:
         moveLines();
         goto afterNewline;
     }
-    if (c == m_commentChar)
+    if (c == kCommentChar)
         goto inlineComment;
     if (c == -1)
         return leave(-1);
@@ -389,7 +388,7 @@ replayComment:
         moveLines();
     if (c == 10 || c == -1)
         state = Replay; // a line end ends a comment, and the end is never skipped
-    else if (state == Replay && c == m_commentChar)
+    else if (state == Replay && c == kCommentChar)
         state = ReplayComment;
     {
         const bool toDeliver = state == Replay;
@@ -448,7 +447,7 @@ void NewSpiceStream::gatherCommentBlock(int c)
         do
             d = getChar();
         while (d == ' ' || d == '\t' || d == 10);
-        if (d != '*' && d != m_commentChar)
+        if (d != '*' && d != kCommentChar)
             break;
         m_lookahead.add(static_cast<char>(d));
         readRestOfLineIntoLookahead();
