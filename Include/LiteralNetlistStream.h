@@ -54,8 +54,6 @@ private:
     void readRestOfLineIntoLookahead();
     size_t directWindow() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
-    /// The inline comment character: this reader has no dialects.
-    static constexpr char kCommentChar = ';';
 
     int m_state = Start;
     int m_lineCount = 0;
@@ -70,5 +68,6 @@ private:
     YString m_sourceFile;
     YString m_tempFile;
     bool m_atEnd = false;
+    char m_commentChar = ';';
     int m_charLimit = INT_MAX;
 };

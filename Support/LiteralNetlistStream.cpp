@@ -29,6 +29,7 @@ void NewSpiceStream::init()
     m_state = Start;
     clearCounts();
     m_atEnd = false;
+    m_commentChar = ';';
     m_charLimit = INT_MAX;
 }
 
@@ -251,7 +252,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     // A run of ordinary bytes from the source, counted and queued for the literal text, and copied to
     // the line in a line (where the comment character ends a run too).
     const netlist::ScanKernels& kernels = netlist::activeKernels();
-    static constexpr netlist::RunStops lineStops{{kCommentChar, kCommentChar, kCommentChar}, false};
+    const netlist::RunStops lineStops{{m_commentChar, m_commentChar, m_commentChar}, false};
     const auto takeRun = [&](bool inLine) NETLIST_INLINE {
         const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, kCommentStops, lit, nullptr);
         p += n;
@@ -303,7 +304,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
 start:
     state = Start;
     c = next();
-    if (c == ' ' || c == '\t' || c == 10 || c == kCommentChar)
+    if (c == ' ' || c == '\t' || c == 10 || c == m_commentChar)
         goto start;
     state = InLine;
     if (c == -1)
@@ -325,7 +326,7 @@ afterNewline:
         m_lookahead.add('*');
         goto starComment;
     }
-    if (c == kCommentChar)
+    if (c == m_commentChar)
         goto lineComment;
     m_lookahead.add(asQueued(c));
     state = InLine;
@@ -352,7 +353,7 @@ inLine:
     // character source would hand it over when it is an ordinary one.
     if (!text && line && m_lookahead.count() == 1) {
         const int first = m_lookahead.peek();
-        if (first != '\n' && first != kCommentChar && first != 0xFF) {
+        if (first != '\n' && first != m_commentChar && first != 0xFF) {
             m_lookahead.pop();
             if (deliver(first))
                 return leave(first);
@@ -366,7 +367,7 @@ inLine:
         moveLines();
         goto afterNewline;
     }
-    if (c == kCommentChar)
+    if (c == m_commentChar)
         goto inlineComment;
     if (c == -1)
         return leave(-1);
@@ -388,7 +389,7 @@ replayComment:
         moveLines();
     if (c == 10 || c == -1)
         state = Replay; // a line end ends a comment, and the end is never skipped
-    else if (state == Replay && c == kCommentChar)
+    else if (state == Replay && c == m_commentChar)
         state = ReplayComment;
     {
         const bool toDeliver = state == Replay;
@@ -447,7 +448,7 @@ void NewSpiceStream::gatherCommentBlock(int c)
         do
             d = getChar();
         while (d == ' ' || d == '\t' || d == 10);
-        if (d != '*' && d != kCommentChar)
+        if (d != '*' && d != m_commentChar)
             break;
         m_lookahead.add(static_cast<char>(d));
         readRestOfLineIntoLookahead();
