@@ -189,6 +189,10 @@ void BM_SpiceStreamLf(benchmark::State& state) { readSpice(state, "netlist_lf.ci
 void BM_SpiceStreamCrLf(benchmark::State& state) { readSpice(state, "netlist_crlf.cir"); }
 void BM_NewSpiceStreamLf(benchmark::State& state) { readLiteral(state, "netlist_lf.cir"); }
 void BM_NewSpiceStreamCrLf(benchmark::State& state) { readLiteral(state, "netlist_crlf.cir"); }
+// The LF netlist's lines with their kinds (element, continuation, comment, blank) in a fixed order that
+// repeats: what the readers lose to the random order of line kinds, beside the two floors.
+void BM_SpiceStreamPatternLf(benchmark::State& state) { readSpice(state, "netlist_pattern.cir"); }
+void BM_NewSpiceStreamPatternLf(benchmark::State& state) { readLiteral(state, "netlist_pattern.cir"); }
 
 void BM_LoadFileUtf16(benchmark::State& state)
 {
@@ -360,6 +364,8 @@ BENCHMARK(BM_SpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_SpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_NewSpiceStreamCrLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_SpiceStreamPatternLf)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_NewSpiceStreamPatternLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloorInterfaceLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloorLiteralInterfaceLf)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloorScanLf)->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -6,7 +6,8 @@ Files: netlist_lf.cir and netlist_crlf.cir (64 MiB each: element lines, about 10
 first 32 MiB as UTF-16 LE with a byte-order mark, 64 MiB), library.lib (a 50 MiB model library whose
 last definition is the one read), single.lib (that definition alone) and library.loc (the definition's
 start, end and first line number in library.lib), results_100k.msw and results_10k.msw (results
-files of 100,000 and 10,000 runs).
+files of 100,000 and 10,000 runs), netlist_pattern.cir (the LF netlist's lines with their kinds in one
+fixed order that repeats, 64 MiB).
 """
 import os
 import random
@@ -55,6 +56,45 @@ def write_netlist(path, size, line_end, seed):
                 chunk, chunk_size = [], 0
                 if written >= size:
                     break
+
+
+# One period of the patterned netlist's line kinds, in about the proportions of the random netlist:
+# N an element line, R one with a ";" comment, "+" a continuation, "*" a comment line, B a blank line.
+LINE_KIND_PATTERN = "N+NNN*NRNN+NNN*NNBN+NN*NNRNNN"
+
+
+def line_kind(line):
+    if not line:
+        return "B"
+    if line[:1] in (b"+", b"*"):
+        return line[:1].decode()
+    return "R" if b";" in line else "N"
+
+
+def write_patterned_netlist(source, path):
+    """The lines of `source` (LF) in the same size, each kind taken in its own order, but the kinds in
+    LINE_KIND_PATTERN over and over: a reader's branches on a line's kind become predictable, which shows
+    what their random order costs it."""
+    with open(source, "rb") as f:
+        lines = f.read().split(b"\n")[:-1]
+    size = os.path.getsize(source)
+    kinds = {kind: [line for line in lines if line_kind(line) == kind] for kind in set(LINE_KIND_PATTERN)}
+    taken = dict.fromkeys(kinds, 0)
+    written = 0
+    with open(path, "wb") as out:
+        # Written in blocks of 1 MiB, as the netlist it is set against: the kernel keeps a file in the
+        # page cache in larger pieces when it was written so, and reads such a file faster.
+        while written < size:
+            chunk = []
+            chunk_size = 0
+            while chunk_size < MIB:
+                for kind in LINE_KIND_PATTERN:
+                    line = kinds[kind][taken[kind] % len(kinds[kind])]
+                    taken[kind] += 1
+                    chunk.append(line + b"\n")
+                    chunk_size += len(line) + 1
+            out.write(b"".join(chunk))
+            written += chunk_size
 
 
 def write_library(path, single_path, loc_path, size, seed):
@@ -117,6 +157,25 @@ def write_results(path, runs, seed, step=1):
         f.write('\t</steps>\n</msw>\n')
 
 
+def write_main_inputs(folder):
+    """The netlists, the UTF-16 netlist, the 50 MiB library and the 1 GiB netlist."""
+    write_netlist(os.path.join(folder, "netlist_lf.cir"), 64 * MIB, "\n", 1)
+    write_netlist(os.path.join(folder, "netlist_crlf.cir"), 64 * MIB, "\r\n", 1)
+    with open(os.path.join(folder, "netlist_crlf.cir"), "rb") as f:
+        text = f.read(32 * MIB)
+    text = text[: text.rfind(b"\n") + 1]
+    with open(os.path.join(folder, "netlist_utf16.cir"), "wb") as out:
+        out.write(b"\xff\xfe" + text.decode("ascii").encode("utf-16-le"))
+    write_library(os.path.join(folder, "library.lib"), os.path.join(folder, "single.lib"),
+                  os.path.join(folder, "library.loc"), 50 * MIB, 2)
+    # The 1 GiB input of the memory case is the LF netlist sixteen times over.
+    with open(os.path.join(folder, "netlist_lf.cir"), "rb") as f:
+        block = f.read()
+    with open(os.path.join(folder, "netlist_1g.cir"), "wb") as out:
+        for _ in range(16):
+            out.write(block)
+
+
 def main():
     folder = sys.argv[1]
     os.makedirs(folder, exist_ok=True)
@@ -142,24 +201,13 @@ def main():
                       os.path.join(folder, "library_500m.loc"), 500 * MIB, 7)
         open(index_stamp, "w").close()
     stamp = os.path.join(folder, "complete.v1")
-    if os.path.exists(stamp):
-        return
-    write_netlist(os.path.join(folder, "netlist_lf.cir"), 64 * MIB, "\n", 1)
-    write_netlist(os.path.join(folder, "netlist_crlf.cir"), 64 * MIB, "\r\n", 1)
-    with open(os.path.join(folder, "netlist_crlf.cir"), "rb") as f:
-        text = f.read(32 * MIB)
-    text = text[: text.rfind(b"\n") + 1]
-    with open(os.path.join(folder, "netlist_utf16.cir"), "wb") as out:
-        out.write(b"\xff\xfe" + text.decode("ascii").encode("utf-16-le"))
-    write_library(os.path.join(folder, "library.lib"), os.path.join(folder, "single.lib"),
-                  os.path.join(folder, "library.loc"), 50 * MIB, 2)
-    # The 1 GiB input of the memory case is the LF netlist sixteen times over.
-    with open(os.path.join(folder, "netlist_lf.cir"), "rb") as f:
-        block = f.read()
-    with open(os.path.join(folder, "netlist_1g.cir"), "wb") as out:
-        for _ in range(16):
-            out.write(block)
-    open(stamp, "w").close()
+    if not os.path.exists(stamp):
+        write_main_inputs(folder)
+        open(stamp, "w").close()
+    pattern_stamp = os.path.join(folder, "netlist-pattern.v1")
+    if not os.path.exists(pattern_stamp):
+        write_patterned_netlist(os.path.join(folder, "netlist_lf.cir"), os.path.join(folder, "netlist_pattern.cir"))
+        open(pattern_stamp, "w").close()
 
 
 if __name__ == "__main__":

@@ -37,6 +37,15 @@ CASES = [
      ("sum", "supportqt_bench_netlist", ["BM_FloorInterfaceLf", "BM_FloorScanLf"]), 1.3),
     ("NewSpiceStream::gets vs the sum of its two floors, 64 MiB LF", ("supportqt_bench_netlist", "BM_NewSpiceStreamLf"),
      ("sum", "supportqt_bench_netlist", ["BM_FloorLiteralInterfaceLf", "BM_FloorLiteralScanLf"]), 1.3),
+    # No goal: the same lines with their kinds in a fixed order that repeats, against the random order of
+    # the rows above. Neither floor decides anything per line; this shows what the unpredictable line
+    # kinds cost a reader.
+    ("floor: SpiceStream::gets, line kinds in a fixed pattern vs in random order, 64 MiB LF",
+     ("supportqt_bench_netlist", "BM_SpiceStreamPatternLf"), ("bench", "supportqt_bench_netlist", "BM_SpiceStreamLf"),
+     None),
+    ("floor: NewSpiceStream::gets, line kinds in a fixed pattern vs in random order, 64 MiB LF",
+     ("supportqt_bench_netlist", "BM_NewSpiceStreamPatternLf"),
+     ("bench", "supportqt_bench_netlist", "BM_NewSpiceStreamLf"), None),
     ("sp_LoadFile, 64 MiB UTF-16 LE CR LF", ("supportqt_bench_netlist", "BM_LoadFileUtf16"),
      ("cmd", "iconv -f UTF-16 -t UTF-8 {data}/netlist_utf16.cir | tr -d '\\r'"), 2.0),
     ("sp_IndexModelLibrary, 500 MiB library", ("supportqt_bench_model_library", "BM_ModelLibraryIndex500MB"),
