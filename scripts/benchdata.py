@@ -78,7 +78,9 @@ def write_patterned_netlist(source, path):
     with open(source, "rb") as f:
         lines = f.read().split(b"\n")[:-1]
     size = os.path.getsize(source)
-    kinds = {kind: [line for line in lines if line_kind(line) == kind] for kind in set(LINE_KIND_PATTERN)}
+    kinds = {kind: [] for kind in LINE_KIND_PATTERN}
+    for line in lines:
+        kinds[line_kind(line)].append(line)
     taken = dict.fromkeys(kinds, 0)
     written = 0
     with open(path, "wb") as out:
