@@ -36,5 +36,5 @@ private:
 };
 
 /// The logical lines of netlist text, in order ("*" comment lines after the first line are lines of
-/// their own); empty text gives an empty array.
+/// their own); empty text gives an empty array, and so does text whose lines memory cannot hold.
 SUPPORTQT_API YArray<YString> sp_ParseSpiceLines(const YString& text);

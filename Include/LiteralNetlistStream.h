@@ -11,7 +11,9 @@
 /// keeps "*" comment lines as lines of their own, and moves every consumed physical line, exactly as
 /// read (line ends normalised to LF, dropped bytes left out), into a literal buffer. No dialects, no
 /// directives, no brace expressions. Bytes 0xFF are dropped; the end of the source shows as one final
-/// line feed, then as end of input. A UTF-16 file is read from a UTF-8 temporary copy.
+/// line feed, then as end of input. A UTF-16 file is read from a UTF-8 temporary copy. A line that memory
+/// cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input there,
+/// nothing of it delivered and no final line feed; the reader then reads as at its end.
 class SUPPORTQT_API NewSpiceStream : public kvstream {
 public:
     explicit NewSpiceStream(const char* fileName);
@@ -42,6 +44,8 @@ protected:
     LineResult readLine(int* lineNumber);
     const Buf& lineBuffer() const { return m_lineBuffer; }
     void setCharLimit(int limit) { m_charLimit = limit; }
+    /// True once memory has run out and ended the input.
+    bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:
     enum State { Start = -1, AfterNewline = 0, StarComment = 1, InLine = 2, Replay = 3, LineComment = 4,
@@ -52,6 +56,7 @@ private:
     void gatherCommentBlock(int c);
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
+    void endInputOnExhaustion();
     size_t directWindow() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 
@@ -68,6 +73,7 @@ private:
     YString m_sourceFile;
     YString m_tempFile;
     bool m_atEnd = false;
+    bool m_memoryRanOut = false;
     char m_commentChar = ';';
     int m_charLimit = INT_MAX;
 };

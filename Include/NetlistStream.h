@@ -18,7 +18,9 @@ enum SpiceLanguage : int {
 /// and a byte 0xFF taken as the end of input. Comment directives at the top ("*#KALVONTA sep=.",
 /// "*#HSPICE", "*#PSPICE") set the dialect and hierarchy separator; "*#hierarchy" anywhere marks the line
 /// read. Text in braces goes to the `evaluate` hook. A UTF-16 file is read from a UTF-8 temporary copy
-/// that the destructor deletes. Nothing is reported: an unreadable file reads as empty.
+/// that the destructor deletes. Nothing is reported: an unreadable file reads as empty, and a line that
+/// memory cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input
+/// there, nothing of it delivered; the reader then reads as at its end.
 ///
 ///     SpiceStream in("amp.cir", SpiceLanguageNative);
 ///     YString line; int number;
@@ -68,6 +70,10 @@ public:
     void setLiteralMode(bool on) { m_literalMode = on; }
     void dontSuppressEmptyLines() { m_suppressEmptyLines = false; }
 
+protected:
+    /// True once memory has run out and ended the input.
+    bool memoryRanOut() const { return m_memoryRanOut; }
+
 private:
     enum State { LineStart, CommentLine, InLine, InlineComment, AfterNewline, EndPending, AtEnd };
     /// Outcome of the line assembly: a line ended, or the input ended with nothing read.
@@ -84,6 +90,7 @@ private:
     void detectStarHash(int commentChar);
     int readDirectiveChar();
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
+    void endInputOnExhaustion();
 
     State m_state = LineStart;
     int m_pushback = -1;
@@ -95,6 +102,7 @@ private:
     bool m_literalMode = false;
     bool m_suppressEmptyLines = true;
     bool m_hierarchy = false;
+    bool m_memoryRanOut = false;
     SpiceLanguage m_language = SpiceLanguageNative;
     UTF8Detect m_utf8Detect;
     Buf m_rawBuffer;

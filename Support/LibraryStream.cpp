@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <new>
 
 using netlist::kTokenDelimiters;
 
@@ -60,13 +61,21 @@ YArray<YString> sp_ParseSpiceLines(const YString& text)
     struct Splitter : NewSpiceStream {
         explicit Splitter(kvstream& source) : NewSpiceStream(source) {}
         using NewSpiceStream::lineBuffer;
+        using NewSpiceStream::memoryRanOut;
         bool nextLine(int* number) { return readLine(number) != InputEnded; }
     };
-    kvstrstream source(text.c_str(), static_cast<size_t>(text.length()));
-    Splitter splitter(source);
     YArray<YString> lines;
-    int number = 0;
-    while (splitter.nextLine(&number))
-        lines.append(YString(splitter.lineBuffer().data(), splitter.lineBuffer().length()));
+    try {
+        kvstrstream source(text.c_str(), static_cast<size_t>(text.length()));
+        Splitter splitter(source);
+        int number = 0;
+        while (splitter.nextLine(&number))
+            lines.append(YString(splitter.lineBuffer().data(), splitter.lineBuffer().length()));
+        // The lines before the one memory could not hold are not the text's lines.
+        if (splitter.memoryRanOut())
+            lines.clear();
+    } catch (const std::bad_alloc&) {
+        lines.clear();
+    }
     return lines;
 }

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 // The stop bytes of a comment line's runs (bytes above 127 are ordinary: no UTF-8 detector here).
 static constexpr netlist::RunStops kCommentStops{{'\n', '\n', '\n'}, false};
@@ -465,22 +466,53 @@ void NewSpiceStream::gatherCommentBlock(int c)
     m_state = Replay;
 }
 
+// Memory ran out in the middle of a line: the input ends there. The source is closed, so that nothing
+// after the lost part is read as if it followed on, and the parts of the line gathered are dropped.
+void NewSpiceStream::endInputOnExhaustion()
+{
+    close();
+    m_memoryRanOut = true;
+    m_atEnd = true;
+    m_pendingChar = -1;
+    m_state = InLine;
+    m_lookahead.flush();
+    m_litQueue.flush();
+    m_litQueueWithoutLineEnd = 0;
+    m_lineBuffer.flush();
+}
+
 int NewSpiceStream::get()
 {
-    int c = machine(nullptr, nullptr);
-    return c == -1 ? -1 : static_cast<int>(static_cast<signed char>(c));
+    try {
+        int c = machine(nullptr, nullptr);
+        return c == -1 ? -1 : static_cast<int>(static_cast<signed char>(c));
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
+        return -1;
+    }
 }
 
 NewSpiceStream::LineResult NewSpiceStream::readLine(int* lineNumber)
 {
-    const int c = machine(&m_lineBuffer, lineNumber);
-    return c == -1 && m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
+    try {
+        const int c = machine(&m_lineBuffer, lineNumber);
+        return c == -1 && m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
+        return InputEnded;
+    }
 }
 
 bool NewSpiceStream::gets(YString* line, int* lineNumber)
 {
     const LineResult result = readLine(lineNumber);
-    if (line)
-        line->assign(m_lineBuffer.data(), m_lineBuffer.length());
+    try {
+        if (line)
+            line->assign(m_lineBuffer.data(), m_lineBuffer.length());
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
+        line->clear();
+        return false;
+    }
     return result != InputEnded;
 }

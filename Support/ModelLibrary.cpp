@@ -24,6 +24,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -1905,14 +1906,23 @@ void structureProblems(const ModelLibResolution& r, std::vector<ModelLibProblem>
             out->push_back(problem(ModelLibProblem::Structure, f.fileName, f.fileName, d.line, where(f, d.line) + ": " + d.message.str()));
 }
 
+// A definition's reader that tells whether memory ran out, which ends its input early: a definition cut
+// short that way must not pass for a whole one.
+struct DefinitionStream : LibraryStream {
+    using LibraryStream::LibraryStream;
+    using NewSpiceStream::memoryRanOut;
+};
+
 void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines)
 {
-    LibraryStream stream(file.location(d), rename);
+    DefinitionStream stream(file.location(d), rename);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number))
         if (!line.isEmpty())
             lines->push_back(line);
+    if (stream.memoryRanOut())
+        throw std::bad_alloc();
 }
 
 // `line` with every whole word OLD (ignoring case) of `renames` written as NEW.

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <optional>
 
 
@@ -503,14 +504,30 @@ atEnd:
 
 int SpiceStream::get(bool raw)
 {
-    if (raw) {
-        int c = readRaw();
-        m_rawBuffer.add(c == -1 ? '\xFF' : static_cast<char>(c));
-        m_state = LineStart;
-        return c;
+    try {
+        if (raw) {
+            int c = readRaw();
+            m_rawBuffer.add(c == -1 ? '\xFF' : static_cast<char>(c));
+            m_state = LineStart;
+            return c;
+        }
+        CharDelivery one;
+        return machine(one);
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
+        return -1;
     }
-    CharDelivery one;
-    return machine(one);
+}
+
+// Memory ran out in the middle of a line: the input ends there. The source is closed, so that nothing
+// after the lost part is read as if it followed on, and the part of the line gathered is dropped.
+void SpiceStream::endInputOnExhaustion()
+{
+    close();
+    m_memoryRanOut = true;
+    m_state = AtEnd;
+    m_pushback = m_pendingChar = -1;
+    m_lineBuffer.flush();
 }
 
 // One raw read for the directive scanner, handed back for the machine: carriage returns are skipped
@@ -580,24 +597,32 @@ void SpiceStream::detectStarHash(int commentChar)
 
 void SpiceStream::readTitle()
 {
-    for (;;) {
-        int c = kvstream::get();
-        if (c == -1)
-            return;
-        if (c == 10) {
-            ++m_lineCount;
-            return;
+    try {
+        for (;;) {
+            int c = kvstream::get();
+            if (c == -1)
+                return;
+            if (c == 10) {
+                ++m_lineCount;
+                return;
+            }
+            ++m_charCount;
+            if (c != 13)
+                m_rawBuffer.add(static_cast<char>(c));
         }
-        ++m_charCount;
-        if (c != 13)
-            m_rawBuffer.add(static_cast<char>(c));
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
     }
 }
 
 void SpiceStream::copyBuffer(const YString& text)
 {
     m_rawBuffer.flush();
-    m_rawBuffer.append(text.c_str(), text.length());
+    try {
+        m_rawBuffer.append(text.c_str(), text.length());
+    } catch (const std::bad_alloc&) {
+        // A text the buffer cannot hold leaves it empty.
+    }
 }
 
 void SpiceStream::flushBuffer()
@@ -637,9 +662,16 @@ bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* n
 {
     bool flagSink = false, asciiSink = false;
     m_hierarchy = false;
-    const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
-                                           streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
-    if (line)
-        line->assign(m_lineBuffer.data(), m_lineBuffer.length());
-    return result != InputEnded;
+    try {
+        const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
+                                               streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
+        if (line)
+            line->assign(m_lineBuffer.data(), m_lineBuffer.length());
+        return result != InputEnded;
+    } catch (const std::bad_alloc&) {
+        endInputOnExhaustion();
+        if (line)
+            line->clear();
+        return false;
+    }
 }

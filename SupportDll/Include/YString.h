@@ -110,7 +110,9 @@ public:
     TempString& concat(const char* text) { append(text); return *this; }
 };
 
-/// Growable byte buffer, kept NUL-terminated. Adding a byte is an inline append.
+/// Growable byte buffer, kept NUL-terminated. Adding a byte is an inline append. It holds at most
+/// 2147483646 bytes (its length is an int): growing past that, or when memory runs out, throws
+/// std::bad_alloc and leaves the buffer as it was.
 class SUPPORTDLL_API Buf {
 public:
     static constexpr int initsize = 256;
@@ -124,7 +126,7 @@ public:
     void add(char c)
     {
         if (m_length + 1 >= m_capacity)
-            grow(m_length + 2);
+            grow(static_cast<long long>(m_length) + 2);
         // Members are read once before the byte stores: a char store may alias them.
         char* const data = m_data;
         const int n = m_length;
@@ -149,7 +151,7 @@ public:
     char* reserveTail(int length)
     {
         if (length >= m_capacity - m_length)
-            grow(m_length + length + 1);
+            grow(static_cast<long long>(m_length) + length + 1);
         return m_data + m_length;
     }
     /// Takes `length` bytes written after `reserveTail` into the buffer.
@@ -179,7 +181,8 @@ public:
     int capacity() const { return m_capacity; }
 
 private:
-    void grow(int needed);
+    // Capacity for `needed` bytes, the NUL included; computed wide, so that no sum of ints wraps.
+    void grow(long long needed);
     void appendGrowing(const char* data, int length);
 
     char* m_data = nullptr;
@@ -187,7 +190,9 @@ private:
     int m_capacity = 0;
 };
 
-/// First-in-first-out queue of bytes. Its unread part is contiguous and NUL-terminated.
+/// First-in-first-out queue of bytes. Its unread part is contiguous and NUL-terminated. Like `Buf` it
+/// holds at most 2147483646 bytes: growing past that, or when memory runs out, throws std::bad_alloc and
+/// leaves the queue as it was.
 class SUPPORTDLL_API CharQueue {
 public:
     CharQueue();
@@ -210,7 +215,7 @@ public:
     {
         if (length <= 0)
             return;
-        if (m_write + length >= m_capacity)
+        if (length >= m_capacity - m_write)
             reserve(length);
         std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
         m_write += length;
@@ -220,7 +225,7 @@ public:
     /// pointer, then `expand` by the number written.
     char* reserveTail(int length)
     {
-        if (m_write + length >= m_capacity)
+        if (length >= m_capacity - m_write)
             reserve(length);
         return m_data + m_write;
     }

@@ -4,6 +4,7 @@
 #include "TextServices.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,8 @@ namespace {
 inline char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 inline char upperAscii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
 inline bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+// The most a byte buffer or queue holds, its terminating NUL included: their lengths are ints.
+constexpr int kMaxCapacity = INT_MAX;
 } // namespace
 
 YString::YString(const char* text) : m_text(text ? text : "") {}
@@ -262,7 +265,7 @@ Buf::Buf(int size)
     m_data[0] = '\0';
 }
 
-Buf::Buf(const Buf& other) : Buf(other.m_length + 16)
+Buf::Buf(const Buf& other) : Buf(other.m_length < kMaxCapacity - 16 ? other.m_length + 16 : kMaxCapacity)
 {
     append(other.m_data, other.m_length);
 }
@@ -278,15 +281,17 @@ Buf& Buf::operator=(const Buf& other)
 
 Buf::~Buf() { std::free(m_data); }
 
-void Buf::grow(int needed)
+void Buf::grow(long long needed)
 {
     if (needed <= m_capacity)
         return;
+    if (needed > kMaxCapacity)
+        throw std::bad_alloc();
     long long cap = m_capacity;
     while (cap < needed)
         cap *= 2;
-    if (cap > 0x7fffffffLL)
-        cap = 0x7fffffffLL;
+    if (cap > kMaxCapacity)
+        cap = kMaxCapacity;
     char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(cap)));
     if (!p)
         throw std::bad_alloc();
@@ -304,7 +309,7 @@ void Buf::appendGrowing(const char* data, int length)
 {
     if (!data || length <= 0)
         return;
-    grow(m_length + length + 1);
+    grow(static_cast<long long>(m_length) + length + 1);
     std::memcpy(m_data + m_length, data, static_cast<size_t>(length));
     m_length += length;
     m_data[m_length] = '\0';
@@ -341,28 +346,33 @@ CharQueue::~CharQueue() { std::free(m_data); }
 // Makes room for `extra` more bytes and the terminating NUL.
 void CharQueue::reserve(int extra)
 {
-    if (m_write + extra < m_capacity)
+    if (extra < m_capacity - m_write)
         return;
     // Slide the unread part to the front only when the space already read is at least as large as it:
     // each slide then moves no more bytes than were consumed since the last one, so a queue that is read
     // while it grows (one very long line) costs linear time. Otherwise the buffer grows.
-    if (m_read > 0 && m_read >= m_write - m_read) {
+    const bool slide = m_read > 0 && m_read >= m_write - m_read;
+    const long long needed = static_cast<long long>(slide ? m_write - m_read : m_write) + extra + 1;
+    if (needed > kMaxCapacity)
+        throw std::bad_alloc();
+    if (slide) {
         std::memmove(m_data, m_data + m_read, static_cast<size_t>(m_write - m_read));
         m_write -= m_read;
         m_read = 0;
+        m_data[m_write] = '\0';
     }
+    if (needed <= m_capacity)
+        return;
     long long capacity = m_capacity;
-    while (m_write + extra >= capacity)
+    while (capacity < needed)
         capacity *= 2;
-    if (capacity != m_capacity) {
-        if (capacity > 0x7fffffffLL)
-            throw std::bad_alloc();
-        char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(capacity)));
-        if (!p)
-            throw std::bad_alloc();
-        m_data = p;
-        m_capacity = static_cast<int>(capacity);
-    }
+    if (capacity > kMaxCapacity)
+        capacity = kMaxCapacity;
+    char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(capacity)));
+    if (!p)
+        throw std::bad_alloc();
+    m_data = p;
+    m_capacity = static_cast<int>(capacity);
 }
 
 void CharQueue::discard(int n)

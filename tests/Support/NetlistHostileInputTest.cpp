@@ -3,7 +3,21 @@
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
+#include <new>
 #include <random>
+
+// Real exhaustion runs in a child whose address space is limited, on Linux.
+#if defined(__linux__) && !defined(SUPPORTQT_TEST_ASAN)
+#define LIMITED_CHILDREN 1
+#include "ModelLibrary.h"
+
+#include <QTemporaryDir>
+
+#include <functional>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -80,3 +94,170 @@ TEST(NetlistHostileInput, VeryLongLineWithoutLineEnd)
     EXPECT_EQ(line.length(), static_cast<int>(longLine.size()));
     EXPECT_FALSE(s.gets(&line, nullptr, nullptr, nullptr));
 }
+
+namespace {
+
+// The readers with their record of memory running out.
+struct CheckedSpiceStream : SpiceStream {
+    using SpiceStream::memoryRanOut;
+    using SpiceStream::SpiceStream;
+};
+struct CheckedLiteralStream : NewSpiceStream {
+    using NewSpiceStream::memoryRanOut;
+    using NewSpiceStream::NewSpiceStream;
+};
+
+// A brace hook that finds no memory, as a line's buffers would.
+struct ExhaustedHook : CheckedSpiceStream {
+    using CheckedSpiceStream::CheckedSpiceStream;
+    bool evaluate(const char*, YString*) override { throw std::bad_alloc(); }
+};
+
+} // namespace
+
+// Memory that runs out in a line ends the input there: nothing of the line is delivered, no exception
+// leaves the reader, and nothing after it is read.
+TEST(NetlistHostileInput, MemoryThatRunsOutInALineEndsTheInputThere)
+{
+    kvstrstream source("R1 a b 1k\nR2 c d {w*2}\n+ more\nR3 e f 3k\n");
+    ExhaustedHook s(source);
+    YString line;
+    int number = 0;
+    bool flag = false, nonAscii = false;
+    ASSERT_TRUE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(line, "R1 a b 1k");
+    EXPECT_FALSE(s.memoryRanOut());
+    EXPECT_EQ(s.eof(), 0);
+    line = "left from before";
+    EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(line, "");
+    EXPECT_TRUE(s.memoryRanOut());
+    EXPECT_EQ(s.eof(), 1);
+    EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(s.get(false), -1);
+    EXPECT_EQ(s.get(true), -1);
+    EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
+    EXPECT_EQ(line, "");
+}
+
+#if defined(LIMITED_CHILDREN)
+namespace {
+
+// Runs `body` in a child that may map `headroom` bytes beyond what it maps when it starts: the child's
+// exit code (0 when each of its checks held, else the number of the first that failed), 100 when the
+// limit could not be set, 200 and more when a signal ended it.
+int inLimitedChild(size_t headroom, const std::function<int()>& body)
+{
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        unsigned long pages = 0;
+        FILE* statm = std::fopen("/proc/self/statm", "r");
+        const bool read = statm && std::fscanf(statm, "%lu", &pages) == 1;
+        if (statm)
+            std::fclose(statm);
+        struct rlimit limit;
+        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + headroom;
+        if (!read || setrlimit(RLIMIT_AS, &limit) != 0)
+            _exit(100);
+        _exit(body());
+    }
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 200 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+}
+
+// 64 MiB of one line between two short ones: far more than the 32 MiB the children may map.
+const std::string& longLineNetlist()
+{
+    static const std::string text = "R1 a b 1k\nR2 c d " + std::string(64u << 20, 'x') + "\nR3 e f 3k\n";
+    return text;
+}
+
+constexpr size_t kHeadroom = 32u << 20;
+
+} // namespace
+
+TEST(NetlistHostileInput, ALineLargerThanMemoryEndsSpiceStreamsInput)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const std::string path = folder.filePath("long.cir").toStdString();
+    writeFileBytes(path, longLineNetlist());
+    const int code = inLimitedChild(kHeadroom, [&] {
+        CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
+        YString line;
+        int number = 0;
+        if (!s.gets(&line, &number, nullptr, nullptr) || line != "R1 a b 1k" || number != 1)
+            return 1;
+        line = "left from before";
+        if (s.gets(&line, &number, nullptr, nullptr) || !line.isEmpty())
+            return 2;
+        if (!s.memoryRanOut() || s.eof() != 1)
+            return 3;
+        if (s.gets(&line, &number, nullptr, nullptr) || s.get(true) != -1)
+            return 4;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+TEST(NetlistHostileInput, ALineLargerThanMemoryEndsNewSpiceStreamsInput)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const std::string path = folder.filePath("long.cir").toStdString();
+    writeFileBytes(path, longLineNetlist());
+    const int code = inLimitedChild(kHeadroom, [&] {
+        CheckedLiteralStream s(path.c_str());
+        YString line;
+        int number = 0;
+        if (!s.gets(&line, &number) || line != "R1 a b 1k" || number != 1)
+            return 1;
+        if (std::string(s.getLitBuffer().data()) != "R1 a b 1k\n")
+            return 2;
+        s.flushLitBuffer();
+        line = "left from before";
+        if (s.gets(&line, &number) || !line.isEmpty())
+            return 3;
+        if (!s.memoryRanOut() || s.getLitBuffer().length() != 0)
+            return 4;
+        if (s.gets(&line, &number) || s.get() != -1)
+            return 5;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+// Callers with a way to fail say so rather than hand back the lines before the one that could not be held.
+TEST(NetlistHostileInput, ALineLargerThanMemoryFailsTheSplitterAndTheDefinitionReader)
+{
+    const YString text(longLineNetlist().data(), static_cast<int>(longLineNetlist().size()));
+    EXPECT_EQ(inLimitedChild(kHeadroom, [&] {
+                  if (sp_ParseSpiceLines(text).count() != 0)
+                      return 1;
+                  // The memory is given back: a text that fits is split as ever.
+                  return sp_ParseSpiceLines(YString("R1 a b 1k\nR2 c d 2k\n")).count() == 2 ? 0 : 2;
+              }),
+              0);
+
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const std::string path = folder.filePath("big.lib").toStdString();
+    writeFileBytes(path, ".subckt big a b\nR1 a b 1k\n+ " + std::string(64u << 20, 'x') + "\n.ends big\n");
+    ModelLibIndex index;
+    ASSERT_EQ(sp_IndexModelLibrary(YString(path.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+    ASSERT_EQ(index.definitions.size(), 1u);
+    // With the memory it needs, the definition reads whole.
+    const std::vector<YString> whole = sp_ReadModelDefinition(index, index.definitions[0], YString());
+    ASSERT_EQ(whole.size(), 3u);
+    EXPECT_EQ(whole[0], ".subckt big a b");
+    // "R1 a b 1k", the space the "+" becomes, the space after it, and the x's.
+    EXPECT_EQ(whole[1].length(), 11 + (64 << 20));
+    const int code = inLimitedChild(kHeadroom, [&] {
+        return sp_ReadModelDefinition(index, index.definitions[0], YString()).empty() ? 0 : 1;
+    });
+    EXPECT_EQ(code, 0);
+}
+#endif

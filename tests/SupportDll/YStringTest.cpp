@@ -2,7 +2,10 @@
 #include "TestHelpers.h"
 #include "YString.h"
 
+#include <climits>
 #include <cstring>
+#include <new>
+#include <string>
 
 TEST(YString, ConstructsFromTextNumbersAndNull)
 {
@@ -162,6 +165,53 @@ TEST(Buf, AddsAppendsFlushesAndStaysTerminated)
     EXPECT_EQ(b.length(), 0);
     EXPECT_STREQ(b.data(), "");
     EXPECT_GE(Buf::initsize, 16);
+}
+
+// Room past 2147483646 bytes cannot be had: the sum of the length and the room asked for would wrap an
+// int, which once gave a pointer with no room behind it. Nothing is allocated to find that out.
+TEST(Buf, RefusesToGrowPastTheLargestIntAndStaysAsItWas)
+{
+    Buf b;
+    b.append("abc");
+    const int capacity = b.capacity();
+    EXPECT_THROW(b.reserveTail(INT_MAX - 3), std::bad_alloc);
+    EXPECT_THROW(b.reserveTail(INT_MAX), std::bad_alloc);
+    const std::string data = "defg";
+    // The size is refused before a byte of `data` is read.
+    EXPECT_THROW(b.append(data.data(), INT_MAX - 2), std::bad_alloc);
+    EXPECT_EQ(b.length(), 3);
+    EXPECT_EQ(b.capacity(), capacity);
+    EXPECT_STREQ(b.data(), "abc");
+    b.append(data.data(), 4);
+    EXPECT_STREQ(b.data(), "abcdefg");
+    char* tail = b.reserveTail(100);
+    std::memset(tail, 'h', 100);
+    b.expand(100);
+    EXPECT_EQ(b.length(), 107);
+    EXPECT_EQ(b.data()[106], 'h');
+    EXPECT_EQ(b.data()[107], '\0');
+}
+
+TEST(CharQueue, RefusesToGrowPastTheLargestIntAndStaysAsItWas)
+{
+    CharQueue q;
+    q.add('a');
+    q.add('b');
+    EXPECT_EQ(q.pop(), 'a');
+    EXPECT_THROW(q.reserveTail(INT_MAX - 1), std::bad_alloc);
+    EXPECT_THROW(q.reserveTail(INT_MAX), std::bad_alloc);
+    const std::string data = "cde";
+    EXPECT_THROW(q.append(data.data(), INT_MAX - 1), std::bad_alloc);
+    EXPECT_EQ(q.count(), 1);
+    EXPECT_STREQ(q.unread(), "b");
+    q.append(data.data(), 3);
+    EXPECT_STREQ(q.unread(), "bcde");
+    char* tail = q.reserveTail(1000);
+    std::memset(tail, 'f', 1000);
+    q.expand(1000);
+    EXPECT_EQ(q.count(), 1004);
+    EXPECT_EQ(q.unread()[1003], 'f');
+    EXPECT_EQ(q.unread()[1004], '\0');
 }
 
 TEST(CharQueue, IsFirstInFirstOut)

@@ -15,6 +15,16 @@
 #include <random>
 #include <string>
 
+// Defined in a build with the address sanitizer, whose allocator ends a process that it cannot map
+// memory for instead of failing the allocation: tests that limit a child's memory leave it out.
+#if defined(__SANITIZE_ADDRESS__)
+#define SUPPORTQT_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SUPPORTQT_TEST_ASAN 1
+#endif
+#endif
+
 /// The folder of the tests' data files.
 std::string testDataPath(const std::string& relative);
 /// The shared corpus of real netlists and process kits: the environment's SUPPORTQT_CORPUS_DIR when set,

@@ -28,6 +28,9 @@
 
 #include <cmath>
 #include <unistd.h>
+#if defined(__linux__)
+#include <sys/resource.h>
+#endif
 
 namespace {
 
@@ -2144,6 +2147,75 @@ TEST_F(Tool, DashIsStandardInputAndStandardOutput)
     EXPECT_EQ(::tool({"report", "sens", sens, "-o", temp("s.html"), "--chart", "-"}).code, 2);
     EXPECT_FALSE(QFileInfo::exists(temp("s.html")));
 }
+
+#if defined(__linux__) && !defined(SUPPORTQT_TEST_ASAN)
+namespace {
+
+// Runs the tool on `arguments` with "-" reading `input`, its address space limited to what it maps
+// while it waits on standard input and 32 MiB more: the tool reads "-" into a file before it does
+// anything else, so the limit holds for all the command's work.
+Result runWithLittleMemory(const QStringList& arguments, const QByteArray& input)
+{
+    Result r;
+    QProcess process;
+    process.start(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments);
+    if (!process.waitForStarted(30000)) {
+        ADD_FAILURE() << "the tool did not start";
+        return r;
+    }
+    const QString proc = QStringLiteral("/proc/%1/").arg(process.processId());
+    // Waiting on standard input is the system call read (0) on descriptor 0.
+    bool waiting = false;
+    for (int i = 0; i < 3000 && !waiting; ++i) {
+        QFile call(proc + QStringLiteral("syscall"));
+        waiting = call.open(QIODevice::ReadOnly) && call.readAll().startsWith("0 0x0 ");
+        if (!waiting)
+            QThread::msleep(10);
+    }
+    long long mappedKiB = 0;
+    QFile status(proc + QStringLiteral("status"));
+    if (waiting && status.open(QIODevice::ReadOnly))
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("VmSize:"))
+                mappedKiB = line.mid(7).trimmed().split(' ').value(0).toLongLong();
+    struct rlimit limit;
+    limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(mappedKiB * 1024 + (32 << 20));
+    const bool limited = mappedKiB > 0 && prlimit(static_cast<pid_t>(process.processId()), RLIMIT_AS, &limit, nullptr) == 0;
+    EXPECT_TRUE(limited) << "waiting on standard input: " << waiting << ", mapped " << mappedKiB << " KiB";
+    process.write(input);
+    process.closeWriteChannel();
+    EXPECT_TRUE(process.waitForFinished(120000));
+    r.code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    r.out = QString::fromUtf8(process.readAllStandardOutput());
+    r.err = QString::fromUtf8(process.readAllStandardError());
+    return r;
+}
+
+} // namespace
+
+// A netlist line that memory cannot hold is one line on standard error and a failing exit, with either
+// reader; so is memory that runs out in any other command.
+TEST_F(Tool, MemoryThatRunsOutIsOneLineOnStandardError)
+{
+    const QByteArray netlist = "R1 a b 1k\nR2 c d " + QByteArray(64 << 20, 'x') + "\nR3 e f 3k\n";
+    const QRegularExpression tooLong(QStringLiteral(
+        "^supportqt netlist: \\S+/stdin has a line longer than memory or 2147483646 bytes can hold\n$"));
+    for (const QStringList& arguments : {QStringList{"netlist", "-"}, QStringList{"netlist", "-", "--literal"}}) {
+        const Result r = runWithLittleMemory(arguments, netlist);
+        EXPECT_EQ(r.code, 1) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(tooLong.match(r.err).hasMatch()) << r.err.toStdString();
+        EXPECT_EQ(r.out, QString());
+    }
+    const Result converted = runWithLittleMemory({"text", "convert", "-", "-o", "-", "--to", "UTF-16LE"}, netlist);
+    EXPECT_EQ(converted.code, 1);
+    EXPECT_EQ(converted.err, "supportqt text: out of memory\n");
+    EXPECT_EQ(converted.out, QString());
+    // With the memory it needs, the same netlist reads whole.
+    const Result whole = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"netlist", "-", "--json"}, QString(), netlist);
+    EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
+    EXPECT_EQ(parseJsonQt(whole.out).value(QStringLiteral("lines")).toArray().size(), 3);
+}
+#endif
 
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
 {

@@ -42,6 +42,7 @@ QStringList literalLines(const Buf& buffer)
 }
 
 struct NetlistSummary {
+    bool memoryRanOut = false; ///< a line memory could not hold ended the reading
     SpiceLanguage language = SpiceLanguageNative;
     QString separator;
     bool hierarchy = false; ///< a hierarchy directive was met while some logical line was read
@@ -57,12 +58,22 @@ struct LogicalLine {
     QList<int> literalNumbers; ///< the physical line number of each literal line
 };
 
+// The readers with their record of memory running out, which ends their input at a line they cannot hold.
+struct CheckedSpiceStream : SpiceStream {
+    using SpiceStream::SpiceStream;
+    using SpiceStream::memoryRanOut;
+};
+struct CheckedLiteralStream : NewSpiceStream {
+    using NewSpiceStream::NewSpiceStream;
+    using NewSpiceStream::memoryRanOut;
+};
+
 // Reads the file through SpiceStream: its logical lines (unless `lines` is null) and what the stream
 // learned on the way. The UTF-8 verdict is gathered per line, since flushing the buffer resets it.
 NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, bool title, QList<LogicalLine>* lines)
 {
     NetlistSummary summary;
-    SpiceStream stream(toYs(path).c_str(), language);
+    CheckedSpiceStream stream(toYs(path).c_str(), language);
     if (title) {
         stream.readTitle();
         summary.title = QString::fromUtf8(stream.getBuffer()->data(), stream.getBuffer()->length());
@@ -81,6 +92,7 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
         stream.flushBuffer();
     }
     summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
+    summary.memoryRanOut = stream.memoryRanOut();
     summary.language = stream.getLanguage();
     summary.separator = QString::fromUtf8(stream.getSeparator());
     return summary;
@@ -119,10 +131,12 @@ QList<LogicalLine> readLiteralLines(NewSpiceStream& stream, int firstLine)
     return lines;
 }
 
-QList<LogicalLine> readWithLiteralStream(const QString& path)
+QList<LogicalLine> readWithLiteralStream(const QString& path, bool* memoryRanOut)
 {
-    NewSpiceStream stream(toYs(path).c_str());
-    return readLiteralLines(stream, 1);
+    CheckedLiteralStream stream(toYs(path).c_str());
+    QList<LogicalLine> lines = readLiteralLines(stream, 1);
+    *memoryRanOut = stream.memoryRanOut();
+    return lines;
 }
 
 // Prints logical lines with the reader's numbers, each followed by its literal lines (if any) numbered
@@ -262,8 +276,11 @@ int runNetlist(const QStringList& arguments)
     const bool title = command.isSet(QStringLiteral("title"));
     QList<LogicalLine> lines;
     const NetlistSummary summary = readWithSpiceStream(path, language, title, literal ? nullptr : &lines);
+    bool literalRanOut = false;
     if (literal)
-        lines = readWithLiteralStream(path);
+        lines = readWithLiteralStream(path, &literalRanOut);
+    if (summary.memoryRanOut || literalRanOut)
+        return command.fail(ExitFailure, QStringLiteral("%1 has a line longer than memory or 2147483646 bytes can hold").arg(path));
 
     if (command.json()) {
         QJsonArray array;

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 
 #include <cstdio>
+#include <new>
 
 namespace {
 
@@ -85,9 +86,18 @@ int main(int argc, char** argv)
     rest.prepend(QStringLiteral("supportqt ") + command);
     QStringList names;
     for (const Subcommand& s : kSubcommands) {
-        if (command == QLatin1String(s.name))
+        if (command != QLatin1String(s.name)) {
+            names << QLatin1String(s.name);
+            continue;
+        }
+        // Memory that runs out in a command is one line on standard error, not an abort.
+        try {
             return s.run(rest);
-        names << QLatin1String(s.name);
+        } catch (const std::bad_alloc&) {
+            std::fflush(stdout);
+            std::fprintf(stderr, "supportqt %s: out of memory\n", s.name);
+            return ExitFailure;
+        }
     }
     std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: %s\n", qPrintable(command),
                  qPrintable(names.join(QStringLiteral(", "))));
