@@ -17,6 +17,24 @@ inline char upperAscii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<cha
 inline bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 // The most a byte buffer or queue holds, its terminating NUL included: their lengths are ints.
 constexpr int kMaxCapacity = INT_MAX;
+
+// `data` reallocated to hold `needed` bytes: its `capacity` doubled until it does, at most kMaxCapacity.
+// Throws std::bad_alloc when `needed` passes that or memory runs out, and `data` is then as it was.
+char* grown(char* data, int* capacity, long long needed)
+{
+    if (needed > kMaxCapacity)
+        throw std::bad_alloc();
+    long long cap = *capacity;
+    while (cap < needed)
+        cap *= 2;
+    if (cap > kMaxCapacity)
+        cap = kMaxCapacity;
+    char* p = static_cast<char*>(std::realloc(data, static_cast<size_t>(cap)));
+    if (!p)
+        throw std::bad_alloc();
+    *capacity = static_cast<int>(cap);
+    return p;
+}
 } // namespace
 
 YString::YString(const char* text) : m_text(text ? text : "") {}
@@ -283,20 +301,8 @@ Buf::~Buf() { std::free(m_data); }
 
 void Buf::grow(long long needed)
 {
-    if (needed <= m_capacity)
-        return;
-    if (needed > kMaxCapacity)
-        throw std::bad_alloc();
-    long long cap = m_capacity;
-    while (cap < needed)
-        cap *= 2;
-    if (cap > kMaxCapacity)
-        cap = kMaxCapacity;
-    char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(cap)));
-    if (!p)
-        throw std::bad_alloc();
-    m_data = p;
-    m_capacity = static_cast<int>(cap);
+    if (needed > m_capacity)
+        m_data = grown(m_data, &m_capacity, needed);
 }
 
 void Buf::append(const char* text)
@@ -361,18 +367,8 @@ void CharQueue::reserve(int extra)
         m_read = 0;
         m_data[m_write] = '\0';
     }
-    if (needed <= m_capacity)
-        return;
-    long long capacity = m_capacity;
-    while (capacity < needed)
-        capacity *= 2;
-    if (capacity > kMaxCapacity)
-        capacity = kMaxCapacity;
-    char* p = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(capacity)));
-    if (!p)
-        throw std::bad_alloc();
-    m_data = p;
-    m_capacity = static_cast<int>(capacity);
+    if (needed > m_capacity)
+        m_data = grown(m_data, &m_capacity, needed);
 }
 
 void CharQueue::discard(int n)

@@ -175,6 +175,14 @@ const std::string& longLineNetlist()
     return text;
 }
 
+// The netlist with the long line written to a file in `folder`; its path.
+std::string longLineFile(const QTemporaryDir& folder)
+{
+    const std::string path = folder.filePath("long.cir").toStdString();
+    writeFileBytes(path, longLineNetlist());
+    return path;
+}
+
 constexpr size_t kHeadroom = 32u << 20;
 
 } // namespace
@@ -183,8 +191,7 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryEndsSpiceStreamsInput)
 {
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
-    const std::string path = folder.filePath("long.cir").toStdString();
-    writeFileBytes(path, longLineNetlist());
+    const std::string path = longLineFile(folder);
     const int code = inLimitedChild(kHeadroom, [&] {
         CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
         YString line;
@@ -207,8 +214,7 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryEndsNewSpiceStreamsInput)
 {
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
-    const std::string path = folder.filePath("long.cir").toStdString();
-    writeFileBytes(path, longLineNetlist());
+    const std::string path = longLineFile(folder);
     const int code = inLimitedChild(kHeadroom, [&] {
         CheckedLiteralStream s(path.c_str());
         YString line;
