@@ -12,8 +12,9 @@
 /// read (line ends normalised to LF, dropped bytes left out), into a literal buffer. No dialects, no
 /// directives, no brace expressions. Bytes 0xFF are dropped; the end of the source shows as one final
 /// line feed, then as end of input. A UTF-16 file is read from a UTF-8 temporary copy. A line that memory
-/// cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input there,
-/// nothing of it delivered and no final line feed; the reader then reads as at its end.
+/// cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input there, with
+/// no final line feed: nothing of it is delivered or kept in the literal buffer, and the reader then
+/// reads as at its end.
 class SUPPORTQT_API NewSpiceStream : public kvstream {
 public:
     explicit NewSpiceStream(const char* fileName);
@@ -56,7 +57,7 @@ private:
     void gatherCommentBlock(int c);
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
-    void endInputOnExhaustion();
+    void endInputOnExhaustion(int litKept);
     size_t directWindow() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 

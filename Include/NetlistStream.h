@@ -20,7 +20,7 @@ enum SpiceLanguage : int {
 /// read. Text in braces goes to the `evaluate` hook. A UTF-16 file is read from a UTF-8 temporary copy
 /// that the destructor deletes. Nothing is reported: an unreadable file reads as empty, and a line that
 /// memory cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input
-/// there, nothing of it delivered; the reader then reads as at its end.
+/// there: nothing of it is delivered or kept in the raw buffer, and the reader then reads as at its end.
 ///
 ///     SpiceStream in("amp.cir", SpiceLanguageNative);
 ///     YString line; int number;
@@ -90,7 +90,7 @@ private:
     void detectStarHash(int commentChar);
     int readDirectiveChar();
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
-    void endInputOnExhaustion();
+    void endInputOnExhaustion(int rawKept);
 
     State m_state = LineStart;
     int m_pushback = -1;

@@ -66,7 +66,7 @@ YArray<YString> sp_ParseSpiceLines(const YString& text)
     };
     YArray<YString> lines;
     try {
-        kvstrstream source(text.c_str(), static_cast<size_t>(text.length()));
+        kvstrstream source(text.c_str(), text.str().size());
         Splitter splitter(source);
         int number = 0;
         while (splitter.nextLine(&number))

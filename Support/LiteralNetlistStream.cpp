@@ -467,8 +467,9 @@ void NewSpiceStream::gatherCommentBlock(int c)
 }
 
 // Memory ran out in the middle of a line: the input ends there. The source is closed, so that nothing
-// after the lost part is read as if it followed on, and the parts of the line gathered are dropped.
-void NewSpiceStream::endInputOnExhaustion()
+// after the lost part is read as if it followed on; what was gathered of the line is dropped, and the
+// literal buffer goes back to the `litKept` bytes it held before it.
+void NewSpiceStream::endInputOnExhaustion(int litKept)
 {
     close();
     m_memoryRanOut = true;
@@ -479,38 +480,42 @@ void NewSpiceStream::endInputOnExhaustion()
     m_litQueue.flush();
     m_litQueueWithoutLineEnd = 0;
     m_lineBuffer.flush();
+    m_litBuffer.truncate(litKept);
 }
 
 int NewSpiceStream::get()
 {
+    const int litKept = m_litBuffer.length();
     try {
         int c = machine(nullptr, nullptr);
         return c == -1 ? -1 : static_cast<int>(static_cast<signed char>(c));
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
+        endInputOnExhaustion(litKept);
         return -1;
     }
 }
 
 NewSpiceStream::LineResult NewSpiceStream::readLine(int* lineNumber)
 {
+    const int litKept = m_litBuffer.length();
     try {
         const int c = machine(&m_lineBuffer, lineNumber);
         return c == -1 && m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
+        endInputOnExhaustion(litKept);
         return InputEnded;
     }
 }
 
 bool NewSpiceStream::gets(YString* line, int* lineNumber)
 {
+    const int litKept = m_litBuffer.length();
     const LineResult result = readLine(lineNumber);
     try {
         if (line)
             line->assign(m_lineBuffer.data(), m_lineBuffer.length());
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
+        endInputOnExhaustion(litKept);
         line->clear();
         return false;
     }

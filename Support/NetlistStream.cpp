@@ -504,6 +504,7 @@ atEnd:
 
 int SpiceStream::get(bool raw)
 {
+    const int rawKept = m_rawBuffer.length();
     try {
         if (raw) {
             int c = readRaw();
@@ -514,20 +515,22 @@ int SpiceStream::get(bool raw)
         CharDelivery one;
         return machine(one);
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
+        endInputOnExhaustion(rawKept);
         return -1;
     }
 }
 
 // Memory ran out in the middle of a line: the input ends there. The source is closed, so that nothing
-// after the lost part is read as if it followed on, and the part of the line gathered is dropped.
-void SpiceStream::endInputOnExhaustion()
+// after the lost part is read as if it followed on; what was gathered of the line is dropped, and the raw
+// record goes back to the `rawKept` bytes it held before it.
+void SpiceStream::endInputOnExhaustion(int rawKept)
 {
     close();
     m_memoryRanOut = true;
     m_state = AtEnd;
     m_pushback = m_pendingChar = -1;
     m_lineBuffer.flush();
+    m_rawBuffer.truncate(rawKept);
 }
 
 // One raw read for the directive scanner, handed back for the machine: carriage returns are skipped
@@ -597,6 +600,7 @@ void SpiceStream::detectStarHash(int commentChar)
 
 void SpiceStream::readTitle()
 {
+    const int rawKept = m_rawBuffer.length();
     try {
         for (;;) {
             int c = kvstream::get();
@@ -611,7 +615,7 @@ void SpiceStream::readTitle()
                 m_rawBuffer.add(static_cast<char>(c));
         }
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
+        endInputOnExhaustion(rawKept);
     }
 }
 
@@ -662,16 +666,20 @@ bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* n
 {
     bool flagSink = false, asciiSink = false;
     m_hierarchy = false;
+    const int rawKept = m_rawBuffer.length();
     try {
         const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
                                                streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
-        if (line)
-            line->assign(m_lineBuffer.data(), m_lineBuffer.length());
-        return result != InputEnded;
+        // A brace hook that read on may have run out of memory there: then the line is lost too.
+        if (!m_memoryRanOut) {
+            if (line)
+                line->assign(m_lineBuffer.data(), m_lineBuffer.length());
+            return result != InputEnded;
+        }
     } catch (const std::bad_alloc&) {
-        endInputOnExhaustion();
-        if (line)
-            line->clear();
-        return false;
     }
+    endInputOnExhaustion(rawKept);
+    if (line)
+        line->clear();
+    return false;
 }

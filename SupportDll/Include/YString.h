@@ -111,8 +111,8 @@ public:
 };
 
 /// Growable byte buffer, kept NUL-terminated. Adding a byte is an inline append. It holds at most
-/// 2147483646 bytes (its length is an int): growing past that, or when memory runs out, throws
-/// std::bad_alloc and leaves the buffer as it was.
+/// 2147483646 bytes (its length is an int): an append or reservation past that, or when memory runs
+/// out, throws std::bad_alloc and leaves the buffer as it was.
 class SUPPORTDLL_API Buf {
 public:
     static constexpr int initsize = 256;
@@ -191,8 +191,8 @@ private:
 };
 
 /// First-in-first-out queue of bytes. Its unread part is contiguous and NUL-terminated. Like `Buf` it
-/// holds at most 2147483646 bytes: growing past that, or when memory runs out, throws std::bad_alloc and
-/// leaves the queue as it was.
+/// holds at most 2147483646 unread bytes: an append or reservation past that, or when memory runs out,
+/// throws std::bad_alloc and leaves the unread bytes as they were.
 class SUPPORTDLL_API CharQueue {
 public:
     CharQueue();

@@ -356,8 +356,10 @@ void CharQueue::reserve(int extra)
         return;
     // Slide the unread part to the front only when the space already read is at least as large as it:
     // each slide then moves no more bytes than were consumed since the last one, so a queue that is read
-    // while it grows (one very long line) costs linear time. Otherwise the buffer grows.
-    const bool slide = m_read > 0 && m_read >= m_write - m_read;
+    // while it grows (one very long line) costs linear time. Otherwise the buffer grows; it slides too
+    // when only that keeps it within its bound.
+    const bool slide =
+        m_read > 0 && (m_read >= m_write - m_read || static_cast<long long>(m_write) + extra + 1 > kMaxCapacity);
     const long long needed = static_cast<long long>(slide ? m_write - m_read : m_write) + extra + 1;
     if (needed > kMaxCapacity)
         throw std::bad_alloc();

@@ -128,11 +128,14 @@ TEST(NetlistHostileInput, MemoryThatRunsOutInALineEndsTheInputThere)
     EXPECT_EQ(line, "R1 a b 1k");
     EXPECT_FALSE(s.memoryRanOut());
     EXPECT_EQ(s.eof(), 0);
+    const std::string raw(s.getBuffer()->data());
     line = "left from before";
     EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
     EXPECT_EQ(line, "");
     EXPECT_TRUE(s.memoryRanOut());
     EXPECT_EQ(s.eof(), 1);
+    // The raw record holds what it held before the lost line.
+    EXPECT_EQ(std::string(s.getBuffer()->data()), raw);
     EXPECT_FALSE(s.gets(&line, &number, &flag, &nonAscii));
     EXPECT_EQ(s.get(false), -1);
     EXPECT_EQ(s.get(true), -1);
@@ -175,13 +178,26 @@ const std::string& longLineNetlist()
     return text;
 }
 
-// The netlist with the long line written to a file in `folder`; its path.
-std::string longLineFile(const QTemporaryDir& folder)
+// `text` (the netlist with the long line when not given) written to a file in `folder`; its path.
+std::string longLineFile(const QTemporaryDir& folder, const std::string& text = longLineNetlist())
 {
     const std::string path = folder.filePath("long.cir").toStdString();
-    writeFileBytes(path, longLineNetlist());
+    writeFileBytes(path, text);
     return path;
 }
+
+// A brace hook that reads the rest of its line on, one character at a time: the raw record takes each.
+struct ReadingOnHook : CheckedSpiceStream {
+    using CheckedSpiceStream::CheckedSpiceStream;
+    bool evaluate(const char*, YString* result) override
+    {
+        int c;
+        while ((c = get(false)) != -1 && c != 10) {
+        }
+        *result = "1";
+        return true;
+    }
+};
 
 constexpr size_t kHeadroom = 32u << 20;
 
@@ -210,11 +226,38 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryEndsSpiceStreamsInput)
     EXPECT_EQ(code, 0);
 }
 
+// Memory that runs out while a brace hook reads on loses the hook's line too: the line it was in is not
+// handed back as if the rest of it had been read.
+TEST(NetlistHostileInput, MemoryThatRunsOutWhileAHookReadsOnLosesTheLine)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const std::string path =
+        longLineFile(folder, "R1 a b 1k\nR2 c d {w} " + std::string(64u << 20, 'x') + "\nR3 e f 3k\n");
+    const int code = inLimitedChild(kHeadroom, [&] {
+        ReadingOnHook s(path.c_str(), SpiceLanguageNative);
+        YString line;
+        int number = 0;
+        if (!s.gets(&line, &number, nullptr, nullptr) || line != "R1 a b 1k")
+            return 1;
+        s.flushBuffer();
+        line = "left from before";
+        if (s.gets(&line, &number, nullptr, nullptr) || !line.isEmpty())
+            return 2;
+        if (!s.memoryRanOut() || s.getBuffer()->length() != 0)
+            return 3;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+}
+
 TEST(NetlistHostileInput, ALineLargerThanMemoryEndsNewSpiceStreamsInput)
 {
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
-    const std::string path = longLineFile(folder);
+    // The long line continues a line, which has gone to the literal buffer before the long one is read.
+    const std::string path =
+        longLineFile(folder, "R1 a b 1k\nR2 c d\n+ " + std::string(64u << 20, 'x') + "\nR3 e f 3k\n");
     const int code = inLimitedChild(kHeadroom, [&] {
         CheckedLiteralStream s(path.c_str());
         YString line;
@@ -239,7 +282,9 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryEndsNewSpiceStreamsInput)
 // Callers with a way to fail say so rather than hand back the lines before the one that could not be held.
 TEST(NetlistHostileInput, ALineLargerThanMemoryFailsTheSplitterAndTheDefinitionReader)
 {
-    const YString text(longLineNetlist().data(), static_cast<int>(longLineNetlist().size()));
+    // A line of 20 MiB: the splitter's copy of the text fits in the child's 32 MiB, the reader's
+    // buffers for the line do not.
+    const YString text(("R1 a b 1k\nR2 c d " + std::string(20u << 20, 'x') + "\nR3 e f 3k\n").c_str());
     EXPECT_EQ(inLimitedChild(kHeadroom, [&] {
                   if (sp_ParseSpiceLines(text).count() != 0)
                       return 1;

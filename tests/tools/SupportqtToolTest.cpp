@@ -30,6 +30,7 @@
 #include <unistd.h>
 #if defined(__linux__)
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #endif
 
 namespace {
@@ -2164,11 +2165,12 @@ Result runWithLittleMemory(const QStringList& arguments, const QByteArray& input
         return r;
     }
     const QString proc = QStringLiteral("/proc/%1/").arg(process.processId());
-    // Waiting on standard input is the system call read (0) on descriptor 0.
+    // Waiting on standard input is the system call read on descriptor 0.
+    const QByteArray readingInput = QByteArray::number(SYS_read) + " 0x0 ";
     bool waiting = false;
     for (int i = 0; i < 3000 && !waiting; ++i) {
         QFile call(proc + QStringLiteral("syscall"));
-        waiting = call.open(QIODevice::ReadOnly) && call.readAll().startsWith("0 0x0 ");
+        waiting = call.open(QIODevice::ReadOnly) && call.readAll().startsWith(readingInput);
         if (!waiting)
             QThread::msleep(10);
     }
