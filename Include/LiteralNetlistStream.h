@@ -34,6 +34,7 @@ public:
     int get();
     const Buf& getLitBuffer() const { return m_litBuffer; }
     void flushLitBuffer() { m_litBuffer.flush(); }
+    /// The counts, and the line numbers `gets` hands out, stop at INT_MAX: a netlist may hold more.
     int getLineCount() const { return m_lineCount; }
     int getCharCount() const { return m_charCount; }
     YString getSourceFile() const { return m_sourceFile; }

@@ -55,6 +55,7 @@ public:
     /// The raw record of the accepted text, comments of continued lines included.
     const Buf* getBuffer() const { return &m_rawBuffer; }
     int eof() const { return m_state == AtEnd ? 1 : 0; }
+    /// The counts, and the line numbers `gets` hands out, stop at INT_MAX: a netlist may hold more.
     int getCharCount() const;
     int getLineCount() const { return m_lineCount; }
     void setLineCount(int count) { m_lineCount = count; }

@@ -53,11 +53,11 @@ int NewSpiceStream::getChar()
             m_pendingChar = -1;
         } else {
             c = kvstream::get();
-            ++m_charCount;
+            netlist::countUp(m_charCount);
         }
         if (c == 13) {
             int next = kvstream::get();
-            ++m_charCount;
+            netlist::countUp(m_charCount);
             if (next != 10)
                 m_pendingChar = next;
             c = 10;
@@ -67,7 +67,7 @@ int NewSpiceStream::getChar()
             c = 10; // the final line feed
         }
         if (c == 10) {
-            ++m_lineCount;
+            netlist::countUp(m_lineCount);
             m_litQueue.add('\n');
             return 10;
         }
@@ -93,7 +93,7 @@ void NewSpiceStream::fillOutputLitBuffer()
         return;
     }
     m_litBuffer.append(unread, n);
-    m_litCharCount += n;
+    netlist::countUp(m_litCharCount, n);
     m_litQueue.discard(n);
     m_litQueueWithoutLineEnd = count - n;
 }
@@ -101,9 +101,11 @@ void NewSpiceStream::fillOutputLitBuffer()
 // How many bytes at the read position may be taken straight from the buffer, as the character source
 // would deliver them: none with a pending character or at the end, none past the character limit (the
 // byte that crosses it ends the input), one window at most. (An open base64 section hides the buffer.)
+// A limit of INT_MAX is none, since the count stops there.
 size_t NewSpiceStream::directWindow() const
 {
-    const long long room = m_pendingChar == -1 && !m_atEnd ? static_cast<long long>(m_charLimit) - m_charCount : 0;
+    const long long limit = m_charLimit == INT_MAX ? LLONG_MAX / 2 : m_charLimit;
+    const long long room = m_pendingChar == -1 && !m_atEnd ? limit - m_charCount : 0;
     const size_t available = static_cast<size_t>(bufferEnd() - bufferBegin());
     const size_t window = available < netlist::kRunWindow ? available : netlist::kRunWindow;
     return static_cast<long long>(window) <= room ? window : room > 0 ? static_cast<size_t>(room) : 0;
@@ -120,7 +122,7 @@ void NewSpiceStream::readRestOfLineIntoLookahead()
                                                             m_litQueue.reserveTail(reserve), m_lookahead.reserveTail(reserve));
             m_litQueue.expand(static_cast<int>(n));
             m_lookahead.expand(static_cast<int>(n));
-            m_charCount += static_cast<int>(n);
+            netlist::countUp(m_charCount, static_cast<long long>(n));
             advance(n);
         }
         const int c = getChar();
@@ -146,7 +148,8 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     constexpr int kRoom = netlist::kRunSlack + 8; // the kernel's whole-block stores, and a few bytes more
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while getChar must read
-    int state, chars, lines;
+    int state;
+    long long chars, lines; // wider than the counts, which stop at INT_MAX when stored
     char* litStart;
     char* lit;
     char* litEnd; // the end of the room reserved for the literal queue
@@ -173,8 +176,8 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             line->expand(static_cast<int>(text - textStart));
         advance(static_cast<size_t>(p - bufferBegin()));
         m_state = state;
-        m_charCount = chars;
-        m_lineCount = lines;
+        m_charCount = netlist::capped(chars);
+        m_lineCount = netlist::capped(lines);
     };
     // The character source: the look-ahead queue first, then the common bytes (those the filter keeps,
     // and line ends) straight from the buffer with the effects getChar would have, every other through
@@ -214,7 +217,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             // A line of up to 64 bytes moves as one block: the queue's reserved room follows it.
             netlist::copyRun(m_litBuffer.reserveTail(n + netlist::kRunSlack), queued, static_cast<size_t>(n), litEnd);
             m_litBuffer.expand(n);
-            m_litCharCount += n;
+            netlist::countUp(m_litCharCount, n);
             m_litQueue.flush();
             m_litQueueWithoutLineEnd = 0;
             litStart = lit = m_litQueue.reserveTail(static_cast<int>(stop - p) + kRoom);
@@ -231,7 +234,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             return true;
         if (!text) {
             if (lineNumber)
-                *lineNumber = lines + 1;
+                *lineNumber = netlist::capped(lines + 1);
             textStart = text = line->reserveTail(static_cast<int>(stop - p) + kRoom);
             textEnd = text + (stop - p) + kRoom;
         }
@@ -257,7 +260,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     const auto takeRun = [&](bool inLine) NETLIST_INLINE {
         const size_t n = inLine ? kernels.copy2(p, stop, lineStops, lit, text) : kernels.copy1(p, stop, kCommentStops, lit, nullptr);
         p += n;
-        chars += static_cast<int>(n);
+        chars += static_cast<long long>(n);
         lit += n;
         if (inLine)
             text += n;

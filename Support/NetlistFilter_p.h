@@ -2,6 +2,7 @@
 // finds where a run of ordinary bytes ends, one block of 16, 32 or 64 bytes at a time.
 #pragma once
 
+#include <climits>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -35,6 +36,12 @@
 namespace netlist {
 /// True for the bytes a netlist reader keeps: tab, line feed and 32 to 254.
 inline bool keeps(int c) { return c == 9 || c == 10 || (c >= 32 && c <= 254); }
+
+/// A reader's counts are ints, and a netlist may hold more than 2 GiB: a count stops at INT_MAX
+/// instead of overflowing.
+inline int capped(long long count) { return count < INT_MAX ? static_cast<int>(count) : INT_MAX; }
+/// Adds `n` to a count that stops at INT_MAX.
+inline void countUp(int& count, long long n = 1) { count = capped(count + n); }
 
 /// The bytes that separate the words of a netlist line: keywords, names and "name=value" pairs.
 constexpr char kTokenDelimiters[] = " =(),\t";

@@ -79,24 +79,24 @@ inline int SpiceStream::readRaw()
             m_pendingChar = -1;
         } else {
             c = kvstream::get();
-            ++m_charCount;
+            netlist::countUp(m_charCount);
         }
         if (c == -1 || c == 255)
             return -1;
         m_utf8Detect.add(static_cast<unsigned>(c));
         if (c == 13) {
             int next = kvstream::get();
-            ++m_charCount;
+            netlist::countUp(m_charCount);
             if (next != 10) {
                 // A lone CR ends its line here; the LF it becomes is not counted again.
                 m_pendingChar = next;
-                ++m_lineCount;
+                netlist::countUp(m_lineCount);
                 return 10;
             }
             c = 10;
         }
         if (c == 10) {
-            ++m_lineCount;
+            netlist::countUp(m_lineCount);
             return 10;
         }
         if (netlist::keeps(c))
@@ -108,9 +108,9 @@ inline int SpiceStream::readRaw()
 struct SpiceStream::CharDelivery {
     static constexpr bool kTakesRuns = false;
     Buf* runSink() const { return nullptr; }
-    Buf* startLine(int) { return nullptr; }
+    Buf* startLine(long long) { return nullptr; }
     bool* nonAscii() const { return nullptr; }
-    bool take(int, int) { return true; }
+    bool take(int, long long) { return true; }
 };
 
 // The line assembly: the delivered characters build the line, brace expressions are handed to
@@ -131,14 +131,14 @@ struct SpiceStream::LineAssembly {
     Buf* runSink() const { return sink; }
     // The line's first character is about to come, a plain one: the line's number is set, and its text
     // is where plain characters go.
-    Buf* startLine(int lineCount)
+    Buf* startLine(long long lineCount)
     {
-        *lineNumber = lineCount + 1;
+        *lineNumber = netlist::capped(lineCount + 1);
         return sink = &stream.m_lineBuffer;
     }
     bool* nonAscii() const { return nonAsciiFlag; }
     // Takes one character, `lineCount` being the reader's line count; true when the line has ended.
-    bool take(int c, int lineCount)
+    bool take(int c, long long lineCount)
     {
         if (c > 127)
             *nonAsciiFlag = true;
@@ -196,7 +196,7 @@ int SpiceStream::machine(Delivery& delivery)
     constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while readRaw must read
-    int chars, lines;
+    long long chars, lines; // wider than the counts, which stop at INT_MAX when stored
     State state;
     int pushback; // the handed-back character, -1 when there is none
     char* raw;
@@ -224,14 +224,14 @@ int SpiceStream::machine(Delivery& delivery)
         if (Buf* const sink = text ? delivery.runSink() : nullptr)
             sink->expand(static_cast<int>(text - (sink->data() + sink->length())));
         advance(static_cast<size_t>(p - bufferBegin()));
-        m_charCount = chars;
-        m_lineCount = lines;
+        m_charCount = netlist::capped(chars);
+        m_lineCount = netlist::capped(lines);
         m_state = state;
         m_pushback = pushback;
     };
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
-        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : chars;
-        m_lastAcceptedLineCount = lines;
+        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : netlist::capped(chars);
+        m_lastAcceptedLineCount = netlist::capped(lines);
     };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
         // What is written stands right after the buffer's text: raw[-1] is its last byte.
@@ -327,7 +327,7 @@ int SpiceStream::machine(Delivery& delivery)
                 n += high;
             }
             p += n;
-            chars += static_cast<int>(n);
+            chars += static_cast<long long>(n);
             if (toRaw)
                 raw += n;
             if (inLine) {
@@ -335,8 +335,8 @@ int SpiceStream::machine(Delivery& delivery)
                 // A run is taken only from a visible buffer, so no base64 section is open: the count
                 // accepted is the reader's own.
                 if (n > 0) {
-                    m_lastAcceptedCharCount = chars;
-                    m_lastAcceptedLineCount = lines;
+                    m_lastAcceptedCharCount = netlist::capped(chars);
+                    m_lastAcceptedLineCount = netlist::capped(lines);
                 }
             }
             if (high == 0)
@@ -539,7 +539,7 @@ int SpiceStream::readDirectiveChar()
 {
     int c = kvstream::get();
     while (c == 13) {
-        ++m_charCount;
+        netlist::countUp(m_charCount);
         c = kvstream::get();
     }
     if (c == 255) {
@@ -552,22 +552,22 @@ int SpiceStream::readDirectiveChar()
 void SpiceStream::detectStarHash(int commentChar)
 {
     int c = readDirectiveChar();
-    ++m_charCount; // the character after the comment character is counted even at the end of input
+    netlist::countUp(m_charCount); // the character after the comment character is counted even at the end of input
     if (c == 10)
-        ++m_lineCount;
+        netlist::countUp(m_lineCount);
     if (c != '#' || commentChar != '*')
         return;
     m_rawBuffer.add('#');
     YString text;
     for (c = readDirectiveChar(); c != -1 && c != 10; c = readDirectiveChar()) {
         m_rawBuffer.add(static_cast<char>(c));
-        ++m_charCount;
+        netlist::countUp(m_charCount);
         if (text.length() < kMaxDirectiveText)
             text.append(static_cast<char>(c));
     }
     if (c == 10) {
-        ++m_lineCount;
-        ++m_charCount;
+        netlist::countUp(m_lineCount);
+        netlist::countUp(m_charCount);
     }
     YArray<YString> tokens;
     sp_ScanLine(text.c_str(), netlist::kTokenDelimiters, &tokens, INT_MAX);
@@ -607,10 +607,10 @@ void SpiceStream::readTitle()
             if (c == -1)
                 return;
             if (c == 10) {
-                ++m_lineCount;
+                netlist::countUp(m_lineCount);
                 return;
             }
-            ++m_charCount;
+            netlist::countUp(m_charCount);
             if (c != 13)
                 m_rawBuffer.add(static_cast<char>(c));
         }

@@ -2,6 +2,7 @@
 #include "kvstream.h"
 #include "Platform_p.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -192,7 +193,8 @@ int kvstream::getBase64()
         m_b64BitCount += 6;
         if (m_b64BitCount >= 8) {
             m_b64BitCount -= 8;
-            ++m_ownCount;
+            if (m_ownCount < INT_MAX) // the count stops there rather than overflow
+                ++m_ownCount;
             int byte = static_cast<int>((m_b64Bits >> m_b64BitCount) & 0xFF);
             m_b64Bits &= (1u << m_b64BitCount) - 1;
             m_end = m_cur; // keep the inline path closed

@@ -3,8 +3,10 @@
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
+#include <climits>
 #include <new>
 #include <random>
+#include <string>
 
 // Real exhaustion runs in a child whose address space is limited, on Linux.
 #if defined(__linux__) && !defined(SUPPORTQT_TEST_ASAN)
@@ -82,6 +84,42 @@ TEST(NetlistHostileInput, UnbalancedAndDeeplyNestedBraces)
     ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
     EXPECT_EQ(line.length(), static_cast<int>(std::string("R1 a b {").size()) + 2 * 99999 + 2);
     EXPECT_EQ(readEverything("R1 }}}} {{{ a\n{\n}\n"), 3);
+}
+
+// A netlist of more than 2 GiB has more characters, and may have more lines, than an int holds: the
+// counts, and the line numbers handed out, stop at INT_MAX instead of overflowing.
+TEST(NetlistHostileInput, LineCountsAndNumbersStopAtIntMax)
+{
+    // A lone CR, a CR LF, a directive, a comment line and LFs: every way a line is counted.
+    const std::string text = "a\rb\r\n*#hierarchy\n* c\nd ; e\n+ f\n";
+    kvstrstream source(text.data(), text.size());
+    SpiceStream s(source);
+    s.setLineCount(INT_MAX - 1);
+    YString line;
+    int number = 0;
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "a");
+    EXPECT_EQ(number, INT_MAX);
+    EXPECT_EQ(s.getLineCount(), INT_MAX);
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "b");
+    EXPECT_EQ(number, INT_MAX);
+    ASSERT_TRUE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "d   f");
+    EXPECT_EQ(number, INT_MAX);
+    EXPECT_FALSE(s.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(s.getLineCount(), INT_MAX);
+    EXPECT_EQ(s.getLastAcceptedLineCount(), INT_MAX);
+
+    // The title line too.
+    kvstrstream titled("title\nR1 a b 1k\n");
+    SpiceStream t(titled);
+    t.setLineCount(INT_MAX);
+    t.readTitle();
+    EXPECT_EQ(t.getLineCount(), INT_MAX);
+    ASSERT_TRUE(t.gets(&line, &number, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 a b 1k");
+    EXPECT_EQ(number, INT_MAX);
 }
 
 TEST(NetlistHostileInput, VeryLongLineWithoutLineEnd)
@@ -202,6 +240,125 @@ struct ReadingOnHook : CheckedSpiceStream {
 constexpr size_t kHeadroom = 32u << 20;
 
 } // namespace
+
+namespace {
+
+// The bytes of line `i` of the large netlist: 4096 of them, ending in CR LF or LF by turns.
+std::string largeNetlistLine(int i)
+{
+    const std::string end = i % 2 ? "\n" : "\r\n";
+    return "R" + std::to_string(i % 10) + " a b " + std::string(4096 - 6 - end.size(), 'x') + end;
+}
+
+// A pipe that a child fills with `blocks` copies of `block` and then closes: `path` names its read end.
+// Nothing of it is stored, so a netlist of any size costs no disk.
+struct PipeNetlist {
+    int readEnd = -1;
+    pid_t writer = -1;
+    std::string path;
+
+    PipeNetlist(const std::string& block, size_t blocks)
+    {
+        int ends[2];
+        if (pipe(ends) != 0)
+            return;
+        std::fflush(nullptr);
+        writer = fork();
+        if (writer == 0) {
+            close(ends[0]);
+            for (size_t i = 0; i < blocks; ++i) {
+                for (size_t done = 0; done < block.size();) {
+                    const ssize_t n = write(ends[1], block.data() + done, block.size() - done);
+                    if (n <= 0)
+                        _exit(1);
+                    done += static_cast<size_t>(n);
+                }
+            }
+            _exit(0);
+        }
+        close(ends[1]);
+        readEnd = ends[0];
+        path = "/dev/fd/" + std::to_string(readEnd);
+    }
+    // The writer's exit code once the read end is closed (0 when it wrote everything).
+    int finish()
+    {
+        close(readEnd);
+        int status = 0;
+        return writer > 0 && waitpid(writer, &status, 0) == writer && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+constexpr int kLinesPerBlock = 256;    // 1 MiB
+constexpr size_t kLargeBlocks = 2049;  // 2,148,532,224 bytes: past INT_MAX
+
+std::string largeNetlistBlock()
+{
+    std::string block;
+    for (int i = 0; i < kLinesPerBlock; ++i)
+        block += largeNetlistLine(i);
+    return block;
+}
+
+} // namespace
+
+TEST(NetlistHostileInput, SpiceStreamCountsStopAtIntMaxPastTwoGigabytes)
+{
+    PipeNetlist netlist(largeNetlistBlock(), kLargeBlocks);
+    ASSERT_GT(netlist.writer, 0);
+    int lines = 0, number = 0, lastNumber = 0;
+    bool ordered = true;
+    YString line, last;
+    {
+        kvfstream file(netlist.path.c_str());
+        SpiceStream s(file);
+        while (s.gets(&line, &number, nullptr, nullptr)) {
+            ordered = ordered && number == lastNumber + 1;
+            lastNumber = number;
+            last = line;
+            s.flushBuffer();
+            ++lines;
+        }
+        EXPECT_EQ(s.getCharCount(), INT_MAX);
+        EXPECT_EQ(s.getLastAcceptedCharCount(), INT_MAX);
+        EXPECT_EQ(s.getLineCount(), kLinesPerBlock * static_cast<int>(kLargeBlocks));
+    }
+    EXPECT_EQ(netlist.finish(), 0);
+    EXPECT_EQ(lines, kLinesPerBlock * static_cast<int>(kLargeBlocks));
+    EXPECT_TRUE(ordered);
+    EXPECT_EQ(lastNumber, lines);
+    const std::string expected = largeNetlistLine(kLinesPerBlock - 1);
+    EXPECT_EQ(std::string(last.c_str()), expected.substr(0, expected.size() - 1));
+}
+
+TEST(NetlistHostileInput, NewSpiceStreamCountsStopAtIntMaxPastTwoGigabytes)
+{
+    PipeNetlist netlist(largeNetlistBlock(), kLargeBlocks);
+    ASSERT_GT(netlist.writer, 0);
+    int lines = 0, number = 0, lastNumber = 0;
+    bool ordered = true;
+    YString line;
+    std::string lastLiteral;
+    {
+        kvfstream file(netlist.path.c_str());
+        NewSpiceStream n(file);
+        while (n.gets(&line, &number)) {
+            ordered = ordered && number == lastNumber + 1;
+            lastNumber = number;
+            lastLiteral.assign(n.getLitBuffer().data(), static_cast<size_t>(n.getLitBuffer().length()));
+            n.flushLitBuffer();
+            ++lines;
+        }
+        EXPECT_EQ(n.getCharCount(), INT_MAX);
+        // The end of the source counts as one more line end.
+        EXPECT_EQ(n.getLineCount(), kLinesPerBlock * static_cast<int>(kLargeBlocks) + 1);
+    }
+    EXPECT_EQ(netlist.finish(), 0);
+    EXPECT_EQ(lines, kLinesPerBlock * static_cast<int>(kLargeBlocks));
+    EXPECT_TRUE(ordered);
+    EXPECT_EQ(lastNumber, lines);
+    EXPECT_EQ(lastLiteral, std::string(largeNetlistLine(kLinesPerBlock - 1)));
+}
 
 TEST(NetlistHostileInput, ALineLargerThanMemoryEndsSpiceStreamsInput)
 {
