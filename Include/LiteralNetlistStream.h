@@ -59,6 +59,7 @@ private:
     void fillOutputLitBuffer();
     void readRestOfLineIntoLookahead();
     void endInputOnExhaustion(int litKept);
+    void capCounts(long long chars, long long lines, int* lineNumber);
     size_t directWindow() const;
     static char asQueued(int c) { return c == -1 ? '\xFF' : static_cast<char>(c); }
 

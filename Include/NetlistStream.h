@@ -92,6 +92,7 @@ private:
     int readDirectiveChar();
     LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
     void endInputOnExhaustion(int rawKept);
+    void capCounts(long long chars, long long lines);
 
     State m_state = LineStart;
     int m_pushback = -1;

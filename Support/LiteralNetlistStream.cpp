@@ -149,7 +149,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while getChar must read
     int state;
-    long long chars, lines; // wider than the counts, which stop at INT_MAX when stored
+    long long chars, lines; // wider than the counts, which stop at INT_MAX (see capCounts)
     char* litStart;
     char* lit;
     char* litEnd; // the end of the room reserved for the literal queue
@@ -176,8 +176,10 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             line->expand(static_cast<int>(text - textStart));
         advance(static_cast<size_t>(p - bufferBegin()));
         m_state = state;
-        m_charCount = netlist::capped(chars);
-        m_lineCount = netlist::capped(lines);
+        m_charCount = static_cast<int>(chars);
+        m_lineCount = static_cast<int>(lines);
+        if (chars >= INT_MAX)
+            capCounts(chars, lines, text ? lineNumber : nullptr);
     };
     // The character source: the look-ahead queue first, then the common bytes (those the filter keeps,
     // and line ends) straight from the buffer with the effects getChar would have, every other through
@@ -217,7 +219,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             // A line of up to 64 bytes moves as one block: the queue's reserved room follows it.
             netlist::copyRun(m_litBuffer.reserveTail(n + netlist::kRunSlack), queued, static_cast<size_t>(n), litEnd);
             m_litBuffer.expand(n);
-            netlist::countUp(m_litCharCount, n);
+            m_litCharCount = static_cast<int>(m_litCharCount + static_cast<long long>(n));
             m_litQueue.flush();
             m_litQueueWithoutLineEnd = 0;
             litStart = lit = m_litQueue.reserveTail(static_cast<int>(stop - p) + kRoom);
@@ -234,7 +236,7 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             return true;
         if (!text) {
             if (lineNumber)
-                *lineNumber = netlist::capped(lines + 1);
+                *lineNumber = static_cast<int>(lines + 1);
             textStart = text = line->reserveTail(static_cast<int>(stop - p) + kRoom);
             textEnd = text + (stop - p) + kRoom;
         }
@@ -437,6 +439,20 @@ inlineComment:
         return leave(-1);
     }
     goto inlineComment;
+}
+
+// A netlist of more than 2 GiB: the counts the state machine took past INT_MAX wrapped below zero, and
+// stop at INT_MAX instead; so does the number of the line it started (`lineNumber`, when it did). The
+// line and literal counts start with the character count and grow no faster (each line end and literal
+// byte took a character), so they pass INT_MAX only after it.
+void NewSpiceStream::capCounts(long long chars, long long lines, int* lineNumber)
+{
+    m_charCount = netlist::capped(chars);
+    m_lineCount = netlist::capped(lines);
+    if (m_litCharCount < 0)
+        m_litCharCount = INT_MAX;
+    if (lineNumber && *lineNumber < 0)
+        *lineNumber = INT_MAX;
 }
 
 // The block of comment lines that starts with the "*" `c` (taken back from the look-ahead queue), as

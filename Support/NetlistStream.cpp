@@ -196,7 +196,7 @@ int SpiceStream::machine(Delivery& delivery)
     constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
     const char* stop; // the common bytes are read below it; p itself while readRaw must read
-    long long chars, lines; // wider than the counts, which stop at INT_MAX when stored
+    long long chars, lines; // wider than the counts, which stop at INT_MAX (see capCounts)
     State state;
     int pushback; // the handed-back character, -1 when there is none
     char* raw;
@@ -224,14 +224,17 @@ int SpiceStream::machine(Delivery& delivery)
         if (Buf* const sink = text ? delivery.runSink() : nullptr)
             sink->expand(static_cast<int>(text - (sink->data() + sink->length())));
         advance(static_cast<size_t>(p - bufferBegin()));
-        m_charCount = netlist::capped(chars);
-        m_lineCount = netlist::capped(lines);
+        m_charCount = static_cast<int>(chars);
+        m_lineCount = static_cast<int>(lines);
+        if (chars > INT_MAX || lines > INT_MAX)
+            capCounts(chars, lines);
         m_state = state;
         m_pushback = pushback;
     };
+    // The last accepted counts are taken as they run, wrapping below zero past INT_MAX (see capCounts).
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
-        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : netlist::capped(chars);
-        m_lastAcceptedLineCount = netlist::capped(lines);
+        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : static_cast<int>(chars);
+        m_lastAcceptedLineCount = static_cast<int>(lines);
     };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
         // What is written stands right after the buffer's text: raw[-1] is its last byte.
@@ -335,8 +338,8 @@ int SpiceStream::machine(Delivery& delivery)
                 // A run is taken only from a visible buffer, so no base64 section is open: the count
                 // accepted is the reader's own.
                 if (n > 0) {
-                    m_lastAcceptedCharCount = netlist::capped(chars);
-                    m_lastAcceptedLineCount = netlist::capped(lines);
+                    m_lastAcceptedCharCount = static_cast<int>(chars);
+                    m_lastAcceptedLineCount = static_cast<int>(lines);
                 }
             }
             if (high == 0)
@@ -531,6 +534,19 @@ void SpiceStream::endInputOnExhaustion(int rawKept)
     m_pushback = m_pendingChar = -1;
     m_lineBuffer.flush();
     m_rawBuffer.truncate(rawKept);
+}
+
+// A netlist of more than 2 GiB: the counts the state machine took past INT_MAX wrapped below zero, and
+// stop at INT_MAX instead. (A character count is never negative otherwise, nor a line count that passed
+// INT_MAX in one run of the machine.)
+void SpiceStream::capCounts(long long chars, long long lines)
+{
+    m_charCount = netlist::capped(chars);
+    m_lineCount = netlist::capped(lines);
+    if (chars > INT_MAX && m_lastAcceptedCharCount < 0)
+        m_lastAcceptedCharCount = INT_MAX;
+    if (lines > INT_MAX && m_lastAcceptedLineCount < 0)
+        m_lastAcceptedLineCount = INT_MAX;
 }
 
 // One raw read for the directive scanner, handed back for the machine: carriage returns are skipped
