@@ -14,7 +14,8 @@
 /// line feed, then as end of input. A UTF-16 file is read from a UTF-8 temporary copy. A line that memory
 /// cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input there, with
 /// no final line feed: nothing of it is delivered or kept in the literal buffer, and the reader then
-/// reads as at its end.
+/// reads as at its end. The character and line counts, and the line numbers handed out, stop at INT_MAX
+/// (2147483647) on a netlist that holds more; a character limit of INT_MAX is therefore none.
 class SUPPORTQT_API NewSpiceStream : public kvstream {
 public:
     explicit NewSpiceStream(const char* fileName);
@@ -34,7 +35,6 @@ public:
     int get();
     const Buf& getLitBuffer() const { return m_litBuffer; }
     void flushLitBuffer() { m_litBuffer.flush(); }
-    /// The counts, and the line numbers `gets` hands out, stop at INT_MAX: a netlist may hold more.
     int getLineCount() const { return m_lineCount; }
     int getCharCount() const { return m_charCount; }
     YString getSourceFile() const { return m_sourceFile; }

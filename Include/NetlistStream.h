@@ -21,6 +21,8 @@ enum SpiceLanguage : int {
 /// that the destructor deletes. Nothing is reported: an unreadable file reads as empty, and a line that
 /// memory cannot hold (a buffer would pass 2147483646 bytes, or an allocation fails) ends the input
 /// there: nothing of it is delivered or kept in the raw buffer, and the reader then reads as at its end.
+/// The character and line counts, and the line numbers handed out, stop at INT_MAX (2147483647) on a
+/// netlist that holds more.
 ///
 ///     SpiceStream in("amp.cir", SpiceLanguageNative);
 ///     YString line; int number;
@@ -55,7 +57,6 @@ public:
     /// The raw record of the accepted text, comments of continued lines included.
     const Buf* getBuffer() const { return &m_rawBuffer; }
     int eof() const { return m_state == AtEnd ? 1 : 0; }
-    /// The counts, and the line numbers `gets` hands out, stop at INT_MAX: a netlist may hold more.
     int getCharCount() const;
     int getLineCount() const { return m_lineCount; }
     void setLineCount(int count) { m_lineCount = count; }

@@ -19,9 +19,9 @@ LibraryStream::LibraryStream(const SymbolLoc& location, const YString& name)
       m_lineOffset(location.lineOffset)
 {
     seekg(location.start);
-    // The stream ends after exactly end - start characters.
-    long long limit = static_cast<long long>(m_end) - static_cast<long long>(m_start);
-    setCharLimit(limit < -1 ? -1 : static_cast<int>(limit));
+    // The stream ends after exactly end - start characters (a limit of INT_MAX is none).
+    const long long limit = static_cast<long long>(m_end) - static_cast<long long>(m_start);
+    setCharLimit(static_cast<int>(std::clamp<long long>(limit, -1, INT_MAX)));
 }
 
 LibraryStream::~LibraryStream() = default;

@@ -101,11 +101,12 @@ void NewSpiceStream::fillOutputLitBuffer()
 // How many bytes at the read position may be taken straight from the buffer, as the character source
 // would deliver them: none with a pending character or at the end, none past the character limit (the
 // byte that crosses it ends the input), one window at most. (An open base64 section hides the buffer.)
-// A limit of INT_MAX is none, since the count stops there.
+// A limit of INT_MAX is none: the count stops there, so no byte crosses it.
 size_t NewSpiceStream::directWindow() const
 {
-    const long long limit = m_charLimit == INT_MAX ? LLONG_MAX / 2 : m_charLimit;
-    const long long room = m_pendingChar == -1 && !m_atEnd ? limit - m_charCount : 0;
+    const long long room = m_pendingChar != -1 || m_atEnd ? 0
+                           : m_charLimit == INT_MAX       ? LLONG_MAX
+                                                          : static_cast<long long>(m_charLimit) - m_charCount;
     const size_t available = static_cast<size_t>(bufferEnd() - bufferBegin());
     const size_t window = available < netlist::kRunWindow ? available : netlist::kRunWindow;
     return static_cast<long long>(window) <= room ? window : room > 0 ? static_cast<size_t>(room) : 0;

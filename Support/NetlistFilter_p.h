@@ -1,5 +1,6 @@
-// NetlistFilter_p.h - the netlist readers' byte filter and their fast-forward kernel: the scan that
-// finds where a run of ordinary bytes ends, one block of 16, 32 or 64 bytes at a time.
+// NetlistFilter_p.h - the netlist readers' byte filter, their counts that stop at INT_MAX, and their
+// fast-forward kernel: the scan that finds where a run of ordinary bytes ends, one block of 16, 32 or 64
+// bytes at a time.
 #pragma once
 
 #include <climits>

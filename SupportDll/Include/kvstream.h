@@ -41,7 +41,7 @@ public:
     long long tellg() const;
     /// Releases the source; the stream reads as empty afterwards.
     void close();
-    /// The stream's own character count (decoded bytes of the current base64 section).
+    /// The stream's own character count (decoded bytes of the current base64 section); it stops at INT_MAX.
     int getCharCount() const { return m_ownCount; }
     bool keepsOwnCount() const { return m_flag; }
     /// The stream's own flag: true while a base64 section is open.
