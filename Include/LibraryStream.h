@@ -18,8 +18,9 @@ struct SymbolLoc {
 
 /// Reads exactly the characters `start` to `end` of a library file as logical lines (a line cut by
 /// `end` is delivered, then end of input). With a non-empty `name`, the name in the first ".model" or
-/// ".subckt" line is replaced by it (unless equal ignoring case). A reversed range or one past the end
-/// of the file reads as empty input; a range of INT_MAX characters or more reads to the end of the file.
+/// ".subckt" line is replaced by it (unless equal ignoring case). A reversed range, one that starts below
+/// zero or one past the end of the file reads as empty input; a range of INT_MAX characters reads to the
+/// end of the file.
 class SUPPORTQT_API LibraryStream : public NewSpiceStream {
 public:
     LibraryStream(const SymbolLoc& location, const YString& name);

@@ -19,8 +19,9 @@ LibraryStream::LibraryStream(const SymbolLoc& location, const YString& name)
       m_lineOffset(location.lineOffset)
 {
     seekg(location.start);
-    // The stream ends after exactly end - start characters (a limit of INT_MAX is none).
-    const long long limit = static_cast<long long>(m_end) - static_cast<long long>(m_start);
+    // The stream ends after exactly end - start characters (a limit of INT_MAX is none); a negative start
+    // is no place in the file, and reads as empty input like a reversed range.
+    const long long limit = m_start < 0 ? -1 : static_cast<long long>(m_end) - m_start;
     setCharLimit(static_cast<int>(std::clamp<long long>(limit, -1, INT_MAX)));
 }
 

@@ -102,6 +102,15 @@ TEST_F(LibraryStreamTest, ReversedOrOutOfFileRangesReadAsEmpty)
     missing.fileName = path("missing.lib").c_str();
     LibraryStream c(missing, YString("X"));
     EXPECT_TRUE(readAll(c).empty());
+    // A start below zero is no place in the file, also when the range would span more than an int.
+    SymbolLoc below = loc;
+    below.start = -1;
+    LibraryStream d(below, YString("X"));
+    EXPECT_TRUE(readAll(d).empty());
+    below.start = -5;
+    below.end = INT_MAX;
+    LibraryStream e(below, YString("X"));
+    EXPECT_TRUE(readAll(e).empty());
 }
 
 TEST(ParseSpiceLines, SplitsTextIntoLogicalLines)
