@@ -46,7 +46,8 @@ protected:
     LineResult readLine(int* lineNumber);
     const Buf& lineBuffer() const { return m_lineBuffer; }
     void setCharLimit(int limit) { m_charLimit = limit; }
-    /// True once memory has run out and ended the input.
+    /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
+    /// constructor could be held neither in a UTF-8 copy nor in memory (it then reads as empty).
     bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:

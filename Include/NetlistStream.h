@@ -73,7 +73,8 @@ public:
     void dontSuppressEmptyLines() { m_suppressEmptyLines = false; }
 
 protected:
-    /// True once memory has run out and ended the input.
+    /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
+    /// constructor could be held neither in a UTF-8 copy nor in memory (it then reads as empty).
     bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:

@@ -13,7 +13,7 @@ static constexpr netlist::RunStops kCommentStops{{'\n', '\n', '\n'}, false};
 
 NewSpiceStream::NewSpiceStream(const char* fileName) : m_sourceFile(fileName)
 {
-    textfile::openNetlist(m_sourceFile, &m_tempFile, this);
+    m_memoryRanOut = !textfile::openNetlist(m_sourceFile, &m_tempFile, this);
     init();
 }
 

@@ -1641,7 +1641,10 @@ ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
         }
     } remover{temp};
     QByteArray decoded;
-    if (textfile::convertWide(path, &temp, &decoded)) {
+    const textfile::WideText wide = textfile::convertWide(path, &temp, &decoded);
+    if (wide == textfile::WideText::Unheld)
+        return ModelLibStatus::TooLarge;
+    if (wide != textfile::WideText::NotWide) {
         index->wide = true;
         if (!temp.isEmpty()) {
             QFile copy(toQs(temp));

@@ -26,7 +26,7 @@ constexpr netlist::RunStops kHspiceLineStops{{'$', '{', '}'}, true};
 
 SpiceStream::SpiceStream(const char* fileName, SpiceLanguage language) : m_sourceFile(fileName)
 {
-    textfile::openNetlist(m_sourceFile, &m_tempFile, this);
+    m_memoryRanOut = !textfile::openNetlist(m_sourceFile, &m_tempFile, this);
     m_language = language;
     init();
 }

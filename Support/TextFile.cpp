@@ -10,6 +10,7 @@
 #include <QTextCodec>
 
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -116,17 +117,14 @@ void normaliseLineEnds(QByteArray& bytes, bool isWide, bool isDos, bool isMac)
     bytes.truncate(w);
 }
 
-// The one-pass form of normalising and decoding little-endian UTF-16 that starts with its byte-order
-// mark: the mark is dropped, line ends are normalised exactly as `normaliseLineEnds` does (a unit that
-// holds a CR byte beside a zero byte, in either order, counts as a CR), and a trailing odd byte is lost.
-QString decodeUtf16LeWithMark(const QByteArray& bytes, bool isDos, bool isMac)
+// Little-endian UTF-16 units decoded to `out` with their line ends normalised as `normaliseLineEnds`
+// does (a unit that holds a CR byte beside a zero byte, in either order, counts as a CR); the number
+// of characters written, at most `units`.
+int decodeUtf16Le(const char* bytes, int units, bool isDos, bool isMac, QChar* out)
 {
-    const unsigned char* d = reinterpret_cast<const unsigned char*>(bytes.constData());
-    const int units = bytes.size() / 2;
-    QString text(units - 1, Qt::Uninitialized);
-    QChar* out = text.data();
+    const unsigned char* d = reinterpret_cast<const unsigned char*>(bytes);
     int w = 0;
-    for (int i = 1; i < units; ++i) {
+    for (int i = 0; i < units; ++i) {
         ushort unit = static_cast<ushort>(d[2 * i] | (d[2 * i + 1] << 8));
         if ((isDos || isMac) && (unit == 0x000D || unit == 0x0D00)) {
             if (isDos)
@@ -135,7 +133,15 @@ QString decodeUtf16LeWithMark(const QByteArray& bytes, bool isDos, bool isMac)
         }
         out[w++] = QChar(unit);
     }
-    text.truncate(w);
+    return w;
+}
+
+// The one-pass form of normalising and decoding little-endian UTF-16 that starts with its byte-order
+// mark: the mark is dropped, and a trailing odd byte is lost.
+QString decodeUtf16LeWithMark(const QByteArray& bytes, bool isDos, bool isMac)
+{
+    QString text(bytes.size() / 2 - 1, Qt::Uninitialized);
+    text.truncate(decodeUtf16Le(bytes.constData() + 2, text.size(), isDos, isMac, text.data()));
     return text;
 }
 
@@ -159,6 +165,38 @@ bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
     const bool written = file.write(bytes) == bytes.size() && file.flush();
     file.close();
     return written && file.error() == QFileDevice::NoError;
+}
+
+// The text of the file sp_LoadFile opened, which it closes when the file was read within its limit.
+QString loadOpenFile(QFile& file, bool isFile, const char* encoding)
+{
+    QByteArray bytes = isFile ? file.readAll() : file.read(kMaxLoadStreamBytes + 1);
+    if (bytes.size() > (isFile ? kMaxLoadFileBytes : kMaxLoadStreamBytes))
+        return QString();
+    file.close();
+
+    bool isWide, isDos, isMac, isLittleEndian;
+    classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
+    const char* name = encoding ? encoding : "auto";
+    if (qstricmp(name, "auto") == 0 && isWide && isLittleEndian && bytes.startsWith("\xFF\xFE"))
+        return decodeUtf16LeWithMark(bytes, isDos, isMac);
+    normaliseLineEnds(bytes, isWide, isDos, isMac);
+
+    if (qstricmp(name, "auto") == 0) {
+        QTextCodec* codec = QTextCodec::codecForName(isWide ? (isLittleEndian ? "UTF-16" : "UTF-16BE") : "UTF-8");
+        QTextCodec::ConverterState state;
+        QString text = codec->toUnicode(bytes.constData(), bytes.size(), &state);
+        // An unfinished final sequence counts as invalid: it is the last letter of an 8-bit text.
+        if (state.invalidChars == 0 && (isWide || state.remainingChars == 0))
+            return text;
+        return QTextCodec::codecForLocale()->toUnicode(bytes);
+    }
+    if (qstricmp(name, "locale") == 0)
+        return QTextCodec::codecForLocale()->toUnicode(bytes);
+    QTextCodec* codec = QTextCodec::codecForName(name);
+    if (!codec)
+        codec = QTextCodec::codecForName("UTF-8");
+    return codec->toUnicode(bytes);
 }
 
 } // namespace
@@ -201,34 +239,14 @@ QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
     if (path.isEmpty() || info.isDir() || (info.isFile() && info.size() > kMaxLoadFileBytes) ||
         !file.open(QIODevice::ReadOnly))
         return QString();
-    QByteArray bytes = info.isFile() ? file.readAll() : file.read(kMaxLoadStreamBytes + 1);
-    file.close();
-    if (bytes.size() > (info.isFile() ? kMaxLoadFileBytes : kMaxLoadStreamBytes))
+    // Memory that runs out while the file is read or decoded loads nothing.
+    try {
+        QString text = loadOpenFile(file, info.isFile(), encoding);
+        *ok = !file.isOpen();
+        return text;
+    } catch (const std::bad_alloc&) {
         return QString();
-    *ok = true;
-
-    bool isWide, isDos, isMac, isLittleEndian;
-    classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
-    const char* name = encoding ? encoding : "auto";
-    if (qstricmp(name, "auto") == 0 && isWide && isLittleEndian && bytes.startsWith("\xFF\xFE"))
-        return decodeUtf16LeWithMark(bytes, isDos, isMac);
-    normaliseLineEnds(bytes, isWide, isDos, isMac);
-
-    if (qstricmp(name, "auto") == 0) {
-        QTextCodec* codec = QTextCodec::codecForName(isWide ? (isLittleEndian ? "UTF-16" : "UTF-16BE") : "UTF-8");
-        QTextCodec::ConverterState state;
-        QString text = codec->toUnicode(bytes.constData(), bytes.size(), &state);
-        // An unfinished final sequence counts as invalid: it is the last letter of an 8-bit text.
-        if (state.invalidChars == 0 && (isWide || state.remainingChars == 0))
-            return text;
-        return QTextCodec::codecForLocale()->toUnicode(bytes);
     }
-    if (qstricmp(name, "locale") == 0)
-        return QTextCodec::codecForLocale()->toUnicode(bytes);
-    QTextCodec* codec = QTextCodec::codecForName(name);
-    if (!codec)
-        codec = QTextCodec::codecForName("UTF-8");
-    return codec->toUnicode(bytes);
 }
 
 void sp_WriteTextFile(const QString& path, const QString& text, const char* encoding)
@@ -241,66 +259,168 @@ void sp_WriteTextFile(const QString& path, const QString& text, const char* enco
 
 namespace {
 
-// The UTF-16 file decoded for its UTF-8 copy; false when it is no UTF-16 file (or cannot be decoded).
-bool decodeWide(const QString& path, QString* text)
+// Whether the file is UTF-16, by the format its first 1,024 bytes show.
+bool isWideFile(const QString& path)
 {
     QByteArray head;
     if (!readHead(path, &head))
         return false;
     bool isWide, isDos, isMac, isLittleEndian;
     classify(head.constData(), head.size(), isWide, isDos, isMac, isLittleEndian);
-    if (!isWide)
-        return false;
+    return isWide;
+}
+
+// The UTF-16 file decoded whole, without a byte-order mark (the big-endian codec keeps the file's mark
+// as U+FEFF); false when sp_LoadFile cannot load it.
+bool decodeWide(const QString& path, QString* text)
+{
     bool ok = false;
     *text = sp_LoadFile(path, "auto", &ok);
-    // The copy carries no byte-order mark: the big-endian codec keeps the file's mark as U+FEFF.
     if (text->startsWith(QChar(0xFEFF)))
         text->remove(0, 1);
     return ok;
+}
+
+// The blocks a wide file is copied in: an even size, so that no block but the last splits a unit.
+const int kWideBlock = 1 << 20;
+
+// Whether classify() on the first bytes of a longer file gives the whole file's verdict: it stops at the
+// first line end and looks no more than two bytes past it.
+bool verdictSettled(const QByteArray& b)
+{
+    const bool bigEndian = b.startsWith("\xFE\xFF");
+    for (int i = bigEndian ? 2 : 0; i + 2 < b.size(); ++i) {
+        if (bigEndian ? b[i] == CR && b[i - 1] == 0 : b[i] == CR || b[i] == LF)
+            return true;
+    }
+    return false;
+}
+
+enum class Copy { Written, Declined, Failed };
+
+// Writes the UTF-8 text of a UTF-16 file to `out` a block at a time, so that memory holds one block
+// however large the file: the text decodeWide gives, byte for byte. Declined, when only the whole file's
+// decoding can tell the text: the file is no regular file, its first line end lies past the first block,
+// or the codec finds invalid units (then part of the text may have been written). Failed when a read or
+// a write fails.
+Copy streamWideCopy(const QString& path, QFile& out)
+{
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return Copy::Declined;
+    QByteArray block = file.read(kWideBlock);
+    if (block.size() == kWideBlock && !file.atEnd() && !verdictSettled(block))
+        return Copy::Declined;
+    bool isWide, isDos, isMac, isLittleEndian;
+    classify(block.constData(), block.size(), isWide, isDos, isMac, isLittleEndian);
+    if (!isWide)
+        return Copy::Declined;
+    // The two decodings sp_LoadFile chooses between, and its UTF-8 encoding, each carried across blocks.
+    const bool withMark = isLittleEndian && block.startsWith("\xFF\xFE");
+    QTextCodec* const codec = QTextCodec::codecForName(isLittleEndian ? "UTF-16" : "UTF-16BE");
+    QTextCodec* const utf8 = QTextCodec::codecForName("UTF-8");
+    QTextCodec::ConverterState decoding, encoding(QTextCodec::IgnoreHeader);
+    bool atStart = true;
+    for (int skip = withMark ? 2 : 0; !block.isEmpty(); skip = 0) {
+        QString text;
+        if (withMark) {
+            text.resize((block.size() - skip) / 2);
+            text.truncate(decodeUtf16Le(block.constData() + skip, text.size(), isDos, isMac, text.data()));
+        } else {
+            normaliseLineEnds(block, true, isDos, isMac);
+            text = codec->toUnicode(block.constData(), block.size(), &decoding);
+        }
+        if (atStart && !text.isEmpty()) {
+            atStart = false;
+            if (text.startsWith(QChar(0xFEFF)))
+                text.remove(0, 1);
+        }
+        const QByteArray bytes = utf8->fromUnicode(text.constData(), text.size(), &encoding);
+        if (out.write(bytes) != bytes.size())
+            return Copy::Failed;
+        block = file.read(kWideBlock);
+        if (block.isEmpty() && file.error() != QFileDevice::NoError)
+            return Copy::Failed;
+    }
+    return decoding.invalidChars == 0 ? Copy::Written : Copy::Declined;
+}
+
+// Writes the UTF-8 copy of a UTF-16 file to `temp`: streamed, or decoded whole when streaming declines.
+// True when every byte reached the file; false too when the whole text would not fit in memory.
+bool writeWideCopy(const QString& path, const QString& temp)
+{
+    QFile out(temp);
+    if (temp.isEmpty() || !out.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    Copy copy = streamWideCopy(path, out);
+    if (copy == Copy::Declined && out.resize(0) && out.seek(0)) {
+        try {
+            QString text;
+            copy = Copy::Failed;
+            if (decodeWide(path, &text)) {
+                const QByteArray bytes = QTextCodec::codecForName("UTF-8")->fromUnicode(text);
+                if (out.write(bytes) == bytes.size())
+                    copy = Copy::Written;
+            }
+        } catch (const std::bad_alloc&) {
+            copy = Copy::Failed;
+        }
+    }
+    const bool flushed = out.flush();
+    out.close();
+    return copy == Copy::Written && flushed && out.error() == QFileDevice::NoError;
 }
 
 } // namespace
 
 bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
 {
-    QString text;
-    if (!decodeWide(toQs(path), &text))
+    if (!isWideFile(toQs(path)))
         return false;
     YString temp = sp_GetTempFile();
     if (tempPath)
         *tempPath = temp;
-    writeEncoded(toQs(temp), text, QTextCodec::codecForName("UTF-8"));
+    (void)writeWideCopy(toQs(path), toQs(temp));
     return true;
 }
 
-bool textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
+textfile::WideText textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
 {
-    QString text;
-    if (!decodeWide(toQs(path), &text))
-        return false;
+    if (!isWideFile(toQs(path)))
+        return WideText::NotWide;
     const YString temp = sp_GetTempFile();
-    if (!temp.isEmpty() && writeEncoded(toQs(temp), text, QTextCodec::codecForName("UTF-8"))) {
+    if (writeWideCopy(toQs(path), toQs(temp))) {
         *tempPath = temp;
-        return true;
+        return WideText::Copied;
     }
     if (!temp.isEmpty())
         QFile::remove(toQs(temp));
-    *utf8 = text.toUtf8();
-    return true;
+    try {
+        QString text;
+        if (decodeWide(toQs(path), &text)) {
+            *utf8 = text.toUtf8();
+            return WideText::InMemory;
+        }
+    } catch (const std::bad_alloc&) {
+    }
+    utf8->clear();
+    return WideText::Unheld;
 }
 
-void textfile::openNetlist(const YString& path, YString* tempPath, kvstream* reader)
+bool textfile::openNetlist(const YString& path, YString* tempPath, kvstream* reader)
 {
     QByteArray decoded;
-    if (!path.isEmpty())
-        convertWide(path, tempPath, &decoded);
-    if (!decoded.isEmpty()) {
+    const WideText wide = path.isEmpty() ? WideText::NotWide : convertWide(path, tempPath, &decoded);
+    if (wide == WideText::Unheld)
+        return false;
+    if (wide == WideText::InMemory) {
         kvstrstream text(decoded.constData(), static_cast<size_t>(decoded.size()));
         kvstream::transferBuffer(&text, reader);
     } else {
         kvfstream file(tempPath->isEmpty() ? path.c_str() : tempPath->c_str(), kvfstreamRead | kvfstreamBinary, false);
         kvstream::transferBuffer(&file, reader);
     }
+    return true;
 }
 
 void textfile::closeNetlist(const YString& tempPath, kvstream* reader)

@@ -8,15 +8,22 @@ class kvstream;
 #include <QByteArray>
 
 namespace textfile {
-/// As sp_ConvertWideTextFile: true when the file is UTF-16, with the path of its UTF-8 copy in
-/// `*tempPath`. When the copy could not be written whole (an unusable temporary folder, a full disk),
-/// the partial copy is removed, `*tempPath` is left empty and `*text` receives the UTF-8 text itself,
-/// so that the reader reads it from memory instead of a shortened file.
-bool convertWide(const YString& path, YString* tempPath, QByteArray* text);
+/// What `convertWide` made of a file.
+enum class WideText {
+    NotWide,  ///< no UTF-16 file: it reads as it is
+    Copied,   ///< the path of its UTF-8 copy is in `*tempPath`
+    InMemory, ///< the copy could not be written whole (an unusable temporary folder, a full disk): the
+              ///< partial copy is removed and `*text` holds the UTF-8 text, so that no shortened file is read
+    Unheld,   ///< neither a copy nor memory could hold the text (see sp_LoadFile's limits)
+};
+/// As sp_ConvertWideTextFile, a block at a time when the file allows, so that a UTF-16 file of any size
+/// is copied in bounded memory; `*tempPath` and `*text` are set as the result says.
+WideText convertWide(const YString& path, YString* tempPath, QByteArray* text);
 /// Opens a netlist for a reader: the file's own bytes, or the UTF-8 text of a UTF-16 file (from the
 /// copy whose name goes to `*tempPath`, which the reader deletes, or from memory when the copy could not
-/// be written), moved into `reader`. An empty name or a file that cannot be opened reads as empty.
-void openNetlist(const YString& path, YString* tempPath, kvstream* reader);
+/// be written), moved into `reader`. An empty name or a file that cannot be opened reads as empty; so
+/// does a UTF-16 file whose text nothing could hold, and then the result is false.
+bool openNetlist(const YString& path, YString* tempPath, kvstream* reader);
 /// For a reader's destructor: closes `reader` and deletes the UTF-8 copy when it read one.
 void closeNetlist(const YString& tempPath, kvstream* reader);
 } // namespace textfile

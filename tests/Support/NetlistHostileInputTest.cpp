@@ -14,6 +14,9 @@
 #define LIMITED_CHILDREN 1
 #include "ModelLibrary.h"
 
+#include "TextFile.h"
+
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -572,4 +575,81 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryFailsTheSplitterAndTheDefinitionR
     });
     EXPECT_EQ(code, 0);
 }
+// A UTF-16 netlist of 48 MiB: its UTF-8 copy is written a block at a time, so a reader whose process may
+// map only 32 MiB more reads it whole.
+std::string wideNetlistFile(const QTemporaryDir& folder, int lines)
+{
+    std::string bytes = "\xFF\xFE";
+    for (int i = 1; i <= lines; ++i) {
+        for (char c : "R" + std::to_string(i) + " a b 1k\r\n") {
+            bytes += c;
+            bytes += '\0';
+        }
+    }
+    const std::string path = folder.filePath("wide.cir").toStdString();
+    writeFileBytes(path, bytes);
+    return path;
+}
+
+TEST(NetlistHostileInput, AUtf16NetlistLargerThanMemoryIsReadThroughItsCopy)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const int kLines = 1800000;
+    const std::string path = wideNetlistFile(folder, kLines);
+    ASSERT_GT(QFileInfo(QString::fromStdString(path)).size(), 48 << 20);
+    const int code = inLimitedChild(kHeadroom, [&] {
+        CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
+        YString line;
+        int number = 0, count = 0;
+        while (s.gets(&line, &number, nullptr, nullptr)) {
+            s.flushBuffer();
+            if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
+                return 1;
+        }
+        if (count != kLines || s.memoryRanOut())
+            return 2;
+        CheckedLiteralStream n(path.c_str());
+        for (count = 0; n.gets(&line, &number); n.flushLitBuffer()) {
+            if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
+                return 3;
+        }
+        if (count != kLines || n.memoryRanOut())
+            return 4;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+// With no usable temporary folder the text would have to be held in memory, and it is not: the readers
+// read nothing and say that memory ran out, the loader fails, the indexer reports the file too large.
+TEST(NetlistHostileInput, AUtf16NetlistThatNothingCanHoldReadsAsEmpty)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const std::string path = wideNetlistFile(folder, 1800000);
+    const std::string noFolder = folder.filePath("no-such-folder").toStdString();
+    const int code = inLimitedChild(kHeadroom, [&] {
+        setenv("TMPDIR", noFolder.c_str(), 1);
+        CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
+        YString line = "left from before";
+        int number = 0;
+        if (!s.memoryRanOut() || s.gets(&line, &number, nullptr, nullptr) || !line.isEmpty())
+            return 1;
+        CheckedLiteralStream n(path.c_str());
+        if (!n.memoryRanOut() || n.gets(&line, &number))
+            return 2;
+        bool ok = true;
+        if (!sp_LoadFile(QString::fromStdString(path), "auto", &ok).isEmpty() || ok)
+            return 3;
+        ModelLibIndex index;
+        if (sp_IndexModelLibrary(YString(path.c_str()), SpiceLanguageNative, &index) != ModelLibStatus::TooLarge)
+            return 4;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+    // The copy's folder was never made: nothing was left behind.
+    EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(noFolder)));
+}
 #endif
+

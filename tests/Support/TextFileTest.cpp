@@ -5,9 +5,14 @@
 #include <QFile>
 #include "TextFile.h"
 
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTextCodec>
 
+#include <algorithm>
 #include <random>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -241,4 +246,113 @@ TEST_F(TextFile, AutoDecodesMarkedLittleEndianUtf16AsTheNamedCodecDoes)
         EXPECT_FALSE(fast.startsWith(QChar(0xFEFF)));
         EXPECT_EQ(fast.left(1), "x");
     }
+}
+
+namespace {
+
+// UTF-16 of `units`, little- or big-endian.
+std::string utf16(const std::vector<unsigned short>& units, bool littleEndian)
+{
+    std::string bytes;
+    for (unsigned short u : units) {
+        const char low = static_cast<char>(u & 0xFF), high = static_cast<char>(u >> 8);
+        bytes += littleEndian ? low : high;
+        bytes += littleEndian ? high : low;
+    }
+    return bytes;
+}
+
+// The UTF-8 copy a wide file must have: its text as the whole-file load gives it, without a leading
+// U+FEFF, encoded as UTF-8 without a mark.
+std::string wholeFileCopy(const std::string& file)
+{
+    bool ok = false;
+    QString text = sp_LoadFile(QString::fromStdString(file), "auto", &ok);
+    EXPECT_TRUE(ok);
+    if (text.startsWith(QChar(0xFEFF)))
+        text.remove(0, 1);
+    return QTextCodec::codecForName("UTF-8")->fromUnicode(text).toStdString();
+}
+
+} // namespace
+
+// The copy is written a block of 1 MiB at a time; it must be the whole file's text byte for byte, also
+// where a surrogate pair, a CR LF or a mark straddles a block's end, and when the first line end lies
+// past the first block (then the whole file is decoded at once).
+TEST_F(TextFile, WideCopyIsTheWholeFileTextWrittenABlockAtATime)
+{
+    const size_t kBlockUnits = 1u << 19;
+    struct Variant {
+        const char* name;
+        bool littleEndian;
+        bool mark;
+        std::vector<unsigned short> firstEnd;
+        size_t firstLineUnits;
+        std::vector<unsigned short> straddling; // placed so that its second unit starts the second block
+        bool oddByte;
+    };
+    const std::vector<Variant> variants = {
+        {"marked LE, CR LF, a pair across blocks", true, true, {0x0D, 0x0A}, 3, {0xD83D, 0xDE00}, false},
+        {"marked LE, a lone CR, CR LF across blocks", true, true, {0x0D}, 3, {0x0D, 0x0A}, true},
+        {"marked LE, LF, U+FEFF after the mark", true, true, {0x0A}, 0, {0x0D00, 0xD800}, false},
+        {"LE without a mark, LF", true, false, {0x0A}, 5, {0xD83D, 0xDE00}, true},
+        {"LE without a mark, CR LF", true, false, {0x0D, 0x0A}, 5, {0x0D, 0x0A}, false},
+        {"marked BE, CR LF", false, true, {0x0D, 0x0A}, 2, {0xD83D, 0xDE00}, false},
+        {"marked BE, a lone CR", false, true, {0x0D}, 2, {0x000D, 0x0D00}, true},
+        {"marked LE, first line end past the first block", true, true, {0x0D, 0x0A}, kBlockUnits + 40, {0xD83D, 0xDE00}, false},
+        {"marked BE, first line end past the first block", false, true, {0x0A}, kBlockUnits + 40, {0x0D, 0x0A}, true},
+    };
+    std::mt19937 random(11);
+    const unsigned short kUnits[] = {'a', 'Z', ' ', 0x0D, 0x0A, 0x0D00, 0xD800, 0xDC00, 0xFEFF, 0x00E9, 0x4E2D, 0xD83D, 0xDE00};
+    for (const Variant& v : variants) {
+        std::vector<unsigned short> units;
+        if (v.mark)
+            units.push_back(0xFEFF);
+        if (v.firstLineUnits == 0)
+            units.push_back(0xFEFF);
+        while (units.size() < (v.mark ? 1u : 0u) + v.firstLineUnits)
+            units.push_back('t');
+        units.insert(units.end(), v.firstEnd.begin(), v.firstEnd.end());
+        const size_t straddle = (units.size() > kBlockUnits ? 2 * kBlockUnits : kBlockUnits) - 1;
+        while (units.size() < straddle)
+            units.push_back(kUnits[random() % (sizeof(kUnits) / sizeof(kUnits[0]))]);
+        units.insert(units.end(), v.straddling.begin(), v.straddling.end());
+        for (int i = 0; i < 300; ++i)
+            units.push_back(kUnits[random() % (sizeof(kUnits) / sizeof(kUnits[0]))]);
+        std::string bytes = utf16(units, v.littleEndian);
+        if (v.oddByte)
+            bytes += 'q';
+        writeFileBytes(path("wide.cir"), bytes);
+
+        YString copy;
+        ASSERT_TRUE(sp_ConvertWideTextFile(YString(path("wide.cir").c_str()), &copy)) << v.name;
+        const std::string expected = wholeFileCopy(path("wide.cir"));
+        EXPECT_GT(expected.size(), kBlockUnits) << v.name;
+        EXPECT_TRUE(readFileBytes(copy.c_str()) == expected) << v.name;
+        QFile::remove(copy.c_str());
+    }
+}
+
+// An independent decoder agrees: iconv's UTF-8 of a marked UTF-16 netlist of three blocks, CRs removed.
+TEST_F(TextFile, WideCopyMatchesIconv)
+{
+    const QString iconv = QStandardPaths::findExecutable(QStringLiteral("iconv"));
+    if (iconv.isEmpty())
+        GTEST_SKIP() << "iconv is not installed";
+    std::u16string text = u"\uFEFF* title \u00e9\r\n";
+    for (int i = 0; text.size() < (3u << 19); ++i)
+        text += u"R" + std::u16string(1, static_cast<char16_t>(u'0' + i % 10)) + u" n\u4E2D \U0001F600 1k\r\n";
+    writeFileBytes(path("wide.cir"), utf16(std::vector<unsigned short>(text.begin(), text.end()), true));
+    YString copy;
+    ASSERT_TRUE(sp_ConvertWideTextFile(YString(path("wide.cir").c_str()), &copy));
+    QProcess process;
+    process.start(iconv, {QStringLiteral("-f"), QStringLiteral("UTF-16"), QStringLiteral("-t"), QStringLiteral("UTF-8"),
+                          QString::fromStdString(path("wide.cir"))});
+    ASSERT_TRUE(process.waitForFinished(60000));
+    ASSERT_EQ(process.exitCode(), 0);
+    std::string expected = process.readAllStandardOutput().toStdString();
+    expected.erase(std::remove(expected.begin(), expected.end(), '\r'), expected.end());
+    EXPECT_EQ(expected.substr(0, 15), "* title \xC3\xA9\nR0 n");
+    EXPECT_TRUE(readFileBytes(copy.c_str()) == expected);
+    QFile::remove(copy.c_str());
 }

@@ -103,11 +103,12 @@ int runTextConvert(const QStringList& arguments)
     if (sameExistingFile(path, output))
         return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
     const qint64 size = QFileInfo(path).size();
-    bool ok = false;
+    bool loaded = false, ok = false;
     QString text;
     {
         ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(path).arg(size >> 20), size > (qint64(64) << 20));
-        text = sp_LoadFile(path, from.constData(), &ok);
+        text = sp_LoadFile(path, from.constData(), &loaded);
+        ok = loaded;
         if (ok) {
             // Characters the target encoding cannot hold are counted by its codec before anything is
             // written: without --lossy nothing is written and the user is told.
@@ -133,6 +134,9 @@ int runTextConvert(const QStringList& arguments)
             return !written.isFile() || written.size() == expected;
         });
     }
+    // The input was found readable before: a load that fails found it larger than a text may be.
+    if (!loaded)
+        return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is larger than 512 MiB or than memory can hold").arg(path));
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
     if (isStandardStream(output))
