@@ -23,7 +23,8 @@ SUPPORTQT_API void sp_DetectTextFileFormat(const char* buf, int len, bool& isWid
 /// UTF-8 decoding finds invalid or unfinished sequences), "locale", or a codec name (an unknown name
 /// decodes as UTF-8). `*ok` is false, with an empty result, when the file cannot be opened, is a folder,
 /// is a regular file larger than 512 MiB, or is a device or pipe that gives more than 64 MiB before
-/// its end (/dev/zero never ends); `ok` must not be null.
+/// its end (/dev/zero never ends), or when memory runs out while it is read or decoded (nothing is
+/// thrown); `ok` must not be null.
 SUPPORTQT_API QString sp_LoadFile(const QString& path, const char* encoding, bool* ok);
 
 /// Writes `text` encoded with the named codec from the start of the file, which is opened for reading
@@ -31,8 +32,11 @@ SUPPORTQT_API QString sp_LoadFile(const QString& path, const char* encoding, boo
 /// codec writes nothing. Reports nothing.
 SUPPORTQT_API void sp_WriteTextFile(const QString& path, const QString& text, const char* encoding);
 
-/// When the file is UTF-16, writes a UTF-8 copy (line ends LF) to a fresh temporary file, stores its path
-/// in `*tempPath` and returns true; otherwise returns false and leaves `*tempPath` alone.
+/// When the file is UTF-16, writes a UTF-8 copy (line ends LF) to a fresh temporary file, a block at a
+/// time so that a file of any size takes bounded memory, stores its path in `*tempPath` and returns true;
+/// otherwise returns false and leaves `*tempPath` alone. A UTF-16 file whose text cannot be read (nor,
+/// when its first line is longer than 1 MiB and it is decoded whole, loaded or held in memory) also
+/// gives false, with the path stored and no copy left there; errors writing the copy are not reported.
 [[nodiscard]] SUPPORTQT_API bool sp_ConvertWideTextFile(const YString& path, YString* tempPath);
 
 /// Scope guard over `sp_ConvertWideTextFile`: `getPath` is the UTF-8 copy of a UTF-16 file, or the given

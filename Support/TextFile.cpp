@@ -167,13 +167,14 @@ bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
     return written && file.error() == QFileDevice::NoError;
 }
 
-// The text of the file sp_LoadFile opened, which it closes when the file was read within its limit.
-QString loadOpenFile(QFile& file, bool isFile, const char* encoding)
+// The text of the file sp_LoadFile opened; `*ok` false, with an empty text, when it passes its limit.
+QString loadOpenFile(QFile& file, bool isFile, const char* encoding, bool* ok)
 {
     QByteArray bytes = isFile ? file.readAll() : file.read(kMaxLoadStreamBytes + 1);
+    file.close();
     if (bytes.size() > (isFile ? kMaxLoadFileBytes : kMaxLoadStreamBytes))
         return QString();
-    file.close();
+    *ok = true;
 
     bool isWide, isDos, isMac, isLittleEndian;
     classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
@@ -241,10 +242,9 @@ QString sp_LoadFile(const QString& path, const char* encoding, bool* ok)
         return QString();
     // Memory that runs out while the file is read or decoded loads nothing.
     try {
-        QString text = loadOpenFile(file, info.isFile(), encoding);
-        *ok = !file.isOpen();
-        return text;
+        return loadOpenFile(file, info.isFile(), encoding, ok);
     } catch (const std::bad_alloc&) {
+        *ok = false;
         return QString();
     }
 }
@@ -296,13 +296,12 @@ bool verdictSettled(const QByteArray& b)
     return false;
 }
 
-enum class Copy { Written, Declined, Failed };
+enum class Copy { Written, Declined, ReadFailed, WriteFailed };
 
 // Writes the UTF-8 text of a UTF-16 file to `out` a block at a time, so that memory holds one block
 // however large the file: the text decodeWide gives, byte for byte. Declined, when only the whole file's
 // decoding can tell the text: the file is no regular file, its first line end lies past the first block,
-// or the codec finds invalid units (then part of the text may have been written). Failed when a read or
-// a write fails.
+// or the codec finds invalid units (then part of the text may have been written).
 Copy streamWideCopy(const QString& path, QFile& out)
 {
     QFile file(path);
@@ -337,38 +336,38 @@ Copy streamWideCopy(const QString& path, QFile& out)
         }
         const QByteArray bytes = utf8->fromUnicode(text.constData(), text.size(), &encoding);
         if (out.write(bytes) != bytes.size())
-            return Copy::Failed;
+            return Copy::WriteFailed;
         block = file.read(kWideBlock);
         if (block.isEmpty() && file.error() != QFileDevice::NoError)
-            return Copy::Failed;
+            return Copy::ReadFailed;
     }
     return decoding.invalidChars == 0 ? Copy::Written : Copy::Declined;
 }
 
 // Writes the UTF-8 copy of a UTF-16 file to `temp`: streamed, or decoded whole when streaming declines.
-// True when every byte reached the file; false too when the whole text would not fit in memory.
-bool writeWideCopy(const QString& path, const QString& temp)
+// Written when every byte reached the file; ReadFailed when the text could not be read, or, decoded
+// whole, loaded or held in memory.
+Copy writeWideCopy(const QString& path, const QString& temp)
 {
     QFile out(temp);
     if (temp.isEmpty() || !out.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
+        return Copy::WriteFailed;
     Copy copy = streamWideCopy(path, out);
     if (copy == Copy::Declined && out.resize(0) && out.seek(0)) {
         try {
             QString text;
-            copy = Copy::Failed;
+            copy = Copy::ReadFailed;
             if (decodeWide(path, &text)) {
                 const QByteArray bytes = QTextCodec::codecForName("UTF-8")->fromUnicode(text);
-                if (out.write(bytes) == bytes.size())
-                    copy = Copy::Written;
+                copy = out.write(bytes) == bytes.size() ? Copy::Written : Copy::WriteFailed;
             }
         } catch (const std::bad_alloc&) {
-            copy = Copy::Failed;
+            copy = Copy::ReadFailed;
         }
     }
     const bool flushed = out.flush();
     out.close();
-    return copy == Copy::Written && flushed && out.error() == QFileDevice::NoError;
+    return copy != Copy::Written || (flushed && out.error() == QFileDevice::NoError) ? copy : Copy::WriteFailed;
 }
 
 } // namespace
@@ -380,8 +379,11 @@ bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
     YString temp = sp_GetTempFile();
     if (tempPath)
         *tempPath = temp;
-    (void)writeWideCopy(toQs(path), toQs(temp));
-    return true;
+    // Write errors are not reported; a text that cannot be read is, and leaves no copy behind.
+    if (writeWideCopy(toQs(path), toQs(temp)) != Copy::ReadFailed)
+        return true;
+    QFile::remove(toQs(temp));
+    return false;
 }
 
 textfile::WideText textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
@@ -389,7 +391,7 @@ textfile::WideText textfile::convertWide(const YString& path, YString* tempPath,
     if (!isWideFile(toQs(path)))
         return WideText::NotWide;
     const YString temp = sp_GetTempFile();
-    if (writeWideCopy(toQs(path), toQs(temp))) {
+    if (writeWideCopy(toQs(path), toQs(temp)) == Copy::Written) {
         *tempPath = temp;
         return WideText::Copied;
     }

@@ -650,6 +650,21 @@ TEST(NetlistHostileInput, AUtf16NetlistThatNothingCanHoldReadsAsEmpty)
     EXPECT_EQ(code, 0);
     // The copy's folder was never made: nothing was left behind.
     EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(noFolder)));
+
+    // A first line longer than a block is decoded whole, which memory cannot hold here: the conversion
+    // says so, and leaves no copy at the path it gives.
+    std::string oneLine = "\xFF\xFE";
+    for (size_t i = 0; i < (24u << 20); ++i)
+        oneLine += i % 2 ? std::string("\0", 1) : std::string("x");
+    const std::string longFirst = folder.filePath("long.cir").toStdString();
+    writeFileBytes(longFirst, oneLine + std::string("\r\0\n\0", 4));
+    const int converted = inLimitedChild(kHeadroom, [&] {
+        YString copy;
+        if (sp_ConvertWideTextFile(YString(longFirst.c_str()), &copy))
+            return 1;
+        return copy.isEmpty() || QFileInfo::exists(QString::fromUtf8(copy.c_str())) ? 2 : 0;
+    });
+    EXPECT_EQ(converted, 0);
 }
 #endif
 
