@@ -1644,23 +1644,24 @@ ModelLibStatus indexFile(const YString& path, ModelLibIndex* index)
     const textfile::WideText wide = textfile::convertWide(path, &temp, &decoded);
     if (wide == textfile::WideText::Unheld)
         return ModelLibStatus::TooLarge;
-    if (wide != textfile::WideText::NotWide) {
-        index->wide = true;
-        if (!temp.isEmpty()) {
-            QFile copy(toQs(temp));
-            if (!copy.open(QIODevice::ReadOnly))
-                return ModelLibStatus::Unreadable;
-            if (copy.size() > kMaxPosition)
-                return ModelLibStatus::TooLarge;
-            decoded = copy.readAll();
-        }
+    // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
+    if (wide == textfile::WideText::NotWide)
+        return indexText(nullptr, file.get(), static_cast<size_t>(size), index) ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
+    index->wide = true;
+    if (wide == textfile::WideText::InMemory) {
         if (decoded.size() > kMaxPosition)
             return ModelLibStatus::TooLarge;
         indexText(decoded.constData(), nullptr, static_cast<size_t>(decoded.size()), index);
         return ModelLibStatus::Ok;
     }
-    // The size asked at the open bounds the read: a file that grows meanwhile is read as it was.
-    return indexText(nullptr, file.get(), static_cast<size_t>(size), index) ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
+    // The UTF-8 copy is read a window at a time like a plain file, and closed before it is removed.
+    long long copySize = 0;
+    const std::unique_ptr<FILE, Closer> copy(sp_OpenRegularFile(temp.c_str(), LLONG_MAX, &copySize));
+    if (!copy)
+        return ModelLibStatus::Unreadable;
+    if (copySize > kMaxPosition)
+        return ModelLibStatus::TooLarge;
+    return indexText(nullptr, copy.get(), static_cast<size_t>(copySize), index) ? ModelLibStatus::Ok : ModelLibStatus::Unreadable;
 }
 
 std::string key(std::string_view name) { return lower(name); }

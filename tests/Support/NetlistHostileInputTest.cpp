@@ -3,6 +3,7 @@
 #include "NetlistStream.h"
 #include "TestHelpers.h"
 
+#include <algorithm>
 #include <climits>
 #include <new>
 #include <random>
@@ -616,6 +617,47 @@ TEST(NetlistHostileInput, AUtf16NetlistLargerThanMemoryIsReadThroughItsCopy)
         }
         if (count != kLines || n.memoryRanOut())
             return 4;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+// A UTF-16 model library of 100 MiB: its UTF-8 copy of 50 MiB is indexed a window at a time, in a
+// process that may map 32 MiB more, with the positions of the copy.
+TEST(NetlistHostileInput, AUtf16LibraryLargerThanMemoryIsIndexedThroughItsCopy)
+{
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    std::string body;
+    for (int i = 0; i < 50000; ++i)
+        body += "R" + std::to_string(i % 10) + " a b 1k\r\n";
+    std::string utf8;
+    for (int d = 0; d < 100; ++d)
+        utf8 += ".subckt cell" + std::to_string(d) + " a b\r\n" + body + ".ends\r\n";
+    std::string bytes = "\xFF\xFE";
+    bytes.reserve(2 + 2 * utf8.size());
+    for (char c : utf8) {
+        bytes += c;
+        bytes += '\0';
+    }
+    ASSERT_GT(bytes.size(), 100u << 20);
+    const std::string path = folder.filePath("wide.lib").toStdString();
+    writeFileBytes(path, bytes);
+    // The positions are the copy's, where CR LF became LF.
+    std::string copy = utf8;
+    copy.erase(std::remove(copy.begin(), copy.end(), '\r'), copy.end());
+    const int lastStart = static_cast<int>(copy.rfind(".subckt cell99"));
+    const int lastLine = static_cast<int>(std::count(copy.begin(), copy.begin() + lastStart, '\n')) + 1;
+    const int code = inLimitedChild(kHeadroom, [&] {
+        ModelLibIndex index;
+        if (sp_IndexModelLibrary(YString(path.c_str()), SpiceLanguageNative, &index) != ModelLibStatus::Ok)
+            return 1;
+        if (!index.wide || index.definitions.size() != 100)
+            return 2;
+        const ModelLibDefinition& last = index.definitions[99];
+        if (last.kind != ModelLibDefinition::Subckt || last.start != lastStart || last.end != static_cast<int>(copy.size()) ||
+            last.line != lastLine || lastLine != 99 * 50002 + 1)
+            return 3;
         return 0;
     });
     EXPECT_EQ(code, 0);
