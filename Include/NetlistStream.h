@@ -74,7 +74,7 @@ public:
 
 protected:
     /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
-    /// constructor could be held neither in a UTF-8 copy nor in memory (it then reads as empty).
+    /// constructor could be read neither into a UTF-8 copy nor into memory (it then reads as empty).
     bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:

@@ -34,9 +34,9 @@ SUPPORTQT_API void sp_WriteTextFile(const QString& path, const QString& text, co
 
 /// When the file is UTF-16, writes a UTF-8 copy (line ends LF) to a fresh temporary file, a block at a
 /// time so that a file of any size takes bounded memory, stores its path in `*tempPath` and returns true;
-/// otherwise returns false and leaves `*tempPath` alone. A UTF-16 file whose text cannot be read (nor,
-/// when its first line is longer than 1 MiB and it is decoded whole, loaded or held in memory) also
-/// gives false, with the path stored and no copy left there; errors writing the copy are not reported.
+/// otherwise returns false and leaves `*tempPath` alone. A UTF-16 file whose text cannot be read (or, for
+/// a pipe or device, which is decoded whole, loaded) also gives false, with the path stored and no copy
+/// left there; errors writing the copy are not reported.
 [[nodiscard]] SUPPORTQT_API bool sp_ConvertWideTextFile(const YString& path, YString* tempPath);
 
 /// Scope guard over `sp_ConvertWideTextFile`: `getPath` is the UTF-8 copy of a UTF-16 file, or the given

@@ -270,8 +270,8 @@ bool isWideFile(const QString& path)
     return isWide;
 }
 
-// The UTF-16 file decoded whole, without a byte-order mark (the big-endian codec keeps the file's mark
-// as U+FEFF); false when sp_LoadFile cannot load it.
+// The UTF-16 file decoded whole, without a leading U+FEFF (the copy carries no byte-order mark); false
+// when sp_LoadFile cannot load it.
 bool decodeWide(const QString& path, QString* text)
 {
     bool ok = false;
@@ -284,43 +284,76 @@ bool decodeWide(const QString& path, QString* text)
 // The blocks a wide file is copied in: an even size, so that no block but the last splits a unit.
 const int kWideBlock = 1 << 20;
 
-// Whether classify() on the first bytes of a longer file gives the whole file's verdict: it stops at the
-// first line end and looks no more than two bytes past it.
-bool verdictSettled(const QByteArray& b)
+// Where in `block` the line end lies that classify() stops at, from `from` on; -1 when there is none.
+// Little-endian text ends a line at a CR or LF, big-endian text at a CR after a zero byte (`previous`
+// is the byte before the block).
+int firstLineEnd(const QByteArray& block, bool bigEndian, char previous, int from)
 {
-    const bool bigEndian = b.startsWith("\xFE\xFF");
-    for (int i = bigEndian ? 2 : 0; i + 2 < b.size(); ++i) {
-        if (bigEndian ? b[i] == CR && b[i - 1] == 0 : b[i] == CR || b[i] == LF)
-            return true;
+    for (int i = from; i < block.size(); ++i) {
+        const char c = block[i];
+        if (bigEndian ? c == CR && (i > 0 ? block[i - 1] : previous) == 0 : c == CR || c == LF)
+            return i;
     }
-    return false;
+    return -1;
+}
+
+// The whole file's classify() verdict, with `first` its first block and `file` read on from there.
+// classify() reads the mark's two bytes and then no further than two bytes past the first line end, so
+// the first block decides unless that line end lies in its last two bytes or beyond. Then the line end
+// is sought in the rest of the file, and a short text gives the verdict: the mark's two bytes, two
+// plain ones, and the byte before the line end, the line end and the two bytes after it.
+void classifyFile(QFile& file, const QByteArray& first, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
+{
+    const bool bigEndian = first.startsWith("\xFE\xFF");
+    qint64 at = firstLineEnd(first, bigEndian, 'x', bigEndian ? 2 : 0);
+    if (first.size() < kWideBlock || (at >= 0 && at + 2 < first.size())) {
+        classify(first.constData(), first.size(), isWide, isDos, isMac, isLittleEndian);
+        return;
+    }
+    char previous = first.back();
+    for (qint64 offset = first.size(); at < 0;) {
+        const QByteArray block = file.read(kWideBlock);
+        if (block.isEmpty())
+            break;
+        const int i = firstLineEnd(block, bigEndian, previous, 0);
+        if (i >= 0)
+            at = offset + i;
+        offset += block.size();
+        previous = block.back();
+    }
+    QByteArray text = first.left(2) + "xx";
+    if (at >= 0 && file.seek(at - 1))
+        text += file.read(4);
+    classify(text.constData(), text.size(), isWide, isDos, isMac, isLittleEndian);
+    file.seek(first.size());
 }
 
 enum class Copy { Written, Declined, ReadFailed, WriteFailed };
 
 // Writes the UTF-8 text of a UTF-16 file to `out` a block at a time, so that memory holds one block
-// however large the file: the text decodeWide gives, byte for byte. Declined, when only the whole file's
-// decoding can tell the text: the file is no regular file, its first line end lies past the first block,
-// or the codec finds invalid units (then part of the text may have been written).
+// however large the file: the text decodeWide gives, byte for byte (Qt's UTF-16 decoders count no
+// invalid units, so sp_LoadFile's fall-back to the locale codec never applies). Declined, with nothing
+// written, when the file is no regular file: only the whole file's decoding reads a pipe or device.
+// A read that comes short is the end of the file.
 Copy streamWideCopy(const QString& path, QFile& out)
 {
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return Copy::Declined;
     QByteArray block = file.read(kWideBlock);
-    if (block.size() == kWideBlock && !file.atEnd() && !verdictSettled(block))
-        return Copy::Declined;
     bool isWide, isDos, isMac, isLittleEndian;
-    classify(block.constData(), block.size(), isWide, isDos, isMac, isLittleEndian);
+    classifyFile(file, block, isWide, isDos, isMac, isLittleEndian);
     if (!isWide)
         return Copy::Declined;
-    // The two decodings sp_LoadFile chooses between, and its UTF-8 encoding, each carried across blocks.
+    // The decoding sp_LoadFile chooses and its UTF-8 encoding; the codecs' states carry a unit or a
+    // surrogate that a block's end splits over to the next block.
     const bool withMark = isLittleEndian && block.startsWith("\xFF\xFE");
     QTextCodec* const codec = QTextCodec::codecForName(isLittleEndian ? "UTF-16" : "UTF-16BE");
     QTextCodec* const utf8 = QTextCodec::codecForName("UTF-8");
     QTextCodec::ConverterState decoding, encoding(QTextCodec::IgnoreHeader);
     bool atStart = true;
-    for (int skip = withMark ? 2 : 0; !block.isEmpty(); skip = 0) {
+    for (int skip = withMark ? 2 : 0;; skip = 0) {
+        const bool last = block.size() < kWideBlock;
         QString text;
         if (withMark) {
             text.resize((block.size() - skip) / 2);
@@ -337,33 +370,33 @@ Copy streamWideCopy(const QString& path, QFile& out)
         const QByteArray bytes = utf8->fromUnicode(text.constData(), text.size(), &encoding);
         if (out.write(bytes) != bytes.size())
             return Copy::WriteFailed;
+        if (last)
+            return file.error() == QFileDevice::NoError ? Copy::Written : Copy::ReadFailed;
         block = file.read(kWideBlock);
-        if (block.isEmpty() && file.error() != QFileDevice::NoError)
-            return Copy::ReadFailed;
     }
-    return decoding.invalidChars == 0 ? Copy::Written : Copy::Declined;
 }
 
 // Writes the UTF-8 copy of a UTF-16 file to `temp`: streamed, or decoded whole when streaming declines.
-// Written when every byte reached the file; ReadFailed when the text could not be read, or, decoded
-// whole, loaded or held in memory.
+// Written when every byte reached the file; ReadFailed when the text could not be read, or held in
+// memory (a block, or the whole text when it is decoded whole).
 Copy writeWideCopy(const QString& path, const QString& temp)
 {
     QFile out(temp);
     if (temp.isEmpty() || !out.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return Copy::WriteFailed;
-    Copy copy = streamWideCopy(path, out);
-    if (copy == Copy::Declined && out.resize(0) && out.seek(0)) {
-        try {
+    Copy copy;
+    try {
+        copy = streamWideCopy(path, out);
+        if (copy == Copy::Declined) {
             QString text;
             copy = Copy::ReadFailed;
             if (decodeWide(path, &text)) {
                 const QByteArray bytes = QTextCodec::codecForName("UTF-8")->fromUnicode(text);
                 copy = out.write(bytes) == bytes.size() ? Copy::Written : Copy::WriteFailed;
             }
-        } catch (const std::bad_alloc&) {
-            copy = Copy::ReadFailed;
         }
+    } catch (const std::bad_alloc&) {
+        copy = Copy::ReadFailed;
     }
     const bool flushed = out.flush();
     out.close();
@@ -391,19 +424,23 @@ textfile::WideText textfile::convertWide(const YString& path, YString* tempPath,
     if (!isWideFile(toQs(path)))
         return WideText::NotWide;
     const YString temp = sp_GetTempFile();
-    if (writeWideCopy(toQs(path), toQs(temp)) == Copy::Written) {
+    const Copy copy = writeWideCopy(toQs(path), toQs(temp));
+    if (copy == Copy::Written) {
         *tempPath = temp;
         return WideText::Copied;
     }
     if (!temp.isEmpty())
         QFile::remove(toQs(temp));
-    try {
-        QString text;
-        if (decodeWide(toQs(path), &text)) {
-            *utf8 = text.toUtf8();
-            return WideText::InMemory;
+    // Only a copy that could not be written is worth holding in memory instead.
+    if (copy == Copy::WriteFailed) {
+        try {
+            QString text;
+            if (decodeWide(toQs(path), &text)) {
+                *utf8 = text.toUtf8();
+                return WideText::InMemory;
+            }
+        } catch (const std::bad_alloc&) {
         }
-    } catch (const std::bad_alloc&) {
     }
     utf8->clear();
     return WideText::Unheld;

@@ -14,10 +14,11 @@ enum class WideText {
     Copied,   ///< the path of its UTF-8 copy is in `*tempPath`
     InMemory, ///< the copy could not be written whole (an unusable temporary folder, a full disk): the
               ///< partial copy is removed and `*text` holds the UTF-8 text, so that no shortened file is read
-    Unheld,   ///< neither a copy nor memory could hold the text (see sp_LoadFile's limits)
+    Unheld,   ///< the text could not be read (a read error, memory that cannot hold a block, a pipe or
+              ///< device beyond sp_LoadFile's limits), or, when no copy could be written, held in memory
 };
-/// As sp_ConvertWideTextFile, a block at a time when the file allows, so that a UTF-16 file of any size
-/// is copied in bounded memory; `*tempPath` and `*text` are set as the result says.
+/// As sp_ConvertWideTextFile, a block at a time (a pipe or device whole), so that a UTF-16 file of any
+/// size is copied in bounded memory; `*tempPath` and `*text` are set as the result says.
 WideText convertWide(const YString& path, YString* tempPath, QByteArray* text);
 /// Opens a netlist for a reader: the file's own bytes, or the UTF-8 text of a UTF-16 file (from the
 /// copy whose name goes to `*tempPath`, which the reader deletes, or from memory when the copy could not

@@ -17,6 +17,7 @@
 
 #include "TextFile.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 
@@ -576,18 +577,22 @@ TEST(NetlistHostileInput, ALineLargerThanMemoryFailsTheSplitterAndTheDefinitionR
     });
     EXPECT_EQ(code, 0);
 }
-// A UTF-16 netlist of 48 MiB: its UTF-8 copy is written a block at a time, so a reader whose process may
+// A UTF-16 netlist of 48 MiB (little-endian with CR LF, or big-endian with LF, whose line-end style
+// only the whole file tells): its UTF-8 copy is written a block at a time, so a reader whose process may
 // map only 32 MiB more reads it whole.
-std::string wideNetlistFile(const QTemporaryDir& folder, int lines)
+std::string wideNetlistFile(const QTemporaryDir& folder, int lines, bool bigEndian = false)
 {
-    std::string bytes = "\xFF\xFE";
+    std::string bytes = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
     for (int i = 1; i <= lines; ++i) {
-        for (char c : "R" + std::to_string(i) + " a b 1k\r\n") {
+        for (char c : "R" + std::to_string(i) + (bigEndian ? " a b 1k\n" : " a b 1k\r\n")) {
+            if (bigEndian)
+                bytes += '\0';
             bytes += c;
-            bytes += '\0';
+            if (!bigEndian)
+                bytes += '\0';
         }
     }
-    const std::string path = folder.filePath("wide.cir").toStdString();
+    const std::string path = folder.filePath(bigEndian ? "wide-be.cir" : "wide.cir").toStdString();
     writeFileBytes(path, bytes);
     return path;
 }
@@ -597,29 +602,47 @@ TEST(NetlistHostileInput, AUtf16NetlistLargerThanMemoryIsReadThroughItsCopy)
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
     const int kLines = 1800000;
-    const std::string path = wideNetlistFile(folder, kLines);
-    ASSERT_GT(QFileInfo(QString::fromStdString(path)).size(), 48 << 20);
-    const int code = inLimitedChild(kHeadroom, [&] {
-        CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
-        YString line;
-        int number = 0, count = 0;
-        while (s.gets(&line, &number, nullptr, nullptr)) {
-            s.flushBuffer();
-            if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
-                return 1;
-        }
-        if (count != kLines || s.memoryRanOut())
-            return 2;
-        CheckedLiteralStream n(path.c_str());
-        for (count = 0; n.gets(&line, &number); n.flushLitBuffer()) {
-            if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
-                return 3;
-        }
-        if (count != kLines || n.memoryRanOut())
-            return 4;
-        return 0;
+    for (const bool bigEndian : {false, true}) {
+        const std::string path = wideNetlistFile(folder, kLines, bigEndian);
+        ASSERT_GT(QFileInfo(QString::fromStdString(path)).size(), 48 << 20);
+        const int code = inLimitedChild(kHeadroom, [&] {
+            CheckedSpiceStream s(path.c_str(), SpiceLanguageNative);
+            YString line;
+            int number = 0, count = 0;
+            while (s.gets(&line, &number, nullptr, nullptr)) {
+                s.flushBuffer();
+                if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
+                    return 1;
+            }
+            if (count != kLines || s.memoryRanOut())
+                return 2;
+            CheckedLiteralStream n(path.c_str());
+            for (count = 0; n.gets(&line, &number); n.flushLitBuffer()) {
+                if (++count != number || line != ("R" + std::to_string(count) + " a b 1k").c_str())
+                    return 3;
+            }
+            if (count != kLines || n.memoryRanOut())
+                return 4;
+            return 0;
+        });
+        EXPECT_EQ(code, 0) << (bigEndian ? "big-endian" : "little-endian");
+    }
+
+    // A first line of 24 MiB: its line-end style lies past the first block, and is sought there.
+    std::string oneLine = "\xFF\xFE";
+    for (size_t i = 0; i < (24u << 20); ++i)
+        oneLine += i % 2 ? '\0' : 'x';
+    const std::string longFirst = folder.filePath("long.cir").toStdString();
+    writeFileBytes(longFirst, oneLine + std::string("\r\0\n\0y\0", 6));
+    const int converted = inLimitedChild(kHeadroom, [&] {
+        YString copy;
+        if (!sp_ConvertWideTextFile(YString(longFirst.c_str()), &copy))
+            return 1;
+        const bool whole = QFileInfo(QString::fromUtf8(copy.c_str())).size() == (12 << 20) + 2;
+        QFile::remove(QString::fromUtf8(copy.c_str()));
+        return whole ? 0 : 2;
     });
-    EXPECT_EQ(code, 0);
+    EXPECT_EQ(converted, 0);
 }
 
 // A UTF-16 model library of 100 MiB: its UTF-8 copy of 50 MiB is indexed a window at a time, in a
@@ -693,16 +716,10 @@ TEST(NetlistHostileInput, AUtf16NetlistThatNothingCanHoldReadsAsEmpty)
     // The copy's folder was never made: nothing was left behind.
     EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(noFolder)));
 
-    // A first line longer than a block is decoded whole, which memory cannot hold here: the conversion
-    // says so, and leaves no copy at the path it gives.
-    std::string oneLine = "\xFF\xFE";
-    for (size_t i = 0; i < (24u << 20); ++i)
-        oneLine += i % 2 ? std::string("\0", 1) : std::string("x");
-    const std::string longFirst = folder.filePath("long.cir").toStdString();
-    writeFileBytes(longFirst, oneLine + std::string("\r\0\n\0", 4));
-    const int converted = inLimitedChild(kHeadroom, [&] {
+    // Memory that cannot hold even a block: the conversion says so, and leaves no copy at the path it gives.
+    const int converted = inLimitedChild(512u << 10, [&] {
         YString copy;
-        if (sp_ConvertWideTextFile(YString(longFirst.c_str()), &copy))
+        if (sp_ConvertWideTextFile(YString(path.c_str()), &copy))
             return 1;
         return copy.isEmpty() || QFileInfo::exists(QString::fromUtf8(copy.c_str())) ? 2 : 0;
     });

@@ -277,8 +277,9 @@ std::string wholeFileCopy(const std::string& file)
 } // namespace
 
 // The copy is written a block of 1 MiB at a time; it must be the whole file's text byte for byte, also
-// where a surrogate pair, a CR LF or a mark straddles a block's end, and when the first line end lies
-// past the first block (then the whole file is decoded at once).
+// where a surrogate pair, a CR LF or U+FEFF straddles or starts a block, where the first line end lies at
+// the first block's end or past it (its style is then sought in the rest of the file), and for files
+// of a block's size, a byte more or less.
 TEST_F(TextFile, WideCopyIsTheWholeFileTextWrittenABlockAtATime)
 {
     const size_t kBlockUnits = 1u << 19;
@@ -288,23 +289,39 @@ TEST_F(TextFile, WideCopyIsTheWholeFileTextWrittenABlockAtATime)
         bool mark;
         std::vector<unsigned short> firstEnd;
         size_t firstLineUnits;
-        std::vector<unsigned short> straddling; // placed so that its second unit starts the second block
-        bool oddByte;
+        std::vector<unsigned short> straddling; // placed so that its second unit starts a block
+        std::string tail;                       // bytes after the last unit
+        bool noCr = false;                      // no CR byte after the first line end
+        size_t cut = 0;                         // the file's size when not 0
     };
+    const size_t kLong = kBlockUnits + 40;
     const std::vector<Variant> variants = {
-        {"marked LE, CR LF, a pair across blocks", true, true, {0x0D, 0x0A}, 3, {0xD83D, 0xDE00}, false},
-        {"marked LE, a lone CR, CR LF across blocks", true, true, {0x0D}, 3, {0x0D, 0x0A}, true},
-        {"marked LE, LF, U+FEFF after the mark", true, true, {0x0A}, 0, {0x0D00, 0xD800}, false},
-        {"LE without a mark, LF", true, false, {0x0A}, 5, {0xD83D, 0xDE00}, true},
-        {"LE without a mark, CR LF", true, false, {0x0D, 0x0A}, 5, {0x0D, 0x0A}, false},
-        {"marked BE, CR LF", false, true, {0x0D, 0x0A}, 2, {0xD83D, 0xDE00}, false},
-        {"marked BE, a lone CR", false, true, {0x0D}, 2, {0x000D, 0x0D00}, true},
-        {"marked LE, first line end past the first block", true, true, {0x0D, 0x0A}, kBlockUnits + 40, {0xD83D, 0xDE00}, false},
-        {"marked BE, first line end past the first block", false, true, {0x0A}, kBlockUnits + 40, {0x0D, 0x0A}, true},
+        {"marked LE, CR LF, a pair across blocks", true, true, {0x0D, 0x0A}, 3, {0xD83D, 0xDE00}, ""},
+        {"marked LE, a lone CR, CR LF across blocks", true, true, {0x0D}, 3, {0x0D, 0x0A}, "q"},
+        {"marked LE, LF, U+FEFF after the mark", true, true, {0x0A}, 0, {0x0D00, 0xD800}, ""},
+        {"LE without a mark, LF", true, false, {0x0A}, 5, {0xD83D, 0xDE00}, "q"},
+        {"LE without a mark, CR LF", true, false, {0x0D, 0x0A}, 5, {0x0D, 0x0A}, ""},
+        {"LE without a mark, U+FEFF starts the second block", true, false, {0x0D, 0x0A}, 5, {'a', 0xFEFF}, ""},
+        {"marked BE, CR LF", false, true, {0x0D, 0x0A}, 2, {0xD83D, 0xDE00}, ""},
+        {"marked BE, a lone CR", false, true, {0x0D}, 2, {0x000D, 0x0D00}, "q"},
+        {"marked BE, U+FEFF starts the second block", false, true, {0x0D, 0x0A}, 2, {'a', 0xFEFF}, ""},
+        {"marked BE, only LF line ends", false, true, {0x0A}, 2, {'a', 0xFEFF}, "", true},
+        {"marked LE, the first CR two bytes before the block's end", true, true, {0x0D, 0x0A}, kBlockUnits - 2, {'a', 0xFEFF}, ""},
+        {"marked LE, the first CR three bytes before the block's end", true, true, {0x0D00, 'y'}, kBlockUnits - 3, {'a', 0xFEFF}, ""},
+        {"marked LE, the first CR the block's last byte, LF after it", true, true, {0x0D00, 0x0A}, kBlockUnits - 2, {'a', 0xFEFF}, ""},
+        {"marked LE, first line end past the first block", true, true, {0x0D, 0x0A}, kLong, {0xD83D, 0xDE00}, ""},
+        {"marked BE, first line end past the first block", false, true, {0x0D}, kLong, {0x0D, 0x0A}, "q"},
+        {"marked BE, LF only, the first line past the first block", false, true, {0x0A}, kLong, {'a', 0xFEFF}, "", true},
+        {"marked LE, a lone CR the file's last byte", true, true, {}, kLong, {}, "\r", true},
+        {"marked LE, one block less a byte", true, true, {0x0D, 0x0A}, 3, {'a', 0xFEFF}, "", false, 2 * kBlockUnits - 1},
+        {"marked LE, one block", true, true, {0x0D, 0x0A}, 3, {'a', 0xFEFF}, "", false, 2 * kBlockUnits},
+        {"marked BE, one block and a byte", false, true, {0x0D, 0x0A}, 3, {'a', 0xFEFF}, "", false, 2 * kBlockUnits + 1},
     };
     std::mt19937 random(11);
-    const unsigned short kUnits[] = {'a', 'Z', ' ', 0x0D, 0x0A, 0x0D00, 0xD800, 0xDC00, 0xFEFF, 0x00E9, 0x4E2D, 0xD83D, 0xDE00};
+    const std::vector<unsigned short> kUnits = {'a', 'Z', ' ', 0x0D, 0x0A, 0x0D00, 0xD800, 0xDC00, 0xFEFF, 0x00E9, 0x4E2D, 0xD83D, 0xDE00};
+    const std::vector<unsigned short> kUnitsWithoutCr = {'a', 'Z', ' ', 0x0A, 0xD800, 0xDC00, 0xFEFF, 0x00E9, 0x4E2D, 0xD83D, 0xDE00};
     for (const Variant& v : variants) {
+        const std::vector<unsigned short>& pool = v.noCr ? kUnitsWithoutCr : kUnits;
         std::vector<unsigned short> units;
         if (v.mark)
             units.push_back(0xFEFF);
@@ -313,21 +330,23 @@ TEST_F(TextFile, WideCopyIsTheWholeFileTextWrittenABlockAtATime)
         while (units.size() < (v.mark ? 1u : 0u) + v.firstLineUnits)
             units.push_back('t');
         units.insert(units.end(), v.firstEnd.begin(), v.firstEnd.end());
-        const size_t straddle = (units.size() > kBlockUnits ? 2 * kBlockUnits : kBlockUnits) - 1;
-        while (units.size() < straddle)
-            units.push_back(kUnits[random() % (sizeof(kUnits) / sizeof(kUnits[0]))]);
-        units.insert(units.end(), v.straddling.begin(), v.straddling.end());
-        for (int i = 0; i < 300; ++i)
-            units.push_back(kUnits[random() % (sizeof(kUnits) / sizeof(kUnits[0]))]);
-        std::string bytes = utf16(units, v.littleEndian);
-        if (v.oddByte)
-            bytes += 'q';
+        if (!v.straddling.empty()) {
+            const size_t straddle = (units.size() > kBlockUnits ? 2 * kBlockUnits : kBlockUnits) - 1;
+            while (units.size() < straddle)
+                units.push_back(pool[random() % pool.size()]);
+            units.insert(units.end(), v.straddling.begin(), v.straddling.end());
+            for (int i = 0; i < 300; ++i)
+                units.push_back(pool[random() % pool.size()]);
+        }
+        std::string bytes = utf16(units, v.littleEndian) + v.tail;
+        if (v.cut != 0)
+            bytes.resize(v.cut, 'u');
         writeFileBytes(path("wide.cir"), bytes);
 
         YString copy;
         ASSERT_TRUE(sp_ConvertWideTextFile(YString(path("wide.cir").c_str()), &copy)) << v.name;
         const std::string expected = wholeFileCopy(path("wide.cir"));
-        EXPECT_GT(expected.size(), kBlockUnits) << v.name;
+        EXPECT_GT(expected.size(), kBlockUnits / 2) << v.name;
         EXPECT_TRUE(readFileBytes(copy.c_str()) == expected) << v.name;
         QFile::remove(copy.c_str());
     }

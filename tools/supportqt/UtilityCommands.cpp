@@ -134,9 +134,10 @@ int runTextConvert(const QStringList& arguments)
             return !written.isFile() || written.size() == expected;
         });
     }
-    // The input was found readable before: a load that fails found it larger than a text may be.
+    // The input was found readable before: a load that fails found it larger than a text may be (512 MiB
+    // of a file, 64 MiB of a pipe or device) or than memory can hold.
     if (!loaded)
-        return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is larger than 512 MiB or than memory can hold").arg(path));
+        return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is too large to hold in memory").arg(path));
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
     if (isStandardStream(output))
