@@ -186,7 +186,7 @@ private:
 enum class ModelLibStatus {
     Ok = 0,
     Unreadable = 1,     ///< the file does not exist or cannot be read
-    TooLarge = 2,       ///< the file has more than 2147483647 bytes, beyond the `int` positions of `SymbolLoc`, or is UTF-16 and its UTF-8 text could be neither copied nor held in memory
+    TooLarge = 2,       ///< the file has more than 2147483647 bytes, beyond the `int` positions of `SymbolLoc`, or is UTF-16 and its UTF-8 text could be read neither into a copy nor into memory
     NoSuchSection = 3,  ///< the section asked for is not in the file
     NoSuchDefinition = 4, ///< a name asked for is reached by nothing
     WriteFailed = 5     ///< the output file could not be written

@@ -21,6 +21,18 @@ const char LF = 0x0A;
 const qint64 kMaxLoadFileBytes = qint64(512) << 20;
 const qint64 kMaxLoadStreamBytes = qint64(64) << 20;
 
+// Where the first line end at or after `from` lies in `b`, -1 when there is none: a CR or LF in
+// little-endian text, a CR after a zero byte in big-endian text (`previous` is the byte before `b`).
+// It is the line end that classify() judges, and that a wide file's copy seeks past its first block.
+long long firstLineEnd(const char* b, long long len, long long from, bool bigEndian, char previous)
+{
+    for (long long i = from; i < len; ++i) {
+        if (bigEndian ? b[i] == CR && (i > 0 ? b[i - 1] : previous) == 0 : b[i] == CR || b[i] == LF)
+            return i;
+    }
+    return -1;
+}
+
 // The first-line-end and byte-order verdict; see sp_DetectTextFileFormat.
 void classify(const char* b, long long len, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
 {
@@ -39,41 +51,24 @@ void classify(const char* b, long long len, bool& isWide, bool& isDos, bool& isM
             isLittleEndian = false;
         }
     }
-    if (len < 1)
+    const long long i = firstLineEnd(b, len, isLittleEndian ? 0 : 2, !isLittleEndian, 'x');
+    // A wide CR: CR LF when the next unit is a line feed, a lone CR otherwise (or at the end).
+    const auto wideCr = [&] { (i + 2 < len && b[i + 2] == LF ? isDos : isMac) = true; };
+    if (i < 0)
         return;
-    auto wideCr = [&](long long i) {
-        if (i + 2 >= len)
-            isMac = true;
-        else if (b[i + 2] == LF)
+    if (!isLittleEndian) {
+        wideCr();
+    } else if (b[i] == LF) {
+        if (i + 1 < len && b[i + 1] == 0)
+            isWide = true;
+    } else if (i + 1 < len) { // a CR as the last byte says nothing
+        if (b[i + 1] == LF) {
             isDos = true;
-        else
+        } else if (b[i + 1] == 0) {
+            isWide = true;
+            wideCr();
+        } else {
             isMac = true;
-    };
-    if (isLittleEndian) {
-        for (long long i = 0; i < len; ++i) {
-            if (b[i] == CR && i + 1 < len) {
-                if (b[i + 1] == LF) {
-                    isDos = true;
-                } else if (b[i + 1] == 0) {
-                    isWide = true;
-                    wideCr(i);
-                } else {
-                    isMac = true;
-                }
-                return;
-            }
-            if (b[i] == LF) {
-                if (i + 1 < len && b[i + 1] == 0)
-                    isWide = true;
-                return;
-            }
-        }
-    } else {
-        for (long long i = 2; i < len; ++i) {
-            if (b[i] == CR && b[i - 1] == 0) {
-                wideCr(i);
-                return;
-            }
         }
     }
 }
@@ -284,19 +279,6 @@ bool decodeWide(const QString& path, QString* text)
 // The blocks a wide file is copied in: an even size, so that no block but the last splits a unit.
 const int kWideBlock = 1 << 20;
 
-// Where in `block` the line end lies that classify() stops at, from `from` on; -1 when there is none.
-// Little-endian text ends a line at a CR or LF, big-endian text at a CR after a zero byte (`previous`
-// is the byte before the block).
-int firstLineEnd(const QByteArray& block, bool bigEndian, char previous, int from)
-{
-    for (int i = from; i < block.size(); ++i) {
-        const char c = block[i];
-        if (bigEndian ? c == CR && (i > 0 ? block[i - 1] : previous) == 0 : c == CR || c == LF)
-            return i;
-    }
-    return -1;
-}
-
 // The whole file's classify() verdict, with `first` its first block and `file` read on from there.
 // classify() reads the mark's two bytes and then no further than two bytes past the first line end, so
 // the first block decides unless that line end lies in its last two bytes or beyond. Then the line end
@@ -305,7 +287,7 @@ int firstLineEnd(const QByteArray& block, bool bigEndian, char previous, int fro
 void classifyFile(QFile& file, const QByteArray& first, bool& isWide, bool& isDos, bool& isMac, bool& isLittleEndian)
 {
     const bool bigEndian = first.startsWith("\xFE\xFF");
-    qint64 at = firstLineEnd(first, bigEndian, 'x', bigEndian ? 2 : 0);
+    qint64 at = firstLineEnd(first.constData(), first.size(), bigEndian ? 2 : 0, bigEndian, 'x');
     if (first.size() < kWideBlock || (at >= 0 && at + 2 < first.size())) {
         classify(first.constData(), first.size(), isWide, isDos, isMac, isLittleEndian);
         return;
@@ -315,7 +297,7 @@ void classifyFile(QFile& file, const QByteArray& first, bool& isWide, bool& isDo
         const QByteArray block = file.read(kWideBlock);
         if (block.isEmpty())
             break;
-        const int i = firstLineEnd(block, bigEndian, previous, 0);
+        const long long i = firstLineEnd(block.constData(), block.size(), 0, bigEndian, previous);
         if (i >= 0)
             at = offset + i;
         offset += block.size();

@@ -3,6 +3,7 @@
 #include "TestHelpers.h"
 #include "kvstream.h"
 
+#include <climits>
 #include <string>
 
 namespace {
@@ -91,6 +92,24 @@ TEST(kvstream, Base64SectionDecodesAndCounts)
     s.closeBase64();
     EXPECT_FALSE(s.getFlag());
     EXPECT_EQ(readAll(s), "= y");
+}
+
+// The own count of a base64 section stops at INT_MAX rather than wrapping below zero.
+TEST(kvstream, Base64CountStopsAtIntMax)
+{
+    struct CountedStream : kvstrstream {
+        using kvstrstream::kvstrstream;
+        using kvstream::setOwnCount;
+    } s("SGVsbG8=");
+    s.openBase64();
+    s.setOwnCount(INT_MAX - 2);
+    std::string decoded;
+    for (int i = 0; i < 5; ++i)
+        decoded.push_back(static_cast<char>(s.get()));
+    EXPECT_EQ(decoded, "Hello");
+    EXPECT_EQ(s.getCharCount(), INT_MAX);
+    EXPECT_EQ(s.get(), -1);
+    EXPECT_EQ(s.getCharCount(), INT_MAX);
 }
 
 TEST_F(kvstreamFile, ReadsLargeFileAcrossBuffers)
