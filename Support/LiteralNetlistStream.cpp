@@ -190,24 +190,13 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
             const int c = m_lookahead.pop();
             return c == 255 ? -1 : c; // the queued end
         }
-        if (p < stop) {
-            const unsigned char c = static_cast<unsigned char>(*p);
-            if ((c >= 32 && c != 255) || c == 9) {
-                ++p;
-                ++chars;
-                *lit++ = static_cast<char>(c);
-                return c;
-            }
-            if (const int length = netlist::lineEndLength(p, stop)) {
-                p += length;
-                chars += length;
-                ++lines;
-                *lit++ = '\n';
-                return 10;
-            }
-        }
+        int c = netlist::directChar(
+            p, stop, chars, lines, [](unsigned char b) { return (b >= 32 && b != 255) || b == 9; },
+            [&](int taken) { *lit++ = static_cast<char>(taken); });
+        if (c != -2)
+            return c;
         store();
-        const int c = getChar();
+        c = getChar();
         load();
         return c == 255 ? -1 : c;
     };

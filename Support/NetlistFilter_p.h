@@ -66,14 +66,33 @@ inline int lowestBit(unsigned long long mask)
 #endif
 }
 
-/// Length of the line end at `p` that a reader may take straight from the buffer: 1 for a line feed, 2
-/// for a carriage return and a line feed both before `stop`, 0 otherwise (a lone carriage return, or one
-/// whose next byte is not there yet, takes the reader's character source).
-inline int lineEndLength(const char* p, const char* stop)
+/// The next character of a reader's character source taken straight from the buffer, with the effects
+/// the source would have on the read position and the counts, and handed to `taken`: a byte at `p` that
+/// `direct` accepts, or a line end (a line feed, or a carriage return and a line feed both before
+/// `stop`) as 10. -2 when the byte must come through the source: at `stop`, a lone carriage return, one
+/// whose next byte is not there yet, or any other byte `direct` refuses.
+template <class Direct, class Taken>
+NETLIST_INLINE inline int directChar(const char*& p, const char* stop, long long& chars, long long& lines, Direct direct,
+                                     Taken taken)
 {
-    if (*p == '\n')
-        return 1;
-    return *p == '\r' && stop - p >= 2 && p[1] == '\n' ? 2 : 0;
+    if (p < stop) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (direct(c)) {
+            ++p;
+            ++chars;
+            taken(c);
+            return c;
+        }
+        if (c == '\n' || (c == '\r' && stop - p >= 2 && p[1] == '\n')) {
+            const int length = c == '\n' ? 1 : 2;
+            p += length;
+            chars += length;
+            ++lines;
+            taken(10);
+            return 10;
+        }
+    }
+    return -2;
 }
 
 // ---------------------------------------------------------------- the fast-forward kernel

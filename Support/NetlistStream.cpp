@@ -250,22 +250,11 @@ int SpiceStream::machine(Delivery& delivery)
             pushback = -1;
             return c;
         }
-        if (p < stop) {
-            const unsigned char c = static_cast<unsigned char>(*p);
-            if (c >= 32 && c < 127) {
-                ++p;
-                ++chars;
-                return c;
-            }
-            if (const int length = netlist::lineEndLength(p, stop)) {
-                p += length;
-                chars += length;
-                ++lines;
-                return 10;
-            }
-        }
+        int c = netlist::directChar(p, stop, chars, lines, [](unsigned char b) { return b >= 32 && b < 127; }, [](int) {});
+        if (c != -2)
+            return c;
         store();
-        const int c = readRaw();
+        c = readRaw();
         load();
         return c;
     };
