@@ -58,43 +58,64 @@ bool syncFile(const std::string& path)
     return ::close(fd) == 0 && ok;
 }
 
-// Copies a finished file's bytes over `target` in place (truncating it first), checking every write.
-bool copyInPlace(const std::string& from, const std::string& target)
+// Writes the bytes of `in` over those of `out` from the start, checking every write, and cuts `out` to
+// their length.
+bool copyOver(int in, int out)
 {
-    const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0)
+    if (::lseek(in, 0, SEEK_SET) != 0 || ::lseek(out, 0, SEEK_SET) != 0)
         return false;
-    const int out = ::open(target.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (out < 0) {
-        ::close(in);
-        return false;
-    }
-    bool ok = true;
+    off_t total = 0;
     char buffer[65536];
     for (;;) {
         const ssize_t n = ::read(in, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0) {
-            ok = n == 0;
+        if (n < 0)
+            return false;
+        if (n == 0)
             break;
-        }
         for (ssize_t done = 0; done < n;) {
             const ssize_t w = ::write(out, buffer + done, static_cast<size_t>(n - done));
             if (w < 0 && errno == EINTR)
                 continue;
-            if (w <= 0) {
-                ok = false;
-                break;
-            }
+            if (w <= 0)
+                return false;
             done += w;
         }
-        if (!ok)
-            break;
+        total += n;
+    }
+    return ::ftruncate(out, total) == 0 && ::fsync(out) == 0;
+}
+
+// Writes a finished file's bytes over `target` in place. The room they need is reserved first, so that
+// a full disk fails the write before the file is touched; the old bytes are kept in `backup` (when the
+// file may be read) and put back if a write fails all the same.
+bool writeInPlace(const std::string& from, const std::string& target, const std::string& backup)
+{
+    const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0)
+        return false;
+    int out = ::open(target.c_str(), O_RDWR | O_CLOEXEC);
+    const bool readable = out >= 0;
+    if (!readable)
+        out = ::open(target.c_str(), O_WRONLY | O_CLOEXEC);
+    const int kept = readable ? ::open(backup.c_str(), O_RDWR | O_TRUNC | O_CLOEXEC) : -1;
+    struct stat st;
+    bool ok = out >= 0 && (!readable || (kept >= 0 && copyOver(out, kept))) && ::fstat(in, &st) == 0;
+#if defined(__linux__)
+    // A file system that cannot reserve room says so; the write then goes ahead unreserved.
+    if (ok && st.st_size > 0 && ::fallocate(out, FALLOC_FL_KEEP_SIZE, 0, st.st_size) != 0)
+        ok = errno == EOPNOTSUPP || errno == ENOSYS;
+#endif
+    if (ok && !copyOver(in, out)) {
+        if (kept >= 0)
+            copyOver(kept, out);
+        ok = false;
     }
     ::close(in);
-    ok = ::fsync(out) == 0 && ok;
-    return ::close(out) == 0 && ok;
+    if (kept >= 0)
+        ::close(kept);
+    return out >= 0 && ::close(out) == 0 && ok;
 }
 
 } // namespace
@@ -130,14 +151,21 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         if (!exists)
             return false;
         // No new file can be made in the folder, but the file itself may be written: in place, from a
-        // complete copy made in the temporary folder first.
+        // complete copy made in the temporary folder first, beside a copy of the old bytes.
         std::string scratch = QDir::tempPath().toStdString() + "/.sq-XXXXXX";
+        std::string backup = scratch;
         const int sfd = ::mkstemp(&scratch[0]);
-        if (sfd < 0)
-            return false;
-        ::close(sfd);
-        const bool ok = write(YString(scratch.c_str()), context) && syncFile(scratch) && copyInPlace(scratch, target);
-        ::unlink(scratch.c_str());
+        const int bfd = sfd < 0 ? -1 : ::mkstemp(&backup[0]);
+        if (sfd >= 0)
+            ::close(sfd);
+        if (bfd >= 0)
+            ::close(bfd);
+        const bool ok = bfd >= 0 && write(YString(scratch.c_str()), context) && syncFile(scratch) &&
+                        writeInPlace(scratch, target, backup);
+        if (sfd >= 0)
+            ::unlink(scratch.c_str());
+        if (bfd >= 0)
+            ::unlink(backup.c_str());
         return ok;
     }
     ::close(fd);

@@ -144,4 +144,37 @@ TEST_F(FileReplace, AWritableFileInAReadOnlyFolderIsWrittenInPlace)
     EXPECT_EQ(text, "new, in place\n");
     EXPECT_EQ(inside, QStringList{"file.txt"});
 }
+
+// A file in a folder where no file can be made is written in place. When its file system has no room
+// for the new content, the write fails before the file is touched; with room, it takes it whole.
+TEST_F(FileReplace, AnInPlaceWriteWithoutRoomLeavesTheFileAsItWas)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "mounting a small file system takes the super-user";
+    const QString folder = QString::fromStdString(path("small"));
+    QDir().mkpath(folder);
+    // 64 KiB and three inodes (the folder, the file and a filler): no new file can be made in it.
+    if (QProcess::execute(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "size=64k,nr_inodes=3", "tmpfs", folder}) != 0)
+        GTEST_SKIP() << "a tmpfs cannot be mounted here";
+    struct Unmount {
+        QString folder;
+        ~Unmount() { QProcess::execute(QStringLiteral("umount"), {folder}); }
+    } unmount{folder};
+    const std::string old = std::string(24000, 'o') + "\n";
+    writeFileBytes(path("small/file.txt"), old);
+    writeFileBytes(path("small/filler"), std::string(36000, 'f')); // leaves 4 KiB free
+    const std::string longer = std::string(32000, 'n') + "\n";
+    // (Compared as a whole, not printed: the texts are long.)
+    EXPECT_FALSE(replace(path("small/file.txt"), longer));
+    const std::string kept = readFileBytes(path("small/file.txt"));
+    EXPECT_TRUE(kept == old) << kept.size() << " bytes, starting with " << kept.substr(0, 8);
+    writeFileBytes(path("small/filler"), ""); // room again, and still no inode for a new file
+    EXPECT_TRUE(replace(path("small/file.txt"), longer));
+    const std::string replaced = readFileBytes(path("small/file.txt"));
+    EXPECT_TRUE(replaced == longer) << replaced.size() << " bytes, starting with " << replaced.substr(0, 8);
+    EXPECT_TRUE(replace(path("small/file.txt"), "short\n"));
+    EXPECT_EQ(readFileBytes(path("small/file.txt")), "short\n");
+    const QStringList inside = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    EXPECT_EQ(inside, (QStringList{"file.txt", "filler"}));
+}
 #endif
