@@ -42,11 +42,19 @@ bool nameIs(const xmlreport::ScannedTag& tag, const char* name) { return tag.nam
 // once, so that files appending each other cannot multiply the work), the chain of files that append
 // the one being read, the merit values met, and the records of small case numbers by number.
 struct ReadContext {
+    // A merit value kept aside until the whole compile is read (see readMeritValue).
+    struct Deferred {
+        XMLReportInfo* record;
+        int index;
+        double value;
+    };
     int depth = 0;
     std::unordered_set<std::string> files;
     std::vector<std::string> chain;
     long long values = 0;
-    long long width = 0; // the most values any record has
+    long long width = 0; // the most values any record has, or will have once the deferred ones are in
+    long long cells = 0; // the values the records hold, those that stand empty before a set one included
+    std::vector<Deferred> deferred;
     std::vector<XMLReportInfo*> byCase;
 };
 
@@ -128,9 +136,21 @@ template <class Element>
 void readMeritValue(const Element& sensval, int index, YHashTable<XMLReportInfo>* table, ReadContext* context)
 {
     XMLReportInfo* record = recordOf(table, sensval->getAttributeInt("case", 0), context);
-    record->values.at(index).value = sensval->getAttributeDouble("value", 0.0);
+    const double value = sensval->getAttributeDouble("value", 0.0);
     ++context->values;
-    context->width = std::max<long long>(context->width, record->values.count());
+    context->width = std::max<long long>(context->width, index + 1LL);
+    // A value that would widen its record past the dense table's bound (a sparse file makes every record
+    // as wide as its last merit function) is kept aside, and so is every later one, to go in, in order,
+    // once the whole table is known to pass; so memory grows with the file, never with its square.
+    const long long growth = index + 1LL - record->values.count();
+    if (context->deferred.empty() &&
+        (growth <= 0 || context->cells + growth <= kDenseWithoutQuestion ||
+         context->cells + growth <= kMaxDenseFactor * (context->values + table->count()))) {
+        context->cells += std::max(growth, 0LL);
+        record->values.at(index).value = value;
+        return;
+    }
+    context->deferred.push_back(ReadContext::Deferred{record, index, value});
 }
 
 // Takes a step's attributes into its run's record and returns the record for the step's parameters.
@@ -745,8 +765,10 @@ bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* ta
         ReadContext context;
         // The widest record is followed while reading (only values make a record wider), so that no
         // pass over the table is needed for it; records the table held before start the count.
-        for (const XMLReportInfo& record : *table)
+        for (const XMLReportInfo& record : *table) {
             context.width = std::max<long long>(context.width, record.values.count());
+            context.cells += record.values.count();
+        }
         const bool ok = readMswFile(path, table, header, &context);
         // Deltas make the table dense (every run gets a value of every merit function): refused when
         // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
@@ -754,6 +776,8 @@ bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* ta
         const long long dense = context.width * table->count();
         if (dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (context.values + table->count()))
             return false;
+        for (const ReadContext::Deferred& d : context.deferred)
+            d.record->values.at(d.index).value = d.value;
         computeSensitivityDeltas(*table);
         describeNamedRuns(table);
         return ok;

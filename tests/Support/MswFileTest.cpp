@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cctype>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <future>
 #include <map>
@@ -25,7 +26,9 @@
 
 #ifndef Q_OS_WIN
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -697,7 +700,99 @@ TEST_F(MswFile, SparseFilesThatWouldNeedAHugeTableAreRefused)
     EXPECT_EQ(findCase(f, 2000)->values[4].delta, 2004.0 - 5.0);
 }
 
+// A file whose values stand far apart (merit functions without values first) is read in the order it
+// is written: values held back while the table would be far wider than the file go in, in that order,
+// once the whole table passes (a later value of a run's merit function replaces an earlier one).
+TEST_F(MswFile, ValuesAfterManyEmptyMeritFunctionsAreReadInOrder)
+{
+    const int empty = 2100, filled = 40, cases = 2000;
+    std::string body;
+    for (int m = 0; m < empty; ++m)
+        body += "<meritfunction value=\"v\" name=\"e" + std::to_string(m) + "\"/>";
+    for (int m = 0; m < filled; ++m) {
+        body += "<meritfunction value=\"v\" name=\"f" + std::to_string(m) + "\">";
+        for (int c = 1; c <= cases; ++c)
+            body += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c * 100 + m) + "\"/>";
+        if (m == 0)
+            body += "<sensval case=\"7\" value=\"-1\"/>"; // replaces case 7's value of f0
+        body += "</meritfunction>";
+    }
+    writeFileBytes(path("late.msw"), msw(body));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(sp_CompileSensReportData(YString(path("late.msw").c_str()), &t, &h));
+    EXPECT_EQ(h.meritFunctions.count(), empty + filled);
+    EXPECT_EQ(t.count(), cases);
+    for (int c : {1, 7, 1234, cases}) {
+        const XMLReportInfo* record = findCase(t, c);
+        ASSERT_NE(record, nullptr);
+        ASSERT_EQ(record->values.count(), empty + filled);
+        EXPECT_EQ(record->values[0].value, 0.0);
+        EXPECT_EQ(record->values[empty].value, c == 7 ? -1.0 : c * 100.0);
+        EXPECT_EQ(record->values[empty + filled - 1].value, c * 100.0 + filled - 1);
+    }
+    EXPECT_EQ(findCase(t, 2)->values[empty + 1].delta, 201.0 - 101.0);
+}
+
 #ifndef Q_OS_WIN
+// A sparse file that the table bound refuses is refused without the memory of the table it would need:
+// each run's values are widened to the last merit function only within the bound while it is read. Its
+// 8001 merit functions of 8000 runs would take 64 million values (over 3 GiB); the bound allows 4 million
+// (about 220 MiB). The child may map 1 GiB more than it starts with, so that reading them all fails fast.
+TEST_F(MswFile, ASparseFileIsRefusedInMemoryThatGrowsWithTheFile)
+{
+#if defined(SUPPORTQT_TEST_ASAN)
+    GTEST_SKIP() << "the sanitizer's own memory would hide the reader's";
+#endif
+    const int n = 8000;
+    std::string body;
+    for (int m = 0; m < n; ++m)
+        body += "<meritfunction value=\"v\" name=\"m" + std::to_string(m) + "\"/>";
+    body += "<meritfunction value=\"v\" name=\"last\">";
+    for (int c = 1; c <= n; ++c)
+        body += "<sensval case=\"" + std::to_string(c) + "\" value=\"1\"/>";
+    body += "</meritfunction>";
+    writeFileBytes(path("sparse.msw"), msw(body));
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // The child reports the call's result and the growth of its peak memory, in KiB.
+        unsigned long pages = 0;
+        FILE* statm = std::fopen("/proc/self/statm", "r");
+        const bool sized = statm && std::fscanf(statm, "%lu", &pages) == 1;
+        if (statm)
+            std::fclose(statm);
+        struct rlimit limit;
+        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (1u << 30);
+        if (!sized || ::setrlimit(RLIMIT_AS, &limit) != 0)
+            ::_exit(2);
+        struct rusage before, after;
+        ::getrusage(RUSAGE_SELF, &before);
+        YHashTable<XMLReportInfo> t;
+        XMLReportHeader h;
+        const bool read = sp_CompileSensReportData(YString(path("sparse.msw").c_str()), &t, &h);
+        ::getrusage(RUSAGE_SELF, &after);
+        const std::string report = std::to_string(read) + " " + std::to_string(after.ru_maxrss - before.ru_maxrss);
+        const bool sent = ::write(channel[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
+        ::_exit(sent ? 0 : 1);
+    }
+    ::close(channel[1]);
+    std::string report;
+    char buffer[64];
+    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
+        report.append(buffer, static_cast<size_t>(n));
+    ::close(channel[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << report;
+    const size_t space = report.find(' ');
+    ASSERT_NE(space, std::string::npos) << report;
+    EXPECT_EQ(report.substr(0, space), "0");
+    EXPECT_LT(std::stol(report.substr(space + 1)), 512 * 1024) << "KiB of peak memory grew by " << report;
+}
+
 // Special files are refused at once, before anything is read: an endless device, and a FIFO that no
 // one writes (whose open alone would wait).
 TEST_F(MswFile, SpecialFilesAreRefusedWithoutWaiting)
