@@ -253,6 +253,29 @@ TEST_F(MswMerge, ShardsWithOtherMeritFunctionsOrUnreadableFail)
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path("m.msw"))));
 }
 
+// A shard with a run whose case number an int does not hold fails, as the reader refuses it, whether the
+// number stands in a value or in a step (it is not cut to 2147483647 and merged with another run).
+TEST_F(MswMerge, AShardWithACaseNumberBeyondAnIntFails)
+{
+    ASSERT_TRUE(sp_WriteMswFile(p("a.msw"), runSet(1, 3), headerOf(1)));
+    const std::string text = readFileBytes(path("a.msw"));
+    for (const char* element : {"<sensval ", "<step "}) {
+        std::string changed = text;
+        const size_t at = changed.find(std::string(element) + "case=\"2\"");
+        ASSERT_NE(at, std::string::npos) << element;
+        changed.replace(at, std::strlen(element) + 8, std::string(element) + "case=\"2147483648\"");
+        writeFileBytes(path("big.msw"), changed);
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        EXPECT_FALSE(sp_CompileSensReportData(p("big.msw"), &table, &header)) << element;
+        YString message;
+        EXPECT_FALSE(sp_MergeMswFiles({p("big.msw")}, p("m.msw"), false, &message, nullptr)) << element;
+        EXPECT_EQ(std::string(message.c_str()), "cannot read the results file " + path("big.msw")) << element;
+        EXPECT_FALSE(QFile::exists(QString::fromStdString(path("m.msw")))) << element;
+    }
+    EXPECT_TRUE(sp_MergeMswFiles({p("a.msw")}, p("m.msw"), false, nullptr, nullptr));
+}
+
 TEST_F(MswMerge, AShardThatAppendsItsCoresIsMergedAsTheReaderReadsIt)
 {
     // The main file of a two-core run has the header and the merit functions; each core's file, appended,
