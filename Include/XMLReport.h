@@ -172,5 +172,6 @@ enum XmlValidateStatus : int {
 /// Validates an XML file against an XML Schema file; `message` receives the reason when not valid.
 /// Only the schema named here is used: schema-location hints in the document are ignored (nothing they
 /// name is opened or fetched), and the schema's own include and import may read only regular files in
-/// the schema's folder or below it, never anything over the network.
+/// the schema's folder or below it, never anything over the network. Only regular files are opened: a
+/// FIFO, a device or a folder is a file that cannot be opened (status 3 or 4), and is never waited on.
 [[nodiscard]] SUPPORTQT_API XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message);

@@ -102,16 +102,18 @@ XmlValidateStatus validate(const YString& xmlPath, const YString& schemaPath, My
     QXmlSchema schema;
     schema.setMessageHandler(&handler);
     schema.setNetworkAccessManager(&access);
-    // An empty name is no file; Qt would warn on standard error if asked to open it.
+    // Only a regular file is opened: a FIFO's open would wait for a writer, and a device may never end.
+    // (An empty name is no file; Qt would warn on standard error if asked to open it.)
+    const auto regular = [](const YString& path) { return !path.isEmpty() && QFileInfo(toQs(path)).isFile(); };
     QFile schemaFile(toQs(schemaPath));
-    const bool schemaOpened = !schemaPath.isEmpty() && schemaFile.open(QIODevice::ReadOnly);
+    const bool schemaOpened = regular(schemaPath) && schemaFile.open(QIODevice::ReadOnly);
     if (!schemaOpened || !schema.load(&schemaFile, QUrl::fromLocalFile(schemaFile.fileName())) || !schema.isValid()) {
-        if (schemaOpened || (!schemaPath.isEmpty() && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)))
+        if (schemaOpened || (regular(schemaPath) && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)))
             return XmlValidateBadSchema;
         return XmlValidateNoSchemaFile;
     }
     QFile xmlFile(toQs(xmlPath));
-    if (xmlPath.isEmpty() || !xmlFile.open(QIODevice::ReadOnly))
+    if (!regular(xmlPath) || !xmlFile.open(QIODevice::ReadOnly))
         return XmlValidateNoXmlFile;
     QXmlSchemaValidator validator(schema);
     validator.setMessageHandler(&handler);

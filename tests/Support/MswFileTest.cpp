@@ -819,6 +819,40 @@ TEST_F(MswFile, SpecialFilesAreRefusedWithoutWaiting)
             close(writer);
     }
 }
+
+// Validation opens only regular files: a FIFO that no one writes, as the document or as the schema, is
+// a file that cannot be opened, at once.
+TEST_F(MswFile, ValidationRefusesAFifoWithoutWaiting)
+{
+    writeFileBytes(path("r.msw"), msw("<header title=\"t\"/>"));
+    ASSERT_EQ(mkfifo(path("v.fifo").c_str(), 0600), 0);
+    struct Case {
+        std::string xml, schema;
+        XmlValidateStatus status;
+        std::string text;
+    };
+    for (const Case& c : {Case{path("v.fifo"), kSchema, XmlValidateNoXmlFile, "Could not open xml file"},
+                          Case{path("r.msw"), path("v.fifo"), XmlValidateNoSchemaFile, "Could not open schema file"}}) {
+        auto result = std::make_shared<std::promise<std::pair<XmlValidateStatus, std::string>>>();
+        std::future<std::pair<XmlValidateStatus, std::string>> answer = result->get_future();
+        std::thread([result, c] {
+            YString message;
+            const XmlValidateStatus status = sp_ValidateXml(YString(c.xml.c_str()), YString(c.schema.c_str()), &message);
+            result->set_value({status, message.c_str()});
+        }).detach();
+        const bool finished = answer.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        EXPECT_TRUE(finished) << "validation waited on a FIFO";
+        if (!finished) {
+            const int writer = open(path("v.fifo").c_str(), O_WRONLY | O_NONBLOCK);
+            if (writer >= 0)
+                close(writer);
+            continue;
+        }
+        const std::pair<XmlValidateStatus, std::string> got = answer.get();
+        EXPECT_EQ(got.first, c.status) << c.text;
+        EXPECT_EQ(got.second, c.text);
+    }
+}
 #endif
 
 // ---------------------------------------------------------------- only the caller's schema

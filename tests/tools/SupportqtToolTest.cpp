@@ -28,6 +28,9 @@
 
 #include <cmath>
 #include <unistd.h>
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#endif
 #if defined(__linux__)
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -849,6 +852,39 @@ TEST_F(Tool, ValidateAgainstTheInstalledSchema)
     EXPECT_EQ(noSchema.code, 1);
     EXPECT_EQ(noSchema.err, "supportqt validate: The file " + temp("none.xsd") + " does not exist\n");
 }
+
+#ifndef Q_OS_WIN
+// A FIFO that no one writes is refused at once by the commands that read a whole results file, with one
+// line on standard error naming it as it was given.
+TEST_F(Tool, AFifoIsRefusedWithoutWaiting)
+{
+    const QString fifo = temp("r.fifo");
+    ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    const QString results = example("results/buck_sensitivity.msw");
+    struct Case {
+        QStringList arguments;
+        QString err;
+    };
+    for (const Case& c : {Case{{"results", fifo}, "supportqt results: the results file " + fifo + " does not load: it is not a regular file\n"},
+                          Case{{"stats", fifo}, "supportqt stats: the results file " + fifo + " does not load: it is not a regular file\n"},
+                          Case{{"validate", fifo}, "supportqt validate: " + fifo + ": Could not open xml file\n"},
+                          Case{{"validate", results, "--schema", fifo}, "supportqt validate: " + fifo + ": Could not open schema file\n"}}) {
+        QProcess process;
+        process.start(QStringLiteral(SUPPORTQT_TOOL_PATH), c.arguments);
+        ASSERT_TRUE(process.waitForStarted(30000));
+        const bool finished = process.waitForFinished(20000);
+        EXPECT_TRUE(finished) << c.arguments.join(' ').toStdString() << " waited on the FIFO";
+        if (!finished) {
+            process.kill();
+            process.waitForFinished(5000);
+            continue;
+        }
+        EXPECT_EQ(process.exitCode(), 1) << c.arguments.join(' ').toStdString();
+        EXPECT_EQ(QString::fromUtf8(process.readAllStandardError()), c.err);
+        EXPECT_TRUE(process.readAllStandardOutput().isEmpty());
+    }
+}
+#endif
 
 TEST_F(Tool, AppendMeritAddsAFunctionOrLeavesTheFileAsItWas)
 {

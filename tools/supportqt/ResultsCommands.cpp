@@ -96,6 +96,11 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
     QString name = path; // standard input ("-") becomes the file it was read into
     if (!command.input(&name))
         return false;
+    // Only a regular file is read (a FIFO that no one writes would keep its open waiting).
+    if (!QFileInfo(name).isFile()) {
+        command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not a regular file").arg(path));
+        return false;
+    }
     // The library reads any XML whose root says version 1.0; the tool asks that it be a results file.
     {
         QFile file(name);
@@ -556,7 +561,9 @@ int runValidate(const QStringList& arguments)
         out << '\n';
         return code;
     }
-    return command.fail(code, QStringLiteral("%1: %2").arg(place.isEmpty() ? givenSchema : place, toQs(message.text)));
+    // Without a place, the message is about the file that could not be opened, or else the schema.
+    const QString about = status == XmlValidateNoXmlFile ? given : givenSchema;
+    return command.fail(code, QStringLiteral("%1: %2").arg(place.isEmpty() ? about : place, toQs(message.text)));
 }
 
 int runAppendMerit(const QStringList& arguments)
