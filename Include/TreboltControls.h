@@ -9,7 +9,7 @@
 /// How a parameter's value token is read.
 enum TreboltParamType : int {
     TreboltReal = 0,    ///< engineering notation ("1.5u")
-    TreboltInteger = 1, ///< decimal integer
+    TreboltInteger = 1, ///< decimal integer, read as atoi reads it but stopping at INT_MIN and INT_MAX
     TreboltFlag = 2,    ///< takes no value; present means true
     TreboltSwitch = 3,  ///< decimal integer; non-zero means true
     TreboltText = 4,    ///< the token as it stands
@@ -105,6 +105,8 @@ SUPPORTQT_API const char* kvfe_TreboltChoiceName(const char* keyword, int index)
 /// The control statements of the netlist `text` (".tran", ".pop", ".options", ".print", ".ac" and
 /// ".simulator" lines, any case, active or commented out with "*"), each with its "+" continuation
 /// lines, in file order and each ended by a line feed: the block that `kvfe_ParseTreboltCommands` reads.
+/// Comment lines ("*" or ";" first) and blank lines between a statement and its continuation are left
+/// out and do not end the statement, as the netlist reader passes over them.
 SUPPORTQT_API YString kvfe_TreboltControlStatementLines(const YString& text);
 
 /// Writes `params` back as statements, the disabled ones commented out on one line, into the field of

@@ -3,6 +3,8 @@
 #include "TreboltControls.h"
 #include "TreboltTables_p.h"
 
+#include <climits>
+
 using trebolt::ParamDef;
 using trebolt::StatementDef;
 using trebolt::findParam;
@@ -125,7 +127,7 @@ void kvfe_CompileTreboltControls(YList<TreboltParamValue>& params, TreboltStatem
     undoCopy(params, "PSP_END", "TSTOP");
     const int npt = findParam(params, "PSP_NPT");
     if (npt >= 0)
-        params[npt].setInteger(params[npt].value.integer + 1);
+        params[npt].setInteger(params[npt].value.integer < INT_MAX ? params[npt].value.integer + 1 : INT_MAX);
 
     for (int row = kStatementCount - 1; row >= 0; --row) {
         const StatementDef& statement = kStatements[row];

@@ -7,6 +7,7 @@
 #include "TreboltTables_p.h"
 
 #include <cctype>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -52,6 +53,14 @@ int findStatement(const YString& token)
 // Converts `token` by the parameter's type and appends it unless the keyword is already there (the
 // first occurrence wins), noting the token as written in `written`. A choice token that names no choice
 // is dropped.
+// The integer at the start of `text` as atoi reads it (white space, a sign, digits), stopping at INT_MIN
+// and INT_MAX as the Windows atoi does, where other platforms' would wrap.
+int readInteger(const char* text)
+{
+    const long long value = std::strtoll(text, nullptr, 10);
+    return value < INT_MIN ? INT_MIN : value > INT_MAX ? INT_MAX : static_cast<int>(value);
+}
+
 void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamValue>& params,
                 YList<TreboltWrittenParam>& written)
 {
@@ -64,13 +73,13 @@ void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamVal
         entry.setReal(sp_ConvertEngToReal(token.c_str(), nullptr));
         break;
     case TreboltInteger:
-        entry.setInteger(std::atoi(token.c_str()));
+        entry.setInteger(readInteger(token.c_str()));
         break;
     case TreboltFlag:
         entry.setFlag(true);
         break;
     case TreboltSwitch:
-        entry.setFlag(std::atoi(token.c_str()) != 0);
+        entry.setFlag(readInteger(token.c_str()) != 0);
         break;
     case TreboltText:
         entry.text = token;
@@ -268,6 +277,14 @@ bool isContinuationLine(const char* begin, const char* end)
     return begin < end && *begin == '+';
 }
 
+// True when the line holds only white space, or is a comment ("*" or ";" its first character that is not
+// white space).
+bool isCommentOrBlankLine(const char* begin, const char* end)
+{
+    begin = skipSpace(begin, end);
+    return begin == end || *begin == '*' || *begin == ';';
+}
+
 // Appends a copy of `original` under the name `copy` when the list has no `copy` of its own.
 void copyUnlessGiven(YList<TreboltParamValue>& params, const char* copy, const char* original)
 {
@@ -353,7 +370,7 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     // The statement counts points; the list keeps intervals.
     const int npt = findParam(params, "PSP_NPT");
     if (npt >= 0)
-        params[npt].setInteger(params[npt].value.integer - 1);
+        params[npt].setInteger(params[npt].value.integer > INT_MIN ? params[npt].value.integer - 1 : INT_MIN);
     copyUnlessGiven(params, "PSP_START", "TSAVE");
     copyUnlessGiven(params, "PSP_END", "TSTOP");
 
@@ -382,11 +399,14 @@ YString kvfe_TreboltControlStatementLines(const YString& text)
         const char* lineEnd = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
         if (!lineEnd)
             lineEnd = end;
+        // Comment and blank lines between a statement and its continuation are passed over, as the
+        // netlist reader passes them over; they do not end the statement.
+        const bool passedOver = !isControlLine(line, lineEnd) && isCommentOrBlankLine(line, lineEnd);
         if (isControlLine(line, lineEnd))
             inStatement = true;
-        else if (!(inStatement && isContinuationLine(line, lineEnd)))
+        else if (!passedOver && !(inStatement && isContinuationLine(line, lineEnd)))
             inStatement = false;
-        if (inStatement)
+        if (inStatement && !passedOver)
             block.append(line, static_cast<int>(lineEnd - line)).append('\n');
         if (lineEnd == end)
             break;

@@ -4,6 +4,7 @@
 #include "TreboltControls.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <random>
 #include <string>
@@ -417,6 +418,24 @@ TEST(TreboltCompile, CompilingTwiceRaisesPspNptTwice)
     EXPECT_EQ(params[0].value.integer, 102);
 }
 
+// Integers beyond an int stop at its limits, as the Windows atoi reads them, never wrapping: a switch of
+// 2^32 is on. PSP_NPT stops there too when it is read (one less) and written back (one more).
+TEST(TreboltControls, IntegersBeyondAnIntStopAtItsLimits)
+{
+    EXPECT_TRUE(get(parse(".pop PPT_AUTO_MAX_PERIOD=4294967296\n"), "PPT_AUTO_MAX_PERIOD").value.flag);
+    EXPECT_FALSE(get(parse(".pop PPT_AUTO_MAX_PERIOD=0\n"), "PPT_AUTO_MAX_PERIOD").value.flag);
+    EXPECT_EQ(get(parse(".pop CYCLES_BEFORE_LAUNCH=4294967301\n"), "CYCLES_BEFORE_LAUNCH").value.integer, INT_MAX);
+    EXPECT_EQ(get(parse(".options POP_ITRMAX=-99999999999\n"), "POP_ITRMAX").value.integer, INT_MIN);
+    EXPECT_EQ(get(parse(".options POP_ITRMAX=  +2147483647x\n"), "POP_ITRMAX").value.integer, INT_MAX);
+    EXPECT_EQ(get(parse(".options PSP_NPT=-2147483648\n"), "PSP_NPT").value.integer, INT_MIN);
+    EXPECT_EQ(get(parse(".options PSP_NPT=2147483648\n"), "PSP_NPT").value.integer, INT_MAX - 1);
+    YList<TreboltParamValue> params;
+    params.append(make("PSP_NPT", TreboltInteger, 0, INT_MAX));
+    TreboltStatements out;
+    kvfe_CompileTreboltControls(params, &out, slots({}), slots({}));
+    EXPECT_STREQ(out.options.c_str(), ".options\n+ PSP_NPT=2147483647\n");
+}
+
 TEST(TreboltCompile, EmptyOptionsWriteNothingButSelectedTranWritesItsName)
 {
     YList<TreboltParamValue> params;
@@ -600,13 +619,45 @@ TEST(TreboltControlLines, KeepsStatementsWithTheirContinuations)
                           ".options(PSP_NPT=3)\n"
                           ".tranx 1\n"
                           ".print ALL");
+    // The blank line before "+ stray" is passed over, as the netlist reader passes it over: "+ stray"
+    // continues the ".TRAN" statement.
     EXPECT_STREQ(kvfe_TreboltControlStatementLines(netlist).c_str(),
                  ".TRAN 1m 2m\n"
                  "  + EARLY_STOP_ANALYSIS_GATE=g\n"
+                 "+ stray\n"
                  "*.pop TRIG_GATE=g\n"
                  ".simulator kalvonta\n"
                  ".options(PSP_NPT=3)\n"
                  ".print ALL\n");
+}
+
+// Comment lines and blank lines between a statement and its continuation neither end the statement nor
+// join the block; a line that is neither ends it. The statement's continuation is read as the parser
+// reads the netlist itself.
+TEST(TreboltControlLines, CommentAndBlankLinesBeforeAContinuationAreSkipped)
+{
+    const YString netlist("R1 a b 1k\n"
+                          ".options POP_ITRMAX=3\n"
+                          "* note\n"
+                          "  ; another\n"
+                          "\t\n"
+                          "+ POP_OUTPUT_CYCLES=7\n"
+                          "R2 c d 2k\n"
+                          "+ tc=1\n");
+    const YString block = kvfe_TreboltControlStatementLines(netlist);
+    EXPECT_STREQ(block.c_str(), ".options POP_ITRMAX=3\n+ POP_OUTPUT_CYCLES=7\n");
+    TreboltCommandParseResult fromBlock, fromNetlist;
+    kvfe_ParseTreboltCommands(block.c_str(), &fromBlock);
+    kvfe_ParseTreboltCommands(netlist.c_str(), &fromNetlist);
+    for (const TreboltCommandParseResult* result : {&fromBlock, &fromNetlist}) {
+        const TreboltParamValue* cycles = nullptr;
+        for (const TreboltParamValue& p : result->params)
+            if (p.name == YString("POP_OUTPUT_CYCLES"))
+                cycles = &p;
+        ASSERT_NE(cycles, nullptr);
+        EXPECT_EQ(cycles->valid, 1);
+        EXPECT_EQ(cycles->value.integer, 7);
+    }
 }
 
 // Unicode spaces indent a statement like blanks; a commenting "*" must come first.

@@ -559,6 +559,23 @@ TEST_F(Tool, ControlsShowsTheSettingsAndWritesThemBack)
     EXPECT_EQ(first["statements"], second["statements"]);
 }
 
+// A zero byte in a netlist is dropped, as the netlist reader drops it: the statements after it are read,
+// from the whole netlist and with --block.
+TEST_F(Tool, ControlsReadPastAZeroByte)
+{
+    const QString file = temp("nul.cir");
+    writeFileBytes(file.toStdString(), std::string("R1 a b 1k\n.tran 1m \0\n* a note \0 here\n.options POP_ITRMAX=3\n", 59));
+    for (const QStringList& arguments : {QStringList{"controls", file}, QStringList{"controls", file, "--block"}}) {
+        const Result r = tool(arguments);
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        QString row;
+        for (const QString& line : r.out.split('\n'))
+            if (line.startsWith("POP_ITRMAX "))
+                row = line.simplified();
+        EXPECT_EQ(row, "POP_ITRMAX integer given 3") << arguments.join(' ').toStdString();
+    }
+}
+
 TEST_F(Tool, ControlsJsonCarriesTheSameValuesAsTheText)
 {
     const Result text = tool({"controls", example("netlists/buck_converter.cir"), "--compile"});

@@ -116,8 +116,10 @@ int runControls(const QStringList& arguments)
     const QString text = sp_LoadFile(path, "auto", &ok);
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
-    const YString block = command.isSet(QStringLiteral("block")) ? toYs(text)
-                                                                : kvfe_TreboltControlStatementLines(toYs(text));
+    // The parser takes text that a zero byte ends; the netlist reader drops zero bytes, so they go here.
+    const QString readable = QString(text).remove(QChar(0));
+    const YString block = command.isSet(QStringLiteral("block")) ? toYs(readable)
+                                                                : kvfe_TreboltControlStatementLines(toYs(readable));
 
     TreboltCommandParseResult result;
     SelectTreboltAnalysisData::RunInfo enabled, present;
