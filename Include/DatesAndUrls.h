@@ -15,9 +15,11 @@ SUPPORTQT_API YString sp_GetFormattedDate(bool iso);
 SUPPORTQT_API YString sp_GetFormattedTime(bool precise);
 /// Milliseconds since 1970-01-01 00:00 UTC.
 SUPPORTQT_API long long sp_GetNormalisedTime();
-/// The local date and time of a normalised time: ISO 8601 ("2026-11-22T09:05:03") or the locale's form.
+/// The local date and time of a normalised time: ISO 8601 ("2026-11-22T09:05:03") or the locale's form;
+/// empty for a time within two days of the 64-bit limits, which no local date and time can stand for.
 SUPPORTQT_API YString sp_GetFormattedNormalisedTime(long long ms, bool iso);
-/// A file's modification date or time of day in the locale's short form; empty when it cannot be had.
+/// A file's modification date or time of day in the locale's short form; empty when it cannot be had or
+/// lies too far off to be shown.
 /// The seconds of the file time are added to local midnight of 1970-01-01 (not UTC midnight), on purpose.
 /// The modification date of an open stream, which stays open and the caller's; empty for a null stream.
 SUPPORTQT_API YString sp_GetFormattedFileDate(FILE* file);

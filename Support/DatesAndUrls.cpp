@@ -11,12 +11,19 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <climits>
+
 namespace {
 
-// The local reading of local midnight of 1970-01-01 plus `seconds`; invalid for a negative time.
+// The most milliseconds from 1970 that a local date and time can stand for: two days short of the 64-bit
+// limit, so that neither the milliseconds nor a time zone's offset added to them wraps around.
+const long long kMaxMilliseconds = LLONG_MAX - 2 * 86400000LL;
+
+// The local reading of local midnight of 1970-01-01 plus `seconds`; invalid for a negative time, and for
+// one too far off to be shown (the date would wrap round to the far past).
 QDateTime fileDateTime(long long seconds)
 {
-    if (seconds < 0)
+    if (seconds < 0 || seconds > kMaxMilliseconds / 1000)
         return QDateTime();
     return QDateTime(QDate(1970, 1, 1), QTime(0, 0), Qt::LocalTime).addSecs(seconds);
 }
@@ -65,6 +72,9 @@ long long sp_GetNormalisedTime() { return QDateTime::currentMSecsSinceEpoch(); }
 
 YString sp_GetFormattedNormalisedTime(long long ms, bool iso)
 {
+    // A time too far off to be shown gives empty text, not a date wrapped round to the other end.
+    if (ms > kMaxMilliseconds || ms < -kMaxMilliseconds)
+        return YString();
     const QDateTime t = QDateTime::fromMSecsSinceEpoch(ms, Qt::LocalTime);
     return toYs(iso ? t.toString(Qt::ISODate) : QLocale::system().toString(t, QLocale::ShortFormat));
 }

@@ -9,6 +9,16 @@
 #include <QLocale>
 #include <QRegularExpression>
 
+#include <climits>
+#include <cstdio>
+#include <string>
+
+#ifndef Q_OS_WIN
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 TEST(DatesAndUrls, PreciseTimeHasMilliseconds)
 {
     const QString text = QString::fromUtf8(sp_GetFormattedTime(true).c_str());
@@ -29,6 +39,24 @@ TEST(DatesAndUrls, UserFormatAndNormalisedTime)
     EXPECT_LE(std::llabs(now - QDateTime::currentMSecsSinceEpoch()), 1000);
     const long long noon = QDateTime(QDate(2024, 3, 5), QTime(12, 30, 15), Qt::LocalTime).toMSecsSinceEpoch();
     EXPECT_STREQ(sp_GetFormattedNormalisedTime(noon, true).c_str(), "2024-03-05T12:30:15");
+}
+
+// A time too far off to be shown gives empty text in both forms, never a date wrapped round to the far
+// past; one just inside the range is shown in the year 292278994 in the locale's form (ISO 8601 has no
+// years past 9999).
+TEST(DatesAndUrls, NormalisedTimesBeyondTheRangeAreEmpty)
+{
+    for (long long ms : {LLONG_MAX, LLONG_MAX - 86400000LL, LLONG_MIN, LLONG_MIN + 1, -LLONG_MAX + 86400000LL}) {
+        EXPECT_STREQ(sp_GetFormattedNormalisedTime(ms, true).c_str(), "") << ms;
+        EXPECT_STREQ(sp_GetFormattedNormalisedTime(ms, false).c_str(), "") << ms;
+    }
+    const long long late = 9223372036000000000LL;
+    const QDateTime shown = QDateTime::fromMSecsSinceEpoch(late, Qt::LocalTime);
+    EXPECT_EQ(shown.date().year(), 292278994);
+    EXPECT_EQ(QString::fromUtf8(sp_GetFormattedNormalisedTime(late, false).c_str()),
+              QLocale::system().toString(shown, QLocale::ShortFormat));
+    EXPECT_FALSE(sp_GetFormattedNormalisedTime(late, false).isEmpty());
+    EXPECT_STREQ(sp_GetFormattedNormalisedTime(late, true).c_str(), "");
 }
 
 class FileDates : public TempDirTest {};
@@ -53,6 +81,28 @@ TEST_F(FileDates, ExistingFileIsReadFromLocalMidnightOf1970)
     EXPECT_EQ(sp_GetFormattedFileDate(f), sp_GetFormattedFileDate(path("f.txt").c_str()));
     std::fclose(f);
 }
+
+#ifndef Q_OS_WIN
+// A file time too far off to be shown (a file system such as tmpfs takes any 64-bit time) gives empty
+// text, never a date wrapped round to the far past.
+TEST(FileDatesFarOff, AFileTimeBeyondTheRangeIsEmpty)
+{
+    const std::string file = "/dev/shm/sq-far-" + std::to_string(::getpid());
+    writeFileBytes(file, "x");
+    for (long long seconds : {9223372036854776LL, 4611686018427387904LL, LLONG_MAX}) {
+        struct timespec times[2];
+        times[0].tv_sec = times[1].tv_sec = static_cast<time_t>(seconds);
+        times[0].tv_nsec = times[1].tv_nsec = 0;
+        if (::utimensat(AT_FDCWD, file.c_str(), times, 0) != 0 || sp_GetFileModifiedTime(YString(file.c_str())) != seconds) {
+            std::remove(file.c_str());
+            GTEST_SKIP() << "no file system here takes a file time of " << seconds << " seconds";
+        }
+        EXPECT_STREQ(sp_GetFormattedFileDate(file.c_str()).c_str(), "") << seconds;
+        EXPECT_STREQ(sp_GetFormattedFileTime(file.c_str()).c_str(), "") << seconds;
+    }
+    std::remove(file.c_str());
+}
+#endif
 
 TEST(DatesAndUrls, LocalFileFromUrl)
 {
