@@ -18,8 +18,9 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 ///   place, never replaced by a regular file;
 /// - an existing file that may not be written (read-only for the caller) is refused and left alone;
 /// - a writable file in a folder where no new file can be made is written in place, once the room the new
-///   content needs is reserved (so that a full disk fails the write before the file is touched) and, when
-///   the file may be read, its old bytes are copied aside, to be put back if a write fails all the same;
+///   content needs is reserved (on Linux, so that a full disk fails the write before the file is touched)
+///   and, when the file may be read, its old bytes are copied aside to the temporary folder, to be put
+///   back if a write fails all the same (a copy that cannot be put back is left there);
 /// - the replacement keeps the old file's permissions (and its owner where the process may set it); a
 ///   new file gets the permissions the process's file-mode mask gives.
 /// False when `path` is empty or a folder, when the file may not be written, or when anything fails.

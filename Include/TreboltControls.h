@@ -105,8 +105,8 @@ SUPPORTQT_API const char* kvfe_TreboltChoiceName(const char* keyword, int index)
 /// The control statements of the netlist `text` (".tran", ".pop", ".options", ".print", ".ac" and
 /// ".simulator" lines, any case, active or commented out with "*"), each with its "+" continuation
 /// lines, in file order and each ended by a line feed: the block that `kvfe_ParseTreboltCommands` reads.
-/// Comment lines ("*" or ";" first) and blank lines between a statement and its continuation are left
-/// out and do not end the statement, as the netlist reader passes over them.
+/// Comment lines that start with "*" (a comment in every dialect) and blank lines between a statement
+/// and its continuation are left out and do not end the statement, as the netlist reader passes over them.
 SUPPORTQT_API YString kvfe_TreboltControlStatementLines(const YString& text);
 
 /// Writes `params` back as statements, the disabled ones commented out on one line, into the field of

@@ -87,10 +87,11 @@ bool copyOver(int in, int out)
     return ::ftruncate(out, total) == 0 && ::fsync(out) == 0;
 }
 
-// Writes a finished file's bytes over `target` in place. The room they need is reserved first, so that
-// a full disk fails the write before the file is touched; the old bytes are kept in `backup` (when the
-// file may be read) and put back if a write fails all the same.
-bool writeInPlace(const std::string& from, const std::string& target, const std::string& backup)
+// Writes a finished file's bytes over `target` in place. The room they need is reserved first (on
+// Linux), so that a full disk fails the write before the file is touched; the old bytes are kept in
+// `backup` (when the file may be read) and put back if a write fails all the same. `*backupNeeded` is set
+// when even that failed: the backup then holds the only copy of the old bytes.
+bool writeInPlace(const std::string& from, const std::string& target, const std::string& backup, bool* backupNeeded)
 {
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0)
@@ -103,13 +104,23 @@ bool writeInPlace(const std::string& from, const std::string& target, const std:
     struct stat st;
     bool ok = out >= 0 && (!readable || (kept >= 0 && copyOver(out, kept))) && ::fstat(in, &st) == 0;
 #if defined(__linux__)
-    // A file system that cannot reserve room says so; the write then goes ahead unreserved.
-    if (ok && st.st_size > 0 && ::fallocate(out, FALLOC_FL_KEEP_SIZE, 0, st.st_size) != 0)
-        ok = errno == EOPNOTSUPP || errno == ENOSYS;
+    if (ok && st.st_size > 0) {
+        int reserved;
+        do
+            reserved = ::fallocate(out, FALLOC_FL_KEEP_SIZE, 0, st.st_size);
+        while (reserved != 0 && errno == EINTR);
+        // A file system that cannot reserve room says so; the write then goes ahead unreserved. Room
+        // refused may have been reserved in part: what lies past the file's end is given back.
+        if (reserved != 0 && errno != EOPNOTSUPP && errno != ENOSYS) {
+            struct stat old;
+            if (::fstat(out, &old) == 0 && old.st_size < st.st_size)
+                (void)::fallocate(out, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, old.st_size, st.st_size - old.st_size);
+            ok = false;
+        }
+    }
 #endif
     if (ok && !copyOver(in, out)) {
-        if (kept >= 0)
-            copyOver(kept, out);
+        *backupNeeded = kept < 0 || !copyOver(kept, out);
         ok = false;
     }
     ::close(in);
@@ -160,11 +171,13 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
             ::close(sfd);
         if (bfd >= 0)
             ::close(bfd);
+        bool backupNeeded = false;
         const bool ok = bfd >= 0 && write(YString(scratch.c_str()), context) && syncFile(scratch) &&
-                        writeInPlace(scratch, target, backup);
+                        writeInPlace(scratch, target, backup, &backupNeeded);
         if (sfd >= 0)
             ::unlink(scratch.c_str());
-        if (bfd >= 0)
+        // A backup that could not be put back is the only copy of the old bytes: it stays.
+        if (bfd >= 0 && !backupNeeded)
             ::unlink(backup.c_str());
         return ok;
     }

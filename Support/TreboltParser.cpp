@@ -50,9 +50,6 @@ int findStatement(const YString& token)
     return -1;
 }
 
-// Converts `token` by the parameter's type and appends it unless the keyword is already there (the
-// first occurrence wins), noting the token as written in `written`. A choice token that names no choice
-// is dropped.
 // The integer at the start of `text` as atoi reads it (white space, a sign, digits), stopping at INT_MIN
 // and INT_MAX as the Windows atoi does, where other platforms' would wrap.
 int readInteger(const char* text)
@@ -60,6 +57,10 @@ int readInteger(const char* text)
     const long long value = std::strtoll(text, nullptr, 10);
     return value < INT_MIN ? INT_MIN : value > INT_MAX ? INT_MAX : static_cast<int>(value);
 }
+
+// Converts `token` by the parameter's type and appends it unless the keyword is already there (the
+// first occurrence wins), noting the token as written in `written`. A choice token that names no choice
+// is dropped.
 
 void storeValue(const ParamDef& def, const YString& token, YList<TreboltParamValue>& params,
                 YList<TreboltWrittenParam>& written)
@@ -277,12 +278,12 @@ bool isContinuationLine(const char* begin, const char* end)
     return begin < end && *begin == '+';
 }
 
-// True when the line holds only white space, or is a comment ("*" or ";" its first character that is not
-// white space).
+// True when the line holds only white space, or is a comment in every dialect ("*" its first character
+// that is not white space; the other comment characters depend on the dialect).
 bool isCommentOrBlankLine(const char* begin, const char* end)
 {
     begin = skipSpace(begin, end);
-    return begin == end || *begin == '*' || *begin == ';';
+    return begin == end || *begin == '*';
 }
 
 // Appends a copy of `original` under the name `copy` when the list has no `copy` of its own.

@@ -759,14 +759,7 @@ TEST_F(MswFile, ASparseFileIsRefusedInMemoryThatGrowsWithTheFile)
     ASSERT_GE(child, 0);
     if (child == 0) {
         // The child reports the call's result and the growth of its peak memory, in KiB.
-        unsigned long pages = 0;
-        FILE* statm = std::fopen("/proc/self/statm", "r");
-        const bool sized = statm && std::fscanf(statm, "%lu", &pages) == 1;
-        if (statm)
-            std::fclose(statm);
-        struct rlimit limit;
-        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (1u << 30);
-        if (!sized || ::setrlimit(RLIMIT_AS, &limit) != 0)
+        if (!limitAddressSpace(size_t(1) << 30))
             ::_exit(2);
         struct rusage before, after;
         ::getrusage(RUSAGE_SELF, &before);

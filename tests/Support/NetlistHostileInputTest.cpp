@@ -211,14 +211,7 @@ int inLimitedChild(size_t headroom, const std::function<int()>& body)
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        unsigned long pages = 0;
-        FILE* statm = std::fopen("/proc/self/statm", "r");
-        const bool read = statm && std::fscanf(statm, "%lu", &pages) == 1;
-        if (statm)
-            std::fclose(statm);
-        struct rlimit limit;
-        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + headroom;
-        if (!read || setrlimit(RLIMIT_AS, &limit) != 0)
+        if (!limitAddressSpace(headroom))
             _exit(100);
         _exit(body());
     }

@@ -639,7 +639,7 @@ TEST(TreboltControlLines, CommentAndBlankLinesBeforeAContinuationAreSkipped)
     const YString netlist("R1 a b 1k\n"
                           ".options POP_ITRMAX=3\n"
                           "* note\n"
-                          "  ; another\n"
+                          "  * another\n"
                           "\t\n"
                           "+ POP_OUTPUT_CYCLES=7\n"
                           "R2 c d 2k\n"

@@ -7,10 +7,15 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <cstdio>
+
 #ifdef Q_OS_WIN
 #include <windows.h>
 #else
 #include <unistd.h>
+#endif
+#if defined(__linux__)
+#include <sys/resource.h>
 #endif
 
 
@@ -61,6 +66,23 @@ bool runningAsRoot()
     return false;
 #else
     return geteuid() == 0;
+#endif
+}
+
+bool limitAddressSpace(size_t headroom)
+{
+#if defined(__linux__)
+    unsigned long pages = 0;
+    FILE* statm = std::fopen("/proc/self/statm", "r");
+    const bool read = statm && std::fscanf(statm, "%lu", &pages) == 1;
+    if (statm)
+        std::fclose(statm);
+    struct rlimit limit;
+    limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + headroom;
+    return read && setrlimit(RLIMIT_AS, &limit) == 0;
+#else
+    (void)headroom;
+    return false;
 #endif
 }
 

@@ -95,6 +95,11 @@ bool runningAsRootOnTheHost();
 /// checks do not depend on one user id).
 bool runningAsRoot();
 
+/// Limits the process's address space to what it maps now and `headroom` bytes more (on Linux, for a
+/// child process that must meet a real shortage of memory); false when the limit could not be set, and
+/// always on other systems.
+bool limitAddressSpace(size_t headroom);
+
 /// Holds a file open with no sharing while it lives, so that no other process can open it (Windows);
 /// a no-op elsewhere.
 class ExclusiveFileLock {
