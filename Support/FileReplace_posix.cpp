@@ -90,7 +90,7 @@ bool copyOver(int in, int out)
 // Writes a finished file's bytes over `target` in place. The room they need is reserved first (on
 // Linux), so that a full disk fails the write before the file is touched; the old bytes are kept in
 // `backup` (when the file may be read) and put back if a write fails all the same. `*backupNeeded` is set
-// when even that failed: the backup then holds the only copy of the old bytes.
+// when a backup was made and even that failed: it then holds the only copy of the old bytes.
 bool writeInPlace(const std::string& from, const std::string& target, const std::string& backup, bool* backupNeeded)
 {
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
@@ -120,7 +120,7 @@ bool writeInPlace(const std::string& from, const std::string& target, const std:
     }
 #endif
     if (ok && !copyOver(in, out)) {
-        *backupNeeded = kept < 0 || !copyOver(kept, out);
+        *backupNeeded = kept >= 0 && !copyOver(kept, out);
         ok = false;
     }
     ::close(in);
