@@ -563,7 +563,8 @@ TEST_F(Tool, ControlsShowsTheSettingsAndWritesThemBack)
 // from the whole netlist and with --block.
 TEST_F(Tool, ControlsReadPastAZeroByte)
 {
-    const QString file = temp("nul.cir");
+    // (Not "nul.cir": Windows takes NUL with any extension for its null device.)
+    const QString file = temp("zero-byte.cir");
     writeFileBytes(file.toStdString(), std::string("R1 a b 1k\n.tran 1m \0\n* a note \0 here\n.options POP_ITRMAX=3\n", 59));
     for (const QStringList& arguments : {QStringList{"controls", file}, QStringList{"controls", file, "--block"}}) {
         const Result r = tool(arguments);
