@@ -90,14 +90,6 @@ bool versionIsKnown(const Element& root)
     return version.equalsNoCase("1.0");
 }
 
-// Whether a run's case number fits a case number: a larger one would be cut to the largest and merge two
-// runs into one without a word, so such a file is refused before it changes anything.
-template <class Element>
-bool caseFits(const Element& run)
-{
-    const long long caseNumber = run->getAttributeInt64("case", 0);
-    return caseNumber >= std::numeric_limits<int>::min() && caseNumber <= std::numeric_limits<int>::max();
-}
 
 // The element name of the runs inside a child of the root ("sensval" in a merit function, "step" in
 // "steps"), or null for children that hold no runs.
@@ -234,7 +226,7 @@ bool readParsedTree(const YRef<YDomElement>& root, YHashTable<XMLReportInfo>* ta
         if (!runs)
             continue;
         for (YRef<YDomElement> run = child->firstChildElement(); run; run = run->nextSiblingElement())
-            if (nameIs(run, runs) && !caseFits(run))
+            if (nameIs(run, runs) && !xmlreport::caseFits(run))
                 return false;
     }
     bool ok = true;
@@ -291,7 +283,7 @@ ScanOutcome scanMswFile(FILE* file, YHashTable<XMLReportInfo>* table, XMLReportH
                 return ScanOutcome::Refused;
             if (scanner.depth() == 2)
                 runs = runElementOf(tag);
-            else if (scanner.depth() == 3 && runs && nameIs(tag, runs) && !caseFits(tag))
+            else if (scanner.depth() == 3 && runs && nameIs(tag, runs) && !xmlreport::caseFits(tag))
                 return ScanOutcome::Refused;
         }
     }

@@ -7,6 +7,7 @@
 #include "QtSupport.h"
 #include "TextServices.h"
 #include "XMLReport.h"
+#include "XMLReport_p.h"
 #include "YDom.h"
 
 #include <QDir>
@@ -60,13 +61,6 @@ struct Shard {
     std::vector<YRef<YDomElement>> steps; // "step" elements
 };
 
-// A run whose case number an int holds, as the reader requires of every run of a file.
-bool caseFits(const YRef<YDomElement>& run)
-{
-    const long long caseNumber = run->getAttributeInt64("case", 0);
-    return caseNumber >= INT_MIN && caseNumber <= INT_MAX;
-}
-
 // As the reader does: a file that appends itself (through any chain) fails, a file appended twice is
 // read once, and a file with a run whose case number an int does not hold fails.
 bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain,
@@ -93,12 +87,12 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
         } else if (nameIs(child, "meritfunction")) {
             shard->merits.push_back(child);
             for (YRef<YDomElement> v = child->firstChildElement(); v && ok; v = v->nextSiblingElement())
-                ok = !nameIs(v, "sensval") || caseFits(v);
+                ok = !nameIs(v, "sensval") || xmlreport::caseFits(v);
         } else if (nameIs(child, "steps")) {
             for (YRef<YDomElement> step = child->firstChildElement(); step && ok; step = step->nextSiblingElement()) {
                 if (nameIs(step, "step"))
                     shard->steps.push_back(step);
-                ok = !nameIs(step, "step") || caseFits(step);
+                ok = !nameIs(step, "step") || xmlreport::caseFits(step);
             }
         }
     }

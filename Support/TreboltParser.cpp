@@ -402,8 +402,9 @@ YString kvfe_TreboltControlStatementLines(const YString& text)
             lineEnd = end;
         // Comment and blank lines between a statement and its continuation are passed over, as the
         // netlist reader passes them over; they do not end the statement.
-        const bool passedOver = !isControlLine(line, lineEnd) && isCommentOrBlankLine(line, lineEnd);
-        if (isControlLine(line, lineEnd))
+        const bool control = isControlLine(line, lineEnd);
+        const bool passedOver = !control && isCommentOrBlankLine(line, lineEnd);
+        if (control)
             inStatement = true;
         else if (!passedOver && !(inStatement && isContinuationLine(line, lineEnd)))
             inStatement = false;

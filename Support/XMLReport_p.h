@@ -1,9 +1,21 @@
-// XMLReport_p.h - run labels shared by the results reader and the reports.
+// XMLReport_p.h - run labels shared by the results reader and the reports, and the case-number rule
+// shared by the reader and the merge.
 #pragma once
 
 #include "YString.h"
 
+#include <climits>
+
 namespace xmlreport {
+/// Whether a run's case number fits a case number: a larger one would be cut to the largest and merge two
+/// runs into one without a word, so the reader and the merge refuse a file with such a run.
+template <class Element>
+bool caseFits(const Element& run)
+{
+    const long long caseNumber = run->getAttributeInt64("case", 0);
+    return caseNumber >= INT_MIN && caseNumber <= INT_MAX;
+}
+
 /// The label of a run name ("Refdes:R1/DevParam:R/Term:1") at a detail level from 1 to 5: "Lot: ...",
 /// "Ref: ..." or "Var: ..." with more of the name's items as the level grows; the name itself at 5.
 YString makeRunLabel(const YString& name, int detail);
