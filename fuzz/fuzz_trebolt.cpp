@@ -2,7 +2,9 @@
 // parse and compile, further rounds change neither the text nor the parameter list - unless a
 // statement has a positional value missing before a given one: the compiler then writes an empty
 // slot (two blanks), which the parser's tokenizer cannot see, so later values move up one place. That
-// is how the statements are written and read, and it is left as it is.
+// is how the statements are written and read, and it is left as it is. Likewise a Text value given
+// as an empty token ("TRIG_GATE=" at a line's end) is read as given but written as nothing, so the
+// next round reads it as not given; the comparison counts the two as the same.
 #include "FuzzSupport.h"
 #include "TreboltControls.h"
 
@@ -25,8 +27,10 @@ std::string describe(const YList<TreboltParamValue>& params)
     std::vector<std::string> entries;
     for (const TreboltParamValue& v : params) {
         std::string out;
+        // An empty Text value is not written, so given-and-empty and not given compare equal.
+        const bool emptyText = v.type == TreboltText && v.text.isEmpty();
         out += v.name.c_str();
-        out += '|' + std::to_string(v.type) + '|' + std::to_string(v.valid) + '|';
+        out += '|' + std::to_string(v.type) + '|' + std::to_string(emptyText ? 0 : v.valid) + '|';
         if (v.type == TreboltReal)
             out += std::to_string(v.value.real);
         else if (v.type == TreboltText)
