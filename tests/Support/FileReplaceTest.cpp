@@ -8,9 +8,12 @@
 #include <QFileInfo>
 #include <QProcess>
 
+#include <cstdio>
+
 #include <string>
 
 #ifndef Q_OS_WIN
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -181,5 +184,57 @@ TEST_F(FileReplace, AnInPlaceWriteWithoutRoomLeavesTheFileAsItWas)
     EXPECT_EQ(readFileBytes(path("small/file.txt")), "short\n");
     const QStringList inside = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     EXPECT_EQ(inside, (QStringList{"file.txt", "filler"}));
+}
+
+// On a file system that cannot reserve room (ext2 refuses fallocate), an in-place write that runs out
+// of room half way puts the old bytes back from their copy, which is then removed.
+TEST_F(FileReplace, AnInPlaceWriteThatFailsHalfWayPutsTheOldBytesBack)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "mounting a small file system takes the super-user";
+    const std::string image = path("ext2.img");
+    { std::FILE* f = std::fopen(image.c_str(), "wb"); ASSERT_NE(f, nullptr); std::fclose(f); }
+    ASSERT_EQ(::truncate(image.c_str(), 256 * 1024), 0);
+    if (QProcess::execute(QStringLiteral("mkfs.ext2"), {"-q", "-F", "-N", "16", "-b", "1024", "-m", "0",
+                                                       QString::fromStdString(image)}) != 0)
+        GTEST_SKIP() << "mkfs.ext2 is not available here";
+    const QString folder = QString::fromStdString(path("ext2"));
+    QDir().mkpath(folder);
+    if (QProcess::execute(QStringLiteral("mount"), {"-o", "loop", QString::fromStdString(image), folder}) != 0)
+        GTEST_SKIP() << "a loop device cannot be mounted here";
+    struct Unmount {
+        QString folder;
+        ~Unmount() { QProcess::execute(QStringLiteral("umount"), {folder}); }
+    } unmount{folder};
+    const std::string old = std::string(24000, 'o') + "\n";
+    writeFileBytes(path("ext2/file.txt"), old);
+    // Every inode taken, so that the write goes in place; then every block but eight.
+    const int filler = ::open(path("ext2/filler").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    ASSERT_GE(filler, 0);
+    for (int i = 0; i < 64; ++i) {
+        const int fd = ::open(path("ext2/inode" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+        if (fd < 0)
+            break;
+        ::close(fd);
+    }
+    const std::string block(1024, 'f');
+    off_t size = 0;
+    while (::write(filler, block.data(), block.size()) == static_cast<ssize_t>(block.size()))
+        size += 1024;
+    ASSERT_GT(size, 8 * 1024);
+    ASSERT_EQ(::ftruncate(filler, size - 8 * 1024), 0);
+    ::close(filler);
+    ASSERT_LT(::open(path("ext2/one-more").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644), 0);
+    const QStringList before = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    const QStringList tempBefore = QDir::temp().entryList({".sq-*"}, QDir::Files | QDir::Hidden);
+    struct statvfs roomBefore, roomAfter;
+    ASSERT_EQ(::statvfs(path("ext2").c_str(), &roomBefore), 0);
+    EXPECT_FALSE(replace(path("ext2/file.txt"), std::string(64000, 'n') + "\n"));
+    ASSERT_EQ(::statvfs(path("ext2").c_str(), &roomAfter), 0);
+    const std::string kept = readFileBytes(path("ext2/file.txt"));
+    EXPECT_TRUE(kept == old) << kept.size() << " bytes, starting with " << kept.substr(0, 8);
+    EXPECT_EQ(roomAfter.f_bfree, roomBefore.f_bfree);
+    EXPECT_EQ(QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), before);
+    EXPECT_EQ(QDir::temp().entryList({".sq-*"}, QDir::Files | QDir::Hidden), tempBefore);
 }
 #endif
