@@ -23,7 +23,7 @@ public:
 class SUPPORTQT_API YFileWatcher {
 public:
     YFileWatcher();
-    /// Watches `path` from the start.
+    /// Watches `path` from the start; an empty or missing path is ignored, as by `addPath`.
     explicit YFileWatcher(const YString& path);
     YFileWatcher(const YFileWatcher& other);
     YFileWatcher& operator=(const YFileWatcher&) = delete;

@@ -15,7 +15,7 @@ public:
 /// is above 0.
 SUPPORTQT_API int sp_CreateTimer(int interval, bool singleShot, TimerObject* data);
 /// Starts one more period beside any that run already (so two starts double the rate); false for an
-/// unknown id.
+/// unknown id, and for a negative interval, which starts nothing and leaves the timer as it was.
 [[nodiscard]] SUPPORTQT_API bool sp_StartTimer(int id, int interval);
 /// Stops every period of the timer; it stays registered. False for an unknown id.
 [[nodiscard]] SUPPORTQT_API bool sp_KillTimer(int id);

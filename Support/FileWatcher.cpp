@@ -11,7 +11,7 @@ YFileWatcher::YFileWatcher() : m_watcher(new FileSystemWatcherImpl)
 
 YFileWatcher::YFileWatcher(const YString& path) : m_watcher(new FileSystemWatcherImpl)
 {
-    m_watcher->addPath(toQs(path));
+    addPath(path);
     connectWatcher();
 }
 

@@ -6,6 +6,7 @@
 #include "Processes.h"
 #include "TextServices.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
 
@@ -41,6 +42,20 @@ void reapFinishedChildren()
         else
             ++i;
     }
+}
+
+// While children started without waiting run on, the event loop looks for their end twice a second.
+void reapLater()
+{
+    static bool scheduled = false;
+    if (scheduled || unreapedChildren().empty() || !QCoreApplication::instance())
+        return;
+    scheduled = true;
+    QTimer::singleShot(500, QCoreApplication::instance(), [] {
+        scheduled = false;
+        reapFinishedChildren();
+        reapLater();
+    });
 }
 
 int errorCode(int error)
@@ -105,16 +120,26 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         argv.push_back(&word[0]);
     argv.push_back(nullptr);
     pid_t pid = -1;
+    // The child inherits no descriptor but the three standard ones.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_t* const closing = posix_spawn_file_actions_init(&actions) == 0 ? &actions : nullptr;
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
+    if (closing)
+        posix_spawn_file_actions_addclosefrom_np(closing, 3);
+#endif
     // A program name without a slash is looked up in PATH, as the command interpreter would.
     const bool search = words[0].find('/') == std::string::npos;
-    const int error = search ? posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ)
-                             : posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
+    const int error = search ? posix_spawnp(&pid, argv[0], closing, nullptr, argv.data(), environ)
+                             : posix_spawn(&pid, argv[0], closing, nullptr, argv.data(), environ);
+    if (closing)
+        posix_spawn_file_actions_destroy(closing);
     if (error != 0) {
         *processId = -1;
         return errorCode(error);
     }
     if (!(flags & SpawnWait)) {
         unreapedChildren().push_back(pid);
+        reapLater();
         *processId = static_cast<int>(pid);
         return SSPE_Ok;
     }

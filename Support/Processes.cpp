@@ -54,6 +54,11 @@ KvProcess::KvProcess(const char* commandLine, bool relayOutput, bool relayError)
         QObject::connect(m_process, &QProcess::readyReadStandardOutput, m_process, &KvProcessHelper::readStandardOut);
     if (relayError)
         QObject::connect(m_process, &QProcess::readyReadStandardError, m_process, &KvProcessHelper::readStandardErr);
+    // With one channel relayed the other would be read into memory that no one empties: it is dropped.
+    if (relayOutput && !relayError)
+        m_process->setStandardErrorFile(QProcess::nullDevice());
+    else if (relayError && !relayOutput)
+        m_process->setStandardOutputFile(QProcess::nullDevice());
     if (commandLine) {
         QString bare;
         processes::parseCommandLine(commandLine, m_program, m_arguments, &bare);
@@ -110,22 +115,34 @@ bool KvProcess::waitProcess(int timeoutMs)
         m_timer->setSingleShot(true);
         QObject::connect(m_timer, &QTimer::timeout, m_loop, &QEventLoop::quit);
     }
-    if (timeoutMs != 0) {
-        m_timer->start(timeoutMs);
-        m_loop->exec();
-        m_timer->stop();
-        return m_process->state() == QProcess::NotRunning;
-    }
-    // Without a limit: look at the system every 10 ms, with events flowing in between.
-    for (;;) {
-        pid = nativePid();
-        if (pid == -1 || !sp_IsProcessRunning(pid))
-            break;
-        m_timer->start(10);
-        m_loop->exec();
-        m_timer->stop();
-    }
-    return true;
+    const auto waitWith = [&](QEventLoop& loop, QTimer& timer) {
+        if (timeoutMs != 0) {
+            timer.start(timeoutMs);
+            loop.exec();
+            timer.stop();
+            return m_process->state() == QProcess::NotRunning;
+        }
+        // Without a limit: look at the system every 10 ms, with events flowing in between.
+        for (;;) {
+            pid = nativePid();
+            if (pid == -1 || !sp_IsProcessRunning(pid))
+                break;
+            timer.start(10);
+            loop.exec();
+            timer.stop();
+        }
+        return true;
+    };
+    if (!m_loop->isRunning())
+        return waitWith(*m_loop, *m_timer);
+    // A wait begun from an event handler while another wait runs: a loop and a timer of its own, so
+    // that neither wait ends or cuts short the other's.
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    QObject::connect(m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), &loop, &QEventLoop::quit);
+    return waitWith(loop, timer);
 }
 
 void KvProcess::kill() { m_process->kill(); }

@@ -10,13 +10,25 @@
 #include <QSet>
 #include <QThread>
 
+#ifndef _WIN32
+#include <pthread.h>
+#endif
+
 /// The Qt thread of a KvQThread: runs the owner's body.
 class KvThreadImpl : public QThread {
 public:
     explicit KvThreadImpl(KvQThread* owner) : m_owner(owner) {}
 
 protected:
-    void run() override { m_owner->threadBody(); }
+    void run() override
+    {
+#ifndef _WIN32
+        // A forced end must stop even a body that never makes a system call: the POSIX cancellation
+        // Qt's terminate uses would otherwise wait for one forever.
+        pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+#endif
+        m_owner->threadBody();
+    }
 
 private:
     KvQThread* m_owner;
@@ -52,6 +64,12 @@ KvQThread::~KvQThread()
         QMutexLocker lock(&s_liveImplsMutex);
         if (!s_liveImpls.remove(m_impl))
             return;
+    }
+    if (QThread::currentThread() == m_impl) {
+        // Destroyed from its own body, which cannot wait for itself: the thread object goes once the
+        // body has returned.
+        QObject::connect(m_impl, &QThread::finished, m_impl, &QObject::deleteLater);
+        return;
     }
     if (m_impl->isRunning() && !m_impl->wait(1000)) {
         m_impl->terminate();

@@ -61,7 +61,8 @@ int sp_CreateTimer(int interval, bool singleShot, TimerObject* data)
 bool sp_StartTimer(int id, int interval)
 {
     GenericTimer* timer = findTimer(id);
-    if (!timer)
+    // A negative interval cannot be started (Qt would refuse it aloud); the timer stays as it was.
+    if (!timer || interval < 0)
         return false;
     // Periods already running keep running beside the new one, on purpose.
     timer->startPeriod(interval);

@@ -12,11 +12,17 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QStringList>
 #include <QThread>
 #include <QTimer>
 
 #include <cstdlib>
 #include <string>
+
+#ifdef Q_OS_LINUX
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 
 namespace {
@@ -31,6 +37,10 @@ bool spinUntil(int ms, Done done)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     return done();
 }
+
+QStringList g_qtMessages;
+
+void collectQtMessage(QtMsgType, const QMessageLogContext&, const QString& message) { g_qtMessages << message; }
 
 } // namespace
 
@@ -227,6 +237,55 @@ TEST_F(Processes, WaitingKeepsEventsFlowing)
 
 // ---------------------------------------------------------------- KvProcess
 
+// A wait begun by an event handler during another wait has its own limit, and the outer wait keeps its
+// own: neither cuts the other short or makes it wait longer.
+TEST_F(Processes, AWaitInsideAWaitKeepsBothLimits)
+{
+    const std::string s = child("long", "sleep 30000");
+    KvProcess p(quoted(s).c_str(), false, false);
+    ASSERT_TRUE(p.start());
+    qint64 innerMs = -1;
+    bool innerResult = true;
+    QTimer::singleShot(100, [&] {
+        QElapsedTimer inner;
+        inner.start();
+        innerResult = p.waitProcess(300);
+        innerMs = inner.elapsed();
+    });
+    QElapsedTimer outer;
+    outer.start();
+    EXPECT_FALSE(p.waitProcess(1000));
+    const qint64 outerMs = outer.elapsed();
+    EXPECT_FALSE(innerResult);
+    EXPECT_GE(innerMs, 280);
+    EXPECT_LT(innerMs, 2500);
+    EXPECT_GE(outerMs, 980);
+    EXPECT_LT(outerMs, 6000);
+    p.kill();
+    EXPECT_TRUE(spinUntil(5000, [&] { return !p.isRunning(); }));
+}
+
+// An unlimited wait inside a limited one ends when the child ends, and so does the outer wait.
+TEST_F(Processes, AnUnlimitedWaitInsideAWaitEndsWithTheChild)
+{
+    const std::string s = child("short", "sleep 600\nexit 0");
+    KvProcess p(quoted(s).c_str(), false, false);
+    ASSERT_TRUE(p.start());
+    bool innerResult = false;
+    QTimer::singleShot(50, [&] { innerResult = p.waitProcess(0); });
+    QElapsedTimer outer;
+    outer.start();
+    g_qtMessages.clear();
+    const QtMessageHandler previous = qInstallMessageHandler(collectQtMessage);
+    const bool ended = p.waitProcess(20000);
+    qInstallMessageHandler(previous);
+    EXPECT_TRUE(ended);
+    EXPECT_TRUE(innerResult);
+    EXPECT_LT(outer.elapsed(), 5000);
+    // (An inner wait that ran the outer wait's loop again would make Qt complain at every turn.)
+    EXPECT_EQ(g_qtMessages.size(), 0) << g_qtMessages.value(0).toStdString();
+}
+
 TEST_F(Processes, AddArgumentMakesTheFirstOneTheProgramUnquoted)
 {
     const std::string s = child("args", "exitargc");
@@ -377,5 +436,56 @@ TEST_F(Processes, UncapturedOutputIsNotKept)
     ASSERT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
     EXPECT_EQ(code, 0u);
     EXPECT_LT(peakResidentMiB() - before, 64) << "MiB held at once of 256 MiB written";
+}
+
+// A KvProcess that relays standard output only drops the standard error it does not relay.
+TEST_F(Processes, AChannelKvProcessDoesNotRelayIsNotKept)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer keeps freed memory in quarantine (the ordinary build checks it)";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    GTEST_SKIP() << "AddressSanitizer keeps freed memory in quarantine (the ordinary build checks it)";
+#endif
+#endif
+    const std::string s = child("floodErr", "out relayed\nflooderr 256\nexit 0");
+    std::string console;
+    sp_SetConsoleSink([](const char* text, void* context) { *static_cast<std::string*>(context) += text; }, &console);
+    const long before = peakResidentMiB();
+    {
+        KvProcess p(quoted(s).c_str(), true, false);
+        ASSERT_TRUE(p.start());
+        EXPECT_TRUE(p.waitProcess(60000));
+        spinUntil(5000, [&] { return !p.isRunning(); });
+        EXPECT_EQ(p.exitCode(), 0);
+    }
+    sp_SetConsoleSink(nullptr, nullptr);
+    EXPECT_EQ(console, "relayed\n");
+    EXPECT_LT(peakResidentMiB() - before, 64) << "MiB held at once of 256 MiB written";
+}
+
+// The older launcher's child inherits none of the caller's descriptors beyond the standard three, and
+// a child started without waiting is reaped by the event loop once it ends, not left a zombie.
+TEST_F(Processes, OldLauncherChildrenInheritNoDescriptorAndAreReaped)
+{
+    const int fd = ::open(path("held.txt").c_str(), O_CREAT | O_WRONLY, 0644); // no close-on-exec
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::dup2(fd, 517), 517);
+    ::close(fd);
+    const std::string s = child("fds", "fds " + path("fds.txt") + "\nexit 0");
+    unsigned code = 1;
+    ASSERT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait, &code, nullptr), SSPE_Ok);
+    ::close(517);
+    const std::string listed = readFileBytes(path("fds.txt"));
+    EXPECT_EQ(listed.find("517\n"), std::string::npos) << listed;
+
+    const std::string quick = child("quick", "exit 0");
+    int pid = -1;
+    ASSERT_EQ(sp_OldSpawnApplication(quoted(quick).c_str(), 0, &code, &pid), SSPE_Ok);
+    ASSERT_GT(pid, 0);
+    const std::string stat = "/proc/" + std::to_string(pid) + "/stat";
+    // Gone from the process table once reaped; a zombie's state letter is Z.
+    EXPECT_TRUE(spinUntil(5000, [&] { return !QFile::exists(QString::fromStdString(stat)); }))
+        << readFileBytes(stat);
 }
 #endif

@@ -16,6 +16,8 @@ QStringList g_messages;
 void collect(QtMsgType, const QMessageLogContext&, const QString& message) { g_messages << message; }
 
 struct QuietWatcher : YFileWatcher {
+    QuietWatcher() = default;
+    explicit QuietWatcher(const YString& path) : YFileWatcher(path) {}
     void onDirectoryChanged(const YString&) override {}
 };
 
@@ -61,12 +63,17 @@ TEST_F(QtWarnings, OddPathsMakeQtPrintNothing)
                   XmlValidateOk) << p;
         { SpiceStream stream(p.c_str(), SpiceLanguageNative); }
         { QuietWatcher watcher; watcher.addPath(y); }
+        { QuietWatcher watcher(y); }
         if (p != "/dev/null") {
             sp_WriteTextFile(q, QStringLiteral("x"), "UTF-8");
             (void)sp_WriteMswFile(y, table, header);
             (void)sp_BuildMonteCarloHTMLReport(y, y, table, header);
         }
     }
+    // A negative interval is refused before Qt sees it.
+    const int timer = sp_CreateTimer(0, false, nullptr);
+    EXPECT_FALSE(sp_StartTimer(timer, -1));
+    EXPECT_TRUE(sp_DeleteTimer(timer));
     qInstallMessageHandler(previous);
     EXPECT_TRUE(g_messages.isEmpty()) << g_messages.join(QLatin1Char('\n')).toStdString();
 }

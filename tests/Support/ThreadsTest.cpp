@@ -32,6 +32,34 @@ public:
     }
 };
 
+// A body that never makes a system call, so never reaches a point where a deferred cancellation acts.
+class BusyThread : public KvQThread {
+public:
+    std::atomic<bool> entered{false};
+    std::atomic<long long> turns{0};
+    void threadBody() override
+    {
+        entered = true;
+        for (;;)
+            turns.fetch_add(1, std::memory_order_relaxed);
+    }
+};
+
+// A body that destroys its own thread object, then goes on with what it keeps outside it.
+class SelfDestroyingThread : public KvQThread {
+public:
+    explicit SelfDestroyingThread(std::atomic<int>* stage) : m_stage(stage) {}
+    void threadBody() override
+    {
+        std::atomic<int>* const stage = m_stage;
+        delete this;
+        stage->store(1);
+    }
+
+private:
+    std::atomic<int>* m_stage;
+};
+
 class LockerThread : public KvQThread {
 public:
     explicit LockerThread(KvMutex* mutex) : m_mutex(mutex) {}
@@ -93,6 +121,35 @@ TEST(KvQThread, DestroyingARunningThreadTerminatesItAfterASecond)
     const qint64 ms = timer.elapsed();
     EXPECT_GE(ms, 950);
     EXPECT_LT(ms, 5000);
+}
+
+TEST(KvQThread, ABodyThatNeverCallsTheSystemIsTerminatedToo)
+{
+    auto* t = new BusyThread;
+    t->start();
+    while (!t->entered)
+        QThread::msleep(1);
+    QElapsedTimer timer;
+    timer.start();
+    delete t;
+    const qint64 ms = timer.elapsed();
+    EXPECT_GE(ms, 950);
+    EXPECT_LT(ms, 5000);
+}
+
+TEST(KvQThread, ABodyMayDestroyItsOwnThread)
+{
+    std::atomic<int> stage{0};
+    auto* t = new SelfDestroyingThread(&stage);
+    t->start();
+    QElapsedTimer timer;
+    timer.start();
+    while (stage.load() == 0 && timer.elapsed() < 5000)
+        QThread::msleep(1);
+    EXPECT_EQ(stage.load(), 1);
+    // The thread object goes once the body has returned, through the deferred deletion.
+    QThread::msleep(50);
+    sp_ProcessDeleteEvents();
 }
 
 TEST(KvQThread, CopySharesTheThread)

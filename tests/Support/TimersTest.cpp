@@ -153,5 +153,16 @@ TEST(Timers, UnknownIdsAndNegativeIntervals)
     EXPECT_EQ(sp_GetTimerInterval(id), 0);
     spin(30);
     EXPECT_EQ(counter->calls, 0);
+    // A negative start starts nothing and leaves the interval as it was.
+    EXPECT_FALSE(sp_StartTimer(id, -1));
+    EXPECT_EQ(sp_GetTimerInterval(id), 0);
+    EXPECT_TRUE(sp_StartTimer(id, 10));
+    EXPECT_FALSE(sp_StartTimer(id, -40));
+    EXPECT_EQ(sp_GetTimerInterval(id), 10);
+    EXPECT_TRUE(sp_KillTimer(id));
+    spin(30);
+    const int stopped = counter->calls;
+    spin(50);
+    EXPECT_EQ(counter->calls, stopped);
     EXPECT_TRUE(sp_DeleteTimer(id));
 }

@@ -6,12 +6,14 @@
 //   outargs TEXT   writes TEXT, then each argument after a blank, then a line feed, to standard output
 //   sleep MS       waits MS milliseconds
 //   flood MB       writes MB mebibytes of text to standard output
+//   flooderr MB    the same on standard error
 //   exit N         ends with exit code N
 //   signal N       raises signal N (POSIX; a signal that ends the process ends the child)
 //   waitfor PATH   waits until PATH exists (a minute at most)
 //   exitargc       ends with the number of arguments as exit code
 //   pidfile PATH   writes the process id to PATH (through PATH.tmp, renamed, so never seen empty)
 //   args PATH      appends each argument as one line to PATH (through PATH.part, renamed)
+//   fds PATH       writes the number of each open descriptor above 2, one per line (POSIX)
 //   startup PATH   writes "flags show" of the start-up information the child was given (Windows)
 // Without a steps file the child ends at once with exit code 0.
 #include <chrono>
@@ -28,6 +30,7 @@
 #include <io.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
 #include <limits.h>
 #include <unistd.h>
 #endif
@@ -107,13 +110,14 @@ int main(int argc, char** argv)
         } else if (verb == "err") {
             std::fprintf(stderr, "%s\n", rest.c_str());
             std::fflush(stderr);
-        } else if (verb == "flood") {
+        } else if (verb == "flood" || verb == "flooderr") {
+            FILE* const to = verb == "flood" ? stdout : stderr;
             const std::string block(1024 * 1024 - 1, 'x');
             for (int i = 0; i < std::atoi(rest.c_str()); ++i) {
-                std::fwrite(block.data(), 1, block.size(), stdout);
-                std::fputc('\n', stdout);
+                std::fwrite(block.data(), 1, block.size(), to);
+                std::fputc('\n', to);
             }
-            std::fflush(stdout);
+            std::fflush(to);
         } else if (verb == "sleep") {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(rest.c_str())));
         } else if (verb == "waitfor") {
@@ -137,6 +141,16 @@ int main(int argc, char** argv)
                     record << argv[i] << "\n";
             }
             moveInto(rest + ".part", rest);
+        } else if (verb == "fds") {
+            // Looked at before the record is opened, which takes a descriptor of its own.
+            std::string open;
+#ifndef _WIN32
+            for (int fd = 3; fd < 1024; ++fd)
+                if (::fcntl(fd, F_GETFD) != -1)
+                    open += std::to_string(fd) + "\n";
+#endif
+            std::ofstream(rest + ".tmp", std::ios::binary) << open;
+            moveInto(rest + ".tmp", rest);
         } else if (verb == "startup") {
             std::ofstream out(rest + ".tmp", std::ios::binary);
 #ifdef _WIN32
