@@ -80,7 +80,10 @@ bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<X
     FILE* f = openForWriting(path);
     if (!f)
         return false;
-    const std::vector<const XMLReportInfo*> runs = sp_RunsInCaseOrder(table);
+    // The case number as the key, compared by absolute value like every report key.
+    const std::vector<const XMLReportInfo*> runs = sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
+        key->number = static_cast<double>(record.caseNumber);
+    });
     const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
     std::fprintf(f, "<html>\n");
     std::fprintf(f, "\t<head>\n");

@@ -252,6 +252,21 @@ TEST_F(Reports, PercentSignsAreTextNotFormats)
     EXPECT_EQ(csvLines(table, header, 0)[1], "1,%n%n%s 50%,1,0,0");
 }
 
+// The logs sort by the case number's absolute value, as every report key is compared.
+TEST_F(Reports, LogsOrderNegativeCaseNumbersByAbsoluteValue)
+{
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    for (int c : {-5, 1, 3, -2})
+        table.insert(run(c, "r", 0, {}, {}));
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(YString(path("log.html").c_str()), YString(), table, header));
+    const std::string log = readFileBytes(path("log.html"));
+    std::vector<int> seeds;
+    for (size_t at = log.find("<h2>Seed Table</h2>"); (at = log.find("<tr><td>", at)) != std::string::npos; at += 8)
+        seeds.push_back(std::atoi(log.c_str() + at + 8));
+    EXPECT_EQ(seeds, (std::vector<int>{1, -2, 3, -5}));
+}
+
 TEST_F(Reports, MissingFolderFailsAndCreatesNothing)
 {
     YHashTable<XMLReportInfo> table;
