@@ -26,7 +26,7 @@ public:
 
     long long count() const { return m_n; }           ///< finite values
     long long nonFiniteCount() const { return m_nonFinite; }
-    double mean() const { return m_mean; }             ///< 0 when there are no values
+    double mean() const { return m_shift + m_mean; }   ///< 0 when there are no values
     /// Sample variance (divisor n - 1); 0 for fewer than two values.
     double variance() const;
     double standardDeviation() const;
@@ -45,11 +45,15 @@ public:
     double m4() const { return m_m4; }
 
 private:
-    void addChecked(const double* values, const int* cases, size_t n);
+    // `keepShift`: the summary's shift stays (it already holds values); else the first finite value sets it.
+    void addChecked(const double* values, const int* cases, size_t n, bool keepShift);
     void setCentralSums(double s1, double s2, double s3, double s4);
 
     long long m_n = 0;
     long long m_nonFinite = 0;
+    // Values are summed as their differences from `m_shift` (the first value), so that a small spread
+    // about a large mean keeps its digits; `m_mean` is the mean of those differences.
+    double m_shift = 0.0;
     double m_mean = 0.0, m_m2 = 0.0, m_m3 = 0.0, m_m4 = 0.0;
     double m_min = 0.0, m_max = 0.0;
     int m_minCase = 0, m_maxCase = 0;

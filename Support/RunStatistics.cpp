@@ -425,16 +425,17 @@ void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
         const size_t length = std::min(n - start, kBlock);
         const double* v = values + start;
         MomentSummary part;
+        const double shift = m_n > 0 ? m_shift : v[0];
         // Four sums and two extrema in lanes, with no test of each value: a sum that comes out finite
         // proves every value finite, since an infinity or a NaN would have made it infinite or NaN.
         double a0 = 0.0, a1 = 0.0, a2 = 0.0, a3 = 0.0;
         double lo0 = v[0], lo1 = v[0], hi0 = v[0], hi1 = v[0];
         size_t i = 0;
         for (; i + 4 <= length; i += 4) {
-            a0 += v[i];
-            a1 += v[i + 1];
-            a2 += v[i + 2];
-            a3 += v[i + 3];
+            a0 += v[i] - shift;
+            a1 += v[i + 1] - shift;
+            a2 += v[i + 2] - shift;
+            a3 += v[i + 3] - shift;
             lo0 = v[i] < lo0 ? v[i] : lo0;
             lo1 = v[i + 1] < lo1 ? v[i + 1] : lo1;
             lo0 = v[i + 2] < lo0 ? v[i + 2] : lo0;
@@ -445,13 +446,14 @@ void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
             hi1 = v[i + 3] > hi1 ? v[i + 3] : hi1;
         }
         for (; i < length; ++i) {
-            a0 += v[i];
+            a0 += v[i] - shift;
             lo0 = v[i] < lo0 ? v[i] : lo0;
             hi0 = v[i] > hi0 ? v[i] : hi0;
         }
         const double sum = (a0 + a1) + (a2 + a3);
         if (std::isfinite(sum)) {
             part.m_n = static_cast<long long>(length);
+            part.m_shift = shift;
             part.m_mean = sum / static_cast<double>(length);
             // The first value equal to an extremum is the one its case comes from; it is looked for only
             // when the part's extremum can replace the summary's.
@@ -474,14 +476,14 @@ void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
             i = 0;
             for (; i + 4 <= length; i += 4)
                 for (size_t l = 0; l < 4; ++l) {
-                    const double d = v[i + l] - mean, dd = d * d;
+                    const double d = (v[i + l] - shift) - mean, dd = d * d;
                     d1[l] += d;
                     d2[l] += dd;
                     d3[l] += dd * d;
                     d4[l] += dd * dd;
                 }
             for (; i < length; ++i) {
-                const double d = v[i] - mean, dd = d * d;
+                const double d = (v[i] - shift) - mean, dd = d * d;
                 d1[0] += d;
                 d2[0] += dd;
                 d3[0] += dd * d;
@@ -491,14 +493,15 @@ void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
             const double s3 = (d3[0] + d3[1]) + (d3[2] + d3[3]), s4 = (d4[0] + d4[1]) + (d4[2] + d4[3]);
             part.setCentralSums(s1, s2, s3, s4);
         } else {
-            part.addChecked(v, cases ? cases + start : nullptr, length);
+            part.m_shift = m_shift;
+            part.addChecked(v, cases ? cases + start : nullptr, length, m_n > 0);
         }
         merge(part);
     }
 }
 
 // A block that holds values that are not finite, value by value.
-void MomentSummary::addChecked(const double* values, const int* cases, size_t n)
+void MomentSummary::addChecked(const double* values, const int* cases, size_t n, bool keepShift)
 {
     double sum = 0.0;
     for (size_t i = 0; i < n; ++i) {
@@ -507,6 +510,8 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n)
             ++m_nonFinite;
             continue;
         }
+        if (m_n == 0 && !keepShift)
+            m_shift = v;
         const int c = cases ? cases[i] : 0;
         if (m_n == 0 || v < m_min) {
             m_min = v;
@@ -517,7 +522,7 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n)
             m_maxCase = c;
         }
         ++m_n;
-        sum += v;
+        sum += v - m_shift;
     }
     if (m_n == 0)
         return;
@@ -527,7 +532,7 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n)
         const double v = values[i];
         if (!std::isfinite(v))
             continue;
-        const double d = v - m_mean, d2 = d * d;
+        const double d = (v - m_shift) - m_mean, d2 = d * d;
         s1 += d;
         s2 += d2;
         s3 += d2 * d;
@@ -561,13 +566,19 @@ void MomentSummary::merge(const MomentSummary& o)
         return;
     }
     const double na = static_cast<double>(m_n), nb = static_cast<double>(o.m_n), n = na + nb;
-    const double d = o.m_mean - m_mean, dn = d / n, d2 = d * d;
+    // The difference of the two means, the shifts apart first (nothing when they are the same).
+    const double d = (o.m_shift - m_shift) + (o.m_mean - m_mean), dn = d / n, d2 = d * d;
     const double m2 = m_m2 + o.m_m2 + d2 * na * nb / n;
     const double m3 = m_m3 + o.m_m3 + d2 * d * na * nb * (na - nb) / (n * n) + 3.0 * dn * (na * o.m_m2 - nb * m_m2);
     const double m4 = m_m4 + o.m_m4 + d2 * d2 * na * nb * (na * na - na * nb + nb * nb) / (n * n * n) +
                       6.0 * dn * dn * (na * na * o.m_m2 + nb * nb * m_m2) + 4.0 * dn * (na * o.m_m3 - nb * m_m3);
     // The mean of the larger part moves least: weight from the side that keeps the rounding small.
-    m_mean = na >= nb ? m_mean + d * (nb / n) : o.m_mean - d * (na / n);
+    if (na >= nb) {
+        m_mean += d * (nb / n);
+    } else {
+        m_shift = o.m_shift;
+        m_mean = o.m_mean - d * (na / n);
+    }
     m_m2 = m2;
     m_m3 = m3;
     m_m4 = m4;
@@ -616,6 +627,14 @@ void SampleSummary::add(double value, int caseNumber)
 }
 
 namespace {
+
+// The point a fraction t of the way from a to b; apart by more than the largest double, the two are
+// weighted instead, so that the point stays finite.
+double between(double a, double b, double t)
+{
+    const double step = b - a;
+    return std::isfinite(step) ? a + t * step : (1.0 - t) * a + t * b;
+}
 
 // Appends to a summary's values. Capacity grows fourfold: merging many parts then copies each value
 // about a third of a time more instead of once more, and capacity not yet written costs no memory.
@@ -708,8 +727,7 @@ void SampleSummary::percentiles(const double* ps, int count, double* out) const
         }
         const double h = static_cast<double>(n - 1) * p / 100.0;
         const size_t lo = std::min(static_cast<size_t>(h), n - 1);
-        const double a = at(lo);
-        out[i] = lo + 1 >= n ? a : a + (h - static_cast<double>(lo)) * (at(lo + 1) - a);
+        out[i] = lo + 1 >= n ? at(lo) : between(at(lo), at(lo + 1), h - static_cast<double>(lo));
     }
 }
 
@@ -723,8 +741,7 @@ double SampleSummary::percentile(double p) const
     const size_t lo = std::min(static_cast<size_t>(h), n - 1);
     if (lo + 1 >= n)
         return m_values[lo];
-    const double t = h - static_cast<double>(lo);
-    return m_values[lo] + t * (m_values[lo + 1] - m_values[lo]);
+    return between(m_values[lo], m_values[lo + 1], h - static_cast<double>(lo));
 }
 
 bool MeritLimits::passes(double value) const

@@ -908,3 +908,76 @@ TEST_F(RunStatisticsReference, ChiSquareQuantilesForFewAndVeryManyDegreesAgreeWi
             expectRelative(sp_ChiSquareQuantile(p, d), json(reference[k++]), tolerance, "chi-square quantile");
         }
 }
+
+// A spread of a millionth about a mean of a thousand million (an oscillator's frequency, say): the
+// moments keep their digits, added at once, in blocks and merged from parts that began elsewhere.
+// SciPy's figures are taken from the differences from 1e9, which are exact in doubles.
+TEST_F(RunStatisticsReference, ASmallSpreadAboutALargeMeanKeepsItsDigits)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    std::mt19937_64 random(21);
+    std::normal_distribution<double> noise(0.0, 1e-3);
+    std::vector<double> values(100000);
+    std::string text;
+    for (double& v : values) {
+        v = 1e9 + noise(random);
+        text += std::string(sp_RealToShortestText(v).c_str()) + "\n";
+    }
+    writeFileBytes(path("values.txt"), text);
+    QProcess python;
+    python.start(QString::fromLatin1(debianPython()),
+                 {"-c",
+                  "import json, sys\nimport numpy as np\nfrom scipy import stats\n"
+                  "d = np.loadtxt(sys.argv[1]) - 1e9\n"
+                  "print(json.dumps([float(d.mean()), float(np.std(d, ddof=1)), float(stats.skew(d)), "
+                  "float(stats.kurtosis(d))]))",
+                  QString::fromStdString(path("values.txt"))});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(120000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonArray reference = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    ASSERT_EQ(reference.size(), 4);
+    const auto expectClose = [](double actual, double expected, double tolerance, const char* what) {
+        EXPECT_LE(std::fabs(actual - expected), tolerance * std::fabs(expected))
+            << what << ": " << sp_RealToShortestText(actual).c_str() << " against "
+            << sp_RealToShortestText(expected).c_str();
+    };
+    MomentSummary whole;
+    whole.addBlock(values.data(), nullptr, values.size());
+    // Three parts, each summed from its own first value, merged.
+    MomentSummary merged, second, third;
+    merged.addBlock(values.data(), nullptr, 30000);
+    second.addBlock(values.data() + 30000, nullptr, 50000);
+    third.addBlock(values.data() + 80000, nullptr, 20000);
+    merged.merge(second);
+    merged.merge(third);
+    for (const MomentSummary* m : {&whole, &merged}) {
+        SCOPED_TRACE(m == &whole ? "whole" : "merged");
+        EXPECT_NEAR(m->mean(), 1e9 + reference[0].toDouble(), 1.2e-7); // one unit in the last place
+        expectClose(m->standardDeviation(), reference[1].toDouble(), 1e-12, "standard deviation");
+        expectClose(m->skewness(), reference[2].toDouble(), 1e-9, "skewness");
+        expectClose(m->excessKurtosis(), reference[3].toDouble(), 1e-9, "excess kurtosis");
+    }
+}
+
+// Values near the largest double: equal ones have that mean and no spread, and a percentile between
+// the two ends of the range stays finite.
+TEST(RunStatistics, ValuesNearTheLargestDoubleStayFinite)
+{
+    SampleSummary s;
+    const double big = 1.7e308;
+    s.add(big, 1);
+    s.add(big, 2);
+    EXPECT_EQ(s.moments().mean(), big);
+    EXPECT_EQ(s.moments().standardDeviation(), 0.0);
+    SampleSummary ends;
+    ends.add(-1e308, 1);
+    ends.add(1e308, 2);
+    EXPECT_EQ(ends.percentile(50), 0.0);
+    EXPECT_EQ(ends.percentile(75), 5e307);
+    double out[2];
+    const double ps[2] = {50, 75};
+    ends.percentiles(ps, 2, out);
+    EXPECT_EQ(out[0], 0.0);
+    EXPECT_EQ(out[1], 5e307);
+}
