@@ -9,8 +9,10 @@
 
 #include <cstddef>
 #include <iterator>
+#include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 /// One ".model" or ".subckt" definition of a library file: a compact record of positions and lines; its
@@ -257,6 +259,9 @@ struct ModelLibResolution {
     YString section;                          ///< the section resolved, empty for the file's top level
     std::vector<ModelLibReached> definitions; ///< in the order a simulator meets them
     std::vector<ModelLibProblem> problems;    ///< missing files and sections, cycles (duplicates etc.: `sp_CheckModelLibrary`)
+    /// For each file of `files` whose sections were looked up: its sections by lower-case name (the first
+    /// of each name). Kept with `files`, so that resolving one section after another looks each up at once.
+    std::map<int, std::unordered_map<std::string, int>> sectionKeys;
 };
 
 /// Resolves `section` of the library `path` (empty: the file's statements outside sections, as when the

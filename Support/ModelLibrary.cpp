@@ -1706,7 +1706,11 @@ public:
     // Index of the file in the cache, indexing it first; -1 with the status when it cannot be indexed.
     int load(const YString& path, ModelLibStatus* status)
     {
-        const std::string c = canonical(path);
+        // A path is made canonical once per resolution: a file may be referred to many times.
+        auto known = m_canonical.find(path.str());
+        if (known == m_canonical.end())
+            known = m_canonical.emplace(path.str(), canonical(path)).first;
+        const std::string& c = known->second;
         const auto found = m_byPath.find(c);
         if (found != m_byPath.end()) {
             *status = m_failed.count(c) ? m_failed[c] : ModelLibStatus::Ok;
@@ -1725,89 +1729,129 @@ public:
         return at;
     }
 
-    // Adds what (file, section) reaches; false when the file has no such section.
+    // Adds what (file, section) reaches; false when the file has no such section. References are
+    // followed depth first, in line order, on a stack of its own: a chain of sections as long as a file
+    // can hold takes memory, not the caller's stack.
     bool visit(int file, const std::string& section, int viaFile, int viaReference)
     {
-        const std::pair<int, std::string> unit(file, section);
-        if (m_done.count(unit))
-            return true;
-        const ModelLibIndex* f = &m_r->files[static_cast<size_t>(file)];
-        int sectionIndex = -1;
-        if (!section.empty()) {
-            for (size_t i = 0; i < f->sections.size() && sectionIndex < 0; ++i)
-                if (key(f->sections[i].name) == section)
-                    sectionIndex = static_cast<int>(i);
-            if (sectionIndex < 0)
-                return false;
-        }
-        m_done.insert(unit);
-        m_stack.push_back(unit);
-        // Definitions and references in line order, as a simulator reads them.
-        std::vector<std::pair<int, int>> items; // (line, index): definitions as index, references as ~index
-        if (sectionIndex >= 0) {
-            for (int d : f->sections[static_cast<size_t>(sectionIndex)].definitions)
-                items.push_back({f->definitions[static_cast<size_t>(d)].line, d});
-            for (int r : f->sections[static_cast<size_t>(sectionIndex)].references)
-                items.push_back({f->references[static_cast<size_t>(r)].line, ~r});
-        } else {
-            for (size_t d = 0; d < f->definitions.size(); ++d)
-                if (f->definitions[d].parent < 0 && f->definitions[d].section < 0)
-                    items.push_back({f->definitions[d].line, static_cast<int>(d)});
-            for (size_t r = 0; r < f->references.size(); ++r)
-                if (f->references[r].inSection < 0)
-                    items.push_back({f->references[r].line, ~static_cast<int>(r)});
-        }
-        std::stable_sort(items.begin(), items.end(),
-                         [](const std::pair<int, int>& a, const std::pair<int, int>& b) { return a.first < b.first; });
-        for (const auto& item : items) {
+        std::vector<Frame> frames;
+        if (!enter(file, section, viaFile, viaReference, &frames))
+            return false;
+        while (!frames.empty()) {
+            Frame& top = frames.back();
+            if (top.next == top.items.size()) {
+                m_open.erase(top.unit);
+                frames.pop_back();
+                continue;
+            }
+            const std::pair<int, int> item = top.items[top.next++];
+            const int at = top.unit.first;
             if (item.second >= 0) {
-                m_r->definitions.push_back({file, item.second, viaFile, viaReference});
+                m_r->definitions.push_back({at, item.second, top.viaFile, top.viaReference});
                 continue;
             }
             const int r = ~item.second;
             // The cache may grow while references are followed: the file and reference are looked up anew.
-            const ModelLibReference ref = m_r->files[static_cast<size_t>(file)].references[static_cast<size_t>(r)];
-            const YString from = m_r->files[static_cast<size_t>(file)].fileName;
+            const ModelLibReference ref = m_r->files[static_cast<size_t>(at)].references[static_cast<size_t>(r)];
+            const YString from = m_r->files[static_cast<size_t>(at)].fileName;
             ModelLibStatus status = ModelLibStatus::Ok;
             const int target = load(ref.path, &status);
             if (target < 0) {
                 if (status == ModelLibStatus::TooLarge)
                     m_r->problems.push_back(problem(ModelLibProblem::TooLargeFile, ref.path, from, ref.line,
-                                                    where(m_r->files[static_cast<size_t>(file)], ref.line) + ": " +
+                                                    where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " +
                                                         ref.path.str() + " is larger than 2147483647 bytes"));
                 else
                     m_r->problems.push_back(problem(ModelLibProblem::MissingFile, ref.path, from, ref.line,
-                                                    where(m_r->files[static_cast<size_t>(file)], ref.line) + ": " +
+                                                    where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " +
                                                         ref.target.str() + " does not exist or cannot be read (" +
                                                         ref.path.str() + ")"));
                 continue;
             }
             const std::string wanted = ref.kind == ModelLibReference::LibSection ? key(ref.section) : std::string();
-            if (std::find(m_stack.begin(), m_stack.end(), std::make_pair(target, wanted)) != m_stack.end()) {
+            if (m_open.count(std::make_pair(target, wanted))) {
                 const std::string what = m_r->files[static_cast<size_t>(target)].fileName.str() +
                                          (wanted.empty() ? std::string() : " section " + ref.section.str());
                 m_r->problems.push_back(problem(ModelLibProblem::ReferenceCycle, ref.kind == ModelLibReference::LibSection ? ref.section : ref.path,
                                                 from, ref.line,
-                                                where(m_r->files[static_cast<size_t>(file)], ref.line) +
+                                                where(m_r->files[static_cast<size_t>(at)], ref.line) +
                                                     ": reference cycle: " + what + " is being read already; not followed"));
                 continue;
             }
-            if (!visit(target, wanted, file, r))
+            // (`top` is not used past this point: entering may move the frames.)
+            if (!enter(target, wanted, at, r, &frames))
                 m_r->problems.push_back(problem(ModelLibProblem::MissingSection, ref.section, from, ref.line,
-                                                where(m_r->files[static_cast<size_t>(file)], ref.line) + ": " +
+                                                where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " +
                                                     ref.target.str() + " has no section " + ref.section.str()));
         }
-        m_stack.pop_back();
         return true;
     }
 
 private:
+    // A (file, section) being read: its definitions and references in line order, and the next one.
+    struct Frame {
+        std::pair<int, std::string> unit;
+        int viaFile, viaReference;
+        std::vector<std::pair<int, int>> items; // (line, index): definitions as index, references as ~index
+        size_t next = 0;
+    };
+
+    // The first section of the file named `section` (lower case), or -1.
+    int sectionOf(int file, const std::string& section)
+    {
+        auto found = m_r->sectionKeys.find(file);
+        if (found == m_r->sectionKeys.end()) {
+            std::unordered_map<std::string, int> keys;
+            const std::vector<ModelLibSection>& sections = m_r->files[static_cast<size_t>(file)].sections;
+            for (size_t i = 0; i < sections.size(); ++i)
+                keys.emplace(key(sections[i].name), static_cast<int>(i));
+            found = m_r->sectionKeys.emplace(file, std::move(keys)).first;
+        }
+        const auto at = found->second.find(section);
+        return at == found->second.end() ? -1 : at->second;
+    }
+
+    // Starts reading (file, section) on top of `frames`, unless it was read already; false when the
+    // file has no such section.
+    bool enter(int file, const std::string& section, int viaFile, int viaReference, std::vector<Frame>* frames)
+    {
+        std::pair<int, std::string> unit(file, section);
+        if (m_done.count(unit))
+            return true;
+        const int sectionIndex = section.empty() ? -1 : sectionOf(file, section);
+        if (!section.empty() && sectionIndex < 0)
+            return false;
+        m_done.insert(unit);
+        m_open.insert(unit);
+        Frame frame{std::move(unit), viaFile, viaReference, {}, 0};
+        const ModelLibIndex& f = m_r->files[static_cast<size_t>(file)];
+        // Definitions and references in line order, as a simulator reads them.
+        if (sectionIndex >= 0) {
+            for (int d : f.sections[static_cast<size_t>(sectionIndex)].definitions)
+                frame.items.push_back({f.definitions[static_cast<size_t>(d)].line, d});
+            for (int r : f.sections[static_cast<size_t>(sectionIndex)].references)
+                frame.items.push_back({f.references[static_cast<size_t>(r)].line, ~r});
+        } else {
+            for (size_t d = 0; d < f.definitions.size(); ++d)
+                if (f.definitions[d].parent < 0 && f.definitions[d].section < 0)
+                    frame.items.push_back({f.definitions[d].line, static_cast<int>(d)});
+            for (size_t r = 0; r < f.references.size(); ++r)
+                if (f.references[r].inSection < 0)
+                    frame.items.push_back({f.references[r].line, ~static_cast<int>(r)});
+        }
+        std::stable_sort(frame.items.begin(), frame.items.end(),
+                         [](const std::pair<int, int>& a, const std::pair<int, int>& b) { return a.first < b.first; });
+        frames->push_back(std::move(frame));
+        return true;
+    }
+
     SpiceLanguage m_language;
     ModelLibResolution* m_r;
     std::map<std::string, int> m_byPath;
+    std::unordered_map<std::string, std::string> m_canonical;
     std::map<std::string, ModelLibStatus> m_failed;
     std::set<std::pair<int, std::string>> m_done;
-    std::vector<std::pair<int, std::string>> m_stack;
+    std::set<std::pair<int, std::string>> m_open; // being read: met again, a reference cycle
 };
 
 const ModelLibIndex& fileOf(const ModelLibResolution& r, const ModelLibReached& reached)
@@ -2011,6 +2055,9 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
     resolution->problems.clear();
     resolution->section = section;
     resolution->root = -1;
+    if (resolution->files.empty())
+        resolution->sectionKeys.clear(); // tables of files no longer there
+
     try {
         Resolver resolver(language, resolution);
         ModelLibStatus status = ModelLibStatus::Ok;

@@ -11,11 +11,13 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QThread>
 
 #include <algorithm>
 #include <cctype>
 #include <random>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -468,6 +470,42 @@ TEST_F(ModelLibraryFiles, SectionsResolveAcrossFilesWithCyclesAndMissingFilesRep
     EXPECT_EQ(r.definitions[1].viaFile, r.root);
     EXPECT_EQ(r.definitions[1].viaReference, 1);
     EXPECT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("nope"), SpiceLanguageNative, &r), ModelLibStatus::NoSuchSection);
+}
+
+// A chain of sections, each referring to the next, is followed to its end on a thread with a small
+// stack (a resolution that went one call deeper per reference would overflow it). A cycle in a chain
+// is still reported where it closes.
+TEST_F(ModelLibraryFiles, AChainOfTwentyThousandSectionsResolvesOnASmallStack)
+{
+    const int n = 20000;
+    std::string text;
+    for (int i = 0; i < n; ++i) {
+        text += ".lib s" + std::to_string(i) + "\n.model m" + std::to_string(i) + " nmos\n";
+        if (i + 1 < n)
+            text += ".lib chain.lib S" + std::to_string(i + 1) + "\n";
+        text += ".endl\n";
+    }
+    const std::string chain = write("chain.lib", text);
+    ModelLibResolution r;
+    ModelLibStatus status = ModelLibStatus::Unreadable;
+    std::unique_ptr<QThread> thread(QThread::create([&] {
+        status = sp_ResolveModelSection(YString(chain.c_str()), YString("s0"), SpiceLanguageNative, &r);
+    }));
+    thread->setStackSize(256 * 1024);
+    thread->start();
+    ASSERT_TRUE(thread->wait(120000));
+    ASSERT_EQ(status, ModelLibStatus::Ok);
+    ASSERT_EQ(r.definitions.size(), static_cast<size_t>(n));
+    EXPECT_TRUE(r.problems.empty());
+    EXPECT_EQ(r.files[static_cast<size_t>(r.definitions[n - 1].file)].name(
+                  r.files[static_cast<size_t>(r.definitions[n - 1].file)].definitions[static_cast<size_t>(r.definitions[n - 1].definition)]),
+              "m" + std::to_string(n - 1));
+    // The end of the chain refers back to its start: a cycle, reported once and not followed.
+    write("loop.lib", ".lib a\n.model ma nmos\n.lib loop.lib b\n.endl\n.lib b\n.model mb nmos\n.lib loop.lib A\n.endl\n");
+    ASSERT_EQ(sp_ResolveModelSection(YString(path("loop.lib").c_str()), YString("a"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), (std::vector<std::string>{"ma", "mb"}));
+    EXPECT_EQ(kinds(r.problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::ReferenceCycle}));
+    EXPECT_EQ(r.problems[0].line, 7);
 }
 
 TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinitions)
