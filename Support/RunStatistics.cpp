@@ -366,15 +366,21 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
     s->cpkInterval = {cpk - half, cpk + half};
 }
 
-// Spearman's rho of every parameter with the merit function over `runs` (the runs with a finite
-// value, in table order), ranked by magnitude.
+// A parameter's average ranks over a set of runs. Most runs of a large set leave a given parameter
+// alone (deviation 0, one tie), so only the runs that name it are listed: the memory follows the
+// parameters the runs hold, not parameters times runs.
+struct SparseRanks {
+    double restRank = 0.0;                         // the rank of every run not listed
+    std::vector<std::pair<size_t, double>> ranked; // (position among the runs, rank) of the runs that name it
+};
+
 // The average ranks of every parameter's deviation over `runs` (0 where a run did not change it). A
-// run's parameters are looked up by position first, since runs usually list them in the same order.
-std::vector<std::vector<double>> parameterRanks(const std::vector<const XMLReportInfo*>& runs,
-                                                const std::vector<YString>& names,
-                                                const std::unordered_map<std::string, int>& columns)
+// run's parameters are looked up by position first, since runs usually list them in the same order;
+// a name a run lists twice counts with its last value.
+std::vector<SparseRanks> parameterRanks(const std::vector<const XMLReportInfo*>& runs, const std::vector<YString>& names,
+                                        const std::unordered_map<std::string, int>& columns)
 {
-    std::vector<std::vector<double>> deviations(names.size(), std::vector<double>(runs.size(), 0.0));
+    std::vector<std::vector<std::pair<double, size_t>>> deviations(names.size()); // (deviation, run)
     for (size_t r = 0; r < runs.size(); ++r) {
         const XMLReportInfo& run = *runs[r];
         for (int i = 0; i < run.parameters.count(); ++i) {
@@ -386,22 +392,94 @@ std::vector<std::vector<double>> parameterRanks(const std::vector<const XMLRepor
                     continue;
                 column = static_cast<size_t>(it->second);
             }
-            deviations[column][r] = deviationOf(p);
+            std::vector<std::pair<double, size_t>>& d = deviations[column];
+            if (!d.empty() && d.back().second == r)
+                d.back().first = deviationOf(p);
+            else
+                d.push_back({deviationOf(p), r});
         }
     }
-    for (std::vector<double>& d : deviations)
-        d = averageRanks(d);
-    return deviations;
+    std::vector<SparseRanks> out(names.size());
+    for (size_t c = 0; c < names.size(); ++c) {
+        std::vector<std::pair<double, size_t>>& d = deviations[c];
+        std::sort(d.begin(), d.end());
+        SparseRanks& ranks = out[c];
+        ranks.ranked.reserve(d.size());
+        const size_t rest = runs.size() - d.size();
+        bool restPlaced = rest == 0;
+        double before = 0.0; // values ranked so far
+        const auto tie = [&](size_t count) {
+            const double rank = (before + 1.0 + before + static_cast<double>(count)) / 2.0;
+            before += static_cast<double>(count);
+            return rank;
+        };
+        for (size_t i = 0; i < d.size();) {
+            size_t j = i + 1;
+            while (j < d.size() && d[j].first == d[i].first)
+                ++j;
+            size_t count = j - i;
+            // The runs not listed are zeros: they tie with listed zeros, or stand before the first value
+            // above zero.
+            if (!restPlaced && !(d[i].first < 0.0)) {
+                restPlaced = true;
+                if (d[i].first == 0.0)
+                    count += rest;
+                else
+                    ranks.restRank = tie(rest);
+            }
+            const double rank = tie(count);
+            if (count > j - i)
+                ranks.restRank = rank;
+            for (size_t k = i; k < j; ++k)
+                ranks.ranked.push_back({d[k].second, rank});
+            i = j;
+        }
+        if (!restPlaced)
+            ranks.restRank = tie(rest);
+        std::vector<std::pair<double, size_t>>().swap(d);
+    }
+    return out;
 }
 
+// Spearman's rho of every parameter with the merit function over `runs` (the runs with a finite
+// value, in table order), ranked by magnitude: the Pearson correlation of the two rank vectors, the
+// parameter's taken as its listed ranks and the one rank of the rest.
 void fillInfluence(MeritStatistics* s, const std::vector<double>& values, const std::vector<YString>& names,
-                   const std::vector<std::vector<double>>& ranks)
+                   const std::vector<SparseRanks>& ranks)
 {
     if (names.empty() || values.size() < 2)
         return;
-    const std::vector<double> valueRanks = averageRanks(values);
-    for (size_t c = 0; c < names.size(); ++c)
-        s->influence.push_back({names[c], pearson(ranks[c], valueRanks)});
+    const std::vector<double> y = averageRanks(values);
+    const size_t n = y.size();
+    double my = 0.0;
+    for (double v : y)
+        my += v;
+    my /= static_cast<double>(n);
+    double syy = 0.0, sumDy = 0.0;
+    for (double v : y) {
+        sumDy += v - my;
+        syy += (v - my) * (v - my);
+    }
+    for (size_t c = 0; c < names.size(); ++c) {
+        const SparseRanks& x = ranks[c];
+        const double restCount = static_cast<double>(n - x.ranked.size());
+        double listed = 0.0;
+        for (const auto& e : x.ranked)
+            listed += e.second;
+        const double mx = (x.restRank * restCount + listed) / static_cast<double>(n);
+        const double dz = x.restRank - mx;
+        double sxy = 0.0, sxx = 0.0, listedDy = 0.0;
+        for (const auto& e : x.ranked) {
+            const double dx = e.second - mx, dy = y[e.first] - my;
+            listedDy += dy;
+            sxy += dx * dy;
+            sxx += dx * dx;
+        }
+        sxy += dz * (sumDy - listedDy);
+        sxx += restCount * dz * dz;
+        const double rho = sxx <= 0.0 || syy <= 0.0 ? kNaN : std::clamp(sxy / std::sqrt(sxx * syy), -1.0, 1.0);
+        s->influence.push_back({names[c], rho});
+    }
     std::stable_sort(s->influence.begin(), s->influence.end(), [](const ParameterInfluence& a, const ParameterInfluence& b) {
         const bool an = std::isnan(a.rho), bn = std::isnan(b.rho);
         if (an || bn)
@@ -852,7 +930,7 @@ struct Columns {
     std::vector<YString> names;
     std::unordered_map<std::string, int> index;
     /// Ranks of every parameter's deviation over all runs, made when a merit function first needs them.
-    std::vector<std::vector<double>> allRanks;
+    std::vector<SparseRanks> allRanks;
     bool ranked = false;
 };
 

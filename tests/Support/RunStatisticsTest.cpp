@@ -16,6 +16,11 @@
 #include <random>
 #include <string>
 
+#ifdef Q_OS_LINUX
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -981,3 +986,85 @@ TEST(RunStatistics, ValuesNearTheLargestDoubleStayFinite)
     EXPECT_EQ(out[0], 0.0);
     EXPECT_EQ(out[1], 5e307);
 }
+
+// Parameters that only some runs name, deviations of zero and below, ties, a name listed twice in a
+// run (its last value counts) and merit values with ties: every influence equals Spearman's rho of the
+// full columns, a run without the parameter counting as deviation 0.
+TEST(RunStatistics, InfluenceOfParametersSomeRunsLackEqualsSpearmanOfTheFullColumns)
+{
+    std::mt19937 random(5);
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const int runs = 2 + static_cast<int>(random() % 60), names = 1 + static_cast<int>(random() % 6);
+        YHashTable<XMLReportInfo> table;
+        std::vector<std::vector<double>> full(static_cast<size_t>(names), std::vector<double>(static_cast<size_t>(runs), 0.0));
+        std::vector<double> values;
+        for (int c = 1; c <= runs; ++c) {
+            const double value = static_cast<double>(random() % 7);
+            XMLReportInfo r = run(c, {value});
+            values.push_back(value);
+            int at = 0;
+            for (int k = 0; k < names; ++k) {
+                if (random() % 3 == 0)
+                    continue;
+                const int times = random() % 8 == 0 ? 2 : 1;
+                for (int t = 0; t < times; ++t) {
+                    XMLParameterValue& p = r.parameters.at(at++);
+                    p.name = YString(("P" + std::to_string(k)).c_str());
+                    p.nominal = 2.0;
+                    p.usedValue = 2.0 + 0.5 * static_cast<double>(static_cast<int>(random() % 5) - 2);
+                    full[static_cast<size_t>(k)][static_cast<size_t>(c - 1)] = (p.usedValue - p.nominal) / p.nominal;
+                }
+            }
+            table.insert(r);
+        }
+        const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
+        for (const ParameterInfluence& i : s.influence) {
+            const int k = std::atoi(i.name.c_str() + 1);
+            const double expected = sp_SpearmanCorrelation(full[static_cast<size_t>(k)], values);
+            if (std::isnan(expected))
+                EXPECT_TRUE(std::isnan(i.rho)) << i.name.c_str();
+            else
+                EXPECT_NEAR(i.rho, expected, 1e-13) << i.name.c_str();
+        }
+    }
+}
+
+#ifdef Q_OS_LINUX
+// A sensitivity set of 20,000 runs that each move a parameter of their own: ranking the parameters
+// takes memory in proportion to the runs, not runs times parameters (3.2 GB here).
+TEST(RunStatistics, InfluenceOfManyOneRunParametersTakesMemoryInProportion)
+{
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (!limitAddressSpace(size_t(1) << 30))
+            ::_exit(2);
+        YHashTable<XMLReportInfo> table;
+        for (int c = 1; c <= 20000; ++c) {
+            XMLReportInfo r = run(c, {static_cast<double>(c % 97)});
+            XMLParameterValue& p = r.parameters.at(0);
+            p.name = YString(("R" + std::to_string(c)).c_str());
+            p.nominal = 1.0;
+            p.usedValue = 1.0 + 0.001 * (c % 13);
+            table.insert(r);
+        }
+        const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
+        const std::string report = std::to_string(s.influence.size());
+        const bool sent = ::write(channel[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
+        ::_exit(sent ? 0 : 1);
+    }
+    ::close(channel[1]);
+    std::string report;
+    char buffer[64];
+    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
+        report.append(buffer, static_cast<size_t>(n));
+    ::close(channel[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    EXPECT_EQ(report, "20000");
+}
+#endif
