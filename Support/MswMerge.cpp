@@ -266,6 +266,20 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                     values.push_back(v->getAttributeDouble("value", 0.0));
                     valueCases.push_back(static_cast<int>(caseOf(c)));
                 }
+                // A case given twice is read with its last value: the summary takes that one only.
+                std::unordered_map<int, size_t> firstAt;
+                size_t kept = 0;
+                for (size_t k = 0; k < values.size(); ++k) {
+                    const auto [at, fresh] = firstAt.emplace(valueCases[k], kept);
+                    if (fresh) {
+                        values[kept] = values[k];
+                        valueCases[kept++] = valueCases[k];
+                    } else {
+                        values[at->second] = values[k];
+                    }
+                }
+                values.resize(kept);
+                valueCases.resize(kept);
                 MomentSummary part;
                 part.addBlock(values.data(), valueCases.data(), values.size());
                 result.merits[m].merge(part);

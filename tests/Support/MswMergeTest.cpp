@@ -200,6 +200,33 @@ TEST_F(MswMerge, RunsWithOnlyValuesAndMissingValuesStayAsTheyWere)
     EXPECT_EQ(header.title, YString("t"));
 }
 
+// A shard that gives a case twice is read with the case's last value; the merge's summary counts that
+// value once, as the merged file reads.
+TEST_F(MswMerge, TheSummaryTakesACaseGivenTwiceAsTheReaderDoes)
+{
+    writeFileBytes(path("a.msw"), R"(<?xml version="1.0"?><msw version="1.0"><header title="t"/>
+<meritfunction value="a" name="A"><sensval case="1" value="1"/><sensval case="2" value="2"/></meritfunction>
+<steps><step case="1"/><step case="2"/></steps></msw>)");
+    writeFileBytes(path("c.msw"), R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="11" value="100"/><sensval case="12" value="3"/><sensval case="11" value="1"/></meritfunction>
+<steps><step case="11"/><step case="12"/></steps></msw>)");
+    YString message;
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("a.msw"), p("c.msw")}, p("merged.msw"), false, &message, &summary)) << message.c_str();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    EXPECT_EQ(findCase(table, 11)->values[0].value, 1.0);
+    const MomentSummary read = sp_ComputeMeritStatistics(table, 0, MeritLimits(), false).sample.moments();
+    ASSERT_EQ(summary.merits.size(), 1u);
+    EXPECT_EQ(summary.merits[0].count(), 4);
+    EXPECT_EQ(read.count(), 4);
+    EXPECT_DOUBLE_EQ(summary.merits[0].mean(), 7.0 / 4.0);
+    EXPECT_DOUBLE_EQ(read.mean(), 7.0 / 4.0);
+    EXPECT_EQ(summary.merits[0].maximum(), 3.0);
+    EXPECT_EQ(summary.merits[0].maximumCase(), 12);
+}
+
 TEST_F(MswMerge, CollidingCasesFailUnlessRenumbered)
 {
     const YHashTable<XMLReportInfo> runs = runSet(1, 10);
