@@ -36,7 +36,7 @@ SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int ma
                                        HistogramBinRule* rule = nullptr);
 
 /// Counts the finite values of `values` into `bins` equal bins between their minimum and maximum (a value
-/// on an inner edge goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
+/// on an inner edge, `low + k * binWidth()`, goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
 /// `sp_HistogramBinCount(values, maxBins)`. Values that are not finite are counted in `nonFinite` only.
 /// Values that do not vary get one bin around them, 1% of their magnitude (0.5 for 0) to either side.
 /// With no finite value the result has no bins. The result belongs to the caller.

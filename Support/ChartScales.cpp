@@ -102,10 +102,16 @@ Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int max
         h.high += pad;
     }
     h.counts.assign(static_cast<size_t>(bins), 0);
-    const double width = h.high - h.low;
+    const double width = h.high - h.low, step = h.binWidth();
+    const auto edge = [&](int k) { return h.low + static_cast<double>(k) * step; };
     for (double v : finite) {
         const double position = (v - h.low) / width * bins;
-        const int bin = std::clamp(static_cast<int>(std::floor(position)), 0, bins - 1);
+        int bin = std::clamp(static_cast<int>(std::floor(position)), 0, bins - 1);
+        // The division may round across an edge: the edges themselves decide.
+        if (bin + 1 < bins && v >= edge(bin + 1))
+            ++bin;
+        else if (bin > 0 && v < edge(bin))
+            --bin;
         ++h.counts[static_cast<size_t>(bin)];
     }
     return h;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace {
@@ -108,4 +109,25 @@ TEST(ChartScales, EndsThatAreNotFiniteGiveNoTicks)
     }
     EXPECT_TRUE(sp_RoundAxisTicks(-1.7e308, 1.7e308, 5).values.empty());
     EXPECT_EQ(sp_RoundAxisTicks(0, 0, 5).step, 0.5);
+}
+
+// A value on an inner edge, low + k * binWidth(), goes to bin k, however the division rounds.
+TEST(ChartScales, AValueOnAnInnerEdgeGoesToTheBinAboveIt)
+{
+    const Histogram h = sp_BuildHistogram({0.3, 0.4, 0.35}, 10);
+    ASSERT_EQ(h.low + 5 * h.binWidth(), 0.35);
+    EXPECT_EQ(h.counts, (std::vector<long long>{1, 0, 0, 0, 0, 1, 0, 0, 0, 1}));
+    std::mt19937_64 random(3);
+    std::uniform_real_distribution<double> any(-1e3, 1e3);
+    for (int round = 0; round < 2000; ++round) {
+        const double low = any(random), high = low + std::fabs(any(random)) + 1e-3;
+        const int bins = 2 + static_cast<int>(random() % 40);
+        const Histogram base = sp_BuildHistogram({low, high}, bins);
+        const int k = 1 + static_cast<int>(random() % static_cast<unsigned>(bins - 1));
+        const double onEdge = base.low + k * base.binWidth();
+        const Histogram withEdge = sp_BuildHistogram({low, high, onEdge}, bins);
+        ASSERT_EQ(withEdge.binWidth(), base.binWidth());
+        EXPECT_EQ(withEdge.counts[static_cast<size_t>(k)], k == bins - 1 ? 2 : 1)
+            << "low " << low << " high " << high << " bins " << bins << " edge " << k;
+    }
 }
