@@ -2055,7 +2055,7 @@ TEST_F(Tool, ResultsPerRunTableForScripts)
     EXPECT_EQ(runs[0]["case"].toInt(), 1);
     EXPECT_EQ(runs[0]["values"]["ripple"].toDouble(), 0.015730041282946968);
     EXPECT_TRUE(runs[0]["parameters"].toObject().isEmpty());
-    EXPECT_EQ(runs[1]["seed"].toDouble(), static_cast<double>(second->seed));
+    EXPECT_EQ(runs[1]["seed"].toString(), QString::number(second->seed));
     EXPECT_EQ(runs[1]["parameters"]["L1.L"].toDouble(), second->parameters[1].usedValue);
 
     writeFileBytes(path("quoted.msw"),
@@ -2064,6 +2064,13 @@ TEST_F(Tool, ResultsPerRunTableForScripts)
                    "<step case=\"1\" description=\"say &quot;hi&quot;, twice\"/></steps></msw>\n");
     EXPECT_EQ(tool({"results", temp("quoted.msw"), "--table", "csv"}).out,
               "case,seed,description,\"a,b\"\n1,,\"say \"\"hi\"\", twice\",1\n2,,,2\n");
+    // A seed beyond 2^53 comes out whole, as text.
+    writeFileBytes(path("seed.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><meritfunction value=\"v\" name=\"a\">"
+                                     "<sensval case=\"1\" value=\"1\"/></meritfunction><steps>"
+                                     "<step case=\"1\" seed=\"9007199254740993\"/></steps></msw>\n");
+    const QJsonArray seeded = parseJson(tool({"results", temp("seed.msw"), "--table", "json"}).out)["runs"].toArray();
+    ASSERT_EQ(seeded.size(), 1);
+    EXPECT_EQ(seeded[0]["seed"].toString(), "9007199254740993");
     const Result bad = tool({"results", mc, "--table", "xml"});
     EXPECT_EQ(bad.code, 2);
     EXPECT_EQ(bad.err, "supportqt results: --table takes csv or json, not \"xml\"\n");

@@ -389,7 +389,8 @@ void printRunTable(const ResultsSummary& summary, const std::vector<const XMLRep
                             {QStringLiteral("description"), toQs(run->description.isEmpty() ? run->name : run->description)},
                             {QStringLiteral("values"), values},
                             {QStringLiteral("parameters"), parameters}};
-            row.insert(QStringLiteral("seed"), run->hasSeed ? QJsonValue(static_cast<qint64>(run->seed)) : QJsonValue());
+            // As text, as the run listing gives it: a JSON number is a double, which loses seeds beyond 2^53.
+            row.insert(QStringLiteral("seed"), run->hasSeed ? QJsonValue(QString::number(run->seed)) : QJsonValue());
             rows.append(row);
         }
         printJson(QJsonObject{{QStringLiteral("file"), summary.path}, {QStringLiteral("runs"), rows}});
