@@ -29,8 +29,9 @@ struct SUPPORTQT_API ReportSortKey {
 /// caller's.
 SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet);
 /// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in case
-/// order. False when the file cannot be created or when a write to it fails (a full disk, a file-size
-/// limit): then the file holds only part of the log. Text is written as it is (no HTML escaping).
+/// order. False only when the file cannot be created: a write that fails part way (a full disk, a
+/// file-size limit) is ignored and leaves part of the log (`CheckedReports.h` reports it). Text is
+/// written as it is (no HTML escaping).
 [[nodiscard]] SUPPORTQT_API bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet,
                                                               const YHashTable<XMLReportInfo>& table,
                                                               const XMLReportHeader& header);
@@ -39,8 +40,8 @@ SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleS
                                                              const YHashTable<XMLReportInfo>& table,
                                                              const XMLReportHeader& header);
 /// The sensitivity table as an HTML page, rows sorted by `sortColumn` (0 case, 1 description, then per
-/// merit function value, delta and norm, largest absolute value first). False when the file cannot be
-/// created or when a write to it fails.
+/// merit function value, delta and norm, largest absolute value first). False only when the file cannot
+/// be created; write errors are ignored, as for the logs.
 [[nodiscard]] SUPPORTQT_API bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet,
                                                                const YHashTable<XMLReportInfo>& table,
                                                                const XMLReportHeader& header, int sortColumn);

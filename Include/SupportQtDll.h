@@ -4,6 +4,7 @@
 #include "SupportDll.h"
 
 #include "ChartScales.h"
+#include "CheckedReports.h"
 #include "Compress.h"
 #include "DatesAndUrls.h"
 #include "DialogBinding.h"

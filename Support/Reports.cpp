@@ -1,5 +1,6 @@
 // Reports.cpp - HTML logs of Monte Carlo and worst-case runs, and sensitivity reports in HTML and CSV.
 #include "Reports.h"
+#include "Reports_p.h"
 #include "FileServices.h"
 #include "QtSupport.h"
 #include "RunStatistics.h"
@@ -68,76 +69,12 @@ FILE* openForWriting(const YString& path)
 // Closes a report and says whether every byte reached the file: a write that failed on the way (a
 // full disk, a file-size limit) leaves the stream's error flag set, and the last buffer is written by
 // the close itself.
-bool closeWritten(FILE* file)
+reports::Written closeWritten(FILE* file)
 {
     const bool clean = std::ferror(file) == 0;
-    return std::fclose(file) == 0 && clean;
+    return std::fclose(file) == 0 && clean ? reports::Written::Complete : reports::Written::Incomplete;
 }
 
-bool writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
-              const XMLReportHeader& header, bool monteCarlo)
-{
-    FILE* f = openForWriting(path);
-    if (!f)
-        return false;
-    // The case number as the key, compared by absolute value like every report key.
-    const std::vector<const XMLReportInfo*> runs = sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
-        key->number = static_cast<double>(record.caseNumber);
-    });
-    const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
-    std::fprintf(f, "<html>\n");
-    std::fprintf(f, "\t<head>\n");
-    std::fprintf(f, "\t\t<title>%s</title>\n", title);
-    sp_IncludeTableStyleSheet(f, styleSheet);
-    std::fprintf(f, "\t</head>\n");
-    std::fprintf(f, "\t<h1>%s</h1>\n", title);
-
-    std::fprintf(f, "\t<table class=\"headertable\">\n");
-    std::fprintf(f, "\t\t<tr><td>Date:</td><td>%s</td></tr>\n", header.date.c_str());
-    std::fprintf(f, "\t\t<tr><td>Analysis card:</td><td>%s</td></tr>\n", header.analysis.c_str());
-    std::fprintf(f, "\t\t<tr><td>Title:</td><td>%s</td></tr>\n", header.title.c_str());
-    std::fprintf(f, "\t\t<tr><td>Num Cores:</td><td>%d</td></tr>\n", header.numCores);
-    std::fprintf(f, "\t</table>\n");
-
-    const int merits = header.meritFunctions.count();
-    if (merits > 0) {
-        std::fprintf(f, "\t<h2>Results</h2>\n");
-        std::fprintf(f, "\t<table class=\"datatable\">\n");
-        std::fprintf(f, "\t\t<tr><th>Run #</th><th>Description</th>");
-        for (int i = 0; i < merits; ++i)
-            std::fprintf(f, "<th>%s</th>", header.meritFunctions[i].value.c_str());
-        std::fprintf(f, "</tr>\n");
-        for (const XMLReportInfo* run : runs) {
-            std::fprintf(f, "\t\t<tr><td>%d</td><td>%s</td>", run->caseNumber, run->description.c_str());
-            for (int i = 0; i < merits; ++i)
-                std::fprintf(f, "<td>%g</td>", run->values[i].value);
-            std::fprintf(f, "</tr>\n");
-        }
-        std::fprintf(f, "\t</table>\n");
-    }
-
-    if (monteCarlo) {
-        std::fprintf(f, "\t<h2>Seed Table</h2>\n");
-        std::fprintf(f, "\t<table class=\"datatable\">\n");
-        std::fprintf(f, "\t\t<tr><th>#</th><th>Seed</th></tr>\n");
-        for (const XMLReportInfo* run : runs)
-            std::fprintf(f, "\t\t<tr><td>%d</td><td>%lld</td></tr>\n", run->caseNumber, run->seed);
-        std::fprintf(f, "\t</table>\n");
-    }
-
-    for (const XMLReportInfo* run : runs) {
-        std::fprintf(f, "\t<h2>%s</h2>\n", run->description.c_str());
-        std::fprintf(f, "\t<table class=\"datatable\">\n");
-        std::fprintf(f, "\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n");
-        for (int k = 0; k < run->parameters.count(); ++k) {
-            const XMLParameterValue& p = run->parameters[k];
-            std::fprintf(f, "\t\t<tr><td>%s</td><td>%g</td><td>%g</td></tr>\n", p.name.c_str(), p.nominal, p.usedValue);
-        }
-        std::fprintf(f, "\t</table>\n");
-    }
-    std::fprintf(f, "</html>\n");
-    return closeWritten(f);
-}
 
 // The runs in the order of a sensitivity report's sort column (clamped to the last norm column).
 std::vector<const XMLReportInfo*> runsInSensitivityOrder(const YHashTable<XMLReportInfo>& table, int sortColumn)
@@ -208,6 +145,71 @@ int ReportSortKey::compare(const void* a, const void* b)
     return compareKeys(**static_cast<const ReportSortKey* const*>(a), **static_cast<const ReportSortKey* const*>(b));
 }
 
+reports::Written reports::writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                   const XMLReportHeader& header, bool monteCarlo)
+{
+    FILE* f = openForWriting(path);
+    if (!f)
+        return Written::NotCreated;
+    // The case number as the key, compared by absolute value like every report key.
+    const std::vector<const XMLReportInfo*> runs = sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
+        key->number = static_cast<double>(record.caseNumber);
+    });
+    const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
+    std::fprintf(f, "<html>\n");
+    std::fprintf(f, "\t<head>\n");
+    std::fprintf(f, "\t\t<title>%s</title>\n", title);
+    sp_IncludeTableStyleSheet(f, styleSheet);
+    std::fprintf(f, "\t</head>\n");
+    std::fprintf(f, "\t<h1>%s</h1>\n", title);
+
+    std::fprintf(f, "\t<table class=\"headertable\">\n");
+    std::fprintf(f, "\t\t<tr><td>Date:</td><td>%s</td></tr>\n", header.date.c_str());
+    std::fprintf(f, "\t\t<tr><td>Analysis card:</td><td>%s</td></tr>\n", header.analysis.c_str());
+    std::fprintf(f, "\t\t<tr><td>Title:</td><td>%s</td></tr>\n", header.title.c_str());
+    std::fprintf(f, "\t\t<tr><td>Num Cores:</td><td>%d</td></tr>\n", header.numCores);
+    std::fprintf(f, "\t</table>\n");
+
+    const int merits = header.meritFunctions.count();
+    if (merits > 0) {
+        std::fprintf(f, "\t<h2>Results</h2>\n");
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>Run #</th><th>Description</th>");
+        for (int i = 0; i < merits; ++i)
+            std::fprintf(f, "<th>%s</th>", header.meritFunctions[i].value.c_str());
+        std::fprintf(f, "</tr>\n");
+        for (const XMLReportInfo* run : runs) {
+            std::fprintf(f, "\t\t<tr><td>%d</td><td>%s</td>", run->caseNumber, run->description.c_str());
+            for (int i = 0; i < merits; ++i)
+                std::fprintf(f, "<td>%g</td>", run->values[i].value);
+            std::fprintf(f, "</tr>\n");
+        }
+        std::fprintf(f, "\t</table>\n");
+    }
+
+    if (monteCarlo) {
+        std::fprintf(f, "\t<h2>Seed Table</h2>\n");
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>#</th><th>Seed</th></tr>\n");
+        for (const XMLReportInfo* run : runs)
+            std::fprintf(f, "\t\t<tr><td>%d</td><td>%lld</td></tr>\n", run->caseNumber, run->seed);
+        std::fprintf(f, "\t</table>\n");
+    }
+
+    for (const XMLReportInfo* run : runs) {
+        std::fprintf(f, "\t<h2>%s</h2>\n", run->description.c_str());
+        std::fprintf(f, "\t<table class=\"datatable\">\n");
+        std::fprintf(f, "\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n");
+        for (int k = 0; k < run->parameters.count(); ++k) {
+            const XMLParameterValue& p = run->parameters[k];
+            std::fprintf(f, "\t\t<tr><td>%s</td><td>%g</td><td>%g</td></tr>\n", p.name.c_str(), p.nominal, p.usedValue);
+        }
+        std::fprintf(f, "\t</table>\n");
+    }
+    std::fprintf(f, "</html>\n");
+    return closeWritten(f);
+}
+
 void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
 {
     if (!stream)
@@ -231,24 +233,33 @@ void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
         std::fputs(line, stream);
 }
 
+// Only a file that cannot be created fails a builder; a write that fails part way is not reported here
+// (the checked writers report it).
 bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
                                   const XMLReportHeader& header)
 {
-    return writeLog(path, styleSheet, table, header, true);
+    return reports::writeLog(path, styleSheet, table, header, true) != reports::Written::NotCreated;
 }
 
 bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
                                  const XMLReportHeader& header)
 {
-    return writeLog(path, styleSheet, table, header, false);
+    return reports::writeLog(path, styleSheet, table, header, false) != reports::Written::NotCreated;
 }
 
 bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
                                    const XMLReportHeader& header, int sortColumn)
 {
+    return reports::writeSensitivity(path, styleSheet, table, header, sortColumn) != reports::Written::NotCreated;
+}
+
+reports::Written reports::writeSensitivity(const YString& path, const YString& styleSheet,
+                                           const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                                           int sortColumn)
+{
     FILE* f = openForWriting(path);
     if (!f)
-        return false;
+        return Written::NotCreated;
     const std::vector<const XMLReportInfo*> runs = runsInSensitivityOrder(table, sortColumn);
     const int merits = header.meritFunctions.count();
     std::fprintf(f, "<html>\n");

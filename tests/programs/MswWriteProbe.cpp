@@ -1,7 +1,9 @@
 // MswWriteProbe.cpp - "write PATH LIMIT" writes a results file of 20,000 runs; "append PATH LIMIT" adds a
 // merit function to the file at PATH; "mc PATH LIMIT" and "sens PATH LIMIT" write the Monte Carlo log
-// and the sensitivity report of the same runs. A LIMIT above 0 caps the size of any file the process
-// writes (the write then fails part way). Prints "true" or "false".
+// and the sensitivity report of the same runs, "mc-checked" and "sens-checked" the same through the
+// checked writers. A LIMIT above 0 caps the size of any file the process writes (the write then fails
+// part way). Prints "true" or "false".
+#include "CheckedReports.h"
 #include "Reports.h"
 #include "XMLReport.h"
 
@@ -17,7 +19,7 @@
 int main(int argc, char** argv)
 {
     if (argc != 4) {
-        std::fprintf(stderr, "usage: MswWriteProbe write|append|mc|sens PATH LIMIT\n");
+        std::fprintf(stderr, "usage: MswWriteProbe write|append|mc|sens|mc-checked|sens-checked PATH LIMIT\n");
         return 2;
     }
     const long limit = std::atol(argv[3]);
@@ -49,6 +51,10 @@ int main(int argc, char** argv)
             ok = sp_BuildMonteCarloHTMLReport(YString(argv[2]), YString(""), table, header);
         else if (std::strcmp(argv[1], "sens") == 0)
             ok = sp_BuildHTMLSensitivityReport(YString(argv[2]), YString(""), table, header, 0);
+        else if (std::strcmp(argv[1], "mc-checked") == 0)
+            ok = sp_WriteMonteCarloLogChecked(YString(argv[2]), YString(""), table, header);
+        else if (std::strcmp(argv[1], "sens-checked") == 0)
+            ok = sp_WriteSensitivityReportChecked(YString(argv[2]), YString(""), table, header, 0);
         else
             ok = sp_WriteMswFile(YString(argv[2]), table, header);
     } else {

@@ -7,6 +7,7 @@
 #include "ReportHub.h"
 #include "Tool.h"
 
+#include "CheckedReports.h"
 #include "NetlistStream.h"
 #include "Reports.h"
 #include "TextFile.h"
@@ -195,7 +196,7 @@ bool Demo::sensitivity()
         {"sensitivity.csv", "Sensitivity table (CSV)", "the sensitivity report's columns, for a spreadsheet"},
         {"sensitivity_tornado.svg", "Tornado chart (SVG)", "the chart below, as a file of its own"}};
     return writeReport(QStringLiteral("sensitivity.html"), [&](const YString& temporary) {
-               return sp_BuildHTMLSensitivityReport(temporary, YString(), table, header, 4);
+               return sp_WriteSensitivityReportChecked(temporary, YString(), table, header, 4);
            }) &&
            writeText(QStringLiteral("sensitivity.csv"), csvText) && writeText(QStringLiteral("sensitivity_tornado.svg"), tornado);
 }
@@ -220,7 +221,7 @@ bool Demo::monteCarlo()
         {"montecarlo.html", "Monte Carlo log", "every run's merit function values, its random seed and the parameters it changed"},
         {"montecarlo_histogram.svg", "Histograms (SVG)", "the chart below, as a file of its own"}};
     return writeReport(QStringLiteral("montecarlo.html"), [&](const YString& temporary) {
-               return sp_BuildMonteCarloHTMLReport(temporary, YString(), table, header);
+               return sp_WriteMonteCarloLogChecked(temporary, YString(), table, header);
            }) &&
            writeText(QStringLiteral("montecarlo_histogram.svg"), histogram);
 }
@@ -237,7 +238,7 @@ bool Demo::worstCase()
     loaded->section.links = {
         {"worstcase.html", "Worst-case log", "every run's merit function values and the parameters it changed"}};
     return writeReport(QStringLiteral("worstcase.html"), [&](const YString& temporary) {
-        return sp_BuildWorstCaseHTMLReport(temporary, YString(), table, header);
+        return sp_WriteWorstCaseLogChecked(temporary, YString(), table, header);
     });
 }
 

@@ -5,6 +5,7 @@
 #include "ReportHub.h"
 #include "Tool.h"
 
+#include "CheckedReports.h"
 #include "MeritReplace.h"
 #include "Reports.h"
 #include "SchemaValidation.h"
@@ -752,13 +753,13 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
     };
     if (monteCarlo || bothLogs)
         html("montecarlo.html", "Monte Carlo log", "every run's merit function values, its random seed and the parameters it changed",
-             [&](const YString& temporary) { return sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header); });
+             [&](const YString& temporary) { return sp_WriteMonteCarloLogChecked(temporary, styleSheet, table, header); });
     if (worstCase || bothLogs)
         html("worstcase.html", "Worst-case log", "every run's merit function values and the parameters it changed",
-             [&](const YString& temporary) { return sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header); });
+             [&](const YString& temporary) { return sp_WriteWorstCaseLogChecked(temporary, styleSheet, table, header); });
     html("sensitivity.html", "Sensitivity report",
          "each run's merit function values, their deltas against the nominal run (case 1) and the normalised sensitivities",
-         [&](const YString& temporary) { return sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, sort); });
+         [&](const YString& temporary) { return sp_WriteSensitivityReportChecked(temporary, styleSheet, table, header, sort); });
     const std::string csv = sensitivityCsv(table, header, sort);
     html("sensitivity.csv", "Sensitivity table (CSV)", "the sensitivity report's columns, for a spreadsheet",
          [&](const YString& temporary) { return writeTextFile(toQs(temporary), csv); });
@@ -914,11 +915,11 @@ int runReport(const QStringList& arguments)
     const bool written = writeFileAtomically(output, [&](const YString& temporary) {
         bool reportWritten = false;
         if (kind == QLatin1String("mc")) {
-            reportWritten = sp_BuildMonteCarloHTMLReport(temporary, styleSheet, table, header);
+            reportWritten = sp_WriteMonteCarloLogChecked(temporary, styleSheet, table, header);
         } else if (kind == QLatin1String("wc")) {
-            reportWritten = sp_BuildWorstCaseHTMLReport(temporary, styleSheet, table, header);
+            reportWritten = sp_WriteWorstCaseLogChecked(temporary, styleSheet, table, header);
         } else if (kind == QLatin1String("sens")) {
-            reportWritten = sp_BuildHTMLSensitivityReport(temporary, styleSheet, table, header, static_cast<int>(sort));
+            reportWritten = sp_WriteSensitivityReportChecked(temporary, styleSheet, table, header, static_cast<int>(sort));
         } else {
             reportWritten = writeTextFile(toQs(temporary), sensitivityCsv(table, header, static_cast<int>(sort)));
         }
