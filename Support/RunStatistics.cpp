@@ -894,18 +894,36 @@ double sp_ChiSquareQuantile(double p, double degrees)
         x = degrees;
     const double logNorm = logGamma(a) + std::log(2.0);
     double lo = 0.0, hi = kInf;
+    // The lower tail's series is at most its first term, (x/2)^a / Gamma(a + 1), so where that term is
+    // p the distribution is at most p: a lower bound of the root, and close to it far in the tail, where
+    // the normal approximation above is no guide and halving from it would take too many steps.
+    const double logTailBound = std::log(2.0) + (std::log(p) + logGamma(a + 1.0)) / a;
+    // A root below the smallest double: the quantile is 0 in doubles.
+    if (logTailBound < std::log(std::numeric_limits<double>::denorm_min()))
+        return 0.0;
+    const double tailBound = std::exp(logTailBound);
+    if (tailBound > 0.0 && std::isfinite(tailBound)) {
+        lo = tailBound;
+        if (!(x > lo) || w <= 0.0)
+            x = lo;
+    }
     for (int i = 0; i < 400; ++i) {
-        const double f = lowerGammaRegularised(a, x / 2.0) - p;
+        const double lower = lowerGammaRegularised(a, x / 2.0), f = lower - p;
         if (f < 0.0)
             lo = x;
         else
             hi = x;
         if (f == 0.0)
             break;
-        const double density = std::exp((a - 1.0) * std::log(x / 2.0) - x / 2.0 - logNorm);
-        double next = x - f / density;
+        const double logDensity = (a - 1.0) * std::log(x / 2.0) - x / 2.0 - logNorm;
+        // In the lower tail the distribution falls like a power of x: Newton's step is taken on its
+        // logarithm there, which is nearly straight, instead of on the distribution, which would creep.
+        double next = lower > 0.0 && lower < 0.1 ? x - (std::log(lower) - std::log(p)) * std::exp(std::log(lower) - logDensity)
+                                                 : x - f / std::exp(logDensity);
+        // Outside the bracket: its middle, taken on a logarithmic scale while its ends are orders of
+        // magnitude apart.
         if (!(next > lo && next < hi))
-            next = std::isfinite(hi) ? lo + (hi - lo) / 2.0 : 2.0 * x;
+            next = !std::isfinite(hi) ? 2.0 * x : lo > 0.0 && hi > 4.0 * lo ? std::sqrt(lo) * std::sqrt(hi) : lo + (hi - lo) / 2.0;
         if (std::fabs(next - x) <= 4e-16 * x || (std::isfinite(hi) && hi - lo <= 4e-16 * hi)) {
             x = next;
             break;

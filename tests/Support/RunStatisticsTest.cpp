@@ -1068,3 +1068,31 @@ TEST(RunStatistics, InfluenceOfManyOneRunParametersTakesMemoryInProportion)
     EXPECT_EQ(report, "20000");
 }
 #endif
+
+// Far in the lower tail the quantile still comes out to the last digits, and is 0 where SciPy's is
+// below the smallest double.
+TEST_F(RunStatisticsReference, ChiSquareQuantilesFarInTheLowerTailAgreeWithSciPy)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const double degrees[] = {0.3, 1.0, 4.0, 99.0, 1000.0};
+    const double ps[] = {1e-300, 1e-200, 1e-100, 1e-30};
+    QProcess python;
+    python.start(QString::fromLatin1(debianPython()),
+                 {"-c", "import json\nfrom scipy import stats\nprint(json.dumps([float(stats.chi2.ppf(p, d)) "
+                        "for d in [0.3, 1.0, 4.0, 99.0, 1000.0] for p in [1e-300, 1e-200, 1e-100, 1e-30]]))"});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(120000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonArray reference = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    ASSERT_EQ(reference.size(), 20);
+    int k = 0;
+    for (double d : degrees)
+        for (double p : ps) {
+            const double expected = json(reference[k++]), actual = sp_ChiSquareQuantile(p, d);
+            if (expected == 0.0)
+                EXPECT_EQ(actual, 0.0) << "degrees " << d << ", p " << p;
+            else
+                EXPECT_LE(std::fabs(actual - expected), 1e-12 * expected)
+                    << "degrees " << d << ", p " << p << ": " << actual << " against " << expected;
+        }
+}
