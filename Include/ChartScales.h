@@ -53,5 +53,6 @@ struct AxisTicks {
 /// The ticks of an axis that covers `low` to `high`: the smallest step of 1, 2 or 5 times a power of ten
 /// that needs at most `maxTicks` ticks (at least 2) from a multiple of the step at or below `low` to one
 /// at or above `high`. Ends in the wrong order are swapped; equal ends are widened by 1% of their
-/// magnitude (by 1 around 0). Ends that are not finite give no ticks (an empty `values`, all else 0).
+/// magnitude (by 1 around 0). Ends that are not finite give no ticks (an empty `values`, all else 0), and
+/// so do ends that no ticks within the largest doubles can cover (beyond +-1e308 with a step of 1e308).
 SUPPORTQT_API AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks);

@@ -65,11 +65,16 @@ double powerOfTen(int exponent)
 }
 
 // k * mantissa * 10^exponent as the nearest double to the decimal value: dividing by an exact power of
-// ten rounds once, where multiplying by an inexact 10^-n would round twice.
+// ten rounds once, where multiplying by an inexact 10^-n would round twice. Below 10^-300 the divisor
+// would overflow, so the division is taken in two steps there (the values are subnormal, of few digits).
 double tickValue(long long k, int mantissa, int exponent)
 {
     const double whole = static_cast<double>(k) * mantissa;
-    return exponent >= 0 ? whole * powerOfTen(exponent) : whole / powerOfTen(-exponent);
+    if (exponent >= 0)
+        return whole * powerOfTen(exponent);
+    if (exponent < -300)
+        return whole / powerOfTen(300) / powerOfTen(-exponent - 300);
+    return whole / powerOfTen(-exponent);
 }
 
 } // namespace
@@ -129,14 +134,13 @@ AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
         low -= pad;
         high += pad;
     }
-    const double span = high - low;
-    if (!std::isfinite(span))
-        return ticks;
     maxTicks = std::max(maxTicks, 2);
     // From a step below the span shared out among the ticks, up through 1, 2, 5 times each power of ten
     // until the ticks from below `low` to above `high` are few enough. A billionth of a step of slack
-    // keeps an end that is a multiple of the step in rounding from costing a tick.
-    int exponent = static_cast<int>(std::floor(std::log10(span / (maxTicks - 1)))) - 1;
+    // keeps an end that is a multiple of the step in rounding from costing a tick. (Half the span, which
+    // stays finite between the largest doubles of either sign.)
+    const double halfSpan = high / 2 - low / 2;
+    int exponent = static_cast<int>(std::floor(std::log10(halfSpan) + std::log10(2.0 / (maxTicks - 1)))) - 1;
     for (; exponent <= 308; ++exponent) {
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);
@@ -146,6 +150,9 @@ AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
             if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last - first + 1 <= maxTicks))
                 continue;
             const long long k0 = static_cast<long long>(first), k1 = static_cast<long long>(last);
+            // Ends beyond the largest double: no finite ticks cover the range at this step or above.
+            if (!std::isfinite(tickValue(k0, mantissa, exponent)) || !std::isfinite(tickValue(k1, mantissa, exponent)))
+                return ticks;
             ticks.step = tickValue(1, mantissa, exponent);
             for (long long k = k0; k <= k1; ++k)
                 ticks.values.push_back(tickValue(k, mantissa, exponent));

@@ -131,3 +131,21 @@ TEST(ChartScales, AValueOnAnInnerEdgeGoesToTheBinAboveIt)
             << "low " << low << " high " << high << " bins " << bins << " edge " << k;
     }
 }
+
+// Ends at either extreme of the doubles: subnormal ends get a subnormal step that covers them, ends
+// of opposite sign near the largest double get ticks as long as finite ones can cover them.
+TEST(ChartScales, TicksForEndsAtTheExtremesOfTheDoubles)
+{
+    const AxisTicks tiny = sp_RoundAxisTicks(1e-320, 3e-320, 6);
+    EXPECT_GT(tiny.step, 0.0);
+    ASSERT_FALSE(tiny.values.empty());
+    EXPECT_LE(tiny.values.size(), 6u);
+    EXPECT_LE(tiny.values.front(), 1e-320);
+    EXPECT_GE(tiny.values.back(), 3e-320);
+    const AxisTicks wide = sp_RoundAxisTicks(-1e308, 1e308, 6);
+    EXPECT_EQ(wide.values, (std::vector<double>{-1e308, -5e307, 0.0, 5e307, 1e308}));
+    EXPECT_EQ(wide.step, 5e307);
+    const AxisTicks beyond = sp_RoundAxisTicks(-1.5e308, 1.5e308, 6);
+    EXPECT_TRUE(beyond.values.empty());
+    EXPECT_EQ(beyond.step, 0.0);
+}
