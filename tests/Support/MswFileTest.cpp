@@ -753,33 +753,19 @@ TEST_F(MswFile, ASparseFileIsRefusedInMemoryThatGrowsWithTheFile)
         body += "<sensval case=\"" + std::to_string(c) + "\" value=\"1\"/>";
     body += "</meritfunction>";
     writeFileBytes(path("sparse.msw"), msw(body));
-    int channel[2];
-    ASSERT_EQ(::pipe(channel), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        // The child reports the call's result and the growth of its peak memory, in KiB.
-        if (!limitAddressSpace(size_t(1) << 30))
-            ::_exit(2);
+    // The child reports the call's result and the growth of its peak memory, in KiB.
+    bool ran = false;
+    int status = 0;
+    const std::string report = reportFromLimitedChild(size_t(1) << 30, [&] {
         struct rusage before, after;
         ::getrusage(RUSAGE_SELF, &before);
         YHashTable<XMLReportInfo> t;
         XMLReportHeader h;
         const bool read = sp_CompileSensReportData(YString(path("sparse.msw").c_str()), &t, &h);
         ::getrusage(RUSAGE_SELF, &after);
-        const std::string report = std::to_string(read) + " " + std::to_string(after.ru_maxrss - before.ru_maxrss);
-        const bool sent = ::write(channel[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
-        ::_exit(sent ? 0 : 1);
-    }
-    ::close(channel[1]);
-    std::string report;
-    char buffer[64];
-    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
-        report.append(buffer, static_cast<size_t>(n));
-    ::close(channel[0]);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << report;
+        return std::to_string(read) + " " + std::to_string(after.ru_maxrss - before.ru_maxrss);
+    }, &ran, &status);
+    ASSERT_TRUE(ran) << "child status " << status;
     const size_t space = report.find(' ');
     ASSERT_NE(space, std::string::npos) << report;
     EXPECT_EQ(report.substr(0, space), "0");

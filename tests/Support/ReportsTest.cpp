@@ -434,28 +434,4 @@ TEST_F(LargeReports, PythonCsvReadsEveryRow)
     EXPECT_EQ(reader.readAllStandardOutput().toStdString(), expected);
 }
 
-#ifndef Q_OS_WIN
-// A report whose writing fails part way (a file-size limit in a child process): the builders ignore
-// write errors and say true, as only a file that cannot be created fails them; the same report
-// without the limit is written whole.
-class ReportsWrite : public TempDirTest {};
-
-TEST_F(ReportsWrite, AWriteThatFailsPartWayIsIgnoredByTheBuilders)
-{
-    for (const char* kind : {"mc", "sens"}) {
-        for (const char* limit : {"65536", "0"}) {
-            const QString target = QString::fromStdString(path(std::string(kind) + limit + ".html"));
-            QProcess probe;
-            probe.start(MSW_WRITE_PROBE_PATH, {kind, target, limit});
-            ASSERT_TRUE(probe.waitForFinished(60000));
-            ASSERT_EQ(probe.exitCode(), 0) << probe.readAllStandardError().toStdString();
-            const bool limited = std::string(limit) != "0";
-            EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()).trimmed(), "true") << kind << " " << limit;
-            const std::string text = readFileBytes(target.toStdString());
-            EXPECT_EQ(text.size() > 65536, !limited) << kind;
-            EXPECT_EQ(text.size() >= 8 && text.compare(text.size() - 8, 8, "</html>\n") == 0, !limited) << kind;
-        }
-    }
-}
-#endif
 

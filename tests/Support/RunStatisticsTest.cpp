@@ -16,10 +16,6 @@
 #include <random>
 #include <string>
 
-#ifdef Q_OS_LINUX
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
 
 namespace {
 
@@ -1035,13 +1031,9 @@ TEST(RunStatistics, InfluenceOfParametersSomeRunsLackEqualsSpearmanOfTheFullColu
 // takes memory in proportion to the runs, not runs times parameters (3.2 GB here).
 TEST(RunStatistics, InfluenceOfManyOneRunParametersTakesMemoryInProportion)
 {
-    int channel[2];
-    ASSERT_EQ(::pipe(channel), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        if (!limitAddressSpace(size_t(1) << 30))
-            ::_exit(2);
+    bool ran = false;
+    int status = 0;
+    const std::string report = reportFromLimitedChild(size_t(1) << 30, [] {
         YHashTable<XMLReportInfo> table;
         for (int c = 1; c <= 20000; ++c) {
             XMLReportInfo r = run(c, {static_cast<double>(c % 97)});
@@ -1051,20 +1043,9 @@ TEST(RunStatistics, InfluenceOfManyOneRunParametersTakesMemoryInProportion)
             p.usedValue = 1.0 + 0.001 * (c % 13);
             table.insert(r);
         }
-        const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
-        const std::string report = std::to_string(s.influence.size());
-        const bool sent = ::write(channel[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
-        ::_exit(sent ? 0 : 1);
-    }
-    ::close(channel[1]);
-    std::string report;
-    char buffer[64];
-    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
-        report.append(buffer, static_cast<size_t>(n));
-    ::close(channel[0]);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+        return std::to_string(sp_ComputeMeritStatistics(table, 0).influence.size());
+    }, &ran, &status);
+    ASSERT_TRUE(ran) << "child status " << status;
     EXPECT_EQ(report, "20000");
 }
 #endif

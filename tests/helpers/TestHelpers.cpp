@@ -16,6 +16,7 @@
 #endif
 #if defined(__linux__)
 #include <sys/resource.h>
+#include <sys/wait.h>
 #endif
 
 
@@ -83,6 +84,45 @@ bool limitAddressSpace(size_t headroom)
 #else
     (void)headroom;
     return false;
+#endif
+}
+
+std::string reportFromLimitedChild(size_t headroom, const std::function<std::string()>& body, bool* ran, int* status)
+{
+    *ran = false;
+    *status = -1;
+#if defined(__linux__)
+    int channel[2];
+    if (::pipe(channel) != 0)
+        return std::string();
+    const pid_t child = ::fork();
+    if (child < 0) {
+        ::close(channel[0]);
+        ::close(channel[1]);
+        return std::string();
+    }
+    if (child == 0) {
+        ::close(channel[0]);
+        if (!limitAddressSpace(headroom))
+            ::_exit(2);
+        const std::string report = body();
+        const bool sent = ::write(channel[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
+        ::_exit(sent ? 0 : 1);
+    }
+    ::close(channel[1]);
+    std::string report;
+    char buffer[256];
+    for (ssize_t n; (n = ::read(channel[0], buffer, sizeof buffer)) > 0;)
+        report.append(buffer, static_cast<size_t>(n));
+    ::close(channel[0]);
+    if (::waitpid(child, status, 0) != child)
+        return std::string();
+    *ran = WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
+    return *ran ? report : std::string();
+#else
+    (void)headroom;
+    (void)body;
+    return std::string();
 #endif
 }
 

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <QByteArray>
 #include <QString>
 #include <QTextCodec>
@@ -99,6 +101,11 @@ bool runningAsRoot();
 /// child process that must meet a real shortage of memory); false when the limit could not be set, and
 /// always on other systems.
 bool limitAddressSpace(size_t headroom);
+
+/// Runs `body` in a child process (Linux) whose address space is limited to `headroom` bytes more than
+/// it maps at the start, and returns the text `body` returned; false in `*ran` (and an empty text) when
+/// the child could not be made or limited, or did not end normally (`*status` says how it ended).
+std::string reportFromLimitedChild(size_t headroom, const std::function<std::string()>& body, bool* ran, int* status);
 
 /// Holds a file open with no sharing while it lives, so that no other process can open it (Windows);
 /// a no-op elsewhere.
