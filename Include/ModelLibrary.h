@@ -253,15 +253,24 @@ struct ModelLibProblem {
 
 /// What a section reaches. `files` caches the indexed files: a resolution passed again to
 /// `sp_ResolveModelSection` reuses them (only `definitions` and `problems` are replaced).
+/// The sections of one indexed file by lower-case name (the first of each name), with what they were
+/// made from, so that a table of a file since replaced is known for stale.
+struct ModelLibSectionKeys {
+    YString fileName;
+    size_t sections = 0;
+    std::unordered_map<std::string, int> byName;
+};
+
 struct ModelLibResolution {
     std::vector<ModelLibIndex> files;         ///< files indexed so far; the root is the first one resolved
     int root = -1;                            ///< index of the root file in `files`
     YString section;                          ///< the section resolved, empty for the file's top level
     std::vector<ModelLibReached> definitions; ///< in the order a simulator meets them
     std::vector<ModelLibProblem> problems;    ///< missing files and sections, cycles (duplicates etc.: `sp_CheckModelLibrary`)
-    /// For each file of `files` whose sections were looked up: its sections by lower-case name (the first
-    /// of each name). Kept with `files`, so that resolving one section after another looks each up at once.
-    std::map<int, std::unordered_map<std::string, int>> sectionKeys;
+    /// For each file of `files` whose sections were looked up, by its position there: its sections by
+    /// name. Kept with `files`, so that resolving one section after another looks each up at once; a
+    /// table that no longer fits its file (changed by the caller) is made anew.
+    std::map<int, ModelLibSectionKeys> sectionKeys;
 };
 
 /// Resolves `section` of the library `path` (empty: the file's statements outside sections, as when the

@@ -27,7 +27,10 @@ private:
 /// A worker thread: derive, implement `threadBody`, then `start`. A copy shares the original's thread:
 /// whichever of the two is destroyed first destroys the thread, so only one may be destroyed while the
 /// thread is needed. Destroying a running thread waits a second for the body to return, then
-/// terminates it.
+/// terminates it wherever it is (on POSIX systems the body may be cancelled at any instruction, as a
+/// thread is ended by force on Windows): a body ended so may leave locks it held, of the C library too,
+/// so bodies that can run long should end through `requestTerminate` or flags of their own. A body may
+/// destroy its own thread object; the thread then ends when the body returns.
 class SUPPORTQT_API KvQThread {
 public:
     KvQThread();

@@ -2,6 +2,7 @@
 #include "ChartScales.h"
 
 #include <algorithm>
+#include <limits>
 #include <cmath>
 
 namespace {
@@ -130,17 +131,19 @@ AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
     if (low > high)
         std::swap(low, high);
     if (low == high) {
-        const double pad = low == 0.0 ? 1.0 : std::fabs(low) * 0.01;
+        // (At least the smallest double, which 1% of a subnormal end may round to nothing.)
+        const double pad = low == 0.0 ? 1.0 : std::max(std::fabs(low) * 0.01, std::numeric_limits<double>::denorm_min());
         low -= pad;
         high += pad;
     }
     maxTicks = std::max(maxTicks, 2);
     // From a step below the span shared out among the ticks, up through 1, 2, 5 times each power of ten
     // until the ticks from below `low` to above `high` are few enough. A billionth of a step of slack
-    // keeps an end that is a multiple of the step in rounding from costing a tick. (Half the span, which
-    // stays finite between the largest doubles of either sign.)
-    const double halfSpan = high / 2 - low / 2;
-    int exponent = static_cast<int>(std::floor(std::log10(halfSpan) + std::log10(2.0 / (maxTicks - 1)))) - 1;
+    // keeps an end that is a multiple of the step in rounding from costing a tick. (A span beyond the
+    // largest double, between ends of either sign, is measured by its halves.)
+    const double span = high - low;
+    const double logSpan = std::isfinite(span) ? std::log10(span) : std::log10(high / 2 - low / 2) + std::log10(2.0);
+    int exponent = std::max(static_cast<int>(std::floor(logSpan - std::log10(maxTicks - 1.0))) - 1, -330);
     for (; exponent <= 308; ++exponent) {
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);

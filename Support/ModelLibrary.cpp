@@ -1799,16 +1799,23 @@ private:
     // The first section of the file named `section` (lower case), or -1.
     int sectionOf(int file, const std::string& section)
     {
-        auto found = m_r->sectionKeys.find(file);
-        if (found == m_r->sectionKeys.end()) {
-            std::unordered_map<std::string, int> keys;
-            const std::vector<ModelLibSection>& sections = m_r->files[static_cast<size_t>(file)].sections;
-            for (size_t i = 0; i < sections.size(); ++i)
-                keys.emplace(key(sections[i].name), static_cast<int>(i));
-            found = m_r->sectionKeys.emplace(file, std::move(keys)).first;
+        const ModelLibIndex& f = m_r->files[static_cast<size_t>(file)];
+        ModelLibSectionKeys& keys = m_r->sectionKeys[file];
+        if (keys.sections != f.sections.size() || keys.fileName != f.fileName || keys.byName.empty() != f.sections.empty()) {
+            keys.fileName = f.fileName;
+            keys.sections = f.sections.size();
+            keys.byName.clear();
+            for (size_t i = 0; i < f.sections.size(); ++i)
+                keys.byName.emplace(key(f.sections[i].name), static_cast<int>(i));
         }
-        const auto at = found->second.find(section);
-        return at == found->second.end() ? -1 : at->second;
+        const auto at = keys.byName.find(section);
+        // A hit is checked against the file, which a caller may have changed since the table was made.
+        if (at != keys.byName.end() && (static_cast<size_t>(at->second) >= f.sections.size() ||
+                                        key(f.sections[static_cast<size_t>(at->second)].name) != section)) {
+            keys.sections = static_cast<size_t>(-1);
+            return sectionOf(file, section);
+        }
+        return at == keys.byName.end() ? -1 : at->second;
     }
 
     // Starts reading (file, section) on top of `frames`, unless it was read already; false when the
@@ -2055,8 +2062,6 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
     resolution->problems.clear();
     resolution->section = section;
     resolution->root = -1;
-    if (resolution->files.empty())
-        resolution->sectionKeys.clear(); // tables of files no longer there
 
     try {
         Resolver resolver(language, resolution);

@@ -120,7 +120,8 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         argv.push_back(&word[0]);
     argv.push_back(nullptr);
     pid_t pid = -1;
-    // The child inherits no descriptor but the three standard ones.
+    // The child inherits no descriptor but the three standard ones (where the C library can close the
+    // rest: glibc 2.34 and later; elsewhere only descriptors opened close-on-exec stay behind).
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_t* const closing = posix_spawn_file_actions_init(&actions) == 0 ? &actions : nullptr;
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)

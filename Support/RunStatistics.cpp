@@ -366,12 +366,15 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
     s->cpkInterval = {cpk - half, cpk + half};
 }
 
-// A parameter's average ranks over a set of runs. Most runs of a large set leave a given parameter
-// alone (deviation 0, one tie), so only the runs that name it are listed: the memory follows the
-// parameters the runs hold, not parameters times runs.
+// A parameter's average ranks over a set of runs. Most runs of a large set may leave a given
+// parameter alone (deviation 0, one tie), so only the runs that name it are listed, and while they are
+// the first runs of the set without a gap (as in a run set where every run names every parameter) their
+// positions are not stored at all: the memory follows the values the runs hold.
 struct SparseRanks {
-    double restRank = 0.0;                         // the rank of every run not listed
-    std::vector<std::pair<size_t, double>> ranked; // (position among the runs, rank) of the runs that name it
+    double restRank = 0.0;      // the rank of every run not listed
+    std::vector<uint32_t> runs; // the listed runs' positions; empty when they are the first ranks.size()
+    std::vector<double> ranks;  // their deviations while gathered, then their ranks
+    size_t runAt(size_t i) const { return runs.empty() ? i : runs[i]; }
 };
 
 // The average ranks of every parameter's deviation over `runs` (0 where a run did not change it). A
@@ -380,7 +383,7 @@ struct SparseRanks {
 std::vector<SparseRanks> parameterRanks(const std::vector<const XMLReportInfo*>& runs, const std::vector<YString>& names,
                                         const std::unordered_map<std::string, int>& columns)
 {
-    std::vector<std::vector<std::pair<double, size_t>>> deviations(names.size()); // (deviation, run)
+    std::vector<SparseRanks> out(names.size());
     for (size_t r = 0; r < runs.size(); ++r) {
         const XMLReportInfo& run = *runs[r];
         for (int i = 0; i < run.parameters.count(); ++i) {
@@ -392,20 +395,31 @@ std::vector<SparseRanks> parameterRanks(const std::vector<const XMLReportInfo*>&
                     continue;
                 column = static_cast<size_t>(it->second);
             }
-            std::vector<std::pair<double, size_t>>& d = deviations[column];
-            if (!d.empty() && d.back().second == r)
-                d.back().first = deviationOf(p);
-            else
-                d.push_back({deviationOf(p), r});
+            SparseRanks& c = out[column];
+            const size_t k = c.ranks.size();
+            if (k > 0 && c.runAt(k - 1) == r) {
+                c.ranks.back() = deviationOf(p);
+                continue;
+            }
+            if (c.runs.empty() && k != r) {
+                // The first gap: from here on the positions are kept.
+                c.runs.resize(k);
+                for (size_t j = 0; j < k; ++j)
+                    c.runs[j] = static_cast<uint32_t>(j);
+                c.runs.push_back(static_cast<uint32_t>(r));
+            } else if (!c.runs.empty()) {
+                c.runs.push_back(static_cast<uint32_t>(r));
+            }
+            c.ranks.push_back(deviationOf(p));
         }
     }
-    std::vector<SparseRanks> out(names.size());
-    for (size_t c = 0; c < names.size(); ++c) {
-        std::vector<std::pair<double, size_t>>& d = deviations[c];
-        std::sort(d.begin(), d.end());
-        SparseRanks& ranks = out[c];
-        ranks.ranked.reserve(d.size());
-        const size_t rest = runs.size() - d.size();
+    for (SparseRanks& c : out) {
+        // The listed values in order, beside their places in the column.
+        std::vector<std::pair<double, uint32_t>> order(c.ranks.size());
+        for (size_t i = 0; i < c.ranks.size(); ++i)
+            order[i] = {c.ranks[i], static_cast<uint32_t>(i)};
+        std::sort(order.begin(), order.end());
+        const size_t rest = runs.size() - order.size();
         bool restPlaced = rest == 0;
         double before = 0.0; // values ranked so far
         const auto tie = [&](size_t count) {
@@ -413,30 +427,29 @@ std::vector<SparseRanks> parameterRanks(const std::vector<const XMLReportInfo*>&
             before += static_cast<double>(count);
             return rank;
         };
-        for (size_t i = 0; i < d.size();) {
+        for (size_t i = 0; i < order.size();) {
             size_t j = i + 1;
-            while (j < d.size() && d[j].first == d[i].first)
+            while (j < order.size() && order[j].first == order[i].first)
                 ++j;
             size_t count = j - i;
             // The runs not listed are zeros: they tie with listed zeros, or stand before the first value
             // above zero.
-            if (!restPlaced && !(d[i].first < 0.0)) {
+            if (!restPlaced && !(order[i].first < 0.0)) {
                 restPlaced = true;
-                if (d[i].first == 0.0)
+                if (order[i].first == 0.0)
                     count += rest;
                 else
-                    ranks.restRank = tie(rest);
+                    c.restRank = tie(rest);
             }
             const double rank = tie(count);
             if (count > j - i)
-                ranks.restRank = rank;
+                c.restRank = rank;
             for (size_t k = i; k < j; ++k)
-                ranks.ranked.push_back({d[k].second, rank});
+                c.ranks[order[k].second] = rank;
             i = j;
         }
         if (!restPlaced)
-            ranks.restRank = tie(rest);
-        std::vector<std::pair<double, size_t>>().swap(d);
+            c.restRank = tie(rest);
     }
     return out;
 }
@@ -462,15 +475,15 @@ void fillInfluence(MeritStatistics* s, const std::vector<double>& values, const 
     }
     for (size_t c = 0; c < names.size(); ++c) {
         const SparseRanks& x = ranks[c];
-        const double restCount = static_cast<double>(n - x.ranked.size());
+        const double restCount = static_cast<double>(n - x.ranks.size());
         double listed = 0.0;
-        for (const auto& e : x.ranked)
-            listed += e.second;
+        for (double rank : x.ranks)
+            listed += rank;
         const double mx = (x.restRank * restCount + listed) / static_cast<double>(n);
         const double dz = x.restRank - mx;
         double sxy = 0.0, sxx = 0.0, listedDy = 0.0;
-        for (const auto& e : x.ranked) {
-            const double dx = e.second - mx, dy = y[e.first] - my;
+        for (size_t i = 0; i < x.ranks.size(); ++i) {
+            const double dx = x.ranks[i] - mx, dy = y[x.runAt(i)] - my;
             listedDy += dy;
             sxy += dx * dy;
             sxx += dx * dx;
@@ -581,6 +594,22 @@ void MomentSummary::addBlock(const double* values, const int* cases, size_t n)
 // A block that holds values that are not finite, value by value.
 void MomentSummary::addChecked(const double* values, const int* cases, size_t n, bool keepShift)
 {
+    // The shift: the given one, else the first finite value; none (0) where a value's difference from
+    // it would pass the largest double.
+    bool shiftChosen = keepShift;
+    for (size_t i = 0; i < n; ++i) {
+        const double v = values[i];
+        if (!std::isfinite(v))
+            continue;
+        if (!shiftChosen) {
+            m_shift = v;
+            shiftChosen = true;
+        }
+        if (!std::isfinite(v - m_shift)) {
+            m_shift = 0.0;
+            break;
+        }
+    }
     double sum = 0.0;
     for (size_t i = 0; i < n; ++i) {
         const double v = values[i];
@@ -588,8 +617,6 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n,
             ++m_nonFinite;
             continue;
         }
-        if (m_n == 0 && !keepShift)
-            m_shift = v;
         const int c = cases ? cases[i] : 0;
         if (m_n == 0 || v < m_min) {
             m_min = v;
@@ -605,6 +632,13 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n,
     if (m_n == 0)
         return;
     m_mean = sum / static_cast<double>(m_n);
+    if (!std::isfinite(m_mean)) {
+        // Values near the largest double whose sum passes it: their mean from shares of each.
+        m_mean = 0.0;
+        for (size_t i = 0; i < n; ++i)
+            if (std::isfinite(values[i]))
+                m_mean += (values[i] - m_shift) / static_cast<double>(m_n);
+    }
     double s1 = 0.0, s2 = 0.0, s3 = 0.0, s4 = 0.0;
     for (size_t i = 0; i < n; ++i) {
         const double v = values[i];
@@ -644,14 +678,18 @@ void MomentSummary::merge(const MomentSummary& o)
         return;
     }
     const double na = static_cast<double>(m_n), nb = static_cast<double>(o.m_n), n = na + nb;
-    // The difference of the two means, the shifts apart first (nothing when they are the same).
+    // The difference of the two means, the shifts apart first (nothing when they are the same); means
+    // further apart than the largest double are weighted whole below.
     const double d = (o.m_shift - m_shift) + (o.m_mean - m_mean), dn = d / n, d2 = d * d;
     const double m2 = m_m2 + o.m_m2 + d2 * na * nb / n;
     const double m3 = m_m3 + o.m_m3 + d2 * d * na * nb * (na - nb) / (n * n) + 3.0 * dn * (na * o.m_m2 - nb * m_m2);
     const double m4 = m_m4 + o.m_m4 + d2 * d2 * na * nb * (na * na - na * nb + nb * nb) / (n * n * n) +
                       6.0 * dn * dn * (na * na * o.m_m2 + nb * nb * m_m2) + 4.0 * dn * (na * o.m_m3 - nb * m_m3);
     // The mean of the larger part moves least: weight from the side that keeps the rounding small.
-    if (na >= nb) {
+    if (!std::isfinite(d)) {
+        m_mean = (m_shift + m_mean) * (na / n) + (o.m_shift + o.m_mean) * (nb / n);
+        m_shift = 0.0;
+    } else if (na >= nb) {
         m_mean += d * (nb / n);
     } else {
         m_shift = o.m_shift;

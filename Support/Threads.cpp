@@ -24,10 +24,15 @@ protected:
     {
 #ifndef _WIN32
         // A forced end must stop even a body that never makes a system call: the POSIX cancellation
-        // Qt's terminate uses would otherwise wait for one forever.
-        pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
-#endif
+        // Qt's terminate uses would otherwise wait for one forever. Only the body is cancellable at any
+        // instruction; Qt's own finishing code after it is not.
+        int previous = PTHREAD_CANCEL_DEFERRED;
+        pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &previous);
         m_owner->threadBody();
+        pthread_setcanceltype(previous, nullptr);
+#else
+        m_owner->threadBody();
+#endif
     }
 
 private:

@@ -149,3 +149,17 @@ TEST(ChartScales, TicksForEndsAtTheExtremesOfTheDoubles)
     EXPECT_TRUE(beyond.values.empty());
     EXPECT_EQ(beyond.step, 0.0);
 }
+
+// The smallest doubles as ends: a span of one or two of them still gets a step and ticks.
+TEST(ChartScales, TicksForEndsOfTheSmallestDoubles)
+{
+    const double least = std::numeric_limits<double>::denorm_min();
+    for (const auto& ends : {std::make_pair(0.0, least), std::make_pair(-least, least), std::make_pair(least, least)}) {
+        const AxisTicks t = sp_RoundAxisTicks(ends.first, ends.second, 6);
+        EXPECT_GT(t.step, 0.0) << ends.first << " " << ends.second;
+        ASSERT_FALSE(t.values.empty());
+        EXPECT_LE(t.values.front(), ends.first);
+        EXPECT_GE(t.values.back(), ends.second);
+        EXPECT_LE(t.values.size(), 6u);
+    }
+}

@@ -508,6 +508,35 @@ TEST_F(ModelLibraryFiles, AChainOfTwentyThousandSectionsResolvesOnASmallStack)
     EXPECT_EQ(r.problems[0].line, 7);
 }
 
+// A resolution's files may be changed by its caller between resolutions: the section tables kept with
+// them are made anew for a file that no longer fits its table.
+TEST_F(ModelLibraryFiles, SectionTablesFollowAFileTheCallerReplaced)
+{
+    std::string first, second;
+    for (int i = 0; i < 10; ++i) {
+        first += ".lib s" + std::to_string(i) + "\n.model a" + std::to_string(i) + " nmos\n.endl\n";
+        second += ".lib t" + std::to_string(i) + "\n.model b" + std::to_string(i) + " nmos\n.endl\n";
+    }
+    const std::string lib = write("corners.lib", first);
+    ModelLibResolution r;
+    ASSERT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString("s9"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), std::vector<std::string>{"a9"});
+    // The same file, the same number of sections, other names: read again into its place.
+    write("corners.lib", second);
+    ASSERT_EQ(sp_IndexModelLibrary(YString(lib.c_str()), SpiceLanguageNative, &r.files[static_cast<size_t>(r.root)]),
+              ModelLibStatus::Ok);
+    EXPECT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString("s9"), SpiceLanguageNative, &r), ModelLibStatus::NoSuchSection);
+    ASSERT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString("T3"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), std::vector<std::string>{"b3"});
+    // Fewer sections than the table was made for.
+    write("corners.lib", ".lib only\n.model c nmos\n.endl\n");
+    ASSERT_EQ(sp_IndexModelLibrary(YString(lib.c_str()), SpiceLanguageNative, &r.files[static_cast<size_t>(r.root)]),
+              ModelLibStatus::Ok);
+    EXPECT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString("t9"), SpiceLanguageNative, &r), ModelLibStatus::NoSuchSection);
+    ASSERT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString("only"), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), std::vector<std::string>{"c"});
+}
+
 TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinitions)
 {
     write("parts.spice", ".model d1 d\n.subckt amp a y\nX1 a y buf\nX2 a y inner\n.subckt inner a y\n.ends\n.ends\n");

@@ -974,6 +974,24 @@ TEST(RunStatistics, ValuesNearTheLargestDoubleStayFinite)
     SampleSummary ends;
     ends.add(-1e308, 1);
     ends.add(1e308, 2);
+    // Their mean is 0 and their spread beyond the largest double, added one by one, at once or merged.
+    EXPECT_EQ(ends.moments().mean(), 0.0);
+    EXPECT_EQ(ends.moments().standardDeviation(), std::numeric_limits<double>::infinity());
+    const double both[2] = {-1e308, 1e308};
+    MomentSummary atOnce, merged, other;
+    atOnce.addBlock(both, nullptr, 2);
+    EXPECT_EQ(atOnce.mean(), 0.0);
+    EXPECT_EQ(atOnce.standardDeviation(), std::numeric_limits<double>::infinity());
+    merged.add(1.7e308, 1);
+    other.add(-1.7e308, 2);
+    merged.merge(other);
+    EXPECT_EQ(merged.mean(), 0.0);
+    EXPECT_EQ(merged.standardDeviation(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(merged.minimum(), -1.7e308);
+    MomentSummary large;
+    const double near[3] = {1.7e308, 1.6e308, 1.5e308};
+    large.addBlock(near, nullptr, 3);
+    EXPECT_DOUBLE_EQ(large.mean(), 1.6e308);
     EXPECT_EQ(ends.percentile(50), 0.0);
     EXPECT_EQ(ends.percentile(75), 5e307);
     double out[2];
