@@ -8,7 +8,9 @@
 /// Option bits of sp_SpawnApplication beside those of Processes.h.
 enum : int {
     /// Each output channel that is neither captured nor closed goes to this process's own standard
-    /// output or standard error as the child writes it, instead of being read and dropped.
+    /// output or standard error as the child writes it, instead of being read and dropped; and the
+    /// child reads this process's standard input, instead of a pipe that no one writes (on which a
+    /// program that reads its input would wait for ever).
     SpawnPassThrough = 128,
     /// The child is ended when this process ends, also when this process is killed: on Linux the child
     /// is sent SIGTERM (the parent-death signal, which the system sends when the thread that started

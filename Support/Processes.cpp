@@ -253,7 +253,9 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
         if (!(flags & SpawnCaptureError))
             child->setStandardErrorFile(QProcess::nullDevice());
     } else if (flags & SpawnPassThrough) {
-        // Each channel that is not captured is the child's own copy of this process's channel.
+        // Each channel that is not captured is the child's own copy of this process's channel, and so
+        // is the input.
+        child->setInputChannelMode(QProcess::ForwardedInputChannel);
         const bool out = !(flags & SpawnCaptureOutput), err = !(flags & SpawnCaptureError);
         if (out || err)
             child->setProcessChannelMode(out && err ? QProcess::ForwardedChannels

@@ -7,6 +7,7 @@
 //   sleep MS       waits MS milliseconds
 //   flood MB       writes MB mebibytes of text to standard output
 //   flooderr MB    the same on standard error
+//   echoin         copies standard input to standard output until its end
 //   exit N         ends with exit code N
 //   signal N       raises signal N (POSIX; a signal that ends the process ends the child)
 //   waitfor PATH   waits until PATH exists (a minute at most)
@@ -118,6 +119,11 @@ int main(int argc, char** argv)
                 std::fputc('\n', to);
             }
             std::fflush(to);
+        } else if (verb == "echoin") {
+            char buffer[4096];
+            for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0;)
+                std::fwrite(buffer, 1, n, stdout);
+            std::fflush(stdout);
         } else if (verb == "sleep") {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(rest.c_str())));
         } else if (verb == "waitfor") {

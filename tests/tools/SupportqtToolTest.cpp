@@ -185,8 +185,41 @@ TEST_F(Tool, VersionAndUsage)
     EXPECT_EQ(version.out, QStringLiteral("supportqt " SUPPORTQT_TEST_VERSION "\n"));
     const Result none = tool({});
     EXPECT_EQ(none.code, 2);
-    EXPECT_TRUE(none.err.startsWith("Usage: supportqt"));
+    EXPECT_EQ(none.err, "supportqt: missing command; run 'supportqt --help' for the commands\n");
+    EXPECT_TRUE(tool({"--help"}).out.startsWith("Usage: supportqt"));
 }
+
+#ifndef Q_OS_WIN
+// An error stays one line whatever it quotes: line feeds and terminal controls in a name are shown
+// as escapes, on standard error as on standard output. (POSIX: such names are no Windows file names.)
+TEST_F(Tool, ErrorsStayOneLineWhateverNamesTheyQuote)
+{
+    const QString odd = temp(QStringLiteral("no\nsuch\x1b]0;title\x07.txt"));
+    const Result detect = tool({"text", "detect", odd});
+    EXPECT_EQ(detect.code, 1);
+    EXPECT_EQ(detect.err.count('\n'), 1) << detect.err.toStdString();
+    EXPECT_TRUE(detect.err.contains("no\\nsuch\\x1b]0;title\\x07.txt")) << detect.err.toStdString();
+    EXPECT_FALSE(detect.err.contains(QChar(0x1b)));
+    const Result command = tool({"bo\ngus"});
+    EXPECT_EQ(command.code, 2);
+    EXPECT_TRUE(command.err.startsWith("supportqt: unknown command 'bo\\ngus'; valid commands: ")) << command.err.toStdString();
+    const Result action = tool({"text", "de\x1btect"});
+    EXPECT_EQ(action.err, "supportqt text: unknown action 'de\\x1btect'; valid actions: detect, convert\n");
+}
+
+// Output that cannot reach standard output fails the command with one line, instead of exit code 0.
+TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
+{
+    if (!QFile::exists(QStringLiteral("/dev/full")))
+        GTEST_SKIP() << "no /dev/full here";
+    QProcess process;
+    process.setStandardOutputFile(QStringLiteral("/dev/full"));
+    process.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"help-url", "kvhlp://topic"});
+    ASSERT_TRUE(process.waitForFinished(60000));
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_EQ(process.readAllStandardError(), "supportqt help-url: cannot write standard output\n");
+}
+#endif
 
 TEST_F(Tool, UnknownSubcommandListsTheValidOnes)
 {
@@ -1805,7 +1838,15 @@ TEST_F(Tool, RunToldSignalsFromExitsKeepsCapturedOutputBoundedAndEndsItsProgram)
     const Result killedCaptured = tool({"run", temp("killed"), "--capture"});
     EXPECT_EQ(killedCaptured.code, 128 + 15);
     EXPECT_EQ(killedCaptured.out, "before\nkilled by signal 15 (SIGTERM)\n");
+    EXPECT_EQ(killedCaptured.err, "supportqt run: killed by signal 15 (SIGTERM)\n");
     EXPECT_EQ(parseJson(tool({"run", temp("killed"), "--json"}).out)["signal"].toInt(), 15);
+    // The program reads the tool's own standard input, to its end, in both modes.
+    const QString echo = childAt("echo", "echoin\nexit 0\n");
+    const Result echoed = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"run", echo}, QString(), "piped line\n");
+    EXPECT_EQ(echoed.code, 0);
+    EXPECT_EQ(echoed.out, "piped line\n");
+    const Result echoedCaptured = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"run", echo, "--capture"}, QString(), "piped\n");
+    EXPECT_EQ(echoedCaptured.out, "piped\nexit code: 0\n");
     const Result exited = tool({"run", childAt("exits", "exit 15\n")});
     EXPECT_EQ(exited.code, 15);
     EXPECT_EQ(exited.err, "");

@@ -471,6 +471,6 @@ int runLib(const QStringList& arguments)
         return ExitOk;
     }
     std::fprintf(stderr, "supportqt lib: %s; valid actions: sections, defs, check, diff, extract\n",
-                 action.isEmpty() ? "missing action" : qPrintable(QStringLiteral("unknown action '%1'").arg(action)));
+                 action.isEmpty() ? "missing action" : oneLine(QStringLiteral("unknown action '%1'").arg(action)).c_str());
     return ExitUsage;
 }

@@ -89,7 +89,7 @@ bool ToolCommand::intValue(const QString& name, long long* result) const
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
-    std::fprintf(stderr, "supportqt %s: %s\n", m_name.toUtf8().constData(), message.toUtf8().constData());
+    std::fprintf(stderr, "supportqt %s: %s\n", m_name.toUtf8().constData(), oneLine(message).c_str());
     return code;
 }
 
@@ -236,6 +236,20 @@ std::string visibleControls(const std::string& text)
         } else {
             out.push_back(static_cast<char>(c));
         }
+    }
+    return out;
+}
+
+std::string oneLine(const QString& text)
+{
+    const std::string shown = visibleControls(text.toStdString());
+    std::string out;
+    out.reserve(shown.size());
+    for (char c : shown) {
+        if (c == '\n')
+            out += "\\n";
+        else
+            out.push_back(c);
     }
     return out;
 }

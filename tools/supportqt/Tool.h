@@ -110,6 +110,9 @@ private:
 /// `text` with the control characters a terminal obeys (all but line feed and tab, DEL, and the C1
 /// controls in UTF-8) written as visible escapes ("\x1b", "\u009b").
 std::string visibleControls(const std::string& text);
+/// A message for standard error: its controls shown as `visibleControls` shows them, and its line feeds
+/// as "\n", so that it stays one line whatever names it quotes.
+std::string oneLine(const QString& text);
 
 /// The UTF-8 detector's verdict in words: "ASCII", "UTF-8", "extended UTF-8" or "not UTF-8".
 const char* utf8VerdictName(UTF8DetectEncoding encoding);

@@ -168,7 +168,7 @@ int runText(const QStringList& arguments)
         return ExitOk;
     }
     std::fprintf(stderr, "supportqt text: %s; valid actions: detect, convert\n",
-                 action.isEmpty() ? "missing action" : qPrintable(QStringLiteral("unknown action '%1'").arg(action)));
+                 action.isEmpty() ? "missing action" : oneLine(QStringLiteral("unknown action '%1'").arg(action)).c_str());
     return ExitUsage;
 }
 
@@ -305,7 +305,7 @@ int runRun(const QStringList& arguments)
     std::fflush(stderr);
     const SSPError status =
         sp_SpawnApplication(commandLine.constData(),
-                            SpawnWait | SpawnEndWithCaller | (capture ? SpawnCaptureOutput | SpawnCaptureError : SpawnPassThrough),
+                            SpawnWait | SpawnEndWithCaller | SpawnPassThrough | (capture ? SpawnCaptureOutput | SpawnCaptureError : 0),
                             output, &exitCode, nullptr);
     const SpawnOutcome outcome = sp_LastSpawnOutcome();
     if (status != SSPE_Ok) {
@@ -339,7 +339,9 @@ int runRun(const QStringList& arguments)
             out << signalText << '\n';
         else
             out << "exit code: " << static_cast<int>(exitCode) << '\n';
-    } else if (outcome.signal > 0) {
+    }
+    if (outcome.signal > 0) {
+        std::fflush(stdout);
         std::fprintf(stderr, "supportqt run: %s\n", qPrintable(signalText));
     }
     return toolExit;

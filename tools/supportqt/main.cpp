@@ -70,7 +70,7 @@ int main(int argc, char** argv)
 
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 2) {
-        printUsage(stderr);
+        std::fputs("supportqt: missing command; run 'supportqt --help' for the commands\n", stderr);
         return ExitUsage;
     }
     const QString command = arguments[1];
@@ -91,15 +91,22 @@ int main(int argc, char** argv)
             continue;
         }
         // Memory that runs out in a command is one line on standard error, not an abort.
+        int code = ExitFailure;
         try {
-            return s.run(rest);
+            code = s.run(rest);
         } catch (const std::bad_alloc&) {
             std::fflush(stdout);
             std::fprintf(stderr, "supportqt %s: out of memory\n", s.name);
             return ExitFailure;
         }
+        // Output that did not reach standard output (a full disk, a closed pipe) is a failure too.
+        if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+            std::fprintf(stderr, "supportqt %s: cannot write standard output\n", s.name);
+            return code == ExitOk ? ExitFailure : code;
+        }
+        return code;
     }
-    std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: %s\n", qPrintable(command),
+    std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: %s\n", oneLine(command).c_str(),
                  qPrintable(names.join(QStringLiteral(", "))));
     return ExitUsage;
 }
