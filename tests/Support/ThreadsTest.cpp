@@ -33,15 +33,17 @@ public:
 };
 
 // A body that never makes a system call, so never reaches a point where a deferred cancellation acts.
+// Its loop touches nothing of the object, which is taken apart around it while the destructor waits.
+std::atomic<long long> g_busyTurns{0};
+
 class BusyThread : public KvQThread {
 public:
     std::atomic<bool> entered{false};
-    std::atomic<long long> turns{0};
     void threadBody() override
     {
         entered = true;
         for (;;)
-            turns.fetch_add(1, std::memory_order_relaxed);
+            g_busyTurns.fetch_add(1, std::memory_order_relaxed);
     }
 };
 
