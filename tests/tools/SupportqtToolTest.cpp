@@ -219,6 +219,23 @@ TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
     EXPECT_EQ(process.exitCode(), 1);
     EXPECT_EQ(process.readAllStandardError(), "supportqt help-url: cannot write standard output\n");
 }
+
+// A device as the input of text detect is read up to 64 MiB, not for ever; a device as the output of
+// text convert is written with every write checked.
+TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
+{
+    if (!QFile::exists(QStringLiteral("/dev/full")) || !QFile::exists(QStringLiteral("/dev/zero")))
+        GTEST_SKIP() << "no /dev/full or /dev/zero here";
+    const Result zero = tool({"text", "detect", "/dev/zero"});
+    EXPECT_EQ(zero.code, 0) << zero.err.toStdString();
+    EXPECT_EQ(zero.out, "encoding: ASCII\nline ends: LF\n");
+    writeFileBytes(path("u8.txt"), "caf\xc3\xa9\n");
+    const Result full = tool({"text", "convert", temp("u8.txt"), "-o", "/dev/full"});
+    EXPECT_EQ(full.code, 1);
+    EXPECT_EQ(full.err, "supportqt text convert: cannot write /dev/full\n");
+    const Result null = tool({"text", "convert", temp("u8.txt"), "-o", "/dev/null"});
+    EXPECT_EQ(null.code, 0) << null.err.toStdString();
+}
 #endif
 
 TEST_F(Tool, UnknownSubcommandListsTheValidOnes)

@@ -16,21 +16,30 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QRegExp>
+
+#include <algorithm>
 #include <QTextCodec>
 
 namespace {
 
-// The UTF-8 verdict of a file's bytes, read in blocks.
+// The UTF-8 verdict of a file's bytes, read in blocks: all of a file, the first 64 MiB of a device or
+// pipe (which may never end), and no more once the bytes are found not to be UTF-8.
 UTF8DetectEncoding detectUtf8(const QString& path)
 {
     QFile file(path);
     UTF8Detect detect;
     if (!file.open(QIODevice::ReadOnly))
         return detect.getEncoding();
+    qint64 left = QFileInfo(path).isFile() ? -1 : qint64(64) << 20;
     QByteArray block;
-    while (!(block = file.read(1 << 20)).isEmpty())
+    while (left != 0 && detect.getEncoding() != Invalid && !(block = file.read(1 << 20)).isEmpty()) {
+        if (left > 0) {
+            block.truncate(static_cast<int>(std::min<qint64>(left, block.size())));
+            left -= block.size();
+        }
         for (char c : block)
             detect.add(static_cast<unsigned char>(c));
+    }
     return detect.getEncoding();
 }
 
@@ -45,7 +54,8 @@ int runTextDetect(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("text detect"), QStringLiteral("FILE [--json]"),
                         QStringLiteral("Tells whether a text file is UTF-16 (and its byte order) or 8-bit (and whether UTF-8),\n"
-                                       "and its line-end style as its first line end shows it."));
+                                       "and its line-end style as its first line end shows it. Of a device or pipe the first\n"
+                                       "64 MiB are read."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
@@ -126,12 +136,20 @@ int runTextConvert(const QStringList& arguments)
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
         // the codec makes of the text: a shorter file is a write that failed part way. A device or
-        // FIFO named as the output has no size to compare.
-        const qint64 expected = ok ? QTextCodec::codecForName(to)->fromUnicode(text).size() : 0;
+        // FIFO named as the output has no size to compare: those bytes are written to it here, each
+        // write checked.
+        const QByteArray encoded = ok ? QTextCodec::codecForName(to)->fromUnicode(text) : QByteArray();
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
+            if (!QFileInfo(toQs(temporary)).isFile() && QFileInfo::exists(toQs(temporary))) {
+                QFile device(toQs(temporary));
+                if (!device.open(QIODevice::WriteOnly))
+                    return false;
+                const bool written = device.write(encoded) == encoded.size() && device.flush();
+                device.close();
+                return written && device.error() == QFileDevice::NoError;
+            }
             sp_WriteTextFile(toQs(temporary), text, to.constData());
-            const QFileInfo written(toQs(temporary));
-            return !written.isFile() || written.size() == expected;
+            return QFileInfo(toQs(temporary)).size() == encoded.size();
         });
     }
     // The input was found readable before: a load that fails found it larger than a text may be (512 MiB
