@@ -235,6 +235,12 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
     EXPECT_EQ(full.err, "supportqt text convert: cannot write /dev/full\n");
     const Result null = tool({"text", "convert", temp("u8.txt"), "-o", "/dev/null"});
     EXPECT_EQ(null.code, 0) << null.err.toStdString();
+    // An endless device as the data of append-merit is refused past 64 MiB.
+    const QString file = temp("sens.msw");
+    ASSERT_TRUE(QFile::copy(example("results/buck_sensitivity.msw"), file));
+    const Result endless = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", "/dev/zero"});
+    EXPECT_EQ(endless.code, 1);
+    EXPECT_EQ(endless.err, "supportqt append-merit: /dev/zero is larger than 64 MiB\n");
 }
 #endif
 
@@ -991,6 +997,14 @@ TEST_F(Tool, AppendMeritAddsAFunctionOrLeavesTheFileAsItWas)
     const Result bad = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", garbage});
     EXPECT_EQ(bad.code, 1);
     EXPECT_EQ(bad.err, "supportqt append-merit: " + garbage + " line 2: expected \"case,value\", found \"2,abc\"\n");
+    // A first line whose first field is a number is data, even when it is no case number.
+    for (const char* first : {"1.0,5", "3000000000,5"}) {
+        const QString numeric = temp("numeric.csv");
+        writeFileBytes(numeric.toStdString(), std::string(first) + "\n2,7\n");
+        const Result header = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", numeric});
+        EXPECT_EQ(header.code, 1) << first;
+        EXPECT_EQ(header.err, "supportqt append-merit: " + numeric + " line 1: expected \"case,value\", found \"" + first + "\"\n");
+    }
     const Result noData = tool({"append-merit", file, "--value", "x", "--name", "x"});
     EXPECT_EQ(noData.code, 2);
     EXPECT_EQ(noData.err, QStringLiteral("supportqt append-merit: --data is required\n"));

@@ -600,7 +600,11 @@ int runAppendMerit(const QStringList& arguments)
     YVector<int> cases;
     int lineNumber = 0;
     QSet<int> given;
-    QByteArray text = data.readAll();
+    // As much as a text may be: 512 MiB of a file, 64 MiB of a pipe or device (which may never end).
+    const qint64 limit = QFileInfo(dataPath).isFile() ? qint64(512) << 20 : qint64(64) << 20;
+    QByteArray text = data.read(limit + 1);
+    if (text.size() > limit)
+        return command.fail(ExitFailure, QStringLiteral("%1 is larger than %2 MiB").arg(dataPath).arg(limit >> 20));
     if (text.startsWith("\xEF\xBB\xBF"))
         text.remove(0, 3); // a UTF-8 byte-order mark is no part of the first field
     for (const QByteArray& raw : text.split('\n')) {
@@ -617,8 +621,12 @@ int runAppendMerit(const QStringList& arguments)
         const double value = valueText.isEmpty() ? 0.0 : sp_ConvertEngToReal(valueText.constData(), &end);
         const bool valueOk = fields.size() == 2 && !valueText.isEmpty() && end == valueText.constData() + valueText.size();
         if (!caseOk || !valueOk) {
-            // Only a first line whose first field is not a number is a header.
-            if (lineNumber == 1 && !caseOk)
+            // Only a first line whose first field is not a number at all is a header: "1.0" or a case
+            // beyond an int is a number, and an error.
+            const QByteArray first = fields.value(0).trimmed();
+            char* firstEnd = nullptr;
+            sp_ConvertEngToReal(first.constData(), &firstEnd);
+            if (lineNumber == 1 && firstEnd == first.constData())
                 continue;
             return command.fail(ExitFailure, QStringLiteral("%1 line %2: expected \"case,value\", found \"%3\"")
                                                  .arg(dataPath).arg(lineNumber).arg(QString::fromUtf8(line)));
