@@ -241,6 +241,17 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
     const Result endless = tool({"append-merit", file, "--value", "x", "--name", "x", "--data", "/dev/zero"});
     EXPECT_EQ(endless.code, 1);
     EXPECT_EQ(endless.err, "supportqt append-merit: /dev/zero is larger than 64 MiB\n");
+    // The netlist readers read their input by name more than once: a FIFO no one writes is refused
+    // before it is opened (its open alone would wait), and a device too; "-" takes such text.
+    const QString fifo = temp("netlist.fifo");
+    ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    for (const QStringList& arguments : {QStringList{"netlist", fifo}, QStringList{"index", fifo},
+                                         QStringList{"section", "/dev/zero", "--start", "0", "--end", "10"}}) {
+        const Result refused = tool(arguments);
+        EXPECT_EQ(refused.code, 1) << arguments.join(' ').toStdString();
+        EXPECT_EQ(refused.err, "supportqt " + arguments[0] + ": " + arguments[1] +
+                                   " is not a regular file; give its text on standard input as '-'\n");
+    }
 }
 #endif
 

@@ -269,7 +269,7 @@ int runNetlist(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice")
                                            .arg(command.value(QStringLiteral("dialect"))));
     QString path;
-    if (!command.inputArgument(&path))
+    if (!command.regularInputArgument(&path))
         return ExitFailure;
 
     const bool literal = command.isSet(QStringLiteral("literal"));
@@ -324,7 +324,7 @@ int runIndex(const QStringList& arguments)
     if (early >= 0)
         return early;
     QString path;
-    if (!command.inputArgument(&path))
+    if (!command.regularInputArgument(&path))
         return ExitFailure;
     ModelLibIndex index;
     // Ranges and names are all the listing shows: the subcircuits' element lines are passed over.
@@ -394,7 +394,7 @@ int runSection(const QStringList& arguments)
     if (start > end)
         return command.fail(ExitUsage, QStringLiteral("--start %1 lies after --end %2").arg(start).arg(end));
     QString path;
-    if (!command.inputArgument(&path))
+    if (!command.regularInputArgument(&path))
         return ExitFailure;
 
     SymbolLoc location;

@@ -64,6 +64,10 @@ public:
         *path = positional().value(0);
         return input(path);
     }
+    /// The same for a command that reads its input by name more than once: a FIFO, device or socket
+    /// (which would give its bytes to the first reading only, or never end) is refused, before it is
+    /// opened; its text can come through standard input as "-".
+    bool regularInputArgument(QString* path) const;
     /// Checks that `path` can be written now; reports why not and returns false otherwise. "-" (standard
     /// output) can always be written.
     bool checkOutput(const QString& path) const;
