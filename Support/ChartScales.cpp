@@ -2,6 +2,8 @@
 #include "ChartScales.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <cmath>
 
@@ -65,17 +67,14 @@ double powerOfTen(int exponent)
     return std::pow(10.0, static_cast<double>(exponent));
 }
 
-// k * mantissa * 10^exponent as the nearest double to the decimal value: dividing by an exact power of
-// ten rounds once, where multiplying by an inexact 10^-n would round twice. Below 10^-300 the divisor
-// would overflow, so the division is taken in two steps there (the values are subnormal, of few digits).
+// k * mantissa * 10^exponent as the nearest double to the decimal value, read from its decimal text:
+// arithmetic with a power of ten rounds twice wherever the power is not exact (beyond 10^22, and in
+// every pow of a C library that is not correctly rounded), and the text is read exactly on every one.
 double tickValue(long long k, int mantissa, int exponent)
 {
-    const double whole = static_cast<double>(k) * mantissa;
-    if (exponent >= 0)
-        return whole * powerOfTen(exponent);
-    if (exponent < -300)
-        return whole / powerOfTen(300) / powerOfTen(-exponent - 300);
-    return whole / powerOfTen(-exponent);
+    char text[48];
+    std::snprintf(text, sizeof text, "%llde%d", k * mantissa, exponent);
+    return std::strtod(text, nullptr);
 }
 
 } // namespace
