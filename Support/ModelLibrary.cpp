@@ -1801,19 +1801,21 @@ private:
     {
         const ModelLibIndex& f = m_r->files[static_cast<size_t>(file)];
         ModelLibSectionKeys& keys = m_r->sectionKeys[file];
-        if (keys.sections != f.sections.size() || keys.fileName != f.fileName || keys.byName.empty() != f.sections.empty()) {
+        const auto rebuild = [&] {
             keys.fileName = f.fileName;
             keys.sections = f.sections.size();
             keys.byName.clear();
             for (size_t i = 0; i < f.sections.size(); ++i)
                 keys.byName.emplace(key(f.sections[i].name), static_cast<int>(i));
-        }
-        const auto at = keys.byName.find(section);
+        };
+        if (keys.sections != f.sections.size() || keys.fileName != f.fileName)
+            rebuild();
+        auto at = keys.byName.find(section);
         // A hit is checked against the file, which a caller may have changed since the table was made.
         if (at != keys.byName.end() && (static_cast<size_t>(at->second) >= f.sections.size() ||
                                         key(f.sections[static_cast<size_t>(at->second)].name) != section)) {
-            keys.sections = static_cast<size_t>(-1);
-            return sectionOf(file, section);
+            rebuild();
+            at = keys.byName.find(section);
         }
         return at == keys.byName.end() ? -1 : at->second;
     }
