@@ -3,7 +3,6 @@
 #include "Reports_p.h"
 #include "FileServices.h"
 #include "QtSupport.h"
-#include "RunStatistics.h"
 
 #include <QFileInfo>
 
@@ -74,7 +73,6 @@ reports::Written closeWritten(FILE* file)
     const bool clean = std::ferror(file) == 0;
     return std::fclose(file) == 0 && clean ? reports::Written::Complete : reports::Written::Incomplete;
 }
-
 
 // The runs in the order of a sensitivity report's sort column (clamped to the last norm column).
 std::vector<const XMLReportInfo*> runsInSensitivityOrder(const YHashTable<XMLReportInfo>& table, int sortColumn)
