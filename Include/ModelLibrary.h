@@ -286,7 +286,8 @@ SUPPORTQT_API ModelLibStatus sp_ResolveModelSection(const YString& path, const Y
 /// every section of the file), duplicates within each one resolution, AKO bases and "X" instances that
 /// resolve to nothing, the structure diagnostics of every file reached, and (with `section` empty and a
 /// file that has sections) the top-level definitions of the files reached that no section reaches.
-/// Appends the problems to `*problems` in that order; the status is that of the resolution.
+/// Appends the problems to `*problems` in that order, each once (a missing file that several sections
+/// reach is listed where it is first met); the status is that of the resolution.
 SUPPORTQT_API ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
                                                   std::vector<ModelLibProblem>* problems);
 

@@ -2080,10 +2080,27 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
     }
 }
 
+namespace {
+// Removes from `problems`, from `first` on, each problem that repeats an earlier one of that range: a
+// missing file or an unresolved instance that several sections reach is seen once per section.
+void dropRepeatedProblems(std::vector<ModelLibProblem>* problems, size_t first)
+{
+    std::set<std::string> seen;
+    const auto repeated = [&seen](const ModelLibProblem& p) {
+        std::string key = std::to_string(p.kind) + '\n' + std::to_string(p.line) + '\n' + std::to_string(p.otherLine);
+        for (const YString* text : {&p.name, &p.file, &p.otherFile, &p.message})
+            key.append(1, '\n').append(text->str());
+        return !seen.insert(std::move(key)).second;
+    };
+    problems->erase(std::remove_if(problems->begin() + static_cast<std::ptrdiff_t>(first), problems->end(), repeated), problems->end());
+}
+} // namespace
+
 ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
                                     std::vector<ModelLibProblem>* problems)
 {
     try {
+        const size_t firstNew = problems->size();
         ModelLibResolution r;
         ModelLibStatus status = sp_ResolveModelSection(path, section, language, &r);
         if (status != ModelLibStatus::Ok)
@@ -2117,6 +2134,7 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
             }
         }
         structureProblems(r, problems);
+        dropRepeatedProblems(problems, firstNew);
         return ModelLibStatus::Ok;
     } catch (...) {
         return ModelLibStatus::Unreadable;

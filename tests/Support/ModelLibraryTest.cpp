@@ -560,6 +560,30 @@ TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinit
     EXPECT_EQ(std::count_if(problems.begin(), problems.end(), [](const ModelLibProblem& p) { return p.kind == ModelLibProblem::Unreferenced; }), 1);
 }
 
+TEST_F(ModelLibraryFiles, CheckListsAProblemThatSeveralSectionsReachOnce)
+{
+    write("shared.spice", ".include gone.spice\n.subckt amp a y\nX1 a y nowhere\n.ends\n");
+    const std::string top = write("kit.lib", ".lib tt\n.include shared.spice\n.endl\n.lib ss\n.include shared.spice\n.endl\n"
+                                             ".lib ff\n.model d1 d\n.model d1 d\n.endl\n");
+    std::vector<ModelLibProblem> problems(1); // a caller's entry, kept as it is
+    problems[0].message = "earlier";
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::Duplicate, ModelLibProblem::MissingFile,
+                                                                    ModelLibProblem::UnresolvedInstance, ModelLibProblem::Duplicate}));
+    EXPECT_EQ(problems[0].message, "earlier");
+    EXPECT_NE(std::string(problems[1].file.c_str()).find("shared.spice"), std::string::npos);
+    EXPECT_EQ(problems[1].line, 1);
+    EXPECT_EQ(problems[2].name, "nowhere");
+    EXPECT_EQ(problems[3].name, "d1");
+    // Each section alone still reports what it reaches.
+    for (const char* section : {"tt", "ss"}) {
+        problems.clear();
+        ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(section), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+        EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::MissingFile, ModelLibProblem::UnresolvedInstance}))
+            << section;
+    }
+}
+
 TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTrips)
 {
     write("dev.spice", ".model nch nmos\n+ vth0=0.4\n.model pch pmos\n.model unused d\n");

@@ -133,6 +133,18 @@ TEST_F(LibTool, CheckReportsProblemsWithExitCodeThree)
     ASSERT_EQ(problems.size(), 2);
     EXPECT_EQ(problems[1]["kind"].toString(), "duplicate");
     EXPECT_EQ(problems[1]["otherLine"].toInt(), 8);
+    // A missing file that two sections reach is one problem, and one is counted in the singular.
+    writeFileBytes(path("twice.lib"), ".lib tt\n.include gone.spice\n.endl\n.lib ss\n.lib twice.lib tt\n.endl\n");
+    const QString twice = file("twice.lib");
+    const Result one = tool({"lib", "check", twice});
+    EXPECT_EQ(one.code, 3);
+    EXPECT_EQ(one.out, QStringLiteral("missing-file: %1:2: gone.spice does not exist or cannot be read (%2)\n"
+                                      "1 problem\n")
+                           .arg(twice, file("gone.spice")));
+    writeFileBytes(path("one.spice"), ".model only d\n");
+    EXPECT_TRUE(tool({"lib", "defs", file("one.spice")}).out.endsWith(QStringLiteral("\n1 definition\n")));
+    EXPECT_TRUE(tool({"index", file("one.spice")}).out.endsWith(QStringLiteral("\n1 definition\n")));
+    EXPECT_TRUE(tool({"lib", "sections", twice}).out.endsWith(QStringLiteral("\n2 sections\n")));
 }
 
 TEST_F(LibTool, DiffNamesWhatIsMissingOnEachSideAndWhatDiffers)

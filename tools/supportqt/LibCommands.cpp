@@ -223,7 +223,7 @@ int runLibSections(const QStringList& arguments)
     }
     Output out;
     table.print(out, {false, false, true, true});
-    out << static_cast<int>(root.sections.size()) << " sections\n";
+    out << counted(static_cast<long long>(root.sections.size()), "section") << '\n';
     return ExitOk;
 }
 
@@ -275,7 +275,7 @@ int runLibDefs(const QStringList& arguments)
     }
     Output out;
     table.print(out, {false, false, false, false, true, true, true});
-    out << static_cast<int>(definitions.size()) << " definitions\n";
+    out << counted(static_cast<long long>(definitions.size()), "definition") << '\n';
     return ExitOk;
 }
 
@@ -305,7 +305,7 @@ int runLibCheck(const QStringList& arguments)
         Output out;
         for (const ModelLibProblem& p : problems)
             out << problemKindName(p.kind) << ": " << p.message << '\n';
-        out << static_cast<int>(problems.size()) << " problems\n";
+        out << counted(static_cast<long long>(problems.size()), "problem") << '\n';
     }
     return problems.empty() ? ExitOk : ExitNegative;
 }

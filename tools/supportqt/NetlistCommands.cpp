@@ -364,8 +364,7 @@ int runIndex(const QStringList& arguments)
         out.number(d->line - 1, 13);
         out.text("\n");
     }
-    out.number(static_cast<long long>(definitions.size()), 0);
-    out.text(" definitions\n");
+    out.text(counted(static_cast<long long>(definitions.size()), "definition") + "\n");
     return ExitOk;
 }
 

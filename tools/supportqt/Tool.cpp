@@ -251,6 +251,11 @@ std::string visibleControls(const std::string& text)
     return out;
 }
 
+std::string counted(long long n, const char* noun)
+{
+    return std::to_string(n) + ' ' + noun + (n == 1 ? "" : "s");
+}
+
 std::string oneLine(const QString& text)
 {
     const std::string shown = visibleControls(text.toStdString());

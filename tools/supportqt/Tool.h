@@ -111,6 +111,9 @@ private:
     std::string m_text;
 };
 
+/// "1 NOUN" or "N NOUNs": a count for a summary line (`noun` in the singular).
+std::string counted(long long n, const char* noun);
+
 /// `text` with the control characters a terminal obeys (all but line feed and tab, DEL, and the C1
 /// controls in UTF-8) written as visible escapes ("\x1b", "\u009b").
 std::string visibleControls(const std::string& text);
