@@ -10,6 +10,33 @@
 
 #include <windows.h>
 
+namespace {
+// Whether the name opens a device (NUL, CON, a serial port), which the folder's attributes do not tell.
+bool isDevice(const std::wstring& path)
+{
+    const HANDLE h = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    const bool device = GetFileType(h) != FILE_TYPE_DISK;
+    CloseHandle(h);
+    return device;
+}
+
+// Writes the file's content through to the disk: the rename that follows must not be able to reach
+// the disk before the content it names.
+bool flushToDisk(const std::wstring& path)
+{
+    const HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    const bool flushed = FlushFileBuffers(h) != 0;
+    CloseHandle(h);
+    return flushed;
+}
+} // namespace
+
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
 {
     const QString target = QFileInfo(toQs(path)).absoluteFilePath();
@@ -18,7 +45,7 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (exists && (attributes & FILE_ATTRIBUTE_DIRECTORY))
         return false;
-    if (exists && (attributes & FILE_ATTRIBUTE_DEVICE))
+    if (exists && ((attributes & FILE_ATTRIBUTE_DEVICE) || isDevice(wideTarget)))
         return write(path, context);
     if (exists && (attributes & FILE_ATTRIBUTE_READONLY))
         return false;
@@ -32,7 +59,7 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         temporary = file.fileName();
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
-    bool ok = write(toYs(temporary), context);
+    bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
     ok = ok && MoveFileExW(wideTemporary.c_str(), wideTarget.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
     if (!ok)
         DeleteFileW(wideTemporary.c_str());

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 /// The C runtime's fopen for a UTF-8 path; null on failure (errno set). The caller owns the stream and
-/// closes it with fclose.
+/// closes it with fclose. On Windows the stream's handle is not inherited by child processes.
 SUPPORTDLL_API FILE* fopen_utf8(const char* path, const char* mode);
 /// As fopen_utf8, storing the stream in `*out`; 0 on success, else the error number (and `*out` null).
 [[nodiscard]] SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);

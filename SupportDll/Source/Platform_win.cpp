@@ -56,7 +56,9 @@ namespace platform {
 
 FILE* openFile(const char* utf8Path, const char* mode)
 {
-    return _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
+    // "N": the handle is not inherited. Children that Qt starts inherit every inheritable handle, and one
+    // that held the file open would keep it from being renamed or deleted until it ended.
+    return _wfopen(wide(utf8Path).c_str(), (wide(mode) + L"N").c_str());
 }
 
 int seekFile(FILE* file, long long offset) { return _fseeki64(file, offset, SEEK_SET); }
@@ -119,13 +121,19 @@ long long modifiedTime(FILE* file)
 
 YString tempDirectory()
 {
-    wchar_t buffer[MAX_PATH + 2];
-    DWORD n = GetTempPathW(MAX_PATH + 1, buffer);
-    if (n == 0)
+    // A longer folder than the buffer holds is answered with the size it needs: asked again with that.
+    std::vector<wchar_t> buffer(MAX_PATH + 2);
+    DWORD n = GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
+    if (n >= buffer.size()) {
+        buffer.resize(static_cast<size_t>(n) + 1);
+        n = GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
+    }
+    if (n == 0 || n >= buffer.size())
         return YString(".");
     while (n > 3 && (buffer[n - 1] == L'\\' || buffer[n - 1] == L'/'))
-        buffer[--n] = L'\0';
-    return narrow(buffer);
+        --n;
+    buffer[n] = L'\0';
+    return narrow(buffer.data());
 }
 
 YString createUniqueFile(const YString& dir)
@@ -192,11 +200,11 @@ bool processRunning(int pid)
 {
     if (pid <= 0)
         return false;
-    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
+    HANDLE h = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
     if (!h)
         return false;
-    DWORD code = 0;
-    bool running = GetExitCodeProcess(h, &code) && code == STILL_ACTIVE;
+    // Asked of the process object itself: an exit code of 259 is indistinguishable from "still active".
+    const bool running = WaitForSingleObject(h, 0) == WAIT_TIMEOUT;
     CloseHandle(h);
     return running;
 }
@@ -220,10 +228,11 @@ bool setPriority(int pid, int threadPriority)
 
 int getPriority(int pid)
 {
-    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
+    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
     if (!h)
         return -1;
-    DWORD cls = GetPriorityClass(h);
+    // A process that has ended has no priority, though its object lives on while a handle is open.
+    const DWORD cls = WaitForSingleObject(h, 0) == WAIT_TIMEOUT ? GetPriorityClass(h) : 0;
     CloseHandle(h);
     switch (cls) {
     case HIGH_PRIORITY_CLASS:

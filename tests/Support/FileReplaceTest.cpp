@@ -1,6 +1,7 @@
 // FileReplaceTest.cpp - replacing a file as an editor saves it: complete or not at all, through links,
 // in place for devices and in read-only folders, with the old permissions, a new file's from the mask.
 #include "FileReplace.h"
+#include "FileServices.h"
 #include "TestHelpers.h"
 
 #include <QDir>
@@ -11,6 +12,7 @@
 #include <cstdio>
 
 #include <string>
+#include <vector>
 
 #ifndef Q_OS_WIN
 #include <fcntl.h>
@@ -80,6 +82,30 @@ TEST_F(FileReplace, ALongFileNameWorks)
     EXPECT_TRUE(replace(path(name), "longer\n"));
     EXPECT_EQ(readFileBytes(path(name)), "longer\n");
 }
+
+#ifdef Q_OS_WIN
+TEST_F(FileReplace, TheNullDeviceIsWrittenInPlace)
+{
+    // The folder's attributes do not tell a device name from a file: "NUL" is written as it is named,
+    // never through a temporary file moved over it.
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(QString::fromStdString(m_dir)));
+    std::vector<std::string> asked;
+    const auto write = [&asked](const YString& to) {
+        asked.push_back(to.c_str());
+        FILE* device = fopen_utf8(to.c_str(), "wb");
+        const bool written = device && std::fputs("into nothing\n", device) >= 0;
+        return device && std::fclose(device) == 0 && written;
+    };
+    const bool relative = sp_ReplaceFileWith(YString("NUL"), write);
+    const bool absolute = sp_ReplaceFileWith(YString((m_dir + "/NUL").c_str()), write);
+    QDir::setCurrent(before);
+    EXPECT_TRUE(relative);
+    EXPECT_TRUE(absolute);
+    EXPECT_EQ(asked, (std::vector<std::string>{"NUL", m_dir + "/NUL"}));
+    EXPECT_TRUE(entries().isEmpty()) << entries().join(' ').toStdString();
+}
+#endif
 
 #ifndef Q_OS_WIN
 TEST_F(FileReplace, ALinkKeepsPointingAtItsTargetWhichGetsTheContent)

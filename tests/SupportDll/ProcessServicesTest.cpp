@@ -1,11 +1,18 @@
 // ProcessServicesTest.cpp - monotonic time and services on real process ids.
 #include "ProcessServices.h"
+#include "FileServices.h"
 #include "TestHelpers.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QProcess>
 #include <QThread>
+
+#include <cstdio>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
 
 TEST(PerfTime, IsMonotonicSeconds)
 {
@@ -75,3 +82,51 @@ TEST(ProcessIds, InvalidIdsGiveMinusOneAndFalse)
     EXPECT_TRUE(sp_IsProcessRunning(sp_GetCurrentProcessId()));
     EXPECT_EQ(sp_GetCurrentProcessId(), static_cast<int>(QCoreApplication::applicationPid()));
 }
+
+namespace {
+// Starts the test build's child program under `name` in `dir` with `steps` as its steps file.
+void startChild(QProcess& child, const std::string& dir, const char* name, const char* steps)
+{
+    const QString program = QString::fromStdString(dir + "/" + name + kProgramSuffix);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    writeFileBytes(dir + "/" + name + ".steps", steps);
+    child.start(program, QStringList());
+    ASSERT_TRUE(child.waitForStarted(5000));
+}
+} // namespace
+
+TEST_F(ProcessServices, AChildDoesNotHoldTheFilesOpenWhenItStarted)
+{
+    // A file the library opened while a child started is the caller's alone: once closed, it can be
+    // deleted and replaced though the child still runs.
+    const std::string name = path("open while the child starts.txt");
+    FILE* file = fopen_utf8(name.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    QProcess child;
+    startChild(child, m_dir, "holder", "sleep 20000\n");
+    std::fclose(file);
+    EXPECT_EQ(unlink_utf8(name.c_str()), 0);
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(name)));
+    EXPECT_EQ(child.state(), QProcess::Running);
+    child.kill();
+    child.waitForFinished(5000);
+}
+
+#ifdef Q_OS_WIN
+TEST_F(ProcessServices, AChildThatEndedWithCode259IsNotRunning)
+{
+    // 259 is the value that also stands for "still active": the process object itself is asked. A handle
+    // of our own keeps the object after Qt has let its own go.
+    QProcess child;
+    startChild(child, m_dir, "exit259", "sleep 300\nexit 259\n");
+    const int pid = static_cast<int>(child.processId());
+    const HANDLE kept = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
+    ASSERT_NE(kept, nullptr);
+    ASSERT_TRUE(child.waitForFinished(5000));
+    EXPECT_EQ(child.exitCode(), 259);
+    EXPECT_FALSE(sp_IsProcessRunning(pid));
+    EXPECT_EQ(sp_GetProcessPriority(pid), -1);
+    CloseHandle(kept);
+}
+#endif

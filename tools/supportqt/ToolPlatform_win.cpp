@@ -6,9 +6,20 @@
 #include <fcntl.h>
 #include <io.h>
 
+#ifndef ENABLE_VIRTUAL_TERMINAL_PROCESSING
+#define ENABLE_VIRTUAL_TERMINAL_PROCESSING 0x0004
+#endif
+
 bool standardErrorIsTerminal()
 {
-    return _isatty(_fileno(stderr)) != 0;
+    // A console, not any character device: the null device is one too, and a progress line there is
+    // work for nothing. The line clears itself with an escape sequence, which a console obeys only in
+    // its terminal mode; a console that cannot take that mode gets no progress line.
+    const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stderr)));
+    DWORD mode = 0;
+    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode))
+        return false;
+    return (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) || SetConsoleMode(h, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
 // Children on Windows do not end by signals.
