@@ -200,11 +200,19 @@ bool processRunning(int pid)
 {
     if (pid <= 0)
         return false;
+    // Asked of the process object itself: an exit code of 259 is indistinguishable from "still active".
     HANDLE h = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
+    if (h) {
+        const bool running = WaitForSingleObject(h, 0) == WAIT_TIMEOUT;
+        CloseHandle(h);
+        return running;
+    }
+    // A process this one may not wait on (another user's) can still be asked for its exit code.
+    h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
     if (!h)
         return false;
-    // Asked of the process object itself: an exit code of 259 is indistinguishable from "still active".
-    const bool running = WaitForSingleObject(h, 0) == WAIT_TIMEOUT;
+    DWORD code = 0;
+    const bool running = GetExitCodeProcess(h, &code) && code == STILL_ACTIVE;
     CloseHandle(h);
     return running;
 }
@@ -228,11 +236,13 @@ bool setPriority(int pid, int threadPriority)
 
 int getPriority(int pid)
 {
-    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
+    // A process that has ended has no priority, though its object lives on while a handle is open.
+    if (!processRunning(pid))
+        return -1;
+    HANDLE h = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
     if (!h)
         return -1;
-    // A process that has ended has no priority, though its object lives on while a handle is open.
-    const DWORD cls = WaitForSingleObject(h, 0) == WAIT_TIMEOUT ? GetPriorityClass(h) : 0;
+    DWORD cls = GetPriorityClass(h);
     CloseHandle(h);
     switch (cls) {
     case HIGH_PRIORITY_CLASS:
