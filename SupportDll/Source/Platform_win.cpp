@@ -56,9 +56,13 @@ namespace platform {
 
 FILE* openFile(const char* utf8Path, const char* mode)
 {
-    // "N": the handle is not inherited. Children that Qt starts inherit every inheritable handle, and one
-    // that held the file open would keep it from being renamed or deleted until it ended.
-    return _wfopen(wide(utf8Path).c_str(), (wide(mode) + L"N").c_str());
+    FILE* file = _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
+    // The handle is not inherited: children that Qt starts inherit every inheritable handle, and one that
+    // held the file open would keep it from being renamed or deleted until it ended. (The mode letter "N"
+    // says the same, but not every C runtime knows it.)
+    if (file)
+        SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
+    return file;
 }
 
 int seekFile(FILE* file, long long offset) { return _fseeki64(file, offset, SEEK_SET); }
