@@ -29,6 +29,17 @@ constexpr const char* kProgramSuffix = ".exe";
 #else
 constexpr const char* kProgramSuffix = "";
 #endif
+
+// Starts the test build's child program under `name` in `dir` with `steps` as its steps file.
+void startChild(QProcess& child, const std::string& dir, const char* name, const char* steps)
+{
+    const QString program = QString::fromStdString(dir + "/" + name + kProgramSuffix);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    writeFileBytes(dir + "/" + name + ".steps", steps);
+    child.start(program, QStringList());
+    ASSERT_TRUE(child.waitForStarted(5000));
+}
 } // namespace
 
 class ProcessServices : public TempDirTest {};
@@ -37,13 +48,8 @@ TEST_F(ProcessServices, RunningChildIsSeenAndEndedChildIsNot)
 {
     // The test build's child program, which without a steps file beside it would end at once: it is
     // given one that sleeps.
-    const QString program = QString::fromStdString(path("sleeper" + std::string(kProgramSuffix)));
-    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
-    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    writeFileBytes(path("sleeper.steps"), "sleep 30000\n");
     QProcess child;
-    child.start(program, QStringList());
-    ASSERT_TRUE(child.waitForStarted(5000));
+    ASSERT_NO_FATAL_FAILURE(startChild(child, m_dir, "sleeper", "sleep 30000\n"));
 #ifdef Q_OS_WIN
     // Qt's process handle on Windows is a pointer to the system's PROCESS_INFORMATION.
     QT_WARNING_PUSH
@@ -83,18 +89,6 @@ TEST(ProcessIds, InvalidIdsGiveMinusOneAndFalse)
     EXPECT_EQ(sp_GetCurrentProcessId(), static_cast<int>(QCoreApplication::applicationPid()));
 }
 
-namespace {
-// Starts the test build's child program under `name` in `dir` with `steps` as its steps file.
-void startChild(QProcess& child, const std::string& dir, const char* name, const char* steps)
-{
-    const QString program = QString::fromStdString(dir + "/" + name + kProgramSuffix);
-    ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), program));
-    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    writeFileBytes(dir + "/" + name + ".steps", steps);
-    child.start(program, QStringList());
-    ASSERT_TRUE(child.waitForStarted(5000));
-}
-} // namespace
 
 TEST_F(ProcessServices, AChildDoesNotHoldTheFilesOpenWhenItStarted)
 {
@@ -104,7 +98,7 @@ TEST_F(ProcessServices, AChildDoesNotHoldTheFilesOpenWhenItStarted)
     FILE* file = fopen_utf8(name.c_str(), "wb");
     ASSERT_NE(file, nullptr);
     QProcess child;
-    startChild(child, m_dir, "holder", "sleep 20000\n");
+    ASSERT_NO_FATAL_FAILURE(startChild(child, m_dir, "holder", "sleep 20000\n"));
     std::fclose(file);
     EXPECT_EQ(unlink_utf8(name.c_str()), 0);
     EXPECT_FALSE(QFile::exists(QString::fromStdString(name)));
@@ -119,7 +113,7 @@ TEST_F(ProcessServices, AChildThatEndedWithCode259IsNotRunning)
     // 259 is the value that also stands for "still active": the process object itself is asked. A handle
     // of our own keeps the object after Qt has let its own go.
     QProcess child;
-    startChild(child, m_dir, "exit259", "sleep 300\nexit 259\n");
+    ASSERT_NO_FATAL_FAILURE(startChild(child, m_dir, "exit259", "sleep 300\nexit 259\n"));
     const int pid = static_cast<int>(child.processId());
     const HANDLE kept = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(pid));
     ASSERT_NE(kept, nullptr);
