@@ -7,7 +7,9 @@
 #include <softpub.h>
 #include <wintrust.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <io.h>
 #include <string>
 #include <sys/stat.h>
@@ -50,18 +52,99 @@ long long fileTimeToUnix(const FILETIME& ft)
     return static_cast<long long>(t.QuadPart / 10000000ULL) - 11644473600LL;
 }
 
+// The C runtime's error code for a system error, as its own opens give it.
+int errnoOf(DWORD error)
+{
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_DRIVE:
+    case ERROR_NO_MORE_FILES:
+    case ERROR_BAD_NETPATH:
+    case ERROR_BAD_NET_NAME:
+    case ERROR_BAD_PATHNAME:
+    case ERROR_FILENAME_EXCED_RANGE:
+        return ENOENT;
+    case ERROR_TOO_MANY_OPEN_FILES:
+        return EMFILE;
+    case ERROR_NOT_ENOUGH_MEMORY:
+    case ERROR_OUTOFMEMORY:
+        return ENOMEM;
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS:
+        return EEXIST;
+    case ERROR_DISK_FULL:
+        return ENOSPC;
+    case ERROR_ACCESS_DENIED:
+    case ERROR_CURRENT_DIRECTORY:
+    case ERROR_NETWORK_ACCESS_DENIED:
+    case ERROR_CANNOT_MAKE:
+    case ERROR_FAIL_I24:
+    case ERROR_DRIVE_LOCKED:
+        return EACCES;
+    default:
+        // Write protection to the end of the sharing errors (sharing and lock violations among them).
+        return error >= ERROR_WRITE_PROTECT && error <= ERROR_SHARING_BUFFER_EXCEEDED ? EACCES : EINVAL;
+    }
+}
+
+// The C runtime's open, for the modes that only it reads. The handle is made non-inheritable: children
+// that Qt starts inherit every inheritable handle, and one that held the file open would keep it from
+// being renamed or deleted until it ended. (The mode letter "N" says the same, but not every C runtime
+// knows it.)
+FILE* runtimeOpen(const char* utf8Path, const char* mode)
+{
+    FILE* file = _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
+    if (file)
+        SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
+    return file;
+}
+
 } // namespace
 
 namespace platform {
 
+// Opened with every share mode, so that others may rename and delete a file the library has open, as on
+// POSIX systems: editors save by renaming a new file over the old one, which a file that _wfopen opened
+// refuses until it is closed.
 FILE* openFile(const char* utf8Path, const char* mode)
 {
-    FILE* file = _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
-    // The handle is not inherited: children that Qt starts inherit every inheritable handle, and one that
-    // held the file open would keep it from being renamed or deleted until it ended. (The mode letter "N"
-    // says the same, but not every C runtime knows it.)
-    if (file)
-        SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
+    const char kind = mode[0];
+    if (kind != 'r' && kind != 'w' && kind != 'a') {
+        errno = EINVAL;
+        return nullptr;
+    }
+    bool update = false, binary = false, text = false, runtimeOnly = false;
+    for (const char* m = mode + 1; *m; ++m) {
+        if (*m == '+' && !update)
+            update = true;
+        else if ((*m == 'b' || *m == 't') && !binary && !text)
+            (*m == 'b' ? binary : text) = true;
+        else
+            runtimeOnly = true;
+    }
+    // The runtime's own mode letters are its to read, and so is a text-mode append, whose open drops a
+    // final Ctrl-Z.
+    if (runtimeOnly || (kind == 'a' && !binary))
+        return runtimeOpen(utf8Path, mode);
+    const DWORD access = update ? GENERIC_READ | GENERIC_WRITE : kind == 'r' ? GENERIC_READ : GENERIC_WRITE;
+    const DWORD disposition = kind == 'r' ? OPEN_EXISTING : kind == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
+    // Null security attributes: the handle is not inherited (see runtimeOpen).
+    const HANDLE handle = CreateFileW(wide(utf8Path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        errno = errnoOf(GetLastError());
+        return nullptr;
+    }
+    const bool textMode = text || (!binary && (_fmode & _O_BINARY) == 0);
+    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), (textMode ? _O_TEXT : _O_BINARY) | (kind == 'a' ? _O_APPEND : 0));
+    if (fd == -1) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    FILE* file = _wfdopen(fd, wide(mode).c_str());
+    if (!file)
+        _close(fd);
     return file;
 }
 

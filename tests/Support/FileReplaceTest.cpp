@@ -58,6 +58,23 @@ TEST_F(FileReplace, NewAndExistingFilesGetTheWholeContent)
     EXPECT_EQ(entries(), QStringList{"new.txt"});
 }
 
+// A file that a reader of the library holds open is replaced all the same; the reader reads on from
+// the old content, which goes when the reader closes it.
+TEST_F(FileReplace, AFileThatAReaderHoldsOpenIsReplaced)
+{
+    writeFileBytes(path("held.cir"), "old");
+    FILE* reader = fopen_utf8(path("held.cir").c_str(), "rb");
+    ASSERT_NE(reader, nullptr);
+    EXPECT_TRUE(replace(path("held.cir"), "new"));
+    EXPECT_EQ(readFileBytes(path("held.cir")), "new");
+    char text[4] = {};
+    EXPECT_EQ(std::fread(text, 1, 3, reader), 3u);
+    EXPECT_STREQ(text, "old");
+    std::fclose(reader);
+    EXPECT_EQ(entries(), QStringList{"held.cir"});
+    EXPECT_EQ(readFileBytes(path("held.cir")), "new");
+}
+
 TEST_F(FileReplace, AFailedWriteLeavesThePreviousFileAndNoTemporaryFile)
 {
     writeFileBytes(path("precious.txt"), "hours of work\n");

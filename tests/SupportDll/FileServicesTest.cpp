@@ -12,6 +12,15 @@
 
 class FileServices : public TempDirTest {};
 
+namespace {
+// What each system's runtime gives for a folder opened as a file to write.
+#ifdef _WIN32
+constexpr int kFolderOpenError = EACCES;
+#else
+constexpr int kFolderOpenError = EISDIR;
+#endif
+} // namespace
+
 TEST_F(FileServices, OpensQueriesAndDeletesFilesWithNonAsciiNames)
 {
     std::string name = path("r\xC3\xA9sum\xC3\xA9 file.cir");
@@ -58,6 +67,98 @@ TEST_F(FileServices, RenameReplacesTheTarget)
     EXPECT_EQ(rename_utf8(path("a").c_str(), path("b").c_str()), 0);
     EXPECT_EQ(readFileBytes(path("b")), "new");
     EXPECT_FALSE(sp_ExistFile(path("a").c_str()));
+}
+
+// A file the library has open, as a reader holds a netlist, may still be renamed and deleted by others,
+// and reads on as it was until it is closed.
+TEST_F(FileServices, AFileOpenForReadingMayBeRenamedAndDeleted)
+{
+    writeFileBytes(path("open.cir"), "old");
+    FILE* f = fopen_utf8(path("open.cir").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(rename_utf8(path("open.cir").c_str(), path("moved.cir").c_str()), 0);
+    EXPECT_EQ(readFileBytes(path("moved.cir")), "old");
+    EXPECT_EQ(unlink_utf8(path("moved.cir").c_str()), 0);
+    char text[4] = {};
+    EXPECT_EQ(std::fread(text, 1, 3, f), 3u);
+    EXPECT_STREQ(text, "old");
+    std::fclose(f);
+    EXPECT_FALSE(sp_ExistFile(path("moved.cir").c_str()));
+    EXPECT_FALSE(sp_ExistFile(path("open.cir").c_str()));
+
+    writeFileBytes(path("text.cir"), "line\n");
+    FILE* g = fopen_utf8(path("text.cir").c_str(), "r");
+    ASSERT_NE(g, nullptr);
+    EXPECT_EQ(unlink_utf8(path("text.cir").c_str()), 0);
+    std::fclose(g);
+    EXPECT_FALSE(sp_ExistFile(path("text.cir").c_str()));
+}
+
+// The same for a file open for writing: what is written after it was renamed lands in it, under its
+// new name.
+TEST_F(FileServices, AFileOpenForWritingMayBeRenamed)
+{
+    FILE* f = fopen_utf8(path("out.txt").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("first ", f);
+    std::fflush(f);
+    EXPECT_EQ(rename_utf8(path("out.txt").c_str(), path("kept.txt").c_str()), 0);
+    std::fputs("second", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("kept.txt")), "first second");
+    EXPECT_FALSE(sp_ExistFile(path("out.txt").c_str()));
+}
+
+// Each mode opens as the C runtime's does: "w" empties, "a" appends, "+" reads and writes, "r" of a
+// missing file fails, and a text mode that is not binary still reads the bytes of a plain line.
+TEST_F(FileServices, EveryModeOpensAsTheRuntimeDoes)
+{
+    const std::string name = path("modes.txt");
+    FILE* f = fopen_utf8(name.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("one", f);
+    std::fclose(f);
+    f = fopen_utf8(name.c_str(), "ab");
+    ASSERT_NE(f, nullptr);
+    std::fputs("two", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "onetwo");
+    f = fopen_utf8(name.c_str(), "r+b");
+    ASSERT_NE(f, nullptr);
+    std::fputs("ONE", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "ONEtwo");
+    f = fopen_utf8(name.c_str(), "a+");
+    ASSERT_NE(f, nullptr);
+    std::fputs("3", f);
+    std::fseek(f, 0, SEEK_SET);
+    char text[8] = {};
+    EXPECT_EQ(std::fread(text, 1, 7, f), 7u);
+    EXPECT_STREQ(text, "ONEtwo3");
+    std::fclose(f);
+    f = fopen_utf8(name.c_str(), "w+b");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "");
+    EXPECT_EQ(fopen_utf8(path("missing.txt").c_str(), "r+"), nullptr);
+    EXPECT_FALSE(sp_ExistFile(path("missing.txt").c_str()));
+    FILE* created = fopen_utf8(path("created.txt").c_str(), "a");
+    ASSERT_NE(created, nullptr);
+    std::fclose(created);
+    EXPECT_TRUE(sp_ExistFile(path("created.txt").c_str()));
+}
+
+// The error codes are the C runtime's: a missing file or folder, a folder opened as a file, and an
+// unknown mode.
+TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
+{
+    FILE* f = nullptr;
+    EXPECT_EQ(fopen_s_utf8(&f, path("missing.txt").c_str(), "r"), ENOENT);
+    EXPECT_EQ(fopen_s_utf8(&f, path("no/such/file.txt").c_str(), "wb"), ENOENT);
+    EXPECT_EQ(fopen_s_utf8(&f, m_dir.c_str(), "wb"), kFolderOpenError);
+    EXPECT_EQ(f, nullptr);
+    EXPECT_EQ(fopen_s_utf8(&f, path("x.txt").c_str(), "q"), EINVAL);
+    EXPECT_EQ(f, nullptr);
 }
 
 TEST(TempFiles, AreFreshWritableAndDistinct)
