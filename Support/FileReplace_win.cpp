@@ -2,6 +2,7 @@
 // name is written in place, and the new content is moved over the old file only once it is complete.
 #include "FileReplace_p.h"
 
+#include "FileServices.h"
 #include "QtSupport.h"
 
 #include <QDir>
@@ -36,27 +37,6 @@ bool flushToDisk(const std::wstring& path)
     return flushed;
 }
 
-// Moves the new content over the target. A target that a reader holds open, sharing its deletion (as the
-// library opens files), cannot be replaced by a move, but it can be moved aside and deleted: the reader
-// reads on from it, and it goes when the reader closes it.
-bool moveOver(const std::wstring& from, const std::wstring& to)
-{
-    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return true;
-    const DWORD error = GetLastError();
-    if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)
-        return false;
-    // Named after the new content's temporary file, which no other replacement uses.
-    const std::wstring aside = from + L"-old";
-    if (!MoveFileExW(to.c_str(), aside.c_str(), MOVEFILE_WRITE_THROUGH))
-        return false;
-    if (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH)) {
-        MoveFileExW(aside.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH);
-        return false;
-    }
-    DeleteFileW(aside.c_str());
-    return true;
-}
 } // namespace
 
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
@@ -82,7 +62,8 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
-    ok = ok && moveOver(wideTemporary, wideTarget);
+    // A target that a reader holds open is moved aside and goes when the reader closes it (rename_utf8).
+    ok = ok && rename_utf8(temporary.toUtf8().constData(), target.toUtf8().constData()) == 0;
     if (!ok)
         DeleteFileW(wideTemporary.c_str());
     return ok;

@@ -6,14 +6,19 @@
 
 #include <cstdio>
 
-/// The C runtime's fopen for a UTF-8 path; null on failure (errno set). The caller owns the stream and
-/// closes it with fclose. On Windows the stream's handle is not inherited by child processes.
+/// The C runtime's fopen for a UTF-8 path; null on failure (errno set, as fopen sets it; a mode that
+/// starts with none of "r", "w" and "a" gives EINVAL). The caller owns the stream and closes it with
+/// fclose. On Windows the stream's handle is not inherited by child processes, and a file opened in a
+/// mode of "r", "w" or "a", "+", and "b" or "t" ("a" only with "b") may be renamed and deleted by others
+/// while it is open, as on POSIX systems.
 SUPPORTDLL_API FILE* fopen_utf8(const char* path, const char* mode);
 /// As fopen_utf8, storing the stream in `*out`; 0 on success, else the error number (and `*out` null).
 [[nodiscard]] SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);
 /// Deletes a file; 0 on success, -1 on failure.
 [[nodiscard]] SUPPORTDLL_API int unlink_utf8(const char* path);
-/// Renames a file, replacing an existing target; 0 on success, -1 on failure.
+/// Renames a file, replacing an existing target; 0 on success, -1 on failure. On Windows a writable
+/// target that is open, sharing its deletion (as the files fopen_utf8 opens are), is moved aside and
+/// deleted, so that its holder reads on from it and it goes when closed, as on POSIX systems.
 [[nodiscard]] SUPPORTDLL_API int rename_utf8(const char* from, const char* to);
 
 /// True when a file or directory of that name exists.

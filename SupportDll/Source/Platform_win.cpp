@@ -7,6 +7,7 @@
 #include <softpub.h>
 #include <wintrust.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -69,6 +70,7 @@ int errnoOf(DWORD error)
         return EMFILE;
     case ERROR_NOT_ENOUGH_MEMORY:
     case ERROR_OUTOFMEMORY:
+    case ERROR_NOT_ENOUGH_QUOTA:
         return ENOMEM;
     case ERROR_FILE_EXISTS:
     case ERROR_ALREADY_EXISTS:
@@ -81,6 +83,7 @@ int errnoOf(DWORD error)
     case ERROR_CANNOT_MAKE:
     case ERROR_FAIL_I24:
     case ERROR_DRIVE_LOCKED:
+    case ERROR_LOCK_FAILED:
         return EACCES;
     default:
         // Write protection to the end of the sharing errors (sharing and lock violations among them).
@@ -98,6 +101,36 @@ FILE* runtimeOpen(const char* utf8Path, const char* mode)
     if (file)
         SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
     return file;
+}
+
+// After a move over `to` failed: a file that someone holds open, sharing its deletion (as the library
+// opens files), cannot be replaced by a move, but it can be moved aside and deleted, as a POSIX system
+// replaces it; the holder reads on from it, and it goes when the last holder closes it. Only a writable
+// regular file is replaced so, and only by a file; anything else fails as the move did.
+bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
+{
+    const DWORD error = GetLastError();
+    const DWORD notAFile = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
+    const DWORD source = GetFileAttributesW(from.c_str()), target = GetFileAttributesW(to.c_str());
+    if ((error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) || source == INVALID_FILE_ATTRIBUTES ||
+        (source & notAFile) || target == INVALID_FILE_ATTRIBUTES || (target & (notAFile | FILE_ATTRIBUTE_READONLY)))
+        return false;
+    static std::atomic<unsigned> serial{0};
+    std::wstring aside;
+    for (int attempt = 0;; ++attempt) {
+        aside = to + L".old-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(serial++);
+        if (MoveFileExW(to.c_str(), aside.c_str(), MOVEFILE_WRITE_THROUGH))
+            break;
+        const DWORD taken = GetLastError();
+        if (attempt == 15 || (taken != ERROR_ALREADY_EXISTS && taken != ERROR_FILE_EXISTS))
+            return false;
+    }
+    if (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        MoveFileExW(aside.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH);
+        return false;
+    }
+    DeleteFileW(aside.c_str());
+    return true;
 }
 
 } // namespace
@@ -156,7 +189,10 @@ int removeFile(const char* utf8Path) { return _wunlink(wide(utf8Path).c_str()) =
 
 int renameFile(const char* from, const char* to)
 {
-    return MoveFileExW(wide(from).c_str(), wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) ? 0 : -1;
+    const std::wstring source = wide(from), target = wide(to);
+    if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return 0;
+    return moveOverHeldFile(source, target) ? 0 : -1;
 }
 
 bool exists(const char* utf8Path) { return GetFileAttributesW(wide(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }

@@ -69,29 +69,44 @@ TEST_F(FileServices, RenameReplacesTheTarget)
     EXPECT_FALSE(sp_ExistFile(path("a").c_str()));
 }
 
-// A file the library has open, as a reader holds a netlist, may still be renamed and deleted by others,
-// and reads on as it was until it is closed.
-TEST_F(FileServices, AFileOpenForReadingMayBeRenamedAndDeleted)
+// A file the library has open, as a reader holds a netlist, may still be renamed over, renamed and
+// deleted, as on POSIX systems (editors save by renaming a new file over the old one). The open file reads
+// on as it was, and nothing of it is left once it is closed.
+TEST_F(FileServices, AFileOpenForReadingMayBeReplacedRenamedAndDeleted)
 {
     writeFileBytes(path("open.cir"), "old");
+    writeFileBytes(path("new.cir"), "new");
     FILE* f = fopen_utf8(path("open.cir").c_str(), "rb");
     ASSERT_NE(f, nullptr);
-    EXPECT_EQ(rename_utf8(path("open.cir").c_str(), path("moved.cir").c_str()), 0);
-    EXPECT_EQ(readFileBytes(path("moved.cir")), "old");
-    EXPECT_EQ(unlink_utf8(path("moved.cir").c_str()), 0);
+    EXPECT_EQ(rename_utf8(path("new.cir").c_str(), path("open.cir").c_str()), 0);
+    EXPECT_EQ(readFileBytes(path("open.cir")), "new");
+    EXPECT_FALSE(sp_ExistFile(path("new.cir").c_str()));
     char text[4] = {};
     EXPECT_EQ(std::fread(text, 1, 3, f), 3u);
     EXPECT_STREQ(text, "old");
     std::fclose(f);
+    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden), QStringList{"open.cir"});
+
+    FILE* g = fopen_utf8(path("open.cir").c_str(), "r");
+    ASSERT_NE(g, nullptr);
+    EXPECT_EQ(rename_utf8(path("open.cir").c_str(), path("moved.cir").c_str()), 0);
+    EXPECT_EQ(readFileBytes(path("moved.cir")), "new");
+    EXPECT_EQ(unlink_utf8(path("moved.cir").c_str()), 0);
+    std::fclose(g);
     EXPECT_FALSE(sp_ExistFile(path("moved.cir").c_str()));
     EXPECT_FALSE(sp_ExistFile(path("open.cir").c_str()));
+}
 
-    writeFileBytes(path("text.cir"), "line\n");
-    FILE* g = fopen_utf8(path("text.cir").c_str(), "r");
-    ASSERT_NE(g, nullptr);
-    EXPECT_EQ(unlink_utf8(path("text.cir").c_str()), 0);
-    std::fclose(g);
-    EXPECT_FALSE(sp_ExistFile(path("text.cir").c_str()));
+// A file is never moved over a folder, and a failed rename leaves both as they were.
+TEST_F(FileServices, RenameOverAFolderFailsAndLeavesBoth)
+{
+    writeFileBytes(path("file.txt"), "text");
+    ASSERT_TRUE(QDir(QString::fromStdString(m_dir)).mkdir("folder"));
+    EXPECT_EQ(rename_utf8(path("file.txt").c_str(), path("folder").c_str()), -1);
+    EXPECT_EQ(readFileBytes(path("file.txt")), "text");
+    EXPECT_TRUE(sp_IsDirectory(path("folder").c_str()));
+    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              (QStringList{"file.txt", "folder"}));
 }
 
 // The same for a file open for writing: what is written after it was renamed lands in it, under its
