@@ -2,6 +2,7 @@
 // in place for devices and in read-only folders, with the old permissions, a new file's from the mask.
 #include "FileReplace.h"
 #include "FileServices.h"
+#include "NetlistStream.h"
 #include "TestHelpers.h"
 
 #include <QDir>
@@ -58,21 +59,23 @@ TEST_F(FileReplace, NewAndExistingFilesGetTheWholeContent)
     EXPECT_EQ(entries(), QStringList{"new.txt"});
 }
 
-// A file that a reader of the library holds open is replaced all the same; the reader reads on from
-// the old content, which goes when the reader closes it.
-TEST_F(FileReplace, AFileThatAReaderHoldsOpenIsReplaced)
+// A netlist that a reader holds open is replaced all the same, as an editor saves it while a simulation
+// reads it; the reader reads on from the old content, which goes when the reader is done.
+TEST_F(FileReplace, ANetlistThatAReaderHoldsOpenIsReplaced)
 {
-    writeFileBytes(path("held.cir"), "old");
-    FILE* reader = fopen_utf8(path("held.cir").c_str(), "rb");
-    ASSERT_NE(reader, nullptr);
-    EXPECT_TRUE(replace(path("held.cir"), "new"));
-    EXPECT_EQ(readFileBytes(path("held.cir")), "new");
-    char text[4] = {};
-    EXPECT_EQ(std::fread(text, 1, 3, reader), 3u);
-    EXPECT_STREQ(text, "old");
-    std::fclose(reader);
+    writeFileBytes(path("held.cir"), "R1 a b 1k\nR2 b c 2k\n");
+    {
+        SpiceStream reader(path("held.cir").c_str(), SpiceLanguageNative);
+        YString line;
+        ASSERT_TRUE(reader.gets(&line, nullptr, nullptr, nullptr));
+        EXPECT_STREQ(line.c_str(), "R1 a b 1k");
+        EXPECT_TRUE(replace(path("held.cir"), "C1 a 0 1p\n"));
+        EXPECT_EQ(readFileBytes(path("held.cir")), "C1 a 0 1p\n");
+        ASSERT_TRUE(reader.gets(&line, nullptr, nullptr, nullptr));
+        EXPECT_STREQ(line.c_str(), "R2 b c 2k");
+        EXPECT_FALSE(reader.gets(&line, nullptr, nullptr, nullptr));
+    }
     EXPECT_EQ(entries(), QStringList{"held.cir"});
-    EXPECT_EQ(readFileBytes(path("held.cir")), "new");
 }
 
 TEST_F(FileReplace, AFailedWriteLeavesThePreviousFileAndNoTemporaryFile)
