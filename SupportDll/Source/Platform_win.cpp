@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -131,6 +132,20 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     }
     DeleteFileW(aside.c_str());
     return true;
+}
+
+// The number of bytes at the end of `text` that start a UTF-8 sequence without finishing it (0 to 3).
+size_t unfinishedUtf8Tail(const std::string& text)
+{
+    const size_t n = text.size();
+    for (size_t back = 1; back <= 3 && back <= n; ++back) {
+        const unsigned char c = static_cast<unsigned char>(text[n - back]);
+        if ((c & 0xC0) == 0x80)
+            continue; // a continuation byte: the lead is further back
+        const size_t length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return length > back && c < 0xF8 ? back : 0;
+    }
+    return 0;
 }
 
 } // namespace
@@ -406,8 +421,27 @@ int verifySignature(const char* utf8Path)
 
 void writeConsole(const char* text, size_t length)
 {
-    std::fwrite(text, 1, length, stdout);
+    const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (out == nullptr || out == INVALID_HANDLE_VALUE || !GetConsoleMode(out, &mode)) {
+        std::fwrite(text, 1, length, stdout);
+        std::fflush(stdout);
+        return;
+    }
+    // A console shows bytes in its own code page, not UTF-8: the text goes to it as UTF-16, after what
+    // the C runtime still holds. A sequence that a call ends in the middle of waits for its last bytes.
     std::fflush(stdout);
+    static std::mutex mutex;
+    static std::string pending;
+    std::lock_guard<std::mutex> lock(mutex);
+    pending.append(text, length);
+    const size_t complete = pending.size() - unfinishedUtf8Tail(pending);
+    if (complete == 0)
+        return;
+    const std::wstring wideText = wide(pending.substr(0, complete).c_str());
+    pending.erase(0, complete);
+    DWORD written = 0;
+    WriteConsoleW(out, wideText.data(), static_cast<DWORD>(wideText.size()), &written, nullptr);
 }
 
 } // namespace platform
