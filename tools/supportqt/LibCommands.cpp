@@ -470,7 +470,8 @@ int runLib(const QStringList& arguments)
                    stdout);
         return ExitOk;
     }
-    std::fprintf(stderr, "supportqt lib: %s; valid actions: sections, defs, check, diff, extract\n",
-                 action.isEmpty() ? "missing action" : oneLine(QStringLiteral("unknown action '%1'").arg(action)).c_str());
+    writeStream(stderr, "supportqt lib: " +
+                            (action.isEmpty() ? std::string("missing action") : oneLine(QStringLiteral("unknown action '%1'").arg(action))) +
+                            "; valid actions: sections, defs, check, diff, extract\n");
     return ExitUsage;
 }

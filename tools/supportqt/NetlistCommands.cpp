@@ -176,7 +176,7 @@ public:
     {
         if (t.size() > sizeof m_block / 2) {
             flush();
-            std::fwrite(t.data(), 1, t.size(), stdout);
+            writeStream(stdout, t.data(), t.size());
             return;
         }
         char* o = room(t.size());
@@ -229,7 +229,7 @@ private:
     }
     void flush()
     {
-        std::fwrite(m_block, 1, m_used, stdout);
+        writeStream(stdout, m_block, m_used);
         m_used = 0;
     }
     char m_block[1 << 16];

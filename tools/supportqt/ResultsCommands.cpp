@@ -945,7 +945,7 @@ int runReport(const QStringList& arguments)
     // Written to standard output, the report is the output: what was written is said on standard error.
     if (isStandardStream(output)) {
         if (!chart.isEmpty())
-            std::fprintf(stderr, "supportqt report: wrote %s\n", chart.toUtf8().constData());
+            writeStream(stderr, QStringLiteral("supportqt report: wrote %1\n").arg(chart).toUtf8());
         return ExitOk;
     }
     Output out;

@@ -65,7 +65,7 @@ int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxP
         QString help = m_parser.helpText();
         const int firstLineEnd = help.indexOf(QLatin1Char('\n'));
         help.replace(0, firstLineEnd, QStringLiteral("Usage: supportqt %1 %2").arg(m_name, m_synopsis).trimmed());
-        std::fputs(help.toUtf8().constData(), stdout);
+        writeStream(stdout, help.toUtf8());
         return ExitOk;
     }
     const int count = m_parser.positionalArguments().size();
@@ -89,7 +89,7 @@ bool ToolCommand::intValue(const QString& name, long long* result) const
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
-    std::fprintf(stderr, "supportqt %s: %s\n", m_name.toUtf8().constData(), oneLine(message).c_str());
+    writeStream(stderr, "supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
     return code;
 }
 
@@ -205,7 +205,7 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
             return false;
         if (got == 0)
             break;
-        if (std::fwrite(chunk, 1, static_cast<size_t>(got), stdout) != static_cast<size_t>(got))
+        if (!writeStream(stdout, chunk, static_cast<size_t>(got)))
             return false;
     }
     return std::fflush(stdout) == 0;
@@ -274,7 +274,7 @@ void Output::flush()
 {
     if (!m_text.empty()) {
         const std::string shown = visibleControls(m_text);
-        std::fwrite(shown.data(), 1, shown.size(), stdout);
+        writeStream(stdout, shown);
     }
     m_text.clear();
     std::fflush(stdout);
@@ -295,7 +295,7 @@ void printJson(const QJsonValue& value)
 {
     const QJsonDocument document = value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
     const QByteArray text = document.toJson(QJsonDocument::Indented);
-    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    writeStream(stdout, text);
     std::fflush(stdout);
 }
 
@@ -322,7 +322,7 @@ struct ProgressLine::Impl {
     {
         const QByteArray line = prefix + " ... " + QByteArray::number(seconds) + " s" +
                                 (detail.isEmpty() ? QByteArray() : " " + detail);
-        std::fprintf(stderr, "\r%s\x1b[K", line.constData());
+        writeStream(stderr, "\r" + line + "\x1b[K");
         std::fflush(stderr);
         drawn = true;
     }
@@ -343,7 +343,7 @@ ProgressLine::ProgressLine(const QString& what, bool shown)
             impl->wake.wait_for(lock, std::chrono::milliseconds(500));
         }
         if (impl->drawn) {
-            std::fputs("\r\x1b[K", stderr);
+            writeStream(stderr, std::string("\r\x1b[K"));
             std::fflush(stderr);
         }
     });

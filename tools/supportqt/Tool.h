@@ -150,6 +150,15 @@ private:
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();
+/// Writes bytes to standard output or standard error; false when they could not all be written. On
+/// Windows UTF-8 text for a console goes to it as UTF-16 (a sequence split between writes is joined),
+/// so that it shows as written in any console code page; anything else gets the bytes.
+bool writeStream(FILE* stream, const char* data, size_t size);
+inline bool writeStream(FILE* stream, const std::string& text) { return writeStream(stream, text.data(), text.size()); }
+inline bool writeStream(FILE* stream, const QByteArray& text)
+{
+    return writeStream(stream, text.constData(), static_cast<size_t>(text.size()));
+}
 /// The name of a signal ("SIGSEGV"), or empty where the system has none for it.
 QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of

@@ -12,6 +12,8 @@ bool standardErrorIsTerminal()
 
 void useBinaryStandardStreams() {}
 
+bool writeStream(FILE* stream, const char* data, size_t size) { return std::fwrite(data, 1, size, stream) == size; }
+
 QString signalName(int signal)
 {
     const char* abbreviation = sigabbrev_np(signal);

@@ -1,7 +1,12 @@
 // ToolPlatform_win.cpp - the console, the standard streams and file identity, on Windows.
 #include "Tool.h"
 
+#include <QTextCodec>
+#include <QTextDecoder>
+
+#include <algorithm>
 #include <cstdio>
+#include <mutex>
 #include <windows.h>
 #include <fcntl.h>
 #include <io.h>
@@ -46,6 +51,30 @@ bool sameExistingFile(const QString& a, const QString& b)
     BY_HANDLE_FILE_INFORMATION ia, ib;
     return fileIdentity(a, &ia) && fileIdentity(b, &ib) && ia.dwVolumeSerialNumber == ib.dwVolumeSerialNumber &&
            ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
+}
+
+bool writeStream(FILE* stream, const char* data, size_t size)
+{
+    const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    DWORD mode = 0;
+    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode))
+        return std::fwrite(data, 1, size, stream) == size;
+    // A console shows bytes in its own code page, not UTF-8: the text goes to it as UTF-16, after what
+    // the C runtime still holds. Each stream's decoder keeps a sequence that a write ends in the middle of.
+    std::fflush(stream);
+    static QTextDecoder outDecoder(QTextCodec::codecForName("UTF-8")), errDecoder(QTextCodec::codecForName("UTF-8"));
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    QTextDecoder& decoder = stream == stderr ? errDecoder : outDecoder;
+    for (size_t done = 0; done < size;) {
+        const int part = static_cast<int>(std::min<size_t>(size - done, 1 << 20));
+        const QString text = decoder.toUnicode(data + done, part);
+        DWORD written = 0;
+        if (!text.isEmpty() && !WriteConsoleW(h, text.utf16(), static_cast<DWORD>(text.size()), &written, nullptr))
+            return false;
+        done += static_cast<size_t>(part);
+    }
+    return true;
 }
 
 void useBinaryStandardStreams()

@@ -131,7 +131,7 @@ int runTextConvert(const QStringList& arguments)
                                          .arg(QString::fromLatin1(to));
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
-                std::fprintf(stderr, "supportqt text convert: %s\n", qPrintable(lost));
+                writeStream(stderr, QStringLiteral("supportqt text convert: %1\n").arg(lost).toUtf8());
             }
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
@@ -185,8 +185,9 @@ int runText(const QStringList& arguments)
                     stdout);
         return ExitOk;
     }
-    std::fprintf(stderr, "supportqt text: %s; valid actions: detect, convert\n",
-                 action.isEmpty() ? "missing action" : oneLine(QStringLiteral("unknown action '%1'").arg(action)).c_str());
+    writeStream(stderr, "supportqt text: " +
+                            (action.isEmpty() ? std::string("missing action") : oneLine(QStringLiteral("unknown action '%1'").arg(action))) +
+                            "; valid actions: detect, convert\n");
     return ExitUsage;
 }
 
@@ -351,7 +352,7 @@ int runRun(const QStringList& arguments)
         return toolExit;
     }
     if (capture) {
-        std::fwrite(captured.data(), 1, captured.size(), stdout);
+        writeStream(stdout, captured.data(), captured.size());
         Output out;
         if (outcome.signal > 0)
             out << signalText << '\n';
@@ -360,7 +361,7 @@ int runRun(const QStringList& arguments)
     }
     if (outcome.signal > 0) {
         std::fflush(stdout);
-        std::fprintf(stderr, "supportqt run: %s\n", qPrintable(signalText));
+        writeStream(stderr, QStringLiteral("supportqt run: %1\n").arg(signalText).toUtf8());
     }
     return toolExit;
 }

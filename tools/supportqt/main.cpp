@@ -106,7 +106,7 @@ int main(int argc, char** argv)
         }
         return code;
     }
-    std::fprintf(stderr, "supportqt: unknown command '%s'; valid commands: %s\n", oneLine(command).c_str(),
-                 qPrintable(names.join(QStringLiteral(", "))));
+    writeStream(stderr, "supportqt: unknown command '" + oneLine(command) + "'; valid commands: " +
+                            names.join(QStringLiteral(", ")).toStdString() + "\n");
     return ExitUsage;
 }
