@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <io.h>
 #include <mutex>
@@ -70,7 +71,6 @@ int errnoOf(DWORD error)
     case ERROR_TOO_MANY_OPEN_FILES:
         return EMFILE;
     case ERROR_NOT_ENOUGH_MEMORY:
-    case ERROR_OUTOFMEMORY:
     case ERROR_NOT_ENOUGH_QUOTA:
         return ENOMEM;
     case ERROR_FILE_EXISTS:
@@ -104,10 +104,30 @@ FILE* runtimeOpen(const char* utf8Path, const char* mode)
     return file;
 }
 
+// Renames the file open as `handle` to `path`, not over another file.
+bool renameByHandle(HANDLE handle, const std::wstring& path)
+{
+    std::vector<char> buffer(sizeof(FILE_RENAME_INFO) + (path.size() + 1) * sizeof(wchar_t));
+    auto* info = reinterpret_cast<FILE_RENAME_INFO*>(buffer.data());
+    info->ReplaceIfExists = FALSE;
+    info->RootDirectory = nullptr;
+    info->FileNameLength = static_cast<DWORD>(path.size() * sizeof(wchar_t));
+    std::memcpy(info->FileName, path.c_str(), (path.size() + 1) * sizeof(wchar_t));
+    return SetFileInformationByHandle(handle, FileRenameInfo, info, static_cast<DWORD>(buffer.size())) != 0;
+}
+
+bool markForDeletion(HANDLE handle, bool deleted)
+{
+    FILE_DISPOSITION_INFO info;
+    info.DeleteFile = deleted ? TRUE : FALSE;
+    return SetFileInformationByHandle(handle, FileDispositionInfo, &info, sizeof info) != 0;
+}
+
 // After a move over `to` failed: a file that someone holds open, sharing its deletion (as the library
 // opens files), cannot be replaced by a move, but it can be moved aside and deleted, as a POSIX system
 // replaces it; the holder reads on from it, and it goes when the last holder closes it. Only a writable
-// regular file is replaced so, and only by a file; anything else fails as the move did.
+// regular file that may be deleted is replaced so, and only by a file; anything else fails as the move
+// did, and leaves both as they were.
 bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
 {
     const DWORD error = GetLastError();
@@ -116,22 +136,32 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     if ((error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) || source == INVALID_FILE_ATTRIBUTES ||
         (source & notAFile) || target == INVALID_FILE_ATTRIBUTES || (target & (notAFile | FILE_ATTRIBUTE_READONLY)))
         return false;
-    static std::atomic<unsigned> serial{0};
-    std::wstring aside;
-    for (int attempt = 0;; ++attempt) {
-        aside = to + L".old-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(serial++);
-        if (MoveFileExW(to.c_str(), aside.c_str(), MOVEFILE_WRITE_THROUGH))
-            break;
-        const DWORD taken = GetLastError();
-        if (attempt == 15 || (taken != ERROR_ALREADY_EXISTS && taken != ERROR_FILE_EXISTS))
-            return false;
-    }
-    if (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-        MoveFileExW(aside.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH);
+    // The old file is taken by a handle of its own: renamed aside through it, marked to go when its last
+    // holder closes it (which a running program refuses), and put back through it when the new file
+    // cannot be moved in.
+    const HANDLE old = CreateFileW(to.c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (old == INVALID_HANDLE_VALUE)
         return false;
+    static std::atomic<unsigned> serial{0};
+    bool aside = false;
+    for (int attempt = 0; attempt < 16 && !aside; ++attempt) {
+        aside = renameByHandle(old, to + L".old-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(serial++));
+        if (!aside && GetLastError() != ERROR_ALREADY_EXISTS && GetLastError() != ERROR_FILE_EXISTS)
+            break;
     }
-    DeleteFileW(aside.c_str());
-    return true;
+    bool replaced = false;
+    if (aside) {
+        if (markForDeletion(old, true)) {
+            replaced = MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+            if (!replaced)
+                markForDeletion(old, false);
+        }
+        if (!replaced)
+            renameByHandle(old, to);
+    }
+    CloseHandle(old);
+    return replaced;
 }
 
 // The number of bytes at the end of `text` that start a UTF-8 sequence without finishing it (0 to 3).
@@ -157,8 +187,10 @@ namespace platform {
 // refuses until it is closed.
 FILE* openFile(const char* utf8Path, const char* mode)
 {
+    while (*mode == ' ') // as the runtime reads a mode
+        ++mode;
     const char kind = mode[0];
-    if (kind != 'r' && kind != 'w' && kind != 'a') {
+    if ((kind != 'r' && kind != 'w' && kind != 'a') || !*utf8Path) {
         errno = EINVAL;
         return nullptr;
     }
@@ -171,28 +203,55 @@ FILE* openFile(const char* utf8Path, const char* mode)
         else
             runtimeOnly = true;
     }
-    // The runtime's own mode letters are its to read, and so is a text-mode append, whose open drops a
-    // final Ctrl-Z.
-    if (runtimeOnly || (kind == 'a' && !binary))
+    const bool textMode = text || (!binary && (_fmode & _O_BINARY) == 0);
+    // The runtime's own mode letters are its to read, and so are the text modes that append or read and
+    // write, whose open drops a final Ctrl-Z.
+    if (runtimeOnly || (textMode && (update || kind == 'a')))
         return runtimeOpen(utf8Path, mode);
+    const std::wstring path = wide(utf8Path);
     const DWORD access = update ? GENERIC_READ | GENERIC_WRITE : kind == 'r' ? GENERIC_READ : GENERIC_WRITE;
-    const DWORD disposition = kind == 'r' ? OPEN_EXISTING : kind == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
+    // A file to be emptied ("w") is emptied only once its stream exists, so that an open that fails for
+    // want of a stream leaves it as it was, as the runtime's does; a file this call made goes again.
     // Null security attributes: the handle is not inherited (see runtimeOpen).
-    const HANDLE handle = CreateFileW(wide(utf8Path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      kind == 'r' ? OPEN_EXISTING : OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         errno = errnoOf(GetLastError());
         return nullptr;
     }
-    const bool textMode = text || (!binary && (_fmode & _O_BINARY) == 0);
-    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), (textMode ? _O_TEXT : _O_BINARY) | (kind == 'a' ? _O_APPEND : 0));
-    if (fd == -1) {
+    // Only a file on disk is made, emptied or removed here: a device or pipe is written as it is.
+    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
+    const bool disk = GetFileType(handle) == FILE_TYPE_DISK;
+    const bool made = kind != 'r' && disk && !existed;
+    const auto fail = [&](int error) -> FILE* {
         CloseHandle(handle);
+        if (made)
+            DeleteFileW(path.c_str());
+        errno = error;
+        return nullptr;
+    };
+    BY_HANDLE_FILE_INFORMATION info;
+    // The runtime's "w" refuses a hidden or system file, as the system's creation over one does.
+    if (kind == 'w' && disk && existed && GetFileInformationByHandle(handle, &info) &&
+        (info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)))
+        return fail(EACCES);
+    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), (textMode ? _O_TEXT : _O_BINARY) | (kind == 'a' ? _O_APPEND : 0));
+    if (fd == -1)
+        return fail(EMFILE);
+    FILE* file = _wfdopen(fd, wide(mode).c_str());
+    if (!file) {
+        _close(fd);
+        if (made)
+            DeleteFileW(path.c_str());
+        errno = EMFILE;
         return nullptr;
     }
-    FILE* file = _wfdopen(fd, wide(mode).c_str());
-    if (!file)
-        _close(fd);
+    if (kind == 'w' && disk && existed && !SetEndOfFile(handle)) {
+        const int error = errnoOf(GetLastError());
+        std::fclose(file);
+        errno = error;
+        return nullptr;
+    }
     return file;
 }
 

@@ -9,10 +9,25 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <vector>
+
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
 
 class FileServices : public TempDirTest {};
 
 namespace {
+// The error code on each system: the first on POSIX systems, the second from the Windows runtime.
+constexpr int glibcOr(int posix, int windows)
+{
+#ifdef _WIN32
+    return (void)posix, windows;
+#else
+    return (void)windows, posix;
+#endif
+}
+
 // What each system's runtime gives for a folder opened as a file to write.
 #ifdef _WIN32
 constexpr int kFolderOpenError = EACCES;
@@ -163,6 +178,70 @@ TEST_F(FileServices, EveryModeOpensAsTheRuntimeDoes)
     EXPECT_TRUE(sp_ExistFile(path("created.txt").c_str()));
 }
 
+// An open that fails because the process has no stream or descriptor left fails as the runtime's does
+// (EMFILE) and leaves the file as it was: "w" empties nothing, and no file is made.
+TEST_F(FileServices, AnOpenWithoutAStreamLeftTouchesNothing)
+{
+    writeFileBytes(path("precious.txt"), "keep me");
+    writeFileBytes(path("scratch.txt"), "x");
+#ifndef _WIN32
+    // A low descriptor limit for the test's while: the runtime's own limit on Windows is 512 streams.
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit low = before;
+    low.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+#endif
+    std::vector<FILE*> held;
+    while (held.size() < 4096) {
+        FILE* f = fopen_utf8(path("scratch.txt").c_str(), "rb");
+        if (!f)
+            break;
+        held.push_back(f);
+    }
+    errno = 0;
+    FILE* emptied = fopen_utf8(path("precious.txt").c_str(), "wb");
+    const int emptiedError = errno;
+    errno = 0;
+    FILE* made = fopen_utf8(path("fresh.txt").c_str(), "wb");
+    const int madeError = errno;
+    for (FILE* f : held)
+        std::fclose(f);
+#ifndef _WIN32
+    setrlimit(RLIMIT_NOFILE, &before);
+#endif
+    EXPECT_LT(held.size(), 4096u);
+    EXPECT_EQ(emptied, nullptr);
+    EXPECT_EQ(emptiedError, EMFILE);
+    EXPECT_EQ(made, nullptr);
+    EXPECT_EQ(madeError, EMFILE);
+    EXPECT_EQ(readFileBytes(path("precious.txt")), "keep me");
+    EXPECT_FALSE(sp_ExistFile(path("fresh.txt").c_str()));
+}
+
+// "w" empties a file it opens, and writes a device as it is.
+TEST_F(FileServices, WriteModeEmptiesTheFile)
+{
+    writeFileBytes(path("long.txt"), "a longer text than what follows");
+    FILE* f = fopen_utf8(path("long.txt").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("short", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("long.txt")), "short");
+    f = fopen_utf8(path("long.txt").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("long.txt")), "");
+#ifdef _WIN32
+    FILE* device = fopen_utf8("NUL", "wb");
+#else
+    FILE* device = fopen_utf8("/dev/null", "wb");
+#endif
+    ASSERT_NE(device, nullptr);
+    EXPECT_EQ(std::fputs("into nothing", device) >= 0, true);
+    EXPECT_EQ(std::fclose(device), 0);
+}
+
 // The error codes are the C runtime's: a missing file or folder, a folder opened as a file, and an
 // unknown mode.
 TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
@@ -174,6 +253,19 @@ TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
     EXPECT_EQ(f, nullptr);
     EXPECT_EQ(fopen_s_utf8(&f, path("x.txt").c_str(), "q"), EINVAL);
     EXPECT_EQ(f, nullptr);
+    EXPECT_EQ(fopen_s_utf8(&f, "", "rb"), glibcOr(ENOENT, EINVAL));
+    EXPECT_EQ(fopen_s_utf8(&f, "", "wb"), glibcOr(ENOENT, EINVAL));
+#ifdef _WIN32
+    // The Windows runtime skips blanks before a mode.
+    writeFileBytes(path("blank.txt"), "text");
+    ASSERT_EQ(fopen_s_utf8(&f, path("blank.txt").c_str(), " rb"), 0);
+    char text[5] = {};
+    EXPECT_EQ(std::fread(text, 1, 4, f), 4u);
+    EXPECT_STREQ(text, "text");
+    std::fclose(f);
+#else
+    EXPECT_EQ(fopen_s_utf8(&f, path("x.txt").c_str(), " rb"), EINVAL);
+#endif
 }
 
 TEST(TempFiles, AreFreshWritableAndDistinct)

@@ -4,6 +4,7 @@
 #include "TestHelpers.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QThread>
@@ -108,6 +109,22 @@ TEST_F(ProcessServices, AChildDoesNotHoldTheFilesOpenWhenItStarted)
 }
 
 #ifdef Q_OS_WIN
+// A running program cannot be deleted, so a rename over it fails and leaves both files as they were,
+// with nothing set aside beside them.
+TEST_F(ProcessServices, ARenameOverARunningProgramFailsAndLeavesBoth)
+{
+    QProcess child;
+    ASSERT_NO_FATAL_FAILURE(startChild(child, m_dir, "running", "sleep 20000\n"));
+    writeFileBytes(path("new.exe"), "not a program");
+    EXPECT_EQ(rename_utf8(path("new.exe").c_str(), path("running.exe").c_str()), -1);
+    EXPECT_EQ(readFileBytes(path("new.exe")), "not a program");
+    EXPECT_EQ(readFileBytes(path("running.exe")), readFileBytes(CHILD_PROGRAM_PATH));
+    child.kill();
+    child.waitForFinished(5000);
+    const QStringList entries = QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden);
+    EXPECT_EQ(entries, (QStringList{"new.exe", "running.exe", "running.steps"}));
+}
+
 TEST_F(ProcessServices, AChildThatEndedWithCode259IsNotRunning)
 {
     // 259 is the value that also stands for "still active": the process object itself is asked. A handle
