@@ -4,8 +4,8 @@
 #include <QTextCodec>
 #include <QTextDecoder>
 
-#include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <windows.h>
 #include <fcntl.h>
@@ -57,24 +57,27 @@ bool writeStream(FILE* stream, const char* data, size_t size)
 {
     const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     DWORD mode = 0;
-    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode))
-        return std::fwrite(data, 1, size, stream) == size;
-    // A console shows bytes in its own code page, not UTF-8: the text goes to it as UTF-16, after what
-    // the C runtime still holds. Each stream's decoder keeps a sequence that a write ends in the middle of.
+    const auto asBytes = [&] { return std::fwrite(data, 1, size, stream) == size; };
+    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode) || size > (1u << 28))
+        return asBytes();
+    // A console shows bytes in its own code page, not UTF-8: UTF-8 text goes to it as UTF-16, after
+    // what the C runtime still holds. Each stream's decoder keeps a sequence that a write ends in the
+    // middle of. Text that is not UTF-8 (a child's output in the console's code page, a conversion to
+    // another encoding) goes as its bytes, as does any text the console refuses.
     std::fflush(stream);
-    static QTextDecoder outDecoder(QTextCodec::codecForName("UTF-8")), errDecoder(QTextCodec::codecForName("UTF-8"));
+    static std::unique_ptr<QTextDecoder> decoders[2];
     static std::mutex mutex;
     std::lock_guard<std::mutex> lock(mutex);
-    QTextDecoder& decoder = stream == stderr ? errDecoder : outDecoder;
-    for (size_t done = 0; done < size;) {
-        const int part = static_cast<int>(std::min<size_t>(size - done, 1 << 20));
-        const QString text = decoder.toUnicode(data + done, part);
-        DWORD written = 0;
-        if (!text.isEmpty() && !WriteConsoleW(h, text.utf16(), static_cast<DWORD>(text.size()), &written, nullptr))
-            return false;
-        done += static_cast<size_t>(part);
+    std::unique_ptr<QTextDecoder>& decoder = decoders[stream == stderr ? 1 : 0];
+    if (!decoder)
+        decoder.reset(new QTextDecoder(QTextCodec::codecForName("UTF-8")));
+    const QString text = decoder->toUnicode(data, static_cast<int>(size));
+    if (decoder->hasFailure()) {
+        decoder.reset();
+        return asBytes();
     }
-    return true;
+    DWORD written = 0;
+    return text.isEmpty() || WriteConsoleW(h, text.utf16(), static_cast<DWORD>(text.size()), &written, nullptr) || asBytes();
 }
 
 void useBinaryStandardStreams()
