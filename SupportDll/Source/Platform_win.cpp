@@ -104,6 +104,19 @@ FILE* runtimeOpen(const char* utf8Path, const char* mode)
     return file;
 }
 
+// Whether the runtime opens files in binary mode when a mode names neither "b" nor "t" (the program
+// may have chosen so); text mode otherwise.
+bool binaryByDefault()
+{
+#ifdef _MSC_VER
+    int mode = 0;
+    _get_fmode(&mode);
+    return (mode & _O_BINARY) != 0;
+#else
+    return (_fmode & _O_BINARY) != 0;
+#endif
+}
+
 // Renames the file open as `handle` to `path`, not over another file.
 bool renameByHandle(HANDLE handle, const std::wstring& path)
 {
@@ -203,7 +216,7 @@ FILE* openFile(const char* utf8Path, const char* mode)
         else
             runtimeOnly = true;
     }
-    const bool textMode = text || (!binary && (_fmode & _O_BINARY) == 0);
+    const bool textMode = text || (!binary && !binaryByDefault());
     // The runtime's own mode letters are its to read, and so are the text modes that append or read and
     // write, whose open drops a final Ctrl-Z.
     if (runtimeOnly || (textMode && (update || kind == 'a')))

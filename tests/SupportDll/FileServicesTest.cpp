@@ -11,7 +11,10 @@
 #include <ctime>
 #include <vector>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <fcntl.h>
+#include <stdlib.h>
+#else
 #include <sys/resource.h>
 #endif
 
@@ -241,6 +244,27 @@ TEST_F(FileServices, WriteModeEmptiesTheFile)
     EXPECT_EQ(std::fputs("into nothing", device) >= 0, true);
     EXPECT_EQ(std::fclose(device), 0);
 }
+
+#ifdef _WIN32
+// A mode without "b" or "t" opens in the runtime's default mode: text, where a line feed is written as
+// CR LF, unless the program chose binary.
+TEST_F(FileServices, AModeWithoutBOrTFollowsTheRuntimesDefault)
+{
+    FILE* f = fopen_utf8(path("text.txt").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("line\n", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("text.txt")), "line\r\n");
+    const int before = _fmode;
+    _fmode = _O_BINARY;
+    f = fopen_utf8(path("binary.txt").c_str(), "w");
+    _fmode = before;
+    ASSERT_NE(f, nullptr);
+    std::fputs("line\n", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(path("binary.txt")), "line\n");
+}
+#endif
 
 // The error codes are the C runtime's: a missing file or folder, a folder opened as a file, and an
 // unknown mode.
