@@ -1,5 +1,6 @@
 // FileReplace_win.cpp - replacing a file's content on Windows: a read-only file is refused, a device
-// name is written in place, and the new content is moved over the old file only once it is complete.
+// name is written in place, and the new content is moved over the old file only once it is complete, or
+// written over it in place where the folder takes no new file.
 #include "FileReplace_p.h"
 
 #include "FileServices.h"
@@ -8,6 +9,8 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QTemporaryFile>
+
+#include <vector>
 
 #include <windows.h>
 
@@ -37,6 +40,73 @@ bool flushToDisk(const std::wstring& path)
     return flushed;
 }
 
+
+const DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// Copies all of `from` over `to` from their starts, cuts `to` where it ends and flushes it to the disk.
+bool copyOver(HANDLE from, HANDLE to)
+{
+    const LARGE_INTEGER start{};
+    if (!SetFilePointerEx(from, start, nullptr, FILE_BEGIN) || !SetFilePointerEx(to, start, nullptr, FILE_BEGIN))
+        return false;
+    std::vector<char> buffer(1 << 16);
+    for (;;) {
+        DWORD got = 0, put = 0;
+        if (!ReadFile(from, buffer.data(), static_cast<DWORD>(buffer.size()), &got, nullptr))
+            return false;
+        if (got == 0)
+            break;
+        if (!WriteFile(to, buffer.data(), got, &put, nullptr) || put != got)
+            return false;
+    }
+    return SetEndOfFile(to) && FlushFileBuffers(to);
+}
+
+// Writes a finished file's bytes over `target` in place. The room they need is reserved first, so that
+// a full disk fails the write before the file is touched; the old bytes are kept in `backup` (when the
+// file may be read) and put back if a write fails all the same. `*backupNeeded` is set when a backup was
+// made and even that failed: it then holds the only copy of the old bytes.
+bool writeInPlace(const std::wstring& from, const std::wstring& target, const std::wstring& backup, bool* backupNeeded)
+{
+    const HANDLE in = CreateFileW(from.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE out = CreateFileW(target.c_str(), GENERIC_READ | GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    const bool readable = out != INVALID_HANDLE_VALUE;
+    if (!readable)
+        out = CreateFileW(target.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE kept = readable ? CreateFileW(backup.c_str(), GENERIC_READ | GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr)
+                                 : INVALID_HANDLE_VALUE;
+    LARGE_INTEGER newSize{}, oldSize{};
+    bool ok = in != INVALID_HANDLE_VALUE && out != INVALID_HANDLE_VALUE &&
+              (!readable || (kept != INVALID_HANDLE_VALUE && copyOver(out, kept))) && GetFileSizeEx(in, &newSize) &&
+              GetFileSizeEx(out, &oldSize);
+    if (ok && newSize.QuadPart > oldSize.QuadPart) {
+        // Room for the larger content, which never cuts the old bytes: the allocation is the most that
+        // either needs. A file system that cannot reserve room says so; the write then goes ahead as it is.
+        FILE_ALLOCATION_INFO room;
+        room.AllocationSize = newSize;
+        if (!SetFileInformationByHandle(out, FileAllocationInfo, &room, sizeof room)) {
+            const DWORD error = GetLastError();
+            ok = error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+        }
+    }
+    if (ok && !copyOver(in, out)) {
+        *backupNeeded = kept != INVALID_HANDLE_VALUE && !copyOver(kept, out);
+        ok = false;
+    }
+    for (const HANDLE h : {in, kept})
+        if (h != INVALID_HANDLE_VALUE)
+            CloseHandle(h);
+    return out != INVALID_HANDLE_VALUE && CloseHandle(out) && ok;
+}
+
+// A file in the temporary folder, made empty for the caller; empty when none can be made.
+std::wstring scratchFile()
+{
+    QTemporaryFile file(QDir::tempPath() + QStringLiteral("/.sq-XXXXXX"));
+    file.setAutoRemove(false);
+    return file.open() ? QDir::toNativeSeparators(file.fileName()).toStdWString() : std::wstring();
+}
+
 } // namespace
 
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
@@ -56,9 +126,25 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         // Destroyed before the move: the object holds its handle until then.
         QTemporaryFile file(QFileInfo(target).absolutePath() + QStringLiteral("/.sq-XXXXXX"));
         file.setAutoRemove(false);
-        if (!file.open())
+        if (file.open())
+            temporary = file.fileName();
+    }
+    if (temporary.isEmpty()) {
+        if (!exists)
             return false;
-        temporary = file.fileName();
+        // No new file can be made in the folder, but the file itself may be written: in place, from a
+        // complete copy made in the temporary folder first, beside a copy of the old bytes.
+        const std::wstring scratch = scratchFile();
+        const std::wstring backup = scratch.empty() ? std::wstring() : scratchFile();
+        bool backupNeeded = false;
+        const bool ok = !backup.empty() && write(toYs(QString::fromStdWString(scratch)), context) &&
+                        writeInPlace(scratch, wideTarget, backup, &backupNeeded);
+        if (!scratch.empty())
+            DeleteFileW(scratch.c_str());
+        // A backup that could not be put back is the only copy of the old bytes: it stays.
+        if (!backup.empty() && !backupNeeded)
+            DeleteFileW(backup.c_str());
+        return ok;
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
