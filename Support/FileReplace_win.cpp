@@ -99,6 +99,30 @@ bool writeInPlace(const std::wstring& from, const std::wstring& target, const st
     return out != INVALID_HANDLE_VALUE && CloseHandle(out) && ok;
 }
 
+// The file that `path` finally names, links followed (`named` when that cannot be told).
+QString finalPath(const std::wstring& path, const QString& named)
+{
+    const HANDLE h = CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return named;
+    std::vector<wchar_t> buffer(MAX_PATH);
+    DWORD n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    if (n >= buffer.size()) {
+        buffer.resize(n + 1);
+        n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    }
+    CloseHandle(h);
+    if (n == 0 || n >= buffer.size())
+        return named;
+    QString resolved = QString::fromWCharArray(buffer.data(), static_cast<int>(n));
+    // The system names it in its long form: "\\?\C:\..." or "\\?\UNC\server\...".
+    if (resolved.startsWith(QLatin1String("\\\\?\\UNC\\")))
+        resolved = QStringLiteral("\\\\") + resolved.mid(8);
+    else if (resolved.startsWith(QLatin1String("\\\\?\\")))
+        resolved = resolved.mid(4);
+    return QDir::fromNativeSeparators(resolved);
+}
+
 // A file in the temporary folder, made empty for the caller; empty when none can be made.
 std::wstring scratchFile()
 {
@@ -111,15 +135,18 @@ std::wstring scratchFile()
 
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
 {
-    const QString target = QFileInfo(toQs(path)).absoluteFilePath();
+    const QString named = QFileInfo(toQs(path)).absoluteFilePath();
+    const std::wstring wideNamed = QDir::toNativeSeparators(named).toStdWString();
+    const DWORD namedAttributes = GetFileAttributesW(wideNamed.c_str());
+    if (namedAttributes != INVALID_FILE_ATTRIBUTES && (namedAttributes & FILE_ATTRIBUTE_DEVICE || isDevice(wideNamed)))
+        return write(path, context);
+    // A link keeps pointing at its target, which receives the content: the file the path finally names
+    // is the one replaced.
+    const QString target = namedAttributes == INVALID_FILE_ATTRIBUTES ? named : finalPath(wideNamed, named);
     const std::wstring wideTarget = QDir::toNativeSeparators(target).toStdWString();
     const DWORD attributes = GetFileAttributesW(wideTarget.c_str());
     const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
-    if (exists && (attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return false;
-    if (exists && ((attributes & FILE_ATTRIBUTE_DEVICE) || isDevice(wideTarget)))
-        return write(path, context);
-    if (exists && (attributes & FILE_ATTRIBUTE_READONLY))
+    if (exists && (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)))
         return false;
     QString temporary;
     {
