@@ -1,6 +1,6 @@
 // FileReplace_win.cpp - replacing a file's content on Windows: a read-only file is refused, a device
-// name is written in place, and the new content is moved over the old file only once it is complete, or
-// written over it in place where the folder takes no new file.
+// name is written in place, a link's target is the file replaced, and the new content is moved over the
+// old file only once it is complete, or written over it in place where the folder takes no new file.
 #include "FileReplace_p.h"
 
 #include "FileServices.h"
