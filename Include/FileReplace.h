@@ -21,8 +21,9 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 ///   content needs is reserved (on Linux, so that a full disk fails the write before the file is touched)
 ///   and, when the file may be read, its old bytes are copied aside to the temporary folder, to be put
 ///   back if a write fails all the same (a copy that cannot be put back is left there);
-/// - the replacement keeps the old file's permissions (and its owner where the process may set it); a
-///   new file gets the permissions the process's file-mode mask gives.
+/// - the replacement keeps the old file's permissions (and its owner where the process may set it; on
+///   Windows its hidden, system, archive and not-indexed attributes, while its access list is the
+///   folder's); a new file gets the permissions the process's file-mode mask gives.
 /// False when `path` is empty or a folder, when the file may not be written, or when anything fails.
 /// `context` is only passed on to `write`: it stays the caller's.
 [[nodiscard]] SUPPORTQT_API bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context);

@@ -175,6 +175,10 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
+    // The new file keeps the old one's attributes, as a POSIX replacement keeps its permissions.
+    const DWORD kept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    if (ok && exists && (attributes & kept))
+        ok = SetFileAttributesW(wideTemporary.c_str(), attributes & kept) != 0;
     // A target that a reader holds open is moved aside and goes when the reader closes it (rename_utf8).
     ok = ok && rename_utf8(temporary.toUtf8().constData(), target.toUtf8().constData()) == 0;
     if (!ok)

@@ -15,6 +15,10 @@
 #include <string>
 #include <vector>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 #ifndef Q_OS_WIN
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -124,6 +128,22 @@ TEST_F(FileReplace, TheNullDeviceIsWrittenInPlace)
     EXPECT_TRUE(absolute);
     EXPECT_EQ(asked, (std::vector<std::string>{"NUL", m_dir + "/NUL"}));
     EXPECT_TRUE(entries().isEmpty()) << entries().join(' ').toStdString();
+}
+#endif
+
+#ifdef Q_OS_WIN
+// The replacement keeps the old file's hidden and system attributes, as it keeps a POSIX file's
+// permissions.
+TEST_F(FileReplace, TheOldFilesAttributesAreKept)
+{
+    writeFileBytes(path("hidden.cir"), "old");
+    const std::wstring name = QDir::toNativeSeparators(QString::fromStdString(path("hidden.cir"))).toStdWString();
+    ASSERT_TRUE(SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    EXPECT_TRUE(replace(path("hidden.cir"), "new"));
+    EXPECT_EQ(readFileBytes(path("hidden.cir")), "new");
+    const DWORD attributes = GetFileAttributesW(name.c_str());
+    EXPECT_EQ(attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM), DWORD(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
+    SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 #endif
 
