@@ -152,7 +152,8 @@ private:
 bool standardErrorIsTerminal();
 /// Writes bytes to standard output or standard error; false when they could not all be written. On
 /// Windows UTF-8 text for a console goes to it as UTF-16 (a sequence split between writes is joined),
-/// so that it shows as written in any console code page; anything else gets the bytes.
+/// so that it shows as written in any console code page; text that is not UTF-8, and anything not for a
+/// console, goes as its bytes.
 bool writeStream(FILE* stream, const char* data, size_t size);
 inline bool writeStream(FILE* stream, const std::string& text) { return writeStream(stream, text.data(), text.size()); }
 inline bool writeStream(FILE* stream, const QByteArray& text)
