@@ -81,13 +81,12 @@ bool writeInPlace(const std::wstring& from, const std::wstring& target, const st
               GetFileSizeEx(out, &oldSize);
     if (ok && newSize.QuadPart > oldSize.QuadPart) {
         // Room for the larger content, which never cuts the old bytes: the allocation is the most that
-        // either needs. A file system that cannot reserve room says so; the write then goes ahead as it is.
+        // either needs. Only a full disk fails the write here; a file system that cannot reserve room
+        // says so otherwise, and the write then goes ahead as it is.
         FILE_ALLOCATION_INFO room;
         room.AllocationSize = newSize;
-        if (!SetFileInformationByHandle(out, FileAllocationInfo, &room, sizeof room)) {
-            const DWORD error = GetLastError();
-            ok = error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
-        }
+        if (!SetFileInformationByHandle(out, FileAllocationInfo, &room, sizeof room))
+            ok = GetLastError() != ERROR_DISK_FULL && GetLastError() != ERROR_HANDLE_DISK_FULL;
     }
     if (ok && !copyOver(in, out)) {
         *backupNeeded = kept != INVALID_HANDLE_VALUE && !copyOver(kept, out);
@@ -99,28 +98,49 @@ bool writeInPlace(const std::wstring& from, const std::wstring& target, const st
     return out != INVALID_HANDLE_VALUE && CloseHandle(out) && ok;
 }
 
-// The file that `path` finally names, links followed (`named` when that cannot be told).
+// The file that `path` (`named`) finally names, links followed: `named` itself when it is no link, and
+// empty when a link's target cannot be told or has a name that only its long form can reach (a last
+// dot or blank, a device's name).
 QString finalPath(const std::wstring& path, const QString& named)
 {
     const HANDLE h = CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return named;
-    std::vector<wchar_t> buffer(MAX_PATH);
-    DWORD n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
-    if (n >= buffer.size()) {
-        buffer.resize(n + 1);
-        n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    if (h == INVALID_HANDLE_VALUE) {
+        // A link to nothing: its target is where the content goes.
+        const QString target = QFileInfo(named).symLinkTarget();
+        return target.isEmpty() ? QString() : QFileInfo(target).absoluteFilePath();
     }
+    // Room for the longest name the system has (some versions give no size when a buffer is too small).
+    std::vector<wchar_t> buffer(32768);
+    const DWORD n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
     CloseHandle(h);
+    // A name the system cannot give (a volume without a drive letter): a link is then refused, and a
+    // file that is no link is the one named.
     if (n == 0 || n >= buffer.size())
-        return named;
+        return GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT ? QString() : named;
     QString resolved = QString::fromWCharArray(buffer.data(), static_cast<int>(n));
     // The system names it in its long form: "\\?\C:\..." or "\\?\UNC\server\...".
     if (resolved.startsWith(QLatin1String("\\\\?\\UNC\\")))
         resolved = QStringLiteral("\\\\") + resolved.mid(8);
     else if (resolved.startsWith(QLatin1String("\\\\?\\")))
         resolved = resolved.mid(4);
-    return QDir::fromNativeSeparators(resolved);
+    resolved = QDir::fromNativeSeparators(resolved);
+    if (resolved.compare(named, Qt::CaseInsensitive) == 0)
+        return named;
+    for (const QString& part : resolved.split(QLatin1Char('/')))
+        if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
+            return QString();
+    const std::wstring wideResolved = QDir::toNativeSeparators(resolved).toStdWString();
+    return isDevice(wideResolved) ? QString() : resolved;
+}
+
+// Whether the file's access list lets this process write it.
+bool mayWrite(const std::wstring& path)
+{
+    const HANDLE h = CreateFileW(path.c_str(), FILE_WRITE_DATA, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return GetLastError() != ERROR_ACCESS_DENIED;
+    CloseHandle(h);
+    return true;
 }
 
 // A file in the temporary folder, made empty for the caller; empty when none can be made.
@@ -142,12 +162,18 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         return write(path, context);
     // A link keeps pointing at its target, which receives the content: the file the path finally names
     // is the one replaced.
-    const QString target = namedAttributes == INVALID_FILE_ATTRIBUTES ? named : finalPath(wideNamed, named);
+    const QString target = namedAttributes == INVALID_FILE_ATTRIBUTES && QFileInfo(named).symLinkTarget().isEmpty()
+                               ? named
+                               : finalPath(wideNamed, named);
+    if (target.isEmpty())
+        return false;
     const std::wstring wideTarget = QDir::toNativeSeparators(target).toStdWString();
     const DWORD attributes = GetFileAttributesW(wideTarget.c_str());
     const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (exists && (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)))
         return false;
+    if (exists && !mayWrite(wideTarget))
+        return false; // its access list forbids writing: refused, as a direct save would be
     QString temporary;
     {
         // Destroyed before the move: the object holds its handle until then.
@@ -175,10 +201,11 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
-    // The new file keeps the old one's attributes, as a POSIX replacement keeps its permissions.
-    const DWORD kept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    // The new file keeps the old one's attributes, as a POSIX replacement keeps its permissions, and is
+    // marked for the next backup as any changed file is.
+    const DWORD kept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
     if (ok && exists && (attributes & kept))
-        ok = SetFileAttributesW(wideTemporary.c_str(), attributes & kept) != 0;
+        ok = SetFileAttributesW(wideTemporary.c_str(), (attributes & kept) | FILE_ATTRIBUTE_ARCHIVE) != 0;
     // A target that a reader holds open is moved aside and goes when the reader closes it (rename_utf8).
     ok = ok && rename_utf8(temporary.toUtf8().constData(), target.toUtf8().constData()) == 0;
     if (!ok)

@@ -149,11 +149,12 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     if ((error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) || source == INVALID_FILE_ATTRIBUTES ||
         (source & notAFile) || target == INVALID_FILE_ATTRIBUTES || (target & (notAFile | FILE_ATTRIBUTE_READONLY)))
         return false;
-    // The old file is taken by a handle of its own: renamed aside through it, marked to go when its last
-    // holder closes it (which a running program refuses), and put back through it when the new file
-    // cannot be moved in.
+    // The old file is taken by a handle of its own (a link itself, as a rename replaces a link): renamed
+    // aside through it, the new file moved in, and the old one marked to go when its last holder closes
+    // it. A file that may not be deleted (a running program) refuses the mark, and everything is put
+    // back; until the mark, the old file is never lost, even if the process ends on the way.
     const HANDLE old = CreateFileW(to.c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+                                   OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (old == INVALID_HANDLE_VALUE)
         return false;
     static std::atomic<unsigned> serial{0};
@@ -165,11 +166,10 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     }
     bool replaced = false;
     if (aside) {
-        if (markForDeletion(old, true)) {
-            replaced = MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
-            if (!replaced)
-                markForDeletion(old, false);
-        }
+        const bool movedIn = MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+        replaced = movedIn && markForDeletion(old, true);
+        if (movedIn && !replaced)
+            MoveFileExW(to.c_str(), from.c_str(), MOVEFILE_WRITE_THROUGH);
         if (!replaced)
             renameByHandle(old, to);
     }
@@ -512,8 +512,13 @@ void writeConsole(const char* text, size_t length)
         return;
     const std::wstring wideText = wide(pending.substr(0, complete).c_str());
     pending.erase(0, complete);
-    DWORD written = 0;
-    WriteConsoleW(out, wideText.data(), static_cast<DWORD>(wideText.size()), &written, nullptr);
+    // A console may take less than it is given.
+    for (size_t done = 0; done < wideText.size();) {
+        DWORD written = 0;
+        if (!WriteConsoleW(out, wideText.data() + done, static_cast<DWORD>(wideText.size() - done), &written, nullptr) || written == 0)
+            break;
+        done += written;
+    }
 }
 
 } // namespace platform
