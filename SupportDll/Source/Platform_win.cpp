@@ -236,8 +236,8 @@ FILE* openFile(const char* utf8Path, const char* mode)
     const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
     const bool disk = GetFileType(handle) == FILE_TYPE_DISK;
     const bool made = kind != 'r' && disk && !existed;
-    const auto fail = [&](int error) -> FILE* {
-        CloseHandle(handle);
+    // Once the handle (or the descriptor that took it over) is closed: the file this call made goes.
+    const auto undo = [&](int error) -> FILE* {
         if (made)
             DeleteFileW(path.c_str());
         errno = error;
@@ -246,18 +246,19 @@ FILE* openFile(const char* utf8Path, const char* mode)
     BY_HANDLE_FILE_INFORMATION info;
     // The runtime's "w" refuses a hidden or system file, as the system's creation over one does.
     if (kind == 'w' && disk && existed && GetFileInformationByHandle(handle, &info) &&
-        (info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)))
-        return fail(EACCES);
+        (info.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM))) {
+        CloseHandle(handle);
+        return undo(EACCES);
+    }
     const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(handle), (textMode ? _O_TEXT : _O_BINARY) | (kind == 'a' ? _O_APPEND : 0));
-    if (fd == -1)
-        return fail(EMFILE);
+    if (fd == -1) {
+        CloseHandle(handle);
+        return undo(EMFILE);
+    }
     FILE* file = _wfdopen(fd, wide(mode).c_str());
     if (!file) {
         _close(fd);
-        if (made)
-            DeleteFileW(path.c_str());
-        errno = EMFILE;
-        return nullptr;
+        return undo(EMFILE);
     }
     if (kind == 'w' && disk && existed && !SetEndOfFile(handle)) {
         const int error = errnoOf(GetLastError());

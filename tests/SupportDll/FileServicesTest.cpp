@@ -18,11 +18,17 @@
 #include <sys/resource.h>
 #endif
 
-class FileServices : public TempDirTest {};
+class FileServices : public TempDirTest {
+protected:
+    QStringList entries() const
+    {
+        return QDir(QString::fromStdString(m_dir)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+};
 
 namespace {
 // The error code on each system: the first on POSIX systems, the second from the Windows runtime.
-constexpr int glibcOr(int posix, int windows)
+constexpr int posixOrWindows(int posix, int windows)
 {
 #ifdef _WIN32
     return (void)posix, windows;
@@ -103,7 +109,7 @@ TEST_F(FileServices, AFileOpenForReadingMayBeReplacedRenamedAndDeleted)
     EXPECT_EQ(std::fread(text, 1, 3, f), 3u);
     EXPECT_STREQ(text, "old");
     std::fclose(f);
-    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden), QStringList{"open.cir"});
+    EXPECT_EQ(entries(), QStringList{"open.cir"});
 
     FILE* g = fopen_utf8(path("open.cir").c_str(), "r");
     ASSERT_NE(g, nullptr);
@@ -123,8 +129,7 @@ TEST_F(FileServices, RenameOverAFolderFailsAndLeavesBoth)
     EXPECT_EQ(rename_utf8(path("file.txt").c_str(), path("folder").c_str()), -1);
     EXPECT_EQ(readFileBytes(path("file.txt")), "text");
     EXPECT_TRUE(sp_IsDirectory(path("folder").c_str()));
-    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-              (QStringList{"file.txt", "folder"}));
+    EXPECT_EQ(entries(), (QStringList{"file.txt", "folder"}));
 }
 
 // The same for a file open for writing: what is written after it was renamed lands in it, under its
@@ -241,7 +246,7 @@ TEST_F(FileServices, WriteModeEmptiesTheFile)
     FILE* device = fopen_utf8("/dev/null", "wb");
 #endif
     ASSERT_NE(device, nullptr);
-    EXPECT_EQ(std::fputs("into nothing", device) >= 0, true);
+    EXPECT_GE(std::fputs("into nothing", device), 0);
     EXPECT_EQ(std::fclose(device), 0);
 }
 
@@ -277,8 +282,8 @@ TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
     EXPECT_EQ(f, nullptr);
     EXPECT_EQ(fopen_s_utf8(&f, path("x.txt").c_str(), "q"), EINVAL);
     EXPECT_EQ(f, nullptr);
-    EXPECT_EQ(fopen_s_utf8(&f, "", "rb"), glibcOr(ENOENT, EINVAL));
-    EXPECT_EQ(fopen_s_utf8(&f, "", "wb"), glibcOr(ENOENT, EINVAL));
+    EXPECT_EQ(fopen_s_utf8(&f, "", "rb"), posixOrWindows(ENOENT, EINVAL));
+    EXPECT_EQ(fopen_s_utf8(&f, "", "wb"), posixOrWindows(ENOENT, EINVAL));
 #ifdef _WIN32
     // The Windows runtime skips blanks before a mode.
     writeFileBytes(path("blank.txt"), "text");
