@@ -36,6 +36,19 @@ std::wstring wide(const char* utf8)
     return w;
 }
 
+// A path in UTF-8 as the system's UTF-16, or empty when it is not valid UTF-8: an empty path names no
+// file, where replacing the bad bytes would name a different one.
+std::wstring widePath(const char* utf8)
+{
+    const int n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, -1, nullptr, 0);
+    if (n <= 0)
+        return std::wstring();
+    std::wstring w(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, -1, &w[0], n);
+    w.resize(static_cast<size_t>(n - 1));
+    return w;
+}
+
 YString narrow(const wchar_t* w)
 {
     int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
@@ -98,7 +111,7 @@ int errnoOf(DWORD error)
 // knows it.)
 FILE* runtimeOpen(const char* utf8Path, const char* mode)
 {
-    FILE* file = _wfopen(wide(utf8Path).c_str(), wide(mode).c_str());
+    FILE* file = _wfopen(widePath(utf8Path).c_str(), wide(mode).c_str());
     if (file)
         SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
     return file;
@@ -203,7 +216,10 @@ FILE* openFile(const char* utf8Path, const char* mode)
     while (*mode == ' ') // as the runtime reads a mode
         ++mode;
     const char kind = mode[0];
-    if ((kind != 'r' && kind != 'w' && kind != 'a') || !*utf8Path) {
+    // An empty name, or one that is not valid UTF-8, is no name of a file: the runtime's answer to an
+    // invalid name.
+    const std::wstring path = widePath(utf8Path);
+    if ((kind != 'r' && kind != 'w' && kind != 'a') || path.empty()) {
         errno = EINVAL;
         return nullptr;
     }
@@ -221,7 +237,6 @@ FILE* openFile(const char* utf8Path, const char* mode)
     // write, whose open drops a final Ctrl-Z.
     if (runtimeOnly || (textMode && (update || kind == 'a')))
         return runtimeOpen(utf8Path, mode);
-    const std::wstring path = wide(utf8Path);
     const DWORD access = update ? GENERIC_READ | GENERIC_WRITE : kind == 'r' ? GENERIC_READ : GENERIC_WRITE;
     // A file to be emptied ("w") is emptied only once its stream exists, so that an open that fails for
     // want of a stream leaves it as it was, as the runtime's does; a file this call made goes again.
@@ -273,27 +288,27 @@ int seekFile(FILE* file, long long offset) { return _fseeki64(file, offset, SEEK
 
 long long tellFile(FILE* file) { return _ftelli64(file); }
 
-int removeFile(const char* utf8Path) { return _wunlink(wide(utf8Path).c_str()) == 0 ? 0 : -1; }
+int removeFile(const char* utf8Path) { return _wunlink(widePath(utf8Path).c_str()) == 0 ? 0 : -1; }
 
 int renameFile(const char* from, const char* to)
 {
-    const std::wstring source = wide(from), target = wide(to);
+    const std::wstring source = widePath(from), target = widePath(to);
     if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         return 0;
     return moveOverHeldFile(source, target) ? 0 : -1;
 }
 
-bool exists(const char* utf8Path) { return GetFileAttributesW(wide(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }
+bool exists(const char* utf8Path) { return GetFileAttributesW(widePath(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 bool isDirectory(const char* utf8Path)
 {
-    DWORD a = GetFileAttributesW(wide(utf8Path).c_str());
+    DWORD a = GetFileAttributesW(widePath(utf8Path).c_str());
     return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
 }
 
 bool isRegularFile(const char* utf8Path)
 {
-    const DWORD a = GetFileAttributesW(wide(utf8Path).c_str());
+    const DWORD a = GetFileAttributesW(widePath(utf8Path).c_str());
     return a != INVALID_FILE_ATTRIBUTES && !(a & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE));
 }
 
@@ -308,7 +323,7 @@ bool isRegularFile(FILE* file)
 long long fileSize(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExW(wide(utf8Path).c_str(), GetFileExInfoStandard, &data))
+    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &data))
         return -1;
     return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
@@ -316,7 +331,7 @@ long long fileSize(const char* utf8Path)
 long long modifiedTime(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExW(wide(utf8Path).c_str(), GetFileExInfoStandard, &data))
+    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &data))
         return -1;
     return fileTimeToUnix(data.ftLastWriteTime);
 }
@@ -350,7 +365,8 @@ YString tempDirectory()
 YString createUniqueFile(const YString& dir)
 {
     wchar_t name[MAX_PATH + 1];
-    if (!GetTempFileNameW(wide(dir.c_str()).c_str(), L"kv", 0, name))
+    const std::wstring folder = widePath(dir.c_str());
+    if (folder.empty() || !GetTempFileNameW(folder.c_str(), L"kv", 0, name))
         return YString();
     return narrow(name);
 }
@@ -470,7 +486,7 @@ int currentProcessId() { return static_cast<int>(GetCurrentProcessId()); }
 
 int verifySignature(const char* utf8Path)
 {
-    std::wstring path = wide(utf8Path);
+    std::wstring path = widePath(utf8Path);
     // A file that cannot be read is -1 on every platform; only readable files reach WinVerifyTrust.
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))

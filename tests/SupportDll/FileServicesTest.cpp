@@ -297,6 +297,42 @@ TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
 #endif
 }
 
+// A name that is not valid UTF-8 names exactly its bytes where names are bytes, and no file where they
+// are UTF-16: never the file whose name has U+FFFD in place of the bad bytes. (The files are made and read
+// through the functions under test, since Qt maps file names through the locale.)
+TEST_F(FileServices, ANameThatIsNotUtf8NeverNamesAnotherFile)
+{
+    const std::string replaced = path("a\xEF\xBF\xBD.txt");
+    FILE* f = fopen_utf8(replaced.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("keep", f);
+    std::fclose(f);
+    const std::string bad = path("a\xFF.txt");
+    EXPECT_FALSE(sp_ExistFile(bad.c_str()));
+    EXPECT_EQ(sp_GetFileSize64(bad.c_str()), -1);
+    EXPECT_LT(sp_GetFileModifiedTime(YString(bad.c_str())), 0);
+    EXPECT_EQ(unlink_utf8(bad.c_str()), -1);
+    EXPECT_EQ(rename_utf8(bad.c_str(), path("b.txt").c_str()), -1);
+    EXPECT_FALSE(sp_ExistFile(path("b.txt").c_str()));
+    f = reinterpret_cast<FILE*>(1);
+    EXPECT_EQ(fopen_s_utf8(&f, bad.c_str(), "rb"), posixOrWindows(ENOENT, EINVAL));
+    EXPECT_EQ(f, nullptr);
+    // A rename to such a name, and a file made under one: the bytes themselves on POSIX, refused on
+    // Windows.
+    const std::string badTarget = path("c\xFE.txt"), badNew = path("d\xC0.txt");
+    EXPECT_EQ(rename_utf8(replaced.c_str(), badTarget.c_str()), posixOrWindows(0, -1));
+    EXPECT_EQ(fopen_s_utf8(&f, badNew.c_str(), "wb"), posixOrWindows(0, EINVAL));
+    if (f)
+        std::fclose(f);
+    EXPECT_EQ(sp_ExistFile(replaced.c_str()), posixOrWindows(false, true));
+    EXPECT_EQ(sp_ExistFile(badTarget.c_str()), posixOrWindows(true, false));
+    EXPECT_EQ(sp_ExistFile(badNew.c_str()), posixOrWindows(true, false));
+    EXPECT_EQ(sp_GetFileSize64((posixOrWindows(true, false) ? badTarget : replaced).c_str()), 4);
+#ifdef _WIN32
+    EXPECT_EQ(entries(), QStringList{QString::fromUtf8("a\xEF\xBF\xBD.txt")});
+#endif
+}
+
 TEST(TempFiles, AreFreshWritableAndDistinct)
 {
     YString dir = sp_GetTempPath();
