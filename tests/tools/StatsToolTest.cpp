@@ -214,6 +214,39 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
     EXPECT_EQ(missing.err.count('\n'), 1);
 }
 
+#ifndef Q_OS_WIN
+// A device as the limits file is read up to 16 MiB, as a file is, and refused past it; a device or a file
+// that cannot take the whole CSV fails the command and leaves a previous file as it was.
+TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
+{
+    const QString file = results();
+    const Result zero = tool({"stats", file, "--limits", "/dev/zero"});
+    EXPECT_EQ(zero.code, 1);
+    EXPECT_EQ(zero.out, "");
+    EXPECT_EQ(zero.err, "supportqt stats: cannot read the limits file /dev/zero\n");
+
+    const Result full = tool({"stats", file, "--csv", "/dev/full"});
+    EXPECT_EQ(full.code, 1);
+    EXPECT_EQ(full.err, "supportqt stats: cannot write /dev/full\n");
+    const Result html = tool({"stats", file, "--html", "/dev/full"});
+    EXPECT_EQ(html.code, 1);
+    EXPECT_EQ(html.err, "supportqt stats: cannot write /dev/full\n");
+
+    // The CSV of 60 runs is larger than the 1 KiB that the shell allows the tool to write to a file.
+    const Result free = tool({"stats", file, "--csv", "-"});
+    ASSERT_EQ(free.code, 0) << free.err.toStdString();
+    ASSERT_GT(free.out.size(), 1024);
+    writeFileBytes(path("s.csv"), "the previous table\n");
+    const QString line = QStringLiteral("ulimit -f 1; trap '' XFSZ; exec '%1' stats '%2' --csv '%3'")
+                             .arg(SUPPORTQT_TOOL_PATH, file, temp("s.csv"));
+    const Result limited = runProgram(QStringLiteral("/bin/sh"), {"-c", line});
+    EXPECT_EQ(limited.code, 1);
+    EXPECT_EQ(limited.err, "supportqt stats: cannot write " + temp("s.csv") + "\n");
+    EXPECT_EQ(readFileBytes(path("s.csv")), "the previous table\n");
+    EXPECT_EQ(QDir(temp("")).entryList(QDir::Files | QDir::Hidden), (QStringList{"runs.msw", "s.csv"}));
+}
+#endif
+
 TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
 {
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");

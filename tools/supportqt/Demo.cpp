@@ -142,11 +142,7 @@ Demo::Loaded* Demo::load(const QString& path)
 bool Demo::writeText(const QString& name, const std::string& text)
 {
     const QString path = output(name);
-    const bool ok = writeFileAtomically(path, [&](const YString& temporary) {
-        QFile file(toQs(temporary));
-        return file.open(QIODevice::WriteOnly) &&
-               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
-    });
+    const bool ok = writeTextFile(path, text);
     if (!ok)
         m_command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(path));
     return ok;

@@ -710,16 +710,6 @@ bool isMonteCarlo(const XMLReportHeader& header)
     return analysisIs(header, ".mc");
 }
 
-// Writes a text file whole or not at all; false when it cannot be written.
-bool writeTextFile(const QString& target, const std::string& text)
-{
-    return writeFileAtomically(target, [&](const YString& temporary) {
-        QFile file(toQs(temporary));
-        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
-    });
-}
-
 // The sensitivity report as CSV lines, one text.
 std::string sensitivityCsv(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, int sort)
 {

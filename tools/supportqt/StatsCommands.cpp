@@ -76,9 +76,12 @@ int readLimitsFile(const ToolCommand& command, const QString& path, const XMLRep
     if (!command.input(&name))
         return ExitFailure;
     QFile file(name);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > 16 * 1024 * 1024)
+    // A limits file is a few lines: past 16 MiB (a device or pipe may never end) it is refused.
+    const qint64 limit = qint64(16) << 20;
+    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.read(limit + 1) : QByteArray();
+    if (!file.isOpen() || text.size() > limit || file.error() != QFileDevice::NoError)
         return command.fail(ExitFailure, QStringLiteral("cannot read the limits file %1").arg(path));
-    const QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+    const QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'));
     for (int i = 0; i < lines.size(); ++i) {
         const QString line = lines[i].trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#')) ||
@@ -254,11 +257,7 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
 
 bool writeText(const ToolCommand& command, const QString& target, const std::string& text)
 {
-    const bool ok = writeFileAtomically(target, [&text](const YString& temporary) {
-        QFile file(toQs(temporary));
-        return file.open(QIODevice::WriteOnly) &&
-               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size());
-    });
+    const bool ok = writeTextFile(target, text);
     if (!ok)
         command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(target));
     return ok;

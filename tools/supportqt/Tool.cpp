@@ -211,6 +211,15 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
     return std::fflush(stdout) == 0;
 }
 
+bool writeTextFile(const QString& target, const std::string& text)
+{
+    return writeFileAtomically(target, [&](const YString& temporary) {
+        QFile file(toQs(temporary));
+        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
+    });
+}
+
 Output& Output::pad(const std::string& text, int width)
 {
     const size_t w = static_cast<size_t>(width < 0 ? -width : width);

@@ -92,6 +92,10 @@ inline bool isStandardStream(const QString& path) { return path == QLatin1String
 /// A `target` of "-" is standard output: `write` writes a temporary file, which is then copied there.
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write);
 
+/// Writes a text file whole or not at all, as writeFileAtomically does; false when any of it could not be
+/// written (the buffered tail included).
+bool writeTextFile(const QString& target, const std::string& text);
+
 /// Text output collected in memory and written to standard output in one go.
 class Output {
 public:
