@@ -191,7 +191,8 @@ enum class ModelLibStatus {
     TooLarge = 2,       ///< the file has more than 2147483647 bytes, beyond the `int` positions of `SymbolLoc`, or is UTF-16 and its UTF-8 text could be read neither into a copy nor into memory
     NoSuchSection = 3,  ///< the section asked for is not in the file
     NoSuchDefinition = 4, ///< a name asked for is reached by nothing
-    WriteFailed = 5     ///< the output file could not be written
+    WriteFailed = 5,    ///< the output file could not be written
+    RenameClash = 6     ///< a rename would give two extracted definitions of one kind the same name
 };
 
 /// What the index gathers from the element lines of subcircuits.
@@ -318,8 +319,10 @@ struct ModelLibExtractRequest {
 /// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
 /// "* FILE:LINE" naming where it came from. Unresolved dependencies are appended to `*problems` (may be
-/// null) and left out. NoSuchDefinition when a requested name is reached by nothing (`*text` is then
-/// empty); otherwise the status of the resolution.
+/// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
+/// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
+/// that is extracted too, or another's new name; `*text` is then empty. Otherwise the status of the
+/// resolution.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
                                               std::vector<ModelLibProblem>* problems);
 

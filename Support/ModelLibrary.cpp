@@ -2302,6 +2302,31 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             }
             place(*found);
         }
+        // The names written: a rename may not give two definitions of one kind the same one.
+        std::map<std::pair<int, std::string>, size_t> written;
+        for (size_t i : order) {
+            const ModelLibReached& reached = r.definitions[i];
+            const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
+            const ModelLibDefinition& d = defOf(r, reached);
+            const auto renamed = newName.find(key(file.name(d)));
+            const YString name = renamed == newName.end() ? ys(file.name(d)) : renamed->second;
+            const auto entry = written.insert({{static_cast<int>(d.kind), key(name)}, i});
+            if (entry.second)
+                continue;
+            const ModelLibReached& firstReached = r.definitions[entry.first->second];
+            const ModelLibIndex& firstFile = r.files[static_cast<size_t>(firstReached.file)];
+            const ModelLibDefinition& first = defOf(r, firstReached);
+            if (problems) {
+                ModelLibProblem clash = problem(ModelLibProblem::Duplicate, name, file.fileName, d.line,
+                                                "renaming would give " + firstFile.fileName.str() + ":" +
+                                                    std::to_string(first.line) + " and " + file.fileName.str() + ":" +
+                                                    std::to_string(d.line) + " the same name " + name.str());
+                clash.otherFile = firstFile.fileName;
+                clash.otherLine = first.line;
+                problems->push_back(clash);
+            }
+            return ModelLibStatus::RenameClash;
+        }
         if (problems)
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;

@@ -622,6 +622,38 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
               ModelLibStatus::WriteFailed);
 }
 
+// A rename that would give two extracted definitions of one kind the same name is refused with nothing
+// written; the same name on a model and a subcircuit is no clash.
+TEST_F(ModelLibraryFiles, ARenameOntoAnotherExtractedNameIsRefused)
+{
+    const std::string lib = write("cells.lib", ".model inv d\n.subckt inv a y\nR1 a y 1\n.ends\n.subckt buf a y\nX1 a m inv\nX2 m y inv\nD1 a y inv\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("buf")};
+    request.renames = {YString("inv=BUF")};
+    YString text("left over");
+    std::vector<ModelLibProblem> problems;
+    EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::RenameClash);
+    EXPECT_TRUE(text.isEmpty());
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::Duplicate);
+    EXPECT_EQ(problems[0].name, "buf");
+    EXPECT_EQ(problems[0].file, YString(lib.c_str()));
+    EXPECT_EQ(problems[0].line, 5);
+    EXPECT_EQ(problems[0].otherLine, 2);
+    EXPECT_EQ(problems[0].message, YString(("renaming would give " + lib + ":2 and " + lib + ":5 the same name buf").c_str()));
+    const std::string out = path("out.lib");
+    EXPECT_EQ(sp_WriteExtractedModels(YString(lib.c_str()), request, YString(out.c_str()), nullptr), ModelLibStatus::RenameClash);
+    EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(out)));
+    // Two definitions renamed onto one name clash too; a model and a subcircuit of one name do not.
+    request.renames = {YString("inv=cell"), YString("buf=CELL")};
+    problems.clear();
+    EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::RenameClash);
+    request.renames = {YString("buf=core")};
+    EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":2\n.subckt inv a y\nR1 a y 1\n.ends\n* " + lib + ":1\n.model inv d\n* " + lib +
+                                              ":5\n.subckt core  a y\nX1 a m inv\nX2 m y inv\nD1 a y inv\n.ends\n");
+}
+
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
 {
     const std::string a = write("a.lib", ".lib tt\n.model n nmos vth0=1\n.model p pmos\n.endl\n.lib ss\n.endl\n");

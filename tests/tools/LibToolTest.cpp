@@ -176,8 +176,19 @@ TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
     EXPECT_EQ(names, (QStringList{"nch", "INV_X", "buf"}));
     EXPECT_EQ(tool({"lib", "check", out}).code, 0);
 
+    const QString before = QString::fromStdString(readFileBytes(path("out.lib")));
     const Result unknown = tool({"lib", "extract", file("corner.lib"), "nothing", "-o", out});
     EXPECT_EQ(unknown.code, 3);
+    EXPECT_EQ(unknown.err, QStringLiteral("supportqt lib extract: %1: nothing is defined nowhere the file reaches\n").arg(file("corner.lib")));
+    // A rename onto the name of another extracted subcircuit would make one instantiate itself.
+    const Result clash = tool({"lib", "extract", file("corner.lib"), "buf", "-o", out, "--section", "tt", "--rename", "inv=buf"});
+    EXPECT_EQ(clash.code, 2);
+    EXPECT_EQ(clash.err, QStringLiteral("supportqt lib extract: renaming would give %1:4 and %1:7 the same name buf\n").arg(dev));
+    const Result twoOnOne = tool({"lib", "extract", file("corner.lib"), "buf", "-o", "-", "--section", "tt", "--rename",
+                                  "inv=cell", "--rename", "buf=CELL"});
+    EXPECT_EQ(twoOnOne.code, 2);
+    EXPECT_EQ(twoOnOne.out, "");
+    EXPECT_EQ(QString::fromStdString(readFileBytes(path("out.lib"))), before);
     const Result badRename = tool({"lib", "extract", file("corner.lib"), "buf", "-o", out, "--rename", "inv"});
     EXPECT_EQ(badRename.code, 2);
     EXPECT_EQ(badRename.err, QStringLiteral("supportqt lib extract: --rename takes OLD=NEW, not 'inv'\n"));

@@ -179,6 +179,8 @@ int statusFailure(const ToolCommand& command, ModelLibStatus status, const QStri
         return command.fail(ExitNegative, QStringLiteral("a requested definition is reached by nothing in %1").arg(path));
     case ModelLibStatus::WriteFailed:
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(path));
+    case ModelLibStatus::RenameClash:
+        return command.fail(ExitUsage, QStringLiteral("a rename gives two definitions one name"));
     case ModelLibStatus::Unreadable: break;
     }
     return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
@@ -406,8 +408,9 @@ int runLibExtract(const QStringList& arguments)
     YString text;
     const ModelLibStatus status = sp_ExtractModels(toYs(path), request, &text, &problems);
     if (status != ModelLibStatus::Ok) {
-        for (const ModelLibProblem& p : problems)
-            command.fail(ExitNegative, toQs(p.message));
+        // The one line says what failed: the problem that stopped the extraction when there is one.
+        if (!problems.empty() && (status == ModelLibStatus::NoSuchDefinition || status == ModelLibStatus::RenameClash))
+            return command.fail(status == ModelLibStatus::RenameClash ? ExitUsage : ExitNegative, toQs(problems.back().message));
         return statusFailure(command, status, path, command.value(QStringLiteral("section")));
     }
     // The definitions written, as the index of the new library counts them.
@@ -421,12 +424,7 @@ int runLibExtract(const QStringList& arguments)
         out << text;
         return ExitOk;
     }
-    const bool saved = sp_ReplaceFileWith(toYs(output), [&](const YString& temporary) {
-        QFile file(toQs(temporary));
-        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(text.c_str(), text.length()) == text.length() &&
-               file.flush();
-    });
-    if (!saved)
+    if (!writeTextFile(output, text.str()))
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
     if (command.json()) {
         printJson(QJsonObject{{QStringLiteral("file"), path},
