@@ -218,6 +218,14 @@ TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
     ASSERT_TRUE(process.waitForFinished(60000));
     EXPECT_EQ(process.exitCode(), 1);
     EXPECT_EQ(process.readAllStandardError(), "supportqt help-url: cannot write standard output\n");
+    // A command that says itself that its output failed says it once.
+    writeFileBytes(path("u8.txt"), "caf\xc3\xa9\n");
+    QProcess convert;
+    convert.setStandardOutputFile(QStringLiteral("/dev/full"));
+    convert.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"text", "convert", temp("u8.txt"), "-o", "-"});
+    ASSERT_TRUE(convert.waitForFinished(60000));
+    EXPECT_EQ(convert.exitCode(), 1);
+    EXPECT_EQ(convert.readAllStandardError(), "supportqt text convert: cannot write -\n");
 }
 
 // A device as the input of text detect is read up to 64 MiB, not for ever; a device as the output of
@@ -494,6 +502,13 @@ TEST_F(Tool, LiteralLinesAreNumberedWhereTheyStandInTheFile)
             rebuilt << QStringLiteral("%1  | %2").arg(v["literalLines"].toArray()[i].toInt(), 6).arg(v["literal"].toArray()[i].toString());
     }
     EXPECT_EQ(rebuilt, s);
+    // Line numbers stop at 2147483647, the literal ones too.
+    const Result last = tool({"section", data("models.lib"), "--start", "127", "--end", "318", "--line-offset", "2147483646", "--literal"});
+    ASSERT_EQ(last.code, 0) << last.err.toStdString();
+    const QStringList capped = lines(last.out);
+    ASSERT_EQ(capped.size(), s.size());
+    for (int i = 0; i < capped.size(); ++i)
+        EXPECT_EQ(capped[i], QStringLiteral("2147483647") + s[i].mid(6)) << i;
 }
 
 TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)

@@ -101,18 +101,19 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
 // Numbers each literal line by where it stands: the literal buffers hold every physical line once and
 // in order, so counting their line ends gives the physical line of each. The reader's own number for a
 // comment line is that of the statement after it, which is no help to a designer looking for the line.
+// The numbers stop at INT_MAX, as the readers' own do.
 class PhysicalLineCounter {
 public:
     explicit PhysicalLineCounter(int first) : m_next(first) {}
     void number(const Buf& buffer, LogicalLine* line)
     {
         for (int i = 0; i < line->literal.size(); ++i)
-            line->literalNumbers.append(m_next + i);
-        m_next += static_cast<int>(std::count(buffer.data(), buffer.data() + buffer.length(), '\n'));
+            line->literalNumbers.append(static_cast<int>(std::min<long long>(m_next + i, INT_MAX)));
+        m_next += std::count(buffer.data(), buffer.data() + buffer.length(), '\n');
     }
 
 private:
-    int m_next;
+    long long m_next;
 };
 
 // The logical lines of a literal-preserving reader, each with its literal lines numbered from

@@ -86,12 +86,21 @@ bool ToolCommand::intValue(const QString& name, long long* result) const
     return ok;
 }
 
+namespace {
+// Set once a command has said on standard error why it failed.
+bool g_failureReported = false;
+}
+
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
     writeStream(stderr, "supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
+    if (code != ExitOk)
+        g_failureReported = true;
     return code;
 }
+
+bool ToolCommand::failureReported() { return g_failureReported; }
 
 bool ToolCommand::checkInput(const QString& path) const
 {

@@ -49,6 +49,8 @@ public:
 
     /// Writes "supportqt NAME: MESSAGE" as one line on standard error and returns `code`.
     int fail(int code, const QString& message) const;
+    /// True once any command of the process has reported a failure (a warning is none).
+    static bool failureReported();
     /// Writes "supportqt NAME: MESSAGE" as one line on standard error: a note that does not stop the work.
     void warn(const QString& message) const { fail(ExitOk, message); }
     /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the

@@ -99,9 +99,11 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "supportqt %s: out of memory\n", s.name);
             return ExitFailure;
         }
-        // Output that did not reach standard output (a full disk, a closed pipe) is a failure too.
+        // Output that did not reach standard output (a full disk, a closed pipe) is a failure too, said
+        // in one line unless the command has said why it failed already.
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-            std::fprintf(stderr, "supportqt %s: cannot write standard output\n", s.name);
+            if (!ToolCommand::failureReported())
+                std::fprintf(stderr, "supportqt %s: cannot write standard output\n", s.name);
             return code == ExitOk ? ExitFailure : code;
         }
         return code;
