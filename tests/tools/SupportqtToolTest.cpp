@@ -2303,6 +2303,21 @@ TEST_F(Tool, DashIsStandardInputAndStandardOutput)
     const Result merge = ::tool({"merge", sens, "-o", "-"});
     EXPECT_EQ(merge.code, 2);
     EXPECT_EQ(merge.err, "supportqt merge: the merged file records where its runs came from; name a file for it\n");
+    const Result mergeInput = runProgram(program, {"merge", "-", sens, "-o", temp("m.msw")}, QString(), sensBytes);
+    EXPECT_EQ(mergeInput.code, 2);
+    EXPECT_EQ(mergeInput.err, "supportqt merge: the merged file records where its runs came from; name a file for each part\n");
+    const Result demo = ::tool({"demo", "-o", "-"});
+    EXPECT_EQ(demo.code, 2);
+    EXPECT_EQ(demo.err, "supportqt demo: the demo writes a folder of files; name a folder for it\n");
+    EXPECT_FALSE(QFileInfo::exists(QStringLiteral("-")));
+    // A style sheet from standard input goes into the page as a named one does.
+    writeFileBytes(path("style.css"), "body { color: navy; }\n");
+    ASSERT_EQ(::tool({"report", "sens", sens, "-o", temp("named.html"), "--style", temp("style.css")}).code, 0);
+    const Result styled = runProgram(program, {"report", "sens", sens, "-o", temp("piped.html"), "--style", "-"}, QString(),
+                                     QByteArray("body { color: navy; }\n"));
+    EXPECT_EQ(styled.code, 0) << styled.err.toStdString();
+    EXPECT_NE(readFileBytes(path("named.html")).find("body { color: navy; }"), std::string::npos);
+    EXPECT_EQ(readFileBytes(path("piped.html")), readFileBytes(path("named.html")));
     EXPECT_EQ(::tool({"append-merit", "-", "--value", "v", "--name", "n", "--data", temp("x.csv")}).code, 2);
     EXPECT_EQ(::tool({"report", "sens", sens, "-o", temp("s.html"), "--chart", "-"}).code, 2);
     EXPECT_FALSE(QFileInfo::exists(temp("s.html")));

@@ -283,6 +283,8 @@ int runDemo(const QStringList& arguments)
     const int early = command.parse(arguments, 0, 0);
     if (early >= 0)
         return early;
+    if (isStandardStream(command.value(QStringLiteral("output"))))
+        return command.fail(ExitUsage, QStringLiteral("the demo writes a folder of files; name a folder for it"));
     const QString outDir = QDir(command.value(QStringLiteral("output"))).absolutePath();
     if (!QDir().mkpath(outDir))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(outDir));

@@ -859,8 +859,8 @@ int runReport(const QStringList& arguments)
     const QString chartOption = command.value(QStringLiteral("chart"));
     if (!chartOption.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
         return command.fail(ExitUsage, QStringLiteral("--chart goes with the sens and mc reports"));
-    const QString style = command.value(QStringLiteral("style"));
-    if (!style.isEmpty() && !command.checkInput(style))
+    QString style = command.value(QStringLiteral("style"));
+    if (!style.isEmpty() && !command.input(&style))
         return ExitFailure;
     const QString output = command.value(QStringLiteral("output"));
     YHashTable<XMLReportInfo> table;

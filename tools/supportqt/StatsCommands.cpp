@@ -389,6 +389,8 @@ int runMerge(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("the merged file records where its runs came from; name a file for it"));
     std::vector<YString> shards;
     for (const QString& shard : command.positional()) {
+        if (isStandardStream(shard))
+            return command.fail(ExitUsage, QStringLiteral("the merged file records where its runs came from; name a file for each part"));
         if (!command.checkInput(shard))
             return ExitFailure;
         if (sameExistingFile(output, shard))
