@@ -27,6 +27,7 @@
 #include <QThread>
 
 #include <cmath>
+#include <csignal>
 #include <unistd.h>
 #ifndef Q_OS_WIN
 #include <sys/stat.h>
@@ -2322,6 +2323,38 @@ TEST_F(Tool, DashIsStandardInputAndStandardOutput)
     EXPECT_EQ(::tool({"report", "sens", sens, "-o", temp("s.html"), "--chart", "-"}).code, 2);
     EXPECT_FALSE(QFileInfo::exists(temp("s.html")));
 }
+
+#ifndef Q_OS_WIN
+// The copy of standard input goes with the tool when an interrupt or a termination request ends it in the
+// middle of reading: a stream without end would otherwise leave a file as large as the disk allows.
+TEST_F(Tool, AnInterruptedCopyOfStandardInputIsRemoved)
+{
+    for (const int signal : {SIGTERM, SIGINT}) {
+        QTemporaryDir temporary;
+        ASSERT_TRUE(temporary.isValid());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TMPDIR"), temporary.path());
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"netlist", "-"});
+        ASSERT_TRUE(process.waitForStarted(30000));
+        const QByteArray megabyte(1 << 20, 'x');
+        process.write(megabyte);
+        // Wait until the tool has copied the megabyte; the pipe stays open, so it reads on.
+        qint64 copied = 0;
+        for (int i = 0; i < 3000 && copied < megabyte.size(); ++i) {
+            process.waitForBytesWritten(10);
+            QDirIterator files(temporary.path(), {"stdin"}, QDir::Files, QDirIterator::Subdirectories);
+            copied = files.hasNext() ? QFileInfo(files.next()).size() : 0;
+        }
+        ASSERT_EQ(copied, megabyte.size()) << signal;
+        ::kill(static_cast<pid_t>(process.processId()), signal);
+        ASSERT_TRUE(process.waitForFinished(30000));
+        EXPECT_EQ(process.exitStatus(), QProcess::CrashExit) << signal;
+        EXPECT_EQ(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList()) << signal;
+    }
+}
+#endif
 
 #if defined(__linux__) && !defined(SUPPORTQT_TEST_ASAN)
 namespace {

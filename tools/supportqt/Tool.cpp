@@ -130,24 +130,30 @@ QString standardInputFile()
     read = true;
     if (!folder.isValid())
         return QString();
-    QFile copy(folder.filePath(QStringLiteral("stdin")));
-    if (!copy.open(QIODevice::WriteOnly))
+    // The copy is written through the library, whose files others may delete while they are open: an
+    // interrupt removes it even in the middle of the copying.
+    const QString name = folder.filePath(QStringLiteral("stdin"));
+    FILE* copy = fopen_utf8(name.toUtf8().constData(), "wb");
+    if (!copy)
         return QString();
+    removeWhenInterrupted(name, folder.path());
     // Read with the C runtime, which takes a pipe, a file or a console alike on every platform.
     char chunk[65536];
+    bool copied = true;
     for (;;) {
         const size_t got = std::fread(chunk, 1, sizeof chunk, stdin);
-        if (got > 0 && copy.write(chunk, static_cast<qint64>(got)) != static_cast<qint64>(got))
-            return QString();
+        if (got > 0 && std::fwrite(chunk, 1, got, copy) != got) {
+            copied = false;
+            break;
+        }
         if (got < sizeof chunk) {
-            if (std::ferror(stdin))
-                return QString();
+            copied = !std::ferror(stdin);
             break;
         }
     }
-    if (!copy.flush())
+    if (std::fclose(copy) != 0 || !copied)
         return QString();
-    path = copy.fileName();
+    path = name;
     return path;
 }
 

@@ -171,6 +171,10 @@ QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
+/// Has the tool remove `file` and then the folder `folder` when it is ended by an interrupt, a
+/// termination request or a closed terminal, before it ends as the signal would end it: the copy of
+/// standard input may be large. (On Windows, for the console's Ctrl+C, Ctrl+Break and close events.)
+void removeWhenInterrupted(const QString& file, const QString& folder);
 /// Makes the standard streams pass bytes as given, so that the tool's text and files written to "-" end
 /// lines with a line feed on every platform (Windows would add carriage returns) and "-" read as input
 /// keeps its own line ends.

@@ -1,6 +1,9 @@
 // ToolPlatform_posix.cpp - the terminal, the standard streams and file identity, on POSIX systems.
 #include "Tool.h"
 
+#include <QFile>
+
+#include <csignal>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,4 +28,36 @@ bool sameExistingFile(const QString& a, const QString& b)
     struct stat sa, sb;
     return ::stat(a.toUtf8().constData(), &sa) == 0 && ::stat(b.toUtf8().constData(), &sb) == 0 &&
            sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+namespace {
+// The file and folder that a signal ending the tool removes first, as NUL-terminated names.
+char g_removedFile[4096];
+char g_removedFolder[4096];
+
+extern "C" void removeAndEnd(int signal)
+{
+    ::unlink(g_removedFile);
+    ::rmdir(g_removedFolder);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+} // namespace
+
+void removeWhenInterrupted(const QString& file, const QString& folder)
+{
+    const QByteArray f = QFile::encodeName(file), d = QFile::encodeName(folder);
+    if (static_cast<size_t>(f.size()) >= sizeof g_removedFile || static_cast<size_t>(d.size()) >= sizeof g_removedFolder)
+        return;
+    std::memcpy(g_removedFile, f.constData(), static_cast<size_t>(f.size()) + 1);
+    std::memcpy(g_removedFolder, d.constData(), static_cast<size_t>(d.size()) + 1);
+    struct sigaction action = {};
+    action.sa_handler = removeAndEnd;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        // A signal the tool was started to ignore (nohup) stays ignored.
+        struct sigaction old = {};
+        if (::sigaction(signal, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+            ::sigaction(signal, &action, nullptr);
+    }
 }

@@ -1,6 +1,7 @@
 // ToolPlatform_win.cpp - the console, the standard streams and file identity, on Windows.
 #include "Tool.h"
 
+#include <QDir>
 #include <QTextCodec>
 #include <QTextDecoder>
 
@@ -87,4 +88,26 @@ void useBinaryStandardStreams()
     _setmode(_fileno(stdin), _O_BINARY); // "-" reads the bytes as they are, carriage returns included
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
+}
+
+namespace {
+// The file and folder that a console event ending the tool removes first.
+std::wstring g_removedFile;
+std::wstring g_removedFolder;
+
+BOOL WINAPI removeAndEnd(DWORD event)
+{
+    if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT || event == CTRL_CLOSE_EVENT) {
+        DeleteFileW(g_removedFile.c_str());
+        RemoveDirectoryW(g_removedFolder.c_str());
+    }
+    return FALSE; // the next handler, in the end the system's, ends the tool
+}
+} // namespace
+
+void removeWhenInterrupted(const QString& file, const QString& folder)
+{
+    g_removedFile = QDir::toNativeSeparators(file).toStdWString();
+    g_removedFolder = QDir::toNativeSeparators(folder).toStdWString();
+    SetConsoleCtrlHandler(removeAndEnd, TRUE);
 }
