@@ -6,6 +6,28 @@
 #include <windows.h>
 #include <shellapi.h>
 
+namespace {
+// `argument` as one parameter of a command line, in double quotes as the system's parser reads them: a
+// quote inside is escaped, and the backslashes before it or before the closing quote are doubled.
+std::wstring quotedParameter(const std::wstring& argument)
+{
+    std::wstring quoted(1, L'"');
+    size_t backslashes = 0;
+    for (const wchar_t c : argument) {
+        if (c == L'\\') {
+            ++backslashes;
+            continue;
+        }
+        quoted.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
+        quoted += c;
+        backslashes = 0;
+    }
+    quoted.append(backslashes * 2, L'\\');
+    quoted += L'"';
+    return quoted;
+}
+} // namespace
+
 namespace helpplatform {
 
 bool openWithSystemHandler(const QString& url)
@@ -26,7 +48,7 @@ QString programForFile(const QString& localFile)
 bool startProgram(const QString& program, const QString& argument)
 {
     const std::wstring wideProgram = program.toStdWString();
-    const std::wstring parameters = (QLatin1Char('"') + argument + QLatin1Char('"')).toStdWString();
+    const std::wstring parameters = quotedParameter(argument.toStdWString());
     const INT_PTR result = reinterpret_cast<INT_PTR>(
         ShellExecuteW(nullptr, L"open", wideProgram.c_str(), parameters.c_str(), nullptr, SW_SHOW));
     return result > 32;

@@ -314,6 +314,20 @@ TEST_F(WebPages, FakeBrowserReceivesTheUrls)
 #endif
 }
 
+// The whole URL is the program's one argument, byte for byte, whatever quotes or backslashes it holds: a
+// quote cannot end the argument and add options, and a last backslash cannot escape the closing quote.
+TEST_F(WebPages, QuotesAndBackslashesInAFileUrlStayInItsOneArgument)
+{
+    registerFakeBrowser();
+    writeFileBytes(path("page.html"), "<!DOCTYPE html>\n<html><head><title>t</title></head><body>x</body></html>\n");
+    const std::string page = fileUrlOf(path("page.html"));
+    for (const std::string& fragment : {std::string("#a\" --new-window \"b"), std::string("#dir\\"),
+                                        std::string("#two\\\\"), std::string("#x\\\"y\\"), std::string("#\"")}) {
+        ASSERT_TRUE(sp_OpenWebPage((page + fragment).c_str())) << fragment;
+        EXPECT_EQ(received(), page + fragment + "\n") << fragment;
+    }
+}
+
 TEST_F(WebPages, FragmentUrlOfAMissingFileIsNotOpened)
 {
     registerFakeBrowser();
