@@ -3,6 +3,7 @@
 #include "FileServices.h"
 #include "LoadTime_p.h"
 #include "Options.h"
+#include "PluginsPlatform_p.h"
 #include "QtSupport.h"
 #include "TextServices.h"
 
@@ -123,7 +124,7 @@ void* sp_GetLibraryFunction(const char* library, const char* function, bool useP
             if (checkSignatures && sp_VerifyEmbeddedSignature(candidate.c_str()) != 0)
                 continue;
             auto* module = new QLibrary(toQs(candidate));
-            if (module->load()) {
+            if (pluginsplatform::load(*module)) {
                 modules.append(module);
                 loaded = module;
                 break;
@@ -146,7 +147,7 @@ bool sp_LoadLibrary(const char* path)
     if (!path)
         return false;
     QLibrary library(QString::fromUtf8(path));
-    return library.load();
+    return pluginsplatform::load(library);
 }
 
 void sp_UnloadLibrary(const char* path)

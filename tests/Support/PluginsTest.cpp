@@ -8,6 +8,11 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
 
 #include <algorithm>
 #include <string>
@@ -240,3 +245,44 @@ TEST_F(Plugins, EmptyAndRelativeEntriesNeverMeanTheCurrentFolder)
     EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), nullptr, true, "sims", false), nullptr);
     QDir::setCurrent(before);
 }
+
+#ifdef Q_OS_WIN
+// A plug-in finds the module it imports in its own folder, where the system's loader would not look; a
+// module of that name planted in the current folder (one that returns 99) is not taken instead. Loading
+// leaves no reference behind: unloading the plug-in unloads its helper too.
+TEST_F(Plugins, ImportedModulesAreTakenFromThePluginsOwnFolder)
+{
+    const std::string module = "libDependentModule.dll";
+    // With its drive, as the current folder is on another one.
+    const std::string dirs = QFileInfo(QString::fromStdString(kDirs)).absoluteFilePath().toStdString();
+    const QString planted = QString::fromStdString(path("cwd"));
+    QDir().mkpath(planted);
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(dirs + "/planted/pluginhelper.dll"), planted + "/pluginhelper.dll"));
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(planted));
+    writeIni("deps=" + dirs + "/dependent");
+
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(module.c_str(), "dependentValue", true, "deps", false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 7);
+    EXPECT_EQ(sp_GetLibraryFunction(module.c_str(), nullptr, true, "deps", false), nullptr);
+    EXPECT_EQ(GetModuleHandleW(L"libDependentModule.dll"), nullptr);
+    EXPECT_EQ(GetModuleHandleW(L"pluginhelper.dll"), nullptr);
+
+    // Without the planted module the helper is found all the same.
+    ASSERT_TRUE(QFile::remove(planted + "/pluginhelper.dll"));
+    f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(module.c_str(), "dependentValue", true, "deps", false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 7);
+    EXPECT_EQ(sp_GetLibraryFunction(module.c_str(), nullptr, true, "deps", false), nullptr);
+    EXPECT_EQ(GetModuleHandleW(L"pluginhelper.dll"), nullptr);
+
+    // A module loaded by its path alone, which stays loaded: its helper is the one of its folder.
+    EXPECT_TRUE(sp_LoadLibrary((dirs + "/dependent/" + module).c_str()));
+    const auto helperValue = reinterpret_cast<IntFunction>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"pluginhelper.dll"), "helperValue")));
+    ASSERT_NE(helperValue, nullptr);
+    EXPECT_EQ(helperValue(), 7);
+    QDir::setCurrent(before);
+}
+#endif
