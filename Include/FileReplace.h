@@ -24,7 +24,9 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 /// - the replacement keeps the old file's permissions (and its owner where the process may set it; on
 ///   Windows its hidden, system, archive and not-indexed attributes, while its access list is the
 ///   folder's); a new file gets the permissions the process's file-mode mask gives.
-/// False when `path` is empty or a folder, when the file may not be written, or when anything fails.
+/// False when `path` is empty or a folder, when the file may not be written, when a Windows path in the
+/// long form ("\\?\C:\...") names a file that its ordinary form would not (a name ending in a dot or a
+/// blank, say), or when anything fails.
 /// `context` is only passed on to `write`: it stays the caller's.
 [[nodiscard]] SUPPORTQT_API bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context);
 

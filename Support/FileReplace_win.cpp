@@ -133,6 +133,34 @@ QString finalPath(const std::wstring& path, const QString& named)
     return isDevice(wideResolved) ? QString() : resolved;
 }
 
+// The ordinary form of a path written in the long form ("\\?\C:\..." or "\\?\UNC\server\share\..."),
+// which the system takes exactly as written: empty where the ordinary form would name another file (a
+// name with a last dot or blank, which the system drops, "." or "..", a device's name, a "/" within a
+// name) or where there is none (a volume named by its GUID). Any other path is returned as it is.
+QString ordinaryForm(const QString& path)
+{
+    QString ordinary;
+    if (path.startsWith(QLatin1String("\\\\?\\UNC\\"), Qt::CaseInsensitive))
+        ordinary = QStringLiteral("\\\\") + path.mid(8);
+    else if (path.startsWith(QLatin1String("\\\\?\\")))
+        ordinary = path.mid(4);
+    else
+        return path;
+    const bool onDrive = ordinary.size() >= 3 && ordinary[0].isLetter() && ordinary[1] == QLatin1Char(':') &&
+                         ordinary[2] == QLatin1Char('\\');
+    const bool onShare = ordinary.size() > 2 && ordinary.startsWith(QLatin1String("\\\\"));
+    if (!onDrive && !onShare)
+        return QString();
+    // The ordinary form names the same file only where the system's normalization leaves it as it is.
+    const std::wstring wide = ordinary.toStdWString();
+    std::vector<wchar_t> buffer(32768);
+    const DWORD n = GetFullPathNameW(wide.c_str(), static_cast<DWORD>(buffer.size()), buffer.data(), nullptr);
+    if (n == 0 || n >= buffer.size() ||
+        QString::fromWCharArray(buffer.data(), static_cast<int>(n)).compare(ordinary, Qt::CaseInsensitive) != 0)
+        return QString();
+    return ordinary;
+}
+
 // Whether the file's access list lets this process write it.
 bool mayWrite(const std::wstring& path)
 {
@@ -155,7 +183,12 @@ std::wstring scratchFile()
 
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
 {
-    const QString named = QFileInfo(toQs(path)).absoluteFilePath();
+    // A path in the long form goes on in its ordinary form, where that names the same file; it is refused
+    // otherwise, never turned into the name of another file.
+    const QString given = ordinaryForm(toQs(path));
+    if (given.isEmpty())
+        return false;
+    const QString named = QFileInfo(given).absoluteFilePath();
     const std::wstring wideNamed = QDir::toNativeSeparators(named).toStdWString();
     const DWORD namedAttributes = GetFileAttributesW(wideNamed.c_str());
     if (namedAttributes != INVALID_FILE_ATTRIBUTES && (namedAttributes & FILE_ATTRIBUTE_DEVICE || isDevice(wideNamed)))

@@ -132,6 +132,42 @@ TEST_F(FileReplace, TheNullDeviceIsWrittenInPlace)
 #endif
 
 #ifdef Q_OS_WIN
+// A path in the long form ("\\?\C:\...") names exactly its file: one whose name ends in a dot or a blank,
+// which the ordinary form would not reach, is refused and leaves the file without that dot alone.
+TEST_F(FileReplace, ALongFormPathNamesExactlyItsFile)
+{
+    const QString folder = QStringLiteral("\\\\?\\") + QDir::toNativeSeparators(QFileInfo(QString::fromStdString(m_dir)).absoluteFilePath());
+    const auto longForm = [&folder](const char* name) { return (folder + QLatin1Char('\\') + QLatin1String(name)).toStdString(); };
+    writeFileBytes(path("keep.txt"), "precious\n");
+    for (const char* name : {"keep.txt.", "keep.txt "}) {
+        const std::wstring wide = QString::fromStdString(longForm(name)).toStdWString();
+        const HANDLE h = CreateFileW(wide.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        ASSERT_NE(h, INVALID_HANDLE_VALUE) << name;
+        DWORD put = 0;
+        ASSERT_TRUE(WriteFile(h, "other\n", 6, &put, nullptr));
+        CloseHandle(h);
+
+        EXPECT_FALSE(replace(longForm(name), "new\n")) << name;
+        EXPECT_EQ(readFileBytes(path("keep.txt")), "precious\n") << name;
+        const HANDLE r = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(r, INVALID_HANDLE_VALUE) << name;
+        char buffer[16] = {};
+        DWORD got = 0;
+        EXPECT_TRUE(ReadFile(r, buffer, sizeof buffer, &got, nullptr));
+        CloseHandle(r);
+        EXPECT_EQ(std::string(buffer, got), "other\n") << name;
+        EXPECT_TRUE(DeleteFileW(wide.c_str())) << name;
+    }
+    // Nor does "..", which the long form does not resolve.
+    EXPECT_FALSE(replace(longForm("..\\keep.txt"), "new\n"));
+    // A name that both forms reach alike is replaced as through its ordinary form, with no file left beside it.
+    EXPECT_TRUE(replace(longForm("keep.txt"), "replaced\n"));
+    EXPECT_EQ(readFileBytes(path("keep.txt")), "replaced\n");
+    EXPECT_EQ(entries(), QStringList{"keep.txt"});
+}
+#endif
+
+#ifdef Q_OS_WIN
 // The replacement keeps the old file's hidden and system attributes, as it keeps a POSIX file's
 // permissions.
 TEST_F(FileReplace, TheOldFilesAttributesAreKept)
