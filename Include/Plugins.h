@@ -13,7 +13,8 @@ class QLibrary;
 /// loaded. With `usePluginDirs` the module is looked for in the category's plug-in directories, in
 /// their order ("%EXEPATH%/startup.ini", section "PluginDirs", key = category, directories separated by
 /// ";"; by default "%EXEPATH%/../plugins/CATEGORY"; empty entries are skipped and a relative entry is
-/// taken from the folder of startup.ini, never from the current folder). With `verify`, and when the version record asks for
+/// taken from the folder of startup.ini, never from the current folder; on Windows an entry from the root,
+/// "/dir", is on the drive of startup.ini, not the current one). With `verify`, and when the version record asks for
 /// signature checks, only modules whose embedded signature verifies are loaded. A function exported
 /// only as "_name" is found for "name". A null `function` unloads the module instead. Null when the
 /// module or the function cannot be found. The address belongs to the module and is valid until the

@@ -49,11 +49,11 @@ YArray<YString> pluginDirectories(const char* category)
         const QString directory = toQs(translated(entry)).trimmed();
         if (directory.isEmpty())
             continue;
-        // A path from the root of a drive ("/dir" on Windows) stays as it is, like an absolute one.
+        // A path from the root ("/dir") is on the drive of startup.ini on Windows, like an absolute one.
         const bool rooted = directory.startsWith(QLatin1Char('/')) || directory.startsWith(QLatin1Char('\\'));
-        directories.append(toYs(rooted || !QDir::isRelativePath(directory)
-                                    ? directory
-                                    : QDir::cleanPath(iniFolder.absoluteFilePath(directory))));
+        directories.append(toYs(rooted ? pluginsplatform::onDriveOf(directory, iniFolder.absolutePath())
+                                : !QDir::isRelativePath(directory) ? directory
+                                                                   : QDir::cleanPath(iniFolder.absoluteFilePath(directory))));
     }
     return directories;
 }

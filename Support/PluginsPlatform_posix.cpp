@@ -3,9 +3,12 @@
 #include "PluginsPlatform_p.h"
 
 #include <QLibrary>
+#include <QString>
 
 namespace pluginsplatform {
 
 bool load(QLibrary& library) { return library.load(); }
+
+QString onDriveOf(const QString& rooted, const QString&) { return rooted; }
 
 } // namespace pluginsplatform

@@ -32,4 +32,14 @@ bool load(QLibrary& library)
     return loaded;
 }
 
+QString onDriveOf(const QString& rooted, const QString& folder)
+{
+    // "//server/share" and "\\server\share" name a share, on no drive.
+    const bool share = rooted.startsWith(QLatin1String("//")) || rooted.startsWith(QLatin1String("\\\\"));
+    const QString absolute = QDir(folder).absolutePath();
+    if (share || absolute.size() < 2 || absolute[1] != QLatin1Char(':'))
+        return rooted;
+    return absolute.left(2) + rooted;
+}
+
 } // namespace pluginsplatform

@@ -20,7 +20,18 @@
 
 namespace {
 
-const std::string kDirs = PLUGIN_DIRS; // holds dir1 and dir2
+// Holds dir1 and dir2. (A build under Wine gives a path without a drive, which is on the current one; it
+// gets that drive, since an entry from the root in startup.ini is on the drive of startup.ini.)
+std::string pluginDirs()
+{
+    const QString dirs = QStringLiteral(PLUGIN_DIRS);
+#ifdef Q_OS_WIN
+    if (dirs.startsWith(QLatin1Char('/')) && !dirs.startsWith(QLatin1String("//")))
+        return (QDir::currentPath().left(2) + dirs).toStdString();
+#endif
+    return dirs.toStdString();
+}
+const std::string kDirs = pluginDirs();
 
 // The file-name suffix of the platform's loadable modules, and the test modules' file names.
 #ifdef Q_OS_WIN
@@ -245,6 +256,23 @@ TEST_F(Plugins, EmptyAndRelativeEntriesNeverMeanTheCurrentFolder)
     EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), nullptr, true, "sims", false), nullptr);
     QDir::setCurrent(before);
 }
+
+#ifdef Q_OS_WIN
+// An entry from the root ("/dir") is on the drive of startup.ini, whatever the current drive.
+TEST_F(Plugins, ARootedEntryIsOnTheDriveOfStartupIni)
+{
+    const QString mods = QString::fromStdString(path("mods"));
+    QDir().mkpath(mods);
+    writeFileBytes(path("mods/one" + kSuffix), "x");
+    const QString drive = QDir(mods).absolutePath().left(2);
+    ASSERT_EQ(drive[1], QLatin1Char(':')) << mods.toStdString();
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(drive.compare(QLatin1String("C:"), Qt::CaseInsensitive) == 0 ? "Z:/" : "C:/"));
+    writeIni("rooted=" + QDir(mods).absolutePath().mid(2).toStdString());
+    EXPECT_EQ(search("rooted"), (std::vector<std::string>{QDir(mods).absolutePath().toStdString() + "/one" + kSuffix}));
+    QDir::setCurrent(before);
+}
+#endif
 
 #ifdef Q_OS_WIN
 // A plug-in finds the module it imports in its own folder, where the system's loader would not look; a
