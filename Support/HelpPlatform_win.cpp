@@ -3,6 +3,7 @@
 
 #include <QDir>
 
+#include <vector>
 #include <windows.h>
 #include <shellapi.h>
 
@@ -56,9 +57,20 @@ bool startProgram(const QString& program, const QString& argument)
 
 bool hasProgramForFile(const QString& localFile)
 {
-    // The ANSI form, with the path in the system's code page.
+    // The ANSI form, with the path in the system's code page. A folder that the code page cannot spell (a
+    // temporary folder named in another script) goes by its short form, which it can where the volume
+    // keeps short names; the file keeps its own name, whose short form would end in ".HTM".
+    const QString native = QDir::toNativeSeparators(localFile);
+    QByteArray path = native.toLocal8Bit();
+    const int cut = native.lastIndexOf(QLatin1Char('\\'));
+    if (QString::fromLocal8Bit(path) != native && cut > 0) {
+        const std::wstring folder = native.left(cut).toStdWString();
+        std::vector<wchar_t> shortName(32768);
+        const DWORD n = GetShortPathNameW(folder.c_str(), shortName.data(), static_cast<DWORD>(shortName.size()));
+        if (n > 0 && n < shortName.size())
+            path = (QString::fromWCharArray(shortName.data(), static_cast<int>(n)) + native.mid(cut)).toLocal8Bit();
+    }
     char program[MAX_PATH] = {0};
-    const QByteArray path = QDir::toNativeSeparators(localFile).toLocal8Bit();
     return reinterpret_cast<INT_PTR>(FindExecutableA(path.constData(), nullptr, program)) > 32;
 }
 

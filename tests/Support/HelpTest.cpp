@@ -284,6 +284,27 @@ protected:
 
 #endif
 
+#ifdef Q_OS_WIN
+// The lookup of the program for ".html" files takes its path in the ANSI code page: a temporary folder
+// named in a script that the code page cannot spell is given by its short form, and the program is found.
+TEST_F(WebPages, AProgramIsFoundFromATemporaryFolderOfAnyName)
+{
+    registerFakeBrowser();
+    const QString folder = QString::fromStdString(path("")) + QString::fromUtf8("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E");
+    ASSERT_TRUE(QDir().mkpath(folder));
+    std::vector<wchar_t> oldTemp(32768), oldTmp(32768);
+    GetEnvironmentVariableW(L"TEMP", oldTemp.data(), 32768);
+    GetEnvironmentVariableW(L"TMP", oldTmp.data(), 32768);
+    const std::wstring wide = QDir::toNativeSeparators(folder).toStdWString();
+    SetEnvironmentVariableW(L"TEMP", wide.c_str());
+    SetEnvironmentVariableW(L"TMP", wide.c_str());
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    EXPECT_TRUE(QDir(folder).isEmpty()); // the probe file is gone again
+    SetEnvironmentVariableW(L"TEMP", oldTemp.data());
+    SetEnvironmentVariableW(L"TMP", oldTmp.data());
+}
+#endif
+
 TEST_F(WebPages, NoHandlerMeansNoWebPage)
 {
     EXPECT_FALSE(sp_HaveOpenWebPage());
