@@ -1,7 +1,7 @@
 // ToolPlatform_posix.cpp - the terminal, the standard streams and file identity, on POSIX systems.
 #include "Tool.h"
 
-#include <QFile>
+#include <QByteArray>
 
 #include <csignal>
 #include <cstring>
@@ -46,7 +46,8 @@ extern "C" void removeAndEnd(int signal)
 
 void removeWhenInterrupted(const QString& file, const QString& folder)
 {
-    const QByteArray f = QFile::encodeName(file), d = QFile::encodeName(folder);
+    // The names as the library's file functions take them: UTF-8.
+    const QByteArray f = file.toUtf8(), d = folder.toUtf8();
     if (static_cast<size_t>(f.size()) >= sizeof g_removedFile || static_cast<size_t>(d.size()) >= sizeof g_removedFolder)
         return;
     std::memcpy(g_removedFile, f.constData(), static_cast<size_t>(f.size()) + 1);
