@@ -225,12 +225,11 @@ TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
     EXPECT_EQ(zero.out, "");
     EXPECT_EQ(zero.err, "supportqt stats: cannot read the limits file /dev/zero\n");
 
-    const Result full = tool({"stats", file, "--csv", "/dev/full"});
-    EXPECT_EQ(full.code, 1);
-    EXPECT_EQ(full.err, "supportqt stats: cannot write /dev/full\n");
-    const Result html = tool({"stats", file, "--html", "/dev/full"});
-    EXPECT_EQ(html.code, 1);
-    EXPECT_EQ(html.err, "supportqt stats: cannot write /dev/full\n");
+    for (const char* option : {"--csv", "--html"}) {
+        const Result full = tool({"stats", file, option, "/dev/full"});
+        EXPECT_EQ(full.code, 1) << option;
+        EXPECT_EQ(full.err, "supportqt stats: cannot write /dev/full\n") << option;
+    }
 
     // The CSV of 60 runs is larger than the 1 KiB that the shell allows the tool to write to a file.
     const Result free = tool({"stats", file, "--csv", "-"});
