@@ -6,6 +6,7 @@
 #include <QVariant>
 
 #include <algorithm>
+#include <climits>
 #include <vector>
 
 namespace {
@@ -33,6 +34,12 @@ void outputRange(QObject* object, int* index, int* width)
     }
     const KV_FunctionDef* def = dynamic_cast<KV_FunctionDef*>(object);
     *width = def && def->isMultiElement() ? def->getNumElements() : 1;
+    // A range that the int count of a result cannot hold, or a negative element count, is no range:
+    // such a widget produces nothing, rather than writing past the end of what is allocated.
+    if (*width < 0 || static_cast<long long>(*index) + *width > INT_MAX) {
+        *index = -1;
+        *width = 0;
+    }
 }
 
 QList<QObject*> descendants(QDialog* dialog)

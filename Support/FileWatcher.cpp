@@ -3,6 +3,7 @@
 #include "QtSupport.h"
 
 #include <QFileInfo>
+#include <QVariant>
 
 YFileWatcher::YFileWatcher() : m_watcher(new FileSystemWatcherImpl)
 {
@@ -17,9 +18,24 @@ YFileWatcher::YFileWatcher(const YString& path) : m_watcher(new FileSystemWatche
 
 YFileWatcher::YFileWatcher(const YFileWatcher& other) : m_watcher(other.m_watcher) {}
 
+namespace {
+// A property of the Qt watcher: how many of its notifications are being delivered to the client now.
+const char* const kDelivering = "supportqtDelivering";
+}
+
 YFileWatcher::~YFileWatcher()
 {
-    delete m_watcher.data();
+    FileSystemWatcherImpl* const watcher = m_watcher.data();
+    if (!watcher)
+        return;
+    // A client that deletes itself while it hears of a change deletes the watcher in the middle of its
+    // own signal, which Qt goes on delivering: the watcher is then silenced and left to the event loop.
+    if (watcher->property(kDelivering).toInt() > 0) {
+        watcher->disconnect();
+        watcher->deleteLater();
+    } else {
+        delete watcher;
+    }
 }
 
 void YFileWatcher::addPath(const YString& path)
@@ -32,6 +48,10 @@ void YFileWatcher::addPath(const YString& path)
 
 void YFileWatcher::connectWatcher()
 {
-    QObject::connect(m_watcher.data(), &QFileSystemWatcher::directoryChanged, m_watcher.data(),
-                     [this](const QString& path) { onDirectoryChanged(toYs(path)); });
+    FileSystemWatcherImpl* const watcher = m_watcher.data();
+    QObject::connect(watcher, &QFileSystemWatcher::directoryChanged, watcher, [this, watcher](const QString& path) {
+        watcher->setProperty(kDelivering, watcher->property(kDelivering).toInt() + 1);
+        onDirectoryChanged(toYs(path)); // may delete this client, never the watcher
+        watcher->setProperty(kDelivering, watcher->property(kDelivering).toInt() - 1);
+    });
 }

@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QVariant>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -167,6 +168,30 @@ TEST(DialogBinding, MultiElementWidgetFillsItsRange)
     EXPECT_STREQ(s[1], "m0");
     EXPECT_STREQ(s[3], "m2");
     freeResult(&strings);
+}
+
+// A widget whose range an int count cannot hold (its last element past 2147483647), or whose element
+// count is negative, produces nothing: the result holds the other widgets' elements and no write goes past
+// its end.
+TEST(DialogBinding, ARangeBeyondTheCountOfAResultProducesNothing)
+{
+    QDialog dialog;
+    auto* single = tagged(new ValueWidget(&dialog), 0);
+    single->setProperty("realValue", 7.0);
+    auto* far = tagged(new MultiWidget(&dialog, 2), INT_MAX - 1);
+    auto* negative = tagged(new MultiWidget(&dialog, -5), 3);
+    auto* last = tagged(new MultiWidget(&dialog, 1), INT_MAX - 1);
+    EXPECT_EQ(di_GetNumOutputElements(&dialog), INT_MAX);
+    delete last;
+    EXPECT_EQ(di_GetNumOutputElements(&dialog), 1);
+    UserFunctionInterface call = makeCall();
+    UserReturnData reals;
+    di_ReadDialog(&call, &reals, &dialog, UserDataReal, true);
+    ASSERT_EQ(reals.count, 1);
+    EXPECT_EQ(static_cast<double*>(reals.values)[0], 7.0);
+    freeResult(&reals);
+    (void)far;
+    (void)negative;
 }
 
 TEST(DialogBinding, InitialiseFromArguments)

@@ -89,6 +89,32 @@ TEST_F(FileWatch, CopySharesTheWatcherAndEachDeletesIt)
     EXPECT_TRUE(watcher.calls.empty());
 }
 
+// A client may delete itself while it hears of a change, though changes in other watched folders are
+// still being delivered: it hears of one, and nothing is touched after it is gone.
+TEST_F(FileWatch, AClientMayDeleteItselfWhenItHearsOfAChange)
+{
+    struct SelfDeleting : YFileWatcher {
+        explicit SelfDeleting(int* calls) : m_calls(calls) {}
+        void onDirectoryChanged(const YString&) override
+        {
+            ++*m_calls;
+            delete this;
+        }
+        int* m_calls;
+    };
+    int calls = 0;
+    auto* watcher = new SelfDeleting(&calls);
+    for (const char* folder : {"a", "b", "c"}) {
+        ASSERT_TRUE(QDir().mkpath(QString::fromStdString(path(folder))));
+        watcher->addPath(YString(path(folder).c_str()));
+    }
+    for (const char* file : {"a/x", "b/x", "c/x", "a/y", "b/y"})
+        writeFileBytes(path(file), "x");
+    spin(3000, [&] { return calls > 0; });
+    spin(300, [] { return false; });
+    EXPECT_EQ(calls, 1);
+}
+
 TEST(FileSystemWatcherImpl, HasItsOwnClassName)
 {
     FileSystemWatcherImpl impl;
