@@ -60,7 +60,8 @@ struct Registry {
     void fill(Name& n)
     {
         for (Slot& s : n.slots)
-            *s.address = n.definitions.empty() ? s.defaultValue : n.definitions.front().function;
+            if (s.address) // a call registered without a slot has nothing to fill
+                *s.address = n.definitions.empty() ? s.defaultValue : n.definitions.front().function;
     }
     void record(const char* what, const std::string& name, const std::string& file, int line)
     {

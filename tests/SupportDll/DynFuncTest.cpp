@@ -45,6 +45,22 @@ TEST(DynFunc, WithdrawingTheFirstDefinitionHandsSlotsToTheNext)
     EXPECT_EQ(slot(), 2);
 }
 
+// A call registered without a slot has nothing to fill: definitions come and go beside it, and the
+// slots of other calls of the name are filled as ever.
+TEST(DynFunc, ACallWithoutASlotIsPassedOver)
+{
+    IntFn* none = nullptr;
+    RegisterDynFuncCall bare(none, "sqTestFn3", true, "tests/DynFuncTest", 8);
+    IntFn slot = &fallback;
+    RegisterDynFuncCall call(&slot, "sqTestFn3", true, "tests/DynFuncTest", 9);
+    {
+        RegisterDynFuncDef def("sqTestFn3", &first, "tests/DynFuncTest", 10);
+        EXPECT_EQ(slot(), 1);
+        EXPECT_NE(sp_FindDynFuncDef("sqTestFn3"), nullptr);
+    }
+    EXPECT_EQ(slot(), -1);
+}
+
 TEST(DynFunc, NamesCompareExactly)
 {
     IntFn slot = &fallback;
