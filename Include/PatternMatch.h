@@ -13,6 +13,10 @@ class QObject;
 /// one or more characters (never none), "?" for one; "\*" and "\?" are literal; brackets, parentheses,
 /// braces, "." and "+" are literal; "^", "$", "|" and "\" keep their regular-expression meaning. The
 /// match is not anchored. Null arguments count as empty.
+///
+/// Here and in the `QRegExp` matchers below, a pattern whose groups nest deeper than 250, or whose counts
+/// ("{n}", "{n,m}") would make it more than 10000 atoms long, counts as invalid, as does one that runs
+/// out of memory: the parser would overflow the stack or take gigabytes.
 SUPPORTQT_API int sp_GlobMatch(const char* pattern, const char* text);
 /// Position of the first match of the regular expression in `text`, or -1 (also for an invalid one).
 SUPPORTQT_API int sp_RegexpMatch(const char* pattern, const char* text);

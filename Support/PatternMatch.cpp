@@ -6,6 +6,10 @@
 #include <QRegExp>
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <new>
+#include <vector>
+
 namespace {
 
 QString fromUtf8(const char* text) { return QString::fromUtf8(text ? text : ""); }
@@ -27,12 +31,95 @@ QString globToRegExp(const QString& glob)
     return p;
 }
 
+// QRegExp parses groups by recursion and builds a copy of a repeated part for each count of "{n}": a
+// pattern nested deeper than this, or whose counts would build more atoms than this, is taken as
+// invalid, rather than overflow the stack or take gigabytes.
+constexpr int kMaxGroupDepth = 250;
+constexpr double kMaxAtoms = 10000;
+
+// The count a "{n}", "{n,}" or "{n,m}" at `i` repeats its part by (the larger bound), moving `i` past it;
+// 1 when no count starts at `i`.
+double repetitionAt(const QString& p, int& i)
+{
+    if (i >= p.size() || p[i] != QLatin1Char('{'))
+        return 1;
+    double largest = 1, value = 0;
+    bool digits = false;
+    int j = i + 1;
+    for (; j < p.size() && p[j] != QLatin1Char('}'); ++j) {
+        if (p[j].isDigit()) {
+            value = value * 10 + p[j].digitValue();
+            digits = true;
+        } else if (p[j] == QLatin1Char(',')) {
+            largest = std::max(largest, value);
+            value = 0;
+        } else {
+            return 1; // not a count: QRegExp's own parser decides what it is
+        }
+    }
+    if (j >= p.size() || !digits)
+        return 1;
+    i = j + 1;
+    return std::max(largest, value);
+}
+
+// Whether QRegExp can take the pattern within the bounds above.
+bool withinBounds(const QString& p)
+{
+    std::vector<double> atoms{0}; // the atoms of each open group, the whole pattern first
+    for (int i = 0; i < p.size();) {
+        const QChar c = p[i];
+        double part = 0;
+        if (c == QLatin1Char('(')) {
+            if (static_cast<int>(atoms.size()) > kMaxGroupDepth)
+                return false;
+            atoms.push_back(0);
+            ++i;
+            continue;
+        }
+        if (c == QLatin1Char(')') && atoms.size() > 1) {
+            part = atoms.back();
+            atoms.pop_back();
+            ++i;
+        } else if (c == QLatin1Char('[')) {
+            // A class is one atom: up to its "]", which may come first in it.
+            int j = i + 1;
+            if (j < p.size() && p[j] == QLatin1Char('^'))
+                ++j;
+            if (j < p.size() && p[j] == QLatin1Char(']'))
+                ++j;
+            while (j < p.size() && p[j] != QLatin1Char(']'))
+                j += p[j] == QLatin1Char('\\') ? 2 : 1;
+            i = j + 1;
+            part = 1;
+        } else {
+            i += c == QLatin1Char('\\') ? 2 : 1;
+            part = 1;
+        }
+        atoms.back() += part * repetitionAt(p, i);
+        if (atoms.back() > kMaxAtoms)
+            return false;
+    }
+    return true;
+}
+
+// The first match of `re` in `text` from position 0, or -1 when the pattern is invalid or out of the
+// bounds, or memory runs out.
+int firstMatch(const QString& pattern, const QString& text, Qt::CaseSensitivity cs)
+{
+    try {
+        if (!withinBounds(pattern))
+            return -1;
+        const QRegExp re(pattern, cs, QRegExp::RegExp);
+        return re.isValid() ? re.indexIn(text, 0) : -1;
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
 int regexpMatch(const char* pattern, const char* text, Qt::CaseSensitivity cs)
 {
-    const QRegExp re(fromUtf8(pattern), cs, QRegExp::RegExp);
-    if (!re.isValid())
-        return -1;
-    return re.indexIn(fromUtf8(text), 0);
+    return firstMatch(fromUtf8(pattern), fromUtf8(text), cs);
 }
 
 bool classPasses(const QObject* object, const char* className)
@@ -66,10 +153,7 @@ void collect(const QObject* parent, const char* className, const char* objectNam
 
 int sp_GlobMatch(const char* pattern, const char* text)
 {
-    const QRegExp re(globToRegExp(fromUtf8(pattern)), Qt::CaseSensitive, QRegExp::RegExp);
-    if (!re.isValid())
-        return -1;
-    return re.indexIn(fromUtf8(text), 0);
+    return firstMatch(globToRegExp(fromUtf8(pattern)), fromUtf8(text), Qt::CaseSensitive);
 }
 
 int sp_RegexpMatch(const char* pattern, const char* text) { return regexpMatch(pattern, text, Qt::CaseSensitive); }
@@ -92,22 +176,28 @@ bool sp_RegularExpressionMatch(const YString& text, const YString& pattern, YArr
 
 bool sp_RegExpMatches(const YArray<YString>& patterns, const YString& text, YArray<YString>* pieces)
 {
-    const QString subject = toQs(text);
-    int position = 0;
-    bool result = true;
-    for (const YString& pattern : patterns) {
-        // QRegExp's caret matches only at position 0 of the whole text, whatever the search position.
-        const QRegExp re(toQs(pattern), Qt::CaseSensitive, QRegExp::RegExp);
-        const int at = re.isValid() ? re.indexIn(subject, position, QRegExp::CaretAtZero) : -1;
-        if (at != position)
-            result = false;
-        if (at < 0)
-            break;
-        if (pieces)
-            pieces->append(toYs(re.cap(0)));
-        position += re.matchedLength();
+    try {
+        const QString subject = toQs(text);
+        int position = 0;
+        bool result = true;
+        for (const YString& pattern : patterns) {
+            // QRegExp's caret matches only at position 0 of the whole text, whatever the search position.
+            const QString source = toQs(pattern);
+            const bool bounded = withinBounds(source);
+            const QRegExp re(bounded ? source : QString(), Qt::CaseSensitive, QRegExp::RegExp);
+            const int at = bounded && re.isValid() ? re.indexIn(subject, position, QRegExp::CaretAtZero) : -1;
+            if (at != position)
+                result = false;
+            if (at < 0)
+                break;
+            if (pieces)
+                pieces->append(toYs(re.cap(0)));
+            position += re.matchedLength();
+        }
+        return result;
+    } catch (const std::bad_alloc&) {
+        return false; // memory ran out: no match
     }
-    return result;
 }
 
 QList<QObject*> qtsp_QueryList(const QObject* parent, const char* className, const char* objectName, bool,

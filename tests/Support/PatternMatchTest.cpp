@@ -110,6 +110,40 @@ TEST(RegexpMatch, CaseSensitiveAndNot)
     EXPECT_EQ(sp_RegexpMatch("\xC3\xA9", "a\xC3\xA9"), 1);
 }
 
+// Patterns the parser would overflow the stack on, or build gigabytes for, are invalid: -1 at once. Up to
+// the bounds they match as ever.
+TEST(RegexpMatch, PatternsBeyondTheBoundsAreInvalid)
+{
+    const auto nested = [](int depth, const std::string& open, const std::string& close) {
+        std::string p;
+        for (int i = 0; i < depth; ++i)
+            p += open;
+        p += "a";
+        for (int i = 0; i < depth; ++i)
+            p += close;
+        return p;
+    };
+    EXPECT_EQ(sp_RegexpMatch(nested(250, "(", ")").c_str(), "xa"), 1);
+    EXPECT_EQ(sp_RegexpMatch(nested(251, "(", ")").c_str(), "xa"), -1);
+    EXPECT_EQ(sp_RegexpMatch(nested(20000, "(", ")").c_str(), "xa"), -1);
+    EXPECT_EQ(sp_RegexpMatch_i(nested(20000, "(?:", ")").c_str(), "A"), -1);
+    EXPECT_EQ(sp_GlobMatch(nested(30000, "\\(", "\\)").c_str(), "a"), -1);
+    YArray<YString> patterns;
+    patterns.append(YString(nested(20000, "(", ")").c_str()));
+    YArray<YString> pieces;
+    EXPECT_FALSE(sp_RegExpMatches(patterns, YString("a"), &pieces));
+    EXPECT_EQ(pieces.count(), 0);
+
+    const std::string thousand(1000, 'a');
+    EXPECT_EQ(sp_RegexpMatch("(a){1000}", ("b" + thousand).c_str()), 1);
+    EXPECT_EQ(sp_RegexpMatch("x{2,1000}", "axxx"), 1);
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){500}", "abxx"), 1); // 5001 atoms
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){1000}", "abxx"), -1); // 10001
+    EXPECT_EQ(sp_RegexpMatch("((a){1000}){1000}", "a"), -1);
+    EXPECT_EQ(sp_RegexpMatch("(((a){1000}){1000}){1000}", "a"), -1);
+    EXPECT_EQ(sp_RegexpMatch("[{]{3}(b|c){2}", "{{{cb"), 0);
+}
+
 TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
 {
     YArray<YString> captures;
