@@ -29,7 +29,8 @@ SUPPORTQT_API YString sp_GetFormattedFileDate(const char* path);
 SUPPORTQT_API YString sp_GetFormattedFileTime(FILE* file);
 /// The modification time of day of the file at `path`; empty for a null path.
 SUPPORTQT_API YString sp_GetFormattedFileTime(const char* path);
-/// The local path named by a "file://" URL or by a plain path (returned with forward slashes).
+/// The local path named by a "file://" URL or by a plain path (returned with forward slashes); empty when
+/// it would hold a NUL ("%00"), which no file's name does.
 SUPPORTQT_API QString sp_GetLocalFileFromUrl(QString url);
 /// The same on UTF-8 text.
 SUPPORTQT_API YString sp_GetLocalFileFromUrl(YString url);

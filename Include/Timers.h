@@ -1,5 +1,6 @@
 // Timers.h - numbered timers for modules without Qt objects: a callback object per timer, named by a
-// plain integer id. Timers fire while the creating thread runs its event loop. No Qt types appear here.
+// plain integer id. Timers fire while the creating thread runs its event loop. Every function here is
+// for one thread, the user-interface thread: the list of timers has no lock. No Qt types appear here.
 #pragma once
 
 #include "SupportQtExport.h"

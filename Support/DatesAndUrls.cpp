@@ -88,7 +88,10 @@ QString sp_GetLocalFileFromUrl(QString url)
 {
     const QString text = forwardSlashes(url);
     const QUrl parsed = text.startsWith(QLatin1String("file://")) ? QUrl(text) : QUrl::fromLocalFile(text);
-    return parsed.toLocalFile();
+    const QString path = parsed.toLocalFile();
+    // A NUL (a "%00" in the URL) is in no file's name; a caller reading the name as C text would open
+    // the file named by the part before it.
+    return path.contains(QChar(0)) ? QString() : path;
 }
 
 YString sp_GetLocalFileFromUrl(YString url) { return toYs(sp_GetLocalFileFromUrl(toQs(url))); }

@@ -118,6 +118,10 @@ TEST(DatesAndUrls, LocalFileFromUrl)
 #endif
     EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///tmp/a%20b/c.txt")), "/tmp/a b/c.txt");
     EXPECT_STREQ(sp_GetLocalFileFromUrl(YString("file:///tmp/x%C3%A9.txt")).c_str(), "/tmp/x\xC3\xA9.txt");
+    // A "%00" would put a NUL in the name, which would end it early as C text: no path.
+    EXPECT_EQ(sp_GetLocalFileFromUrl(YString("file:///etc/passwd%00.txt")).length(), 0);
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///tmp/a%00b")), QString());
+    EXPECT_EQ(sp_GetLocalFileFromUrl(QString("file:///tmp/a%2500b")), "/tmp/a%00b");
 }
 
 TEST(DatesAndUrls, TextsThatAreNotFileUrlsAreTakenAsPaths)
