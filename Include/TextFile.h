@@ -36,7 +36,8 @@ SUPPORTQT_API void sp_WriteTextFile(const QString& path, const QString& text, co
 /// time so that a file of any size takes bounded memory, stores its path in `*tempPath` and returns true;
 /// otherwise returns false and leaves `*tempPath` alone. A UTF-16 file whose text cannot be read (or, for
 /// a pipe or device, which is decoded whole, loaded) also gives false, with the path stored and no copy
-/// left there; errors writing the copy are not reported.
+/// left there; errors writing the copy are not reported. A pipe or device is read once, whole (up to 64
+/// MiB): what it gave is then gone from it, so a false result for one leaves nothing to read there.
 [[nodiscard]] SUPPORTQT_API bool sp_ConvertWideTextFile(const YString& path, YString* tempPath);
 
 /// Scope guard over `sp_ConvertWideTextFile`: `getPath` is the UTF-8 copy of a UTF-16 file, or the given

@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -162,6 +163,8 @@ bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
     return written && file.error() == QFileDevice::NoError;
 }
 
+QString decodeBytes(QByteArray bytes, const char* encoding);
+
 // The text of the file sp_LoadFile opened; `*ok` false, with an empty text, when it passes its limit.
 QString loadOpenFile(QFile& file, bool isFile, const char* encoding, bool* ok)
 {
@@ -170,7 +173,12 @@ QString loadOpenFile(QFile& file, bool isFile, const char* encoding, bool* ok)
     if (bytes.size() > (isFile ? kMaxLoadFileBytes : kMaxLoadStreamBytes))
         return QString();
     *ok = true;
+    return decodeBytes(std::move(bytes), encoding);
+}
 
+// The text of a file's bytes, decoded as sp_LoadFile decodes them.
+QString decodeBytes(QByteArray bytes, const char* encoding)
+{
     bool isWide, isDos, isMac, isLittleEndian;
     classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
     const char* name = encoding ? encoding : "auto";
@@ -253,6 +261,40 @@ void sp_WriteTextFile(const QString& path, const QString& text, const char* enco
 }
 
 namespace {
+
+// Whether the path names a pipe, a device or a socket: bytes that can be read once only, which the
+// conversion below therefore reads once, whole, up to sp_LoadFile's limit for them.
+bool isStream(const QString& path)
+{
+    const QFileInfo info(path);
+    return !path.isEmpty() && info.exists() && !info.isFile() && !info.isDir();
+}
+
+// The bytes of a stream, read once; false when it cannot be opened or passes the limit.
+bool readStream(const QString& path, QByteArray* bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    *bytes = file.read(kMaxLoadStreamBytes + 1);
+    return bytes->size() <= kMaxLoadStreamBytes && file.error() == QFileDevice::NoError;
+}
+
+bool isWideText(const QByteArray& bytes)
+{
+    bool isWide, isDos, isMac, isLittleEndian;
+    classify(bytes.constData(), bytes.size(), isWide, isDos, isMac, isLittleEndian);
+    return isWide;
+}
+
+// The UTF-8 text of UTF-16 bytes, without a leading U+FEFF, as decodeWide gives it.
+QByteArray wideToUtf8(const QByteArray& bytes)
+{
+    QString text = decodeBytes(bytes, "auto");
+    if (text.startsWith(QChar(0xFEFF)))
+        text.remove(0, 1);
+    return text.toUtf8();
+}
 
 // Whether the file is UTF-16, by the format its first 1,024 bytes show.
 bool isWideFile(const QString& path)
@@ -389,6 +431,24 @@ Copy writeWideCopy(const QString& path, const QString& temp)
 
 bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
 {
+    if (isStream(toQs(path))) {
+        QByteArray bytes;
+        try {
+            if (!readStream(toQs(path), &bytes) || !isWideText(bytes))
+                return false;
+            bytes = wideToUtf8(bytes);
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        const YString temp = sp_GetTempFile();
+        if (tempPath)
+            *tempPath = temp;
+        // As for a file, errors writing the copy are not reported.
+        QFile out(toQs(temp));
+        if (!temp.isEmpty() && out.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            out.write(bytes);
+        return true;
+    }
     if (!isWideFile(toQs(path)))
         return false;
     YString temp = sp_GetTempFile();
@@ -403,6 +463,19 @@ bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
 
 textfile::WideText textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
 {
+    if (isStream(toQs(path))) {
+        // Read once, whole: its bytes as they are, or the UTF-8 text of UTF-16 ones.
+        try {
+            if (readStream(toQs(path), utf8)) {
+                if (isWideText(*utf8))
+                    *utf8 = wideToUtf8(*utf8);
+                return WideText::InMemory;
+            }
+        } catch (const std::bad_alloc&) {
+        }
+        utf8->clear();
+        return WideText::Unheld;
+    }
     if (!isWideFile(toQs(path)))
         return WideText::NotWide;
     const YString temp = sp_GetTempFile();

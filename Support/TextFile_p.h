@@ -13,7 +13,9 @@ enum class WideText {
     NotWide,  ///< no UTF-16 file: it reads as it is
     Copied,   ///< the path of its UTF-8 copy is in `*tempPath`
     InMemory, ///< the copy could not be written whole (an unusable temporary folder, a full disk): the
-              ///< partial copy is removed and `*text` holds the UTF-8 text, so that no shortened file is read
+              ///< partial copy is removed and `*text` holds the UTF-8 text, so that no shortened file is read;
+              ///< and any pipe, device or socket, which is read once, whole (up to 64 MiB): `*text` holds
+              ///< its bytes, or the UTF-8 text of UTF-16 ones
     Unheld,   ///< the text could not be read (a read error, memory that cannot hold a block, a pipe or
               ///< device beyond sp_LoadFile's limits), or, when no copy could be written, held in memory
 };

@@ -4,15 +4,27 @@
 
 #include <QFile>
 #include "TextFile.h"
+#include "NetlistStream.h"
 
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTextCodec>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
 #include <random>
 #include <string>
 #include <vector>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -201,6 +213,69 @@ TEST_F(TextFile, WideFileBecomesATemporaryUtf8CopyThatTheGuardDeletes)
     }
     EXPECT_FALSE(sp_ExistFile(temp.c_str()));
 }
+
+#ifndef _WIN32
+namespace {
+// Runs `read` on its own thread while another writes `bytes` into a new FIFO at `fifo` and closes it;
+// false when `read` has not returned within ten seconds (it opened the FIFO a second time, and waits for a
+// writer that is gone).
+bool readWhileWritten(const std::string& fifo, const std::string& bytes, std::function<void()> read)
+{
+    EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::thread writer([fifo, bytes] {
+        const int fd = open(fifo.c_str(), O_WRONLY);
+        if (fd >= 0) {
+            EXPECT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+            close(fd);
+        }
+    });
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> finished = done->get_future();
+    std::thread([done, read] {
+        read();
+        done->set_value();
+    }).detach();
+    const bool ready = finished.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    if (!ready) {
+        // Let the waiting open go, and the reading end, before what it writes to goes.
+        const int fd = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+        if (fd >= 0)
+            close(fd);
+        finished.wait_for(std::chrono::seconds(10));
+    }
+    writer.join();
+    return ready;
+}
+} // namespace
+
+// A pipe is read once, whole: a UTF-16 text from one becomes its UTF-8 copy, and an 8-bit netlist from one
+// reaches the reader whole, first line included. (Reading the head to tell them apart and then opening
+// the pipe again lost the head, or waited for ever for a writer that was gone.)
+TEST_F(TextFile, APipeIsReadOnceWhole)
+{
+    const std::string wide = s("\xFF\xFE" "R\0" "1\0\r\0\n\0\xA9\x03\r\0\n\0", 16);
+    std::string copy;
+    ASSERT_TRUE(readWhileWritten(path("wide.fifo"), wide, [&] {
+        WideTextFileConverter converter(YString(path("wide.fifo").c_str()));
+        copy = readFileBytes(converter.getPath().c_str());
+    }));
+    EXPECT_EQ(copy, "R1\n\xCE\xA9\n");
+
+    std::string netlist = "title\n";
+    for (int i = 0; i < 300; ++i)
+        netlist += "R" + std::to_string(i) + " a b 1k\n";
+    std::vector<std::string> lines;
+    ASSERT_TRUE(readWhileWritten(path("plain.fifo"), netlist, [&] {
+        SpiceStream in(path("plain.fifo").c_str(), SpiceLanguageNative);
+        YString line;
+        while (in.gets(&line, nullptr, nullptr, nullptr))
+            lines.push_back(line.c_str());
+    }));
+    ASSERT_EQ(lines.size(), 301u);
+    EXPECT_EQ(lines[0], "title");
+    EXPECT_EQ(lines[300], "R299 a b 1k");
+}
+#endif
 
 TEST_F(TextFile, EightBitFileIsLeftAlone)
 {
