@@ -30,10 +30,10 @@ private:
 /// terminates it wherever it is (on POSIX systems the body may be cancelled at any instruction, as a
 /// thread is ended by force on Windows): a body ended so may leave locks it held, of the C library too,
 /// so bodies that can run long should end through `requestTerminate` or flags of their own. A body may
-/// destroy its own thread object; the thread then ends when the body returns. A started body that has
-/// not begun when the object is destroyed never runs. The wait happens in this class's destructor, after
-/// the subclass's own is done: a subclass whose body may be running when it is destroyed waits for it
-/// in its own destructor, or the body goes on with a half-destroyed object.
+/// destroy its own thread object; the thread then ends when the body returns. The wait happens in this
+/// class's destructor, after the subclass's own is done: a subclass that may be destroyed between
+/// `start` and the body's return (even before the body has begun) waits in its own destructor, or the
+/// body is called on, or goes on with, a half-destroyed object.
 class SUPPORTQT_API KvQThread {
 public:
     KvQThread();

@@ -10,8 +10,6 @@
 #include <QSet>
 #include <QThread>
 
-#include <atomic>
-
 #ifndef _WIN32
 #include <pthread.h>
 #endif
@@ -20,20 +18,10 @@
 class KvThreadImpl : public QThread {
 public:
     explicit KvThreadImpl(KvQThread* owner) : m_owner(owner) {}
-    /// Called as the owner is destroyed: true when a started body has not begun, which then never does
-    /// (its subclass is gone; calling it would call a pure virtual function).
-    bool cancelBody()
-    {
-        int expected = NotBegun;
-        return m_body.compare_exchange_strong(expected, Cancelled);
-    }
 
 protected:
     void run() override
     {
-        int expected = NotBegun;
-        if (!m_body.compare_exchange_strong(expected, Begun))
-            return;
 #ifndef _WIN32
         // A forced end must stop even a body that never makes a system call: the POSIX cancellation
         // Qt's terminate uses would otherwise wait for one forever. Only the body is cancellable at any
@@ -48,9 +36,7 @@ protected:
     }
 
 private:
-    enum { NotBegun, Begun, Cancelled };
     KvQThread* m_owner;
-    std::atomic<int> m_body{NotBegun};
 };
 
 KvMutex::KvMutex() : m_mutex(new QMutex) {}
@@ -90,7 +76,6 @@ KvQThread::~KvQThread()
         QObject::connect(m_impl, &QThread::finished, m_impl, &QObject::deleteLater);
         return;
     }
-    m_impl->cancelBody();
     if (m_impl->isRunning() && !m_impl->wait(1000)) {
         m_impl->terminate();
         m_impl->wait();

@@ -139,32 +139,6 @@ TEST(KvQThread, ABodyThatNeverCallsTheSystemIsTerminatedToo)
     EXPECT_LT(ms, 5000);
 }
 
-// A thread object destroyed right after its start: a body that had not begun by then never does, since
-// its subclass is gone (it would be a call of a pure virtual function, which aborts); one that had begun
-// is waited for. Either way each body runs whole or not at all.
-TEST(KvQThread, DestroyedRightAfterItsStartTheBodyRunsWholeOrNotAtAll)
-{
-    struct Counted : KvQThread {
-        explicit Counted(std::atomic<int>* begun, std::atomic<int>* ended) : m_begun(begun), m_ended(ended) {}
-        void threadBody() override
-        {
-            std::atomic<int>* const ended = m_ended;
-            ++*m_begun;
-            ++*ended;
-        }
-        std::atomic<int>* m_begun;
-        std::atomic<int>* m_ended;
-    };
-    std::atomic<int> begun{0}, ended{0};
-    for (int i = 0; i < 200; ++i) {
-        auto* t = new Counted(&begun, &ended);
-        t->start();
-        delete t;
-    }
-    EXPECT_EQ(begun.load(), ended.load());
-    EXPECT_LE(begun.load(), 200);
-}
-
 TEST(KvQThread, ABodyMayDestroyItsOwnThread)
 {
     std::atomic<int> stage{0};
