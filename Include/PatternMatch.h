@@ -15,8 +15,9 @@ class QObject;
 /// match is not anchored. Null arguments count as empty.
 ///
 /// Here and in the `QRegExp` matchers below, a pattern whose groups nest deeper than 250, or whose counts
-/// ("{n}", "{n,m}") would make it more than 10000 atoms long, counts as invalid, as does one that runs
-/// out of memory: the parser would overflow the stack or take gigabytes.
+/// ("{n}", "{n,m}", nested or not) would add more than 100000 atoms to it, counts as invalid, as does one
+/// that runs out of memory: the parser would overflow the stack or take gigabytes and minutes. The
+/// optional copies of "{n,m}" count as the square of m - n, for the links QRegExp builds between them.
 SUPPORTQT_API int sp_GlobMatch(const char* pattern, const char* text);
 /// Position of the first match of the regular expression in `text`, or -1 (also for an invalid one).
 SUPPORTQT_API int sp_RegexpMatch(const char* pattern, const char* text);

@@ -31,48 +31,58 @@ QString globToRegExp(const QString& glob)
     return p;
 }
 
-// QRegExp parses groups by recursion and builds a copy of a repeated part for each count of "{n}": a
-// pattern nested deeper than this, or whose counts would build more atoms than this, is taken as
-// invalid, rather than overflow the stack or take gigabytes.
+// QRegExp parses groups by recursion, and builds a copy of a repeated part for each count of "{n}" and
+// "{n,m}", the optional ones of "{n,m}" joined to each other (their cost grows with the square of m - n).
+// A pattern nested deeper than this, or whose counts add more than this to its size, is taken as
+// invalid, rather than overflow the stack or take gigabytes and minutes.
 constexpr int kMaxGroupDepth = 250;
-constexpr double kMaxAtoms = 10000;
+constexpr double kMaxAddedAtoms = 100000;
 
-// The count a "{n}", "{n,}" or "{n,m}" at `i` repeats its part by (the larger bound), moving `i` past it;
-// 1 when no count starts at `i`.
+// The factor a "{n}", "{n,}" or "{n,m}" at `i` multiplies its part by, moving `i` past it; 1 when no
+// count starts at `i`.
 double repetitionAt(const QString& p, int& i)
 {
     if (i >= p.size() || p[i] != QLatin1Char('{'))
         return 1;
-    double largest = 1, value = 0;
-    bool digits = false;
+    double low = 0, value = 0;
+    bool digits = false, comma = false;
     int j = i + 1;
     for (; j < p.size() && p[j] != QLatin1Char('}'); ++j) {
         if (p[j].isDigit()) {
-            value = value * 10 + p[j].digitValue();
+            value = std::min(value * 10 + p[j].digitValue(), 1e9);
             digits = true;
-        } else if (p[j] == QLatin1Char(',')) {
-            largest = std::max(largest, value);
+        } else if (p[j] == QLatin1Char(',') && !comma) {
+            low = value;
             value = 0;
+            comma = true;
+            digits = false;
         } else {
             return 1; // not a count: QRegExp's own parser decides what it is
         }
     }
-    if (j >= p.size() || !digits)
+    if (j >= p.size())
         return 1;
     i = j + 1;
-    return std::max(largest, value);
+    if (!comma)
+        return std::max(value, 1.0); // {n}
+    const double high = digits ? value : low; // {n,} builds n copies and a loop
+    const double optional = std::max(high - low, 0.0);
+    return std::max(low + optional * optional, 1.0);
 }
 
 // Whether QRegExp can take the pattern within the bounds above.
 bool withinBounds(const QString& p)
 {
+    const double limit = kMaxAddedAtoms + p.size();
     std::vector<double> atoms{0}; // the atoms of each open group, the whole pattern first
+    double open = 0;               // the atoms of the groups still open, the innermost one's excepted
     for (int i = 0; i < p.size();) {
         const QChar c = p[i];
         double part = 0;
         if (c == QLatin1Char('(')) {
             if (static_cast<int>(atoms.size()) > kMaxGroupDepth)
                 return false;
+            open += atoms.back();
             atoms.push_back(0);
             ++i;
             continue;
@@ -80,6 +90,7 @@ bool withinBounds(const QString& p)
         if (c == QLatin1Char(')') && atoms.size() > 1) {
             part = atoms.back();
             atoms.pop_back();
+            open -= atoms.back();
             ++i;
         } else if (c == QLatin1Char('[')) {
             // A class is one atom: up to its "]", which may come first in it.
@@ -97,7 +108,7 @@ bool withinBounds(const QString& p)
             part = 1;
         }
         atoms.back() += part * repetitionAt(p, i);
-        if (atoms.back() > kMaxAtoms)
+        if (open + atoms.back() > limit)
             return false;
     }
     return true;

@@ -136,12 +136,26 @@ TEST(RegexpMatch, PatternsBeyondTheBoundsAreInvalid)
 
     const std::string thousand(1000, 'a');
     EXPECT_EQ(sp_RegexpMatch("(a){1000}", ("b" + thousand).c_str()), 1);
-    EXPECT_EQ(sp_RegexpMatch("x{2,1000}", "axxx"), 1);
-    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){500}", "abxx"), 1); // 5001 atoms
-    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){1000}", "abxx"), -1); // 10001
     EXPECT_EQ(sp_RegexpMatch("((a){1000}){1000}", "a"), -1);
     EXPECT_EQ(sp_RegexpMatch("(((a){1000}){1000}){1000}", "a"), -1);
     EXPECT_EQ(sp_RegexpMatch("[{]{3}(b|c){2}", "{{{cb"), 0);
+    // The optional copies of "{n,m}" count as the square of m - n: 2 + 298 * 298 = 88806 atoms pass,
+    // 2 + 998 * 998 do not, nor do nested counts of few optional copies each.
+    EXPECT_EQ(sp_RegexpMatch("x{2,300}", "axxx"), 1);
+    EXPECT_EQ(sp_RegexpMatch("x{2,1000}", "axxx"), -1);
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){100}", "abxx"), 1); // 10001
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){1000}x{0,10}", "abxx"), -1); // 100101
+    EXPECT_EQ(sp_RegexpMatch("(((((((((((((a){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}", "a"), -1);
+    EXPECT_EQ(sp_RegexpMatch("(a{0,99}){0,100}b", "aab"), -1);
+    // Groups left open count as they stand, though no ")" ever multiplies them.
+    EXPECT_EQ(sp_RegexpMatch("(((((x((((a){0,9}){0,9}){0,9}){0,9}", "a"), -1);
+    // A long pattern without counts is no more than its own length.
+    const std::string literal(20000, 'a');
+    EXPECT_EQ(sp_RegexpMatch(literal.c_str(), literal.c_str()), 0);
+    std::string names;
+    for (int i = 0; i < 1200; ++i)
+        names += (i ? "|name" : "name") + std::to_string(10000 + i);
+    EXPECT_EQ(sp_RegexpMatch(names.c_str(), "xx name11199 yy"), 3);
 }
 
 TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
