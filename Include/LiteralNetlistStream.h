@@ -47,7 +47,8 @@ protected:
     const Buf& lineBuffer() const { return m_lineBuffer; }
     void setCharLimit(int limit) { m_charLimit = limit; }
     /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
-    /// constructor could be read neither into a UTF-8 copy nor into memory (it then reads as empty).
+    /// constructor could be read neither into a UTF-8 copy nor into memory, or a pipe or device named to it
+    /// gave more than 64 MiB (it then reads as empty).
     bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:

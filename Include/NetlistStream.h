@@ -74,7 +74,8 @@ public:
 
 protected:
     /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
-    /// constructor could be read neither into a UTF-8 copy nor into memory (it then reads as empty).
+    /// constructor could be read neither into a UTF-8 copy nor into memory, or a pipe or device named to it
+    /// gave more than 64 MiB (it then reads as empty).
     bool memoryRanOut() const { return m_memoryRanOut; }
 
 private:

@@ -270,14 +270,17 @@ bool isStream(const QString& path)
     return !path.isEmpty() && info.exists() && !info.isFile() && !info.isDir();
 }
 
-// The bytes of a stream, read once; false when it cannot be opened or passes the limit.
-bool readStream(const QString& path, QByteArray* bytes)
+enum class StreamRead { Read, NotOpened, Unread };
+
+// The bytes of a stream, read once: Unread when a read fails or the stream passes the limit (`*bytes`
+// then holds what was read).
+StreamRead readStream(const QString& path, QByteArray* bytes)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return false;
+        return StreamRead::NotOpened;
     *bytes = file.read(kMaxLoadStreamBytes + 1);
-    return bytes->size() <= kMaxLoadStreamBytes && file.error() == QFileDevice::NoError;
+    return bytes->size() <= kMaxLoadStreamBytes && file.error() == QFileDevice::NoError ? StreamRead::Read : StreamRead::Unread;
 }
 
 bool isWideText(const QByteArray& bytes)
@@ -433,16 +436,23 @@ bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
 {
     if (isStream(toQs(path))) {
         QByteArray bytes;
+        bool read = false;
         try {
-            if (!readStream(toQs(path), &bytes) || !isWideText(bytes))
+            if (readStream(toQs(path), &bytes) == StreamRead::NotOpened || !isWideText(bytes))
                 return false;
-            bytes = wideToUtf8(bytes);
+            read = bytes.size() <= kMaxLoadStreamBytes;
+            if (read)
+                bytes = wideToUtf8(bytes);
         } catch (const std::bad_alloc&) {
-            return false;
         }
         const YString temp = sp_GetTempFile();
         if (tempPath)
             *tempPath = temp;
+        // A UTF-16 text that could not be read or held: false, with the path stored and no copy there.
+        if (!read) {
+            QFile::remove(toQs(temp));
+            return false;
+        }
         // As for a file, errors writing the copy are not reported.
         QFile out(toQs(temp));
         if (!temp.isEmpty() && out.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -464,9 +474,13 @@ bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
 textfile::WideText textfile::convertWide(const YString& path, YString* tempPath, QByteArray* utf8)
 {
     if (isStream(toQs(path))) {
-        // Read once, whole: its bytes as they are, or the UTF-8 text of UTF-16 ones.
+        // Read once, whole: its bytes as they are, or the UTF-8 text of UTF-16 ones. One that cannot be
+        // opened reads as empty, as a file does.
         try {
-            if (readStream(toQs(path), utf8)) {
+            const StreamRead read = readStream(toQs(path), utf8);
+            if (read == StreamRead::NotOpened)
+                return WideText::NotWide;
+            if (read == StreamRead::Read) {
                 if (isWideText(*utf8))
                     *utf8 = wideToUtf8(*utf8);
                 return WideText::InMemory;

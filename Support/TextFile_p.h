@@ -25,7 +25,8 @@ WideText convertWide(const YString& path, YString* tempPath, QByteArray* text);
 /// Opens a netlist for a reader: the file's own bytes, or the UTF-8 text of a UTF-16 file (from the
 /// copy whose name goes to `*tempPath`, which the reader deletes, or from memory when the copy could not
 /// be written), moved into `reader`. An empty name or a file that cannot be opened reads as empty; so
-/// does a UTF-16 file whose text nothing could hold, and then the result is false.
+/// does a UTF-16 file whose text nothing could hold, or a pipe or device that gives more than 64 MiB, and
+/// then the result is false.
 bool openNetlist(const YString& path, YString* tempPath, kvstream* reader);
 /// For a reader's destructor: closes `reader` and deletes the UTF-8 copy when it read one.
 void closeNetlist(const YString& tempPath, kvstream* reader);

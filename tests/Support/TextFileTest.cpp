@@ -274,6 +274,11 @@ TEST_F(TextFile, APipeIsReadOnceWhole)
     ASSERT_EQ(lines.size(), 301u);
     EXPECT_EQ(lines[0], "title");
     EXPECT_EQ(lines[300], "R299 a b 1k");
+
+    // A device that never ends is read up to 64 MiB, and is no UTF-16 file.
+    YString out("untouched");
+    EXPECT_FALSE(sp_ConvertWideTextFile(YString("/dev/zero"), &out));
+    EXPECT_EQ(out, "untouched");
 }
 #endif
 
