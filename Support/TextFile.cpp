@@ -438,12 +438,14 @@ bool sp_ConvertWideTextFile(const YString& path, YString* tempPath)
         QByteArray bytes;
         bool read = false;
         try {
-            if (readStream(toQs(path), &bytes) == StreamRead::NotOpened || !isWideText(bytes))
+            const StreamRead result = readStream(toQs(path), &bytes);
+            if (result == StreamRead::NotOpened || !isWideText(bytes))
                 return false;
-            read = bytes.size() <= kMaxLoadStreamBytes;
+            read = result == StreamRead::Read;
             if (read)
                 bytes = wideToUtf8(bytes);
         } catch (const std::bad_alloc&) {
+            read = false;
         }
         const YString temp = sp_GetTempFile();
         if (tempPath)
