@@ -114,15 +114,22 @@ bool withinBounds(const QString& p)
     return true;
 }
 
-// The first match of `re` in `text` from position 0, or -1 when the pattern is invalid or out of the
-// bounds, or memory runs out.
+// The pattern as a QRegExp in `*re`; false when it is out of the bounds above or invalid.
+bool compile(const QString& pattern, Qt::CaseSensitivity cs, QRegExp* re)
+{
+    if (!withinBounds(pattern))
+        return false;
+    *re = QRegExp(pattern, cs, QRegExp::RegExp);
+    return re->isValid();
+}
+
+// The first match of `pattern` in `text` from position 0, or -1 when the pattern is invalid or out of
+// the bounds, or memory runs out.
 int firstMatch(const QString& pattern, const QString& text, Qt::CaseSensitivity cs)
 {
     try {
-        if (!withinBounds(pattern))
-            return -1;
-        const QRegExp re(pattern, cs, QRegExp::RegExp);
-        return re.isValid() ? re.indexIn(text, 0) : -1;
+        QRegExp re;
+        return compile(pattern, cs, &re) ? re.indexIn(text, 0) : -1;
     } catch (const std::bad_alloc&) {
         return -1;
     }
@@ -193,10 +200,8 @@ bool sp_RegExpMatches(const YArray<YString>& patterns, const YString& text, YArr
         bool result = true;
         for (const YString& pattern : patterns) {
             // QRegExp's caret matches only at position 0 of the whole text, whatever the search position.
-            const QString source = toQs(pattern);
-            const bool bounded = withinBounds(source);
-            const QRegExp re(bounded ? source : QString(), Qt::CaseSensitive, QRegExp::RegExp);
-            const int at = bounded && re.isValid() ? re.indexIn(subject, position, QRegExp::CaretAtZero) : -1;
+            QRegExp re;
+            const int at = compile(toQs(pattern), Qt::CaseSensitive, &re) ? re.indexIn(subject, position, QRegExp::CaretAtZero) : -1;
             if (at != position)
                 result = false;
             if (at < 0)
