@@ -1,6 +1,7 @@
 // MswMerge.cpp - merging results files: each shard is loaded on its own, its merit values and steps are
-// copied into one temporary file per merit function and one for the steps, and the output is put
-// together from them at the end, so memory holds one shard and the per-merit summaries.
+// copied into two temporary files, and the output is put together from them at the end, so memory holds
+// one shard and the per-merit summaries. Two files, not one per merit function, so that any number of
+// merit functions merges within the limit of open files.
 #include "MswMerge.h"
 
 #include "FileReplace.h"
@@ -17,7 +18,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <memory>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -134,21 +134,26 @@ bool fail(YString* message, const std::string& text)
     return false;
 }
 
-bool copyInto(QIODevice& out, QTemporaryFile& part)
+// Copies `length` bytes of `part` from `offset` on to `out`.
+bool copyInto(QIODevice& out, QTemporaryFile& part, qint64 offset, qint64 length)
 {
-    if (!part.flush() || !part.seek(0))
+    if (!part.flush() || !part.seek(offset))
         return false;
     char buffer[1 << 16];
-    for (;;) {
-        const qint64 n = part.read(buffer, sizeof buffer);
-        if (n < 0)
+    while (length > 0) {
+        const qint64 n = part.read(buffer, std::min<qint64>(length, sizeof buffer));
+        if (n <= 0 || out.write(buffer, n) != n)
             return false;
-        if (n == 0)
-            return true;
-        if (out.write(buffer, n) != n)
-            return false;
+        length -= n;
     }
+    return true;
 }
+
+// Where one shard's values of one merit function stand in the merit functions' temporary file.
+struct Chunk {
+    qint64 offset;
+    qint64 length;
+};
 
 bool writeText(QIODevice& device, const std::string& text)
 {
@@ -178,9 +183,11 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         }
 
         std::vector<XMLMeritFunction> merits;
-        std::vector<std::unique_ptr<QTemporaryFile>> meritParts;
+        // The merit functions' values, shard after shard, and where each merit function's are.
+        QTemporaryFile meritsPart;
+        std::vector<std::vector<Chunk>> meritChunks;
         QTemporaryFile stepsPart;
-        if (!stepsPart.open())
+        if (!meritsPart.open() || !stepsPart.open())
             return fail(message, "cannot create a temporary file");
         std::unordered_map<int, size_t> owner; // case number -> the shard that has it
         HeaderFields header;
@@ -193,12 +200,9 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             if (!loadShard(shards[i], &shard))
                 return fail(message, "cannot read the results file " + shardName(i));
             if (i == 0) {
-                for (const YRef<YDomElement>& m : shard.merits) {
+                for (const YRef<YDomElement>& m : shard.merits)
                     merits.push_back({m->getAttribute("value"), m->getAttribute("name")});
-                    meritParts.push_back(std::make_unique<QTemporaryFile>());
-                    if (!meritParts.back()->open())
-                        return fail(message, "cannot create a temporary file");
-                }
+                meritChunks.resize(merits.size());
                 result.merits.resize(merits.size());
             } else {
                 bool same = shard.merits.size() == merits.size();
@@ -283,7 +287,10 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                 MomentSummary part;
                 part.addBlock(values.data(), valueCases.data(), values.size());
                 result.merits[m].merge(part);
-                if (!writeText(*meritParts[m], text))
+                if (text.empty())
+                    continue;
+                meritChunks[m].push_back({meritsPart.pos(), static_cast<qint64>(text.size())});
+                if (!writeText(meritsPart, text))
                     return fail(message, "cannot write a temporary file");
             }
 
@@ -343,8 +350,9 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
 
         // The reader takes files of at most YDomDocument::kMaxFileBytes: a larger output could not be read.
         long long total = static_cast<long long>(text.size()) + stepsPart.size() + 64;
+        total += meritsPart.size();
         for (size_t m = 0; m < merits.size(); ++m)
-            total += meritParts[m]->size() + 64 + static_cast<long long>(merits[m].value.length() + merits[m].name.length()) * 6;
+            total += 64 + static_cast<long long>(merits[m].value.length() + merits[m].name.length()) * 6;
         if (total > YDomDocument::kMaxFileBytes)
             return fail(message, "the merged file would be larger than " + std::to_string(YDomDocument::kMaxFileBytes) +
                                      " bytes, the most a results file can be read from");
@@ -355,11 +363,15 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             if (!out.open(QIODevice::WriteOnly))
                 return false;
             bool ok = writeText(out, text);
-            for (size_t m = 0; ok && m < merits.size(); ++m)
+            for (size_t m = 0; ok && m < merits.size(); ++m) {
                 ok = writeText(out, "\t<meritfunction" + attr("value", merits[m].value) + attr("name", merits[m].name) +
-                                        ">\n") &&
-                     copyInto(out, *meritParts[m]) && writeText(out, "\t</meritfunction>\n");
-            ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart) && writeText(out, "\t</steps>\n</msw>\n");
+                                        ">\n");
+                for (size_t k = 0; ok && k < meritChunks[m].size(); ++k)
+                    ok = copyInto(out, meritsPart, meritChunks[m][k].offset, meritChunks[m][k].length);
+                ok = ok && writeText(out, "\t</meritfunction>\n");
+            }
+            ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart, 0, stepsPart.size()) &&
+                 writeText(out, "\t</steps>\n</msw>\n");
             return ok && out.flush();
         });
         if (!written)

@@ -1,6 +1,7 @@
 // MswMergeTest.cpp - results files of parts of a run set merged into one: the merged file validates,
 // reads back as the whole run set, and its reports are the reports of the whole; case numbers that
-// collide fail or are renumbered; two hundred shards merge with their summaries.
+// collide fail or are renumbered; two hundred shards merge with their summaries, and so do more merit
+// functions than the process may have files open.
 #include "MswMerge.h"
 #include "Reports.h"
 #include "TestHelpers.h"
@@ -10,6 +11,9 @@
 
 #include <cmath>
 #include <cstring>
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
 #include <limits>
 #include <random>
 #include <string>
@@ -360,4 +364,74 @@ TEST_F(MswMerge, TwoHundredShardsMergeAndTheirSummariesAreTheWhole)
     EXPECT_EQ(header.numCores, 200);
     YString why;
     EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+}
+
+// Each merit function's values stay together and in shard order however many merit functions there are:
+// 300 of them merge under a limit of 64 open files.
+TEST_F(MswMerge, MoreMeritFunctionsThanOpenFilesMerge)
+{
+    constexpr int kMerits = 300;
+    XMLReportHeader header = headerOf(1);
+    for (int m = 0; m < kMerits; ++m) {
+        header.meritFunctions.at(m).value = YString(("max(v(n" + std::to_string(m) + "))").c_str());
+        header.meritFunctions.at(m).name = YString(("m" + std::to_string(m)).c_str());
+    }
+    // Case c's value of merit function m is c * 1000 + m; shard s holds cases 3s+1 to 3s+3.
+    std::vector<YString> shards;
+    for (int s = 0; s < 2; ++s) {
+        YHashTable<XMLReportInfo> part;
+        for (int c = 3 * s + 1; c <= 3 * s + 3; ++c) {
+            XMLReportInfo r(c);
+            for (int m = 0; m < kMerits; ++m)
+                r.values.at(m).value = c * 1000.0 + m;
+            part.insert(r);
+        }
+        const std::string name = "shard" + std::to_string(s) + ".msw";
+        ASSERT_TRUE(sp_WriteMswFile(p(name), part, header));
+        shards.push_back(p(name));
+    }
+#ifndef _WIN32
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit low = before;
+    low.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+#endif
+    YString message;
+    MswMergeSummary summary;
+    const bool merged = sp_MergeMswFiles(shards, p("merged.msw"), false, &message, &summary);
+#ifndef _WIN32
+    setrlimit(RLIMIT_NOFILE, &before);
+#endif
+    ASSERT_TRUE(merged) << message.c_str();
+    EXPECT_EQ(summary.runs, 6);
+    ASSERT_EQ(summary.merits.size(), static_cast<size_t>(kMerits));
+    EXPECT_EQ(summary.merits[299].count(), 6);
+    EXPECT_EQ(summary.merits[299].minimum(), 1299.0);
+
+    const std::string text = readFileBytes(path("merged.msw"));
+    // Merit function 7's values are the six cases' in order, between its own tags.
+    const size_t open = text.find("<meritfunction value=\"max(v(n7))\" name=\"m7\">");
+    ASSERT_NE(open, std::string::npos);
+    const size_t close = text.find("</meritfunction>", open);
+    const std::string own = text.substr(open, close - open);
+    size_t at = 0;
+    for (int c = 1; c <= 6; ++c) {
+        at = own.find("<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c) + "007", at);
+        EXPECT_NE(at, std::string::npos) << c;
+    }
+    EXPECT_EQ(own.find("<sensval case=\"1\" value=\"1008"), std::string::npos);
+
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader read;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &read));
+    ASSERT_EQ(read.meritFunctions.count(), kMerits);
+    ASSERT_EQ(table.count(), 6);
+    for (int c = 1; c <= 6; ++c) {
+        const XMLReportInfo* r = findCase(table, c);
+        ASSERT_TRUE(r) << c;
+        ASSERT_EQ(r->values.count(), kMerits);
+        for (int m = 0; m < kMerits; m += 37)
+            EXPECT_EQ(r->values[m].value, c * 1000.0 + m) << c << " " << m;
+    }
 }
