@@ -96,7 +96,8 @@ struct MeritLimits {
     bool hasUpper = false;
     double upper = 0.0;
     bool any() const { return hasLower || hasUpper; }
-    /// Whether a value meets the limits (a value on a limit passes; a value that is not finite fails).
+    /// Whether a value meets the limits (a value on a limit passes; a value that is not finite fails). A
+    /// limit that is NaN is met by no value, and makes Cp and Cpk and their intervals NaN.
     SUPPORTQT_API bool passes(double value) const;
 };
 

@@ -361,6 +361,9 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
         cpk = std::min(cpk, (lim.upper - mu) / (3.0 * sd));
     if (lim.hasLower)
         cpk = std::min(cpk, (mu - lim.lower) / (3.0 * sd));
+    // A NaN limit, which std::min would pass over, leaves no capability to state.
+    if ((lim.hasUpper && std::isnan(lim.upper)) || (lim.hasLower && std::isnan(lim.lower)))
+        cpk = std::numeric_limits<double>::quiet_NaN();
     s->cpk = cpk;
     const double half = z * std::sqrt(1.0 / (9.0 * n) + cpk * cpk / (2.0 * (n - 1.0)));
     s->cpkInterval = {cpk - half, cpk + half};

@@ -193,6 +193,20 @@ TEST(RunStatistics, YieldCapabilityAndFailingRunsWorkedByHand)
     EXPECT_TRUE(std::isnan(u.cp)); // Cp needs both limits
     EXPECT_NEAR(u.cpk, 1.0 / (3.0 * sd), 1e-15);
 
+    // A NaN limit is met by no value and leaves no capability: min() would have passed over it.
+    for (const bool nanUpper : {true, false}) {
+        MeritLimits nanLimit = limits;
+        (nanUpper ? nanLimit.upper : nanLimit.lower) = std::numeric_limits<double>::quiet_NaN();
+        EXPECT_FALSE(nanLimit.passes(1.0));
+        const MeritStatistics n = sp_ComputeMeritStatistics(table, 0, nanLimit);
+        EXPECT_EQ(n.passCount, 0);
+        EXPECT_EQ(n.failingCases, (std::vector<int>{11, 12, 13, 14, 15, 16}));
+        EXPECT_TRUE(std::isnan(n.cp));
+        EXPECT_TRUE(std::isnan(n.cpk));
+        EXPECT_TRUE(std::isnan(n.cpkInterval.low));
+        EXPECT_TRUE(std::isnan(n.cpkInterval.high));
+    }
+
     const MeritStatistics none = sp_ComputeMeritStatistics(table, 0);
     EXPECT_TRUE(std::isnan(none.yield));
     EXPECT_EQ(none.passCount, 0);

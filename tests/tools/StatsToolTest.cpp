@@ -192,6 +192,12 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
     const Result notNumber = tool({"stats", file, "--limit", "gain=low:2"});
     EXPECT_EQ(notNumber.code, 2);
     EXPECT_EQ(notNumber.err, "supportqt stats: the limits of 'gain' are not numbers: 'low' and '2'\n");
+    const Result nan = tool({"stats", file, "--limit", "gain=nan:2"});
+    EXPECT_EQ(nan.code, 2);
+    EXPECT_EQ(nan.err, "supportqt stats: the limits of 'gain' are not numbers: 'nan' and '2'\n");
+    const Result nanUpper = tool({"stats", file, "--limit", "gain=: NaN"});
+    EXPECT_EQ(nanUpper.code, 2);
+    EXPECT_EQ(nanUpper.err, "supportqt stats: the limits of 'gain' are not numbers: '' and 'NaN'\n");
     const Result reversed = tool({"stats", file, "--limit", "gain=3:2"});
     EXPECT_EQ(reversed.code, 2);
     const Result shape = tool({"stats", file, "--limit", "gain"});

@@ -21,12 +21,12 @@
 
 namespace {
 
-// One limit's text: empty (absent) or a number.
+// One limit's text: empty (absent) or a number ("nan" is none; "inf" and "-inf" are).
 bool limitValue(const QString& text, bool* has, double* value)
 {
     const QString t = text.trimmed();
     *has = !t.isEmpty();
-    return !*has || sp_TextToReal(t.toUtf8().constData(), value);
+    return !*has || (sp_TextToReal(t.toUtf8().constData(), value) && !std::isnan(*value));
 }
 
 // The merit function that NAME names: its display name, or else its defining text; -1 when none.
