@@ -179,3 +179,6 @@ void removeWhenInterrupted(const QString& file, const QString& folder);
 /// lines with a line feed on every platform (Windows would add carriage returns) and "-" read as input
 /// keeps its own line ends.
 void useBinaryStandardStreams();
+/// Makes a write beyond the process's file-size limit fail as a write to a full disk does, with an error
+/// the tool reports and its temporary files removed, instead of ending the tool by a signal (POSIX).
+void failWritesBeyondTheSizeLimit();

@@ -15,6 +15,9 @@ bool standardErrorIsTerminal()
 
 void useBinaryStandardStreams() {}
 
+// Ignored, SIGXFSZ leaves the write to fail with EFBIG.
+void failWritesBeyondTheSizeLimit() { std::signal(SIGXFSZ, SIG_IGN); }
+
 bool writeStream(FILE* stream, const char* data, size_t size) { return std::fwrite(data, 1, size, stream) == size; }
 
 QString signalName(int signal)

@@ -81,6 +81,9 @@ bool writeStream(FILE* stream, const char* data, size_t size)
     return text.isEmpty() || WriteConsoleW(h, text.utf16(), static_cast<DWORD>(text.size()), &written, nullptr) || asBytes();
 }
 
+// Windows has no file-size limit that ends a process.
+void failWritesBeyondTheSizeLimit() {}
+
 void useBinaryStandardStreams()
 {
     std::fflush(stdout);

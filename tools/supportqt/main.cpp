@@ -62,6 +62,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     useBinaryStandardStreams();
+    failWritesBeyondTheSizeLimit();
     KalvontaVersionInfo version;
     sp_GetVersionValues(&version);
     QCoreApplication::setApplicationName(QStringLiteral("supportqt"));
