@@ -174,4 +174,8 @@ enum XmlValidateStatus : int {
 /// name is opened or fetched), and the schema's own include and import may read only regular files in
 /// the schema's folder or below it, never anything over the network. Only regular files are opened: a
 /// FIFO, a device or a folder is a file that cannot be opened (status 3 or 4), and is never waited on.
+/// A file that nests elements deeper than 1,000 levels, which the validator would follow until the stack
+/// ran out, is refused unread by it: the document as not valid (1), the schema or a file it includes as
+/// no valid schema (2), the message "The document nests elements deeper than 1000 levels, more than the
+/// validator follows" (or "The schema ...").
 [[nodiscard]] SUPPORTQT_API XmlValidateStatus sp_ValidateXml(const YString& xmlPath, const YString& schemaPath, YString* message);

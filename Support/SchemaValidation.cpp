@@ -16,12 +16,19 @@
 #include <QUrl>
 #include <QXmlSchema>
 #include <QXmlSchemaValidator>
+#include <QXmlStreamReader>
 
 /// Keeps the description and the source location of the last message the schema machinery reports.
 class MySchemaMessageHandler : public QAbstractMessageHandler {
 public:
     QString lastDescription() const { return m_description; }
     QSourceLocation lastLocation() const { return m_location; }
+    /// Takes a message of the library's own as the last one.
+    void report(const QString& description, const QSourceLocation& location)
+    {
+        m_description = description;
+        m_location = location;
+    }
 
 protected:
     void handleMessage(QtMsgType, const QString& description, const QUrl&, const QSourceLocation& location) override
@@ -58,9 +65,45 @@ protected:
     qint64 readData(char*, qint64) override { return -1; }
 };
 
-// The only network the validator gets: regular local files in the schema's folder or below it (the
-// schema's own include and import); every other request, over the network or to any other file (a
-// hint in the document, a FIFO, a device), is refused without being opened.
+// The schema machinery recurses once per level of element nesting, so a file nested deeper than this
+// would overflow the stack (a Windows thread's 1 MiB holds a few thousand levels); such a file is
+// refused before the machinery reads it.
+constexpr int kMaxNesting = 1000;
+
+// Whether the XML in `device` nests elements deeper than kMaxNesting; `where` then points at the first
+// element too deep. The device is left at its start. A file that is not well-formed is left for the
+// validator to report.
+bool nestsTooDeep(QIODevice& device, const QUrl& uri, QSourceLocation* where)
+{
+    QXmlStreamReader reader(&device);
+    int depth = 0;
+    bool tooDeep = false;
+    while (!reader.atEnd() && !tooDeep) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement)
+            tooDeep = ++depth > kMaxNesting;
+        else if (token == QXmlStreamReader::EndElement)
+            --depth;
+    }
+    if (tooDeep && where) {
+        where->setUri(uri);
+        where->setLine(reader.lineNumber());
+        where->setColumn(reader.columnNumber() + 1);
+    }
+    device.seek(0);
+    return tooDeep;
+}
+
+QString tooDeepText(const char* what)
+{
+    return QStringLiteral("%1 nests elements deeper than %2 levels, more than the validator follows")
+        .arg(QLatin1String(what))
+        .arg(kMaxNesting);
+}
+
+// The only network the schema's compiler gets: regular local files in the schema's folder or below it
+// (the schema's own include and import), nested no deeper than kMaxNesting; every other request, over
+// the network or to any other file (a FIFO, a device), is refused without being opened.
 class SchemaFolderAccess : public QNetworkAccessManager {
 public:
     explicit SchemaFolderAccess(const QString& schemaPath)
@@ -85,10 +128,23 @@ private:
         if (!file.isFile())
             return false;
         const QString path = file.canonicalFilePath();
-        return !path.isEmpty() && path.startsWith(m_folder + QLatin1Char('/'));
+        if (path.isEmpty() || !path.startsWith(m_folder + QLatin1Char('/')))
+            return false;
+        QFile included(path);
+        return included.open(QIODevice::ReadOnly) && !nestsTooDeep(included, url, nullptr);
     }
 
     QString m_folder;
+};
+
+// The validator of a document gets no file and no network: the schema it checks against is compiled
+// already, and whatever a hint in the document names is refused.
+class NoAccess : public QNetworkAccessManager {
+protected:
+    QNetworkReply* createRequest(Operation operation, const QNetworkRequest& request, QIODevice*) override
+    {
+        return new RefusedReply(operation, request, this);
+    }
 };
 
 } // namespace
@@ -107,7 +163,13 @@ XmlValidateStatus validate(const YString& xmlPath, const YString& schemaPath, My
     const auto regular = [](const YString& path) { return !path.isEmpty() && QFileInfo(toQs(path)).isFile(); };
     QFile schemaFile(toQs(schemaPath));
     const bool schemaOpened = regular(schemaPath) && schemaFile.open(QIODevice::ReadOnly);
-    if (!schemaOpened || !schema.load(&schemaFile, QUrl::fromLocalFile(schemaFile.fileName())) || !schema.isValid()) {
+    const QUrl schemaUrl = QUrl::fromLocalFile(schemaFile.fileName());
+    QSourceLocation where;
+    if (schemaOpened && nestsTooDeep(schemaFile, schemaUrl, &where)) {
+        handler.report(tooDeepText("The schema"), where);
+        return XmlValidateBadSchema;
+    }
+    if (!schemaOpened || !schema.load(&schemaFile, schemaUrl) || !schema.isValid()) {
         if (schemaOpened || (regular(schemaPath) && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)))
             return XmlValidateBadSchema;
         return XmlValidateNoSchemaFile;
@@ -115,10 +177,16 @@ XmlValidateStatus validate(const YString& xmlPath, const YString& schemaPath, My
     QFile xmlFile(toQs(xmlPath));
     if (!regular(xmlPath) || !xmlFile.open(QIODevice::ReadOnly))
         return XmlValidateNoXmlFile;
+    const QUrl xmlUrl = QUrl::fromLocalFile(xmlFile.fileName());
+    if (nestsTooDeep(xmlFile, xmlUrl, &where)) {
+        handler.report(tooDeepText("The document"), where);
+        return XmlValidateInvalid;
+    }
+    NoAccess none;
     QXmlSchemaValidator validator(schema);
     validator.setMessageHandler(&handler);
-    validator.setNetworkAccessManager(&access);
-    return validator.validate(&xmlFile, QUrl::fromLocalFile(xmlFile.fileName())) ? XmlValidateOk : XmlValidateInvalid;
+    validator.setNetworkAccessManager(&none);
+    return validator.validate(&xmlFile, xmlUrl) ? XmlValidateOk : XmlValidateInvalid;
 }
 
 const char* openFailureText(XmlValidateStatus status)

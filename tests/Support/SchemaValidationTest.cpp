@@ -75,3 +75,70 @@ TEST_F(SchemaValidation, FilesThatCannotBeOpenedHaveNoPlace)
     EXPECT_EQ(message.text, YString("Could not open schema file"));
     EXPECT_EQ(message.column, 0);
 }
+
+// A schema-location hint in the document is not followed even to a file beside the caller's schema,
+// which the schema itself may include: the verdict is the caller's schema's alone.
+TEST_F(SchemaValidation, AHintToAFileBesideTheSchemaIsNotFollowed)
+{
+    // The caller's schema lets any element of another namespace through, checked when its schema is known.
+    writeFileBytes(path("main.xsd"),
+                   "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" targetNamespace=\"urn:a\" "
+                   "elementFormDefault=\"qualified\"><xs:element name=\"r\"><xs:complexType><xs:sequence>"
+                   "<xs:any namespace=\"##other\" processContents=\"lax\" minOccurs=\"0\"/></xs:sequence>"
+                   "</xs:complexType></xs:element></xs:schema>");
+    // Beside it, a schema by which the document's element is invalid.
+    writeFileBytes(path("hint.xsd"), "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" targetNamespace=\"urn:b\">"
+                                     "<xs:element name=\"e\" type=\"xs:int\"/></xs:schema>");
+    writeFileBytes(path("hinted.xml"),
+                   "<r xmlns=\"urn:a\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                   "xsi:schemaLocation=\"urn:b hint.xsd\"><e xmlns=\"urn:b\">notint</e></r>");
+    writeFileBytes(path("plain.xml"), "<r xmlns=\"urn:a\"><e xmlns=\"urn:b\">notint</e></r>");
+    YString message;
+    EXPECT_EQ(sp_ValidateXml(YString(path("plain.xml").c_str()), YString(path("main.xsd").c_str()), &message), XmlValidateOk);
+    EXPECT_EQ(sp_ValidateXml(YString(path("hinted.xml").c_str()), YString(path("main.xsd").c_str()), &message),
+              XmlValidateOk)
+        << message.c_str();
+}
+
+// Files nested deeper than the validator can follow are refused with a message of their own, where the
+// validator would have overflowed the stack: a document 50,000 elements deep under a schema that allows
+// any depth, and a schema 50,000 levels deep. 1,000 levels still validate.
+TEST_F(SchemaValidation, FilesNestedTooDeepAreRefusedAndNotFollowed)
+{
+    writeFileBytes(path("rec.xsd"), "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" xmlns=\"urn:a\" "
+                                    "targetNamespace=\"urn:a\" elementFormDefault=\"qualified\">"
+                                    "<xs:element name=\"x\" type=\"T\"/><xs:complexType name=\"T\"><xs:sequence>"
+                                    "<xs:element ref=\"x\" minOccurs=\"0\"/></xs:sequence></xs:complexType></xs:schema>");
+    const auto nested = [](int depth) {
+        std::string text = "<x xmlns=\"urn:a\">";
+        for (int i = 1; i < depth; ++i)
+            text += "\n<x>";
+        for (int i = 0; i < depth; ++i)
+            text += "</x>";
+        return text;
+    };
+    const YString schema(path("rec.xsd").c_str());
+    writeFileBytes(path("ok.xml"), nested(1000));
+    XmlValidationMessage message;
+    EXPECT_EQ(sp_ValidateXmlWithLocation(YString(path("ok.xml").c_str()), schema, &message), XmlValidateOk)
+        << message.text.c_str();
+
+    writeFileBytes(path("deep.xml"), nested(50000));
+    const YString deep(path("deep.xml").c_str());
+    EXPECT_EQ(sp_ValidateXmlWithLocation(deep, schema, &message), XmlValidateInvalid);
+    EXPECT_EQ(message.text, YString("The document nests elements deeper than 1000 levels, more than the validator follows"));
+    EXPECT_EQ(message.file, deep);
+    EXPECT_EQ(message.line, 1001); // the 1,001st element starts line 1001
+    YString plain;
+    EXPECT_EQ(sp_ValidateXml(deep, schema, &plain), XmlValidateInvalid);
+    EXPECT_EQ(plain, message.text);
+
+    std::string deepSchema = "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\">";
+    for (int i = 0; i < 50000; ++i)
+        deepSchema += "<xs:element name=\"x\"><xs:complexType><xs:sequence>";
+    writeFileBytes(path("deep.xsd"), deepSchema);
+    EXPECT_EQ(sp_ValidateXmlWithLocation(YString(path("ok.xml").c_str()), YString(path("deep.xsd").c_str()), &message),
+              XmlValidateBadSchema);
+    EXPECT_EQ(message.text, YString("The schema nests elements deeper than 1000 levels, more than the validator follows"));
+    EXPECT_EQ(message.file, YString(path("deep.xsd").c_str()));
+}
