@@ -30,7 +30,8 @@ constexpr int kMaxAppendDepth = 5;
 bool nameIs(const YRef<YDomElement>& element, const char* name) { return element->tagName().equalsNoCase(name); }
 
 // Attribute text escaped for a double-quoted attribute; tabs and line ends are kept as character
-// references, which attribute normalisation would otherwise turn into blanks.
+// references, which attribute normalisation would otherwise turn into blanks, and other control
+// characters, which XML cannot hold, are left out as the results file's writer leaves them out.
 std::string attr(const char* name, const YString& value)
 {
     std::string out = " ";
@@ -45,7 +46,9 @@ std::string attr(const char* name, const YString& value)
         case '\t': out += "&#9;"; break;
         case '\n': out += "&#10;"; break;
         case '\r': out += "&#13;"; break;
-        default: out += *p;
+        default:
+            if (static_cast<unsigned char>(*p) >= 32)
+                out += *p;
         }
     }
     out += '"';

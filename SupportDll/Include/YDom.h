@@ -66,9 +66,10 @@ public:
     /// Parses XML text; false when it is not well-formed.
     [[nodiscard]] bool loadText(const char* text, size_t length);
     /// Writes the document with an XML declaration, UTF-8, indented by tabs; `flags` is reserved (pass 0).
-    /// False when the file cannot be written completely.
+    /// Control characters other than tab, line feed and carriage return, which XML cannot hold, are left
+    /// out. False when the file cannot be written completely.
     [[nodiscard]] bool save(const char* path, int flags = 0) const;
-    /// The document as text.
+    /// The document as text, written as `save` writes it.
     YString toText() const;
     /// Removes any content and creates the root element named `name`.
     YRef<YDomElement> createRoot(const char* name);

@@ -37,6 +37,84 @@ public:
     std::string text;
 };
 
+// A control character that XML 1.0 cannot hold, not even as a character reference: below 32, other
+// than tab, line feed and carriage return.
+inline bool unwritable(char c)
+{
+    const unsigned char u = static_cast<unsigned char>(c);
+    return u < 32 && u != 9 && u != 10 && u != 13;
+}
+
+bool holdsUnwritable(const char* text)
+{
+    for (; *text; ++text)
+        if (unwritable(*text))
+            return true;
+    return false;
+}
+
+// Calls `visit` with every node below `root` (not `root` itself), in document order, without recursion:
+// a document may nest deeper than the stack goes.
+template <class Visit>
+void eachNode(pugi::xml_node root, Visit visit)
+{
+    pugi::xml_node node = root.first_child();
+    while (node) {
+        visit(node);
+        if (node.first_child()) {
+            node = node.first_child();
+            continue;
+        }
+        while (node != root && !node.next_sibling())
+            node = node.parent();
+        if (node == root)
+            break;
+        node = node.next_sibling();
+    }
+}
+
+// Leaves the unwritable characters out of the text of `node` and of its attributes; true when any
+// stands in them.
+template <bool Strip>
+bool unwritableIn(pugi::xml_node node)
+{
+    bool found = false;
+    const auto check = [&found](const char* text, auto set) {
+        if (!holdsUnwritable(text))
+            return;
+        found = true;
+        if (Strip) {
+            std::string kept;
+            for (; *text; ++text)
+                if (!unwritable(*text))
+                    kept += *text;
+            set(kept.c_str());
+        }
+    };
+    check(node.value(), [&node](const char* v) { node.set_value(v); });
+    for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
+        check(a.value(), [&a](const char* v) { a.set_value(v); });
+    return found;
+}
+
+// The document's text as written. Control characters that XML cannot hold are left out (of a copy, when
+// the document has any), so that every document written is well-formed.
+std::string written(const pugi::xml_document& document)
+{
+    bool any = false;
+    eachNode(document, [&any](pugi::xml_node node) { any = any || unwritableIn<false>(node); });
+    StringWriter writer;
+    if (!any) {
+        document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+        return std::move(writer.text);
+    }
+    pugi::xml_document copy;
+    copy.reset(document);
+    eachNode(copy, [](pugi::xml_node node) { unwritableIn<true>(node); });
+    copy.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+    return std::move(writer.text);
+}
+
 
 } // namespace
 
@@ -231,21 +309,19 @@ bool YDomDocument::parse(std::vector<char> bytes)
 
 YString YDomDocument::toText() const
 {
-    StringWriter writer;
-    m_data->document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
-    return YString(writer.text.data(), static_cast<int>(writer.text.size()));
+    const std::string text = written(m_data->document);
+    return YString(text.data(), static_cast<int>(text.size()));
 }
 
 bool YDomDocument::save(const char* path, int) const
 {
     if (!path)
         return false;
-    StringWriter writer;
-    m_data->document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+    const std::string text = written(m_data->document);
     FILE* f = fopen_utf8(path, "wb");
     if (!f)
         return false;
-    bool ok = std::fwrite(writer.text.data(), 1, writer.text.size(), f) == writer.text.size();
+    bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
     ok = (std::fflush(f) == 0) && ok;
     ok = (std::fclose(f) == 0) && ok;
     return ok;

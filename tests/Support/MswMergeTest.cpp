@@ -435,3 +435,42 @@ TEST_F(MswMerge, MoreMeritFunctionsThanOpenFilesMerge)
             EXPECT_EQ(r->values[m].value, c * 1000.0 + m) << c << " " << m;
     }
 }
+
+// Control characters other than tab, line feed and carriage return cannot stand in XML, not even as
+// character references: the results file's writer and the merge leave them out, and what they write
+// validates; tabs and line ends are kept.
+TEST_F(MswMerge, ControlCharactersAreLeftOutOfTheFilesWritten)
+{
+    XMLReportHeader header = headerOf(1);
+    header.title = "buck\x01 converter\x1f";
+    header.meritFunctions.at(0).name = "v\x02max";
+    YHashTable<XMLReportInfo> runs = runSet(1, 3);
+    XMLReportInfo described(7);
+    described.values.at(0).value = 1.0;
+    described.description = "run\x0b\tseven\n";
+    described.hasDescription = true;
+    runs.insert(described);
+    ASSERT_TRUE(sp_WriteMswFile(p("written.msw"), runs, header));
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("written.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader read;
+    ASSERT_TRUE(sp_CompileSensReportData(p("written.msw"), &table, &read));
+    EXPECT_EQ(read.title, YString("buck converter"));
+    EXPECT_EQ(read.meritFunctions[0].name, YString("vmax"));
+    ASSERT_TRUE(findCase(table, 7));
+    EXPECT_EQ(findCase(table, 7)->description, YString("run\tseven\n"));
+
+    // A shard written by another program with control characters as character references, which the
+    // reader takes.
+    writeFileBytes(path("refs.msw"), R"(<?xml version="1.0"?><msw version="1.0"><header title="t&#1;itle&#9;" numcores="1"/>
+<meritfunction value="a&#31;" name="A&#2;"><sensval case="1" value="1"/></meritfunction>
+<steps><step case="1" description="d&#8;one&#10;"/></steps></msw>)");
+    YString message;
+    ASSERT_TRUE(sp_MergeMswFiles({p("refs.msw")}, p("merged.msw"), false, &message, nullptr)) << message.c_str();
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    const std::string text = readFileBytes(path("merged.msw"));
+    EXPECT_NE(text.find("title=\"title&#9;\""), std::string::npos) << text;
+    EXPECT_NE(text.find("<meritfunction value=\"a\" name=\"A\">"), std::string::npos) << text;
+    EXPECT_NE(text.find("description=\"done&#10;\""), std::string::npos) << text;
+}

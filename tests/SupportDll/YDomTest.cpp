@@ -52,6 +52,36 @@ TEST_F(YDom, WritesSavesLoadsAndReadsBack)
     EXPECT_FALSE(children[1]->firstChildElement()->nextSiblingElement());
 }
 
+// Control characters other than tab, line feed and carriage return cannot stand in XML, not even as
+// character references: the text written leaves them out, and the document itself keeps them.
+TEST_F(YDom, ControlCharactersThatXmlCannotHoldAreLeftOutOfWhatIsWritten)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> root = doc->createRoot("r");
+    root->setAttribute("a", "x\x01y\tz\n\x1f");
+    root->appendChild("t")->setText("one\x02 two\r\n\x7f");
+    // Nested, so that the walk goes down and back up.
+    YRef<YDomElement> deep = root;
+    for (int i = 0; i < 2000; ++i)
+        deep = deep->appendChild("d");
+    deep->setAttribute("b", "\x03" "deep");
+    root->appendChild("after")->setAttribute("c", "\x04" "z");
+    const std::string text = doc->toText().c_str();
+    EXPECT_NE(text.find("<r a=\"xy&#09;z&#10;\">"), std::string::npos) << text.substr(0, 200);
+    EXPECT_NE(text.find("<t>one two\r\n\x7f</t>"), std::string::npos) << text.substr(0, 200);
+    EXPECT_NE(text.find("<d b=\"deep\" />"), std::string::npos);
+    EXPECT_NE(text.find("\t<after c=\"z\" />\n</r>"), std::string::npos) << text.substr(text.size() - 100);
+    EXPECT_EQ(text.find_first_of(std::string("\x01\x02\x03\x04\x1f", 5)), std::string::npos);
+    EXPECT_EQ(text.find("&#0"), text.find("&#09;"));
+    EXPECT_EQ(root->getAttribute("a"), "x\x01y\tz\n\x1f");
+    ASSERT_TRUE(doc->save(path("c.xml").c_str(), 0));
+    EXPECT_EQ(readFileBytes(path("c.xml")), text);
+    YRef<YDomDocument> back = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(back->load(path("c.xml").c_str()));
+    EXPECT_EQ(back->getRoot()->getAttribute("a"), "xy\tz\n");
+    EXPECT_EQ(back->getRoot()->firstChildElement()->text(), "one two\n\x7f"); // the reader ends lines with LF
+}
+
 TEST_F(YDom, DoublesAreBitIdenticalAfterARoundTrip)
 {
     std::mt19937_64 random(42);

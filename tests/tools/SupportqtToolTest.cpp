@@ -25,6 +25,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QXmlStreamReader>
 
 #include <cmath>
 #include <csignal>
@@ -1143,6 +1144,31 @@ TEST_F(Tool, WritesThatFailPartWayLeaveThePreviousFiles)
     EXPECT_EQ(files(), before);
 }
 #endif
+
+// A chart names the file's title and merit functions: control characters in them, which XML cannot hold
+// even as character references, are left out of the picture, which stays well-formed.
+TEST_F(Tool, AChartLeavesOutTheControlCharactersOfTheNamesItShows)
+{
+    std::string text = readFileBytes(example("results/buck_sensitivity.msw").toStdString());
+    for (const auto& [from, to] : {std::pair<std::string, std::string>{"title=\"Buck converter sensitivity\"",
+                                                                       "title=\"Buck&#1; converter\""},
+                                   {"name=\"ripple\"", "name=\"rip&#2;ple&#31;\""}}) {
+        const size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        text.replace(at, from.size(), to);
+    }
+    writeFileBytes(path("control.msw"), text);
+    const Result r = tool({"report", "sens", temp("control.msw"), "-o", temp("s.html"), "--chart", temp("s.svg")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::string svg = readFileBytes(path("s.svg"));
+    EXPECT_NE(svg.find(">Normalised sensitivities: Buck converter<"), std::string::npos);
+    EXPECT_NE(svg.find(">ripple = max(v(out))-min(v(out))<"), std::string::npos);
+    EXPECT_EQ(svg.find_first_of(std::string("\x01\x02\x1f", 3)), std::string::npos);
+    QXmlStreamReader reader(QByteArray::fromStdString(svg));
+    while (!reader.atEnd())
+        reader.readNext();
+    EXPECT_FALSE(reader.hasError()) << reader.errorString().toStdString();
+}
 
 TEST_F(Tool, ReportUsageErrors)
 {

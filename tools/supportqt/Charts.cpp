@@ -35,7 +35,10 @@ std::string xmlEscaped(const std::string& text)
         case '<': out += "&lt;"; break;
         case '>': out += "&gt;"; break;
         case '"': out += "&quot;"; break;
-        default: out += c;
+        default:
+            // Control characters but tab, line feed and carriage return cannot stand in XML at all.
+            if (static_cast<unsigned char>(c) >= 32 || c == '\t' || c == '\n' || c == '\r')
+                out += c;
         }
     }
     return out;
