@@ -41,5 +41,7 @@ SUPPORTDLL_API unsigned sp_HashValue(const char* text);
 /// The shortest decimal text that reads back to exactly `value` (shared by `YString(double)` and the DOM).
 SUPPORTDLL_API YString sp_RealToShortestText(double value);
 /// Reads a number written by `sp_RealToShortestText` (or any decimal/exponent text); false when the
-/// whole text (blanks around it aside) is not a number.
+/// whole text (blanks around it aside) is not a number. A number beyond the range of a double reads as
+/// infinity of its sign, and one nearer zero than the least double as zero of its sign, as strtod
+/// reads them ("1e999" is infinity, "-1e-999" is -0).
 [[nodiscard]] SUPPORTDLL_API bool sp_TextToReal(const char* text, double* value);

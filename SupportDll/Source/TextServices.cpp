@@ -1,11 +1,13 @@
 // TextServices.cpp - tokenising, number conversion and hashing of text.
 #include "TextServices.h"
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 
 namespace {
@@ -24,11 +26,55 @@ bool startsNoCase(const char* s, const char* word)
     return true;
 }
 
+// The value of a decimal number that a double cannot hold, as strtod gives it: infinity of its sign
+// when it is too large, zero of its sign when it is nearer zero than the least double. Which of the two
+// is told by the decimal place of its first significant digit.
+double outOfRange(const char* p, const char* end)
+{
+    const bool negative = *p == '-';
+    if (negative)
+        ++p;
+    bool significant = false;
+    long long intDigits = 0, fractionZeros = 0;
+    for (; p < end && isDigit(*p); ++p) {
+        if (significant || *p != '0') {
+            significant = true;
+            ++intDigits;
+        }
+    }
+    if (p < end && *p == '.') {
+        for (++p; p < end && isDigit(*p); ++p) {
+            if (!significant && *p == '0')
+                ++fractionZeros;
+            else
+                significant = true;
+        }
+    }
+    long long exponent = 0;
+    if (p < end && (*p == 'e' || *p == 'E')) {
+        ++p;
+        const bool down = p < end && *p == '-';
+        if (p < end && (*p == '-' || *p == '+'))
+            ++p;
+        for (; p < end && isDigit(*p); ++p)
+            exponent = std::min(exponent * 10 + (*p - '0'), 1000000000000LL);
+        if (down)
+            exponent = -exponent;
+    }
+    const long long place = (intDigits > 0 ? intDigits - 1 : -(fractionZeros + 1)) + exponent;
+    const double magnitude = place > 0 ? std::numeric_limits<double>::infinity() : 0.0;
+    return negative ? -magnitude : magnitude;
+}
+
 bool parseDouble(const char* begin, const char* end, double* value)
 {
     if (begin < end && *begin == '+')
         ++begin;
     auto result = std::from_chars(begin, end, *value);
+    if (result.ec == std::errc::result_out_of_range && result.ptr == end) {
+        *value = outOfRange(begin, end);
+        return true;
+    }
     return result.ec == std::errc() && result.ptr == end;
 }
 

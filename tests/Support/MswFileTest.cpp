@@ -16,9 +16,11 @@
 #include <chrono>
 #include <cctype>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <future>
+#include <limits>
 #include <map>
 #include <random>
 #include <string>
@@ -135,6 +137,25 @@ TEST_F(MswFile, ReadingWithoutStepsKeepsSensvalRecordsOnly)
     EXPECT_FALSE(findCase(t, 3)->hasName);
     EXPECT_EQ(h.meritFunctions.count(), 1);
     EXPECT_STREQ(h.meritFunctions[0].name.c_str(), "A");
+}
+
+// A value beyond a double's range reads as strtod reads it, infinity or zero of its sign, not as the 0
+// of a value that cannot be read; text that is no number still reads as 0.
+TEST_F(MswFile, ValuesBeyondTheRangeOfADoubleReadAsInfinityOrZero)
+{
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<meritfunction value=\"a\" name=\"A\"><sensval case=\"1\" value=\"1\"/>"
+                             "<sensval case=\"2\" value=\"1e999\"/><sensval case=\"3\" value=\"-1E+999\"/>"
+                             "<sensval case=\"4\" value=\"-1e-999\"/><sensval case=\"5\" value=\"garbage\"/>"
+                             "</meritfunction>"),
+                         &t, &h));
+    EXPECT_EQ(findCase(t, 2)->values[0].value, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(findCase(t, 3)->values[0].value, -std::numeric_limits<double>::infinity());
+    EXPECT_EQ(findCase(t, 4)->values[0].value, 0.0);
+    EXPECT_TRUE(std::signbit(findCase(t, 4)->values[0].value));
+    EXPECT_EQ(findCase(t, 5)->values[0].value, 0.0);
+    EXPECT_FALSE(std::signbit(findCase(t, 5)->values[0].value));
 }
 
 TEST_F(MswFile, NameWinsOverDescriptionAndMissingBothGivesRunNumber)

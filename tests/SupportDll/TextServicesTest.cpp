@@ -4,6 +4,8 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <limits>
 
 TEST(ScanLine, SplitsAtAnyDelimiterWithoutEmptyTokens)
 {
@@ -151,4 +153,22 @@ TEST(ShortestText, RoundTripsAndRejectsGarbage)
     EXPECT_FALSE(sp_TextToReal("", &v));
     EXPECT_FALSE(sp_TextToReal("abc", &v));
     EXPECT_EQ(sp_RealToShortestText(2.0 / 3.0), "0.6666666666666666");
+    // Beyond a double's range, as strtod reads it: infinity or zero of the number's sign.
+    const double inf = std::numeric_limits<double>::infinity();
+    const struct {
+        const char* text;
+        double value;
+    } kRange[] = {{"1e999", inf},     {"-1e999", -inf},       {"+1.5E+400", inf},  {"123456e305", inf},
+                  {"0.0001e313", inf}, {"1e-999", 0.0},       {"-1e-999", -0.0},   {"0.00001e-320", 0.0},
+                  {"9999e-330", 0.0},  {"1e99999999999999999999", inf}, {"1e-99999999999999999999", 0.0},
+                  {"4.9406564584124654e-324", 4.9406564584124654e-324}, {"1.7976931348623157e308", 1.7976931348623157e308}};
+    for (const auto& c : kRange) {
+        v = 7.0;
+        EXPECT_TRUE(sp_TextToReal(c.text, &v)) << c.text;
+        EXPECT_EQ(v, c.value) << c.text;
+        EXPECT_EQ(std::signbit(v), std::signbit(c.value)) << c.text;
+        EXPECT_EQ(v, std::strtod(c.text, nullptr)) << c.text;
+    }
+    EXPECT_FALSE(sp_TextToReal("1e999x", &v));
+    EXPECT_FALSE(sp_TextToReal("1e", &v));
 }
