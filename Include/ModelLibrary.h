@@ -322,11 +322,14 @@ struct ModelLibExtractRequest {
 /// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
 /// that is extracted too, or another's new name; `*text` is then empty. Otherwise the status of the
-/// resolution.
+/// resolution. `filesRead` (may be null) receives the names of the files the library was read from, the
+/// root first, whatever the status, so that a caller can keep the extraction from replacing one of them.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
-                                              std::vector<ModelLibProblem>* problems);
+                                              std::vector<ModelLibProblem>* problems,
+                                              std::vector<YString>* filesRead = nullptr);
 
 /// `sp_ExtractModels` written to `output` whole or not at all (`sp_ReplaceFileContent`); WriteFailed when
-/// it cannot be written.
+/// it cannot be written, and, leaving it as it was, when `output` is one of the files the library was
+/// read from (the root or a file it reaches).
 SUPPORTQT_API ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtractRequest& request,
                                                      const YString& output, std::vector<ModelLibProblem>* problems);

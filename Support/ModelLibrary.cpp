@@ -2230,12 +2230,17 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
 }
 
 ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
-                                std::vector<ModelLibProblem>* problems)
+                                std::vector<ModelLibProblem>* problems, std::vector<YString>* filesRead)
 {
     try {
         *text = YString();
         ModelLibResolution r;
         const ModelLibStatus status = sp_ResolveModelSection(path, request.section, request.language, &r);
+        if (filesRead) {
+            filesRead->clear();
+            for (const ModelLibIndex& file : r.files)
+                filesRead->push_back(file.fileName);
+        }
         if (status != ModelLibStatus::Ok)
             return status;
         std::vector<std::pair<std::string, std::string>> renames;
@@ -2357,10 +2362,19 @@ ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtrac
                                        std::vector<ModelLibProblem>* problems)
 {
     YString text;
-    const ModelLibStatus status = sp_ExtractModels(path, request, &text, problems);
+    std::vector<YString> read;
+    const ModelLibStatus status = sp_ExtractModels(path, request, &text, problems, &read);
     if (status != ModelLibStatus::Ok)
         return status;
     try {
+        // The extraction never replaces a file of the library it was taken from.
+        const QFileInfo target(toQs(output));
+        if (target.exists()) {
+            const QString canonical = target.canonicalFilePath();
+            for (const YString& file : read)
+                if (QFileInfo(toQs(file)).canonicalFilePath() == canonical)
+                    return ModelLibStatus::WriteFailed;
+        }
         const bool written = sp_ReplaceFileWith(output, [&](const YString& temporary) {
             QFile file(toQs(temporary));
             if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))

@@ -615,8 +615,19 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     std::vector<ModelLibProblem> check;
     EXPECT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &check), ModelLibStatus::Ok);
     EXPECT_TRUE(check.empty()) << check.front().message.c_str();
+    // The files read, root first; the extraction never replaces one of them.
+    std::vector<YString> read{YString("left over")};
+    ASSERT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, nullptr, &read), ModelLibStatus::Ok);
+    EXPECT_EQ(read, (std::vector<YString>{YString(top.c_str()), YString(dev.c_str())}));
+    const std::string devText = readFileBytes(dev);
+    EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(dev.c_str()), nullptr), ModelLibStatus::WriteFailed);
+    EXPECT_EQ(readFileBytes(dev), devText);
+    const std::string kitText = readFileBytes(top);
+    EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(top.c_str()), nullptr), ModelLibStatus::WriteFailed);
+    EXPECT_EQ(readFileBytes(top), kitText);
     request.names = {YString("nothing")};
-    EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::NoSuchDefinition);
+    EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems, &read), ModelLibStatus::NoSuchDefinition);
+    EXPECT_EQ(read.size(), 2u);
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), ModelLibExtractRequest{{YString("buf")}, YString("tt"), {}, SpiceLanguageNative},
                                       YString(m_dir.c_str()), nullptr),
               ModelLibStatus::WriteFailed);

@@ -194,6 +194,15 @@ TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
     EXPECT_EQ(badRename.err, QStringLiteral("supportqt lib extract: --rename takes OLD=NEW, not 'inv'\n"));
     const Result noOutput = tool({"lib", "extract", file("corner.lib"), "buf"});
     EXPECT_EQ(noOutput.code, 2);
+    // The output may not replace a file that the library includes: the library would no longer hold
+    // what was extracted from it.
+    const std::string devBefore = readFileBytes(path("dev.spice"));
+    const Result overInclude = tool({"lib", "extract", file("corner.lib"), "buf", "-o", dev, "--section", "tt"});
+    EXPECT_EQ(overInclude.code, 2);
+    EXPECT_EQ(overInclude.err,
+              QStringLiteral("supportqt lib extract: the output %1 is a file that the library includes (%1)\n").arg(dev));
+    EXPECT_EQ(overInclude.out, "");
+    EXPECT_EQ(readFileBytes(path("dev.spice")), devBefore);
 }
 
 TEST_F(LibTool, UsageErrorsAndUnreadableInputs)
