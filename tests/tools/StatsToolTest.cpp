@@ -210,6 +210,11 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
     const Result itself = tool({"stats", file, "--html", file});
     EXPECT_EQ(itself.code, 2);
     EXPECT_EQ(itself.err, "supportqt stats: " + file + " is the results file being read; name another output\n");
+    writeFileBytes(path("limits2.csv"), "gain,1,2\n");
+    const Result overLimits = tool({"stats", file, "--limits", temp("limits2.csv"), "--csv", temp("limits2.csv")});
+    EXPECT_EQ(overLimits.code, 2);
+    EXPECT_EQ(overLimits.err, "supportqt stats: " + temp("limits2.csv") + " is the limits file being read; name another output\n");
+    EXPECT_EQ(readFileBytes(path("limits2.csv")), "gain,1,2\n");
     writeFileBytes(path("picture.svg"), "<svg xmlns=\"http://www.w3.org/2000/svg\"/>");
     const Result notResults = tool({"stats", temp("picture.svg")});
     EXPECT_EQ(notResults.code, 1);

@@ -292,10 +292,16 @@ int runStats(const QStringList& arguments)
         return early;
     const QString path = command.positional().at(0);
     // An output that is the results file itself (by another name or a link) would destroy it.
-    for (const char* option : {"csv", "html"})
-        if (command.isSet(QLatin1String(option)) && sameExistingFile(command.value(QLatin1String(option)), path))
-            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output")
-                                               .arg(command.value(QLatin1String(option))));
+    // So would one that is the limits file.
+    for (const char* option : {"csv", "html"}) {
+        if (!command.isSet(QLatin1String(option)))
+            continue;
+        const QString output = command.value(QLatin1String(option));
+        if (sameExistingFile(output, path))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(output));
+        if (command.isSet(QStringLiteral("limits")) && sameExistingFile(output, command.value(QStringLiteral("limits"))))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the limits file being read; name another output").arg(output));
+    }
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     if (!loadResultsFile(command, path, &table, &header))
