@@ -13,6 +13,9 @@
 /// Count, mean, central moment sums, extrema and non-finite count of a sample, updated in one pass and
 /// merged pairwise with the exact update formulas for the second to fourth central moments, so that the
 /// summary of two parts equals the summary of their union up to rounding (1e-12 relative in practice).
+/// The sums hold powers of the deviations from the mean as doubles: deviations beyond about 1e77 in
+/// magnitude overflow the fourth-power sum (and 1e154 the second, making the standard deviation
+/// infinite), and deviations below about 1e-77 underflow it (1e-154 the second, making it 0).
 class SUPPORTQT_API MomentSummary {
 public:
     /// Adds one value of run `caseNumber`. A value that is not finite is counted apart and changes
@@ -175,8 +178,10 @@ struct MeritStatistics {
 };
 
 /// The statistics of every merit function of `header` over the runs of `table`. `limits[i]` applies to
-/// merit function i (missing entries: no limits). A run that lacks a value for a merit function is left
-/// out of that merit function's statistics. The parameter influence (Spearman's rho with average ranks
+/// merit function i (missing entries: no limits). A run that lacks a value for a merit function (its
+/// record holds fewer values) is left out of that merit function's statistics. The results-file reader
+/// gives a run with no value for a merit function the value 0 when the run has a value for a later one,
+/// or when the reference run (case 1) has one for it: such a 0 is a value here. The parameter influence (Spearman's rho with average ranks
 /// for ties, over the runs with a finite value; a parameter a run did not change counts as deviation 0
 /// in that run) is computed only when `influence` is true, since it ranks every parameter. A table of
 /// 65,536 runs or more is walked, and without `influence` its merit functions summarised, on up to one
