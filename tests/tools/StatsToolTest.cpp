@@ -278,6 +278,25 @@ TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
     EXPECT_EQ(rows[1]["yield"].toString(), ""); // no limits
 }
 
+// One run: its standard deviation is 0 in the CSV table as in the JSON, not left blank.
+TEST_F(StatsTool, OneRunHasAStandardDeviationOfZeroInEveryForm)
+{
+    const QString file = results(1);
+    ASSERT_EQ(tool({"stats", file, "--csv", temp("one.csv")}).code, 0);
+    const QJsonObject o = parseJson(tool({"stats", file, "--json"}).out);
+    EXPECT_EQ(o["meritFunctions"][0]["count"].toInt(), 1);
+    EXPECT_EQ(o["meritFunctions"][0]["stddev"].toDouble(-1.0), 0.0);
+    const QStringList lines = QString::fromStdString(readFileBytes(path("one.csv"))).split('\n');
+    ASSERT_GE(lines.size(), 2);
+    EXPECT_TRUE(lines[0].startsWith("name,definition,count,nonfinite,mean,stddev,")) << lines[0].toStdString();
+    // gain,gain,1,0,MEAN,0,MIN,...: the sixth field of the first row.
+    const QStringList fields = lines[1].split(',');
+    ASSERT_GE(fields.size(), 7);
+    EXPECT_EQ(fields[0], "gain");
+    EXPECT_EQ(fields[2], "1");
+    EXPECT_EQ(fields[5], "0") << lines[1].toStdString();
+}
+
 TEST_F(StatsTool, HtmlPageStandsAloneShowsInChromiumAndItsPicturesHaveNoOverlappingText)
 {
     const QString file = results(400);

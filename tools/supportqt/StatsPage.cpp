@@ -436,7 +436,7 @@ std::string statsCsv(const std::vector<MeritStatistics>& all)
         out += quoted(s.name.str()) + "," + quoted(s.definition.str()) + "," + std::to_string(m.count()) + "," +
                std::to_string(m.nonFiniteCount());
         const bool any = m.count() > 0;
-        out += "," + (any ? num(m.mean()) : std::string()) + "," + (m.count() > 1 ? num(m.standardDeviation()) : std::string());
+        out += "," + (any ? num(m.mean()) : std::string()) + "," + (any ? num(m.standardDeviation()) : std::string());
         out += "," + (any ? num(m.minimum()) + "," + std::to_string(m.minimumCase()) : std::string(","));
         out += "," + (any ? num(m.maximum()) + "," + std::to_string(m.maximumCase()) : std::string(","));
         out += "," + num(m.skewness()) + "," + num(m.excessKurtosis());
