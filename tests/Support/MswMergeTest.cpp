@@ -11,9 +11,6 @@
 
 #include <cmath>
 #include <cstring>
-#ifndef _WIN32
-#include <sys/resource.h>
-#endif
 #include <limits>
 #include <random>
 #include <string>
@@ -390,19 +387,16 @@ TEST_F(MswMerge, MoreMeritFunctionsThanOpenFilesMerge)
         ASSERT_TRUE(sp_WriteMswFile(p(name), part, header));
         shards.push_back(p(name));
     }
-#ifndef _WIN32
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit low = before;
-    low.rlim_cur = 64;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
-#endif
     YString message;
     MswMergeSummary summary;
-    const bool merged = sp_MergeMswFiles(shards, p("merged.msw"), false, &message, &summary);
+    bool merged = false;
+    {
+        const OpenFileLimit limit(64);
 #ifndef _WIN32
-    setrlimit(RLIMIT_NOFILE, &before);
+        ASSERT_TRUE(limit.lowered());
 #endif
+        merged = sp_MergeMswFiles(shards, p("merged.msw"), false, &message, &summary);
+    }
     ASSERT_TRUE(merged) << message.c_str();
     EXPECT_EQ(summary.runs, 6);
     ASSERT_EQ(summary.merits.size(), static_cast<size_t>(kMerits));

@@ -9,13 +9,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <vector>
 
 #ifdef _WIN32
 #include <fcntl.h>
 #include <stdlib.h>
-#else
-#include <sys/resource.h>
 #endif
 
 class FileServices : public TempDirTest {
@@ -192,13 +191,10 @@ TEST_F(FileServices, AnOpenWithoutAStreamLeftTouchesNothing)
 {
     writeFileBytes(path("precious.txt"), "keep me");
     writeFileBytes(path("scratch.txt"), "x");
-#ifndef _WIN32
     // A low descriptor limit for the test's while: the runtime's own limit on Windows is 512 streams.
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit low = before;
-    low.rlim_cur = 64;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::optional<OpenFileLimit> limit(64);
+#ifndef _WIN32
+    ASSERT_TRUE(limit->lowered());
 #endif
     std::vector<FILE*> held;
     while (held.size() < 4096) {
@@ -215,9 +211,7 @@ TEST_F(FileServices, AnOpenWithoutAStreamLeftTouchesNothing)
     const int madeError = errno;
     for (FILE* f : held)
         std::fclose(f);
-#ifndef _WIN32
-    setrlimit(RLIMIT_NOFILE, &before);
-#endif
+    limit.reset();
     EXPECT_LT(held.size(), 4096u);
     EXPECT_EQ(emptied, nullptr);
     EXPECT_EQ(emptiedError, EMFILE);

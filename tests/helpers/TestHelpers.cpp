@@ -14,8 +14,10 @@
 #else
 #include <unistd.h>
 #endif
-#if defined(__linux__)
+#ifndef Q_OS_WIN
 #include <sys/resource.h>
+#endif
+#if defined(__linux__)
 #include <sys/wait.h>
 #endif
 
@@ -123,6 +125,31 @@ std::string reportFromLimitedChild(size_t headroom, const std::function<std::str
     (void)headroom;
     (void)body;
     return std::string();
+#endif
+}
+
+OpenFileLimit::OpenFileLimit(unsigned long limit)
+{
+#ifndef Q_OS_WIN
+    rlimit now{};
+    if (getrlimit(RLIMIT_NOFILE, &now) != 0)
+        return;
+    m_before = now.rlim_cur;
+    now.rlim_cur = limit;
+    m_lowered = setrlimit(RLIMIT_NOFILE, &now) == 0;
+#else
+    (void)limit;
+#endif
+}
+
+OpenFileLimit::~OpenFileLimit()
+{
+#ifndef Q_OS_WIN
+    rlimit now{};
+    if (m_lowered && getrlimit(RLIMIT_NOFILE, &now) == 0) {
+        now.rlim_cur = static_cast<rlim_t>(m_before);
+        setrlimit(RLIMIT_NOFILE, &now);
+    }
 #endif
 }
 

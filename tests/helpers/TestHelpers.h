@@ -107,6 +107,21 @@ bool limitAddressSpace(size_t headroom);
 /// the child could not be made or limited, or did not end normally (`*status` says how it ended).
 std::string reportFromLimitedChild(size_t headroom, const std::function<std::string()>& body, bool* ran, int* status);
 
+/// Lowers the process's limit of open files to `limit` while it lives (POSIX); a no-op on Windows,
+/// whose C runtime has a limit of its own. `lowered()` says whether the limit was set.
+class OpenFileLimit {
+public:
+    explicit OpenFileLimit(unsigned long limit);
+    ~OpenFileLimit();
+    OpenFileLimit(const OpenFileLimit&) = delete;
+    OpenFileLimit& operator=(const OpenFileLimit&) = delete;
+    bool lowered() const { return m_lowered; }
+
+private:
+    unsigned long long m_before = 0;
+    bool m_lowered = false;
+};
+
 /// Holds a file open with no sharing while it lives, so that no other process can open it (Windows);
 /// a no-op elsewhere.
 class ExclusiveFileLock {
