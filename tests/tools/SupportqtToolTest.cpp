@@ -1935,6 +1935,17 @@ TEST_F(Tool, RunToldSignalsFromExitsKeepsCapturedOutputBoundedAndEndsItsProgram)
     EXPECT_EQ(exited.code, 15);
     EXPECT_EQ(exited.err, "");
 
+    // The tool's own writes beyond a file-size limit fail with an error; the program it runs meets the
+    // limit as it would without the tool, its writer ended by SIGXFSZ (25), 128 + 25 in the shell.
+    const QString writer = temp("writer.sh");
+    writeFileBytes(writer.toStdString(), "#!/bin/sh\nhead -c 100000 /dev/zero > \"$1\"\necho \"rc=$?\"\n");
+    QFile::setPermissions(writer, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const Result limited = runProgram(QStringLiteral("/bin/sh"),
+                                      {"-c", QStringLiteral("ulimit -f 10; exec '%1' run '\"%2\" \"%3\"'")
+                                                 .arg(SUPPORTQT_TOOL_PATH, writer, temp("big.bin"))});
+    EXPECT_EQ(limited.code, 0) << limited.err.toStdString();
+    EXPECT_EQ(limited.out, "rc=153\n");
+
     // 80 blocks of one mebibyte: 64 are kept and printed, 16 are counted.
     const Result flood = tool({"run", childAt("flood", "flood 80\nexit 0\n"), "--capture"});
     EXPECT_EQ(flood.code, 0);

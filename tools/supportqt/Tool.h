@@ -180,5 +180,6 @@ void removeWhenInterrupted(const QString& file, const QString& folder);
 /// keeps its own line ends.
 void useBinaryStandardStreams();
 /// Makes a write beyond the process's file-size limit fail as a write to a full disk does, with an error
-/// the tool reports and its temporary files removed, instead of ending the tool by a signal (POSIX).
+/// the tool reports and its temporary files removed, instead of ending the tool by a signal (POSIX). The
+/// programs the tool starts meet the limit as they would have without the tool.
 void failWritesBeyondTheSizeLimit();

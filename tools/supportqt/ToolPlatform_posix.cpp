@@ -15,8 +15,24 @@ bool standardErrorIsTerminal()
 
 void useBinaryStandardStreams() {}
 
-// Ignored, SIGXFSZ leaves the write to fail with EFBIG.
-void failWritesBeyondTheSizeLimit() { std::signal(SIGXFSZ, SIG_IGN); }
+namespace {
+extern "C" void noteSizeLimit(int) {}
+} // namespace
+
+// Caught by a handler that does nothing, SIGXFSZ leaves the write to fail with EFBIG. A handler, not
+// SIG_IGN: a program the tool starts gets the default back when it is executed, as it would have had
+// it, while an ignored signal would stay ignored in it.
+void failWritesBeyondTheSizeLimit()
+{
+    struct sigaction old = {};
+    if (::sigaction(SIGXFSZ, nullptr, &old) != 0 || old.sa_handler == SIG_IGN)
+        return;
+    struct sigaction action = {};
+    action.sa_handler = noteSizeLimit;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGXFSZ, &action, nullptr);
+}
 
 bool writeStream(FILE* stream, const char* data, size_t size) { return std::fwrite(data, 1, size, stream) == size; }
 
