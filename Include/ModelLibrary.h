@@ -322,14 +322,18 @@ struct ModelLibExtractRequest {
 /// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
 /// that is extracted too, or another's new name; `*text` is then empty. Otherwise the status of the
-/// resolution. `filesRead` (may be null) receives the names of the files the library was read from, the
-/// root first, whatever the status, so that a caller can keep the extraction from replacing one of them.
+/// resolution.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
-                                              std::vector<ModelLibProblem>* problems,
-                                              std::vector<YString>* filesRead = nullptr);
+                                              std::vector<ModelLibProblem>* problems);
+
+/// Whether the existing file `file` is a file of the library `path`: the library itself, or a file that an
+/// ".include" or ".lib" line of a file of the library names, in any section, followed through every file
+/// that can be indexed. Files are the same when they are found at the same place (links followed; on
+/// Windows, names compared without regard to case). False for a file that does not exist.
+SUPPORTQT_API bool sp_ModelLibraryHoldsFile(const YString& path, const YString& file, SpiceLanguage language);
 
 /// `sp_ExtractModels` written to `output` whole or not at all (`sp_ReplaceFileContent`); WriteFailed when
-/// it cannot be written, and, leaving it as it was, when `output` is one of the files the library was
-/// read from (the root or a file it reaches).
+/// it cannot be written, and, leaving it as it was, when `output` is a file of the library
+/// (`sp_ModelLibraryHoldsFile`).
 SUPPORTQT_API ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtractRequest& request,
                                                      const YString& output, std::vector<ModelLibProblem>* problems);

@@ -30,6 +30,7 @@
 #include <string_view>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace {
@@ -2230,17 +2231,12 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
 }
 
 ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
-                                std::vector<ModelLibProblem>* problems, std::vector<YString>* filesRead)
+                                std::vector<ModelLibProblem>* problems)
 {
     try {
         *text = YString();
         ModelLibResolution r;
         const ModelLibStatus status = sp_ResolveModelSection(path, request.section, request.language, &r);
-        if (filesRead) {
-            filesRead->clear();
-            for (const ModelLibIndex& file : r.files)
-                filesRead->push_back(file.fileName);
-        }
         if (status != ModelLibStatus::Ok)
             return status;
         std::vector<std::pair<std::string, std::string>> renames;
@@ -2358,23 +2354,45 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
     }
 }
 
+bool sp_ModelLibraryHoldsFile(const YString& path, const YString& file, SpiceLanguage language)
+{
+    try {
+        const QFileInfo target(toQs(file));
+        if (!target.exists())
+            return false;
+        // The files met so far, by the place they name, and those whose references are still to follow.
+        std::unordered_set<std::string> met;
+        std::vector<YString> pending{path};
+        while (!pending.empty()) {
+            const YString next = pending.back();
+            pending.pop_back();
+            if (!met.insert(Resolver::canonical(next)).second)
+                continue;
+            if (QFileInfo(toQs(next)) == target)
+                return true;
+            ModelLibIndex index;
+            if (sp_IndexModelLibrary(next, language, &index, ModelLibElements::Skip) != ModelLibStatus::Ok)
+                continue;
+            for (const ModelLibReference& reference : index.references)
+                pending.push_back(reference.path);
+        }
+    } catch (...) {
+        // Out of memory: what was followed so far holds no such file.
+    }
+    return false;
+}
+
 ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtractRequest& request, const YString& output,
                                        std::vector<ModelLibProblem>* problems)
 {
     YString text;
-    std::vector<YString> read;
-    const ModelLibStatus status = sp_ExtractModels(path, request, &text, problems, &read);
+    const ModelLibStatus status = sp_ExtractModels(path, request, &text, problems);
     if (status != ModelLibStatus::Ok)
         return status;
+    // The extraction never replaces a file of the library it was taken from.
+    if (sp_ModelLibraryHoldsFile(path, output, request.language))
+        return ModelLibStatus::WriteFailed;
     try {
-        // The extraction never replaces a file of the library it was taken from.
-        const QFileInfo target(toQs(output));
-        if (target.exists()) {
-            const QString canonical = target.canonicalFilePath();
-            for (const YString& file : read)
-                if (QFileInfo(toQs(file)).canonicalFilePath() == canonical)
-                    return ModelLibStatus::WriteFailed;
-        }
         const bool written = sp_ReplaceFileWith(output, [&](const YString& temporary) {
             QFile file(toQs(temporary));
             if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))

@@ -615,10 +615,7 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     std::vector<ModelLibProblem> check;
     EXPECT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &check), ModelLibStatus::Ok);
     EXPECT_TRUE(check.empty()) << check.front().message.c_str();
-    // The files read, root first; the extraction never replaces one of them.
-    std::vector<YString> read{YString("left over")};
-    ASSERT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, nullptr, &read), ModelLibStatus::Ok);
-    EXPECT_EQ(read, (std::vector<YString>{YString(top.c_str()), YString(dev.c_str())}));
+    // The extraction never replaces a file of the library: the library itself, or a file it includes.
     const std::string devText = readFileBytes(dev);
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(dev.c_str()), nullptr), ModelLibStatus::WriteFailed);
     EXPECT_EQ(readFileBytes(dev), devText);
@@ -626,11 +623,43 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(top.c_str()), nullptr), ModelLibStatus::WriteFailed);
     EXPECT_EQ(readFileBytes(top), kitText);
     request.names = {YString("nothing")};
-    EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems, &read), ModelLibStatus::NoSuchDefinition);
-    EXPECT_EQ(read.size(), 2u);
+    EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::NoSuchDefinition);
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), ModelLibExtractRequest{{YString("buf")}, YString("tt"), {}, SpiceLanguageNative},
                                       YString(m_dir.c_str()), nullptr),
               ModelLibStatus::WriteFailed);
+}
+
+// The files of a library are the library and every file its ".include" and ".lib" lines name, in any
+// section and through every file they reach; a file that does not exist, or one outside, is not.
+TEST_F(ModelLibraryFiles, ALibraryHoldsEveryFileItsLinesNameInAnySection)
+{
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(path("sub"))));
+    write("sub/dev.spice", ".model nch nmos\n.include deeper.spice\n");
+    write("sub/deeper.spice", ".model pch pmos\n");
+    write("ssonly.spice", ".model slow nmos\n.lib corners.lib ff\n");
+    write("corners.lib", ".lib ff\n.model fast nmos\n.endl ff\n");
+    write("outside.spice", ".model other d\n");
+    const std::string lib = write("kit.lib", ".lib tt\n.include 'sub/dev.spice'\n.subckt buf a y\nR1 a y 1\n.ends\n.endl tt\n"
+                                             ".lib ss\n.include 'ssonly.spice'\n.endl ss\n");
+    const YString kit(lib.c_str());
+    for (const char* held : {"kit.lib", "sub/dev.spice", "sub/deeper.spice", "ssonly.spice", "corners.lib"})
+        EXPECT_TRUE(sp_ModelLibraryHoldsFile(kit, YString(path(held).c_str()), SpiceLanguageNative)) << held;
+    // By another name of the same place.
+    EXPECT_TRUE(sp_ModelLibraryHoldsFile(kit, YString(path("sub/../ssonly.spice").c_str()), SpiceLanguageNative));
+    EXPECT_FALSE(sp_ModelLibraryHoldsFile(kit, YString(path("outside.spice").c_str()), SpiceLanguageNative));
+    EXPECT_FALSE(sp_ModelLibraryHoldsFile(kit, YString(path("none.spice").c_str()), SpiceLanguageNative));
+    EXPECT_FALSE(sp_ModelLibraryHoldsFile(YString(path("missing.lib").c_str()), YString(path("outside.spice").c_str()),
+                                          SpiceLanguageNative));
+
+    // An extraction from section tt is not written over the file that only section ss includes.
+    ModelLibExtractRequest request;
+    request.names = {YString("buf")};
+    request.section = YString("tt");
+    const std::string before = readFileBytes(path("ssonly.spice"));
+    EXPECT_EQ(sp_WriteExtractedModels(kit, request, YString(path("ssonly.spice").c_str()), nullptr), ModelLibStatus::WriteFailed);
+    EXPECT_EQ(readFileBytes(path("ssonly.spice")), before);
+    EXPECT_EQ(sp_WriteExtractedModels(kit, request, YString(path("outside.spice").c_str()), nullptr), ModelLibStatus::Ok);
+    EXPECT_NE(readFileBytes(path("outside.spice")).find(".subckt buf a y"), std::string::npos);
 }
 
 // A rename that would give two extracted definitions of one kind the same name is refused with nothing

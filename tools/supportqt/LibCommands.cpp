@@ -406,13 +406,10 @@ int runLibExtract(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("the output %1 is the input itself").arg(output));
     std::vector<ModelLibProblem> problems;
     YString text;
-    std::vector<YString> read;
-    const ModelLibStatus status = sp_ExtractModels(toYs(path), request, &text, &problems, &read);
     // The output must not replace a file that the library includes, which would break the library.
-    for (size_t i = 1; !toStandardOutput && i < read.size(); ++i)
-        if (sameExistingFile(toQs(read[i]), output))
-            return command.fail(ExitUsage, QStringLiteral("the output %1 is a file that the library includes (%2)")
-                                               .arg(output, toQs(read[i])));
+    if (!toStandardOutput && sp_ModelLibraryHoldsFile(toYs(path), toYs(output), language))
+        return command.fail(ExitUsage, QStringLiteral("the output %1 is a file that the library includes").arg(output));
+    const ModelLibStatus status = sp_ExtractModels(toYs(path), request, &text, &problems);
     if (status != ModelLibStatus::Ok) {
         // The one line says what failed: the problem that stopped the extraction when there is one.
         if (!problems.empty() && (status == ModelLibStatus::NoSuchDefinition || status == ModelLibStatus::RenameClash))
