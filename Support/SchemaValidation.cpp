@@ -110,6 +110,8 @@ public:
         : m_folder(QFileInfo(schemaPath).absoluteDir().canonicalPath())
     {
     }
+    /// Where the first file the schema includes that nests too deeply does so; null when none does.
+    const QSourceLocation& tooDeep() const { return m_tooDeep; }
 
 protected:
     QNetworkReply* createRequest(Operation operation, const QNetworkRequest& request, QIODevice* data) override
@@ -120,7 +122,7 @@ protected:
     }
 
 private:
-    bool allowed(const QUrl& url) const
+    bool allowed(const QUrl& url)
     {
         if (!url.isLocalFile() || m_folder.isEmpty())
             return false;
@@ -131,10 +133,14 @@ private:
         if (path.isEmpty() || !path.startsWith(m_folder + QLatin1Char('/')))
             return false;
         QFile included(path);
-        return included.open(QIODevice::ReadOnly) && !nestsTooDeep(included, url, nullptr);
+        if (!included.open(QIODevice::ReadOnly))
+            return false;
+        // The compiler would pass over a refused include: the caller refuses the schema for it.
+        return m_tooDeep.isNull() && !nestsTooDeep(included, url, &m_tooDeep);
     }
 
     QString m_folder;
+    QSourceLocation m_tooDeep;
 };
 
 // The validator of a document gets no file and no network: the schema it checks against is compiled
@@ -169,7 +175,12 @@ XmlValidateStatus validate(const YString& xmlPath, const YString& schemaPath, My
         handler.report(tooDeepText("The schema"), where);
         return XmlValidateBadSchema;
     }
-    if (!schemaOpened || !schema.load(&schemaFile, schemaUrl) || !schema.isValid()) {
+    const bool loaded = schemaOpened && schema.load(&schemaFile, schemaUrl) && schema.isValid();
+    if (!access.tooDeep().isNull()) {
+        handler.report(tooDeepText("The schema"), access.tooDeep());
+        return XmlValidateBadSchema;
+    }
+    if (!loaded) {
         if (schemaOpened || (regular(schemaPath) && QFile(toQs(schemaPath)).open(QIODevice::ReadOnly)))
             return XmlValidateBadSchema;
         return XmlValidateNoSchemaFile;

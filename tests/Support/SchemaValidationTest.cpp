@@ -141,4 +141,32 @@ TEST_F(SchemaValidation, FilesNestedTooDeepAreRefusedAndNotFollowed)
               XmlValidateBadSchema);
     EXPECT_EQ(message.text, YString("The schema nests elements deeper than 1000 levels, more than the validator follows"));
     EXPECT_EQ(message.file, YString(path("deep.xsd").c_str()));
+
+    // A schema that includes one nested too deep, which the compiler would pass over as if refused.
+    const auto part = [](int depth) {
+        std::string text = "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" targetNamespace=\"urn:a\">"
+                           "<xs:element name=\"v\" type=\"xs:int\"/><xs:annotation>";
+        for (int i = 0; i < depth; ++i)
+            text += "<xs:documentation>";
+        for (int i = 0; i < depth; ++i)
+            text += "</xs:documentation>";
+        return text + "</xs:annotation></xs:schema>";
+    };
+    writeFileBytes(path("deeppart.xsd"), part(1200));
+    writeFileBytes(path("base.xsd"), "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\" xmlns=\"urn:a\" "
+                                     "targetNamespace=\"urn:a\" elementFormDefault=\"qualified\">"
+                                     "<xs:include schemaLocation=\"deeppart.xsd\"/>"
+                                     "<xs:element name=\"r\"><xs:complexType><xs:sequence><xs:element ref=\"v\"/>"
+                                     "</xs:sequence></xs:complexType></xs:element></xs:schema>");
+    writeFileBytes(path("r.xml"), "<r xmlns=\"urn:a\"><v>1</v></r>");
+    EXPECT_EQ(sp_ValidateXmlWithLocation(YString(path("r.xml").c_str()), YString(path("base.xsd").c_str()), &message),
+              XmlValidateBadSchema);
+    EXPECT_EQ(message.text, YString("The schema nests elements deeper than 1000 levels, more than the validator follows"));
+    EXPECT_EQ(message.file, YString(path("deeppart.xsd").c_str()));
+    EXPECT_EQ(message.line, 1);
+    // The same part nested 900 levels deep is taken.
+    writeFileBytes(path("deeppart.xsd"), part(900));
+    EXPECT_EQ(sp_ValidateXmlWithLocation(YString(path("r.xml").c_str()), YString(path("base.xsd").c_str()), &message),
+              XmlValidateOk)
+        << message.text.c_str();
 }
