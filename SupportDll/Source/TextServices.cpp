@@ -68,8 +68,12 @@ double outOfRange(const char* p, const char* end)
 
 bool parseDouble(const char* begin, const char* end, double* value)
 {
-    if (begin < end && *begin == '+')
+    // One sign at most: "+" is skipped, for the parser takes only "-", and a second sign is no number.
+    if (begin < end && *begin == '+') {
         ++begin;
+        if (begin < end && (*begin == '-' || *begin == '+'))
+            return false;
+    }
     auto result = std::from_chars(begin, end, *value);
     if (result.ec == std::errc::result_out_of_range && result.ptr == end) {
         *value = outOfRange(begin, end);

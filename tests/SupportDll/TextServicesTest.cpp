@@ -170,5 +170,8 @@ TEST(ShortestText, RoundTripsAndRejectsGarbage)
         EXPECT_EQ(v, std::strtod(c.text, nullptr)) << c.text;
     }
     EXPECT_FALSE(sp_TextToReal("1e999x", &v));
+    EXPECT_FALSE(sp_TextToReal("+-1", &v)); // one sign at most, as strtod reads it
+    EXPECT_FALSE(sp_TextToReal("+-1e999", &v));
+    EXPECT_FALSE(sp_TextToReal("++1", &v));
     EXPECT_FALSE(sp_TextToReal("1e", &v));
 }
