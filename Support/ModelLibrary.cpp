@@ -1983,6 +1983,28 @@ void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const Y
         throw std::bad_alloc();
 }
 
+// A definition's first line with its name, the word after the keyword, written as `name` when the two
+// differ in case only (the same bytes otherwise, so the line keeps its length and spacing).
+YString withCaseOf(const YString& line, const YString& name)
+{
+    std::string s = line.str();
+    size_t i = 0;
+    while (i < s.size() && isDelimiter(s[i]))
+        ++i;
+    while (i < s.size() && !isDelimiter(s[i]))
+        ++i;
+    while (i < s.size() && isDelimiter(s[i]))
+        ++i;
+    size_t e = i;
+    while (e < s.size() && !isDelimiter(s[e]))
+        ++e;
+    const std::string& n = name.str();
+    if (e - i != n.size() || lower(s.substr(i, e - i)) != lower(n))
+        return line;
+    s.replace(i, e - i, n);
+    return YString(s.c_str());
+}
+
 // `line` with every whole word OLD (ignoring case) of `renames` written as NEW.
 YString renameWords(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames)
 {
@@ -2339,6 +2361,9 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             out += "* " + file.fileName.str() + ":" + std::to_string(d.line) + "\n";
             std::vector<YString> lines;
             appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines);
+            // LibraryStream keeps a name that the new one matches but for case: it is written here.
+            if (renamed != newName.end() && !lines.empty())
+                lines[0] = withCaseOf(lines[0], renamed->second);
             for (size_t l = 0; l < lines.size(); ++l) {
                 // LibraryStream renames the definition itself; the words of its other lines (and an AKO
                 // base on its first line) that name renamed definitions are renamed here.

@@ -692,6 +692,11 @@ TEST_F(ModelLibraryFiles, ARenameOntoAnotherExtractedNameIsRefused)
     EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
     EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":2\n.subckt inv a y\nR1 a y 1\n.ends\n* " + lib + ":1\n.model inv d\n* " + lib +
                                               ":5\n.subckt core  a y\nX1 a m inv\nX2 m y inv\nD1 a y inv\n.ends\n");
+    // A rename that changes the case only renames the definitions too, not just the words naming them.
+    request.renames = {YString("inv=INV")};
+    EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":2\n.subckt INV a y\nR1 a y 1\n.ends\n* " + lib + ":1\n.model INV d\n* " + lib +
+                                              ":5\n.subckt buf a y\nX1 a m INV\nX2 m y INV\nD1 a y INV\n.ends\n");
 }
 
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
