@@ -1714,7 +1714,8 @@ public:
         const std::string& c = known->second;
         const auto found = m_byPath.find(c);
         if (found != m_byPath.end()) {
-            *status = m_failed.count(c) ? m_failed[c] : ModelLibStatus::Ok;
+            const auto failed = m_failed.find(c);
+            *status = failed == m_failed.end() ? ModelLibStatus::Ok : failed->second;
             return *status == ModelLibStatus::Ok ? found->second : -1;
         }
         ModelLibIndex index;
@@ -1855,13 +1856,21 @@ private:
         return true;
     }
 
+    // A (file, section) pair as a hash key: a long chain of sections looks them up once per step.
+    struct UnitHash {
+        size_t operator()(const std::pair<int, std::string>& unit) const
+        {
+            return std::hash<std::string>()(unit.second) * 31u + static_cast<size_t>(unit.first);
+        }
+    };
+
     SpiceLanguage m_language;
     ModelLibResolution* m_r;
-    std::map<std::string, int> m_byPath;
+    std::unordered_map<std::string, int> m_byPath;
     std::unordered_map<std::string, std::string> m_canonical;
-    std::map<std::string, ModelLibStatus> m_failed;
-    std::set<std::pair<int, std::string>> m_done;
-    std::set<std::pair<int, std::string>> m_open; // being read: met again, a reference cycle
+    std::unordered_map<std::string, ModelLibStatus> m_failed;
+    std::unordered_set<std::pair<int, std::string>, UnitHash> m_done;
+    std::unordered_set<std::pair<int, std::string>, UnitHash> m_open; // being read: met again, a reference cycle
 };
 
 const ModelLibIndex& fileOf(const ModelLibResolution& r, const ModelLibReached& reached)
@@ -2133,7 +2142,8 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
         const int root = r.root;
         const std::vector<ModelLibSection> sections = r.files[static_cast<size_t>(root)].sections;
         if (section.isEmpty() && !sections.empty()) {
-            std::set<std::pair<int, int>> reached;
+            // Per file, whether each definition is reached by some section.
+            std::vector<std::vector<char>> reached;
             std::set<std::string> done;
             for (const ModelLibSection& s : sections) {
                 if (!done.insert(key(s.name)).second)
@@ -2142,14 +2152,21 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                 for (const ModelLibProblem& p : r.problems)
                     problems->push_back(p);
                 checkResolution(r, problems);
-                for (const ModelLibReached& x : r.definitions)
-                    reached.insert({x.file, x.definition});
+                for (const ModelLibReached& x : r.definitions) {
+                    if (reached.size() <= static_cast<size_t>(x.file))
+                        reached.resize(static_cast<size_t>(x.file) + 1);
+                    std::vector<char>& flags = reached[static_cast<size_t>(x.file)];
+                    if (flags.size() <= static_cast<size_t>(x.definition))
+                        flags.resize(r.files[static_cast<size_t>(x.file)].definitions.size());
+                    flags[static_cast<size_t>(x.definition)] = 1;
+                }
             }
             for (size_t f = 0; f < r.files.size(); ++f) {
                 const ModelLibIndex& file = r.files[f];
                 for (size_t d = 0; d < file.definitions.size(); ++d) {
                     const ModelLibDefinition& def = file.definitions[d];
-                    if (def.parent < 0 && !reached.count({static_cast<int>(f), static_cast<int>(d)}))
+                    const bool isReached = f < reached.size() && d < reached[f].size() && reached[f][d];
+                    if (def.parent < 0 && !isReached)
                         problems->push_back(problem(ModelLibProblem::Unreferenced, file.name(def), file.fileName, def.line,
                                                     where(file, def.line) + ": " + kindWord(def.kind) + " " + std::string(file.name(def)) +
                                                         " is reached by no section"));
