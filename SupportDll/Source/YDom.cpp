@@ -53,26 +53,6 @@ bool holdsUnwritable(const char* text)
     return false;
 }
 
-// Calls `visit` with every node below `root` (not `root` itself), in document order, without recursion:
-// a document may nest deeper than the stack goes.
-template <class Visit>
-void eachNode(pugi::xml_node root, Visit visit)
-{
-    pugi::xml_node node = root.first_child();
-    while (node) {
-        visit(node);
-        if (node.first_child()) {
-            node = node.first_child();
-            continue;
-        }
-        while (node != root && !node.next_sibling())
-            node = node.parent();
-        if (node == root)
-            break;
-        node = node.next_sibling();
-    }
-}
-
 // Leaves the unwritable characters out of the text of `node` and of its attributes; true when any
 // stands in them.
 template <bool Strip>
@@ -97,20 +77,34 @@ bool unwritableIn(pugi::xml_node node)
     return found;
 }
 
+// Visits every node below a document (pugixml's walk needs no recursion, however deep the document):
+// with `Strip`, leaves the unwritable characters out of each; without, stops at the first that has any.
+template <bool Strip>
+class UnwritableWalker : public pugi::xml_tree_walker {
+public:
+    bool found = false;
+    bool for_each(pugi::xml_node& node) override
+    {
+        found = unwritableIn<Strip>(node) || found;
+        return Strip || !found;
+    }
+};
+
 // The document's text as written. Control characters that XML cannot hold are left out (of a copy, when
 // the document has any), so that every document written is well-formed.
 std::string written(const pugi::xml_document& document)
 {
-    bool any = false;
-    eachNode(document, [&any](pugi::xml_node node) { any = any || unwritableIn<false>(node); });
     StringWriter writer;
-    if (!any) {
+    UnwritableWalker<false> check;
+    pugi::xml_node(document).traverse(check);
+    if (!check.found) {
         document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
         return std::move(writer.text);
     }
     pugi::xml_document copy;
     copy.reset(document);
-    eachNode(copy, [](pugi::xml_node node) { unwritableIn<true>(node); });
+    UnwritableWalker<true> strip;
+    copy.traverse(strip);
     copy.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
     return std::move(writer.text);
 }
