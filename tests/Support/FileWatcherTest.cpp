@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMetaObject>
+#include <QTimer>
 
 #include <string>
 #include <vector>
@@ -112,6 +113,37 @@ TEST_F(FileWatch, AClientMayDeleteItselfWhenItHearsOfAChange)
         writeFileBytes(path(file), "x");
     spin(3000, [&] { return calls > 0; });
     spin(300, [] { return false; });
+    EXPECT_EQ(calls, 1);
+}
+
+// A client that runs an event loop of its own while it hears of a change may be deleted from that loop:
+// the watcher outlives the delivery, and the client hears of nothing more.
+TEST_F(FileWatch, AClientDeletedFromAnEventLoopItRunsWhileItHearsOfAChange)
+{
+    struct Nesting : YFileWatcher {
+        Nesting(const YString& folder, int* calls, bool* deleted) : YFileWatcher(folder), m_calls(calls), m_deleted(deleted) {}
+        ~Nesting() override { *m_deleted = true; }
+        void onDirectoryChanged(const YString&) override
+        {
+            ++*m_calls;
+            Nesting* const self = this;
+            QEventLoop loop;
+            QTimer::singleShot(20, [self] { delete self; });
+            QTimer::singleShot(200, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        int* m_calls;
+        bool* m_deleted;
+    };
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(path("w"))));
+    int calls = 0;
+    bool deleted = false;
+    new Nesting(YString(path("w").c_str()), &calls, &deleted);
+    writeFileBytes(path("w/x"), "x");
+    spin(3000, [&] { return deleted; });
+    writeFileBytes(path("w/y"), "y");
+    spin(300, [] { return false; });
+    EXPECT_TRUE(deleted);
     EXPECT_EQ(calls, 1);
 }
 
