@@ -154,6 +154,22 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         mode = 0666 & ~mask;
     }
 
+    // Writes the finished file `from` over the target in place, beside a copy of the old bytes in the
+    // temporary folder.
+    const auto overwrite = [&](const std::string& from) {
+        std::string backup = QDir::tempPath().toStdString() + "/.sq-XXXXXX";
+        const int bfd = ::mkstemp(&backup[0]);
+        if (bfd < 0)
+            return false;
+        ::close(bfd);
+        bool backupNeeded = false;
+        const bool ok = writeInPlace(from, target, backup, &backupNeeded);
+        // A backup that could not be put back is the only copy of the old bytes: it stays.
+        if (!backupNeeded)
+            ::unlink(backup.c_str());
+        return ok;
+    };
+
     // A short name of our own beside the target (not derived from the target's name, which may be as
     // long as a name may be).
     std::string temporary = folderOf(target) + "/.sq-XXXXXX";
@@ -162,35 +178,35 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         if (!exists)
             return false;
         // No new file can be made in the folder, but the file itself may be written: in place, from a
-        // complete copy made in the temporary folder first, beside a copy of the old bytes.
+        // complete copy made in the temporary folder first.
         std::string scratch = QDir::tempPath().toStdString() + "/.sq-XXXXXX";
-        std::string backup = scratch;
         const int sfd = ::mkstemp(&scratch[0]);
-        const int bfd = sfd < 0 ? -1 : ::mkstemp(&backup[0]);
-        if (sfd >= 0)
-            ::close(sfd);
-        if (bfd >= 0)
-            ::close(bfd);
-        bool backupNeeded = false;
-        const bool ok = bfd >= 0 && write(YString(scratch.c_str()), context) && syncFile(scratch) &&
-                        writeInPlace(scratch, target, backup, &backupNeeded);
-        if (sfd >= 0)
-            ::unlink(scratch.c_str());
-        // A backup that could not be put back is the only copy of the old bytes: it stays.
-        if (bfd >= 0 && !backupNeeded)
-            ::unlink(backup.c_str());
+        if (sfd < 0)
+            return false;
+        ::close(sfd);
+        const bool ok = write(YString(scratch.c_str()), context) && syncFile(scratch) && overwrite(scratch);
+        ::unlink(scratch.c_str());
         return ok;
     }
     ::close(fd);
     bool ok = write(YString(temporary.c_str()), context) && syncFile(temporary);
-    ok = ok && ::chmod(temporary.c_str(), mode) == 0;
+    // The owner first: a change of owner clears the set-user-ID and set-group-ID bits that the mode then
+    // sets.
     if (ok && exists && (old.st_uid != ::geteuid() || old.st_gid != ::getegid())) {
         // The owner is kept where the process may set it (as root); elsewhere the new file is ours.
         if (::chown(temporary.c_str(), old.st_uid, old.st_gid) != 0 && ::geteuid() == 0)
             ok = false;
     }
-    ok = ok && ::rename(temporary.c_str(), target.c_str()) == 0;
-    if (!ok)
+    ok = ok && ::chmod(temporary.c_str(), mode) == 0;
+    bool renamed = false;
+    if (ok) {
+        renamed = ::rename(temporary.c_str(), target.c_str()) == 0;
+        // Another user's file in a folder where only owners may remove or replace files (a sticky
+        // folder such as /tmp) cannot be replaced, but it may be written: in place.
+        if (!renamed)
+            ok = exists && (errno == EPERM || errno == EACCES) && overwrite(temporary);
+    }
+    if (!renamed)
         ::unlink(temporary.c_str());
     return ok;
 }

@@ -226,6 +226,32 @@ TEST_F(FileReplace, PermissionsAreKeptAndNewFilesFollowTheMask)
     EXPECT_EQ(st.st_mode & 07777, 0640u);
 }
 
+// The super-user replacing another user's program keeps its owner and its set-user-ID and set-group-ID
+// bits, which a change of owner would clear if it came after them.
+TEST_F(FileReplace, TheSuperUserKeepsAnotherOwnersSetIdBits)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "giving a file to another user takes the super-user";
+    const struct {
+        const char* name;
+        uid_t uid;
+        gid_t gid;
+        mode_t mode;
+    } cases[] = {{"setuid", 65534, 65534, 06755}, {"setgid", 0, 65534, 02775}};
+    for (const auto& c : cases) {
+        writeFileBytes(path(c.name), "old");
+        ASSERT_EQ(::chown(path(c.name).c_str(), c.uid, c.gid), 0);
+        ASSERT_EQ(::chmod(path(c.name).c_str(), c.mode), 0);
+        EXPECT_TRUE(replace(path(c.name), "new")) << c.name;
+        struct stat st;
+        ASSERT_EQ(::stat(path(c.name).c_str(), &st), 0);
+        EXPECT_EQ(readFileBytes(path(c.name)), "new") << c.name;
+        EXPECT_EQ(st.st_mode & 07777, c.mode) << c.name;
+        EXPECT_EQ(st.st_uid, c.uid) << c.name;
+        EXPECT_EQ(st.st_gid, c.gid) << c.name;
+    }
+}
+
 TEST_F(FileReplace, AWritableFileInAReadOnlyFolderIsWrittenInPlace)
 {
     // A folder where no file can be made: without write permission, or for the super-user (whom

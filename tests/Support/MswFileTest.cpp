@@ -1126,6 +1126,33 @@ TEST_F(MswFile, ReadOnlyResultsFileIsLeftAlone)
     EXPECT_EQ(st.st_mode & 07777, 0444u);
 }
 
+// Another user's results file that anyone may write, in a folder where only owners may replace files (as
+// /tmp is): it cannot be replaced by a rename, so it is written in place and keeps its owner.
+TEST_F(MswFile, AnotherUsersWritableFileInAStickyFolderIsWrittenInPlace)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "making a file of another user takes the super-user";
+    const QString setpriv = QStandardPaths::findExecutable("setpriv");
+    ASSERT_FALSE(setpriv.isEmpty()) << "setpriv runs the probe as an unprivileged user";
+    ASSERT_EQ(::chmod(m_dir.c_str(), 01777), 0);
+    writeFileBytes(path("shared.msw"), "old\n");
+    ASSERT_EQ(::chmod(path("shared.msw").c_str(), 0666), 0);
+    QProcess probe;
+    probe.start(setpriv, {"--reuid=nobody", "--regid=nogroup", "--clear-groups", MSW_WRITE_PROBE_PATH, "write",
+                          QString::fromStdString(path("shared.msw")), "0"});
+    ASSERT_TRUE(probe.waitForFinished(60000));
+    EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()).trimmed(), "true") << probe.readAllStandardError().toStdString();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    EXPECT_TRUE(read("shared.msw", &table, &header));
+    EXPECT_EQ(table.count(), 20000);
+    struct stat st;
+    ASSERT_EQ(::stat(path("shared.msw").c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, 0u);
+    EXPECT_EQ(st.st_mode & 07777, 0666u);
+    EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(",").toStdString();
+}
+
 TEST_F(MswFile, FailedWriteKeepsThePreviousFile)
 {
     writeFileBytes(path("precious.msw"), msw("<header title=\"hours of simulation\"/>"));
