@@ -22,7 +22,22 @@
 
 namespace platform {
 
-FILE* openFile(const char* utf8Path, const char* mode) { return std::fopen(utf8Path, mode); }
+// Files are opened close-on-exec, so that no program the suite starts holds a user's file open.
+FILE* openFile(const char* utf8Path, const char* mode)
+{
+#if defined(__GLIBC__)
+    char closing[16];
+    if (std::strlen(mode) < sizeof closing - 1) {
+        std::strcpy(closing, mode);
+        std::strcat(closing, "e");
+        return std::fopen(utf8Path, closing);
+    }
+#endif
+    FILE* file = std::fopen(utf8Path, mode);
+    if (file)
+        (void)::fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    return file;
+}
 
 int seekFile(FILE* file, long long offset) { return fseeko(file, static_cast<off_t>(offset), SEEK_SET); }
 
@@ -150,7 +165,7 @@ bool processRunning(int pid)
     // An exited child that has not been reaped still answers kill(); its state letter is Z.
     char path[64];
     std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
-    FILE* f = std::fopen(path, "r");
+    FILE* f = std::fopen(path, "re");
     if (f) {
         char line[512];
         size_t n = std::fread(line, 1, sizeof line - 1, f);

@@ -3,6 +3,7 @@
 // kill, priorities, children that outlive their KvProcess, and on Windows the old launcher's start-up
 // options.
 #include "Console.h"
+#include "FileServices.h"
 #include "ProcessServices.h"
 #include "Processes.h"
 #include "TestHelpers.h"
@@ -18,6 +19,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #ifdef Q_OS_LINUX
 #include <fcntl.h>
@@ -488,4 +490,30 @@ TEST_F(Processes, OldLauncherChildrenInheritNoDescriptorAndAreReaped)
     EXPECT_TRUE(spinUntil(5000, [&] { return !QFile::exists(QString::fromStdString(stat)); }))
         << readFileBytes(stat);
 }
+
+// Files the library opens for the caller are closed in every child it starts: a child that outlives
+// the caller's save keeps no handle on the user's file.
+TEST_F(Processes, ChildrenInheritNoFileTheLibraryOpened)
+{
+    FILE* written = nullptr;
+    FILE* read = nullptr;
+    ASSERT_EQ(fopen_s_utf8(&written, path("written.txt").c_str(), "wb"), 0);
+    ASSERT_EQ(fopen_s_utf8(&read, path("written.txt").c_str(), "rb"), 0);
+    const std::vector<std::string> held{std::to_string(fileno(written)), std::to_string(fileno(read))};
+    const std::string first = child("fds", "fds " + path("fds.txt") + "\nexit 0");
+    unsigned code = 1;
+    EXPECT_EQ(sp_SpawnApplication(quoted(first).c_str(), SpawnWait, nullptr, &code, nullptr), SSPE_Ok);
+    const std::string second = child("fds2", "fds " + path("fds2.txt") + "\nexit 0");
+    KvProcess process(quoted(second).c_str(), false, false);
+    ASSERT_TRUE(process.start());
+    EXPECT_TRUE(process.waitProcess(30000));
+    std::fclose(written);
+    std::fclose(read);
+    for (const char* record : {"fds.txt", "fds2.txt"}) {
+        const std::string listed = "\n" + readFileBytes(path(record));
+        for (const std::string& fd : held)
+            EXPECT_EQ(listed.find("\n" + fd + "\n"), std::string::npos) << record << ": " << listed;
+    }
+}
+
 #endif
