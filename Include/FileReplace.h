@@ -22,8 +22,8 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 ///   and, when the file may be read, its old bytes are copied aside to the temporary folder, to be put
 ///   back if a write fails all the same (a copy that cannot be put back is left there);
 /// - the replacement keeps the old file's permissions (and its owner where the process may set it; on
-///   Windows its hidden, system, archive and not-indexed attributes, while its access list is the
-///   folder's); a new file gets the permissions the process's file-mode mask gives.
+///   Windows its access list and its hidden, system, archive and not-indexed attributes); a new file gets
+///   the permissions the process's file-mode mask gives (on Windows, the folder's).
 /// False when `path` is empty or a folder, when the file may not be written, when a Windows path in the
 /// long form ("\\?\C:\...") names a file that its ordinary form would not (a name ending in a dot or a
 /// blank, say), or when anything fails.

@@ -14,6 +14,8 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
+
 namespace {
 // Whether the name opens a device (NUL, CON, a serial port), which the folder's attributes do not tell.
 bool isDevice(const std::wstring& path)
@@ -171,6 +173,29 @@ bool mayWrite(const std::wstring& path)
     return true;
 }
 
+// Gives `to` the access list of `from`: the new file was made with the one its folder hands down, and a
+// file that only its owner could read must stay so. A file system without access lists has nothing to
+// copy. False when the list was read but could not be set.
+bool copyAccessList(const std::wstring& from, const std::wstring& to)
+{
+    PACL list = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetNamedSecurityInfoW(from.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
+                              &descriptor) != ERROR_SUCCESS)
+        return true;
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    // A list that takes nothing from the folder keeps doing so; otherwise the folder's part is handed
+    // down again, the same folder's as before.
+    const bool keepsItsOwn = GetSecurityDescriptorControl(descriptor, &control, &revision) && (control & SE_DACL_PROTECTED);
+    const DWORD what =
+        DACL_SECURITY_INFORMATION | (keepsItsOwn ? PROTECTED_DACL_SECURITY_INFORMATION : UNPROTECTED_DACL_SECURITY_INFORMATION);
+    const bool copied = !list || SetNamedSecurityInfoW(const_cast<wchar_t*>(to.c_str()), SE_FILE_OBJECT, what, nullptr, nullptr,
+                                                       list, nullptr) == ERROR_SUCCESS;
+    LocalFree(descriptor);
+    return copied;
+}
+
 // A file in the temporary folder, made empty for the caller; empty when none can be made.
 std::wstring scratchFile()
 {
@@ -239,6 +264,7 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     const DWORD kept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
     if (ok && exists && (attributes & kept))
         ok = SetFileAttributesW(wideTemporary.c_str(), (attributes & kept) | FILE_ATTRIBUTE_ARCHIVE) != 0;
+    ok = ok && (!exists || copyAccessList(wideTarget, wideTemporary));
     // A target that a reader holds open is moved aside and goes when the reader closes it (rename_utf8).
     ok = ok && rename_utf8(temporary.toUtf8().constData(), target.toUtf8().constData()) == 0;
     if (!ok)

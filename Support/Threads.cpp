@@ -89,7 +89,9 @@ void KvQThread::start() { m_impl->start(QThread::InheritPriority); }
 
 bool KvQThread::running() const { return m_impl->isRunning(); }
 
-bool KvQThread::wait(int ms) { return m_impl->wait(static_cast<unsigned long>(static_cast<unsigned>(ms))); }
+// -1 becomes the largest unsigned long, which Qt takes for no limit; through a 32-bit unsigned value it
+// would be some 50 days where a long has 64 bits.
+bool KvQThread::wait(int ms) { return m_impl->wait(static_cast<unsigned long>(static_cast<long>(ms))); }
 
 KvQtEventLoop::KvQtEventLoop() : m_loop(new QEventLoop) {}
 KvQtEventLoop::~KvQtEventLoop() { delete m_loop; }

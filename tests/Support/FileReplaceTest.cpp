@@ -17,6 +17,9 @@
 
 #ifdef Q_OS_WIN
 #include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
 #endif
 
 #ifndef Q_OS_WIN
@@ -180,6 +183,67 @@ TEST_F(FileReplace, TheOldFilesAttributesAreKept)
     const DWORD attributes = GetFileAttributesW(name.c_str());
     EXPECT_EQ(attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM), DWORD(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM));
     SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+namespace {
+// The access list of a file in the system's text form; empty when it cannot be read.
+std::string accessList(const std::wstring& name)
+{
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetNamedSecurityInfoW(name.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr, nullptr,
+                              &descriptor) != ERROR_SUCCESS)
+        return std::string();
+    LPWSTR text = nullptr;
+    std::string result;
+    if (ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr)) {
+        result = QString::fromWCharArray(text).toStdString();
+        LocalFree(text);
+    }
+    LocalFree(descriptor);
+    return result;
+}
+} // namespace
+
+// A file that only its owner and the system may reach keeps that access list when it is replaced,
+// rather than taking the one its folder hands down to new files.
+TEST_F(FileReplace, ThePrivateAccessListOfTheOldFileIsKept)
+{
+    writeFileBytes(path("private.cir"), "old");
+    const std::wstring name = QDir::toNativeSeparators(QString::fromStdString(path("private.cir"))).toStdWString();
+    // Full access for the system and the user who runs the test, and nothing for anyone else.
+    HANDLE token = nullptr;
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
+    std::vector<char> user(512);
+    DWORD needed = 0;
+    const BOOL known = GetTokenInformation(token, TokenUser, user.data(), static_cast<DWORD>(user.size()), &needed);
+    CloseHandle(token);
+    ASSERT_TRUE(known);
+    LPWSTR sid = nullptr;
+    ASSERT_TRUE(ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &sid));
+    const std::wstring text = L"D:P(A;;FA;;;SY)(A;;FA;;;" + std::wstring(sid) + L")";
+    LocalFree(sid);
+    PSECURITY_DESCRIPTOR wanted = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &wanted, nullptr));
+    BOOL present = FALSE, defaulted = FALSE;
+    PACL list = nullptr;
+    ASSERT_TRUE(GetSecurityDescriptorDacl(wanted, &present, &list, &defaulted));
+    const DWORD set = SetNamedSecurityInfoW(const_cast<wchar_t*>(name.c_str()), SE_FILE_OBJECT,
+                                            DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                            list, nullptr);
+    LocalFree(wanted);
+    ASSERT_EQ(set, DWORD(ERROR_SUCCESS));
+    const std::string before = accessList(name);
+    ASSERT_FALSE(before.empty());
+    // A new file in the same folder gets another list, or the test would show nothing. Wine derives a
+    // file's list from its Unix permissions and sets none of its own.
+    writeFileBytes(path("fresh.cir"), "x");
+    const std::string fresh = accessList(QDir::toNativeSeparators(QString::fromStdString(path("fresh.cir"))).toStdWString());
+    if (fresh == before && runningUnderWine())
+        GTEST_SKIP() << "Wine keeps no access list that a program sets: " << before;
+    ASSERT_NE(fresh, before);
+    EXPECT_TRUE(replace(path("private.cir"), "new"));
+    EXPECT_EQ(readFileBytes(path("private.cir")), "new");
+    EXPECT_EQ(accessList(name), before);
 }
 #endif
 
