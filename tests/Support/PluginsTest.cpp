@@ -11,6 +11,8 @@
 #include <QFileInfo>
 
 #ifdef Q_OS_WIN
+#include "PluginsPlatform_p.h"
+
 #include <windows.h>
 #endif
 
@@ -271,6 +273,19 @@ TEST_F(Plugins, ARootedEntryIsOnTheDriveOfStartupIni)
     writeIni("rooted=" + QDir(mods).absolutePath().mid(2).toStdString());
     EXPECT_EQ(search("rooted"), (std::vector<std::string>{QDir(mods).absolutePath().toStdString() + "/one" + kSuffix}));
     QDir::setCurrent(before);
+}
+
+// The root of a folder on a share is the share's: "/dir" from startup.ini in "//server/share/app" is
+// "//server/share/dir", never on the current drive.
+TEST(PluginsPlatform, ARootedEntryIsOnTheShareOfAFolderOnAShare)
+{
+    using pluginsplatform::onDriveOf;
+    EXPECT_EQ(onDriveOf("/plugins", "//server/share/app/bin"), QString("//server/share/plugins"));
+    EXPECT_EQ(onDriveOf("/plugins", "//server/share"), QString("//server/share/plugins"));
+    EXPECT_EQ(onDriveOf("/plugins", "\\\\server\\share\\app"), QString("//server/share/plugins"));
+    EXPECT_EQ(onDriveOf("/plugins", "D:/app/bin"), QString("D:/plugins"));
+    // An entry that names a share itself stays as it is.
+    EXPECT_EQ(onDriveOf("//other/tools/x", "D:/app"), QString("//other/tools/x"));
 }
 #endif
 
