@@ -47,9 +47,10 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
     if (mode == GfnWriteNew || mode == GfnWrite) {
         if (danglingLink)
             return fileopencheck::folderTakesNewFiles(QFileInfo(entry.symLinkTarget()).absolutePath());
-        // Append mode never touches an existing file's content.
-        const bool opened = fileopencheck::opensForAppending(qpath);
-        if (opened && !existed)
+        // Append mode never touches an existing file's content, and only a file this open made is removed.
+        bool created = false;
+        const bool opened = fileopencheck::opensForAppending(qpath, &created);
+        if (created)
             QFile::remove(qpath);
         return opened;
     }

@@ -18,13 +18,25 @@ bool fileopencheck::opensForReading(const QString& path)
     return true;
 }
 
-bool fileopencheck::opensForAppending(const QString& path)
+bool fileopencheck::opensForAppending(const QString& path, bool* created)
 {
-    QFile file(path);
-    const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
-    if (opened)
-        file.close();
-    return opened;
+    *created = false;
+    // An existing file, else a new one made by this open alone; one that appears in between is opened as
+    // existing.
+    const QIODevice::OpenMode append = QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        QFile existing(path);
+        if (existing.open(append | QIODevice::ExistingOnly))
+            return true;
+        QFile made(path);
+        if (made.open(append | QIODevice::NewOnly)) {
+            *created = true;
+            return true;
+        }
+        if (!QFileInfo::exists(path))
+            return false;
+    }
+    return false;
 }
 
 bool fileopencheck::folderTakesNewFiles(const QString& folder) { return QFileInfo(folder).isWritable(); }

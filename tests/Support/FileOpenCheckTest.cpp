@@ -2,6 +2,7 @@
 // cases run the probe program as an unprivileged user when the tests run as root, since root's opens
 // are not stopped by permission bits.
 #include "FileOpenCheck.h"
+#include "FileOpenCheck_p.h"
 #include "FileServices.h"
 #include "TestHelpers.h"
 
@@ -107,6 +108,38 @@ TEST_F(FileOpen, ExistingFileWithWriteNewIsAnOverwrite)
     EXPECT_EQ(sp_FileOpenForensic(YString(p.c_str()), GfnWriteNew), FileOpenOverwrite);
     EXPECT_EQ(message(p, GfnWriteNew), "The file " + p + kOverwrite);
     EXPECT_EQ(readFileBytes(p), "x");
+}
+
+// A folder is no file to read, on any system (a POSIX open of a folder for reading succeeds).
+TEST_F(FileOpen, AFolderDoesNotOpenForReading)
+{
+    const std::string p = path("folder");
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(p)));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(p.c_str()), GfnRead));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(p.c_str()), static_cast<GfnOpenMode>(3)));
+    EXPECT_EQ(sp_FileOpenForensic(YString(p.c_str()), GfnRead), FileOpenReadLocked);
+}
+
+// The write check removes only a file that its own open made: the open says whether it made the file,
+// so a file that another process makes between the check's look and its open is never removed.
+TEST_F(FileOpen, TheAppendOpenTellsWhetherItMadeTheFile)
+{
+    const QString made = QString::fromStdString(path("made.txt"));
+    bool created = false;
+    EXPECT_TRUE(fileopencheck::opensForAppending(made, &created));
+    EXPECT_TRUE(created);
+    EXPECT_TRUE(QFile::exists(made));
+    EXPECT_EQ(readFileBytes(path("made.txt")), "");
+    EXPECT_TRUE(fileopencheck::opensForAppending(made, &created));
+    EXPECT_FALSE(created);
+    writeFileBytes(path("theirs.txt"), "theirs");
+    created = true;
+    EXPECT_TRUE(fileopencheck::opensForAppending(QString::fromStdString(path("theirs.txt")), &created));
+    EXPECT_FALSE(created);
+    EXPECT_EQ(readFileBytes(path("theirs.txt")), "theirs");
+    created = true;
+    EXPECT_FALSE(fileopencheck::opensForAppending(QString::fromStdString(path("no/such/folder.txt")), &created));
+    EXPECT_FALSE(created);
 }
 
 TEST_F(FileOpen, MissingFileForReading)
