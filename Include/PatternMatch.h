@@ -15,9 +15,12 @@ class QObject;
 /// match is not anchored. Null arguments count as empty.
 ///
 /// Here and in the `QRegExp` matchers below, a pattern whose groups nest deeper than 250, or whose counts
-/// ("{n}", "{n,m}", nested or not) would add more than 100000 atoms to it, counts as invalid, as does one
-/// that runs out of memory: the parser would overflow the stack or take gigabytes and minutes. The
-/// optional copies of "{n,m}" count as the square of m - n, for the links QRegExp builds between them.
+/// ("{n}", "{n,m}", nested or not) and runs would add more than 100000 atoms to it, counts as invalid, as
+/// does one that runs out of memory: the parser would overflow the stack or take gigabytes and minutes.
+/// The optional copies of "{n,m}" count as the square of m - n, and a run of parts in a row that may
+/// match nothing ("x?", "x*", "x{0,m}", as a wildcard's "??" becomes) as the square of its length, for the
+/// links QRegExp builds between them. So does a pattern with so many capturing groups that the matcher's
+/// table of them, four entries per group for each state, would pass 2^27 entries (some 3000 groups).
 SUPPORTQT_API int sp_GlobMatch(const char* pattern, const char* text);
 /// Position of the first match of the regular expression in `text`, or -1 (also for an invalid one).
 SUPPORTQT_API int sp_RegexpMatch(const char* pattern, const char* text);

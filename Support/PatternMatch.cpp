@@ -33,17 +33,25 @@ QString globToRegExp(const QString& glob)
 
 // QRegExp parses groups by recursion, and builds a copy of a repeated part for each count of "{n}" and
 // "{n,m}", the optional ones of "{n,m}" joined to each other (their cost grows with the square of m - n).
-// A pattern nested deeper than this, or whose counts add more than this to its size, is taken as
+// Parts that may match nothing ("x?", "x*", "x{0,m}") in a row are joined to each other too, and cost
+// the square of the run's length. Its matcher keeps a table of every capturing group for every state,
+// sized in an int that overflows past about 23000 groups. A pattern nested deeper than this, whose counts
+// and runs add more than this to its size, or whose table would pass this many entries is taken as
 // invalid, rather than overflow the stack or take gigabytes and minutes.
 constexpr int kMaxGroupDepth = 250;
 constexpr double kMaxAddedAtoms = 100000;
+constexpr double kMaxCaptureTable = 1 << 27;
 
-// The factor a "{n}", "{n,}" or "{n,m}" at `i` multiplies its part by, moving `i` past it; 1 when no
-// count starts at `i`.
-double repetitionAt(const QString& p, int& i)
+// A count "{n}", "{n,}" or "{n,m}" at `i`, moving `i` past it: the factor it multiplies its part by
+// (1 when no count starts at `i`), and whether it lets the part match nothing ("{0,m}", "{0,}").
+struct Repetition {
+    double factor = 1;
+    bool optional = false;
+};
+Repetition repetitionAt(const QString& p, int& i)
 {
     if (i >= p.size() || p[i] != QLatin1Char('{'))
-        return 1;
+        return {};
     double low = 0, value = 0;
     bool digits = false, comma = false;
     int j = i + 1;
@@ -57,17 +65,17 @@ double repetitionAt(const QString& p, int& i)
             comma = true;
             digits = false;
         } else {
-            return 1; // not a count: QRegExp's own parser decides what it is
+            return {}; // not a count: QRegExp's own parser decides what it is
         }
     }
     if (j >= p.size())
-        return 1;
+        return {};
     i = j + 1;
     if (!comma)
-        return std::max(value, 1.0); // {n}
+        return {std::max(value, 1.0), value == 0}; // {n}
     const double high = digits ? value : low; // {n,} builds n copies and a loop
     const double optional = std::max(high - low, 0.0);
-    return std::max(low + optional * optional, 1.0);
+    return {std::max(low + optional * optional, 1.0), low == 0};
 }
 
 // Whether QRegExp can take the pattern within the bounds above.
@@ -75,21 +83,27 @@ bool withinBounds(const QString& p)
 {
     const double limit = kMaxAddedAtoms + p.size();
     std::vector<double> atoms{0}; // the atoms of each open group, the whole pattern first
-    double open = 0;               // the atoms of the groups still open, the innermost one's excepted
+    std::vector<double> run{0};   // the length of the run of parts that may match nothing, per group
+    double open = 0;              // the atoms of the groups still open, the innermost one's excepted
+    double captures = 0;
     for (int i = 0; i < p.size();) {
         const QChar c = p[i];
         double part = 0;
         if (c == QLatin1Char('(')) {
             if (static_cast<int>(atoms.size()) > kMaxGroupDepth)
                 return false;
+            if (i + 1 >= p.size() || p[i + 1] != QLatin1Char('?'))
+                ++captures;
             open += atoms.back();
             atoms.push_back(0);
+            run.push_back(0);
             ++i;
             continue;
         }
         if (c == QLatin1Char(')') && atoms.size() > 1) {
             part = atoms.back();
             atoms.pop_back();
+            run.pop_back();
             open -= atoms.back();
             ++i;
         } else if (c == QLatin1Char('[')) {
@@ -104,14 +118,35 @@ bool withinBounds(const QString& p)
             i = j + 1;
             part = 1;
         } else {
+            // A branch ends the run; so does a quantifier standing alone, which QRegExp refuses anyway.
+            if (c == QLatin1Char('|'))
+                run.back() = 0;
             i += c == QLatin1Char('\\') ? 2 : 1;
             part = 1;
         }
-        atoms.back() += part * repetitionAt(p, i);
+        const Repetition repetition = repetitionAt(p, i);
+        part *= repetition.factor;
+        bool optional = repetition.optional;
+        // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
+        // becomes): "?" and "*" let it match nothing, "+" does not.
+        while (i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+'))) {
+            optional = optional || p[i] != QLatin1Char('+');
+            ++i;
+        }
+        if (optional) {
+            // The run grows by one part, and its cost from the square of its old length to the new one's.
+            part += 2 * run.back() + 1;
+            ++run.back();
+        } else if (c != QLatin1Char('|')) {
+            run.back() = 0;
+        }
+        atoms.back() += part;
         if (open + atoms.back() > limit)
             return false;
     }
-    return true;
+    // The matcher's table: four entries per capturing group and three more, for each state.
+    const double states = atoms.front() + 2 * captures + 2;
+    return (4 * captures + 3) * states <= kMaxCaptureTable;
 }
 
 // The pattern as a QRegExp in `*re`; false when it is out of the bounds above or invalid.

@@ -158,6 +158,48 @@ TEST(RegexpMatch, PatternsBeyondTheBoundsAreInvalid)
     EXPECT_EQ(sp_RegexpMatch(names.c_str(), "xx name11199 yy"), 3);
 }
 
+// Parts that may match nothing, in a row, cost the square of the run's length: 316 of ".?" pass, 317 do
+// not, and a part that must match something, or another branch, starts a new run. A wildcard of many
+// "?" becomes such a run (".??.??..."), and is refused at once instead of taking minutes and gigabytes.
+TEST(RegexpMatch, RunsOfPartsThatMayMatchNothingCostTheSquareOfTheirLength)
+{
+    const auto times = [](const std::string& part, int n) {
+        std::string p;
+        for (int i = 0; i < n; ++i)
+            p += part;
+        return p;
+    };
+    EXPECT_EQ(sp_RegexpMatch(times(".?", 316).c_str(), "xyz"), 0);
+    EXPECT_EQ(sp_RegexpMatch(times(".?", 317).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("b*", 317).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("(ab)?", 330).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("y??", 317).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch((times(".?", 200) + "z" + times(".?", 200)).c_str(), "xyz"), 0);
+    EXPECT_EQ(sp_RegexpMatch((times("x?", 200) + "|" + times("y?", 200) + "z").c_str(), "az"), 0);
+    EXPECT_EQ(sp_RegexpMatch(times("y+", 1000).c_str(), ("x" + std::string(1000, 'y')).c_str()), 1);
+    EXPECT_EQ(sp_GlobMatch(times("?", 100000).c_str(), std::string(100000, 'a').c_str()), -1);
+}
+
+// The matcher's table of capturing groups per state is sized in an int: a pattern with so many groups
+// that it would overflow is invalid, never a crash. Two thousand groups still match.
+TEST(RegexpMatch, PatternsWithTooManyCapturingGroupsAreInvalid)
+{
+    std::string groups;
+    for (int i = 0; i < 2000; ++i)
+        groups += "(a)";
+    EXPECT_EQ(sp_RegexpMatch(groups.c_str(), ("b" + std::string(2000, 'a')).c_str()), 1);
+    for (int i = 2000; i < 32766; ++i)
+        groups += "(a)";
+    EXPECT_EQ(sp_RegexpMatch(groups.c_str(), "aaa"), -1);
+    EXPECT_EQ(sp_RegexpMatch_i(groups.c_str(), "AAA"), -1);
+    EXPECT_EQ(sp_GlobMatch(std::string(98297, '*').c_str(), "aaaaaaaaaa"), -1);
+    // Groups that capture nothing are no entries of the table.
+    std::string plain;
+    for (int i = 0; i < 30000; ++i)
+        plain += "(?:a)";
+    EXPECT_EQ(sp_RegexpMatch(plain.c_str(), "aaa"), -1);
+}
+
 TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
 {
     YArray<YString> captures;
