@@ -155,7 +155,7 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         if (done == pid || (done == -1 && errno != EINTR))
             break;
         timer.start(10);
-        loop.exec();
+        processes::runLoopOrPause(loop, 10);
     }
     *exitCode = WIFEXITED(status) ? static_cast<unsigned>(WEXITSTATUS(status)) : 0;
     *processId = -1;

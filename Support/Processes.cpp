@@ -7,11 +7,14 @@
 #include "TextServices.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 const int kStartTimeoutMs = 30000;
@@ -118,7 +121,15 @@ bool KvProcess::waitProcess(int timeoutMs)
     const auto waitWith = [&](QEventLoop& loop, QTimer& timer) {
         if (timeoutMs != 0) {
             timer.start(timeoutMs);
-            loop.exec();
+            if (loop.exec() != 0) {
+                // The loop cannot run: the child is waited for in slices until the time is up.
+                QElapsedTimer waited;
+                waited.start();
+                while (m_process->state() != QProcess::NotRunning && waited.elapsed() < timeoutMs) {
+                    m_process->waitForFinished(10);
+                    QCoreApplication::processEvents();
+                }
+            }
             timer.stop();
             return m_process->state() == QProcess::NotRunning;
         }
@@ -128,7 +139,7 @@ bool KvProcess::waitProcess(int timeoutMs)
             if (pid == -1 || !sp_IsProcessRunning(pid))
                 break;
             timer.start(10);
-            loop.exec();
+            processes::runLoopOrPause(loop, 10);
             timer.stop();
         }
         return true;
@@ -282,8 +293,13 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
         QTimer timer;
         QObject::connect(&timer, &QTimer::timeout, child, &SpawnProcessObjectQt4::update);
         timer.start(100);
-        if (child->state() != QProcess::NotRunning)
-            child->loop().exec();
+        if (child->state() != QProcess::NotRunning && child->loop().exec() != 0) {
+            // The loop cannot run: the child is waited for in slices, with events processed in between.
+            while (child->state() != QProcess::NotRunning) {
+                child->waitForFinished(10);
+                QCoreApplication::processEvents();
+            }
+        }
         timer.stop();
         // Output that arrived with the end of the child.
         if (flags & SpawnCaptureOutput)
@@ -318,4 +334,12 @@ SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsig
     int pidSink = 0;
     return static_cast<SSPError>(processes::oldSpawn(commandLine, flags, exitCode ? exitCode : &exitSink,
                                                      processId ? processId : &pidSink));
+}
+
+void processes::runLoopOrPause(QEventLoop& loop, int ms)
+{
+    if (loop.exec() == 0)
+        return;
+    QCoreApplication::processEvents();
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }

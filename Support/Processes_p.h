@@ -85,4 +85,9 @@ void tieChildToCaller(QProcess* child);
 int endingSignal(const QProcess* child);
 /// Platform part of sp_OldSpawnApplication.
 int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId);
+/// Runs `loop`, which something ends within about `ms` milliseconds. A loop cannot run while the
+/// application is quitting (every loop then ends at once) or when there is no application object: the
+/// pending events are then processed and the thread sleeps `ms` milliseconds instead, so that a wait
+/// polled in such slices neither spins nor stops.
+void runLoopOrPause(QEventLoop& loop, int ms);
 } // namespace processes

@@ -18,6 +18,7 @@
 #include <QTimer>
 
 #include <cstdlib>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -235,6 +236,51 @@ TEST_F(Processes, WaitingKeepsEventsFlowing)
     EXPECT_EQ(p.exitCode(), 0);
     EXPECT_TRUE(p.normalExit());
     EXPECT_TRUE(p.waitProcess(0)); // already ended: at once
+}
+
+// While the application is quitting, Qt ends every event loop at once. A wait goes on all the same, with
+// events processed between short sleeps: it returns only once the child has ended, and does not spin.
+TEST_F(Processes, WaitsGoOnWhileTheApplicationIsQuitting)
+{
+    const std::string s = child("slow", "sleep 400\nexit 3");
+    QCoreApplication::exit(0);
+    QEventLoop probe;
+    ASSERT_EQ(probe.exec(), -1) << "event loops should end at once while the application quits";
+    int ticks = 0;
+    QTimer ticker;
+    QObject::connect(&ticker, &QTimer::timeout, [&] { ++ticks; });
+    ticker.start(20);
+    QElapsedTimer wall;
+    wall.start();
+#ifndef Q_OS_WIN
+    const std::clock_t cpu = std::clock();
+#endif
+    unsigned code = 0;
+    EXPECT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait, &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 3u);
+    code = 0;
+    int pid = 0;
+    EXPECT_EQ(sp_SpawnApplication(quoted(s).c_str(), SpawnWait, YRef<kvstream>(), &code, &pid), SSPE_Ok);
+    EXPECT_EQ(code, 3u);
+    EXPECT_EQ(pid, -1);
+    KvProcess limited(quoted(s).c_str(), false, false);
+    ASSERT_TRUE(limited.start());
+    EXPECT_TRUE(limited.waitProcess(10000));
+    KvProcess unlimited(quoted(s).c_str(), false, false);
+    ASSERT_TRUE(unlimited.start());
+    EXPECT_TRUE(unlimited.waitProcess(0));
+    EXPECT_FALSE(unlimited.isRunningNative());
+    const qint64 waited = wall.elapsed();
+    EXPECT_GE(waited, 4 * 380);
+    EXPECT_GE(ticks, 20);
+#ifndef Q_OS_WIN
+    // The process's own processor time stays well below the time it waited.
+    const double busy = 1000.0 * static_cast<double>(std::clock() - cpu) / CLOCKS_PER_SEC;
+    EXPECT_LT(busy, waited / 2.0);
+#endif
+    // The application's own loop, run once, ends the quitting for the rest of the program.
+    QTimer::singleShot(0, [] { QCoreApplication::exit(0); });
+    QCoreApplication::exec();
 }
 
 // ---------------------------------------------------------------- KvProcess
