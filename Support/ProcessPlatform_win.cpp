@@ -70,7 +70,9 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, FALSE, creation, nullptr, nullptr, &startup, &info)) {
         const DWORD error = GetLastError();
         *processId = -1;
-        return error == ERROR_FILE_NOT_FOUND    ? SSPE_NotFound
+        // A program in a folder that does not exist is a missing program too, as on other systems.
+        const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return missing                          ? SSPE_NotFound
                : error == ERROR_ACCESS_DENIED  ? SSPE_NotExecutable
                : error == ERROR_BAD_EXE_FORMAT ? SSPE_BadFormat
                                                : SSPE_Failed;

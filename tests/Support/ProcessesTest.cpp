@@ -136,6 +136,10 @@ TEST_F(Processes, LaunchErrors)
     EXPECT_EQ(pid, -1);
     EXPECT_EQ(sp_OldSpawnApplication(missing.c_str(), SpawnWait, &code, &pid), SSPE_NotFound);
     EXPECT_EQ(pid, -1);
+    // A program in a folder that does not exist is missing too, from both launchers.
+    const std::string nowhere = path(std::string("no-such-folder/program") + kProgramSuffix);
+    EXPECT_EQ(sp_SpawnApplication(nowhere.c_str(), SpawnWait, YRef<kvstream>(), &code, &pid), SSPE_NotFound);
+    EXPECT_EQ(sp_OldSpawnApplication(nowhere.c_str(), SpawnWait, &code, &pid), SSPE_NotFound);
     // Root may read any file but still needs an execute bit to run one; on Windows a text file is not a
     // program by its name, and the system calls it a bad executable format.
     EXPECT_EQ(sp_SpawnApplication(path("plain.txt").c_str(), SpawnWait, YRef<kvstream>(), nullptr, nullptr),
