@@ -88,7 +88,8 @@ private:
 /// The older launcher. On Windows it is CreateProcessW with the window-show and console options; on
 /// other systems it starts the program with posix_spawn from the same command line, and the
 /// window-show and console bits have no effect there. Errors: program not found 4, not executable 6,
-/// not an executable format 5, anything else 1. With SpawnWait the exit code is stored and the process
-/// id is -1; without it the process id of the running child is stored and the exit code is 0.
+/// not an executable format 5, anything else 1. With SpawnWait the exit code is stored (on other systems
+/// than Windows the signal's number for a child that a signal ended) and the process id is -1; without it
+/// the process id of the running child is stored and the exit code is 0.
 [[nodiscard]] SUPPORTQT_API SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags,
                                                             unsigned* exitCode, int* processId);

@@ -157,7 +157,10 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         timer.start(10);
         processes::runLoopOrPause(loop, 10);
     }
-    *exitCode = WIFEXITED(status) ? static_cast<unsigned>(WEXITSTATUS(status)) : 0;
+    // A child ended by a signal gives the signal's number, as the other launcher gives it, never 0.
+    *exitCode = WIFEXITED(status)     ? static_cast<unsigned>(WEXITSTATUS(status))
+                : WIFSIGNALED(status) ? static_cast<unsigned>(WTERMSIG(status))
+                                      : 0;
     *processId = -1;
     return SSPE_Ok;
 }

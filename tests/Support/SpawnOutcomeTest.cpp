@@ -115,6 +115,10 @@ TEST_F(SpawnOutcomeTest, AChildKilledByASignalIsToldApartFromOneThatExits)
     EXPECT_TRUE(killed.crashed);
     EXPECT_EQ(killed.signal, 15);
     EXPECT_EQ(code, 15u); // the launcher's exit code is the signal's number, as Qt gives it
+    // The older launcher gives the same number, never the 0 of a child that ended well.
+    code = 0;
+    ASSERT_EQ(sp_OldSpawnApplication(child("killed-old", "signal 15\nexit 0").c_str(), SpawnWait, &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 15u);
     ASSERT_EQ(sp_SpawnApplication(child("exits", "exit 15").c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
     const SpawnOutcome exited = sp_LastSpawnOutcome();
     EXPECT_FALSE(exited.crashed);
