@@ -38,31 +38,36 @@ QByteArray uncompress(const QByteArray& block)
     if (inflateInit(&z) != Z_OK)
         return QByteArray();
     QByteArray out;
-    const long long first = claimed == 0 ? 1 : static_cast<long long>(claimed);
-    out.resize(static_cast<int>(first < limit ? first : limit));
-    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.constData() + 4));
-    z.avail_in = static_cast<uInt>(streamLength);
     long long produced = 0;
     int status = Z_OK;
-    while (status == Z_OK) {
-        if (produced == out.size()) {
-            long long grown = static_cast<long long>(out.size()) * 2;
-            if (grown > limit)
-                grown = limit;
-            if (grown <= out.size() || grown >= static_cast<long long>(kQtMaxAlloc)) {
-                status = Z_DATA_ERROR; // more than any stream of this length can hold
-                break;
+    // Memory that runs out as the output grows ends the stream as a bad one, with zlib's state freed.
+    try {
+        const long long first = claimed == 0 ? 1 : static_cast<long long>(claimed);
+        out.resize(static_cast<int>(first < limit ? first : limit));
+        z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.constData() + 4));
+        z.avail_in = static_cast<uInt>(streamLength);
+        while (status == Z_OK) {
+            if (produced == out.size()) {
+                long long grown = static_cast<long long>(out.size()) * 2;
+                if (grown > limit)
+                    grown = limit;
+                if (grown <= out.size() || grown >= static_cast<long long>(kQtMaxAlloc)) {
+                    status = Z_DATA_ERROR; // more than any stream of this length can hold
+                    break;
+                }
+                out.resize(static_cast<int>(grown));
             }
-            out.resize(static_cast<int>(grown));
+            z.next_out = reinterpret_cast<Bytef*>(out.data() + produced);
+            z.avail_out = static_cast<uInt>(out.size() - produced);
+            status = inflate(&z, Z_NO_FLUSH);
+            produced = static_cast<long long>(z.total_out);
+            if (status == Z_BUF_ERROR && z.avail_in == 0)
+                break; // truncated stream
+            if (status == Z_BUF_ERROR)
+                status = Z_OK;
         }
-        z.next_out = reinterpret_cast<Bytef*>(out.data() + produced);
-        z.avail_out = static_cast<uInt>(out.size() - produced);
-        status = inflate(&z, Z_NO_FLUSH);
-        produced = static_cast<long long>(z.total_out);
-        if (status == Z_BUF_ERROR && z.avail_in == 0)
-            break; // truncated stream
-        if (status == Z_BUF_ERROR)
-            status = Z_OK;
+    } catch (const std::bad_alloc&) {
+        status = Z_MEM_ERROR;
     }
     inflateEnd(&z);
     if (status != Z_STREAM_END)
@@ -98,14 +103,27 @@ public:
         }
         size_t read = std::fread(block, 1, static_cast<size_t>(size), f);
         std::fclose(f);
-        m_buffer.append(block, static_cast<int>(read));
-        delete[] block;
-        m_buffer = uncompress(m_buffer);
+        // Memory that runs out, while the block joins the buffer or the stream expands, leaves the
+        // buffer empty, as data that does not decompress does.
+        try {
+            m_buffer.append(block, static_cast<int>(read));
+            delete[] block;
+            block = nullptr;
+            m_buffer = uncompress(m_buffer);
+        } catch (const std::bad_alloc&) {
+            delete[] block;
+            m_buffer = QByteArray();
+        }
     }
     void append(const char* data, int length) override
     {
-        if (data && length > 0)
-            m_buffer.append(data, length);
+        // Bytes that memory cannot hold (or that would pass a buffer's 2 GiB) leave the buffer as it was.
+        if (data && length > 0 && length <= 0x7fffffff - 64 - m_buffer.size()) {
+            try {
+                m_buffer.append(data, length);
+            } catch (const std::bad_alloc&) {
+            }
+        }
     }
     const char* data() override { return m_buffer.constData(); }
     int size() override { return m_buffer.size(); }

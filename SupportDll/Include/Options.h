@@ -40,7 +40,8 @@ SUPPORTDLL_API bool sp_IsOptionDeclared(const char* name);
 
 /// Reads `key` of `[section]` from an initialisation file into `*out` (blanks around the value removed,
 /// one pair of surrounding double quotes removed). Section and key compare ignoring case; lines starting
-/// with ";" or "#" are comments. False, with `*out` untouched, when the file, section or key is absent.
+/// with ";" or "#" are comments. False, with `*out` untouched, when the file, section or key is absent, or
+/// when the file is no regular file of at most 64 MiB (a FIFO or a device is not read).
 [[nodiscard]] SUPPORTDLL_API bool sp_GetPrivateProfileString(const char* section, const char* key, const char* file, YString* out);
 
 /// The system path value of that name: the environment variable. `found` (may be null) says whether it

@@ -4,6 +4,7 @@
 #include "SupportDllExport.h"
 
 #include <atomic>
+#include <climits>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -138,7 +139,8 @@ public:
     void prepend(const T& item) { this->insert(0, item); }
 };
 
-/// Ordered numeric sequence. Reading out of range yields 0; `set` past the end grows it with zeros.
+/// Ordered numeric sequence. Reading out of range yields 0; `set` past the end grows it with zeros (up to
+/// index INT_MAX - 1, since the length is an int; `set` ignores a negative index and INT_MAX).
 template <class T>
 class YVector {
 public:
@@ -154,7 +156,7 @@ public:
     T operator[](int index) const { return index >= 0 && index < length() ? m_values[static_cast<size_t>(index)] : T{}; }
     void set(int index, T value)
     {
-        if (index < 0) return;
+        if (index < 0 || index == INT_MAX) return;
         if (index >= length()) resize(index + 1);
         m_values[static_cast<size_t>(index)] = value;
     }

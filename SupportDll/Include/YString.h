@@ -215,8 +215,10 @@ public:
     {
         if (length <= 0)
             return;
-        if (length >= m_capacity - m_write)
-            reserve(length);
+        if (length >= m_capacity - m_write) {
+            appendGrowing(data, length);
+            return;
+        }
         std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
         m_write += length;
         m_data[m_write] = '\0';
@@ -257,6 +259,7 @@ public:
 
 private:
     void reserve(int extra);
+    void appendGrowing(const char* data, int length);
 
     char* m_data = nullptr;
     int m_read = 0;

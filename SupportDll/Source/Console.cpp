@@ -3,6 +3,8 @@
 #include "Platform_p.h"
 #include "TextServices.h"
 
+#include <climits>
+#include <cmath>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -55,7 +57,17 @@ long long PrintfArg::asSigned() const
     switch (m_kind) {
     case Signed: return m_value.i;
     case Unsigned: return static_cast<long long>(m_value.u);
-    case Real: return static_cast<long long>(m_value.d);
+    case Real: {
+        // A real beyond the integers' range (or NaN) is cut to the nearest end, never converted out of range.
+        const double d = m_value.d;
+        if (std::isnan(d))
+            return 0;
+        if (d >= 9223372036854775807.0)
+            return LLONG_MAX;
+        if (d <= -9223372036854775808.0)
+            return LLONG_MIN;
+        return static_cast<long long>(d);
+    }
     case Text: return sp_atoi64(m_text.c_str());
     case Pointer: return static_cast<long long>(reinterpret_cast<uintptr_t>(m_value.p));
     }
@@ -124,9 +136,13 @@ YString sp_FormatArgs(const char* format, const PrintfArg* args, int count)
         if (*p == '.') {
             spec.push_back(*p++);
             if (*p == '*') {
+                // A negative precision counts as none, as in printf.
                 const PrintfArg* a = take();
-                long long prec = a ? a->asSigned() : 0;
-                spec += std::to_string(prec < 0 ? 0 : prec);
+                const long long prec = a ? a->asSigned() : 0;
+                if (prec < 0)
+                    spec.pop_back();
+                else
+                    spec += std::to_string(prec);
                 ++p;
             } else {
                 while (*p >= '0' && *p <= '9')

@@ -187,7 +187,9 @@ bool sp_GetPrivateProfileString(const char* section, const char* key, const char
 {
     if (!section || !key || !file || !out)
         return false;
-    FILE* f = fopen_utf8(file, "rb");
+    // A regular file of up to 64 MiB: a FIFO or a device is never waited on nor read.
+    long long size = 0;
+    FILE* f = sp_OpenRegularFile(file, 64LL << 20, &size);
     if (!f)
         return false;
     std::string content;

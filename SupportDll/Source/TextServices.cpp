@@ -214,9 +214,9 @@ double sp_ConvertEngToReal(const char* text, char** end)
         bool negative = false;
         if (*p == '+' || *p == '-')
             negative = (*p++ == '-');
+        // The exponent stops growing far beyond any double's, yet far within its own type.
         while (isDigit(*p)) {
-            if (exponent < 100000)
-                exponent = exponent * 10 + (*p - '0');
+            exponent = std::min(exponent * 10 + (*p - '0'), 1000000000000LL);
             ++p;
         }
         if (negative)
@@ -248,8 +248,10 @@ double sp_ConvertEngToReal(const char* text, char** end)
     number += std::to_string(exponent + scale);
     double value = 0.0;
     auto result = std::from_chars(number.data(), number.data() + number.size(), value);
+    // Too large or too small for a double: which of the two is told by where the digits put the decimal
+    // point, not by the exponent alone ("1000e-1" with 400 zeros is too large).
     if (result.ec == std::errc::result_out_of_range)
-        value = (exponent + scale > 0) ? (number[0] == '-' ? -HUGE_VAL : HUGE_VAL) : (number[0] == '-' ? -0.0 : 0.0);
+        value = outOfRange(number.data(), number.data() + number.size());
     else if (result.ec != std::errc())
         value = 0.0;
     return value * factor;

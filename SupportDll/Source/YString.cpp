@@ -152,8 +152,12 @@ YString YString::substring(int start, int length) const
 {
     int size = this->length();
     if (start < 0) {
-        if (length >= 0)
+        // The part before the text is clipped; a part that lies wholly before it leaves nothing.
+        if (length >= 0) {
+            if (static_cast<long long>(length) + start <= 0)
+                return YString();
             length += start;
+        }
         start = 0;
     }
     if (start >= size || length == 0)
@@ -315,7 +319,12 @@ void Buf::appendGrowing(const char* data, int length)
 {
     if (!data || length <= 0)
         return;
+    // Bytes of this buffer's own move with it when it grows.
+    const bool own = m_data && data >= m_data && data < m_data + m_capacity;
+    const ptrdiff_t offset = own ? data - m_data : 0;
     grow(static_cast<long long>(m_length) + length + 1);
+    if (own)
+        data = m_data + offset;
     std::memcpy(m_data + m_length, data, static_cast<size_t>(length));
     m_length += length;
     m_data[m_length] = '\0';
@@ -371,6 +380,20 @@ void CharQueue::reserve(int extra)
     }
     if (needed > m_capacity)
         m_data = grown(m_data, &m_capacity, needed);
+}
+
+void CharQueue::appendGrowing(const char* data, int length)
+{
+    // Bytes of this queue's own would move, or go, as it makes room: they are copied aside first.
+    if (m_data && data >= m_data && data < m_data + m_capacity) {
+        const std::string own(data, static_cast<size_t>(length));
+        appendGrowing(own.data(), length);
+        return;
+    }
+    reserve(length);
+    std::memcpy(m_data + m_write, data, static_cast<size_t>(length));
+    m_write += length;
+    m_data[m_write] = '\0';
 }
 
 void CharQueue::discard(int n)

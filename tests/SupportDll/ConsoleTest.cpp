@@ -2,6 +2,7 @@
 #include "Console.h"
 #include "TestHelpers.h"
 
+#include <cmath>
 #include <string>
 
 namespace {
@@ -52,4 +53,19 @@ TEST(FormatArgs, StarWidthAndPrecision)
     PrintfArg args[] = {PrintfArg(6), PrintfArg(2), PrintfArg(1.0 / 3.0)};
     EXPECT_EQ(sp_FormatArgs("[%*.*f]", args, 3), "[  0.33]");
     EXPECT_EQ(sp_FormatArgs(nullptr, args, 3), "");
+    // A negative precision counts as none, as in printf.
+    PrintfArg none[] = {PrintfArg(-1), PrintfArg("abc")};
+    EXPECT_EQ(sp_FormatArgs("[%.*s]", none, 2), "[abc]");
+    PrintfArg real[] = {PrintfArg(-1), PrintfArg(1.5)};
+    EXPECT_EQ(sp_FormatArgs("[%.*f]", real, 2), "[1.500000]");
+}
+
+// A real given for an integer conversion that no integer can hold is cut to the nearest end (NaN to 0),
+// never converted out of range.
+TEST(FormatArgs, RealsBeyondTheIntegersAreCutToTheirEnds)
+{
+    PrintfArg big[] = {PrintfArg(1e300), PrintfArg(-1e300), PrintfArg(std::nan("")), PrintfArg(-HUGE_VAL), PrintfArg(42.9)};
+    EXPECT_EQ(sp_FormatArgs("%d %d %d %d %d", big, 5), "9223372036854775807 -9223372036854775808 0 -9223372036854775808 42");
+    PrintfArg hex[] = {PrintfArg(HUGE_VAL)};
+    EXPECT_EQ(sp_FormatArgs("%x", hex, 1), "7fffffffffffffff");
 }

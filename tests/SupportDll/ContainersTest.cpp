@@ -4,6 +4,7 @@
 #include "YString.h"
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -111,6 +112,9 @@ TEST(YVector, ReadsZeroOutOfRangeAndGrowsOnSet)
     EXPECT_EQ(v[3], 0.0);
     EXPECT_EQ(v[4], 9.0);
     v.set(-1, 3.0);
+    EXPECT_EQ(v.length(), 5);
+    // No length is past the largest int: INT_MAX is no index to grow to.
+    v.set(INT_MAX, 3.0);
     EXPECT_EQ(v.length(), 5);
 }
 

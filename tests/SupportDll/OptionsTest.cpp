@@ -2,6 +2,10 @@
 #include "Options.h"
 #include "TestHelpers.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include <cstdlib>
 
 class IniFiles : public TempDirTest {};
@@ -87,6 +91,19 @@ TEST_F(IniFiles, MissingOrMalformedFilesGiveFalse)
     EXPECT_FALSE(sp_GetPrivateProfileString(nullptr, "x", path("bad.ini").c_str(), &out));
     EXPECT_EQ(out, "untouched");
 }
+
+#ifndef _WIN32
+// A FIFO that no one writes, named as the file, is refused at once instead of waited on; so is an
+// endless device.
+TEST_F(IniFiles, AFifoOrADeviceIsRefusedWithoutWaiting)
+{
+    ASSERT_EQ(::mkfifo(path("startup.ini").c_str(), 0600), 0);
+    YString out("untouched");
+    EXPECT_FALSE(sp_GetPrivateProfileString("PluginDirs", "models", path("startup.ini").c_str(), &out));
+    EXPECT_FALSE(sp_GetPrivateProfileString("PluginDirs", "models", "/dev/zero", &out));
+    EXPECT_EQ(out, "untouched");
+}
+#endif
 
 TEST(SystemValues, AreEnvironmentVariables)
 {

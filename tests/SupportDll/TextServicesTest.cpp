@@ -93,6 +93,34 @@ TEST(ConvertEngToReal, GivesZeroForTextThatIsNoNumber)
     EXPECT_EQ(sp_ConvertEngToReal("1e-999", nullptr), 0.0);
 }
 
+// A number beyond a double's range is infinity when its digits make it large and zero when they make it
+// small, whatever its exponent and multiplier say alone; the sign is kept.
+TEST(ConvertEngToReal, TellsTooLargeFromTooSmallByWhereTheDigitsPutThePoint)
+{
+    const std::string zeros(400, '0');
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Row {
+        std::string text;
+        double value;
+    } rows[] = {
+        {"1" + zeros, inf},
+        {"-1" + zeros, -inf},
+        {"1" + zeros + "e-10", inf},
+        {"1" + zeros + "f", inf},
+        {"0." + zeros + "1e10", 0.0},
+        {"0." + zeros + "1meg", 0.0},
+        {"-0." + zeros + "1", -0.0},
+        {"1e99999999999999999999", inf},
+        {"1e-99999999999999999999", 0.0},
+        {"0." + zeros + "1e400", 1e-1},
+    };
+    for (const Row& r : rows) {
+        const double value = sp_ConvertEngToReal(r.text.c_str(), nullptr);
+        EXPECT_EQ(value, r.value) << r.text.substr(0, 12) << "... of " << r.text.size();
+        EXPECT_EQ(std::signbit(value), std::signbit(r.value)) << r.text.substr(0, 12);
+    }
+}
+
 TEST(ConvertRealToJSEng, WritesEngineeringNotation)
 {
     EXPECT_EQ(sp_ConvertRealToJSEng(1e-3, 6, false), "1m");

@@ -90,6 +90,11 @@ TEST(YString, SubstringClipsOutOfRange)
     EXPECT_EQ(s.substring(4, 100), "ef");
     EXPECT_EQ(s.substring(10, 2), "");
     EXPECT_EQ(s.substring(-2, 4), "ab");
+    EXPECT_EQ(s.substring(-2, 3), "a");
+    EXPECT_EQ(s.substring(-5, 2), "");
+    EXPECT_EQ(s.substring(-2, 2), "");
+    EXPECT_EQ(s.substring(-2), "abcdef");
+    EXPECT_EQ(s.substring(INT_MIN, INT_MAX), "");
     EXPECT_EQ(s.substring(0, 0), "");
 }
 
@@ -169,6 +174,24 @@ TEST(Buf, AddsAppendsFlushesAndStaysTerminated)
 
 // Room past 2147483646 bytes cannot be had: the sum of the length and the room asked for would wrap an
 // int, which once gave a pointer with no room behind it. Nothing is allocated to find that out.
+// Bytes of a buffer's or a queue's own may be appended to it, though it moves as it grows.
+TEST(Buf, AppendsItsOwnBytesAsItGrows)
+{
+    Buf b;
+    const std::string text(200, 'q');
+    b.append(text.data(), static_cast<int>(text.size()));
+    b.append(b.data(), b.length());
+    EXPECT_EQ(std::string(b.data(), static_cast<size_t>(b.length())), text + text);
+    CharQueue q;
+    q.append("xyz", 3);
+    q.append(text.data(), static_cast<int>(text.size()));
+    q.discard(3);
+    q.append(q.unread(), q.count());
+    EXPECT_EQ(std::string(q.unread(), static_cast<size_t>(q.count())), text + text);
+    q.append(q.unread() + 100, 50);
+    EXPECT_EQ(std::string(q.unread(), static_cast<size_t>(q.count())), text + text + std::string(50, 'q'));
+}
+
 TEST(Buf, RefusesToGrowPastTheLargestIntAndStaysAsItWas)
 {
     Buf b;
