@@ -253,8 +253,37 @@ TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
     EXPECT_EQ(limited.err, "supportqt stats: cannot write " + temp("s.csv") + "\n");
     EXPECT_EQ(readFileBytes(path("s.csv")), "the previous table\n");
     EXPECT_EQ(QDir(temp("")).entryList(QDir::Files | QDir::Hidden), (QStringList{"runs.msw", "s.csv"}));
+
+    // An output that cannot be made stops the command before any output is written.
+    const Result chart = tool({"stats", file, "--csv", temp("p.csv"), "--chart", "/dev/null"});
+    EXPECT_EQ(chart.code, 1);
+    EXPECT_EQ(chart.err, "supportqt stats: cannot create the folder /dev/null\n");
+    EXPECT_FALSE(QFile::exists(temp("p.csv")));
 }
 #endif
+
+// Two outputs that name one file, by the same name or through a link, are a usage error, and so is an
+// empty path: nothing is written.
+TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)
+{
+    const QString file = results();
+    const Result same = tool({"stats", file, "--csv", temp("x.out"), "--html", temp("x.out")});
+    EXPECT_EQ(same.code, 2);
+    EXPECT_EQ(same.err, "supportqt stats: --csv and --html both name " + temp("x.out") + "; name two outputs\n");
+    EXPECT_FALSE(QFile::exists(temp("x.out")));
+#ifndef Q_OS_WIN
+    writeFileBytes(path("y.out"), "previous\n");
+    ASSERT_TRUE(QFile::link(temp("y.out"), temp("link.out")));
+    const Result linked = tool({"stats", file, "--csv", temp("y.out"), "--html", temp("link.out")});
+    EXPECT_EQ(linked.code, 2);
+    EXPECT_EQ(readFileBytes(path("y.out")), "previous\n");
+#endif
+    for (const char* option : {"--csv", "--html", "--chart", "--limits"}) {
+        const Result empty = tool({"stats", file, option, ""});
+        EXPECT_EQ(empty.code, 2) << option;
+        EXPECT_EQ(empty.err, QStringLiteral("supportqt stats: --%1 needs a path, not an empty text\n").arg(QString::fromLatin1(option + 2))) << option;
+    }
+}
 
 TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
 {

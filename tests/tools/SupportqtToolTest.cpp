@@ -228,6 +228,15 @@ TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
     ASSERT_TRUE(convert.waitForFinished(60000));
     EXPECT_EQ(convert.exitCode(), 1);
     EXPECT_EQ(convert.readAllStandardError(), "supportqt text convert: cannot write -\n");
+    // So do the usage and the version.
+    for (const char* option : {"--help", "--version"}) {
+        QProcess shown;
+        shown.setStandardOutputFile(QStringLiteral("/dev/full"));
+        shown.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {option});
+        ASSERT_TRUE(shown.waitForFinished(60000));
+        EXPECT_EQ(shown.exitCode(), 1) << option;
+        EXPECT_EQ(shown.readAllStandardError(), "supportqt: cannot write standard output\n") << option;
+    }
 }
 
 // A device as the input of text detect is read up to 64 MiB, not for ever; a device as the output of
@@ -2390,6 +2399,42 @@ TEST_F(Tool, AnInterruptedCopyOfStandardInputIsRemoved)
         EXPECT_EQ(process.exitStatus(), QProcess::CrashExit) << signal;
         EXPECT_EQ(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList()) << signal;
     }
+}
+#endif
+
+#ifndef Q_OS_WIN
+// A reader that closes the pipe early (head) ends the tool as a closed pipe does, and the copy of
+// standard input and the output made for standard output go with it.
+TEST_F(Tool, AClosedPipeLeavesNoTemporaryFile)
+{
+    std::string netlist = "* big\n";
+    for (int i = 0; i < 20000; ++i)
+        netlist += "R" + std::to_string(i) + " a b 1k\n";
+    writeFileBytes(path("big.cir"), netlist);
+    QTemporaryDir temporary;
+    ASSERT_TRUE(temporary.isValid());
+    const QString tool = QStringLiteral(SUPPORTQT_TOOL_PATH);
+    const QString setting = QStringLiteral("TMPDIR='%1'; export TMPDIR; ").arg(temporary.path());
+    const QStringList lines{setting + QStringLiteral("cat '%1' | '%2' netlist - | head -c1").arg(temp("big.cir"), tool),
+                            setting + QStringLiteral("'%2' text convert '%1' -o - | head -c1").arg(temp("big.cir"), tool)};
+    for (const QString& line : lines) {
+        const Result r = runProgram(QStringLiteral("/bin/sh"), {"-c", line});
+        EXPECT_EQ(r.out.size(), 1) << line.toStdString();
+        EXPECT_EQ(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList())
+            << line.toStdString();
+    }
+}
+
+// An empty path for an output is a usage error, not the current folder.
+TEST_F(Tool, AnEmptyOutputPathIsAUsageError)
+{
+    QProcess demo;
+    demo.setWorkingDirectory(QString::fromStdString(m_dir));
+    demo.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"demo", "-o", ""});
+    ASSERT_TRUE(demo.waitForFinished(60000));
+    EXPECT_EQ(demo.exitCode(), 2);
+    EXPECT_EQ(demo.readAllStandardError(), "supportqt demo: --output needs a path, not an empty text\n");
+    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
 }
 #endif
 

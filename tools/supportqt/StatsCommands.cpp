@@ -302,6 +302,13 @@ int runStats(const QStringList& arguments)
         if (command.isSet(QStringLiteral("limits")) && sameExistingFile(output, command.value(QStringLiteral("limits"))))
             return command.fail(ExitUsage, QStringLiteral("%1 is the limits file being read; name another output").arg(output));
     }
+    // Two outputs that name one file would leave only the one written last.
+    if (command.isSet(QStringLiteral("csv")) && command.isSet(QStringLiteral("html"))) {
+        const QString csv = command.value(QStringLiteral("csv")), html = command.value(QStringLiteral("html"));
+        if (!isStandardStream(csv) &&
+            (QFileInfo(csv).absoluteFilePath() == QFileInfo(html).absoluteFilePath() || sameExistingFile(csv, html)))
+            return command.fail(ExitUsage, QStringLiteral("--csv and --html both name %1; name two outputs").arg(csv));
+    }
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     if (!loadResultsFile(command, path, &table, &header))
@@ -335,20 +342,23 @@ int runStats(const QStringList& arguments)
 
     const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits);
 
+    // Every output is checked before any is written, so that a failure leaves nothing written.
+    for (const char* option : {"csv", "html"}) {
+        if (command.isSet(QLatin1String(option)) && !command.checkOutput(command.value(QLatin1String(option))))
+            return ExitFailure;
+    }
+    if (command.isSet(QStringLiteral("chart")) && !QDir().mkpath(command.value(QStringLiteral("chart"))))
+        return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(command.value(QStringLiteral("chart"))));
     for (const char* option : {"csv", "html"}) {
         if (!command.isSet(QLatin1String(option)))
             continue;
         const QString target = command.value(QLatin1String(option));
-        if (!command.checkOutput(target))
-            return ExitFailure;
         const std::string text = option[0] == 'c' ? statsCsv(all) : statsHtmlPage(header.title.str(), path.toStdString(), all);
         if (!writeText(command, target, text))
             return ExitFailure;
     }
     if (command.isSet(QStringLiteral("chart"))) {
         const QString dir = command.value(QStringLiteral("chart"));
-        if (!QDir().mkpath(dir))
-            return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(dir));
         for (const MeritStatistics& s : all) {
             const QString stem = QDir(dir).filePath(QStringLiteral("merit%1_").arg(s.merit + 1));
             if (!writeText(command, stem + QStringLiteral("histogram.svg"), statsHistogramSvg(s)) ||

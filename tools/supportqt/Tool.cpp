@@ -37,6 +37,12 @@ void ToolCommand::addOption(const QStringList& names, const QString& description
     m_parser.addOption(option);
     for (const QString& n : names)
         m_optionNames << (n.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + n;
+    // The options that name a file or a folder, by the name of their value.
+    static const QStringList kPathValues{QStringLiteral("DIR"), QStringLiteral("FILE"), QStringLiteral("OUT"),
+                                         QStringLiteral("MERGED"), QStringLiteral("XSD"), QStringLiteral("CSV"),
+                                         QStringLiteral("CSS"), QStringLiteral("SVG")};
+    if (kPathValues.contains(valueName))
+        m_pathOptions << names.last();
 }
 
 void ToolCommand::addJsonOption()
@@ -67,6 +73,11 @@ int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxP
         help.replace(0, firstLineEnd, QStringLiteral("Usage: supportqt %1 %2").arg(m_name, m_synopsis).trimmed());
         writeStream(stdout, help.toUtf8());
         return ExitOk;
+    }
+    // An empty path would name the current folder, or nothing: it is no path.
+    for (const QString& option : m_pathOptions) {
+        if (m_parser.isSet(option) && m_parser.values(option).contains(QString()))
+            return fail(ExitUsage, QStringLiteral("--%1 needs a path, not an empty text").arg(option));
     }
     const int count = m_parser.positionalArguments().size();
     if (count < minPositional)
@@ -207,6 +218,8 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
     if (!folder.isValid())
         return false;
     const QString temporary = folder.filePath(QStringLiteral("output"));
+    // A closed pipe or an interrupt while the output is copied out removes it too.
+    removeWhenInterrupted(temporary, folder.path());
     if (!write(toYs(temporary)))
         return false;
     QFile file(temporary);

@@ -83,6 +83,7 @@ private:
     QString m_synopsis;
     QCommandLineParser m_parser;
     QStringList m_optionNames;
+    QStringList m_pathOptions; // the long names of the options whose value is a path
     bool m_json = false;
 };
 
@@ -172,8 +173,9 @@ QString signalName(int signal);
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
 /// Has the tool remove `file` and then the folder `folder` when it is ended by an interrupt, a
-/// termination request or a closed terminal, before it ends as the signal would end it: the copy of
-/// standard input may be large. (On Windows, for the console's Ctrl+C, Ctrl+Break and close events.)
+/// termination request, a closed terminal or a closed pipe, before it ends as the signal would end it:
+/// the copy of standard input may be large. Up to four pairs are kept. (On Windows, for the console's
+/// Ctrl+C, Ctrl+Break and close events.)
 void removeWhenInterrupted(const QString& file, const QString& folder);
 /// Makes the standard streams pass bytes as given, so that the tool's text and files written to "-" end
 /// lines with a line feed on every platform (Windows would add carriage returns) and "-" read as input

@@ -50,14 +50,19 @@ bool sameExistingFile(const QString& a, const QString& b)
 }
 
 namespace {
-// The file and folder that a signal ending the tool removes first, as NUL-terminated names.
-char g_removedFile[4096];
-char g_removedFolder[4096];
+// The files and folders that a signal ending the tool removes first, as NUL-terminated names: the copy
+// of standard input, and the output that goes to standard output once complete.
+constexpr int kRemovedSlots = 4;
+char g_removedFiles[kRemovedSlots][4096];
+char g_removedFolders[kRemovedSlots][4096];
+volatile sig_atomic_t g_removedCount = 0;
 
 extern "C" void removeAndEnd(int signal)
 {
-    ::unlink(g_removedFile);
-    ::rmdir(g_removedFolder);
+    for (int i = 0; i < g_removedCount; ++i) {
+        ::unlink(g_removedFiles[i]);
+        ::rmdir(g_removedFolders[i]);
+    }
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
@@ -67,14 +72,18 @@ void removeWhenInterrupted(const QString& file, const QString& folder)
 {
     // The names as the library's file functions take them: UTF-8.
     const QByteArray f = file.toUtf8(), d = folder.toUtf8();
-    if (static_cast<size_t>(f.size()) >= sizeof g_removedFile || static_cast<size_t>(d.size()) >= sizeof g_removedFolder)
+    const int slot = g_removedCount;
+    if (slot >= kRemovedSlots || static_cast<size_t>(f.size()) >= sizeof g_removedFiles[0] ||
+        static_cast<size_t>(d.size()) >= sizeof g_removedFolders[0])
         return;
-    std::memcpy(g_removedFile, f.constData(), static_cast<size_t>(f.size()) + 1);
-    std::memcpy(g_removedFolder, d.constData(), static_cast<size_t>(d.size()) + 1);
+    std::memcpy(g_removedFiles[slot], f.constData(), static_cast<size_t>(f.size()) + 1);
+    std::memcpy(g_removedFolders[slot], d.constData(), static_cast<size_t>(d.size()) + 1);
+    g_removedCount = slot + 1;
     struct sigaction action = {};
     action.sa_handler = removeAndEnd;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    // A closed pipe on standard output ends the tool as it would, once the files are gone.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
         // A signal the tool was started to ignore (nohup) stays ignored.
         struct sigaction old = {};
         if (::sigaction(signal, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)

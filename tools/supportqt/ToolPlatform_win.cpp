@@ -9,6 +9,8 @@
 #include <memory>
 #include <mutex>
 #include <windows.h>
+
+#include <atomic>
 #include <fcntl.h>
 #include <io.h>
 
@@ -94,15 +96,20 @@ void useBinaryStandardStreams()
 }
 
 namespace {
-// The file and folder that a console event ending the tool removes first.
-std::wstring g_removedFile;
-std::wstring g_removedFolder;
+// The files and folders that a console event ending the tool removes first: the copy of standard input,
+// and the output that goes to standard output once complete. Registered before the handler is.
+constexpr int kRemovedSlots = 4;
+std::wstring g_removedFiles[kRemovedSlots];
+std::wstring g_removedFolders[kRemovedSlots];
+std::atomic<int> g_removedCount{0};
 
 BOOL WINAPI removeAndEnd(DWORD event)
 {
     if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT || event == CTRL_CLOSE_EVENT) {
-        DeleteFileW(g_removedFile.c_str());
-        RemoveDirectoryW(g_removedFolder.c_str());
+        for (int i = 0; i < g_removedCount; ++i) {
+            DeleteFileW(g_removedFiles[i].c_str());
+            RemoveDirectoryW(g_removedFolders[i].c_str());
+        }
     }
     return FALSE; // the next handler, in the end the system's, ends the tool
 }
@@ -110,7 +117,11 @@ BOOL WINAPI removeAndEnd(DWORD event)
 
 void removeWhenInterrupted(const QString& file, const QString& folder)
 {
-    g_removedFile = QDir::toNativeSeparators(file).toStdWString();
-    g_removedFolder = QDir::toNativeSeparators(folder).toStdWString();
+    const int slot = g_removedCount;
+    if (slot >= kRemovedSlots)
+        return;
+    g_removedFiles[slot] = QDir::toNativeSeparators(file).toStdWString();
+    g_removedFolders[slot] = QDir::toNativeSeparators(folder).toStdWString();
+    g_removedCount = slot + 1;
     SetConsoleCtrlHandler(removeAndEnd, TRUE);
 }

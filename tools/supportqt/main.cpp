@@ -75,13 +75,20 @@ int main(int argc, char** argv)
         return ExitUsage;
     }
     const QString command = arguments[1];
+    // The usage and the version, like any output, must reach standard output.
+    const auto written = [] {
+        if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+            return ExitOk;
+        std::fputs("supportqt: cannot write standard output\n", stderr);
+        return ExitFailure;
+    };
     if (command == QLatin1String("--help") || command == QLatin1String("-h") || command == QLatin1String("help")) {
         printUsage(stdout);
-        return ExitOk;
+        return written();
     }
     if (command == QLatin1String("--version") || command == QLatin1String("-v")) {
         std::printf("supportqt %s\n", qPrintable(QCoreApplication::applicationVersion()));
-        return ExitOk;
+        return written();
     }
     QStringList rest = arguments.mid(2);
     rest.prepend(QStringLiteral("supportqt ") + command);
