@@ -74,10 +74,19 @@ public:
     virtual void scaleAllBitmaps(QObject* root, int size) = 0;                                 // 23
     virtual void showMaxCoresHint(QWidget* parent, int cores, int maxCores) = 0;               // 24
     virtual void applyInfoIconToQLabel(QLabel& label) = 0;                                     // 25
+#if defined(_MSC_VER)
+    // The Microsoft compilers place the overloads of one name together in reverse order of declaration:
+    // declared the other way round, they take slots 26 and 27 as other compilers give them.
+    virtual void fontInstanceCreated(FontInstance* instance, const YString& name, const QFont& font,
+                                     std::function<void(QFont*)> callback) = 0;                // 27
+    virtual void fontInstanceCreated(FontInstance* instance, const YString& name,
+                                     std::function<void(QFont*)> callback) = 0;                // 26
+#else
     virtual void fontInstanceCreated(FontInstance* instance, const YString& name,
                                      std::function<void(QFont*)> callback) = 0;                // 26
     virtual void fontInstanceCreated(FontInstance* instance, const YString& name, const QFont& font,
                                      std::function<void(QFont*)> callback) = 0;                // 27
+#endif
     virtual void fontInstanceDestroyed(FontInstance* instance) = 0;                            // 28
     virtual void fontInstanceUpdate(FontInstance* instance) = 0;                               // 29
     /// Names the application for the GUI module's settings.
