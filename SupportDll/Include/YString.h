@@ -70,8 +70,9 @@ public:
     YString strtok(const char* delimiters);
     /// Hash of the text folded to ASCII lower case, so strings equal ignoring case hash alike.
     unsigned hashValue() const;
-    /// 0 when the two paths name the same file by the host's rules (separators "/" and "\" alike;
-    /// ASCII case ignored on Windows), otherwise negative or positive like strcmp.
+    /// 0 when the two paths name the same file by the host's rules (separators "/" and "\" alike, runs of
+    /// them as one, "." parts and a trailing separator left out; ASCII case ignored on Windows), otherwise
+    /// negative or positive like strcmp. ".." is compared as written.
     int comparePath(const YString& other) const;
     /// strcmp-like comparison ignoring ASCII case.
     int compareNoCase(const char* other) const;

@@ -2,6 +2,7 @@
 #include "FileServices.h"
 #include "Platform_p.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -25,6 +26,9 @@ YString& exeDirOverride()
 inline bool isSeparator(char c) { return c == '/' || c == '\\'; }
 inline char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
+// The path as two names of one file compare: separators alike, runs of them as one, "." parts and a
+// trailing separator left out (".." is kept: through a link it need not lead back), ASCII case folded
+// where names ignore it. A drive's root ("C:/") stays as it is, and on Windows a leading "//" (a share).
 std::string normalisedForCompare(const char* path)
 {
     std::string s(path ? path : "");
@@ -34,9 +38,35 @@ std::string normalisedForCompare(const char* path)
         if (!sp_CaseSensitiveFiles())
             c = lower(c);
     }
-    while (s.size() > 1 && s.back() == '/' && !(s.size() == 3 && s[1] == ':'))
-        s.pop_back();
-    return s;
+    std::string out;
+    size_t i = 0;
+    if (s.size() >= 2 && s[1] == ':' && ((s[0] >= 'a' && s[0] <= 'z') || (s[0] >= 'A' && s[0] <= 'Z'))) {
+        out = s.substr(0, 2);
+        i = 2;
+    }
+#if defined(_WIN32)
+    if (s.compare(i, 2, "//") == 0 && out.empty())
+        out = "/";
+#endif
+    if (i < s.size() && s[i] == '/')
+        out += '/';
+    const size_t root = out.size();
+    while (i < s.size()) {
+        while (i < s.size() && s[i] == '/')
+            ++i;
+        const size_t end = std::min(s.find('/', i), s.size());
+        const std::string part = s.substr(i, end - i);
+        if (!part.empty() && part != ".") {
+            if (out.size() > root)
+                out += '/';
+            out += part;
+        }
+        i = end;
+    }
+    // "." alone names the current folder, which an empty path does not.
+    if (out.empty() && !s.empty())
+        out = ".";
+    return out;
 }
 
 } // namespace

@@ -396,6 +396,20 @@ TEST(Paths, ConvertSplitCompare)
     EXPECT_EQ(dir, "C:\\x");
     EXPECT_EQ(sp_ComparePaths("/a/b", "/a/b/"), 0);
     EXPECT_NE(sp_ComparePaths("/a/b", "/a/c"), 0);
+    // Runs of separators are one, and "." parts name nothing; ".." is kept, a drive's root too.
+    EXPECT_EQ(sp_ComparePaths("dir//x.so", "dir/x.so"), 0);
+    EXPECT_EQ(sp_ComparePaths("/a/./b", "/a/b"), 0);
+    EXPECT_EQ(sp_ComparePaths("./a", "a"), 0);
+    EXPECT_EQ(sp_ComparePaths("/a\\b\\", "/a/b"), 0);
+    EXPECT_NE(sp_ComparePaths("/a/../b", "/b"), 0);
+    EXPECT_NE(sp_ComparePaths("C:/", "C:"), 0);
+    EXPECT_EQ(sp_ComparePaths("C:\\", "C:/"), 0);
+    EXPECT_NE(sp_ComparePaths(".", ""), 0);
+#ifdef _WIN32
+    EXPECT_NE(sp_ComparePaths("//server/share", "/server/share"), 0); // a share is no folder of the root
+#else
+    EXPECT_EQ(sp_ComparePaths("//a", "/a"), 0);
+#endif
     EXPECT_EQ(sp_CaseSensitiveFiles(), sp_ComparePaths("/A", "/a") != 0);
 #if defined(_WIN32)
     EXPECT_STREQ(sp_GetSharedLibraryFilter(), "*.dll");
