@@ -194,6 +194,15 @@ TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
     EXPECT_EQ(badRename.err, QStringLiteral("supportqt lib extract: --rename takes OLD=NEW, not 'inv'\n"));
     const Result noOutput = tool({"lib", "extract", file("corner.lib"), "buf"});
     EXPECT_EQ(noOutput.code, 2);
+#ifndef Q_OS_WIN
+    // Standard output that cannot take the library fails with the command's own name.
+    QProcess full;
+    full.setStandardOutputFile(QStringLiteral("/dev/full"));
+    full.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", file("corner.lib"), "buf", "-o", "-", "--section", "tt"});
+    ASSERT_TRUE(full.waitForFinished(60000));
+    EXPECT_EQ(full.exitCode(), 1);
+    EXPECT_EQ(full.readAllStandardError(), "supportqt lib extract: cannot write standard output\n");
+#endif
     // The output may not replace a file that the library includes: the library would no longer hold
     // what was extracted from it.
     const std::string devBefore = readFileBytes(path("dev.spice"));

@@ -21,9 +21,17 @@
 #include <mutex>
 #include <thread>
 
+namespace {
+// The name of the command that runs now, as typed ("lib extract").
+QString g_runningName;
+}
+
+QString ToolCommand::runningName() { return g_runningName; }
+
 ToolCommand::ToolCommand(const QString& name, const QString& synopsis, const QString& description)
     : m_name(name), m_synopsis(synopsis)
 {
+    g_runningName = name;
     m_parser.setApplicationDescription(description);
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     m_parser.addHelpOption();

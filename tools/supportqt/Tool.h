@@ -51,6 +51,8 @@ public:
     int fail(int code, const QString& message) const;
     /// True once any command of the process has reported a failure (a warning is none).
     static bool failureReported();
+    /// The name of the command made last, as typed ("lib extract"); empty before any.
+    static QString runningName();
     /// Writes "supportqt NAME: MESSAGE" as one line on standard error: a note that does not stop the work.
     void warn(const QString& message) const { fail(ExitOk, message); }
     /// Checks that `path` names a file that can be read now. When it cannot, reports why, with the

@@ -110,8 +110,11 @@ int main(int argc, char** argv)
         // Output that did not reach standard output (a full disk, a closed pipe) is a failure too, said
         // in one line unless the command has said why it failed already.
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-            if (!ToolCommand::failureReported())
-                std::fprintf(stderr, "supportqt %s: cannot write standard output\n", s.name);
+            if (!ToolCommand::failureReported()) {
+                const QString name = ToolCommand::runningName();
+                std::fprintf(stderr, "supportqt %s: cannot write standard output\n",
+                             name.isEmpty() ? s.name : name.toUtf8().constData());
+            }
             return code == ExitOk ? ExitFailure : code;
         }
         return code;
