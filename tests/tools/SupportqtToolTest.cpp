@@ -2425,6 +2425,17 @@ TEST_F(Tool, AClosedPipeLeavesNoTemporaryFile)
     }
 }
 
+// A chart that is the report through a link would be overwritten by it: refused, the report as it was.
+TEST_F(Tool, AChartThatIsTheReportThroughALinkIsRefused)
+{
+    writeFileBytes(path("r.html"), "previous\n");
+    ASSERT_TRUE(QFile::link(temp("r.html"), temp("rl.svg")));
+    const Result r = tool({"report", "sens", example("results/buck_sensitivity.msw"), "-o", temp("r.html"), "--chart", temp("rl.svg")});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_EQ(r.err, "supportqt report: the chart and the report would be one file; name another\n");
+    EXPECT_EQ(readFileBytes(path("r.html")), "previous\n");
+}
+
 // An empty path for an output is a usage error, not the current folder.
 TEST_F(Tool, AnEmptyOutputPathIsAUsageError)
 {
