@@ -121,15 +121,8 @@ bool KvProcess::waitProcess(int timeoutMs)
     const auto waitWith = [&](QEventLoop& loop, QTimer& timer) {
         if (timeoutMs != 0) {
             timer.start(timeoutMs);
-            if (loop.exec() != 0) {
-                // The loop cannot run: the child is waited for in slices until the time is up.
-                QElapsedTimer waited;
-                waited.start();
-                while (m_process->state() != QProcess::NotRunning && waited.elapsed() < timeoutMs) {
-                    m_process->waitForFinished(10);
-                    QCoreApplication::processEvents();
-                }
-            }
+            if (loop.exec() != 0)
+                processes::waitInSlices(*m_process, timeoutMs);
             timer.stop();
             return m_process->state() == QProcess::NotRunning;
         }
@@ -293,13 +286,8 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
         QTimer timer;
         QObject::connect(&timer, &QTimer::timeout, child, &SpawnProcessObjectQt4::update);
         timer.start(100);
-        if (child->state() != QProcess::NotRunning && child->loop().exec() != 0) {
-            // The loop cannot run: the child is waited for in slices, with events processed in between.
-            while (child->state() != QProcess::NotRunning) {
-                child->waitForFinished(10);
-                QCoreApplication::processEvents();
-            }
-        }
+        if (child->state() != QProcess::NotRunning && child->loop().exec() != 0)
+            processes::waitInSlices(*child, -1);
         timer.stop();
         // Output that arrived with the end of the child.
         if (flags & SpawnCaptureOutput)
@@ -342,4 +330,14 @@ void processes::runLoopOrPause(QEventLoop& loop, int ms)
         return;
     QCoreApplication::processEvents();
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+void processes::waitInSlices(QProcess& child, int timeoutMs)
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (child.state() != QProcess::NotRunning && (timeoutMs < 0 || waited.elapsed() < timeoutMs)) {
+        child.waitForFinished(10);
+        QCoreApplication::processEvents();
+    }
 }

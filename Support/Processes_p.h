@@ -90,4 +90,7 @@ int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* proces
 /// pending events are then processed and the thread sleeps `ms` milliseconds instead, so that a wait
 /// polled in such slices neither spins nor stops.
 void runLoopOrPause(QEventLoop& loop, int ms);
+/// Waits for `child` to end, at most `timeoutMs` milliseconds (negative: without limit), in slices of 10
+/// ms with events processed between them: the wait of a QProcess when no event loop can run.
+void waitInSlices(QProcess& child, int timeoutMs);
 } // namespace processes
