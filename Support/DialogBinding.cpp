@@ -3,6 +3,7 @@
 #include "PatternMatch.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QVariant>
 
 #include <algorithm>
@@ -42,9 +43,12 @@ void outputRange(QObject* object, int* index, int* width)
     }
 }
 
-QList<QObject*> descendants(QDialog* dialog)
+// The dialog's descendants, each guarded: a widget's own code, called on the way through them, may
+// delete widgets further on, which are then passed over.
+std::vector<QPointer<QObject>> descendants(QDialog* dialog)
 {
-    return qtsp_QueryList(reinterpret_cast<QObject*>(dialog), nullptr, nullptr, false, true);
+    const QList<QObject*> all = qtsp_QueryList(reinterpret_cast<QObject*>(dialog), nullptr, nullptr, false, true);
+    return std::vector<QPointer<QObject>>(all.begin(), all.end());
 }
 
 } // namespace
@@ -59,7 +63,7 @@ int di_GetNumOutputElements(QDialog* dialog)
         return 0;
     int total = 0;
     for (QObject* object : descendants(dialog)) {
-        if (!isTagged(object))
+        if (!object || !isTagged(object))
             continue;
         int index = 0, width = 0;
         outputRange(object, &index, &width);
@@ -72,8 +76,9 @@ void di_InitialiseDialog(QDialog* dialog, UserFunctionInterface* call)
 {
     if (!dialog || !call)
         return;
-    for (QObject* object : descendants(dialog)) {
-        if (!isTagged(object))
+    for (const QPointer<QObject>& guarded : descendants(dialog)) {
+        QObject* const object = guarded.data();
+        if (!object || !isTagged(object))
             continue;
         if (KV_FunctionDef* def = dynamic_cast<KV_FunctionDef*>(object))
             if (def->initialise(call))
@@ -97,23 +102,23 @@ void di_ReadDialog(UserFunctionInterface* call, UserReturnData* result, QDialog*
     if (!read || !call || !result || !dialog)
         return;
     // Only KV_FunctionDef widgets count here, tagged or not (the counting function goes by the tag).
+    // A widget that one written before it deleted is passed over (`def` is null then).
     struct Widget {
-        QObject* object;
-        KV_FunctionDef* def;
+        QPointer<QObject> object;
         int index;
         int width;
+        KV_FunctionDef* def() const { return dynamic_cast<KV_FunctionDef*>(object.data()); }
     };
     std::vector<Widget> widgets;
     int total = 0;
-    for (QObject* object : descendants(dialog)) {
-        KV_FunctionDef* def = dynamic_cast<KV_FunctionDef*>(object);
-        if (!def)
+    for (const QPointer<QObject>& object : descendants(dialog)) {
+        if (!dynamic_cast<KV_FunctionDef*>(object.data()))
             continue;
         int index = 0, width = 0;
         outputRange(object, &index, &width);
         total = std::max(total, index + width);
         if (index >= 0)
-            widgets.push_back({object, def, index, width});
+            widgets.push_back({object, index, width});
     }
     if (total <= 0)
         return;
@@ -126,9 +131,12 @@ void di_ReadDialog(UserFunctionInterface* call, UserReturnData* result, QDialog*
         std::fill(strings, strings + total, nullptr);
         *result = UserReturnData{strings, UserDataString, total};
         for (const Widget& w : widgets) {
-            if (w.def->isMultiElement()) {
+            KV_FunctionDef* const def = w.def();
+            if (!def)
+                continue;
+            if (def->isMultiElement()) {
                 UserReturnData part{strings + w.index, UserDataString, w.width};
-                w.def->writeResult(&part, call);
+                def->writeResult(&part, call);
             } else if (call->copyString && w.index < total) {
                 strings[w.index] = call->copyString(w.object->property("stringValue").toString().toUtf8().constData());
             }
@@ -141,9 +149,12 @@ void di_ReadDialog(UserFunctionInterface* call, UserReturnData* result, QDialog*
             return;
         *result = UserReturnData{values, UserDataReal, total};
         for (const Widget& w : widgets) {
-            if (w.def->isMultiElement()) {
+            KV_FunctionDef* const def = w.def();
+            if (!def)
+                continue;
+            if (def->isMultiElement()) {
                 UserReturnData part{values + w.index, UserDataReal, w.width};
-                w.def->writeResult(&part, call);
+                def->writeResult(&part, call);
             } else if (w.index < total) {
                 values[w.index] = w.object->property("realValue").toDouble();
             }

@@ -40,7 +40,8 @@ typedef void (*DynFuncPtr)();
 /// A call slot: the registry writes the address of the function defined under `name` into `*slot`
 /// whenever a definition of that name exists, and puts back the slot's original content (its default)
 /// when the last definition is withdrawn. Names compare exactly (case-sensitive). Destruction withdraws
-/// the slot without touching it.
+/// the slot without touching it. A slot registered again while registered keeps the default it had at
+/// its first registration, not the definition it may hold by then.
 class SUPPORTDLL_API RegisterDynFuncCall {
 public:
     template <class F>
@@ -59,7 +60,8 @@ private:
 
 /// A definition: offers `function` under `name`. Every slot of that name holds the definition that was
 /// registered first among those present. Destruction withdraws it; its slots then get the next
-/// definition of the name, or their defaults.
+/// definition of the name, or their defaults. A null `function` defines nothing: it is logged, and
+/// neither fills a slot nor is found.
 class SUPPORTDLL_API RegisterDynFuncDef {
 public:
     template <class F>
@@ -76,7 +78,8 @@ private:
     long long m_id;
 };
 
-/// The function currently defined under `name` (the first registered of those present), or null. It
+/// The function currently defined under `name` (the first registered of those present that is not
+/// null), or null. It
 /// belongs to the module that defined it and stays valid only while that module is loaded.
 SUPPORTDLL_API DynFuncPtr sp_FindDynFuncDef(const char* name);
 

@@ -49,6 +49,16 @@ struct Definition {
 struct Name {
     std::vector<Slot> slots;
     std::vector<Definition> definitions; // in registration order; the first one fills the slots
+
+    // The function of the first definition that offers one; a definition of a null function (a lookup
+    // that found nothing, registered as it was) defines nothing, so that no slot is ever made null.
+    DynFuncPtr defined() const
+    {
+        for (const Definition& d : definitions)
+            if (d.function)
+                return d.function;
+        return nullptr;
+    }
 };
 
 struct Registry {
@@ -59,9 +69,20 @@ struct Registry {
 
     void fill(Name& n)
     {
+        const DynFuncPtr function = n.defined();
         for (Slot& s : n.slots)
             if (s.address) // a call registered without a slot has nothing to fill
-                *s.address = n.definitions.empty() ? s.defaultValue : n.definitions.front().function;
+                *s.address = function ? function : s.defaultValue;
+    }
+    // The default of `slot`: what it holds, unless a registration of the same slot is present already, whose
+    // default it keeps (the slot may hold a definition by now, which is no default).
+    DynFuncPtr defaultOf(DynFuncPtr* slot) const
+    {
+        for (const auto& entry : names)
+            for (const Slot& s : entry.second.slots)
+                if (s.address == slot)
+                    return s.defaultValue;
+        return *slot;
     }
     void record(const char* what, const std::string& name, const std::string& file, int line)
     {
@@ -88,9 +109,9 @@ RegisterDynFuncCall::RegisterDynFuncCall(DynFuncPtr* slot, const char* name, boo
     std::string key = name ? name : "";
     std::string file = sourceFile ? sourceFile : "";
     Name& n = r.names[key];
-    n.slots.push_back({m_id, slot, slot ? *slot : nullptr, file, line});
-    if (slot && !n.definitions.empty())
-        *slot = n.definitions.front().function;
+    n.slots.push_back({m_id, slot, slot ? r.defaultOf(slot) : nullptr, file, line});
+    if (slot && n.defined())
+        *slot = n.defined();
     r.record("call", key, file, line);
 }
 
@@ -145,9 +166,7 @@ DynFuncPtr sp_FindDynFuncDef(const char* name)
     Registry& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
     auto it = r.names.find(name ? name : "");
-    if (it == r.names.end() || it->second.definitions.empty())
-        return nullptr;
-    return it->second.definitions.front().function;
+    return it == r.names.end() ? nullptr : it->second.defined();
 }
 
 void sp_GetDynRegistryLog(YArray<YString>* lines)

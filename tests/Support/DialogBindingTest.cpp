@@ -77,6 +77,32 @@ private:
     int m_elements;
 };
 
+// A widget whose own code deletes another widget of the dialog: when it is initialised, or when it writes
+// its elements.
+class DeletingWidget : public QWidget, public KV_FunctionDef {
+public:
+    DeletingWidget(QWidget* parent, bool onInitialise) : QWidget(parent), m_onInitialise(onInitialise) {}
+    int getNumElements() const override { return 2; }
+    bool isMultiElement() const override { return true; }
+    bool initialise(UserFunctionInterface*) override
+    {
+        if (m_onInitialise)
+            delete victim;
+        return true;
+    }
+    void writeResult(UserReturnData* result, UserFunctionInterface*) override
+    {
+        if (!m_onInitialise)
+            delete victim;
+        for (int i = 0; i < result->count && result->type == UserDataReal; ++i)
+            static_cast<double*>(result->values)[i] = 50.0 + i;
+    }
+    QObject* victim = nullptr;
+
+private:
+    bool m_onInitialise;
+};
+
 template <class W>
 W* tagged(W* widget, int out, int arg = -1, int element = -1)
 {
@@ -192,6 +218,41 @@ TEST(DialogBinding, ARangeBeyondTheCountOfAResultProducesNothing)
     freeResult(&reals);
     (void)far;
     (void)negative;
+}
+
+// A widget deleted by another's code while the dialog is gone through is passed over; the widgets
+// after it are still handled.
+TEST(DialogBinding, AWidgetDeletedOnTheWayIsPassedOver)
+{
+    QDialog dialog;
+    auto* killer = tagged(new DeletingWidget(&dialog, true), 0);
+    auto* doomed = tagged(new QLineEdit(&dialog), 2, 0, 0);
+    auto* after = tagged(new QLineEdit(&dialog), 3, 0, 1);
+    killer->victim = doomed;
+    double reals[] = {1.5, 2.5};
+    UserFunctionInterface call = makeCall();
+    call.numArguments = 1;
+    call.arguments[0] = UserArgument{reals, 2, UserDataReal};
+    di_InitialiseDialog(&dialog, &call);
+    EXPECT_EQ(after->property("realValue").toDouble(), 2.5);
+    EXPECT_EQ(di_GetNumOutputElements(&dialog), 4);
+
+    QDialog second;
+    auto* writer = tagged(new DeletingWidget(&second, false), 0);
+    auto* gone = tagged(new ValueWidget(&second), 2);
+    gone->setProperty("realValue", 9.0);
+    auto* kept = tagged(new ValueWidget(&second), 3);
+    kept->setProperty("realValue", 7.0);
+    writer->victim = gone;
+    UserReturnData result;
+    di_ReadDialog(&call, &result, &second, UserDataReal, true);
+    ASSERT_EQ(result.count, 4);
+    const double* r = static_cast<const double*>(result.values);
+    EXPECT_EQ(r[0], 50.0);
+    EXPECT_EQ(r[1], 51.0);
+    EXPECT_EQ(r[2], -1.0); // as allocated: its widget is gone
+    EXPECT_EQ(r[3], 7.0);
+    freeResult(&result);
 }
 
 TEST(DialogBinding, InitialiseFromArguments)

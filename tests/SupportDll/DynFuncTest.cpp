@@ -61,6 +61,43 @@ TEST(DynFunc, ACallWithoutASlotIsPassedOver)
     EXPECT_EQ(slot(), -1);
 }
 
+// A module that registers whatever a failed lookup gave it offers nothing: the slots keep their defaults
+// (a slot is never null) and the name is not found; a later real definition fills them.
+TEST(DynFunc, ANullDefinitionDefinesNothing)
+{
+    IntFn slot = &fallback;
+    RegisterDynFuncCall call(&slot, "sqNullFn", true, "tests/DynFuncTest", 11);
+    RegisterDynFuncDef none("sqNullFn", static_cast<IntFn>(nullptr), "tests/DynFuncTest", 12);
+    ASSERT_NE(slot, nullptr);
+    EXPECT_EQ(slot(), -1);
+    EXPECT_EQ(sp_FindDynFuncDef("sqNullFn"), nullptr);
+    IntFn late = &fallback;
+    RegisterDynFuncCall lateCall(&late, "sqNullFn", true, "tests/DynFuncTest", 13);
+    ASSERT_NE(late, nullptr);
+    EXPECT_EQ(late(), -1);
+    {
+        RegisterDynFuncDef real("sqNullFn", &second, "tests/DynFuncTest", 14);
+        EXPECT_EQ(slot(), 2);
+        EXPECT_EQ(late(), 2);
+        EXPECT_EQ(reinterpret_cast<IntFn>(sp_FindDynFuncDef("sqNullFn")), &second);
+    }
+    EXPECT_EQ(slot(), -1);
+}
+
+// The same slot registered a second time while it holds a definition: the definition is no default, and
+// withdrawing it puts the slot's real default back.
+TEST(DynFunc, ASlotRegisteredAgainKeepsItsFirstDefault)
+{
+    IntFn slot = &fallback;
+    RegisterDynFuncCall first(&slot, "sqTwiceFn", true, "tests/DynFuncTest", 15);
+    auto def = std::make_unique<RegisterDynFuncDef>("sqTwiceFn", &second, "tests/DynFuncTest", 16);
+    ASSERT_EQ(slot(), 2);
+    RegisterDynFuncCall again(&slot, "sqTwiceFn", true, "tests/DynFuncTest", 17);
+    EXPECT_EQ(slot(), 2);
+    def.reset();
+    EXPECT_EQ(slot, &fallback);
+}
+
 TEST(DynFunc, NamesCompareExactly)
 {
     IntFn slot = &fallback;
