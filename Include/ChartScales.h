@@ -4,7 +4,13 @@
 
 #include "SupportQtExport.h"
 
+#include <cmath>
 #include <vector>
+
+/// The most bins a histogram gets and the most ticks an axis gets: a larger count asked for is taken as
+/// this one, so that a count from outside costs bounded time and memory.
+constexpr int kMaxHistogramBins = 1000000;
+constexpr int kMaxAxisTicks = 1000000;
 
 /// How the bin count of a histogram was chosen.
 enum class HistogramBinRule {
@@ -24,14 +30,24 @@ struct Histogram {
     HistogramBinRule rule = HistogramBinRule::Single;
 
     int bins() const { return static_cast<int>(counts.size()); }
-    double binWidth() const { return counts.empty() ? 0.0 : (high - low) / static_cast<double>(counts.size()); }
+    /// The width of a bin; for ends further apart than the largest double it is taken by halves, and is
+    /// finite from two bins up.
+    double binWidth() const
+    {
+        if (counts.empty())
+            return 0.0;
+        const double n = static_cast<double>(counts.size()), width = (high - low) / n;
+        return std::isfinite(width) ? width : (high / 2 - low / 2) / n * 2;
+    }
 };
 
 /// The bin count the Freedman-Diaconis rule gives the finite values of `values`: the range divided by
 /// 2 IQR n^(-1/3), rounded up, within 1..`maxBins` (the interquartile range from the percentiles
 /// interpolated as `SampleSummary::percentile` does). Where the quartiles coincide but the values vary,
 /// the square root of their count, rounded up and capped; 1 for fewer than two finite values or values
-/// that do not vary, and for `maxBins` below 1. `rule` (when not null) says which case applied.
+/// that do not vary, and for `maxBins` below 1. `rule` (when not null) says which case applied. Values
+/// further apart than the largest double are measured by halves, so that the count stays finite; memory
+/// that runs out gives 1 (`Single`).
 SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int maxBins,
                                        HistogramBinRule* rule = nullptr);
 
@@ -39,7 +55,8 @@ SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int ma
 /// on an inner edge, `low + k * binWidth()`, goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
 /// `sp_HistogramBinCount(values, maxBins)`. Values that are not finite are counted in `nonFinite` only.
 /// Values that do not vary get one bin around them, 1% of their magnitude (0.5 for 0) to either side.
-/// With no finite value the result has no bins. The result belongs to the caller.
+/// With no finite value the result has no bins, and so has the result when memory runs out. The result
+/// belongs to the caller.
 SUPPORTQT_API Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int maxBins = 50);
 
 /// Round tick values of an axis.
@@ -51,8 +68,11 @@ struct AxisTicks {
 };
 
 /// The ticks of an axis that covers `low` to `high`: the smallest step of 1, 2 or 5 times a power of ten
-/// that needs at most `maxTicks` ticks (at least 2) from a multiple of the step at or below `low` to one
-/// at or above `high`. Ends in the wrong order are swapped; equal ends are widened by 1% of their
+/// that needs at most `maxTicks` ticks (at least 2, and at least 3 for ends on either side of 0, which
+/// no two ticks can cover; at most kMaxAxisTicks) from a multiple of the step at or below `low` to one at
+/// or above `high`; an end within a trillionth of its own number of steps of a multiple is taken as that
+/// multiple. Ends in the wrong order are swapped; equal ends are widened by 1% of their
 /// magnitude (by 1 around 0). Ends that are not finite give no ticks (an empty `values`, all else 0), and
-/// so do ends that no ticks within the largest doubles can cover (beyond +-1e308 with a step of 1e308).
+/// so do ends that no ticks within the largest doubles can cover (beyond +-1e308 with a step of 1e308), and
+/// memory that runs out.
 SUPPORTQT_API AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks);

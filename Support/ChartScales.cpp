@@ -1,10 +1,12 @@
 // ChartScales.cpp - histogram bins by the Freedman-Diaconis rule and round axis ticks.
 #include "ChartScales.h"
+#include "Interpolation_p.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <cmath>
 
 namespace {
@@ -18,7 +20,7 @@ double sortedPercentile(const std::vector<double>& sorted, double p)
     const double fraction = h - static_cast<double>(below);
     if (below + 1 >= sorted.size())
         return sorted[below];
-    return sorted[below] + fraction * (sorted[below + 1] - sorted[below]);
+    return stats::between(sorted[below], sorted[below + 1], fraction);
 }
 
 std::vector<double> finiteValues(const std::vector<double>& values)
@@ -50,15 +52,19 @@ int binCountOfFinite(std::vector<double>& finite, int maxBins, HistogramBinRule*
     if (!(range > 0.0))
         return 1;
     const double n = static_cast<double>(finite.size());
-    const double iqr = sortedPercentile(finite, 75) - sortedPercentile(finite, 25);
+    const double q25 = sortedPercentile(finite, 25), q75 = sortedPercentile(finite, 75);
+    const double iqr = q75 - q25;
     if (!(iqr > 0.0)) {
         used = HistogramBinRule::SquareRoot;
         return capped(std::ceil(std::sqrt(n)), maxBins);
     }
     used = HistogramBinRule::FreedmanDiaconis;
-    // A range that overflows gives an infinite count, which the cap takes. A count a hair above a whole
-    // number is rounding, not a bin more.
-    return capped(std::ceil(range / (2.0 * iqr / std::cbrt(n)) - 1e-9), maxBins);
+    double count = range / (2.0 * iqr / std::cbrt(n));
+    // A range or a width beyond the largest double is measured by halves, which are finite; a count a
+    // hair above a whole number is rounding, not a bin more.
+    if (!std::isfinite(range) || !std::isfinite(2.0 * iqr))
+        count = (finite.back() / 2 - finite.front() / 2) / (q75 / 2 - q25 / 2) * std::cbrt(n) / 2;
+    return capped(std::ceil(count - 1e-9), maxBins);
 }
 
 // 10 to the power `exponent`, exact where a double can hold it.
@@ -81,11 +87,18 @@ double tickValue(long long k, int mantissa, int exponent)
 
 int sp_HistogramBinCount(const std::vector<double>& values, int maxBins, HistogramBinRule* rule)
 {
-    std::vector<double> finite = finiteValues(values);
-    return binCountOfFinite(finite, maxBins, rule);
+    try {
+        std::vector<double> finite = finiteValues(values);
+        return binCountOfFinite(finite, std::min(maxBins, kMaxHistogramBins), rule);
+    } catch (const std::bad_alloc&) {
+        if (rule)
+            *rule = HistogramBinRule::Single;
+        return 1;
+    }
 }
 
-Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int maxBins)
+namespace {
+Histogram buildHistogram(const std::vector<double>& values, int bins, int maxBins)
 {
     Histogram h;
     std::vector<double> finite = finiteValues(values);
@@ -98,8 +111,9 @@ Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int max
     h.high = *maximum;
     if (bins >= 1) {
         h.rule = HistogramBinRule::Given;
+        bins = std::min(bins, kMaxHistogramBins);
     } else {
-        bins = binCountOfFinite(finite, maxBins, &h.rule);
+        bins = binCountOfFinite(finite, std::min(maxBins, kMaxHistogramBins), &h.rule);
     }
     if (!(h.high > h.low)) {
         const double pad = h.low == 0.0 ? 0.5 : std::fabs(h.low) * 0.01;
@@ -108,9 +122,12 @@ Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int max
     }
     h.counts.assign(static_cast<size_t>(bins), 0);
     const double width = h.high - h.low, step = h.binWidth();
+    // Ends further apart than the largest double: the positions are taken by halves.
+    const bool halves = !std::isfinite(width);
+    const double halfWidth = h.high / 2 - h.low / 2;
     const auto edge = [&](int k) { return h.low + static_cast<double>(k) * step; };
     for (double v : finite) {
-        const double position = (v - h.low) / width * bins;
+        const double position = halves ? (v / 2 - h.low / 2) / halfWidth * bins : (v - h.low) / width * bins;
         int bin = std::clamp(static_cast<int>(std::floor(position)), 0, bins - 1);
         // The division may round across an edge: the edges themselves decide.
         if (bin + 1 < bins && v >= edge(bin + 1))
@@ -121,8 +138,19 @@ Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int max
     }
     return h;
 }
+} // namespace
 
-AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
+Histogram sp_BuildHistogram(const std::vector<double>& values, int bins, int maxBins)
+{
+    try {
+        return buildHistogram(values, bins, maxBins);
+    } catch (const std::bad_alloc&) {
+        return Histogram();
+    }
+}
+
+namespace {
+AxisTicks roundAxisTicks(double low, double high, int maxTicks)
 {
     AxisTicks ticks;
     if (!std::isfinite(low) || !std::isfinite(high))
@@ -135,19 +163,22 @@ AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
         low -= pad;
         high += pad;
     }
-    maxTicks = std::max(maxTicks, 2);
+    // Ends on either side of 0 need a tick below 0, one at it and one above it.
+    maxTicks = std::clamp(maxTicks, low < 0.0 && high > 0.0 ? 3 : 2, kMaxAxisTicks);
     // From a step below the span shared out among the ticks, up through 1, 2, 5 times each power of ten
-    // until the ticks from below `low` to above `high` are few enough. A billionth of a step of slack
-    // keeps an end that is a multiple of the step in rounding from costing a tick. (A span beyond the
-    // largest double, between ends of either sign, is measured by its halves.)
+    // until the ticks from below `low` to above `high` are few enough. An end a trillionth of its own
+    // number of steps from a multiple of the step is that multiple, so that rounding costs no tick; the
+    // slack is relative, so that it never swallows an end that a step far larger than it puts near 0.
+    // (A span beyond the largest double, between ends of either sign, is measured by its halves.)
     const double span = high - low;
     const double logSpan = std::isfinite(span) ? std::log10(span) : std::log10(high / 2 - low / 2) + std::log10(2.0);
     int exponent = std::max(static_cast<int>(std::floor(logSpan - std::log10(maxTicks - 1.0))) - 1, -330);
     for (; exponent <= 308; ++exponent) {
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);
-            const double first = std::floor(low / step + 1e-9);
-            const double last = std::ceil(high / step - 1e-9);
+            const double lowSteps = low / step, highSteps = high / step;
+            const double first = std::floor(lowSteps + 1e-12 * std::fabs(lowSteps));
+            const double last = std::ceil(highSteps - 1e-12 * std::fabs(highSteps));
             // A step that underflows to 0 gives no finite count; the next power of ten is tried.
             if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last - first + 1 <= maxTicks))
                 continue;
@@ -164,4 +195,14 @@ AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
         }
     }
     return ticks;
+}
+} // namespace
+
+AxisTicks sp_RoundAxisTicks(double low, double high, int maxTicks)
+{
+    try {
+        return roundAxisTicks(low, high, maxTicks);
+    } catch (const std::bad_alloc&) {
+        return AxisTicks();
+    }
 }

@@ -1,6 +1,7 @@
 // RunStatistics.cpp - moments merged pairwise, percentiles from the sorted values, normality, yield and
 // capability with their intervals, and rank correlations of parameters with merit functions.
 #include "RunStatistics.h"
+#include "Interpolation_p.h"
 
 #include <algorithm>
 #include <atomic>
@@ -747,14 +748,6 @@ void SampleSummary::add(double value, int caseNumber)
 
 namespace {
 
-// The point a fraction t of the way from a to b; apart by more than the largest double, the two are
-// weighted instead, so that the point stays finite.
-double between(double a, double b, double t)
-{
-    const double step = b - a;
-    return std::isfinite(step) ? a + t * step : (1.0 - t) * a + t * b;
-}
-
 // Appends to a summary's values. Capacity grows fourfold: merging many parts then copies each value
 // about a third of a time more instead of once more, and capacity not yet written costs no memory.
 void appendValues(std::vector<double>* to, const double* from, size_t n)
@@ -846,7 +839,7 @@ void SampleSummary::percentiles(const double* ps, int count, double* out) const
         }
         const double h = static_cast<double>(n - 1) * p / 100.0;
         const size_t lo = std::min(static_cast<size_t>(h), n - 1);
-        out[i] = lo + 1 >= n ? at(lo) : between(at(lo), at(lo + 1), h - static_cast<double>(lo));
+        out[i] = lo + 1 >= n ? at(lo) : stats::between(at(lo), at(lo + 1), h - static_cast<double>(lo));
     }
 }
 
@@ -860,7 +853,7 @@ double SampleSummary::percentile(double p) const
     const size_t lo = std::min(static_cast<size_t>(h), n - 1);
     if (lo + 1 >= n)
         return m_values[lo];
-    return between(m_values[lo], m_values[lo + 1], h - static_cast<double>(lo));
+    return stats::between(m_values[lo], m_values[lo + 1], h - static_cast<double>(lo));
 }
 
 bool MeritLimits::passes(double value) const

@@ -2,6 +2,7 @@
 #include "ChartScales.h"
 #include "TestHelpers.h"
 
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -162,4 +163,58 @@ TEST(ChartScales, TicksForEndsOfTheSmallestDoubles)
         EXPECT_GE(t.values.back(), ends.second);
         EXPECT_LE(t.values.size(), 6u);
     }
+}
+
+// Values further apart than the largest double: the bin count, the bin width and the bins are taken by
+// halves, so that none of them is infinite or not a number.
+TEST(ChartScales, ValuesFurtherApartThanTheLargestDouble)
+{
+    HistogramBinRule rule = HistogramBinRule::Given;
+    EXPECT_EQ(sp_HistogramBinCount({1e308, -1e308, 1e308, 0}, 50, &rule), 2);
+    EXPECT_EQ(rule, HistogramBinRule::FreedmanDiaconis);
+    EXPECT_EQ(sp_HistogramBinCount({-1.7e308, 1.7e308, 1.7e308}, 50, &rule), 2);
+    EXPECT_EQ(rule, HistogramBinRule::FreedmanDiaconis);
+
+    const Histogram four = sp_BuildHistogram({1e308, -1e308, 1e308, 0}, 4);
+    EXPECT_EQ(four.binWidth(), 5e307);
+    EXPECT_EQ(four.counts, (std::vector<long long>{1, 0, 1, 2}));
+    const Histogram chosen = sp_BuildHistogram({1e308, -1e308, 1e308, 0}, 0);
+    EXPECT_EQ(chosen.rule, HistogramBinRule::FreedmanDiaconis);
+    EXPECT_EQ(chosen.binWidth(), 1e308);
+    EXPECT_EQ(chosen.counts, (std::vector<long long>{1, 3}));
+    const Histogram wide = sp_BuildHistogram({-1.7e308, 1.7e308, 1.7e308}, 0);
+    EXPECT_EQ(wide.binWidth(), 1.7e308);
+    EXPECT_EQ(wide.counts, (std::vector<long long>{1, 2}));
+}
+
+// An end near 0 is covered however large the step: the slack that forgives rounding is relative to the
+// end. Ends on either side of 0 need three ticks, whatever fewer is asked for.
+TEST(ChartScales, TicksCoverAnEndNearZeroAndEndsOnEitherSideOfIt)
+{
+    AxisTicks t = sp_RoundAxisTicks(-1e-12, 1000, 3);
+    EXPECT_EQ(t.values, (std::vector<double>{-1000, 0, 1000}));
+    t = sp_RoundAxisTicks(-3, 5, 2);
+    EXPECT_EQ(t.values, (std::vector<double>{-5, 0, 5}));
+    EXPECT_EQ(t.step, 5.0);
+    EXPECT_EQ(sp_RoundAxisTicks(-1, 1, 2).values, (std::vector<double>{-1, 0, 1}));
+    EXPECT_EQ(sp_RoundAxisTicks(0, 0, 2).values, (std::vector<double>{-1, 0, 1}));
+    // Same-sign ends keep the floor of two.
+    EXPECT_EQ(sp_RoundAxisTicks(1e-12, 1000, 2).values, (std::vector<double>{0, 1000}));
+    // An end that is a multiple of the step but for rounding costs no tick.
+    EXPECT_EQ(sp_RoundAxisTicks(0.1 + 0.2, 0.7, 5).values, (std::vector<double>{0.3, 0.4, 0.5, 0.6, 0.7}));
+}
+
+// A count asked for from outside is bounded: the bins and ticks of a caller's INT_MAX cost at most a
+// million of them.
+TEST(ChartScales, CountsAskedForAreBounded)
+{
+    const Histogram h = sp_BuildHistogram({0, 1}, INT_MAX);
+    EXPECT_EQ(h.bins(), kMaxHistogramBins);
+    EXPECT_EQ(h.counts.front(), 1);
+    EXPECT_EQ(h.counts.back(), 1);
+    EXPECT_EQ(sp_HistogramBinCount({0, 1, 2, 3, 4, 5, 6, 7, 8, 1e12}, INT_MAX), kMaxHistogramBins);
+    const AxisTicks t = sp_RoundAxisTicks(0, 1, INT_MAX);
+    EXPECT_EQ(t.step, 2e-6);
+    EXPECT_EQ(t.values.size(), 500001u);
+    EXPECT_EQ(t.values.back(), 1.0);
 }
