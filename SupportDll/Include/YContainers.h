@@ -166,6 +166,9 @@ private:
     std::vector<T> m_values;
 };
 
+/// The seed of the hash tables' buckets: random, and the same for the whole process.
+SUPPORTDLL_API unsigned sp_HashTableSeed();
+
 /// Hash container of records. A record type supplies `unsigned hashKey() const` and `operator==`;
 /// two equal records are one entry (and have the same key; a stored record's key is kept beside it and
 /// must not change). Records are owned, stay at a fixed address while in the table, and are visited in
@@ -203,6 +206,16 @@ public:
                 return &r;
         }
         return nullptr;
+    }
+    /// How many records share the bucket of `probe`'s key: the most links a lookup of it walks.
+    int bucketLength(const T& probe) const
+    {
+        if (m_buckets.empty())
+            return 0;
+        int length = 0;
+        for (int i = m_buckets[bucketOf(probe.hashKey())]; i >= 0; i = m_links[static_cast<size_t>(i)].next)
+            ++length;
+        return length;
     }
     /// Stores a copy unless an equal record is present; returns the stored record either way.
     T* insert(const T& record)
@@ -278,6 +291,9 @@ private:
     // spreads the key's block of 64 over the table, and the lowest six bits only choose among 64
     // neighbouring buckets, so that consecutive keys fill neighbouring buckets: a table filled with
     // consecutive keys is then walked a cache line at a time, not at a random place for every key.
+    // The mixer is public and invertible, so keys read from a file could be chosen to share one bucket
+    // and make every lookup walk them all: the block number is first combined with the process's seed,
+    // which such a file cannot know.
     static unsigned mixed(unsigned h)
     {
         h ^= h >> 16;
@@ -289,7 +305,7 @@ private:
     }
     size_t bucketOf(unsigned hash) const
     {
-        return static_cast<size_t>(mixed(hash >> 6) ^ (hash & 63u)) & (m_buckets.size() - 1);
+        return static_cast<size_t>(mixed((hash >> 6) ^ m_seed) ^ (hash & 63u)) & (m_buckets.size() - 1);
     }
     T* add(std::unique_ptr<T> record)
     {
@@ -325,4 +341,5 @@ private:
     std::vector<std::unique_ptr<T>> m_records;
     std::vector<Link> m_links;
     std::vector<int> m_buckets;
+    unsigned m_seed = sp_HashTableSeed();
 };

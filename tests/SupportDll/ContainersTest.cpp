@@ -164,42 +164,81 @@ TEST(YHashTable, FindsByKeyAndNeverHoldsTwoEqualRecords)
 
 namespace {
 
-// A record that counts the comparisons the table makes: each one is a step along a bucket's chain.
-struct CountedKey {
-    static long long comparisons;
+struct Keyed {
     unsigned key = 0;
     unsigned hashKey() const { return key; }
-    bool operator==(const CountedKey& o) const
-    {
-        ++comparisons;
-        return key == o.key;
-    }
+    bool operator==(const Keyed& o) const { return key == o.key; }
 };
-long long CountedKey::comparisons = 0;
 
-long long comparisonsToInsert(unsigned first, unsigned step, int count)
+// The links that finding each of `keys` once walks, over the keys (at least 1: a key's own link), and
+// the longest bucket of them, after inserting them all.
+struct Chains {
+    double average = 0;
+    int longest = 0;
+};
+Chains chainsOf(const std::vector<unsigned>& keys)
 {
-    YHashTable<CountedKey> table;
-    CountedKey::comparisons = 0;
+    YHashTable<Keyed> table;
+    for (unsigned key : keys)
+        table.insert(Keyed{key});
+    EXPECT_EQ(table.count(), static_cast<int>(keys.size()));
+    Chains chains;
+    long long walked = 0;
+    for (unsigned key : keys) {
+        const int length = table.bucketLength(Keyed{key});
+        walked += length;
+        chains.longest = std::max(chains.longest, length);
+    }
+    chains.average = static_cast<double>(walked) / static_cast<double>(keys.size());
+    return chains;
+}
+
+std::vector<unsigned> progression(unsigned first, unsigned step, int count)
+{
+    std::vector<unsigned> keys;
     for (int i = 0; i < count; ++i)
-        table.insert(CountedKey{first + step * static_cast<unsigned>(i)});
-    EXPECT_EQ(table.count(), count);
-    return CountedKey::comparisons;
+        keys.push_back(first + step * static_cast<unsigned>(i));
+    return keys;
+}
+
+// The finaliser of MurmurHash3, as anyone may compute it.
+unsigned murmurMix(unsigned h)
+{
+    h ^= h >> 16;
+    h *= 0x85ebca6bu;
+    h ^= h >> 13;
+    h *= 0xc2b2ae35u;
+    h ^= h >> 16;
+    return h;
 }
 
 } // namespace
 
 // Keys in arithmetic progression, multiples of the table's size among them, spread over the buckets:
-// inserting n keys takes a few comparisons each, as sequential keys do, not n / 2.
+// a lookup walks a few links, as for sequential keys, not n / 2.
 TEST(YHashTable, ArithmeticProgressionsOfKeysDoNotCollide)
 {
     const int n = 16384;
-    const long long sequential = comparisonsToInsert(1, 1, n);
-    EXPECT_LT(sequential, 4LL * n);
-    for (unsigned step : {65536u, 16384u, 1024u, 4096u * 3u}) {
-        const long long spread = comparisonsToInsert(step, step, n);
-        EXPECT_LT(spread, 4LL * n) << "step " << step;
+    for (unsigned step : {1u, 65536u, 16384u, 1024u, 4096u * 3u}) {
+        const Chains chains = chainsOf(progression(step == 1 ? 1 : step, step, n));
+        EXPECT_LT(chains.average, 4.0) << "step " << step;
+        EXPECT_LT(chains.longest, 24) << "step " << step;
     }
+}
+
+// Keys chosen so that the public mixer alone puts them all into bucket 0 of any table of up to 65,536
+// buckets (the block's mixed bits 6 to 15 zero, the low six bits cancelling the rest): with the seed
+// they spread like any other keys, and a results file of such case numbers reads in linear time.
+TEST(YHashTable, KeysChosenAgainstThePublicMixerDoNotCollide)
+{
+    std::vector<unsigned> keys;
+    for (unsigned block = 1; keys.size() < 4096; ++block)
+        if ((murmurMix(block) & 0xFFC0u) == 0)
+            keys.push_back((block << 6) | (murmurMix(block) & 63u));
+    const Chains chains = chainsOf(keys);
+    EXPECT_LT(chains.average, 4.0);
+    EXPECT_LT(chains.longest, 24);
+    EXPECT_EQ(sp_HashTableSeed(), sp_HashTableSeed());
 }
 
 // Random inserts, removals and finds against a plain list of the records in insertion order: every find
