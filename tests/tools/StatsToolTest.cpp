@@ -306,6 +306,20 @@ TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
     EXPECT_EQ(rows[1]["yield"].toString(), ""); // no limits
 }
 
+// A name that holds a carriage return (written as "&#13;" in the file) is quoted in the CSV table, as a
+// line feed is: unquoted, a CSV reader would end the row there.
+TEST_F(StatsTool, ACsvFieldWithACarriageReturnIsQuoted)
+{
+    XMLReportHeader h = header();
+    h.meritFunctions.at(1).name = "f3\rdb";
+    const QString file = temp("cr.msw");
+    ASSERT_TRUE(sp_WriteMswFile(toYs(file), runs(1, 10), h));
+    ASSERT_NE(readFileBytes(path("cr.msw")).find("f3&#13;db"), std::string::npos);
+    ASSERT_EQ(tool({"stats", file, "--csv", temp("cr.csv")}).code, 0);
+    const std::string csv = readFileBytes(path("cr.csv"));
+    EXPECT_NE(csv.find("\n\"f3\rdb\",\"cutoff(v(out),3)\",9,1,"), std::string::npos) << csv;
+}
+
 // One run: its standard deviation is 0 in the CSV table as in the JSON, not left blank.
 TEST_F(StatsTool, OneRunHasAStandardDeviationOfZeroInEveryForm)
 {

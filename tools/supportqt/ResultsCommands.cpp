@@ -357,21 +357,6 @@ void printResults(const ResultsSummary& summary, const std::vector<const XMLRepo
     }
 }
 
-// A CSV field as RFC 4180 writes it: quoted, with quotes doubled, when it holds a comma, a quote or a
-// line end.
-std::string csvField(const std::string& text)
-{
-    if (text.find_first_of(",\"\r\n") == std::string::npos)
-        return text;
-    std::string quoted = "\"";
-    for (char c : text) {
-        quoted += c;
-        if (c == '"')
-            quoted += '"';
-    }
-    return quoted + '"';
-}
-
 // One row per run for spreadsheets and data frames: case, seed, description, each merit function's value
 // and each parameter's used value by name. Cells a run lacks are empty (CSV) or absent (JSON).
 void printRunTable(const ResultsSummary& summary, const std::vector<const XMLReportInfo*>& runs, bool json)

@@ -2,6 +2,7 @@
 // text of a picture has a row or column of its own, so that no two texts overlap.
 #include "StatsPage.h"
 #include "Charts.h"
+#include "Tool.h"
 
 #include <algorithm>
 #include <cmath>
@@ -417,14 +418,6 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
 
 std::string statsCsv(const std::vector<MeritStatistics>& all)
 {
-    const auto quoted = [](const std::string& text) {
-        if (text.find_first_of(",\"\n") == std::string::npos)
-            return text;
-        std::string out = "\"";
-        for (char c : text)
-            out += c == '"' ? std::string("\"\"") : std::string(1, c);
-        return out + "\"";
-    };
     const auto num = [](double v) { return std::isnan(v) ? std::string() : fmt("%.17g", v); };
     std::string out = "name,definition,count,nonfinite,mean,stddev,min,mincase,max,maxcase,skewness,kurtosis";
     for (double p : kRunStatisticsPercentiles)
@@ -433,7 +426,7 @@ std::string statsCsv(const std::vector<MeritStatistics>& all)
            "cpklow,cpkhigh\n";
     for (const MeritStatistics& s : all) {
         const MomentSummary& m = s.sample.moments();
-        out += quoted(s.name.str()) + "," + quoted(s.definition.str()) + "," + std::to_string(m.count()) + "," +
+        out += csvField(s.name.str()) + "," + csvField(s.definition.str()) + "," + std::to_string(m.count()) + "," +
                std::to_string(m.nonFiniteCount());
         const bool any = m.count() > 0;
         out += "," + (any ? num(m.mean()) : std::string()) + "," + (any ? num(m.standardDeviation()) : std::string());

@@ -414,3 +414,16 @@ void ProgressLine::setDetail(const QString& detail)
     std::lock_guard<std::mutex> lock(m_impl->mutex);
     m_impl->detail = detail.toUtf8();
 }
+
+std::string csvField(const std::string& text)
+{
+    if (text.find_first_of(",\"\r\n") == std::string::npos)
+        return text;
+    std::string quoted = "\"";
+    for (char c : text) {
+        quoted += c;
+        if (c == '"')
+            quoted += '"';
+    }
+    return quoted + '"';
+}

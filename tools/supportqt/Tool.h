@@ -120,6 +120,10 @@ private:
     std::string m_text;
 };
 
+/// A CSV field as RFC 4180 writes it: quoted, with quotes doubled, when it holds a comma, a quote or a
+/// line end (a carriage return or a line feed).
+std::string csvField(const std::string& text);
+
 /// "1 NOUN" or "N NOUNs": a count for a summary line (`noun` in the singular).
 std::string counted(long long n, const char* noun);
 
