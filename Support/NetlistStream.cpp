@@ -570,7 +570,9 @@ void SpiceStream::detectStarHash(int commentChar)
         if (text.length() < kMaxDirectiveText)
             text.append(static_cast<char>(c));
     }
+    // The line feed that ends the directive is recorded like the rest of it.
     if (c == 10) {
+        m_rawBuffer.add('\n');
         netlist::countUp(m_lineCount);
         netlist::countUp(m_charCount);
     }

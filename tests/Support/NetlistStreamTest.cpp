@@ -441,3 +441,30 @@ TEST_F(SpiceFile, WideNetlistIsReadWholeWhenItsCopyCannotBeWritten)
     EXPECT_EQ(got, expected);
     EXPECT_EQ(gotLiteral, expectedLiteral);
 }
+
+// A directive's text goes to the raw buffer with the line feed that ends it, as each character it reads
+// does: the line after it is not glued onto it.
+TEST(SpiceStream, ADirectiveIsRecordedWithItsLineFeed)
+{
+    kvstrstream top("*#HSPICE\nR1 a b 1k\n");
+    SpiceStream s(top);
+    YString line;
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_STREQ(line.c_str(), "R1 a b 1k");
+    EXPECT_STREQ(s.getBuffer()->data(), "#HSPICE\nR1 a b 1k\n");
+    EXPECT_TRUE(s.isHspiceMode());
+    EXPECT_FALSE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(s.getLineCount(), 2);
+
+    // After a line the comment's line end is recorded once while empty lines are suppressed, and twice
+    // when they are kept (the directive's, then the comment line's own).
+    for (const bool suppress : {true, false}) {
+        kvstrstream after("R1 a\n*#hierarchy\nR2 b\n");
+        SpiceStream t(after);
+        if (!suppress)
+            t.dontSuppressEmptyLines();
+        ASSERT_TRUE(t.gets(&line, nullptr, nullptr, nullptr));
+        EXPECT_STREQ(t.getBuffer()->data(), suppress ? "R1 a\n*#hierarchy\n" : "R1 a\n*#hierarchy\n\n");
+        EXPECT_TRUE(t.isHierarchy());
+    }
+}

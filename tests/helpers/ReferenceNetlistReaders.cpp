@@ -243,6 +243,7 @@ void ReferenceSpiceStream::detectStarHash(int commentChar)
         c = readDirectiveChar(&ended);
         if (ended) {
             if (c == 10) {
+                m_rawBuffer.add('\n');
                 ++m_lineCount;
                 ++m_charCount;
             }
