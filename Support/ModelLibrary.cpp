@@ -889,10 +889,12 @@ private:
             return;
         }
         // The keyword: the first word lowered, compared eight bytes at a time (the window and the joined
-        // line have bytes to spare after the text).
+        // line have bytes to spare after the text). A line with bytes the readers drop is matched as they
+        // read it, so that ".mo\x01del" is ".model".
         const Segment& seg = m_segments.front();
-        const char* b = seg.begin;
-        const size_t length = static_cast<size_t>(seg.end - seg.begin);
+        const std::string_view text = seg.dirty ? logical(1) : std::string_view(seg.begin, static_cast<size_t>(seg.end - seg.begin));
+        const char* b = text.data();
+        const size_t length = text.size();
         uint64_t head;
         std::memcpy(&head, b, 8);
         head = lowerAscii(head);

@@ -222,6 +222,20 @@ TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
     EXPECT_EQ(index.size, 31);
 }
 
+// A keyword with bytes the readers drop is the keyword they read: the definitions and the end of a
+// subcircuit are found as "supportqt netlist" shows the lines.
+TEST(ModelLibraryIndex, DroppedBytesInsideAKeyword)
+{
+    const std::string text = std::string(".mode\x0bl d1 D\n.model d2 D\n.sub\x01" "ckt s1 a b\n.en\x02" "ds\n.model d\x01x nmos\n");
+    const ModelLibIndex index = indexText(text);
+    EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "d1", 0, 13, 1, 1},
+                                             {".model", "d2", 13, 25, 2, 2},
+                                             {".subckt", "s1", 25, 48, 3, 4},
+                                             {".model", "dx", 48, 64, 5, 5}}));
+    EXPECT_EQ(index.type(index.definitions[0]), "D");
+    EXPECT_EQ(index.definitions[3].parent, -1);
+}
+
 TEST(ModelLibraryIndex, HspiceDollarCommentsAndTheDialectDirective)
 {
     const std::string text = ".model a nmos $ note\n$ comment line\n+ vth0=1\n.model b pmos\n";
