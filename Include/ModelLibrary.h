@@ -288,7 +288,8 @@ SUPPORTQT_API ModelLibStatus sp_ResolveModelSection(const YString& path, const Y
 /// resolve to nothing, the structure diagnostics of every file reached, and (with `section` empty and a
 /// file that has sections) the top-level definitions of the files reached that no section reaches.
 /// Appends the problems to `*problems` in that order, each once (a missing file that several sections
-/// reach is listed where it is first met); the status is that of the resolution.
+/// reach is listed where it is first met); the status is that of the resolution. Memory that runs out
+/// gives Unreadable and appends nothing.
 SUPPORTQT_API ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
                                                   std::vector<ModelLibProblem>* problems);
 

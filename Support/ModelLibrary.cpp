@@ -2115,32 +2115,46 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
 }
 
 namespace {
-// Removes from `problems`, from `first` on, each problem that repeats an earlier one of that range: a
-// missing file or an unresolved instance that several sections reach is seen once per section.
-void dropRepeatedProblems(std::vector<ModelLibProblem>* problems, size_t first)
-{
-    std::set<std::string> seen;
-    const auto repeated = [&seen](const ModelLibProblem& p) {
-        std::string key = std::to_string(p.kind) + '\n' + std::to_string(p.line) + '\n' + std::to_string(p.otherLine);
-        for (const YString* text : {&p.name, &p.file, &p.otherFile, &p.message})
-            key.append(1, '\n').append(text->str());
-        return !seen.insert(std::move(key)).second;
-    };
-    problems->erase(std::remove_if(problems->begin() + static_cast<std::ptrdiff_t>(first), problems->end(), repeated), problems->end());
-}
+// The problems of one check, each kept once: a missing file or an unresolved instance that several
+// sections reach is seen once per section. Repeats are dropped as each section's problems come in, so
+// that memory follows the distinct problems, not the sections times the problems each reaches.
+class DistinctProblems {
+public:
+    explicit DistinctProblems(std::vector<ModelLibProblem>* problems) : m_problems(problems), m_checked(problems->size()) {}
+    // Drops the repeats among the problems added since the last call.
+    void dropRepeats()
+    {
+        const auto repeated = [this](const ModelLibProblem& p) {
+            std::string key = std::to_string(p.kind) + '\n' + std::to_string(p.line) + '\n' + std::to_string(p.otherLine);
+            for (const YString* text : {&p.name, &p.file, &p.otherFile, &p.message})
+                key.append(1, '\n').append(text->str());
+            return !m_seen.insert(std::move(key)).second;
+        };
+        m_problems->erase(std::remove_if(m_problems->begin() + static_cast<std::ptrdiff_t>(m_checked), m_problems->end(), repeated),
+                          m_problems->end());
+        m_checked = m_problems->size();
+    }
+
+private:
+    std::vector<ModelLibProblem>* m_problems;
+    size_t m_checked;
+    std::set<std::string> m_seen;
+};
 } // namespace
 
 ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section, SpiceLanguage language,
                                     std::vector<ModelLibProblem>* problems)
 {
+    const size_t kept = problems->size();
     try {
-        const size_t firstNew = problems->size();
+        DistinctProblems distinct(problems);
         ModelLibResolution r;
         ModelLibStatus status = sp_ResolveModelSection(path, section, language, &r);
         if (status != ModelLibStatus::Ok)
             return status;
         problems->insert(problems->end(), r.problems.begin(), r.problems.end());
         checkResolution(r, problems);
+        distinct.dropRepeats();
         const int root = r.root;
         const std::vector<ModelLibSection> sections = r.files[static_cast<size_t>(root)].sections;
         if (section.isEmpty() && !sections.empty()) {
@@ -2154,6 +2168,7 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                 for (const ModelLibProblem& p : r.problems)
                     problems->push_back(p);
                 checkResolution(r, problems);
+                distinct.dropRepeats();
                 for (const ModelLibReached& x : r.definitions) {
                     if (reached.size() <= static_cast<size_t>(x.file))
                         reached.resize(static_cast<size_t>(x.file) + 1);
@@ -2176,9 +2191,11 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
             }
         }
         structureProblems(r, problems);
-        dropRepeatedProblems(problems, firstNew);
+        distinct.dropRepeats();
         return ModelLibStatus::Ok;
     } catch (...) {
+        // Memory ran out: no half list is handed back.
+        problems->erase(problems->begin() + static_cast<std::ptrdiff_t>(kept), problems->end());
         return ModelLibStatus::Unreadable;
     }
 }
