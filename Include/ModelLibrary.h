@@ -312,7 +312,7 @@ SUPPORTQT_API ModelLibStatus sp_DiffModelLibraries(const YString& a, const YStri
 struct ModelLibExtractRequest {
     std::vector<YString> names;   ///< definitions wanted (either kind, ignoring case)
     YString section;              ///< the section to resolve them in; empty for the file's top level
-    std::vector<YString> renames; ///< "OLD=NEW": a definition written under another name, and the words naming it in the others
+    std::vector<YString> renames; ///< "OLD=NEW": a definition written under another name, and the words naming it in the others (a subcircuit's ports among them)
     SpiceLanguage language = SpiceLanguageNative;
 };
 
@@ -322,8 +322,8 @@ struct ModelLibExtractRequest {
 /// "* FILE:LINE" naming where it came from. Unresolved dependencies are appended to `*problems` (may be
 /// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
-/// that is extracted too, or another's new name; `*text` is then empty. Otherwise the status of the
-/// resolution.
+/// that is extracted too, or another's new name, and when one name is renamed two ways; `*text` is then
+/// empty. Otherwise the status of the resolution.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
                                               std::vector<ModelLibProblem>* problems);
 

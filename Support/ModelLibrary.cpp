@@ -2052,6 +2052,20 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
     return YString(out.c_str());
 }
 
+// A definition's first line with the words after its keyword and name renamed as `renameWords` does.
+std::string renameAfterName(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames)
+{
+    const std::string& s = line.str();
+    size_t i = 0;
+    for (int word = 0; word < 2; ++word) {
+        while (i < s.size() && (s[i] == ' ' || s[i] == '\t'))
+            ++i;
+        while (i < s.size() && !isDelimiter(s[i]))
+            ++i;
+    }
+    return s.substr(0, i) + renameWords(YString(s.substr(i).c_str()), renames).str();
+}
+
 } // namespace
 
 void sp_IndexModelLibraryText(const char* text, size_t size, const YString& fileName, SpiceLanguage language,
@@ -2303,8 +2317,17 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const int eq = rn.findIndex("=");
             if (eq <= 0 || eq + 1 >= rn.length())
                 continue;
-            renames.push_back({key(rn.substring(0, eq)), rn.substring(eq + 1).str()});
-            newName[key(rn.substring(0, eq))] = rn.substring(eq + 1);
+            const YString old = rn.substring(0, eq), to = rn.substring(eq + 1);
+            // One name renamed two ways would name the definition one way and the words naming it the other.
+            const auto earlier = newName.find(key(old));
+            if (earlier != newName.end() && earlier->second != to) {
+                if (problems)
+                    problems->push_back(problem(ModelLibProblem::Duplicate, old, path, 0,
+                                                old.str() + " is renamed twice, to " + earlier->second.str() + " and to " + to.str()));
+                return ModelLibStatus::RenameClash;
+            }
+            renames.push_back({key(old), to.str()});
+            newName[key(old)] = to;
         }
         const NameTable names(r);
         std::vector<size_t> order;
@@ -2402,9 +2425,13 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 lines[0] = withCaseOf(lines[0], renamed->second);
             for (size_t l = 0; l < lines.size(); ++l) {
                 // LibraryStream renames the definition itself; the words of its other lines (and an AKO
-                // base on its first line) that name renamed definitions are renamed here.
-                const bool rewrite = l > 0 || !file.akoBase(d).empty();
-                out += (rewrite ? renameWords(lines[l], renames) : lines[l]).str();
+                // base on its first line) that name renamed definitions are renamed here. A subcircuit's
+                // ports are renamed as its element lines are, so that a node that shares a renamed name
+                // stays connected to its port (ports connect by position, so the instances are unchanged).
+                if (l == 0 && d.kind == ModelLibDefinition::Subckt)
+                    out += renameAfterName(lines[l], renames);
+                else
+                    out += (l > 0 || !file.akoBase(d).empty() ? renameWords(lines[l], renames) : lines[l]).str();
                 out.push_back('\n');
             }
         }

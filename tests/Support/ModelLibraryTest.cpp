@@ -750,6 +750,45 @@ TEST_F(ModelLibraryFiles, ARenameOntoAnotherExtractedNameIsRefused)
                                               ":5\n.subckt buf a y\nX1 a m INV\nX2 m y INV\nD1 a y INV\n.ends\n");
 }
 
+// A model renamed inside a subcircuit whose port has its name: the port is renamed with the nodes, so
+// the subcircuit stays connected as it was; the instances connect by position and are unchanged.
+TEST_F(ModelLibraryFiles, ARenameKeepsTheSubcircuitsPortsConnected)
+{
+    const std::string lib = write("n.lib", ".model d D is=1e-14\n.subckt clamp d s params: w=1\nD1 d s d\nR1 d s 1k\n.ends clamp\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("clamp")};
+    request.renames = {YString("d=dx")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model dx  D is=1e-14\n* " + lib +
+                                              ":2\n.subckt clamp dx s params: w=1\nD1 dx s dx\nR1 dx s 1k\n.ends clamp\n");
+    // Renaming the subcircuit itself renames its name only.
+    request.renames = {YString("clamp=cl2"), YString("s=t")};
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_NE(std::string(text.c_str()).find("\n.subckt cl2  d t params: w=1\nD1 d t d\nR1 d t 1k\n.ends cl2\n"), std::string::npos)
+        << text.c_str();
+}
+
+// One name renamed two ways is refused: the definition would get one name and the words naming it the
+// other. The same rename twice is one.
+TEST_F(ModelLibraryFiles, ANameRenamedTwoWaysIsRefused)
+{
+    const std::string lib = write("r.lib", ".model a D\n.model b D\n.model c ako:a D\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("c")};
+    request.renames = {YString("a=z"), YString("A=y")};
+    YString text("left over");
+    std::vector<ModelLibProblem> problems;
+    EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::RenameClash);
+    EXPECT_TRUE(text.isEmpty());
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::Duplicate);
+    EXPECT_EQ(problems[0].message, "A is renamed twice, to z and to y");
+    request.renames = {YString("a=z"), YString("A=z")};
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model z  D\n* " + lib + ":3\n.model c ako:z D\n");
+}
+
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
 {
     const std::string a = write("a.lib", ".lib tt\n.model n nmos vth0=1\n.model p pmos\n.endl\n.lib ss\n.endl\n");
