@@ -121,7 +121,7 @@ struct ParameterDeviation {
 /// The Spearman rank correlation of one parameter's deviation with a merit function's value.
 struct ParameterInfluence {
     YString name;
-    double rho = 0.0; ///< NaN when either side does not vary
+    double rho = 0.0; ///< NaN when either side does not vary, or a run's deviation of the parameter is not a number
 };
 
 /// A run at an extreme of a merit function, with the deviations of the parameters it changed.

@@ -418,6 +418,13 @@ std::vector<SparseRanks> parameterRanks(const std::vector<const XMLReportInfo*>&
         }
     }
     for (SparseRanks& c : out) {
+        // A deviation that is not a number has no rank (and would break the sort's order): the parameter's
+        // correlation is not a number either.
+        if (std::any_of(c.ranks.begin(), c.ranks.end(), [](double v) { return std::isnan(v); })) {
+            std::fill(c.ranks.begin(), c.ranks.end(), kNaN);
+            c.restRank = kNaN;
+            continue;
+        }
         // The listed values in order, beside their places in the column.
         std::vector<std::pair<double, uint32_t>> order(c.ranks.size());
         for (size_t i = 0; i < c.ranks.size(); ++i)

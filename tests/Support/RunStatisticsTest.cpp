@@ -586,6 +586,35 @@ TEST(RunStatistics, ParametersARunDidNotChangeCountAsNominal)
     EXPECT_NEAR(s.influence[1].rho, sp_SpearmanCorrelation(c1, values), 1e-15);
 }
 
+// A parameter whose deviation is not a number in some run (a nominal of "nan" in the file) has no ranks:
+// its correlation is NaN and it is listed last, and the other parameters are ranked as without it.
+TEST(RunStatistics, AParameterWithADeviationThatIsNotANumberHasNoCorrelation)
+{
+    YHashTable<XMLReportInfo> table;
+    std::vector<double> r1, values;
+    for (int c = 1; c <= 40; ++c) {
+        const double value = 10.0 + std::sin(c * 0.9);
+        XMLReportInfo r = run(c, {value});
+        XMLParameterValue& p = r.parameters.at(0);
+        p.name = "R1";
+        p.nominal = 1.0;
+        p.usedValue = 1.0 + 0.01 * std::cos(c * 1.7);
+        XMLParameterValue& q = r.parameters.at(1);
+        q.name = "C1";
+        q.nominal = c % 3 == 0 ? std::nan("") : 1.0;
+        q.usedValue = 1.0 + 0.001 * c;
+        table.insert(r);
+        r1.push_back(0.01 * std::cos(c * 1.7));
+        values.push_back(value);
+    }
+    const MeritStatistics s = sp_ComputeMeritStatistics(table, 0);
+    ASSERT_EQ(s.influence.size(), 2u);
+    EXPECT_EQ(s.influence[0].name, YString("R1"));
+    EXPECT_NEAR(s.influence[0].rho, sp_SpearmanCorrelation(r1, values), 1e-15);
+    EXPECT_EQ(s.influence[1].name, YString("C1"));
+    EXPECT_TRUE(std::isnan(s.influence[1].rho));
+}
+
 TEST(RunsInCaseOrder, GivesTheTablesOwnRecordsByIncreasingCase)
 {
     YHashTable<XMLReportInfo> table;
