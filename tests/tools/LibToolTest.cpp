@@ -213,6 +213,23 @@ TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
     EXPECT_EQ(readFileBytes(path("dev.spice")), devBefore);
 }
 
+// Extracted to standard output, the library is all that goes there: what it could not resolve is one
+// warning line each on standard error, as it is a warning line beside the summary when written to a file.
+TEST_F(LibTool, ExtractionToStandardOutputWarnsOnStandardError)
+{
+    writeFileBytes(path("u.lib"), ".subckt top a b\nX1 a b missing\n.ends\n");
+    const QString warning = QStringLiteral("warning: %1:1: subcircuit top instantiates missing, which is defined nowhere it reaches")
+                                .arg(file("u.lib"));
+    const Result piped = tool({"lib", "extract", file("u.lib"), "top", "-o", "-"});
+    EXPECT_EQ(piped.code, 0);
+    EXPECT_EQ(piped.out, QStringLiteral("* %1:1\n.subckt top a b\nX1 a b missing\n.ends\n").arg(file("u.lib")));
+    EXPECT_EQ(piped.err, QStringLiteral("supportqt lib extract: %1\n").arg(warning));
+    const Result written = tool({"lib", "extract", file("u.lib"), "top", "-o", file("u-out.lib")});
+    EXPECT_EQ(written.code, 0);
+    EXPECT_EQ(written.out, QStringLiteral("%1\nwrote 1 definitions to %2\n").arg(warning, file("u-out.lib")));
+    EXPECT_EQ(written.err, "");
+}
+
 TEST_F(LibTool, UsageErrorsAndUnreadableInputs)
 {
     EXPECT_EQ(tool({"lib"}).code, 2);

@@ -423,6 +423,9 @@ int runLibExtract(const QStringList& arguments)
     for (const ModelLibDefinition& d : written.definitions)
         count += d.parent < 0 ? 1 : 0;
     if (toStandardOutput) {
+        // Standard output holds the library: the unresolved dependencies are warnings on standard error.
+        for (const ModelLibProblem& p : problems)
+            command.warn(QStringLiteral("warning: %1").arg(toQs(p.message)));
         Output out;
         out << text;
         return ExitOk;
