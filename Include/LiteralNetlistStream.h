@@ -46,6 +46,9 @@ protected:
     LineResult readLine(int* lineNumber);
     const Buf& lineBuffer() const { return m_lineBuffer; }
     void setCharLimit(int limit) { m_charLimit = limit; }
+    /// For a reader of a dialect whose inline comment character is another one ("$"); the stream itself
+    /// always uses ";".
+    void setCommentChar(char c) { m_commentChar = c; }
     /// True once memory has run out and ended the input, or when the text of a UTF-16 file named to the
     /// constructor could be read neither into a UTF-8 copy nor into memory, or a pipe or device named to it
     /// gave more than 64 MiB (it then reads as empty).

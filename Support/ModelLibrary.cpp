@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -289,8 +290,6 @@ private:
         void clear()
         {
             words.clear();
-            if (m_slots.empty())
-                m_slots.resize(kInitialSlots);
             if (++m_generation == 0) {
                 std::fill(m_slots.begin(), m_slots.end(), Slot());
                 m_generation = 1;
@@ -303,7 +302,10 @@ private:
         {
             // The words hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key
             // is ambiguous. A word of up to 8 bytes, most of them, is found with one probe in the
-            // usual case; the rest take the long way.
+            // usual case; the rest take the long way. The slots are made by the first word: a subcircuit
+            // nested in many others, or one with no element lines, costs no table.
+            if (m_slots.empty())
+                m_slots.resize(kInitialSlots);
             const size_t n = word.size();
             if (n > 16) {
                 addLong(word);
@@ -1904,18 +1906,23 @@ struct NameTable {
 };
 
 // Names defined inside a subcircuit (its local models and subcircuits), which its lines may use.
+// The definitions nested in subcircuit `subckt` at any depth: those that follow it up to its last line
+// (each one's parent is the subcircuit or one of them), found in one pass however deep the nesting.
+std::vector<size_t> nestedIn(const ModelLibIndex& file, int subckt)
+{
+    std::vector<size_t> nested;
+    const size_t outer = static_cast<size_t>(subckt);
+    for (size_t i = outer + 1; i < file.definitions.size() && file.definitions[i].line <= file.definitions[outer].lastLine; ++i)
+        if (file.definitions[i].parent >= subckt && static_cast<size_t>(file.definitions[i].parent) < i)
+            nested.push_back(i);
+    return nested;
+}
+
 std::set<std::string> localNames(const ModelLibIndex& file, int subckt)
 {
     std::set<std::string> names;
-    for (size_t i = static_cast<size_t>(subckt) + 1; i < file.definitions.size(); ++i) {
-        int p = file.definitions[i].parent;
-        while (p >= 0 && p != subckt)
-            p = file.definitions[static_cast<size_t>(p)].parent;
-        if (p == subckt)
-            names.insert(std::string(kindWord(file.definitions[i].kind)) + key(file.name(file.definitions[i])));
-        else if (file.definitions[i].line > file.definitions[static_cast<size_t>(subckt)].lastLine)
-            break;
-    }
+    for (size_t i : nestedIn(file, subckt))
+        names.insert(std::string(kindWord(file.definitions[i].kind)) + key(file.name(file.definitions[i])));
     return names;
 }
 
@@ -1956,14 +1963,29 @@ void checkResolution(const ModelLibResolution& r, std::vector<ModelLibProblem>* 
                 out->push_back(p);
             }
         }
-        const ModelLibWordList instances = file.instances(d);
-        if (!instances.empty()) {
-            const std::set<std::string> local = localNames(file, reached.definition);
+        if (d.kind != ModelLibDefinition::Subckt)
+            continue;
+        // The instances of the subcircuit and of those nested in it, but for the names defined inside it.
+        std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
+        for (size_t nested : nestedIn(file, reached.definition))
+            if (file.definitions[nested].kind == ModelLibDefinition::Subckt)
+                levels.push_back(nested);
+        std::set<std::string> local;
+        bool localKnown = false;
+        for (size_t level : levels) {
+            const ModelLibDefinition& sub = file.definitions[level];
+            const ModelLibWordList instances = file.instances(sub);
+            if (instances.empty())
+                continue;
+            if (!localKnown) {
+                local = localNames(file, reached.definition);
+                localKnown = true;
+            }
             for (std::string_view x : instances)
                 if (!names.find(ModelLibDefinition::Subckt, x) && !local.count(".subckt" + key(x)))
-                    out->push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, d.line,
-                                           where(file, d.line) + ": subcircuit " + std::string(name) + " instantiates " + std::string(x) +
-                                               ", which is defined nowhere it reaches"));
+                    out->push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, sub.line,
+                                           where(file, sub.line) + ": subcircuit " + std::string(file.name(sub)) + " instantiates " +
+                                               std::string(x) + ", which is defined nowhere it reaches"));
         }
     }
 }
@@ -1976,15 +1998,20 @@ void structureProblems(const ModelLibResolution& r, std::vector<ModelLibProblem>
 }
 
 // A definition's reader that tells whether memory ran out, which ends its input early: a definition cut
-// short that way must not pass for a whole one.
+// short that way must not pass for a whole one. It reads the file's dialect: in an HSPICE library "$"
+// starts a comment and ";" is text.
 struct DefinitionStream : LibraryStream {
-    using LibraryStream::LibraryStream;
+    DefinitionStream(const SymbolLoc& location, const YString& name, SpiceLanguage language) : LibraryStream(location, name)
+    {
+        if (language == SpiceLanguageHspice)
+            setCommentChar('$');
+    }
     using NewSpiceStream::memoryRanOut;
 };
 
 void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines)
 {
-    DefinitionStream stream(file.location(d), rename);
+    DefinitionStream stream(file.location(d), rename, file.language);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number))
@@ -2334,10 +2361,15 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
         std::vector<char> state(r.definitions.size(), 0); // 1 being visited, 2 placed
         std::vector<ModelLibProblem> unresolved;
         // Depth first: a definition is placed after everything it depends on.
-        std::function<void(size_t)> place = [&](size_t i) {
-            if (state[i])
-                return;
-            state[i] = 1;
+        // What definition `i` depends on, in order: the definitions it needs, and a problem where one
+        // cannot be resolved. A subcircuit needs what its element lines name, and those of the
+        // subcircuits nested in it, but for the names defined inside it.
+        struct Need {
+            size_t definition = 0;
+            std::optional<ModelLibProblem> unresolved;
+        };
+        const auto needsOf = [&](size_t i) {
+            std::vector<Need> needs;
             const ModelLibReached& reached = r.definitions[i];
             const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
             const ModelLibDefinition& d = defOf(r, reached);
@@ -2345,30 +2377,70 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const std::string_view ako = file.akoBase(d);
             if (!ako.empty()) {
                 if (const size_t* base = names.find(ModelLibDefinition::Model, ako))
-                    place(*base);
+                    needs.push_back({*base, std::nullopt});
                 else
-                    unresolved.push_back(problem(ModelLibProblem::UnresolvedAkoBase, name, file.fileName, d.line,
-                                                 where(file, d.line) + ": AKO model " + std::string(name) + " has no base model " + std::string(ako)));
+                    needs.push_back({0, problem(ModelLibProblem::UnresolvedAkoBase, name, file.fileName, d.line,
+                                                where(file, d.line) + ": AKO model " + std::string(name) + " has no base model " + std::string(ako))});
             }
-            if (d.kind == ModelLibDefinition::Subckt) {
-                const std::set<std::string> local = localNames(file, reached.definition);
-                for (std::string_view x : file.instances(d)) {
+            if (d.kind != ModelLibDefinition::Subckt)
+                return needs;
+            const std::set<std::string> local = localNames(file, reached.definition);
+            std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
+            for (size_t nested : nestedIn(file, reached.definition))
+                if (file.definitions[nested].kind == ModelLibDefinition::Subckt)
+                    levels.push_back(nested);
+            for (size_t level : levels) {
+                const ModelLibDefinition& sub = file.definitions[level];
+                for (std::string_view x : file.instances(sub)) {
                     if (local.count(".subckt" + key(x)))
                         continue;
                     if (const size_t* s = names.find(ModelLibDefinition::Subckt, x))
-                        place(*s);
+                        needs.push_back({*s, std::nullopt});
                     else
-                        unresolved.push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, d.line,
-                                                     where(file, d.line) + ": subcircuit " + std::string(name) + " instantiates " +
-                                                         std::string(x) + ", which is defined nowhere it reaches"));
+                        needs.push_back({0, problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, sub.line,
+                                                    where(file, sub.line) + ": subcircuit " + std::string(file.name(sub)) +
+                                                        " instantiates " + std::string(x) + ", which is defined nowhere it reaches")});
                 }
-                for (std::string_view u : file.uses(d))
+                for (std::string_view u : file.uses(sub))
                     if (!local.count(".model" + key(u)))
                         if (const size_t* m = names.find(ModelLibDefinition::Model, u))
-                            place(*m);
+                            needs.push_back({*m, std::nullopt});
             }
-            state[i] = 2;
-            order.push_back(i);
+            return needs;
+        };
+        // Depth first, a definition placed after everything it needs; with a stack of its own, since a
+        // chain of AKO models or of subcircuits may be as long as the library.
+        const auto place = [&](size_t root) {
+            struct Frame {
+                size_t definition;
+                std::vector<Need> needs;
+                size_t next;
+            };
+            if (state[root])
+                return;
+            state[root] = 1;
+            std::vector<Frame> stack;
+            stack.push_back({root, needsOf(root), 0});
+            while (!stack.empty()) {
+                Frame& top = stack.back();
+                if (top.next == top.needs.size()) {
+                    state[top.definition] = 2;
+                    order.push_back(top.definition);
+                    stack.pop_back();
+                    continue;
+                }
+                Need& need = top.needs[top.next++];
+                if (need.unresolved) {
+                    unresolved.push_back(std::move(*need.unresolved));
+                    continue;
+                }
+                const size_t next = need.definition;
+                if (state[next])
+                    continue;
+                state[next] = 1;
+                std::vector<Need> needs = needsOf(next);
+                stack.push_back({next, std::move(needs), 0});
+            }
         };
         for (const YString& name : request.names) {
             const size_t* found = names.find(ModelLibDefinition::Subckt, name.str());
@@ -2424,14 +2496,17 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             if (renamed != newName.end() && !lines.empty())
                 lines[0] = withCaseOf(lines[0], renamed->second);
             for (size_t l = 0; l < lines.size(); ++l) {
-                // LibraryStream renames the definition itself; the words of its other lines (and an AKO
-                // base on its first line) that name renamed definitions are renamed here. A subcircuit's
-                // ports are renamed as its element lines are, so that a node that shares a renamed name
-                // stays connected to its port (ports connect by position, so the instances are unchanged).
-                if (l == 0 && d.kind == ModelLibDefinition::Subckt)
+                // LibraryStream renames the definition itself; the words of its other lines, and on its
+                // first line those after its name (an AKO base), that name renamed definitions are renamed
+                // here. A subcircuit's ports are renamed as its element lines are, so that a node that
+                // shares a renamed name stays connected to its port (ports connect by position, so the
+                // instances are unchanged).
+                if (l > 0)
+                    out += renameWords(lines[l], renames).str();
+                else if (d.kind == ModelLibDefinition::Subckt || !file.akoBase(d).empty())
                     out += renameAfterName(lines[l], renames);
                 else
-                    out += (l > 0 || !file.akoBase(d).empty() ? renameWords(lines[l], renames) : lines[l]).str();
+                    out += lines[l].str();
                 out.push_back('\n');
             }
         }

@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -787,6 +788,119 @@ TEST_F(ModelLibraryFiles, ANameRenamedTwoWaysIsRefused)
     request.renames = {YString("a=z"), YString("A=z")};
     ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
     EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model z  D\n* " + lib + ":3\n.model c ako:z D\n");
+}
+
+// In an HSPICE library "$" starts a comment and ";" is text: an extracted definition is read that way, so
+// that a comment before a continuation does not swallow the parameters that follow it.
+TEST_F(ModelLibraryFiles, AnHspiceLibraryIsExtractedInItsDialect)
+{
+    const std::string lib = write("h.lib", ".model nch nmos $ threshold\n+ level=54 vth0=0.4\n.model pch pmos\n$ a comment line\n"
+                                           "+ level=54 vth0=-0.4 ; text\n.subckt inv a y vdd vss\nm1 y a vdd vdd pch\nm2 y a vss vss nch\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("inv")};
+    request.language = SpiceLanguageHspice;
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":3\n.model pch pmos  level=54 vth0=-0.4 ; text\n* " + lib +
+                                              ":1\n.model nch nmos   level=54 vth0=0.4\n* " + lib +
+                                              ":6\n.subckt inv a y vdd vss\nm1 y a vdd vdd pch\nm2 y a vss vss nch\n.ends\n");
+    // Two HSPICE libraries that differ only in a "$" comment define the same.
+    const std::string other = write("h2.lib", ".model nch nmos $ another note\n+ level=54 vth0=0.4\n");
+    const std::string first = write("h1.lib", ".model nch nmos\n+ level=54 vth0=0.4\n");
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(first.c_str()), YString(other.c_str()), SpiceLanguageHspice, &diff), ModelLibStatus::Ok);
+    EXPECT_TRUE(diff.differing.empty());
+}
+
+// A chain of 30,000 AKO models, and one of 30,000 subcircuits each instantiating the one before, extract
+// whole: the closure is walked with a stack of its own, not the call stack.
+TEST_F(ModelLibraryFiles, AChainAsLongAsTheLibraryExtracts)
+{
+    std::string models = ".model m0 nmos level=1\n", subckts = ".subckt s0 a b\nR1 a b 1\n.ends\n";
+    for (int i = 1; i < 30000; ++i) {
+        models += ".model m" + std::to_string(i) + " ako:m" + std::to_string(i - 1) + " nmos\n";
+        subckts += ".subckt s" + std::to_string(i) + " a b\nX1 a b s" + std::to_string(i - 1) + "\n.ends\n";
+    }
+    for (const auto& [file, text, last] : {std::make_tuple("chain.lib", models, "m29999"), std::make_tuple("schain.lib", subckts, "s29999")}) {
+        const std::string lib = write(file, text);
+        ModelLibExtractRequest request;
+        request.names = {YString(last)};
+        YString out;
+        ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &out, nullptr), ModelLibStatus::Ok) << file;
+        ModelLibIndex index;
+        sp_IndexModelLibraryText(out.c_str(), static_cast<size_t>(out.length()), YString(), SpiceLanguageNative, &index);
+        ASSERT_EQ(index.definitions.size(), 30000u) << file;
+        EXPECT_EQ(index.name(index.definitions.front()), file[0] == 'c' ? "m0" : "s0");
+        EXPECT_EQ(index.name(index.definitions.back()), last);
+    }
+}
+
+// Renames that swap two names, one of them an AKO model: the AKO model's own name is the one the rename
+// gives it, and only its base is renamed on its first line, so no two definitions get one name.
+TEST_F(ModelLibraryFiles, RenamesThatSwapNamesThroughAnAkoModel)
+{
+    const std::string lib = write("ako.lib", ".model base nmos level=1\n.model a ako:base nmos vth0=0.5\n.model b nmos level=2\n"
+                                             ".subckt top d g s\nm1 d g s s a\nm2 d g s s b\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("top")};
+    request.renames = {YString("a=b"), YString("b=a"), YString("base=root")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model root  nmos level=1\n* " + lib + ":2\n.model b  ako:root nmos vth0=0.5\n* " +
+                                              lib + ":3\n.model a  nmos level=2\n* " + lib + ":4\n.subckt top d g s\nm1 d g s s b\nm2 d g s s a\n.ends\n");
+}
+
+// A subcircuit needs what the subcircuits nested in it name too: extraction takes it along, and a check
+// reports what it cannot find.
+TEST_F(ModelLibraryFiles, WhatNestedSubcircuitsNameIsFollowed)
+{
+    const std::string lib = write("nest.lib", ".model nch nmos\n.subckt leaf p q\nR1 p q 1\n.ends\n.subckt outer x y\n.subckt inner p q\n"
+                                              "x1 p q leaf\nm1 p q q q nch\n.ends\nxi x y inner\nx2 x y gone\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("outer")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":2\n.subckt leaf p q\nR1 p q 1\n.ends\n* " + lib + ":1\n.model nch nmos\n* " + lib +
+                                              ":5\n.subckt outer x y\n.subckt inner p q\nx1 p q leaf\nm1 p q q q nch\n.ends\nxi x y inner\n"
+                                              "x2 x y gone\n.ends\n");
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].name, "gone");
+    const std::string broken = write("nest2.lib", ".subckt outer x y\n.subckt inner p q\nx1 p q missing\n.ends\nxi x y inner\n.ends\n");
+    problems.clear();
+    ASSERT_EQ(sp_CheckModelLibrary(YString(broken.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::UnresolvedInstance);
+    EXPECT_EQ(problems[0].line, 2);
+    EXPECT_EQ(problems[0].message, YString((broken + ":2: subcircuit inner instantiates missing, which is defined nowhere it reaches").c_str()));
+}
+
+// Subcircuits nested 80,000 deep cost memory in proportion to the text (no table per level that lists
+// no word) and a check walks them once, not once per level: both fit in a child with 256 MiB to spare.
+TEST_F(ModelLibraryFiles, DeepNestingCostsMemoryInProportionToTheText)
+{
+#if defined(SUPPORTQT_TEST_ASAN)
+    GTEST_SKIP() << "the sanitizer reserves memory of its own that the limit would count";
+#endif
+    std::string open, closed;
+    for (int i = 0; i < 80000; ++i)
+        open += ".subckt a\n";
+    const std::string unclosed = write("deep.lib", open);
+    for (int i = 0; i < 80000; ++i)
+        closed += ".ends\n";
+    const std::string nested = write("deep2.lib", open + closed);
+    bool ran = false;
+    int status = 0;
+    const std::string report = reportFromLimitedChild(size_t(256) << 20, [&] {
+        ModelLibIndex index;
+        const ModelLibStatus indexed = sp_IndexModelLibrary(YString(unclosed.c_str()), SpiceLanguageNative, &index);
+        std::vector<ModelLibProblem> problems;
+        const ModelLibStatus checked = sp_CheckModelLibrary(YString(nested.c_str()), YString(), SpiceLanguageNative, &problems);
+        return std::to_string(static_cast<int>(indexed)) + " " + std::to_string(index.definitions.size()) + " " +
+               std::to_string(static_cast<int>(checked)) + " " + std::to_string(problems.size());
+    }, &ran, &status);
+    ASSERT_TRUE(ran) << "child status " << status;
+    EXPECT_EQ(report, "0 80000 0 0");
 }
 
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
