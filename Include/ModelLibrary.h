@@ -322,8 +322,9 @@ struct ModelLibExtractRequest {
 /// "* FILE:LINE" naming where it came from. Unresolved dependencies are appended to `*problems` (may be
 /// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
-/// that is extracted too, or another's new name, and when one name is renamed two ways; `*text` is then
-/// empty. Otherwise the status of the resolution.
+/// that is extracted too, or another's new name, when one name is renamed two ways, and when a new name
+/// is not one word (it holds a blank, a separator, a quote, a comment character or a control byte);
+/// `*text` is then empty. Otherwise the status of the resolution.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
                                               std::vector<ModelLibProblem>* problems);
 

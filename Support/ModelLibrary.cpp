@@ -824,17 +824,14 @@ private:
         return std::string_view(m_line.data(), length);
     }
 
-    // The first word of the statement's first line as written: up to a separator, the comment character
-    // or a byte below 32.
-    std::string_view firstWord() const
+    // The rest of the statement's logical line `text` after its keyword (up to a separator, the comment
+    // character or a byte below 32): measured on the text the readers see, which lacks the dropped bytes.
+    std::string_view afterKeyword(std::string_view text) const
     {
-        const Segment& seg = m_segments.front();
-        const char* b = seg.begin;
-        const char* e = seg.end;
-        const char* x = b;
-        while (x < e && !isDelimiter(*x) && *x != m_icc && static_cast<unsigned char>(*x) >= 32)
+        size_t x = 0;
+        while (x < text.size() && !isDelimiter(text[x]) && text[x] != m_icc && static_cast<unsigned char>(text[x]) >= 32)
             ++x;
-        return std::string_view(b, static_cast<size_t>(x - b));
+        return text.substr(x);
     }
 
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
@@ -1198,7 +1195,7 @@ private:
     void lib()
     {
         const std::string_view text = logical(SIZE_MAX, true);
-        const std::string_view rest = text.substr(std::min(text.size(), firstWord().size()));
+        const std::string_view rest = afterKeyword(text);
         std::string_view after;
         const std::string_view first = fileArgument(rest, &after);
         std::string_view afterSecond;
@@ -1235,9 +1232,11 @@ private:
             return;
         }
         ModelLibSection& s = m_index->sections[static_cast<size_t>(m_section)];
-        words(logical(SIZE_MAX, true), &m_words, 2);
-        if (m_words.size() > 1 && lower(m_words[1].text) != lower(s.name.str()))
-            diagnose(m_stmtLine, ".endl " + std::string(m_words[1].text) + " ends section " + s.name.str());
+        // The name is read as ".lib" reads its own, quotes and all.
+        std::string_view after;
+        const std::string_view name = fileArgument(afterKeyword(logical(SIZE_MAX, true)), &after);
+        if (!name.empty() && lower(name) != lower(s.name.str()))
+            diagnose(m_stmtLine, ".endl " + std::string(name) + " ends section " + s.name.str());
         s.end = static_cast<int>(at(m_stmtEnd));
         s.endLine = m_stmtLastLine;
         s.closed = true;
@@ -1248,7 +1247,7 @@ private:
     {
         const std::string_view text = logical(SIZE_MAX, true);
         std::string_view after;
-        const std::string_view file = fileArgument(text.substr(std::min(text.size(), firstWord().size())), &after);
+        const std::string_view file = fileArgument(afterKeyword(text), &after);
         if (file.empty()) {
             diagnose(m_stmtLine, ".include without a file");
             return;
@@ -2345,6 +2344,17 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             if (eq <= 0 || eq + 1 >= rn.length())
                 continue;
             const YString old = rn.substring(0, eq), to = rn.substring(eq + 1);
+            // A new name is one word: blanks, separators, comment characters or control bytes in it would
+            // make the definition's line say something else.
+            const bool oneWord = std::none_of(to.str().begin(), to.str().end(), [](char c) {
+                const unsigned char b = static_cast<unsigned char>(c);
+                return isDelimiter(c) || c == ';' || c == '$' || c == '"' || c == '\'' || b < 32 || b == 0xFF;
+            });
+            if (!oneWord) {
+                if (problems)
+                    problems->push_back(problem(ModelLibProblem::Duplicate, old, path, 0, "the new name of " + old.str() + " is not one word"));
+                return ModelLibStatus::RenameClash;
+            }
             // One name renamed two ways would name the definition one way and the words naming it the other.
             const auto earlier = newName.find(key(old));
             if (earlier != newName.end() && earlier->second != to) {

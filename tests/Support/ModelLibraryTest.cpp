@@ -785,6 +785,14 @@ TEST_F(ModelLibraryFiles, ANameRenamedTwoWaysIsRefused)
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_EQ(problems[0].kind, ModelLibProblem::Duplicate);
     EXPECT_EQ(problems[0].message, "A is renamed twice, to z and to y");
+    // A new name that is not one word would make the line say something else.
+    for (const char* bad : {"a=x y", "a=x=y", "a=x;y", "a=x$y", "a=x\ny", "a=x\ty", "a=(x)"}) {
+        request.renames = {YString(bad)};
+        problems.clear();
+        EXPECT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::RenameClash) << bad;
+        ASSERT_EQ(problems.size(), 1u) << bad;
+        EXPECT_EQ(problems[0].message, "the new name of a is not one word");
+    }
     request.renames = {YString("a=z"), YString("A=z")};
     ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
     EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model z  D\n* " + lib + ":3\n.model c ako:z D\n");
@@ -901,6 +909,31 @@ TEST_F(ModelLibraryFiles, DeepNestingCostsMemoryInProportionToTheText)
     }, &ran, &status);
     ASSERT_TRUE(ran) << "child status " << status;
     EXPECT_EQ(report, "0 80000 0 0");
+}
+
+// File references with bytes the readers drop in their keyword name the file the readers read, and an
+// ".endl" names its section as ".lib" does, in quotes or not.
+TEST_F(ModelLibraryFiles, FileReferencesAndSectionEndsAreReadAsTheReadersReadThem)
+{
+    write("models.inc", ".model a nmos\n");
+    const std::string top = write("top.lib", std::string(".inc\x01lude models.inc\n.li\x02" "b models.inc tt\n"));
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::MissingSection);
+    EXPECT_EQ(problems[0].message, YString((top + ":2: models.inc has no section tt").c_str()));
+    ModelLibIndex index;
+    ASSERT_EQ(sp_IndexModelLibrary(YString(top.c_str()), SpiceLanguageNative, &index), ModelLibStatus::Ok);
+    ASSERT_EQ(index.references.size(), 2u);
+    EXPECT_EQ(index.references[0].target, "models.inc");
+    EXPECT_EQ(index.references[1].target, "models.inc");
+    EXPECT_EQ(index.references[1].section, "tt");
+
+    const std::string quoted = write("q.lib", ".lib 'tt'\n.model a nmos\n.endl 'tt'\n.lib \"ff\"\n.model a nmos\n.endl ss\n");
+    problems.clear();
+    ASSERT_EQ(sp_CheckModelLibrary(YString(quoted.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].message, YString((quoted + ":6: .endl ss ends section ff").c_str()));
 }
 
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
