@@ -301,7 +301,7 @@ SUPPORTQT_API std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& i
 /// What two libraries differ in (each file on its own, references not followed).
 struct ModelLibDiff {
     std::vector<YString> sectionsOnlyInA, sectionsOnlyInB;
-    std::vector<YString> onlyInA, onlyInB; ///< ".model NAME" / ".subckt NAME" of top-level definitions
+    std::vector<YString> onlyInA, onlyInB; ///< ".model NAME" / ".subckt NAME" of top-level definitions, with " in section SECTION" inside one (a definition is compared with the other file's in the section of that name; those of a section only one file has are left to `sectionsOnlyInA`/`B`)
     std::vector<YString> differing;        ///< the same, defined in both with other logical lines (comments and blank runs ignored)
 };
 

@@ -2301,16 +2301,25 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
         for (const auto& s : sb)
             if (!sa.count(s.first))
                 diff->sectionsOnlyInB.push_back(s.second);
-        auto definitions = [](const ModelLibIndex& i) {
+        // A definition is told apart by its section too: a corner library defines the same names in
+        // every section, and each section's are compared with the other file's of that section.
+        const auto sectionOf = [](const ModelLibIndex& i, const ModelLibDefinition& d) {
+            return d.section < 0 ? std::string() : key(i.sections[static_cast<size_t>(d.section)].name);
+        };
+        // The definitions of a section that only one file has are not listed one by one: the section is.
+        auto definitions = [&](const ModelLibIndex& i, const std::map<std::string, YString>& otherSections) {
             std::map<std::string, const ModelLibDefinition*> m;
             for (const ModelLibDefinition& d : i.definitions)
-                if (d.parent < 0)
-                    m.emplace(std::string(kindWord(d.kind)) + " " + key(i.name(d)), &d);
+                if (d.parent < 0 && (d.section < 0 || otherSections.count(sectionOf(i, d))))
+                    m.emplace(sectionOf(i, d) + '\n' + kindWord(d.kind) + " " + key(i.name(d)), &d);
             return m;
         };
-        const auto da = definitions(ia), db = definitions(ib);
+        const auto da = definitions(ia, sb), db = definitions(ib, sa);
         auto label = [](const ModelLibIndex& i, const ModelLibDefinition* d) {
-            return ys(std::string(kindWord(d->kind)) + " " + std::string(i.name(*d)));
+            std::string text = std::string(kindWord(d->kind)) + " " + std::string(i.name(*d));
+            if (d->section >= 0)
+                text += " in section " + i.sections[static_cast<size_t>(d->section)].name.str();
+            return ys(text);
         };
         for (const auto& d : da) {
             const auto other = db.find(d.first);

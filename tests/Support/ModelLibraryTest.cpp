@@ -945,8 +945,24 @@ TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
     EXPECT_EQ(diff.sectionsOnlyInA, (std::vector<YString>{"ss"}));
     EXPECT_TRUE(diff.sectionsOnlyInB.empty());
     EXPECT_TRUE(diff.onlyInA.empty());
-    EXPECT_EQ(diff.onlyInB, (std::vector<YString>{".model x"}));
-    EXPECT_EQ(diff.differing, (std::vector<YString>{".model n"}));
+    EXPECT_EQ(diff.onlyInB, (std::vector<YString>{".model x in section TT"}));
+    EXPECT_EQ(diff.differing, (std::vector<YString>{".model n in section tt"}));
+}
+
+// A corner library defines the same names in every section: each section's definitions are compared
+// with the other file's of that section, and a top-level one with the other's top-level one.
+TEST_F(ModelLibraryFiles, DiffComparesEachSectionsDefinitions)
+{
+    const std::string a = write("c1.lib", ".model top d\n.lib tt\n.model nch nmos vth0=0.4\n.endl tt\n.lib ff\n.model nch nmos vth0=0.3\n.endl ff\n"
+                                          ".lib only\n.model z d\n.endl\n");
+    const std::string b = write("c2.lib", ".lib ff\n.model nch nmos vth0=0.9\n.endl ff\n.lib tt\n.model nch nmos vth0=0.4\n.endl tt\n"
+                                          ".model top d is=2\n");
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(a.c_str()), YString(b.c_str()), SpiceLanguageNative, &diff), ModelLibStatus::Ok);
+    EXPECT_EQ(diff.sectionsOnlyInA, (std::vector<YString>{"only"}));
+    EXPECT_TRUE(diff.onlyInA.empty());
+    EXPECT_TRUE(diff.onlyInB.empty());
+    EXPECT_EQ(diff.differing, (std::vector<YString>{".model top", ".model nch in section ff"}));
 }
 
 // A library of many subcircuits whose element lines mix nodes, models, values, NAME=VALUE pairs with and

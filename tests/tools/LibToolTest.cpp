@@ -152,7 +152,7 @@ TEST_F(LibTool, DiffNamesWhatIsMissingOnEachSideAndWhatDiffers)
     writeFileBytes(path("twin.lib"), ".lib tt\n.model d1 d is=1\n.model extra d\n.endl\n");
     const Result r = tool({"lib", "diff", file("corner.lib"), file("twin.lib")});
     EXPECT_EQ(r.code, 3);
-    EXPECT_EQ(r.out, QStringLiteral("section only in A: ss\nonly in B: .model extra\nthe libraries differ\n"));
+    EXPECT_EQ(r.out, QStringLiteral("section only in A: ss\nonly in B: .model extra in section tt\nthe libraries differ\n"));
     const Result same = tool({"lib", "diff", file("dev.spice"), file("dev.spice"), "--json"});
     EXPECT_EQ(same.code, 0);
     EXPECT_TRUE(json(same.out)["differing"].toArray().isEmpty());
