@@ -285,6 +285,31 @@ TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)
     }
 }
 
+// Outputs whose names differ in case only are one file where names ignore case (Windows); elsewhere two.
+// A table or page that names one of the charts in the chart folder is refused everywhere, before the
+// folder is made.
+TEST_F(StatsTool, OutputsThatAreOneFileByCaseOrAsAChartAreRefused)
+{
+    const QString file = results();
+    const Result cased = tool({"stats", file, "--csv", temp("s.csv"), "--html", temp("S.CSV")});
+#ifdef Q_OS_WIN
+    EXPECT_EQ(cased.code, 2);
+    EXPECT_EQ(cased.err, "supportqt stats: --csv and --html both name " + temp("s.csv") + "; name two outputs\n");
+    EXPECT_FALSE(QFile::exists(temp("s.csv")));
+#else
+    EXPECT_EQ(cased.code, 0) << cased.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("s.csv")).rfind("name,definition,", 0), 0u);
+    EXPECT_EQ(readFileBytes(path("S.CSV")).rfind("<!DOCTYPE html>", 0), 0u);
+#endif
+    const QString chart = QDir(temp("ch")).filePath(QStringLiteral("merit2_cdf.svg"));
+    for (const char* option : {"--html", "--csv"}) {
+        const Result r = tool({"stats", file, option, chart, "--chart", temp("ch")});
+        EXPECT_EQ(r.code, 2) << option;
+        EXPECT_EQ(r.err, QStringLiteral("supportqt stats: %1 names the chart %2; name another output\n").arg(QLatin1String(option), chart));
+        EXPECT_FALSE(QFileInfo::exists(temp("ch")));
+    }
+}
+
 TEST_F(StatsTool, CsvHoldsOneRowPerMeritFunctionWithTheJsonValues)
 {
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");

@@ -2550,3 +2550,19 @@ TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
     EXPECT_EQ(zero.code, 0);
     EXPECT_EQ(zero.err, QString());
 }
+
+// A chart and a report whose names differ in case only: one file where names ignore case (Windows),
+// refused before anything is written; two files elsewhere.
+TEST_F(Tool, AChartAndAReportWhoseNamesDifferInCase)
+{
+    const Result r = tool({"report", "sens", example("results/buck_sensitivity.msw"), "-o", temp("rep.html"), "--chart", temp("REP.HTML")});
+#ifdef Q_OS_WIN
+    EXPECT_EQ(r.code, 2);
+    EXPECT_EQ(r.err, "supportqt report: the chart and the report would be one file; name another\n");
+    EXPECT_FALSE(QFile::exists(temp("rep.html")));
+#else
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("rep.html")).find("<svg"), std::string::npos);
+    EXPECT_NE(readFileBytes(path("REP.HTML")).find("<svg"), std::string::npos);
+#endif
+}

@@ -884,8 +884,7 @@ int runReport(const QStringList& arguments)
     for (const QString& out : {output, chart})
         if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
-    if (!chart.isEmpty() &&
-        (QFileInfo(chart).absoluteFilePath() == QFileInfo(output).absoluteFilePath() || sameExistingFile(chart, output)))
+    if (!chart.isEmpty() && sameOutputFile(chart, output))
         return command.fail(ExitUsage, QStringLiteral("the chart and the report would be one file; name another"));
     if (isStandardStream(chart))
         return command.fail(ExitUsage, QStringLiteral("--chart needs a file (standard output can take the report)"));

@@ -305,8 +305,7 @@ int runStats(const QStringList& arguments)
     // Two outputs that name one file would leave only the one written last.
     if (command.isSet(QStringLiteral("csv")) && command.isSet(QStringLiteral("html"))) {
         const QString csv = command.value(QStringLiteral("csv")), html = command.value(QStringLiteral("html"));
-        if (!isStandardStream(csv) &&
-            (QFileInfo(csv).absoluteFilePath() == QFileInfo(html).absoluteFilePath() || sameExistingFile(csv, html)))
+        if (!isStandardStream(csv) && sameOutputFile(csv, html))
             return command.fail(ExitUsage, QStringLiteral("--csv and --html both name %1; name two outputs").arg(csv));
     }
     YHashTable<XMLReportInfo> table;
@@ -342,6 +341,21 @@ int runStats(const QStringList& arguments)
 
     const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, limits);
 
+    // The pictures of each merit function in the chart folder; a page or table of the same name would
+    // be overwritten by one of them.
+    QStringList charts;
+    if (command.isSet(QStringLiteral("chart")))
+        for (const MeritStatistics& s : all)
+            for (const char* picture : {"histogram", "cdf", "influence"})
+                charts << QDir(command.value(QStringLiteral("chart"))).filePath(QStringLiteral("merit%1_%2.svg").arg(s.merit + 1).arg(QLatin1String(picture)));
+    for (const char* option : {"csv", "html"}) {
+        if (!command.isSet(QLatin1String(option)) || isStandardStream(command.value(QLatin1String(option))))
+            continue;
+        for (const QString& chart : charts)
+            if (sameOutputFile(command.value(QLatin1String(option)), chart))
+                return command.fail(ExitUsage, QStringLiteral("--%1 names the chart %2; name another output").arg(QLatin1String(option), chart));
+    }
+
     // Every output is checked before any is written, so that a failure leaves nothing written.
     for (const char* option : {"csv", "html"}) {
         if (command.isSet(QLatin1String(option)) && !command.checkOutput(command.value(QLatin1String(option))))
@@ -358,12 +372,11 @@ int runStats(const QStringList& arguments)
             return ExitFailure;
     }
     if (command.isSet(QStringLiteral("chart"))) {
-        const QString dir = command.value(QStringLiteral("chart"));
-        for (const MeritStatistics& s : all) {
-            const QString stem = QDir(dir).filePath(QStringLiteral("merit%1_").arg(s.merit + 1));
-            if (!writeText(command, stem + QStringLiteral("histogram.svg"), statsHistogramSvg(s)) ||
-                !writeText(command, stem + QStringLiteral("cdf.svg"), statsCdfSvg(s)) ||
-                !writeText(command, stem + QStringLiteral("influence.svg"), statsInfluenceSvg(s)))
+        for (size_t m = 0; m < all.size(); ++m) {
+            const MeritStatistics& s = all[m];
+            if (!writeText(command, charts[static_cast<int>(3 * m)], statsHistogramSvg(s)) ||
+                !writeText(command, charts[static_cast<int>(3 * m + 1)], statsCdfSvg(s)) ||
+                !writeText(command, charts[static_cast<int>(3 * m + 2)], statsInfluenceSvg(s)))
                 return ExitFailure;
         }
     }

@@ -427,3 +427,8 @@ std::string csvField(const std::string& text)
     }
     return quoted + '"';
 }
+
+bool sameOutputFile(const QString& a, const QString& b)
+{
+    return sameFileName(QFileInfo(a).absoluteFilePath(), QFileInfo(b).absoluteFilePath()) || sameExistingFile(a, b);
+}

@@ -178,6 +178,11 @@ QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
+/// Whether two absolute paths are one name as the host compares names: ignoring case on Windows.
+bool sameFileName(const QString& a, const QString& b);
+/// Whether two outputs would be one file: one name (`sameFileName` of their absolute paths), or one
+/// existing file by two names.
+bool sameOutputFile(const QString& a, const QString& b);
 /// Has the tool remove `file` and then the folder `folder` when it is ended by an interrupt, a
 /// termination request, a closed terminal or a closed pipe, before it ends as the signal would end it:
 /// the copy of standard input may be large. Up to four pairs are kept. (On Windows, for the console's

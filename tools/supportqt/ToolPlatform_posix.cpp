@@ -49,6 +49,8 @@ bool sameExistingFile(const QString& a, const QString& b)
            sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
+bool sameFileName(const QString& a, const QString& b) { return a == b; }
+
 namespace {
 // The files and folders that a signal ending the tool removes first, as NUL-terminated names: the copy
 // of standard input, and the output that goes to standard output once complete.

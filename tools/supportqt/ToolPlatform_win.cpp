@@ -56,6 +56,9 @@ bool sameExistingFile(const QString& a, const QString& b)
            ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
 }
 
+// Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
+bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
+
 bool writeStream(FILE* stream, const char* data, size_t size)
 {
     const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
