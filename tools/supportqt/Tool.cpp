@@ -230,29 +230,37 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
     removeWhenInterrupted(temporary, folder.path());
     if (!write(toYs(temporary)))
         return false;
-    QFile file(temporary);
-    if (!file.open(QIODevice::ReadOnly))
+    // Opened by the core library, which shares the file's deletion: on Windows the interrupt's removal
+    // would otherwise fail while the file is copied out.
+    FILE* file = fopen_utf8(temporary.toUtf8().constData(), "rb");
+    if (!file)
         return false;
     std::fflush(stdout);
     char chunk[65536];
+    bool copied = true;
     for (;;) {
-        const qint64 got = file.read(chunk, sizeof chunk);
-        if (got < 0)
-            return false;
-        if (got == 0)
+        const size_t got = std::fread(chunk, 1, sizeof chunk, file);
+        if (got > 0 && !writeStream(stdout, chunk, got)) {
+            copied = false;
             break;
-        if (!writeStream(stdout, chunk, static_cast<size_t>(got)))
-            return false;
+        }
+        if (got < sizeof chunk) {
+            copied = !std::ferror(file);
+            break;
+        }
     }
-    return std::fflush(stdout) == 0;
+    std::fclose(file);
+    return copied && std::fflush(stdout) == 0;
 }
 
 bool writeTextFile(const QString& target, const std::string& text)
 {
     return writeFileAtomically(target, [&](const YString& temporary) {
-        QFile file(toQs(temporary));
-        return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-               file.write(text.data(), static_cast<qint64>(text.size())) == static_cast<qint64>(text.size()) && file.flush();
+        FILE* file = fopen_utf8(temporary.c_str(), "wb");
+        if (!file)
+            return false;
+        const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+        return std::fclose(file) == 0 && written;
     });
 }
 
