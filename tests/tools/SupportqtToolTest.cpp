@@ -1902,6 +1902,16 @@ TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
     EXPECT_EQ(o["signal"].toInt(), 0);
     EXPECT_EQ(o["discardedBytes"].toInt(), 0);
     EXPECT_EQ(o["output"].toString(), "out x\nerr\n");
+    // Output that is no UTF-8: "é" as a console program writes it on Windows (code page 437 or 850) is
+    // read in that code page there; elsewhere the byte is shown as U+FFFD.
+    writeFileBytes(path("child program.steps"), "out caf\x82\nexit 0\n");
+    const Result oem = tool({"run", "\"" + script + "\"", "--json"});
+    EXPECT_EQ(oem.code, 0);
+#ifdef Q_OS_WIN
+    EXPECT_EQ(parseJson(oem.out)["output"].toString(), QStringLiteral("caf\u00E9\n"));
+#else
+    EXPECT_EQ(parseJson(oem.out)["output"].toString(), QStringLiteral("caf\uFFFD\n"));
+#endif
     const Result missing = tool({"run", temp("nothing")});
     EXPECT_EQ(missing.code, 1);
     EXPECT_EQ(missing.err, "supportqt run: " + temp("nothing") + ": the program does not exist\n");

@@ -178,6 +178,10 @@ QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
+/// A program's captured output as text: UTF-8 where it is valid UTF-8; otherwise, on Windows, text in
+/// the code page that console programs write (the console's, else the system's OEM one), and elsewhere
+/// UTF-8 with each invalid byte shown as U+FFFD.
+QString programOutputText(const std::string& bytes);
 /// Whether two absolute paths are one name as the host compares names: ignoring case on Windows.
 bool sameFileName(const QString& a, const QString& b);
 /// Whether two outputs would be one file: one name (`sameFileName` of their absolute paths), or one

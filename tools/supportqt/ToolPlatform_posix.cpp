@@ -51,6 +51,8 @@ bool sameExistingFile(const QString& a, const QString& b)
 
 bool sameFileName(const QString& a, const QString& b) { return a == b; }
 
+QString programOutputText(const std::string& bytes) { return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size())); }
+
 namespace {
 // The files and folders that a signal ending the tool removes first, as NUL-terminated names: the copy
 // of standard input, and the output that goes to standard output once complete.

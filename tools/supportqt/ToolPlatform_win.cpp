@@ -59,6 +59,28 @@ bool sameExistingFile(const QString& a, const QString& b)
 // Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
 bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
+// Console programs write to a pipe in the console's code page ("cmd /c echo" an "é" gives 0x82 in code
+// page 850): output that is no UTF-8 is read in that code page.
+QString programOutputText(const std::string& bytes)
+{
+    const int size = static_cast<int>(bytes.size());
+    if (size == 0)
+        return QString();
+    UINT page = CP_UTF8;
+    int n = MultiByteToWideChar(page, MB_ERR_INVALID_CHARS, bytes.data(), size, nullptr, 0);
+    if (n <= 0) {
+        page = GetConsoleOutputCP();
+        if (page == 0)
+            page = GetOEMCP();
+        n = MultiByteToWideChar(page, 0, bytes.data(), size, nullptr, 0);
+    }
+    if (n <= 0)
+        return QString::fromUtf8(bytes.data(), size);
+    std::wstring text(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(page, page == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0, bytes.data(), size, &text[0], n);
+    return QString::fromStdWString(text);
+}
+
 bool writeStream(FILE* stream, const char* data, size_t size)
 {
     const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));

@@ -346,7 +346,7 @@ int runRun(const QStringList& arguments)
         QJsonObject o{{QStringLiteral("commandLine"), command.positional().at(0)},
                       {QStringLiteral("exitCode"), static_cast<int>(exitCode)},
                       {QStringLiteral("signal"), outcome.signal},
-                      {QStringLiteral("output"), QString::fromUtf8(captured.data(), static_cast<int>(captured.size()))},
+                      {QStringLiteral("output"), programOutputText(captured)},
                       {QStringLiteral("discardedBytes"), static_cast<double>(outcome.discardedBytes)}};
         printJson(o);
         return toolExit;
