@@ -14,9 +14,20 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include <cstdlib>
+
 #ifndef ENABLE_VIRTUAL_TERMINAL_PROCESSING
 #define ENABLE_VIRTUAL_TERMINAL_PROCESSING 0x0004
 #endif
+
+namespace {
+// The console whose mode the tool changed, and the mode it had: the console is the shell's too, which
+// gets it back as it was when the tool ends.
+HANDLE g_changedConsole = nullptr;
+DWORD g_consoleMode = 0;
+
+void restoreConsoleMode() { SetConsoleMode(g_changedConsole, g_consoleMode); }
+} // namespace
 
 bool standardErrorIsTerminal()
 {
@@ -27,7 +38,16 @@ bool standardErrorIsTerminal()
     DWORD mode = 0;
     if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode))
         return false;
-    return (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) || SetConsoleMode(h, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+    if (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING)
+        return true;
+    if (!SetConsoleMode(h, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING))
+        return false;
+    if (!g_changedConsole) {
+        g_changedConsole = h;
+        g_consoleMode = mode;
+        std::atexit(restoreConsoleMode);
+    }
+    return true;
 }
 
 // Children on Windows do not end by signals.
@@ -135,6 +155,8 @@ BOOL WINAPI removeAndEnd(DWORD event)
             DeleteFileW(g_removedFiles[i].c_str());
             RemoveDirectoryW(g_removedFolders[i].c_str());
         }
+        if (g_changedConsole)
+            restoreConsoleMode();
     }
     return FALSE; // the next handler, in the end the system's, ends the tool
 }
