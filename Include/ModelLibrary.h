@@ -319,8 +319,9 @@ struct ModelLibExtractRequest {
 /// Builds one self-contained library of the requested definitions and all they depend on (the AKO base
 /// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
-/// "* FILE:LINE" naming where it came from. Unresolved dependencies are appended to `*problems` (may be
-/// null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
+/// "* FILE:LINE" naming where it came from. An ".include" or ".lib FILE SECTION" line inside a definition
+/// names its file by its absolute path, quoted, so that the library written elsewhere still finds it.
+/// Unresolved dependencies are appended to `*problems` (may be null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
 /// that is extracted too, or another's new name, when one name is renamed two ways, and when a new name
 /// is not one word (it holds a blank, a separator, a quote, a comment character or a control byte);

@@ -2078,6 +2078,48 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
     return YString(out.c_str());
 }
 
+// A line of a definition that names a file, ".include FILE" or ".lib FILE SECTION", with FILE made absolute
+// from the folder of the library `fileName` (quoted), so that the extracted library written elsewhere
+// still finds it; any other line as it is.
+std::string withAbsoluteFile(const std::string& line, const YString& fileName)
+{
+    size_t i = 0;
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t'))
+        ++i;
+    size_t e = i;
+    while (e < line.size() && !isDelimiter(line[e]))
+        ++e;
+    const std::string keyword = lower(std::string_view(line).substr(i, e - i));
+    const bool lib = keyword == ".lib";
+    if (!lib && keyword != ".include" && keyword != ".inc" && keyword != ".incl")
+        return line;
+    size_t b = e;
+    while (b < line.size() && (line[b] == ' ' || line[b] == '\t'))
+        ++b;
+    if (b == line.size())
+        return line;
+    size_t end;
+    std::string target;
+    if (line[b] == '"' || line[b] == '\'') {
+        const size_t close = line.find(line[b], b + 1);
+        end = close == std::string::npos ? line.size() : close + 1;
+        target = line.substr(b + 1, (close == std::string::npos ? line.size() : close) - b - 1);
+    } else {
+        end = b;
+        while (end < line.size() && line[end] != ' ' && line[end] != '\t')
+            ++end;
+        target = line.substr(b, end - b);
+    }
+    // ".lib NAME" alone opens a section: no file.
+    if (lib && line.find_first_not_of(" \t", end) == std::string::npos)
+        return line;
+    const QString t = QString::fromStdString(target);
+    if (t.isEmpty() || QDir::isAbsolutePath(t))
+        return line;
+    const QString absolute = QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + t);
+    return line.substr(0, b) + '"' + absolute.toStdString() + '"' + line.substr(end);
+}
+
 // A definition's first line with the words after its keyword and name renamed as `renameWords` does.
 std::string renameAfterName(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames)
 {
@@ -2521,7 +2563,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 // shares a renamed name stays connected to its port (ports connect by position, so the
                 // instances are unchanged).
                 if (l > 0)
-                    out += renameWords(lines[l], renames).str();
+                    out += withAbsoluteFile(renameWords(lines[l], renames).str(), file.fileName);
                 else if (d.kind == ModelLibDefinition::Subckt || !file.akoBase(d).empty())
                     out += renameAfterName(lines[l], renames);
                 else

@@ -936,6 +936,30 @@ TEST_F(ModelLibraryFiles, FileReferencesAndSectionEndsAreReadAsTheReadersReadThe
     EXPECT_EQ(problems[0].message, YString((quoted + ":6: .endl ss ends section ff").c_str()));
 }
 
+// A file that a definition includes is named by its absolute path in the extracted library, which is
+// written in another folder: a check of the output finds every file.
+TEST_F(ModelLibraryFiles, FilesADefinitionIncludesAreNamedByTheirAbsolutePaths)
+{
+    QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("sub"));
+    const std::string lib = write("sub/lib.lib", ".subckt foo a b\n.include \"inner.inc\"\n.lib 'corner.lib' tt\nR1 a b 1\n.ends\n");
+    write("sub/inner.inc", ".param w=1\n");
+    write("sub/corner.lib", ".lib tt\n.model q d\n.endl\n");
+    const std::string folder = QFileInfo(QString::fromStdString(lib)).absolutePath().toStdString();
+    ModelLibExtractRequest request;
+    request.names = {YString("foo")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.subckt foo a b\n.include \"" + folder + "/inner.inc\"\n.lib \"" + folder +
+                                              "/corner.lib\" tt\nR1 a b 1\n.ends\n");
+    QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("out"));
+    const std::string out = path("out/x.lib");
+    writeFileBytes(out, text.c_str());
+    problems.clear();
+    ASSERT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
+}
+
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
 {
     const std::string a = write("a.lib", ".lib tt\n.model n nmos vth0=1\n.model p pmos\n.endl\n.lib ss\n.endl\n");
