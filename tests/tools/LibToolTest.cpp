@@ -224,6 +224,11 @@ TEST_F(LibTool, ExtractionToStandardOutputWarnsOnStandardError)
     EXPECT_EQ(piped.code, 0);
     EXPECT_EQ(piped.out, QStringLiteral("* %1:1\n.subckt top a b\nX1 a b missing\n.ends\n").arg(file("u.lib")));
     EXPECT_EQ(piped.err, QStringLiteral("supportqt lib extract: %1\n").arg(warning));
+    // The summary in JSON cannot share standard output with the library.
+    const Result json = tool({"lib", "extract", file("u.lib"), "top", "-o", "-", "--json"});
+    EXPECT_EQ(json.code, 2);
+    EXPECT_EQ(json.out, "");
+    EXPECT_EQ(json.err, "supportqt lib extract: --json needs an output file: standard output takes the library\n");
     const Result written = tool({"lib", "extract", file("u.lib"), "top", "-o", file("u-out.lib")});
     EXPECT_EQ(written.code, 0);
     EXPECT_EQ(written.out, QStringLiteral("%1\nwrote 1 definitions to %2\n").arg(warning, file("u-out.lib")));

@@ -398,6 +398,8 @@ int runLibExtract(const QStringList& arguments)
     QString path = positional.at(0);
     const QString output = command.value(QStringLiteral("output"));
     const bool toStandardOutput = isStandardStream(output);
+    if (toStandardOutput && command.json())
+        return command.fail(ExitUsage, QStringLiteral("--json needs an output file: standard output takes the library"));
     if (!command.input(&path))
         return ExitFailure;
     if (!toStandardOutput && !command.checkOutput(output))
