@@ -52,7 +52,8 @@ SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int ma
                                        HistogramBinRule* rule = nullptr);
 
 /// Counts the finite values of `values` into `bins` equal bins between their minimum and maximum (a value
-/// on an inner edge, `low + k * binWidth()`, goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
+/// on an inner edge, `low + k * binWidth()` (taken by halves for ends further apart than the largest
+/// double), goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
 /// `sp_HistogramBinCount(values, maxBins)`. Values that are not finite are counted in `nonFinite` only.
 /// Values that do not vary get one bin around them, 1% of their magnitude (0.5 for 0) to either side.
 /// With no finite value the result has no bins, and so has the result when memory runs out. The result
@@ -70,8 +71,8 @@ struct AxisTicks {
 /// The ticks of an axis that covers `low` to `high`: the smallest step of 1, 2 or 5 times a power of ten
 /// that needs at most `maxTicks` ticks (at least 2, and at least 3 for ends on either side of 0, which
 /// no two ticks can cover; at most kMaxAxisTicks) from a multiple of the step at or below `low` to one at
-/// or above `high`; an end within a trillionth of its own number of steps of a multiple is taken as that
-/// multiple. Ends in the wrong order are swapped; equal ends are widened by 1% of their
+/// or above `high`; an end within a billionth of a step of a multiple is taken as that multiple (within a
+/// trillionth of its own number of steps, where that is less). Ends in the wrong order are swapped; equal ends are widened by 1% of their
 /// magnitude (by 1 around 0). Ends that are not finite give no ticks (an empty `values`, all else 0), and
 /// so do ends that no ticks within the largest doubles can cover (beyond +-1e308 with a step of 1e308), and
 /// memory that runs out.

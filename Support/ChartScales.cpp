@@ -125,7 +125,10 @@ Histogram buildHistogram(const std::vector<double>& values, int bins, int maxBin
     // Ends further apart than the largest double: the positions are taken by halves.
     const bool halves = !std::isfinite(width);
     const double halfWidth = h.high / 2 - h.low / 2;
-    const auto edge = [&](int k) { return h.low + static_cast<double>(k) * step; };
+    // (By halves too, where k steps from `low` would pass the largest double.)
+    const auto edge = [&](int k) {
+        return halves ? (h.low / 2 + static_cast<double>(k) * (step / 2)) * 2 : h.low + static_cast<double>(k) * step;
+    };
     for (double v : finite) {
         const double position = halves ? (v / 2 - h.low / 2) / halfWidth * bins : (v - h.low) / width * bins;
         int bin = std::clamp(static_cast<int>(std::floor(position)), 0, bins - 1);
@@ -166,10 +169,11 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
     // Ends on either side of 0 need a tick below 0, one at it and one above it.
     maxTicks = std::clamp(maxTicks, low < 0.0 && high > 0.0 ? 3 : 2, kMaxAxisTicks);
     // From a step below the span shared out among the ticks, up through 1, 2, 5 times each power of ten
-    // until the ticks from below `low` to above `high` are few enough. An end a trillionth of its own
-    // number of steps from a multiple of the step is that multiple, so that rounding costs no tick; the
-    // slack is relative, so that it never swallows an end that a step far larger than it puts near 0.
-    // (A span beyond the largest double, between ends of either sign, is measured by its halves.)
+    // until the ticks from below `low` to above `high` are few enough. An end within a billionth of a step
+    // of a multiple of the step is that multiple, so that rounding costs no tick; near 0 the slack is a
+    // trillionth of the end's own number of steps instead, so that it never swallows an end that a step
+    // far larger than it puts near 0. (A span beyond the largest double, between ends of either sign, is
+    // measured by its halves.)
     const double span = high - low;
     const double logSpan = std::isfinite(span) ? std::log10(span) : std::log10(high / 2 - low / 2) + std::log10(2.0);
     int exponent = std::max(static_cast<int>(std::floor(logSpan - std::log10(maxTicks - 1.0))) - 1, -330);
@@ -177,10 +181,10 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);
             const double lowSteps = low / step, highSteps = high / step;
-            const double first = std::floor(lowSteps + 1e-12 * std::fabs(lowSteps));
-            const double last = std::ceil(highSteps - 1e-12 * std::fabs(highSteps));
+            const double first = std::floor(lowSteps + std::min(1e-9, 1e-12 * std::fabs(lowSteps)));
+            const double last = std::ceil(highSteps - std::min(1e-9, 1e-12 * std::fabs(highSteps)));
             // A step that underflows to 0 gives no finite count; the next power of ten is tried.
-            if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last - first + 1 <= maxTicks))
+            if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last >= first) || !(last - first + 1 <= maxTicks))
                 continue;
             const long long k0 = static_cast<long long>(first), k1 = static_cast<long long>(last);
             // Ends beyond the largest double: no finite ticks cover the range at this step or above.

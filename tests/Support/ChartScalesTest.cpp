@@ -185,6 +185,12 @@ TEST(ChartScales, ValuesFurtherApartThanTheLargestDouble)
     const Histogram wide = sp_BuildHistogram({-1.7e308, 1.7e308, 1.7e308}, 0);
     EXPECT_EQ(wide.binWidth(), 1.7e308);
     EXPECT_EQ(wide.counts, (std::vector<long long>{1, 2}));
+    // The widest of all: the upper edges too are taken by halves, and the maximum is in the last bin.
+    const double most = std::numeric_limits<double>::max();
+    EXPECT_EQ(sp_BuildHistogram({-most, 0, most}, 3).counts, (std::vector<long long>{1, 1, 1}));
+    const Histogram many = sp_BuildHistogram({-most, most}, 1000);
+    EXPECT_EQ(many.counts.front(), 1);
+    EXPECT_EQ(many.counts.back(), 1);
 }
 
 // An end near 0 is covered however large the step: the slack that forgives rounding is relative to the
@@ -202,6 +208,17 @@ TEST(ChartScales, TicksCoverAnEndNearZeroAndEndsOnEitherSideOfIt)
     EXPECT_EQ(sp_RoundAxisTicks(1e-12, 1000, 2).values, (std::vector<double>{0, 1000}));
     // An end that is a multiple of the step but for rounding costs no tick.
     EXPECT_EQ(sp_RoundAxisTicks(0.1 + 0.2, 0.7, 5).values, (std::vector<double>{0.3, 0.4, 0.5, 0.6, 0.7}));
+    // Ends far from 0, many steps from it: the slack stays a billionth of a step.
+    t = sp_RoundAxisTicks(1e12, 1e12 + 1, 11);
+    ASSERT_EQ(t.values.size(), 11u);
+    EXPECT_EQ(t.step, 0.1);
+    EXPECT_EQ(t.values.front(), 1e12);
+    EXPECT_EQ(t.values.back(), 1e12 + 1);
+    t = sp_RoundAxisTicks(1000000000000.0123, 1000000000000.0195, 7);
+    ASSERT_FALSE(t.values.empty());
+    EXPECT_LE(t.values.front(), 1000000000000.0123);
+    EXPECT_GE(t.values.back(), 1000000000000.0195);
+    EXPECT_LE(t.values.size(), 7u);
 }
 
 // A count asked for from outside is bounded: the bins and ticks of a caller's INT_MAX cost at most a

@@ -137,3 +137,42 @@ TEST_F(ModelLibraryAllocation, AFileIndexedInPartsGivesTheIndexOrTheRemarkAndOk)
     EXPECT_GT(failed, 50);
     qunsetenv("SUPPORTQT_INDEX_PARTS");
 }
+
+// A check that memory runs out in gives Unreadable and leaves the caller's list as it was, never half a
+// list of problems; one that memory suffices for gives them all.
+TEST_F(ModelLibraryAllocation, ACheckGivesUnreadableAndNoHalfList)
+{
+    writeFileBytes(path("dup.lib"), ".model m1 d\n.model m2 d\n.model m1 d\n.model m2 d\n");
+    writeFileBytes(path("top.lib"), ".lib s1\n.include dup.lib\n.endl\n.lib s2\n.include dup.lib\n.endl\n.lib s3\n.include gone.lib\n.endl\n");
+    const YString top(path("top.lib").c_str());
+    std::vector<ModelLibProblem> whole;
+    ASSERT_EQ(sp_CheckModelLibrary(top, YString(), SpiceLanguageNative, &whole), ModelLibStatus::Ok);
+    ASSERT_EQ(whole.size(), 3u); // two duplicates, one missing file
+    int unreadable = 0;
+    for (long n = 0; n < 100000; ++n) {
+        std::vector<ModelLibProblem> problems(1);
+        problems[0].message = "earlier";
+        g_allocationsLeft = n;
+        ModelLibStatus status = ModelLibStatus::Ok;
+        bool threw = false;
+        try {
+            status = sp_CheckModelLibrary(top, YString(), SpiceLanguageNative, &problems);
+        } catch (...) {
+            threw = true;
+        }
+        const bool reached = g_allocationsLeft.exchange(-1) < 0;
+        EXPECT_FALSE(threw) << "allocation " << n;
+        if (!reached) {
+            EXPECT_EQ(status, ModelLibStatus::Ok);
+            EXPECT_EQ(problems.size(), 4u);
+            break;
+        }
+        if (status != ModelLibStatus::Ok) {
+            ++unreadable;
+            EXPECT_EQ(status, ModelLibStatus::Unreadable) << "allocation " << n;
+            ASSERT_EQ(problems.size(), 1u) << "allocation " << n;
+            EXPECT_EQ(problems[0].message, "earlier");
+        }
+    }
+    EXPECT_GT(unreadable, 20);
+}

@@ -87,17 +87,18 @@ QString programOutputText(const std::string& bytes)
     if (size == 0)
         return QString();
     UINT page = CP_UTF8;
-    int n = MultiByteToWideChar(page, MB_ERR_INVALID_CHARS, bytes.data(), size, nullptr, 0);
+    DWORD flags = MB_ERR_INVALID_CHARS;
+    int n = MultiByteToWideChar(page, flags, bytes.data(), size, nullptr, 0);
     if (n <= 0) {
         page = GetConsoleOutputCP();
         if (page == 0)
             page = GetOEMCP();
-        n = MultiByteToWideChar(page, 0, bytes.data(), size, nullptr, 0);
+        flags = 0; // a console page of UTF-8 itself then shows the invalid bytes as U+FFFD
+        n = MultiByteToWideChar(page, flags, bytes.data(), size, nullptr, 0);
     }
-    if (n <= 0)
+    std::wstring text(static_cast<size_t>(n > 0 ? n : 0), L'\0');
+    if (n <= 0 || MultiByteToWideChar(page, flags, bytes.data(), size, &text[0], n) != n)
         return QString::fromUtf8(bytes.data(), size);
-    std::wstring text(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(page, page == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0, bytes.data(), size, &text[0], n);
     return QString::fromStdWString(text);
 }
 
