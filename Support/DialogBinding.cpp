@@ -81,7 +81,7 @@ void di_InitialiseDialog(QDialog* dialog, UserFunctionInterface* call)
         if (!object || !isTagged(object))
             continue;
         if (KV_FunctionDef* def = dynamic_cast<KV_FunctionDef*>(object))
-            if (def->initialise(call))
+            if (def->initialise(call) || !guarded) // a widget that deleted itself is gone
                 continue;
         const int arg = intProperty(object, "argIndex", -1);
         if (arg < 0 || arg >= call->numArguments || arg >= UserFunctionInterface::kMaxArguments)

@@ -1964,13 +1964,29 @@ void checkResolution(const ModelLibResolution& r, std::vector<ModelLibProblem>* 
         }
         if (d.kind != ModelLibDefinition::Subckt)
             continue;
-        // The instances of the subcircuit and of those nested in it, but for the names defined inside it.
+        // The instances of the subcircuit and of those nested in it, and the bases of the AKO models
+        // nested in it, but for the names defined inside it.
         std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
-        for (size_t nested : nestedIn(file, reached.definition))
-            if (file.definitions[nested].kind == ModelLibDefinition::Subckt)
-                levels.push_back(nested);
         std::set<std::string> local;
         bool localKnown = false;
+        for (size_t nested : nestedIn(file, reached.definition)) {
+            const ModelLibDefinition& inner = file.definitions[nested];
+            if (inner.kind == ModelLibDefinition::Subckt) {
+                levels.push_back(nested);
+                continue;
+            }
+            const std::string_view base = file.akoBase(inner);
+            if (base.empty() || names.find(ModelLibDefinition::Model, base))
+                continue;
+            if (!localKnown) {
+                local = localNames(file, reached.definition);
+                localKnown = true;
+            }
+            if (!local.count(".model" + key(base)))
+                out->push_back(problem(ModelLibProblem::UnresolvedAkoBase, file.name(inner), file.fileName, inner.line,
+                                       where(file, inner.line) + ": AKO model " + std::string(file.name(inner)) + " has no base model " +
+                                           std::string(base)));
+        }
         for (size_t level : levels) {
             const ModelLibDefinition& sub = file.definitions[level];
             const ModelLibWordList instances = file.instances(sub);
@@ -2447,9 +2463,23 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 return needs;
             const std::set<std::string> local = localNames(file, reached.definition);
             std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
-            for (size_t nested : nestedIn(file, reached.definition))
-                if (file.definitions[nested].kind == ModelLibDefinition::Subckt)
+            for (size_t nested : nestedIn(file, reached.definition)) {
+                const ModelLibDefinition& inner = file.definitions[nested];
+                if (inner.kind == ModelLibDefinition::Subckt) {
                     levels.push_back(nested);
+                    continue;
+                }
+                // A nested AKO model's base, unless it is defined inside too.
+                const std::string_view base = file.akoBase(inner);
+                if (base.empty() || local.count(".model" + key(base)))
+                    continue;
+                if (const size_t* m = names.find(ModelLibDefinition::Model, base))
+                    needs.push_back({*m, std::nullopt});
+                else
+                    needs.push_back({0, problem(ModelLibProblem::UnresolvedAkoBase, file.name(inner), file.fileName, inner.line,
+                                                where(file, inner.line) + ": AKO model " + std::string(file.name(inner)) +
+                                                    " has no base model " + std::string(base))});
+            }
             for (size_t level : levels) {
                 const ModelLibDefinition& sub = file.definitions[level];
                 for (std::string_view x : file.instances(sub)) {

@@ -86,6 +86,10 @@ public:
     bool isMultiElement() const override { return true; }
     bool initialise(UserFunctionInterface*) override
     {
+        if (m_onInitialise && victim == this) {
+            delete this; // and says it did not initialise itself
+            return false;
+        }
         if (m_onInitialise)
             delete victim;
         return true;
@@ -235,6 +239,12 @@ TEST(DialogBinding, AWidgetDeletedOnTheWayIsPassedOver)
     call.arguments[0] = UserArgument{reals, 2, UserDataReal};
     di_InitialiseDialog(&dialog, &call);
     EXPECT_EQ(after->property("realValue").toDouble(), 2.5);
+    EXPECT_EQ(di_GetNumOutputElements(&dialog), 4);
+    // A widget that deletes itself in its own initialisation is not read afterwards.
+    killer->victim = nullptr;
+    auto* suicidal = tagged(new DeletingWidget(&dialog, true), 5, 0, 0);
+    suicidal->victim = suicidal;
+    di_InitialiseDialog(&dialog, &call);
     EXPECT_EQ(di_GetNumOutputElements(&dialog), 4);
 
     QDialog second;

@@ -875,6 +875,20 @@ TEST_F(ModelLibraryFiles, WhatNestedSubcircuitsNameIsFollowed)
     EXPECT_EQ(problems[0].kind, ModelLibProblem::UnresolvedInstance);
     EXPECT_EQ(problems[0].line, 2);
     EXPECT_EQ(problems[0].message, YString((broken + ":2: subcircuit inner instantiates missing, which is defined nowhere it reaches").c_str()));
+    // So does the base of an AKO model nested in it, unless the base is defined inside too.
+    const std::string ako = write("nestako.lib", ".model base nmos level=1\n.subckt top d g s\n.model loc ako:base nmos\n"
+                                                 ".model inside nmos\n.model loc2 ako:inside nmos\nm1 d g s s loc\n.ends\n");
+    request.names = {YString("top")};
+    problems.clear();
+    ASSERT_EQ(sp_ExtractModels(YString(ako.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(std::string(text.c_str()).rfind("* " + ako + ":1\n.model base nmos level=1\n* " + ako + ":2\n.subckt top", 0), 0u) << text.c_str();
+    const std::string gone = write("nestgone.lib", ".subckt top d g s\n.model loc ako:gone nmos\nm1 d g s s loc\n.ends\n");
+    problems.clear();
+    ASSERT_EQ(sp_CheckModelLibrary(YString(gone.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::UnresolvedAkoBase);
+    EXPECT_EQ(problems[0].message, YString((gone + ":2: AKO model loc has no base model gone").c_str()));
 }
 
 // Subcircuits nested 80,000 deep cost memory in proportion to the text (no table per level that lists
