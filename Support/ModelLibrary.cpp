@@ -765,7 +765,8 @@ private:
     {
         if (end - s < 2 || s[1] != '#')
             return;
-        words(std::string_view(s + 2, static_cast<size_t>(end - s - 2)), &m_words, 1);
+        // SpiceStream keeps the first 198 characters of a directive's text and drops the rest.
+        words(std::string_view(s + 2, std::min<size_t>(198, static_cast<size_t>(end - s - 2))), &m_words, 1);
         if (m_words.empty())
             return;
         if (equalsNoCase(m_words[0].text, "hspice")) {

@@ -247,6 +247,17 @@ TEST(ModelLibraryIndex, HspiceDollarCommentsAndTheDialectDirective)
     const ModelLibIndex directed = indexText("*#HSPICE\n" + text);
     EXPECT_EQ(directed.language, SpiceLanguageHspice);
     EXPECT_EQ(directed.definitions[0].lastLine, 4);
+    // A directive's keyword past its first 198 characters is not read, as SpiceStream does not read it.
+    for (const int blanks : {192, 193}) {
+        const std::string far = "*#" + std::string(static_cast<size_t>(blanks), ' ') + "hspice\n" + text;
+        const SpiceLanguage expected = blanks == 192 ? SpiceLanguageHspice : SpiceLanguageNative;
+        EXPECT_EQ(indexText(far).language, expected) << blanks;
+        kvstrstream source(far.data(), far.size());
+        SpiceStream reader(source);
+        YString line;
+        ASSERT_TRUE(reader.gets(&line, nullptr, nullptr, nullptr));
+        EXPECT_EQ(reader.getLanguage(), expected) << blanks;
+    }
 }
 
 TEST(ModelLibraryIndex, SectionsReferencesParamsAndAko)
