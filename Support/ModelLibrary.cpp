@@ -1926,6 +1926,31 @@ std::set<std::string> localNames(const ModelLibIndex& file, int subckt)
     return names;
 }
 
+// What subcircuit `subckt` names beyond itself: the instances and uses of its own level and of the
+// subcircuits nested in it (`levels`), and the AKO bases of the models nested in it (`akoModels`), each
+// unless defined inside it (`local`).
+struct SubcktNeeds {
+    std::vector<size_t> levels;
+    std::vector<size_t> akoModels;
+    std::set<std::string> local;
+};
+
+SubcktNeeds subcktNeeds(const ModelLibIndex& file, int subckt)
+{
+    SubcktNeeds needs;
+    needs.local = localNames(file, subckt);
+    needs.levels.push_back(static_cast<size_t>(subckt));
+    for (size_t nested : nestedIn(file, subckt)) {
+        const ModelLibDefinition& inner = file.definitions[nested];
+        const std::string_view base = file.akoBase(inner);
+        if (inner.kind == ModelLibDefinition::Subckt)
+            needs.levels.push_back(nested);
+        else if (!base.empty() && !needs.local.count(".model" + key(base)))
+            needs.akoModels.push_back(nested);
+    }
+    return needs;
+}
+
 void checkResolution(const ModelLibResolution& r, std::vector<ModelLibProblem>* out)
 {
     std::unordered_map<std::string, size_t> first;
@@ -1965,40 +1990,19 @@ void checkResolution(const ModelLibResolution& r, std::vector<ModelLibProblem>* 
         }
         if (d.kind != ModelLibDefinition::Subckt)
             continue;
-        // The instances of the subcircuit and of those nested in it, and the bases of the AKO models
-        // nested in it, but for the names defined inside it.
-        std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
-        std::set<std::string> local;
-        bool localKnown = false;
-        for (size_t nested : nestedIn(file, reached.definition)) {
-            const ModelLibDefinition& inner = file.definitions[nested];
-            if (inner.kind == ModelLibDefinition::Subckt) {
-                levels.push_back(nested);
-                continue;
-            }
+        const SubcktNeeds needs = subcktNeeds(file, reached.definition);
+        for (size_t m : needs.akoModels) {
+            const ModelLibDefinition& inner = file.definitions[m];
             const std::string_view base = file.akoBase(inner);
-            if (base.empty() || names.find(ModelLibDefinition::Model, base))
-                continue;
-            if (!localKnown) {
-                local = localNames(file, reached.definition);
-                localKnown = true;
-            }
-            if (!local.count(".model" + key(base)))
+            if (!names.find(ModelLibDefinition::Model, base))
                 out->push_back(problem(ModelLibProblem::UnresolvedAkoBase, file.name(inner), file.fileName, inner.line,
                                        where(file, inner.line) + ": AKO model " + std::string(file.name(inner)) + " has no base model " +
                                            std::string(base)));
         }
-        for (size_t level : levels) {
+        for (size_t level : needs.levels) {
             const ModelLibDefinition& sub = file.definitions[level];
-            const ModelLibWordList instances = file.instances(sub);
-            if (instances.empty())
-                continue;
-            if (!localKnown) {
-                local = localNames(file, reached.definition);
-                localKnown = true;
-            }
-            for (std::string_view x : instances)
-                if (!names.find(ModelLibDefinition::Subckt, x) && !local.count(".subckt" + key(x)))
+            for (std::string_view x : file.instances(sub))
+                if (!names.find(ModelLibDefinition::Subckt, x) && !needs.local.count(".subckt" + key(x)))
                     out->push_back(problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, sub.line,
                                            where(file, sub.line) + ": subcircuit " + std::string(file.name(sub)) + " instantiates " +
                                                std::string(x) + ", which is defined nowhere it reaches"));
@@ -2462,41 +2466,33 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             }
             if (d.kind != ModelLibDefinition::Subckt)
                 return needs;
-            const std::set<std::string> local = localNames(file, reached.definition);
-            std::vector<size_t> levels{static_cast<size_t>(reached.definition)};
-            for (size_t nested : nestedIn(file, reached.definition)) {
-                const ModelLibDefinition& inner = file.definitions[nested];
-                if (inner.kind == ModelLibDefinition::Subckt) {
-                    levels.push_back(nested);
-                    continue;
-                }
-                // A nested AKO model's base, unless it is defined inside too.
+            const SubcktNeeds named = subcktNeeds(file, reached.definition);
+            for (size_t m : named.akoModels) {
+                const ModelLibDefinition& inner = file.definitions[m];
                 const std::string_view base = file.akoBase(inner);
-                if (base.empty() || local.count(".model" + key(base)))
-                    continue;
-                if (const size_t* m = names.find(ModelLibDefinition::Model, base))
-                    needs.push_back({*m, std::nullopt});
+                if (const size_t* found = names.find(ModelLibDefinition::Model, base))
+                    needs.push_back({*found, std::nullopt});
                 else
                     needs.push_back({0, problem(ModelLibProblem::UnresolvedAkoBase, file.name(inner), file.fileName, inner.line,
                                                 where(file, inner.line) + ": AKO model " + std::string(file.name(inner)) +
                                                     " has no base model " + std::string(base))});
             }
-            for (size_t level : levels) {
+            for (size_t level : named.levels) {
                 const ModelLibDefinition& sub = file.definitions[level];
                 for (std::string_view x : file.instances(sub)) {
-                    if (local.count(".subckt" + key(x)))
+                    if (named.local.count(".subckt" + key(x)))
                         continue;
-                    if (const size_t* s = names.find(ModelLibDefinition::Subckt, x))
-                        needs.push_back({*s, std::nullopt});
+                    if (const size_t* found = names.find(ModelLibDefinition::Subckt, x))
+                        needs.push_back({*found, std::nullopt});
                     else
                         needs.push_back({0, problem(ModelLibProblem::UnresolvedInstance, x, file.fileName, sub.line,
                                                     where(file, sub.line) + ": subcircuit " + std::string(file.name(sub)) +
                                                         " instantiates " + std::string(x) + ", which is defined nowhere it reaches")});
                 }
                 for (std::string_view u : file.uses(sub))
-                    if (!local.count(".model" + key(u)))
-                        if (const size_t* m = names.find(ModelLibDefinition::Model, u))
-                            needs.push_back({*m, std::nullopt});
+                    if (!named.local.count(".model" + key(u)))
+                        if (const size_t* found = names.find(ModelLibDefinition::Model, u))
+                            needs.push_back({*found, std::nullopt});
             }
             return needs;
         };
