@@ -102,7 +102,7 @@ void di_ReadDialog(UserFunctionInterface* call, UserReturnData* result, QDialog*
     if (!read || !call || !result || !dialog)
         return;
     // Only KV_FunctionDef widgets count here, tagged or not (the counting function goes by the tag).
-    // A widget that one written before it deleted is passed over (`def` is null then).
+    // A widget deleted by the code of one written before it is passed over (`def` is null then).
     struct Widget {
         QPointer<QObject> object;
         int index;

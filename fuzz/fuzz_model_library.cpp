@@ -1,9 +1,10 @@
 // fuzz_model_library.cpp - the model-library index on arbitrary bytes: every definition lies inside the
-// indexed text, starts with its keyword after the blanks and dropped bytes of its line, names a word of
-// that line, comes in text order with line numbers that match the line ends before it, and its range
-// ends at a line end or at the end of the text; nested ones lie inside their subcircuit; sections and
-// references point at what exists; an index that passes over the element lines differs in nothing else;
-// the text split into parts indexed by threads of their own gives exactly the one-scan index.
+// indexed text, starts with its keyword (bytes the readers drop may stand inside it) after the blanks and
+// dropped bytes of its line, names a word of that line, comes in text order with line numbers that match
+// the line ends before it, and its range ends at a line end or at the end of the text; nested ones lie
+// inside their subcircuit; sections and references point at what exists; an index that passes over the
+// element lines differs in nothing else; the text split into parts indexed by threads of their own gives
+// exactly the one-scan index.
 #include "ModelLibrary.h"
 #include "NetlistFilter_p.h"
 
@@ -96,10 +97,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 __builtin_trap();
             if (!lineEndBefore(text, loc.end) && loc.end != n)
                 __builtin_trap();
+            // The keyword, with the bytes the readers drop anywhere inside it.
             const char* keyword = d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model";
-            for (size_t k = 0; keyword[k]; ++k)
-                if (loc.start + static_cast<int>(k) >= n || (text[loc.start + static_cast<int>(k)] | 0x20) != (keyword[k] | 0x20))
+            int at = loc.start;
+            for (size_t k = 0; keyword[k]; ++k, ++at) {
+                while (at < n && !netlist::keeps(static_cast<unsigned char>(text[at])) && text[at] != '\r')
+                    ++at;
+                if (at >= n || (text[at] | 0x20) != (keyword[k] | 0x20))
                     __builtin_trap();
+            }
             if (index.name(d).empty() || loc.symbolName.str() != index.name(d))
                 __builtin_trap();
             // The words lie inside the word store, and only subcircuits have lists.

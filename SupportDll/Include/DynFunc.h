@@ -79,8 +79,8 @@ private:
 };
 
 /// The function currently defined under `name` (the first registered of those present that is not
-/// null), or null. It
-/// belongs to the module that defined it and stays valid only while that module is loaded.
+/// null), or null. It belongs to the module that defined it and stays valid only while that module is
+/// loaded.
 SUPPORTDLL_API DynFuncPtr sp_FindDynFuncDef(const char* name);
 
 /// Every registration and withdrawal made so far, in order, one line each:
