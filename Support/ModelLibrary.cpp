@@ -550,6 +550,31 @@ struct IndexPart {
 // Thrown inside a part's scan when no part needs its result any more.
 struct PartAbandoned {};
 
+// The file name of an ".include" or ".lib" line after the keyword: quoted, or up to a blank;
+// `after` receives what follows it.
+std::string_view fileArgument(std::string_view rest, std::string_view* after)
+{
+    size_t i = 0;
+    while (i < rest.size() && (rest[i] == ' ' || rest[i] == '\t'))
+        ++i;
+    if (i == rest.size()) {
+        *after = std::string_view();
+        return std::string_view();
+    }
+    if (rest[i] == '"' || rest[i] == '\'') {
+        const char quote = rest[i];
+        const size_t close = rest.find(quote, i + 1);
+        const size_t e = close == std::string_view::npos ? rest.size() : close;
+        *after = rest.substr(e == rest.size() ? e : e + 1);
+        return rest.substr(i + 1, e - i - 1);
+    }
+    size_t e = i;
+    while (e < rest.size() && rest[e] != ' ' && rest[e] != '\t')
+        ++e;
+    *after = rest.substr(e);
+    return rest.substr(i, e - i);
+}
+
 // One pass over the text, a physical line at a time; a statement is processed once the next line that
 // is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
 // start with "." and the element lines of subcircuits are kept until then; other lines are passed
@@ -837,29 +862,6 @@ private:
 
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
 
-    // The file name of an ".include" or ".lib" line after the keyword: quoted, or up to a blank.
-    static std::string_view fileArgument(std::string_view rest, std::string_view* after)
-    {
-        size_t i = 0;
-        while (i < rest.size() && (rest[i] == ' ' || rest[i] == '\t'))
-            ++i;
-        if (i == rest.size()) {
-            *after = std::string_view();
-            return std::string_view();
-        }
-        if (rest[i] == '"' || rest[i] == '\'') {
-            const char quote = rest[i];
-            const size_t close = rest.find(quote, i + 1);
-            const size_t e = close == std::string_view::npos ? rest.size() : close;
-            *after = rest.substr(e == rest.size() ? e : e + 1);
-            return rest.substr(i + 1, e - i - 1);
-        }
-        size_t e = i;
-        while (e < rest.size() && rest[e] != ' ' && rest[e] != '\t')
-            ++e;
-        *after = rest.substr(e);
-        return rest.substr(i, e - i);
-    }
 
     void addReference(ModelLibReference::Kind kind, std::string_view target, std::string_view section)
     {
@@ -2114,31 +2116,17 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
     const bool lib = keyword == ".lib";
     if (!lib && keyword != ".include" && keyword != ".inc" && keyword != ".incl")
         return line;
-    size_t b = e;
-    while (b < line.size() && (line[b] == ' ' || line[b] == '\t'))
-        ++b;
-    if (b == line.size())
-        return line;
-    size_t end;
-    std::string target;
-    if (line[b] == '"' || line[b] == '\'') {
-        const size_t close = line.find(line[b], b + 1);
-        end = close == std::string::npos ? line.size() : close + 1;
-        target = line.substr(b + 1, (close == std::string::npos ? line.size() : close) - b - 1);
-    } else {
-        end = b;
-        while (end < line.size() && line[end] != ' ' && line[end] != '\t')
-            ++end;
-        target = line.substr(b, end - b);
-    }
+    const std::string_view rest = std::string_view(line).substr(e);
+    std::string_view after;
+    const QString target = QString::fromStdString(std::string(fileArgument(rest, &after)));
     // ".lib NAME" alone opens a section: no file.
-    if (lib && line.find_first_not_of(" \t", end) == std::string::npos)
+    if (target.isEmpty() || QDir::isAbsolutePath(target) || (lib && after.find_first_not_of(" \t") == std::string_view::npos))
         return line;
-    const QString t = QString::fromStdString(target);
-    if (t.isEmpty() || QDir::isAbsolutePath(t))
-        return line;
-    const QString absolute = QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + t);
-    return line.substr(0, b) + '"' + absolute.toStdString() + '"' + line.substr(end);
+    // The argument, quotes and all, is replaced.
+    const size_t start = e + rest.find_first_not_of(" \t");
+    const size_t end = static_cast<size_t>(after.data() - line.data());
+    const QString absolute = QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + target);
+    return line.substr(0, start) + '"' + absolute.toStdString() + '"' + line.substr(end);
 }
 
 // A definition's first line with the words after its keyword and name renamed as `renameWords` does.
