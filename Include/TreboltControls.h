@@ -102,11 +102,13 @@ SUPPORTQT_API void kvfe_ParseTreboltCommands(const char* text, TreboltCommandPar
 /// null when the parameter has no such choice.
 SUPPORTQT_API const char* kvfe_TreboltChoiceName(const char* keyword, int index);
 
-/// The control statements of the netlist `text` (".tran", ".pop", ".options", ".print", ".ac" and
-/// ".simulator" lines, any case, active or commented out with "*"), each with its "+" continuation
-/// lines, in file order and each ended by a line feed: the block that `kvfe_ParseTreboltCommands` reads.
-/// Comment lines that start with "*" (a comment in every dialect) and blank lines between a statement
-/// and its continuation are left out and do not end the statement, as the netlist reader passes over them.
+/// The control statements of the netlist `text` (".options", ".print" and ".simulator", any case; ".tran",
+/// ".ac" and ".pop" also commented out with "*" and under a longer name that begins with theirs), as the
+/// netlist reader reads them: each a logical line, its "+" continuation
+/// lines joined and its comments left out, in file order and each ended by a line feed; a commented-out
+/// one keeps its "*", and a netlist in the dialect with "$" comments gets its directive first. Parsed
+/// with `kvfe_ParseTreboltCommands`, the block gives the settings and flags that the whole netlist gives;
+/// only the kept lines differ, since the block holds no other lines. The text ends at its first zero byte.
 SUPPORTQT_API YString kvfe_TreboltControlStatementLines(const YString& text);
 
 /// Writes `params` back as statements, the disabled ones commented out on one line, into the field of

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 #include <string>
+#include <vector>
 
 using trebolt::ParamDef;
 using trebolt::StatementDef;
@@ -220,70 +221,29 @@ TreboltParamValue completedEntry(const ParamDef& def, bool statementFound)
     return entry;
 }
 
-// The first byte of the line that is not white space; the Unicode spaces count as white space too,
-// so that a line indented with them reads like one indented with blanks.
-const char* skipSpace(const char* p, const char* end)
+// Blanks the "*" of every line (split at line feeds) that comments out a statement with a flag slot,
+// so that the netlist reader reads the statement like an active one; `commented(at, slot)` hears of each,
+// `at` being the offset of the "*". Returns the blanked copy, or an empty string when nothing was blanked.
+template <class Commented>
+std::string uncommentStatements(const char* given, size_t length, Commented commented)
 {
-    static const char* const kWideSpaces[] = {"\xC2\x85", "\xC2\xA0", "\xE1\x9A\x80", "\xE2\x80\xA8",
-                                              "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
-    while (p < end) {
-        const unsigned char c = static_cast<unsigned char>(*p);
-        if (c == ' ' || (c >= '\t' && c <= '\r')) {
-            ++p;
-            continue;
-        }
-        // U+2000 to U+200A
-        if (end - p >= 3 && c == 0xE2 && static_cast<unsigned char>(p[1]) == 0x80 &&
-            static_cast<unsigned char>(p[2]) >= 0x80 && static_cast<unsigned char>(p[2]) <= 0x8A) {
-            p += 3;
-            continue;
-        }
-        const char* const before = p;
-        for (const char* space : kWideSpaces) {
-            const size_t n = std::strlen(space);
-            if (static_cast<size_t>(end - p) >= n && std::memcmp(p, space, n) == 0) {
-                p += n;
-                break;
+    std::string copy;
+    for (size_t at = 0; at + 1 < length;) {
+        if (given[at] == '*' && given[at + 1] == '.') {
+            const int slot = matchStatementPrefix(given + at + 1);
+            if (slot >= 0) {
+                commented(at, slot);
+                if (copy.empty())
+                    copy.assign(given, length);
+                copy[at] = ' ';
             }
         }
-        if (p == before)
+        const void* const lineEnd = std::memchr(given + at, '\n', length - at);
+        if (!lineEnd)
             break;
+        at = static_cast<size_t>(static_cast<const char*>(lineEnd) - given) + 1;
     }
-    return p;
-}
-
-// True for the bytes that end the first word of a control line.
-bool isDelimiter(char c) { return c != '\0' && std::strchr(netlist::kTokenDelimiters, c); }
-
-// True when the line (after an optional "*" that comments it out) begins with a control statement or
-// ".simulator" as a whole word, in any case.
-bool isControlLine(const char* begin, const char* end)
-{
-    begin = skipSpace(begin, end);
-    if (begin < end && *begin == '*')
-        ++begin;
-    const char* wordEnd = begin;
-    while (wordEnd < end && !isDelimiter(*wordEnd))
-        ++wordEnd;
-    if (std::memchr(begin, '\0', static_cast<size_t>(wordEnd - begin)))
-        return false;
-    const YString word(begin, static_cast<int>(wordEnd - begin));
-    return word.equalsNoCase(".simulator") || findStatement(word) >= 0;
-}
-
-// True when the line's first character that is not white space is a "+" that continues the line before.
-bool isContinuationLine(const char* begin, const char* end)
-{
-    begin = skipSpace(begin, end);
-    return begin < end && *begin == '+';
-}
-
-// True when the line holds only white space, or is a comment in every dialect ("*" its first character
-// that is not white space; the other comment characters depend on the dialect).
-bool isCommentOrBlankLine(const char* begin, const char* end)
-{
-    begin = skipSpace(begin, end);
-    return begin == end || *begin == '*';
+    return copy;
 }
 
 // Appends a copy of `original` under the name `copy` when the list has no `copy` of its own.
@@ -312,27 +272,10 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
     for (int slot = 0; slot < TreboltFlagSlotCount; ++slot)
         enabled[slot] = true;
 
-    // Commented-out statements are marked disabled and then read like active ones: the text is copied
-    // with their "*" blanked, only when there is one.
+    // Commented-out statements are marked disabled and then read like active ones.
     const char* const given = text ? text : "";
     const size_t length = std::strlen(given);
-    std::string copy;
-    for (size_t at = 0; at + 1 < length;) {
-        if (given[at] == '*' && given[at + 1] == '.') {
-            const int slot = matchStatementPrefix(given + at + 1);
-            if (slot >= 0) {
-                enabled[slot] = false;
-                if (copy.empty())
-                    copy.assign(given, length);
-                copy[at] = ' ';
-            }
-        }
-        const void* const lineEnd = std::memchr(given + at, '\n', length - at);
-        if (!lineEnd)
-            break;
-        at = static_cast<size_t>(static_cast<const char*>(lineEnd) - given) + 1;
-    }
-
+    const std::string copy = uncommentStatements(given, length, [&](size_t, int slot) { enabled[slot] = false; });
     kvstrstream source(copy.empty() ? given : copy.data(), length);
     SpiceStream stream(source);
     stream.dontSuppressEmptyLines();
@@ -393,26 +336,47 @@ void kvfe_ParseTreboltCommands(const char* text, TreboltCommandParseResult* resu
 
 YString kvfe_TreboltControlStatementLines(const YString& text)
 {
-    YString block;
-    bool inStatement = false;
-    const char* const end = text.c_str() + text.length();
-    for (const char* line = text.c_str();;) {
-        const char* lineEnd = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
-        if (!lineEnd)
-            lineEnd = end;
-        // Comment and blank lines between a statement and its continuation are passed over, as the
-        // netlist reader passes them over; they do not end the statement.
-        const bool control = isControlLine(line, lineEnd);
-        const bool passedOver = !control && isCommentOrBlankLine(line, lineEnd);
-        if (control)
-            inStatement = true;
-        else if (!passedOver && !(inStatement && isContinuationLine(line, lineEnd)))
-            inStatement = false;
-        if (inStatement && !passedOver)
-            block.append(line, static_cast<int>(lineEnd - line)).append('\n');
-        if (lineEnd == end)
+    // The netlist is read as the parser reads it, so that the block holds the very logical lines the
+    // parser acts on: statements uncommented, then the netlist reader's lines in the netlist's dialect.
+    const char* const given = text.c_str();
+    const size_t length = std::strlen(given);
+    std::vector<size_t> commentedAt; // the offset of the "*" of each commented-out statement, in order
+    const std::string copy = uncommentStatements(given, length, [&](size_t at, int) { commentedAt.push_back(at); });
+    kvstrstream source(copy.empty() ? given : copy.data(), length);
+    SpiceStream stream(source);
+    std::string lines;
+    size_t nextCommented = 0;
+    // Where the line just read starts, known for every line but the first: the reader has read and
+    // handed back the first character of the next line when it hands out a line.
+    long long start = -1;
+    YString line;
+    while (stream.gets(&line, nullptr, nullptr, nullptr)) {
+        const long long nextStart = static_cast<long long>(stream.getCharCount()) - 1;
+        stream.flushBuffer();
+        // A commented-out statement starts a line right after its blanked "*". Before the second line's
+        // start is known, only the first line can start there.
+        bool commented = false;
+        while (nextCommented < commentedAt.size()) {
+            const long long lineAt = static_cast<long long>(commentedAt[nextCommented]) + 1;
+            if (start >= 0 && lineAt < start) {
+                ++nextCommented;
+                continue;
+            }
+            commented = start >= 0 ? lineAt == start : lineAt < nextStart;
+            if (commented)
+                ++nextCommented;
             break;
-        line = lineEnd + 1;
+        }
+        start = nextStart;
+        const YString first = Tokens(line).next();
+        if (first.equalsNoCase(".simulator") || findStatement(first) >= 0 || matchStatementPrefix(first.c_str()) >= 0) {
+            if (commented)
+                lines += '*';
+            lines.append(line.c_str(), static_cast<size_t>(line.length())).append(1, '\n');
+        }
     }
-    return block;
+    // The dialect's comment character decides what the lines hold: the block keeps the dialect.
+    if (stream.isHspiceMode() && !lines.empty())
+        lines.insert(0, "*#HSPICE\n");
+    return YString(lines.c_str(), static_cast<int>(lines.size()));
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -647,67 +648,148 @@ TEST(TreboltParse, CommentCharacterOfTheDialectADirectiveNames)
 
 // The control block of a netlist: statements of either simulator, active or commented out, in any
 // case, with their continuation lines; other lines, and "+" lines that continue them, are left out.
-TEST(TreboltControlLines, KeepsStatementsWithTheirContinuations)
+// Everything the parser makes of a text, compared whole: the list in order (reals bit for bit), the
+// parameters as written, and both flag arrays.
+void expectSameSettings(const Parsed& a, const Parsed& b, const std::string& context)
 {
-    const YString netlist("* title\n"
-                          "R1 a b 1k\n"
-                          "+ tc=1\n"
-                          ".TRAN 1m 2m\n"
-                          "  + EARLY_STOP_ANALYSIS_GATE=g\n"
-                          "\n"
-                          "+ stray\n"
-                          "*.pop TRIG_GATE=g\n"
-                          ".simulator kalvonta\n"
-                          ".options(PSP_NPT=3)\n"
-                          ".tranx 1\n"
-                          ".print ALL");
-    // The blank line before "+ stray" is passed over, as the netlist reader passes it over: "+ stray"
-    // continues the ".TRAN" statement.
-    EXPECT_STREQ(kvfe_TreboltControlStatementLines(netlist).c_str(),
-                 ".TRAN 1m 2m\n"
-                 "  + EARLY_STOP_ANALYSIS_GATE=g\n"
-                 "+ stray\n"
-                 "*.pop TRIG_GATE=g\n"
-                 ".simulator kalvonta\n"
-                 ".options(PSP_NPT=3)\n"
-                 ".print ALL\n");
-}
-
-// Comment lines and blank lines between a statement and its continuation neither end the statement nor
-// join the block; a line that is neither ends it. The statement's continuation is read as the parser
-// reads the netlist itself.
-TEST(TreboltControlLines, CommentAndBlankLinesBeforeAContinuationAreSkipped)
-{
-    const YString netlist("R1 a b 1k\n"
-                          ".options POP_ITRMAX=3\n"
-                          "* note\n"
-                          "  * another\n"
-                          "\t\n"
-                          "+ POP_OUTPUT_CYCLES=7\n"
-                          "R2 c d 2k\n"
-                          "+ tc=1\n");
-    const YString block = kvfe_TreboltControlStatementLines(netlist);
-    EXPECT_STREQ(block.c_str(), ".options POP_ITRMAX=3\n+ POP_OUTPUT_CYCLES=7\n");
-    TreboltCommandParseResult fromBlock, fromNetlist;
-    kvfe_ParseTreboltCommands(block.c_str(), &fromBlock);
-    kvfe_ParseTreboltCommands(netlist.c_str(), &fromNetlist);
-    for (const TreboltCommandParseResult* result : {&fromBlock, &fromNetlist}) {
-        const TreboltParamValue* cycles = nullptr;
-        for (const TreboltParamValue& p : result->params)
-            if (p.name == YString("POP_OUTPUT_CYCLES"))
-                cycles = &p;
-        ASSERT_NE(cycles, nullptr);
-        EXPECT_EQ(cycles->valid, 1);
-        EXPECT_EQ(cycles->value.integer, 7);
+    ASSERT_EQ(a.result.params.count(), b.result.params.count()) << context;
+    for (int i = 0; i < a.result.params.count(); ++i) {
+        const TreboltParamValue& x = a.result.params[i];
+        const TreboltParamValue& y = b.result.params[i];
+        EXPECT_EQ(std::string(x.name.c_str()), y.name.c_str()) << context;
+        EXPECT_EQ(x.type, y.type) << context << " " << x.name.c_str();
+        EXPECT_EQ(x.valid, y.valid) << context << " " << x.name.c_str();
+        EXPECT_EQ(std::memcmp(&x.value, &y.value, sizeof x.value), 0) << context << " " << x.name.c_str();
+        EXPECT_EQ(std::string(x.text.c_str()), y.text.c_str()) << context << " " << x.name.c_str();
+    }
+    ASSERT_EQ(a.result.written.count(), b.result.written.count()) << context;
+    for (int i = 0; i < a.result.written.count(); ++i) {
+        EXPECT_EQ(std::string(a.result.written[i].name.c_str()), b.result.written[i].name.c_str()) << context;
+        EXPECT_EQ(std::string(a.result.written[i].text.c_str()), b.result.written[i].text.c_str()) << context;
+    }
+    for (int slot = 0; slot < TreboltFlagSlotCount; ++slot) {
+        EXPECT_EQ(a.enabled[slot], b.enabled[slot]) << context << " slot " << slot;
+        EXPECT_EQ(a.present[slot], b.present[slot]) << context << " slot " << slot;
     }
 }
 
-// Unicode spaces indent a statement like blanks; a commenting "*" must come first.
-TEST(TreboltControlLines, IndentationAndCommentMark)
+// The block of a netlist, and the check that the parser makes the same settings of it as of the netlist.
+std::string blockOf(const std::string& netlist)
 {
-    EXPECT_STREQ(kvfe_TreboltControlStatementLines("\xC2\xA0\t.ac DEC 10 1 1k\n").c_str(), "\xC2\xA0\t.ac DEC 10 1 1k\n");
-    EXPECT_STREQ(kvfe_TreboltControlStatementLines("* .ac DEC 10 1 1k\n").c_str(), "");
-    EXPECT_STREQ(kvfe_TreboltControlStatementLines("").c_str(), "");
+    const YString block = kvfe_TreboltControlStatementLines(YString(netlist.c_str()));
+    const Parsed fromBlock = parse(block.c_str());
+    const Parsed fromNetlist = parse(netlist.c_str());
+    expectSameSettings(fromBlock, fromNetlist, "block of [" + netlist + "]");
+    return block.c_str();
+}
+
+TEST(TreboltControlLines, KeepsStatementsAsTheReaderJoinsThem)
+{
+    // The blank line before "+ stray" is passed over, as the netlist reader passes it over: "+ stray"
+    // continues the ".TRAN" statement. ".tranx" is read as the ".tran" statement being there.
+    EXPECT_EQ(blockOf("* title\n"
+                      "R1 a b 1k\n"
+                      "+ tc=1\n"
+                      ".TRAN 1m 2m\n"
+                      "  + EARLY_STOP_ANALYSIS_GATE=g\n"
+                      "\n"
+                      "+ stray\n"
+                      "*.pop TRIG_GATE=g\n"
+                      ".simulator kalvonta\n"
+                      ".options(PSP_NPT=3)\n"
+                      ".tranx 1\n"
+                      ".print ALL"),
+              ".TRAN 1m 2m  EARLY_STOP_ANALYSIS_GATE=g  stray\n"
+              "*.pop TRIG_GATE=g\n"
+              ".simulator kalvonta\n"
+              ".options(PSP_NPT=3)\n"
+              ".tranx 1\n"
+              ".print ALL\n");
+}
+
+// Comment lines of every comment character and blank lines between a statement and its continuation
+// neither end the statement nor join the block.
+TEST(TreboltControlLines, CommentAndBlankLinesBeforeAContinuationAreSkipped)
+{
+    const std::string netlist("R1 a b 1k\n"
+                              ".options POP_ITRMAX=3\n"
+                              "* note\n"
+                              "  * another\n"
+                              "; a third\n"
+                              "\t\n"
+                              "+ POP_OUTPUT_CYCLES=7\n"
+                              "R2 c d 2k\n"
+                              "+ tc=1\n");
+    EXPECT_EQ(blockOf(netlist), ".options POP_ITRMAX=3  POP_OUTPUT_CYCLES=7\n");
+    const Parsed fromBlock = parse(kvfe_TreboltControlStatementLines(netlist.c_str()).c_str());
+    EXPECT_EQ(get(fromBlock, "POP_OUTPUT_CYCLES").valid, 1);
+    EXPECT_EQ(get(fromBlock, "POP_OUTPUT_CYCLES").value.integer, 7);
+}
+
+// Every line end of the reader ends a line: CR LF and a lone CR as a line feed does.
+TEST(TreboltControlLines, EveryLineEndEndsALine)
+{
+    EXPECT_EQ(blockOf(".options\r\n+ POP_ITRMAX=3\r\n.pop\r\n+ TRIG_GATE=g\r\nR1 a b 1k\r\n"),
+              ".options  POP_ITRMAX=3\n.pop  TRIG_GATE=g\n");
+    EXPECT_EQ(blockOf("R1 a b 1k\r.tran 1m 2m\r+ PSP_NPT=5\rR2 c d 2k"), ".tran 1m 2m  PSP_NPT=5\n");
+    EXPECT_EQ(get(parse(blockOf(".pop\r\n+ MAX_PERIOD=1u\r\n").c_str()), "MAX_PERIOD").value.real, 1e-6);
+}
+
+// A dialect directive at the top sets the comment character; the block keeps it.
+TEST(TreboltControlLines, TheDialectOfTheNetlistIsKept)
+{
+    EXPECT_EQ(blockOf("*#HSPICE\n.tran 1m $ stop time\n"), "*#HSPICE\n.tran 1m \n");
+    EXPECT_EQ(get(parse(blockOf("*#HSPICE\n.tran 1m $ stop time\n").c_str()), "TSAVE").valid, 0);
+    // In that dialect ";" is no comment, and stays in the statement.
+    EXPECT_EQ(blockOf("*#HSPICE\n.print a;b\n"), "*#HSPICE\n.print a;b\n");
+    // A directive below the first line that is not a comment changes nothing.
+    EXPECT_EQ(blockOf("R1 a b 1k\n*#HSPICE\n.tran 1m $ stop time\n"), ".tran 1m $ stop time\n");
+}
+
+// Only statements with a flag slot are read when commented out: a "*.options" line is a comment, and
+// the "+" line after it continues the line before the comment.
+TEST(TreboltControlLines, OnlyFlaggedStatementsAreReadCommentedOut)
+{
+    EXPECT_EQ(blockOf("R1 a b 1k\n*.options POP_ITRMAX=3\n+ tc=1\n"), "");
+    EXPECT_EQ(blockOf("*.pop TRIG_GATE=g\n+ MAX_PERIOD=2u\n*.ac DEC 10 1 1k\n"),
+              "*.pop TRIG_GATE=g  MAX_PERIOD=2u\n*.ac DEC 10 1 1k\n");
+    EXPECT_EQ(blockOf("*.tran 1m\n"), "*.tran 1m\n");
+}
+
+// A statement's name stands first after blanks and tabs; other white space makes it a different word.
+TEST(TreboltControlLines, IndentationIsBlanksAndTabs)
+{
+    EXPECT_EQ(blockOf(" \t.ac DEC 10 1 1k\n"), ".ac DEC 10 1 1k\n");
+    EXPECT_EQ(blockOf("\xC2\xA0\t.ac DEC 10 1 1k\n"), "");
+    EXPECT_EQ(blockOf("* .ac DEC 10 1 1k\n"), "");
+    EXPECT_EQ(blockOf(""), "");
+}
+
+// Random netlists of statements, comments of every kind, continuations, line ends, directives and
+// dropped bytes: the parser makes the same settings of the block as of the netlist.
+TEST(TreboltControlLines, TheBlockParsesToTheSettingsOfTheNetlist)
+{
+    const char* const pieces[] = {".tran 1m 2m", "*.tran 5n", ".TRAN 1u", ".tranx 7", "*.tranq",
+                                  ".pop TRIG_GATE=g", "*.pop MAX_PERIOD=1u", ".pop", ".ac DEC 10 1 1k", "*.ac LIN 5",
+                                  ".options POP_ITRMAX=3", "*.options POP_ITRMAX=9", ".options", ".print ALL", ".print a;b",
+                                  ".simulator kalvonta", ".simulator trebolt", ".simulator", "+ PSP_NPT=4", "+ POP_OUTPUT_CYCLES=7",
+                                  "+ TSAVE=1n", "+", "  + MAX_PERIOD=3u", "* comment", "; comment", "$ comment", "",
+                                  " \t", "R1 a b 1k", "X1 a b sub", "*#HSPICE", "*#PSPICE", "*#KALVONTA sep=.", "  *#HSPICE",
+                                  ".tran 1m $ stop", ".tran 2m ; stop", ".op\x01tions POP_ITRMAX=5", "{a{b}}", "+ {x}",
+                                  "\xC2\xA0.ac DEC 1 1 1"};
+    const char* const ends[] = {"\n", "\r\n", "\r", "\n\n"};
+    std::mt19937 random(20261127);
+    for (int round = 0; round < 3000; ++round) {
+        std::string netlist;
+        const int count = static_cast<int>(random() % 12);
+        for (int i = 0; i < count; ++i) {
+            netlist += pieces[random() % (sizeof pieces / sizeof *pieces)];
+            netlist += ends[random() % 4];
+        }
+        blockOf(netlist);
+        if (HasFailure())
+            break;
+    }
 }
 
 TEST(TreboltWritten, TheGivenParametersKeepTheirTokensAsWritten)
