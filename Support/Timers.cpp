@@ -44,8 +44,15 @@ void GenericTimer::timerEvent(QTimerEvent*)
 {
     if (m_singleShot)
         stopAll();
-    if (m_callback)
-        m_callback->onTimer(m_id);
+    if (!m_callback)
+        return;
+    // A callback may delete its own timer: the timer and its callback object then go once the callback
+    // has returned, not under it.
+    QSharedPointer<GenericTimer> keep;
+    for (const QSharedPointer<GenericTimer>& timer : SupportQtLoadTime::liveTimers())
+        if (timer.data() == this)
+            keep = timer;
+    m_callback->onTimer(m_id);
 }
 
 int sp_CreateTimer(int interval, bool singleShot, TimerObject* data)

@@ -140,6 +140,39 @@ TEST(Timers, DeletingDeletesTheCallbackObject)
     spin(30); // a period that was due must not reach the deleted object
 }
 
+// A one-shot job that deletes its own timer and then goes on with its own members: the timer and the
+// object go once the callback has returned, and the timer is gone for everyone at once.
+class SelfDeleting : public TimerObject {
+public:
+    SelfDeleting(int* calls, bool* destroyed) : m_calls(calls), m_destroyed(destroyed) {}
+    ~SelfDeleting() override { *m_destroyed = true; }
+    void onTimer(int id) override
+    {
+        m_deleted = sp_DeleteTimer(id);
+        m_goneAtOnce = sp_GetTimerInterval(id) == -1;
+        *m_calls += m_deleted && m_goneAtOnce && !*m_destroyed ? 1 : 100;
+    }
+
+private:
+    int* m_calls;
+    bool* m_destroyed;
+    bool m_deleted = false;
+    bool m_goneAtOnce = false;
+};
+
+TEST(Timers, ACallbackMayDeleteItsOwnTimer)
+{
+    int calls = 0;
+    bool destroyed = false;
+    const int id = sp_CreateTimer(5, false, new SelfDeleting(&calls, &destroyed));
+    EXPECT_TRUE(spinUntil([&] { return calls > 0; }));
+    spin(30);
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(destroyed);
+    EXPECT_EQ(sp_GetTimerInterval(id), -1);
+    EXPECT_FALSE(sp_DeleteTimer(id));
+}
+
 TEST(Timers, UnknownIdsAndNegativeIntervals)
 {
     EXPECT_EQ(sp_GetTimerInterval(987654), -1);
