@@ -18,6 +18,8 @@
 
 namespace {
 const int kStartTimeoutMs = 30000;
+// How long Qt may take to collect a child that the system already reports as ended.
+const int kCollectTimeoutMs = 5000;
 }
 
 // ---------------------------------------------------------------- shared
@@ -107,9 +109,16 @@ void KvProcess::endWait()
 
 bool KvProcess::waitProcess(int timeoutMs)
 {
+    // The system may say the child is gone before Qt has collected it: Qt collects it then (at once, since
+    // it has ended), so that its state, exit code and exit status say how it ended.
+    const auto collected = [this] {
+        if (m_process->state() != QProcess::NotRunning)
+            m_process->waitForFinished(kCollectTimeoutMs);
+        return true;
+    };
     int pid = nativePid();
     if (pid == -1 || !sp_IsProcessRunning(pid))
-        return true;
+        return collected();
     if (!m_loop)
         m_loop = new QEventLoop;
     if (!m_timer) {
@@ -135,7 +144,7 @@ bool KvProcess::waitProcess(int timeoutMs)
             processes::runLoopOrPause(loop, 10);
             timer.stop();
         }
-        return true;
+        return collected();
     };
     if (!m_loop->isRunning())
         return waitWith(*m_loop, *m_timer);

@@ -17,9 +17,11 @@
 #include <QThread>
 #include <QTimer>
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <thread>
 #include <vector>
 
 #ifdef Q_OS_LINUX
@@ -288,6 +290,37 @@ TEST_F(Processes, WaitsGoOnWhileTheApplicationIsQuitting)
 }
 
 // ---------------------------------------------------------------- KvProcess
+
+// The system reports a child gone before Qt has collected it. A wait that returns true leaves it
+// collected, with or without a limit: its state, exit code and exit status are those it ended with.
+TEST_F(Processes, AWaitThatReturnsTrueLeavesTheChildCollected)
+{
+    const auto endedMeanwhile = [](KvProcess& p) {
+        // The caller does other work, without events, while the child ends.
+        for (int i = 0; i < 500 && p.isRunningNative(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return !p.isRunningNative();
+    };
+    const std::string ends = child("exit3", "exit 3");
+    for (const int limit : {5000, 0}) {
+        KvProcess p(quoted(ends).c_str(), false, false);
+        ASSERT_TRUE(p.start());
+        ASSERT_TRUE(endedMeanwhile(p));
+        EXPECT_TRUE(p.waitProcess(limit));
+        EXPECT_FALSE(p.isRunning()) << limit;
+        EXPECT_EQ(p.exitCode(), 3) << limit;
+        EXPECT_TRUE(p.normalExit()) << limit;
+    }
+#ifndef Q_OS_WIN
+    const std::string killed = child("killed", "signal 9");
+    KvProcess k(quoted(killed).c_str(), false, false);
+    ASSERT_TRUE(k.start());
+    ASSERT_TRUE(endedMeanwhile(k));
+    EXPECT_TRUE(k.waitProcess(0));
+    EXPECT_FALSE(k.isRunning());
+    EXPECT_FALSE(k.normalExit());
+#endif
+}
 
 // A wait begun by an event handler during another wait has its own limit, and the outer wait keeps its
 // own: neither cuts the other short or makes it wait longer.
