@@ -5,10 +5,12 @@
 #include <QCoreApplication>
 #include <QEvent>
 #include <QEventLoop>
+#include <QHash>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QSet>
 #include <QThread>
+#include <QVector>
 
 #ifndef _WIN32
 #include <pthread.h>
@@ -47,28 +49,41 @@ bool KvMutex::tryLock() { return m_mutex->tryLock(0); }
 
 namespace {
 
-// The thread objects not yet destroyed: a copy shares its source's, and whichever of the two is
-// destroyed first destroys it; the other then finds it gone.
-QMutex s_liveImplsMutex;
-QSet<KvThreadImpl*> s_liveImpls;
+// Who shares each thread object not yet destroyed: a copy shares its source's, and whichever of them is
+// destroyed first destroys it. The others are then orphans, and their destruction does nothing. They are
+// known by their own addresses, which no other object can take while they live (the thread object's
+// address may be taken again by a new one at once).
+QMutex s_sharersMutex;
+QHash<KvThreadImpl*, QVector<KvQThread*>> s_sharers;
+QSet<const KvQThread*> s_orphans;
 
 } // namespace
 
 KvQThread::KvQThread() : m_impl(new KvThreadImpl(this))
 {
-    QMutexLocker lock(&s_liveImplsMutex);
-    s_liveImpls.insert(m_impl);
+    QMutexLocker lock(&s_sharersMutex);
+    s_sharers[m_impl].append(this);
 }
 
 // The copy shares the thread object on purpose.
-KvQThread::KvQThread(const KvQThread& other) : m_impl(other.m_impl) {}
+KvQThread::KvQThread(const KvQThread& other) : m_impl(other.m_impl)
+{
+    QMutexLocker lock(&s_sharersMutex);
+    if (s_orphans.contains(&other))
+        s_orphans.insert(this);
+    else
+        s_sharers[m_impl].append(this);
+}
 
 KvQThread::~KvQThread()
 {
     {
-        QMutexLocker lock(&s_liveImplsMutex);
-        if (!s_liveImpls.remove(m_impl))
+        QMutexLocker lock(&s_sharersMutex);
+        if (s_orphans.remove(this))
             return;
+        for (KvQThread* sharer : s_sharers.take(m_impl))
+            if (sharer != this)
+                s_orphans.insert(sharer);
     }
     if (QThread::currentThread() == m_impl) {
         // Destroyed from its own body, which cannot wait for itself: the thread object goes once the

@@ -164,6 +164,26 @@ TEST(KvQThread, CopySharesTheThread)
     delete copy;                 // destroys the shared thread; the original then finds it gone
 }
 
+// A copy that outlives its source finds the shared thread gone, even when a new thread object has
+// taken the old one's place in memory (as the allocator hands a freed block out again at once): its
+// destruction leaves the new thread alone.
+TEST(KvQThread, ACopyOutlivingItsSourceLeavesANewerThreadAlone)
+{
+    for (int round = 0; round < 20; ++round) {
+        auto* original = new CountingThread;
+        auto* copy = new CountingThread(*original);
+        delete original; // destroys the shared thread
+        auto* newer = new CountingThread;
+        auto* copyOfCopy = new CountingThread(*copy); // an orphan's copy is an orphan too
+        delete copy;
+        delete copyOfCopy;
+        newer->start();
+        ASSERT_TRUE(newer->wait(5000));
+        EXPECT_EQ(newer->runs.load(), 1);
+        delete newer;
+    }
+}
+
 TEST(KvMutex, TryLockHeldElsewhereFailsAtOnce)
 {
     KvMutex mutex;
