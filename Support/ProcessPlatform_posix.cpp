@@ -14,6 +14,9 @@
 #include <csignal>
 #include <spawn.h>
 #include <string>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #ifdef __linux__
@@ -95,6 +98,26 @@ void processes::prepareChildToEndWithCaller(int callerPid)
 #else
     (void)callerPid;
 #endif
+}
+
+void processes::inheritOnlyStandardDescriptors()
+{
+    // Marked to close when the program starts rather than closed now: Qt's own pipe that reports a
+    // failed start must stay open until then.
+#if defined(__linux__) && defined(SYS_close_range) && defined(CLOSE_RANGE_CLOEXEC)
+    if (::syscall(SYS_close_range, 3U, ~0U, CLOSE_RANGE_CLOEXEC) == 0)
+        return;
+#endif
+    // Without that call, each descriptor up to the process's limit, as far as a bounded walk goes.
+    struct rlimit limit;
+    const long long top = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY
+                              ? static_cast<long long>(limit.rlim_cur)
+                              : 65536;
+    for (int fd = 3; fd < top && fd < 65536; ++fd) {
+        const int flags = ::fcntl(fd, F_GETFD);
+        if (flags != -1 && !(flags & FD_CLOEXEC))
+            ::fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
+    }
 }
 
 void processes::tieChildToCaller(QProcess*) {}

@@ -26,6 +26,9 @@ int processes::nativePid(const QProcess* process)
 
 void processes::prepareChildToEndWithCaller(int) {}
 
+// Qt starts no child through a fork here: nothing runs between the start and the program.
+void processes::inheritOnlyStandardDescriptors() {}
+
 void processes::tieChildToCaller(QProcess* child)
 {
     // One job for the whole process, never closed by hand: the system closes it when this process

@@ -49,6 +49,8 @@ void KvProcessHelper::readStandardOut() { kv_printf("%s", readAllStandardOutput(
 
 void KvProcessHelper::readStandardErr() { kv_printf("%s", readAllStandardError().constData()); }
 
+void KvProcessHelper::setupChildProcess() { processes::inheritOnlyStandardDescriptors(); }
+
 KvProcess::KvProcess(const char* commandLine, bool relayOutput, bool relayError)
     : m_process(new KvProcessHelper(this)), m_program(new QString), m_arguments(new QStringList),
       m_openMode(relayOutput || relayError ? 3 : 2)
@@ -222,6 +224,7 @@ SpawnProcessObjectQt4::SpawnProcessObjectQt4(YRef<kvstream> output, long long ca
 
 void SpawnProcessObjectQt4::setupChildProcess()
 {
+    processes::inheritOnlyStandardDescriptors();
     if (m_endWithCaller)
         processes::prepareChildToEndWithCaller(m_callerPid);
 }

@@ -24,6 +24,9 @@ public slots:
     void readStandardOut();
     void readStandardErr();
 
+protected:
+    void setupChildProcess() override;
+
 private:
     KvProcess* m_owner;
 };
@@ -78,6 +81,9 @@ void setLastOutcome(const SpawnOutcome& outcome);
 /// Runs in a freshly started child, before the program is executed, when it is to end with the process
 /// `callerPid` that started it (only calls that are safe between fork and exec).
 void prepareChildToEndWithCaller(int callerPid);
+/// Runs in a freshly started child, before the program is executed: the caller's descriptors beyond the
+/// standard three are closed when the program starts, as the older launcher's child gets none of them.
+void inheritOnlyStandardDescriptors();
 /// Ties a started child to this process so that it ends when this process ends, where the system
 /// cannot arrange that inside the child.
 void tieChildToCaller(QProcess* child);

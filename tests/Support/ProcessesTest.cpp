@@ -574,6 +574,39 @@ TEST_F(Processes, OldLauncherChildrenInheritNoDescriptorAndAreReaped)
         << readFileBytes(stat);
 }
 
+// Descriptors the caller opened without close-on-exec reach no child of the newer launchers either: a
+// pipe's reader sees its end when the caller closes its own end, not when the last child has ended.
+TEST_F(Processes, NewerLauncherChildrenInheritNoCallerDescriptor)
+{
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0); // an ordinary pipe, as many callers make them
+    ASSERT_EQ(::dup2(ends[1], 517), 517);
+    ::close(ends[1]);
+    const std::string first = child("fds", "fds " + path("fds.txt") + "\nexit 0");
+    unsigned code = 1;
+    EXPECT_EQ(sp_SpawnApplication(quoted(first).c_str(), SpawnWait, nullptr, &code, nullptr), SSPE_Ok);
+    const std::string second = child("fds2", "fds " + path("fds2.txt") + "\nexit 0");
+    KvProcess process(quoted(second).c_str(), false, false);
+    ASSERT_TRUE(process.start());
+    EXPECT_TRUE(process.waitProcess(30000));
+    // The child's own steps file stays open while it lists its descriptors.
+    for (const char* record : {"fds.txt", "fds2.txt"}) {
+        const std::string listed = "\n" + readFileBytes(path(record));
+        EXPECT_EQ(listed.find("\n517\n"), std::string::npos) << record << ": " << listed;
+        EXPECT_EQ(listed.find("\n" + std::to_string(ends[0]) + "\n"), std::string::npos) << record << ": " << listed;
+    }
+    // A child that runs on, started without waiting.
+    const std::string lasting = child("lasting", "sleep 3000\nexit 0");
+    EXPECT_EQ(sp_SpawnApplication(quoted(lasting).c_str(), 0, nullptr, nullptr, nullptr), SSPE_Ok);
+    ::close(517);
+    QElapsedTimer waited;
+    waited.start();
+    char byte = 0;
+    EXPECT_EQ(::read(ends[0], &byte, 1), 0);
+    EXPECT_LT(waited.elapsed(), 2000);
+    ::close(ends[0]);
+}
+
 // Files the library opens for the caller are closed in every child it starts: a child that outlives
 // the caller's save keeps no handle on the user's file.
 TEST_F(Processes, ChildrenInheritNoFileTheLibraryOpened)
