@@ -354,21 +354,56 @@ YString tempDirectory()
         buffer.resize(static_cast<size_t>(n) + 1);
         n = GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
     }
-    if (n == 0 || n >= buffer.size())
-        return YString(".");
+    // Without a temporary folder (the system refuses one that is too long), the Windows folder's own
+    // "Temp": an absolute folder, never the current one.
+    if (n == 0 || n >= buffer.size()) {
+        n = GetWindowsDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+        if (n == 0 || n >= buffer.size())
+            return YString("C:\\Windows\\Temp");
+        std::wstring folder(buffer.data(), n);
+        while (!folder.empty() && (folder.back() == L'\\' || folder.back() == L'/'))
+            folder.pop_back();
+        return narrow((folder + L"\\Temp").c_str());
+    }
     while (n > 3 && (buffer[n - 1] == L'\\' || buffer[n - 1] == L'/'))
         --n;
     buffer[n] = L'\0';
     return narrow(buffer.data());
 }
 
+// A name is tried until the system makes a file of it (CREATE_NEW fails on an existing one), so that no
+// two callers get the same file. The names mix the time, the process and a serial of the process, so the
+// first try nearly always succeeds; a folder that is missing or a path the system refuses fails at once.
 YString createUniqueFile(const YString& dir)
 {
-    wchar_t name[MAX_PATH + 1];
-    const std::wstring folder = widePath(dir.c_str());
-    if (folder.empty() || !GetTempFileNameW(folder.c_str(), L"kv", 0, name))
+    std::wstring folder = widePath(dir.c_str());
+    if (folder.empty())
         return YString();
-    return narrow(name);
+    if (folder.back() != L'\\' && folder.back() != L'/')
+        folder += L'\\';
+    static std::atomic<unsigned> serial{0};
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        LARGE_INTEGER counter;
+        QueryPerformanceCounter(&counter);
+        const unsigned long long mix = (static_cast<unsigned long long>(counter.QuadPart) * 0x9E3779B97F4A7C15ULL) ^
+                                       (static_cast<unsigned long long>(GetCurrentProcessId()) << 32) ^
+                                       (static_cast<unsigned long long>(serial++) * 0xC2B2AE3D27D4EB4FULL);
+        std::wstring name = folder + L"kv";
+        for (int shift = 60; shift >= 0; shift -= 4)
+            name += L"0123456789abcdef"[(mix >> shift) & 0xF];
+        name += L".tmp";
+        // Null security attributes: the handle is not inherited; it is closed at once anyway.
+        const HANDLE handle = CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                          nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (handle != INVALID_HANDLE_VALUE) {
+            CloseHandle(handle);
+            return narrow(name.c_str());
+        }
+        const DWORD error = GetLastError();
+        if (error != ERROR_FILE_EXISTS && error != ERROR_ALREADY_EXISTS)
+            break;
+    }
+    return YString();
 }
 
 YString executableDirectory()

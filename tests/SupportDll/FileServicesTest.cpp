@@ -15,6 +15,7 @@
 #ifdef _WIN32
 #include <fcntl.h>
 #include <stdlib.h>
+#include <windows.h>
 #endif
 
 class FileServices : public TempDirTest {
@@ -343,6 +344,86 @@ TEST(TempFiles, AreFreshWritableAndDistinct)
     EXPECT_EQ(unlink_utf8(a.c_str()), 0);
     EXPECT_EQ(unlink_utf8(b.c_str()), 0);
 }
+
+#ifdef _WIN32
+namespace {
+// A folder of about `length` characters on drive C that does not exist.
+std::string missingFolder(size_t length)
+{
+    std::string folder = "C:\\missing-";
+    folder.resize(length, 'x');
+    return folder;
+}
+
+bool isAbsoluteWindowsPath(const YString& path)
+{
+    const std::string s = path.str();
+    return s.size() >= 3 && ((s[0] >= 'A' && s[0] <= 'Z') || (s[0] >= 'a' && s[0] <= 'z')) && s[1] == ':' &&
+           (s[2] == '/' || s[2] == '\\');
+}
+} // namespace
+
+// A temporary folder near the system's path limit that does not exist gives no file, and no crash.
+TEST(TempFiles, AMissingFolderAtThePathLimitGivesNoFile)
+{
+    ScopedTempFolder setting(missingFolder(258));
+    EXPECT_EQ(sp_GetTempFile(), "");
+}
+
+// A temporary folder the system refuses as too long: the Windows folder's "Temp" instead, an absolute
+// folder, and never the current one; a temporary file goes there.
+TEST(TempFiles, AFolderTooLongForTheSystemFallsBackToAnAbsoluteFolder)
+{
+    ScopedTempFolder setting(missingFolder(300));
+    const YString dir = sp_GetTempPath();
+    EXPECT_TRUE(isAbsoluteWindowsPath(dir)) << dir.c_str();
+    EXPECT_TRUE(dir.endsWith("/Temp")) << dir.c_str();
+    const YString file = sp_GetTempFile();
+    ASSERT_FALSE(file.isEmpty());
+    EXPECT_TRUE(file.beginsWith((dir.str() + "/kv").c_str())) << file.c_str();
+    EXPECT_TRUE(sp_ExistFile(file.c_str()));
+    EXPECT_EQ(unlink_utf8(file.c_str()), 0);
+}
+
+// Temporary files in the folder that TMP names: distinct, existing, empty files named kv*.tmp there.
+TEST_F(FileServices, TemporaryFilesGoToTheFolderNamedByTmp)
+{
+    const std::string folder = QDir::toNativeSeparators(QString::fromStdString(m_dir)).toStdString();
+    {
+        ScopedTempFolder setting(folder);
+        const YString a = sp_GetTempFile(), b = sp_GetTempFile();
+        EXPECT_NE(a, b);
+        for (const YString& file : {a, b}) {
+            const QFileInfo info(toQs(file));
+            EXPECT_EQ(info.absolutePath(), QString::fromStdString(m_dir)) << file.c_str();
+            EXPECT_TRUE(info.fileName().startsWith(QLatin1String("kv"))) << file.c_str();
+            EXPECT_TRUE(info.fileName().endsWith(QLatin1String(".tmp"))) << file.c_str();
+            EXPECT_TRUE(info.isFile()) << file.c_str();
+            EXPECT_EQ(sp_GetFileSize64(file.c_str()), 0);
+        }
+        EXPECT_EQ(entries().size(), 2);
+    }
+}
+
+// Temporary files in folders of 250 and 258 characters, where a file's name passes the old path limit
+// of 260 characters: the file's whole name, or no file (never a cut name, nor a crash).
+TEST_F(FileServices, TemporaryFilesInAFolderNearThePathLimit)
+{
+    for (const size_t length : {250u, 258u}) {
+        std::string folder = QDir::toNativeSeparators(QString::fromStdString(m_dir)).toStdString() + "\\";
+        folder.resize(length, static_cast<char>('a' + length % 26));
+        ASSERT_TRUE(CreateDirectoryA(folder.c_str(), nullptr)) << length;
+        ScopedTempFolder setting(folder);
+        const YString file = sp_GetTempFile();
+        if (!file.isEmpty()) {
+            EXPECT_TRUE(file.beginsWith((sp_ConvertLocalToUnix(YString(folder.c_str())).str() + "/kv").c_str())) << file.c_str();
+            EXPECT_TRUE(file.endsWith(".tmp")) << file.c_str();
+            EXPECT_TRUE(sp_ExistFile(file.c_str())) << file.c_str();
+            EXPECT_EQ(sp_GetFileSize64(file.c_str()), 0);
+        }
+    }
+}
+#endif
 
 TEST(Paths, ExeDirIsTheTestExecutablesFolder)
 {
