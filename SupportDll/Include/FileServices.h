@@ -43,7 +43,8 @@ SUPPORTDLL_API YString sp_GetTempFile();
 /// The temporary directory with forward slashes and no trailing separator.
 SUPPORTDLL_API YString sp_GetTempPath();
 
-/// The directory of the running executable, forward slashes, no trailing separator.
+/// The directory of the running executable, forward slashes, no trailing separator but a root's ("/",
+/// "C:/").
 SUPPORTDLL_API YString sp_GetExeDir();
 /// Sets the directory that "%EXEPATH%" and `sp_GetExeDir` report (empty restores the real one).
 SUPPORTDLL_API void sp_SetExeDir(const YString& dir);

@@ -1,5 +1,6 @@
 // Platform_posix.cpp - the core library's platform seam on POSIX hosts.
 #include "Platform_p.h"
+#include "FolderOf_p.h"
 #include "ProcessServices.h"
 
 #include <cerrno>
@@ -128,10 +129,7 @@ YString executableDirectory()
     if (n > 0)
         path.assign(buffer, static_cast<size_t>(n));
 #endif
-    size_t cut = path.find_last_of('/');
-    if (cut == std::string::npos)
-        return YString(".");
-    return YString(path.substr(0, cut == 0 ? 1 : cut).c_str());
+    return YString(folderOf(path, "/", false).c_str());
 }
 
 bool getEnvironment(const char* name, YString* value)

@@ -1,5 +1,6 @@
 // Platform_win.cpp - the core library's platform seam on Windows.
 #include "Platform_p.h"
+#include "FolderOf_p.h"
 #include "ProcessServices.h"
 
 #define WIN32_LEAN_AND_MEAN
@@ -412,9 +413,7 @@ YString executableDirectory()
     DWORD n = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
     if (n == 0)
         return YString(".");
-    std::wstring path(buffer.data(), n);
-    size_t cut = path.find_last_of(L"\\/");
-    return narrow(cut == std::wstring::npos ? L"." : path.substr(0, cut).c_str());
+    return narrow(folderOf(std::wstring(buffer.data(), n), L"\\/", true).c_str());
 }
 
 bool getEnvironment(const char* name, YString* value)

@@ -1,6 +1,7 @@
 // FileServicesTest.cpp - UTF-8 file functions, temporary files and path services.
 #include "FileServices.h"
 #include "TestHelpers.h"
+#include "../../SupportDll/Source/FolderOf_p.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -436,6 +437,23 @@ TEST(Paths, ExeDirIsTheTestExecutablesFolder)
     EXPECT_EQ(out, "/opt/suite/bin/startup.ini");
     sp_SetExeDir(YString());
     EXPECT_EQ(toQs(sp_GetExeDir()), expected);
+}
+
+// The folder of an executable's path keeps a root's separator: without it "C:" would name the current
+// folder of drive C.
+TEST(Paths, AnExecutablesFolderKeepsARootsSeparator)
+{
+    using platform::folderOf;
+    EXPECT_EQ(folderOf(std::wstring(L"C:\\x.exe"), L"\\/", true), L"C:\\");
+    EXPECT_EQ(folderOf(std::wstring(L"C:/x.exe"), L"\\/", true), L"C:/");
+    EXPECT_EQ(folderOf(std::wstring(L"\\\\?\\D:\\x.exe"), L"\\/", true), L"\\\\?\\D:\\");
+    EXPECT_EQ(folderOf(std::wstring(L"C:\\suite\\bin\\x.exe"), L"\\/", true), L"C:\\suite\\bin");
+    EXPECT_EQ(folderOf(std::wstring(L"\\\\server\\share\\x.exe"), L"\\/", true), L"\\\\server\\share");
+    EXPECT_EQ(folderOf(std::wstring(L"x.exe"), L"\\/", true), L".");
+    EXPECT_EQ(folderOf(std::string("/x"), "/", false), "/");
+    EXPECT_EQ(folderOf(std::string("/opt/suite/bin/x"), "/", false), "/opt/suite/bin");
+    EXPECT_EQ(folderOf(std::string("/a:/x"), "/", false), "/a:");
+    EXPECT_EQ(folderOf(std::string("x"), "/", false), ".");
 }
 
 TEST(Paths, TranslateExpandsEnvironmentAndKeepsUnknownPlaceholders)
