@@ -9,8 +9,11 @@
 /// The C runtime's fopen for a UTF-8 path; null on failure (errno set, as fopen sets it; a mode that
 /// starts with none of "r", "w" and "a" gives EINVAL). The caller owns the stream and closes it with
 /// fclose. On Windows the stream's handle is not inherited by child processes, and a file opened in a
-/// mode of "r", "w" or "a", "+", and "b" or "t" ("a" only with "b") may be renamed and deleted by others
-/// while it is open, as on POSIX systems.
+/// binary mode ("rb", "wb" or "ab", with or without "+") or in a text mode of "r" or "w" without "+"
+/// ("rt", "wt") may be renamed and deleted by others while it is open, as on POSIX systems. A mode
+/// without "b" or "t" is text unless the program made binary the runtime's default. The text modes that
+/// append or update ("a", "at", "r+", "w+t", "a+t"...) and modes with other letters are opened by the C
+/// runtime, which lets others read and write the file but not rename or delete it while it is open.
 SUPPORTDLL_API FILE* fopen_utf8(const char* path, const char* mode);
 /// As fopen_utf8, storing the stream in `*out`; 0 on success, else the error number (and `*out` null).
 [[nodiscard]] SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);

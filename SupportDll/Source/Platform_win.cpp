@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <mutex>
+#include <share.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -106,13 +107,46 @@ int errnoOf(DWORD error)
     }
 }
 
-// The C runtime's open, for the modes that only it reads. The handle is made non-inheritable: children
-// that Qt starts inherit every inheritable handle, and one that held the file open would keep it from
-// being renamed or deleted until it ended. (The mode letter "N" says the same, but not every C runtime
-// knows it.)
+// The C runtime's open, for the modes that only it reads. The handle is not inherited: children that Qt
+// starts inherit every inheritable handle, and one that held the file open would keep it from being
+// renamed or deleted until it ended. A mode of "r", "w" or "a", "+", and "b" or "t" is opened as the
+// runtime's fopen opens it, but with _O_NOINHERIT, so that the handle is never inheritable, not even for
+// a moment in which another thread starts a child; a mode with other letters goes to _wfopen, and its
+// handle is made non-inheritable after. (The mode letter "N" says the same, but not every C runtime knows
+// it.)
 FILE* runtimeOpen(const char* utf8Path, const char* mode)
 {
-    FILE* file = _wfopen(widePath(utf8Path).c_str(), wide(mode).c_str());
+    const std::wstring path = widePath(utf8Path), wideMode = wide(mode);
+    int flags = 0;
+    bool translated = true, update = false;
+    const char kind = *mode; // blanks before a mode are skipped by the caller
+    for (const char* c = kind ? mode + 1 : mode; *c && translated; ++c) {
+        if (*c == '+' && !update)
+            update = true;
+        else if (*c == 't' && !(flags & (_O_TEXT | _O_BINARY)))
+            flags |= _O_TEXT;
+        else if (*c == 'b' && !(flags & (_O_TEXT | _O_BINARY)))
+            flags |= _O_BINARY;
+        else
+            translated = false;
+    }
+    if (translated && (kind == 'r' || kind == 'w' || kind == 'a')) {
+        flags |= update ? _O_RDWR : kind == 'r' ? _O_RDONLY : _O_WRONLY;
+        flags |= kind == 'w' ? _O_CREAT | _O_TRUNC : kind == 'a' ? _O_CREAT | _O_APPEND : 0;
+        int fd = -1;
+        const errno_t error = _wsopen_s(&fd, path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+        if (error != 0 || fd == -1) {
+            errno = error != 0 ? error : EINVAL;
+            return nullptr;
+        }
+        FILE* file = _wfdopen(fd, wideMode.c_str());
+        if (!file) {
+            _close(fd);
+            errno = EMFILE;
+        }
+        return file;
+    }
+    FILE* file = _wfopen(path.c_str(), wideMode.c_str());
     if (file)
         SetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))), HANDLE_FLAG_INHERIT, 0);
     return file;
@@ -296,7 +330,12 @@ int renameFile(const char* from, const char* to)
     const std::wstring source = widePath(from), target = widePath(to);
     if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         return 0;
-    return moveOverHeldFile(source, target) ? 0 : -1;
+    // The move's own error is the one to report, as the runtime's rename does in errno.
+    const DWORD error = GetLastError();
+    if (moveOverHeldFile(source, target))
+        return 0;
+    errno = errnoOf(error);
+    return -1;
 }
 
 bool exists(const char* utf8Path) { return GetFileAttributesW(widePath(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }

@@ -15,6 +15,7 @@
 
 #ifdef _WIN32
 #include <fcntl.h>
+#include <io.h>
 #include <stdlib.h>
 #include <windows.h>
 #endif
@@ -93,6 +94,66 @@ TEST_F(FileServices, RenameReplacesTheTarget)
     EXPECT_EQ(readFileBytes(path("b")), "new");
     EXPECT_FALSE(sp_ExistFile(path("a").c_str()));
 }
+
+// A rename that fails says why in errno, as the runtime's rename does.
+TEST_F(FileServices, AFailedRenameSetsErrno)
+{
+    errno = 0;
+    EXPECT_EQ(rename_utf8(path("missing.txt").c_str(), path("target.txt").c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    writeFileBytes(path("present.txt"), "x");
+    errno = 0;
+    EXPECT_EQ(rename_utf8(path("present.txt").c_str(), path("no/such/folder.txt").c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(readFileBytes(path("present.txt")), "x");
+}
+
+#ifdef _WIN32
+// The text modes that append or update are the runtime's own: they write a line feed as CR LF and read
+// CR LF as a line feed, and fail as the runtime fails; the handle is never inheritable, and the file may
+// not be deleted while it is open.
+TEST_F(FileServices, TextModesThatAppendOrUpdateOpenAsTheRuntimesDo)
+{
+    const std::string name = path("text.txt");
+    writeFileBytes(name, "one\r\ntwo");
+    FILE* f = fopen_utf8(name.c_str(), "a+t");
+    ASSERT_NE(f, nullptr);
+    DWORD flags = 0;
+    ASSERT_TRUE(GetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(f))), &flags));
+    EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);
+    std::fputs("\nthree\n", f);
+    EXPECT_NE(unlink_utf8(name.c_str()), 0);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "one\r\ntwo\r\nthree\r\n");
+    f = fopen_utf8(name.c_str(), "r+t");
+    ASSERT_NE(f, nullptr);
+    ASSERT_TRUE(GetHandleInformation(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(f))), &flags));
+    EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);
+    char text[32] = {};
+    EXPECT_EQ(std::fread(text, 1, sizeof text - 1, f), 14u);
+    EXPECT_STREQ(text, "one\ntwo\nthree\n");
+    std::fclose(f);
+    f = fopen_utf8(name.c_str(), "w+t");
+    ASSERT_NE(f, nullptr);
+    std::fputs("four\n", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "four\r\n");
+    f = fopen_utf8(name.c_str(), "a");
+    ASSERT_NE(f, nullptr);
+    std::fputs("five\n", f);
+    std::fclose(f);
+    EXPECT_EQ(readFileBytes(name), "four\r\nfive\r\n");
+    f = fopen_utf8(name.c_str(), "rb+");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    f = reinterpret_cast<FILE*>(1);
+    EXPECT_EQ(fopen_s_utf8(&f, path("missing.txt").c_str(), "r+t"), ENOENT);
+    EXPECT_EQ(f, nullptr);
+    EXPECT_EQ(fopen_s_utf8(&f, path("no/such/file.txt").c_str(), "a+t"), ENOENT);
+    EXPECT_EQ(fopen_s_utf8(&f, m_dir.c_str(), "w+t"), EACCES);
+    EXPECT_FALSE(sp_ExistFile(path("missing.txt").c_str()));
+}
+#endif
 
 // A file the library has open, as a reader holds a netlist, may still be renamed over, renamed and
 // deleted, as on POSIX systems (editors save by renaming a new file over the old one). The open file reads
