@@ -2,12 +2,11 @@
 #include "Tool.h"
 
 #include <QDir>
-#include <QTextCodec>
-#include <QTextDecoder>
 
+#include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <mutex>
+#include <string>
 #include <windows.h>
 
 #include <atomic>
@@ -102,31 +101,100 @@ QString programOutputText(const std::string& bytes)
     return QString::fromStdWString(text);
 }
 
+namespace {
+// The number of bytes at the end of `text` that start a UTF-8 sequence without finishing it (0 to 3).
+size_t unfinishedUtf8Tail(const std::string& text)
+{
+    const size_t n = text.size();
+    for (size_t back = 1; back <= 3 && back <= n; ++back) {
+        const unsigned char c = static_cast<unsigned char>(text[n - back]);
+        if ((c & 0xC0) == 0x80)
+            continue; // a continuation byte: the lead is further back
+        const size_t length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return length > back && c < 0xF8 ? back : 0;
+    }
+    return 0;
+}
+
+// What a write to a console held back of each standard stream (output, error): the start of a UTF-8
+// sequence that the write ended in the middle of.
+std::mutex g_pendingMutex;
+std::string g_pending[2];
+
+bool writeBytes(FILE* stream, const std::string& bytes)
+{
+    return std::fwrite(bytes.data(), 1, bytes.size(), stream) == bytes.size();
+}
+
+// At exit, what is still held back is no UTF-8 to come: it goes as its bytes.
+void writePendingBytes()
+{
+    std::lock_guard<std::mutex> lock(g_pendingMutex);
+    for (int i = 0; i < 2; ++i) {
+        FILE* stream = i == 1 ? stderr : stdout;
+        if (!g_pending[i].empty()) {
+            writeBytes(stream, g_pending[i]);
+            g_pending[i].clear();
+            std::fflush(stream);
+        }
+    }
+}
+} // namespace
+
 bool writeStream(FILE* stream, const char* data, size_t size)
 {
     const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     DWORD mode = 0;
-    const auto asBytes = [&] { return std::fwrite(data, 1, size, stream) == size; };
-    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode) || size > (1u << 28))
-        return asBytes();
+    if (h == INVALID_HANDLE_VALUE || !GetConsoleMode(h, &mode) || (stream != stdout && stream != stderr))
+        return std::fwrite(data, 1, size, stream) == size;
     // A console shows bytes in its own code page, not UTF-8: UTF-8 text goes to it as UTF-16, after
-    // what the C runtime still holds. Each stream's decoder keeps a sequence that a write ends in the
-    // middle of. Text that is not UTF-8 (a child's output in the console's code page, a conversion to
-    // another encoding) goes as its bytes, as does any text the console refuses.
+    // what the C runtime still holds. The start of a sequence that a write ends in the middle of waits
+    // for the next write. Text that is not UTF-8 (a child's output in the console's code page, a
+    // conversion to another encoding) goes as its bytes, with whatever was held back before it, as does
+    // any text the console refuses.
     std::fflush(stream);
-    static std::unique_ptr<QTextDecoder> decoders[2];
-    static std::mutex mutex;
-    std::lock_guard<std::mutex> lock(mutex);
-    std::unique_ptr<QTextDecoder>& decoder = decoders[stream == stderr ? 1 : 0];
-    if (!decoder)
-        decoder.reset(new QTextDecoder(QTextCodec::codecForName("UTF-8")));
-    const QString text = decoder->toUnicode(data, static_cast<int>(size));
-    if (decoder->hasFailure()) {
-        decoder.reset();
-        return asBytes();
+    std::lock_guard<std::mutex> lock(g_pendingMutex);
+    std::string& pending = g_pending[stream == stderr ? 1 : 0];
+    static bool flushAtExit = false;
+    if (!flushAtExit) {
+        flushAtExit = true;
+        std::atexit(writePendingBytes);
     }
-    DWORD written = 0;
-    return text.isEmpty() || WriteConsoleW(h, text.utf16(), static_cast<DWORD>(text.size()), &written, nullptr) || asBytes();
+    pending.append(data, size);
+    const size_t complete = pending.size() - unfinishedUtf8Tail(pending);
+    if (complete == 0)
+        return true;
+    const int n = complete <= (1u << 28)
+                      ? MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, pending.data(), static_cast<int>(complete), nullptr, 0)
+                      : 0;
+    if (n <= 0) {
+        const bool ok = writeBytes(stream, pending);
+        pending.clear();
+        return ok;
+    }
+    std::wstring text(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, pending.data(), static_cast<int>(complete), &text[0], n);
+    const std::string bytes = pending.substr(0, complete);
+    pending.erase(0, complete);
+    // A console may take less than it is given: the rest is offered again, and what it refuses goes as
+    // UTF-8 bytes.
+    for (size_t done = 0; done < text.size();) {
+        DWORD written = 0;
+        if (!WriteConsoleW(h, text.data() + done, static_cast<DWORD>(std::min<size_t>(text.size() - done, 1u << 24)), &written,
+                           nullptr) ||
+            written == 0) {
+            if (done == 0)
+                return writeBytes(stream, bytes);
+            const std::wstring rest = text.substr(done);
+            const int length = WideCharToMultiByte(CP_UTF8, 0, rest.data(), static_cast<int>(rest.size()), nullptr, 0, nullptr, nullptr);
+            std::string restBytes(static_cast<size_t>(length > 0 ? length : 0), '\0');
+            if (length > 0)
+                WideCharToMultiByte(CP_UTF8, 0, rest.data(), static_cast<int>(rest.size()), &restBytes[0], length, nullptr, nullptr);
+            return writeBytes(stream, restBytes);
+        }
+        done += written;
+    }
+    return true;
 }
 
 // Windows has no file-size limit that ends a process.
