@@ -7,6 +7,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <vector>
 
@@ -31,22 +32,66 @@ QString globToRegExp(const QString& glob)
     return p;
 }
 
-// QRegExp parses groups by recursion, and builds a copy of a repeated part for each count of "{n}" and
-// "{n,m}", the optional ones of "{n,m}" joined to each other (their cost grows with the square of m - n).
-// Parts that may match nothing ("x?", "x*", "x{0,m}") in a row are joined to each other too, and cost
-// the square of the run's length. Its matcher keeps a table of every capturing group for every state,
-// sized in an int that overflows past about 23000 groups. A pattern nested deeper than this, whose counts
-// and runs add more than this to its size, or whose table would pass this many entries is taken as
-// invalid, rather than overflow the stack or take gigabytes and minutes.
+// QRegExp parses groups by recursion, and builds its automaton from copies of each counted part: "{n}"
+// makes n copies in a row, the optional ones of "{n,m}" m - n copies nested one in the other. Between two
+// parts in a row it links every state that can end the first to every state that can start the second;
+// after parts that may match nothing ("x?", "x*", "x{0,m}", "(x|)") those sets grow with each part, so a
+// run of such parts, or many copies of one, costs the square of its length in links. Its matcher keeps a
+// table of every capturing group for every state, sized in an int that overflows past about 23000
+// groups. A pattern nested deeper than this, whose states and links would pass this limit (beyond twice
+// its own length), or whose table would pass this many entries is taken as invalid, rather than overflow
+// the stack or take gigabytes and minutes.
 constexpr int kMaxGroupDepth = 250;
-constexpr double kMaxAddedAtoms = 100000;
+constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
+constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
 
-// A count "{n}", "{n,}" or "{n,m}" at `i`, moving `i` past it: the factor it multiplies its part by
-// (1 when no count starts at `i`), and whether it lets the part match nothing ("{0,m}", "{0,}").
+// The size of a part as QRegExp builds it: its states, the links between them, how many of its states a
+// match can start and end in, and whether it may match nothing.
+struct Part {
+    double states = 0;
+    double links = 0;
+    double starts = 0;
+    double ends = 0;
+    bool empty = true;
+
+    double size() const { return states + links; }
+};
+
+const Part kAtom{1, 0, 1, 1, false};
+
+// `a` followed by `b`.
+Part sequence(const Part& a, const Part& b)
+{
+    return {a.states + b.states, a.links + b.links + a.ends * b.starts, a.starts + (a.empty ? b.starts : 0),
+            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty};
+}
+
+// `a` or `b`.
+Part alternative(const Part& a, const Part& b)
+{
+    return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty};
+}
+
+Part optional(Part p)
+{
+    p.empty = true;
+    return p;
+}
+
+// The part repeated without end: its ends linked back to its starts.
+Part loop(Part p)
+{
+    p.links += p.ends * p.starts;
+    return p;
+}
+
+// A count "{n}", "{n,}" or "{n,m}" at `i`, moving `i` past it.
 struct Repetition {
-    double factor = 1;
-    bool optional = false;
+    bool present = false;
+    double low = 0;
+    double high = 0;
+    bool unbounded = false;
 };
 Repetition repetitionAt(const QString& p, int& i)
 {
@@ -57,7 +102,7 @@ Repetition repetitionAt(const QString& p, int& i)
     int j = i + 1;
     for (; j < p.size() && p[j] != QLatin1Char('}'); ++j) {
         if (p[j].isDigit()) {
-            value = std::min(value * 10 + p[j].digitValue(), 1e9);
+            value = std::min(value * 10 + p[j].digitValue(), kMaxRepetition);
             digits = true;
         } else if (p[j] == QLatin1Char(',') && !comma) {
             low = value;
@@ -72,39 +117,75 @@ Repetition repetitionAt(const QString& p, int& i)
         return {};
     i = j + 1;
     if (!comma)
-        return {std::max(value, 1.0), value == 0}; // {n}
-    const double high = digits ? value : low; // {n,} builds n copies and a loop
-    const double optional = std::max(high - low, 0.0);
-    return {std::max(low + optional * optional, 1.0), low == 0};
+        return {true, value, value, false};
+    return {true, low, digits ? std::max(value, low) : low, !digits};
 }
+
+// The part as a count repeats it, or nothing once it passes `limit`.
+Part repeated(const Part& p, const Repetition& r, double limit)
+{
+    Part result;
+    for (double k = 0; k < r.low && result.size() <= limit; ++k)
+        result = sequence(result, p);
+    if (r.unbounded)
+        return sequence(result, optional(loop(p)));
+    if (r.high > r.low) {
+        Part nested = optional(p);
+        for (double k = r.low + 1; k < r.high && nested.size() <= limit; ++k)
+            nested = optional(sequence(p, nested));
+        result = sequence(result, nested);
+    }
+    return result;
+}
+
+// An open group: the branches before its last "|", and the parts of its current branch.
+struct Group {
+    Part branches;
+    Part branch;
+    bool anyBranch = false;
+    bool zeroWidth = false; // a lookahead, which consumes nothing
+
+    Part whole() const { return anyBranch ? alternative(branches, branch) : branch; }
+};
 
 // Whether QRegExp can take the pattern within the bounds above.
 bool withinBounds(const QString& p)
 {
-    const double limit = kMaxAddedAtoms + p.size();
-    std::vector<double> atoms{0}; // the atoms of each open group, the whole pattern first
-    std::vector<double> run{0};   // the length of the run of parts that may match nothing, per group
-    double open = 0;              // the atoms of the groups still open, the innermost one's excepted
+    const double limit = kMaxAddedSize + 2.0 * p.size();
+    std::vector<Group> groups(1); // the whole pattern first
+    double open = 0;              // the size of the groups still open, the innermost one's excepted
     double captures = 0;
     for (int i = 0; i < p.size();) {
         const QChar c = p[i];
-        double part = 0;
+        Part part = kAtom;
         if (c == QLatin1Char('(')) {
-            if (static_cast<int>(atoms.size()) > kMaxGroupDepth)
+            if (static_cast<int>(groups.size()) > kMaxGroupDepth)
                 return false;
-            if (i + 1 >= p.size() || p[i + 1] != QLatin1Char('?'))
+            Group group;
+            if (i + 1 < p.size() && p[i + 1] == QLatin1Char('?'))
+                group.zeroWidth = i + 2 < p.size() && (p[i + 2] == QLatin1Char('=') || p[i + 2] == QLatin1Char('!'));
+            else
                 ++captures;
-            open += atoms.back();
-            atoms.push_back(0);
-            run.push_back(0);
+            open += groups.back().whole().size();
+            groups.push_back(group);
             ++i;
             continue;
         }
-        if (c == QLatin1Char(')') && atoms.size() > 1) {
-            part = atoms.back();
-            atoms.pop_back();
-            run.pop_back();
-            open -= atoms.back();
+        if (c == QLatin1Char('|')) {
+            Group& group = groups.back();
+            group.branches = group.anyBranch ? alternative(group.branches, group.branch) : group.branch;
+            group.branch = Part();
+            group.anyBranch = true;
+            ++i;
+            continue;
+        }
+        if (c == QLatin1Char(')') && groups.size() > 1) {
+            const Group group = groups.back();
+            groups.pop_back();
+            open -= groups.back().whole().size();
+            part = group.whole();
+            if (group.zeroWidth) // its states are built, but it links to nothing around it
+                part = {part.states, part.links, 0, 0, true};
             ++i;
         } else if (c == QLatin1Char('[')) {
             // A class is one atom: up to its "]", which may come first in it.
@@ -116,37 +197,187 @@ bool withinBounds(const QString& p)
             while (j < p.size() && p[j] != QLatin1Char(']'))
                 j += p[j] == QLatin1Char('\\') ? 2 : 1;
             i = j + 1;
-            part = 1;
+        } else if (c == QLatin1Char('^') || c == QLatin1Char('$')) {
+            part = Part(); // anchors are conditions on links, not states
+            ++i;
+        } else if (c == QLatin1Char('\\')) {
+            if (i + 1 < p.size() && (p[i + 1] == QLatin1Char('b') || p[i + 1] == QLatin1Char('B')))
+                part = Part();
+            i += 2;
         } else {
-            // A branch ends the run; so does a quantifier standing alone, which QRegExp refuses anyway.
-            if (c == QLatin1Char('|'))
-                run.back() = 0;
-            i += c == QLatin1Char('\\') ? 2 : 1;
-            part = 1;
+            ++i; // a quantifier standing alone is one atom too; QRegExp refuses it anyway
         }
         const Repetition repetition = repetitionAt(p, i);
-        part *= repetition.factor;
-        bool optional = repetition.optional;
+        if (repetition.present)
+            part = repeated(part, repetition, limit);
         // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
-        // becomes): "?" and "*" let it match nothing, "+" does not.
-        while (i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+'))) {
-            optional = optional || p[i] != QLatin1Char('+');
-            ++i;
-        }
-        if (optional) {
-            // The run grows by one part, and its cost from the square of its old length to the new one's.
-            part += 2 * run.back() + 1;
-            ++run.back();
-        } else if (c != QLatin1Char('|')) {
-            run.back() = 0;
-        }
-        atoms.back() += part;
-        if (open + atoms.back() > limit)
+        // becomes): "?" makes it optional, "*" a loop that may match nothing, "+" a loop.
+        for (; i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+')); ++i)
+            part = p[i] == QLatin1Char('?') ? optional(part) : p[i] == QLatin1Char('*') ? optional(loop(part)) : loop(part);
+        Group& group = groups.back();
+        group.branch = sequence(group.branch, part);
+        if (open + group.whole().size() > limit)
             return false;
     }
     // The matcher's table: four entries per capturing group and three more, for each state.
-    const double states = atoms.front() + 2 * captures + 2;
+    const double states = groups.front().whole().states + 2 * captures + 2;
     return (4 * captures + 3) * states <= kMaxCaptureTable;
+}
+
+// A rewritten wildcard made only of single characters in a row: literal ones, "." (any one character,
+// a line break too) and "(.){1,}" (one or more), each literal or "." maybe followed by a bare "*" or "?"
+// (left so by the rewriting after adjacent wildcards and after a wildcard's character): zero or more,
+// zero or one. False when the pattern uses anything else ("^", "$", "|", escapes other than those of the
+// rewriting, quantifiers stacked or after a group), which QRegExp then searches itself.
+struct Step {
+    enum Repeat { One, Optional, Any, OneOrMore };
+    char16_t c = 0;
+    bool anyCharacter = false;
+    Repeat repeat = One;
+};
+
+bool plainWildcard(const QString& re, std::vector<Step>* steps)
+{
+    static const QString oneOrMore = QStringLiteral("(.){1,}");
+    steps->clear();
+    bool repeatable = false; // whether the last step may take a bare quantifier
+    for (int i = 0; i < re.size();) {
+        const QChar c = re[i];
+        Step step;
+        if (c == QLatin1Char('\\')) {
+            if (i + 1 >= re.size() || !QStringLiteral("[](){}").contains(re[i + 1]))
+                return false;
+            step.c = re[i + 1].unicode();
+            i += 2;
+        } else if (c == QLatin1Char('[')) {
+            if (i + 2 >= re.size() || re[i + 2] != QLatin1Char(']') || !QStringLiteral(".+*?").contains(re[i + 1]))
+                return false;
+            step.c = re[i + 1].unicode();
+            i += 3;
+        } else if (c == QLatin1Char('(')) {
+            if (re.midRef(i, oneOrMore.size()) != oneOrMore)
+                return false;
+            step.anyCharacter = true;
+            step.repeat = Step::OneOrMore;
+            steps->push_back(step);
+            repeatable = false;
+            i += oneOrMore.size();
+            continue;
+        } else if (c == QLatin1Char('*') || c == QLatin1Char('?')) {
+            if (!repeatable)
+                return false;
+            steps->back().repeat = c == QLatin1Char('*') ? Step::Any : Step::Optional;
+            repeatable = false;
+            ++i;
+            continue;
+        } else if (c == QLatin1Char('.')) {
+            step.anyCharacter = true;
+            ++i;
+        } else if (QStringLiteral("^$|)]{}+").contains(c)) {
+            return false;
+        } else {
+            step.c = c.unicode();
+            ++i;
+        }
+        steps->push_back(step);
+        repeatable = true;
+    }
+    return true;
+}
+
+// The first match of such a wildcard, as QRegExp finds it: the text is read once, keeping for each step
+// the earliest start of a partial match that has reached it (later starts there have the same future),
+// until the earliest start that completes a match has no earlier rival left.
+int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
+{
+    const int none = std::numeric_limits<int>::max();
+    const size_t count = steps.size();
+    std::vector<int> at(count + 1, none), next(count + 1, none);
+    int found = none;
+    for (int position = 0;; ++position) {
+        if (position < found)
+            at[0] = std::min(at[0], position);
+        // A step that may take nothing lets its partial matches on to the next one.
+        for (size_t s = 0; s < count; ++s)
+            if (steps[s].repeat == Step::Optional || steps[s].repeat == Step::Any)
+                at[s + 1] = std::min(at[s + 1], at[s]);
+        found = std::min(found, at[count]);
+        if (position >= text.size())
+            break;
+        const char16_t c = text[position].unicode();
+        std::fill(next.begin(), next.end(), none);
+        bool alive = false;
+        for (size_t s = 0; s < count; ++s) {
+            if (at[s] >= found || !(steps[s].anyCharacter || steps[s].c == c))
+                continue;
+            alive = true;
+            if (steps[s].repeat == Step::Any || steps[s].repeat == Step::OneOrMore)
+                next[s] = std::min(next[s], at[s]);
+            if (steps[s].repeat != Step::Any)
+                next[s + 1] = std::min(next[s + 1], at[s]);
+        }
+        if (!alive && found != none)
+            break;
+        at.swap(next);
+    }
+    return found == none ? -1 : found;
+}
+
+// Whether a case-sensitive regular expression certainly finds nothing in `text`: the characters it
+// must match outside any group, count or alternative, in its order, are not all in the text in that
+// order. Patterns this reading does not cover (escapes of letters and digits, a "|" or ")" outside a
+// group) are left to QRegExp.
+bool certainlyNoMatch(const QString& p, const QString& text)
+{
+    static const QString special = QStringLiteral("\\^$.[](){}|*+?");
+    std::vector<QChar> required;
+    int depth = 0;
+    for (int i = 0; i < p.size();) {
+        const QChar c = p[i];
+        if (c == QLatin1Char('\\')) {
+            if (i + 1 >= p.size() || p[i + 1].isLetterOrNumber())
+                return false;
+            i += 2;
+        } else if (c == QLatin1Char('[')) {
+            int j = i + 1;
+            if (j < p.size() && p[j] == QLatin1Char('^'))
+                ++j;
+            if (j < p.size() && p[j] == QLatin1Char(']'))
+                ++j;
+            while (j < p.size() && p[j] != QLatin1Char(']'))
+                j += p[j] == QLatin1Char('\\') ? 2 : 1;
+            i = j + 1;
+        } else if (c == QLatin1Char('{')) {
+            i = p.indexOf(QLatin1Char('}'), i); // a count: its digits are no characters to match
+            if (i < 0)
+                return false;
+            ++i;
+        } else if (c == QLatin1Char('(')) {
+            ++depth;
+            ++i;
+        } else if (c == QLatin1Char(')')) {
+            if (--depth < 0)
+                return false;
+            ++i;
+        } else if (c == QLatin1Char('|')) {
+            if (depth == 0)
+                return false;
+            ++i;
+        } else {
+            ++i;
+            // A character outside any group, with no quantifier or count after it, is matched once.
+            if (depth == 0 && !special.contains(c) && (i >= p.size() || !QStringLiteral("?*+{").contains(p[i])))
+                required.push_back(c);
+        }
+    }
+    int from = 0;
+    for (const QChar c : required) {
+        from = text.indexOf(c, from, Qt::CaseSensitive);
+        if (from < 0)
+            return true;
+        ++from;
+    }
+    return false;
 }
 
 // The pattern as a QRegExp in `*re`; false when it is out of the bounds above or invalid.
@@ -172,7 +403,13 @@ int firstMatch(const QString& pattern, const QString& text, Qt::CaseSensitivity 
 
 int regexpMatch(const char* pattern, const char* text, Qt::CaseSensitivity cs)
 {
-    return firstMatch(fromUtf8(pattern), fromUtf8(text), cs);
+    const QString p = fromUtf8(pattern);
+    const QString t = fromUtf8(text);
+    // QRegExp tries every start position in turn, each as far as the pattern lets it: a pattern that
+    // cannot match anywhere costs the square of the text's length, which this check spares when it can.
+    if (cs == Qt::CaseSensitive && certainlyNoMatch(p, t))
+        return -1;
+    return firstMatch(p, t, cs);
 }
 
 bool classPasses(const QObject* object, const char* className)
@@ -206,7 +443,14 @@ void collect(const QObject* parent, const char* className, const char* objectNam
 
 int sp_GlobMatch(const char* pattern, const char* text)
 {
-    return firstMatch(globToRegExp(fromUtf8(pattern)), fromUtf8(text), Qt::CaseSensitive);
+    const QString re = globToRegExp(fromUtf8(pattern));
+    const QString t = fromUtf8(text);
+    // QRegExp would try every start position, each to the end of the text for a star: the square of
+    // the text's length. A plain wildcard is matched here instead, in one pass over the text.
+    std::vector<Step> steps;
+    if (plainWildcard(re, &steps))
+        return withinBounds(re) ? firstPlainMatch(steps, t) : -1;
+    return firstMatch(re, t, Qt::CaseSensitive);
 }
 
 int sp_RegexpMatch(const char* pattern, const char* text) { return regexpMatch(pattern, text, Qt::CaseSensitive); }

@@ -2,7 +2,11 @@
 #include "PatternMatch.h"
 #include "TestHelpers.h"
 
+#include <QRegExp>
+#include <QString>
+
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -139,12 +143,23 @@ TEST(RegexpMatch, PatternsBeyondTheBoundsAreInvalid)
     EXPECT_EQ(sp_RegexpMatch("((a){1000}){1000}", "a"), -1);
     EXPECT_EQ(sp_RegexpMatch("(((a){1000}){1000}){1000}", "a"), -1);
     EXPECT_EQ(sp_RegexpMatch("[{]{3}(b|c){2}", "{{{cb"), 0);
-    // The optional copies of "{n,m}" count as the square of m - n: 2 + 298 * 298 = 88806 atoms pass,
-    // 2 + 998 * 998 do not, nor do nested counts of few optional copies each.
+    // The optional copies of "{n,m}" are nested, one link each, as long as the part must match something:
+    // QRegExp takes the largest count it allows in a millisecond.
     EXPECT_EQ(sp_RegexpMatch("x{2,300}", "axxx"), 1);
-    EXPECT_EQ(sp_RegexpMatch("x{2,1000}", "axxx"), -1);
-    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){100}", "abxx"), 1); // 10001
-    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){1000}x{0,10}", "abxx"), -1); // 100101
+    EXPECT_EQ(sp_RegexpMatch("x{2,1000}", "axxx"), 1);
+    EXPECT_EQ(sp_RegexpMatch("\\d{1,400}", "ab1234567890xxx"), 2);
+    EXPECT_EQ(sp_RegexpMatch("[0-9]{0,317}", "ab1234567890xxx"), 0);
+    EXPECT_EQ(sp_RegexpMatch("(a|b){2,1000}", "ab1234567890xxx"), 0);
+    EXPECT_EQ(sp_RegexpMatch("x{1001}", "xx"), -1); // beyond QRegExp's own largest count
+    // Copies of a part that may match nothing are linked each to all before it: a hundred such copies
+    // of "x{0,10}" pass, a thousand (half a gigabyte) do not, nor does a run of a thousand such parts.
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){100}", "abxx"), 1);
+    EXPECT_EQ(sp_RegexpMatch("b(x{0,10}){1000}x{0,10}", "abxx"), -1);
+    EXPECT_EQ(sp_RegexpMatch("(x{0,10}){0,1000}", "abxx"), -1);
+    std::string counts;
+    for (int i = 0; i < 1000; ++i)
+        counts += "x{0,5}";
+    EXPECT_EQ(sp_RegexpMatch(counts.c_str(), "abxx"), -1);
     EXPECT_EQ(sp_RegexpMatch("(((((((((((((a){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}){0,2}", "a"), -1);
     EXPECT_EQ(sp_RegexpMatch("(a{0,99}){0,100}b", "aab"), -1);
     // Groups left open count as they stand, though no ")" ever multiplies them.
@@ -158,9 +173,11 @@ TEST(RegexpMatch, PatternsBeyondTheBoundsAreInvalid)
     EXPECT_EQ(sp_RegexpMatch(names.c_str(), "xx name11199 yy"), 3);
 }
 
-// Parts that may match nothing, in a row, cost the square of the run's length: 316 of ".?" pass, 317 do
-// not, and a part that must match something, or another branch, starts a new run. A wildcard of many
-// "?" becomes such a run (".??.??..."), and is refused at once instead of taking minutes and gigabytes.
+// Parts that may match nothing, in a row, are each linked to all before them, which costs the square of
+// the run's length: 450 of ".?" pass (n states and n (n + 1) / 2 links), 451 do not, and a part that must
+// match something, or another branch, starts a new run. A group that may match nothing continues the run.
+// A wildcard of many "?" becomes such a run (".??.??..."), and is refused at once instead of taking
+// minutes and gigabytes.
 TEST(RegexpMatch, RunsOfPartsThatMayMatchNothingCostTheSquareOfTheirLength)
 {
     const auto times = [](const std::string& part, int n) {
@@ -169,11 +186,13 @@ TEST(RegexpMatch, RunsOfPartsThatMayMatchNothingCostTheSquareOfTheirLength)
             p += part;
         return p;
     };
-    EXPECT_EQ(sp_RegexpMatch(times(".?", 316).c_str(), "xyz"), 0);
-    EXPECT_EQ(sp_RegexpMatch(times(".?", 317).c_str(), "xyz"), -1);
-    EXPECT_EQ(sp_RegexpMatch(times("b*", 317).c_str(), "xyz"), -1);
-    EXPECT_EQ(sp_RegexpMatch(times("(ab)?", 330).c_str(), "xyz"), -1);
-    EXPECT_EQ(sp_RegexpMatch(times("y??", 317).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times(".?", 450).c_str(), "xyz"), 0);
+    EXPECT_EQ(sp_RegexpMatch(times(".?", 451).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("b*", 460).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("(ab)?", 460).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("(x?)", 460).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("(x|)", 460).c_str(), "xyz"), -1);
+    EXPECT_EQ(sp_RegexpMatch(times("y??", 460).c_str(), "xyz"), -1);
     EXPECT_EQ(sp_RegexpMatch((times(".?", 200) + "z" + times(".?", 200)).c_str(), "xyz"), 0);
     EXPECT_EQ(sp_RegexpMatch((times("x?", 200) + "|" + times("y?", 200) + "z").c_str(), "az"), 0);
     EXPECT_EQ(sp_RegexpMatch(times("y+", 1000).c_str(), ("x" + std::string(1000, 'y')).c_str()), 1);
@@ -198,6 +217,107 @@ TEST(RegexpMatch, PatternsWithTooManyCapturingGroupsAreInvalid)
     for (int i = 0; i < 30000; ++i)
         plain += "(?:a)";
     EXPECT_EQ(sp_RegexpMatch(plain.c_str(), "aaa"), -1);
+}
+
+namespace {
+
+// The wildcard's search, as its rewriting into a QRegExp pattern and QRegExp's own search describe it.
+int referenceGlobMatch(const std::string& pattern, const std::string& text)
+{
+    QString p = QString::fromStdString(pattern);
+    p.replace("[", "\\[").replace("]", "\\]").replace("(", "\\(").replace(")", "\\)");
+    p.replace("{", "\\{").replace("}", "\\}").replace(".", "[.]").replace("+", "[+]");
+    p.replace(QRegExp("(^|[^\\\\])(\\\\\\\\){0,}(\\\\\\*)"), "\\1\\2[*]");
+    p.replace(QRegExp("(^|[^\\\\])(\\\\\\\\){0,}(\\\\\\?)"), "\\1\\2[?]");
+    p.replace(QRegExp("(^|[^[])[*]($|[^]])"), "\\1(.){1,}\\2");
+    p.replace(QRegExp("(^|[^[])[?]($|[^]])"), "\\1.\\2");
+    const QRegExp re(p, Qt::CaseSensitive, QRegExp::RegExp);
+    return re.isValid() ? re.indexIn(QString::fromStdString(text), 0) : -1;
+}
+
+int referenceRegexpMatch(const std::string& pattern, const std::string& text)
+{
+    const QRegExp re(QString::fromStdString(pattern), Qt::CaseSensitive, QRegExp::RegExp);
+    return re.isValid() ? re.indexIn(QString::fromStdString(text), 0) : -1;
+}
+
+// Random strings of up to `maxLength` items of `alphabet`, each item one character or a UTF-8 sequence.
+std::string randomString(std::mt19937& random, const std::vector<std::string>& alphabet, int maxLength)
+{
+    std::string s;
+    const int length = std::uniform_int_distribution<int>(0, maxLength)(random);
+    for (int i = 0; i < length; ++i)
+        s += alphabet[std::uniform_int_distribution<size_t>(0, alphabet.size() - 1)(random)];
+    return s;
+}
+
+const std::vector<std::string> kTextAlphabet = {"a", "b", "a", "b", ".", "*", "?", "\\", "[", "(", "\n", "\xC3\xA9",
+                                                "\xF0\x9D\x84\x9E"};
+
+} // namespace
+
+// Wildcards are matched without QRegExp where they can be: every wildcard, the hostile and the ordinary,
+// still finds what QRegExp finds.
+TEST(GlobMatch, SameAsQRegExpForRandomWildcards)
+{
+    const std::vector<std::string> alphabet = {"a", "b", "a", "b", "*", "*", "?", "?", "\\", ".", "[", "]", "(",
+                                               ")", "{", "}", "+", "^", "$", "|", "\n", "\xC3\xA9",
+                                               "\xF0\x9D\x84\x9E"};
+    std::mt19937 random(20240611);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string pattern = randomString(random, alphabet, 8);
+        const std::string text = randomString(random, kTextAlphabet, 12);
+        ASSERT_EQ(sp_GlobMatch(pattern.c_str(), text.c_str()), referenceGlobMatch(pattern, text))
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
+    // Wildcards of stars, question marks and letters only, the shapes matched without QRegExp.
+    const std::vector<std::string> plain = {"a", "b", "*", "?", "\xC3\xA9"};
+    for (int i = 0; i < 20000; ++i) {
+        const std::string pattern = randomString(random, plain, 8);
+        const std::string text = randomString(random, kTextAlphabet, 16);
+        ASSERT_EQ(sp_GlobMatch(pattern.c_str(), text.c_str()), referenceGlobMatch(pattern, text))
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
+}
+
+TEST(RegexpMatch, SameAsQRegExpForRandomPatterns)
+{
+    const std::vector<std::string> alphabet = {"a", "b", "a", "b", "*", "?", "+", ".", "|", "(", ")", "[", "]",
+                                               "{", "}", "1", ",", "^", "$", "\\", "d", "\n", "\xC3\xA9"};
+    std::mt19937 random(1106);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string pattern = randomString(random, alphabet, 8);
+        const std::string text = randomString(random, kTextAlphabet, 12);
+        ASSERT_EQ(sp_RegexpMatch(pattern.c_str(), text.c_str()), referenceRegexpMatch(pattern, text))
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
+}
+
+// Searches QRegExp would retry from every position of the text, each to its end: on these texts that
+// takes it hours. They now take one pass over the text.
+TEST(GlobMatch, LongTextsTakeOnePass)
+{
+    const std::string as(200000, 'a');
+    EXPECT_EQ(sp_GlobMatch("*.cir", as.c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("*.cir", (as + ".cir").c_str()), 0);
+    EXPECT_EQ(sp_GlobMatch("?b*.cir", (as + "b.cir").c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("?b*.cir", (as + "bx.cir").c_str()), 199999);
+    std::string stars;
+    for (int i = 0; i < 30; ++i)
+        stars += "*a";
+    EXPECT_EQ(sp_GlobMatch((stars + "b").c_str(), as.c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch((stars + "b").c_str(), (as + "b").c_str()), 0);
+    EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*").c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*ba").c_str()), 0);
+}
+
+TEST(RegexpMatch, LongTextsWithoutACharacterThePatternNeeds)
+{
+    const std::string as(200000, 'a');
+    EXPECT_EQ(sp_RegexpMatch("a*b", as.c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch("(a|x)*b[0-9]", as.c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch("a*b", (as + "b").c_str()), 0);
+    EXPECT_EQ(sp_RegexpMatch("a*ba", (as + "b").c_str()), -1); // "b" then "a": not in this order
 }
 
 TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
