@@ -84,6 +84,35 @@ QByteArray uncompress(const QByteArray& block)
     return out;
 }
 
+// Writes what qCompress at the default level gives for `data` (its length in 4 bytes, big-endian, then
+// the zlib stream; 4 zero bytes alone for no data), streamed to `f` a block at a time: qCompress sizes
+// its result in an int, which overflows for data past some 2.1 GB, and then writes past its end. The
+// stream is compress2's own, whose bytes do not depend on how its output is taken; nothing here
+// allocates but zlib, whose failure ends the stream where it is.
+void writeCompressed(FILE* f, const QByteArray& data)
+{
+    const unsigned long long n = static_cast<unsigned long long>(data.size());
+    const unsigned char length[4] = {static_cast<unsigned char>(n >> 24), static_cast<unsigned char>(n >> 16),
+                                     static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)};
+    std::fwrite(length, 1, sizeof length, f);
+    if (n == 0)
+        return;
+    z_stream z{};
+    if (deflateInit(&z, Z_DEFAULT_COMPRESSION) != Z_OK)
+        return;
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.constData()));
+    z.avail_in = static_cast<uInt>(n);
+    unsigned char block[1 << 14];
+    int status = Z_OK;
+    while (status == Z_OK) {
+        z.next_out = block;
+        z.avail_out = sizeof block;
+        status = deflate(&z, Z_FINISH);
+        std::fwrite(block, 1, sizeof block - z.avail_out, f);
+    }
+    deflateEnd(&z);
+}
+
 class DataCompressor_Impl : public DataCompressor {
 public:
     void load(YString path) override
@@ -129,12 +158,11 @@ public:
     int size() override { return m_buffer.size(); }
     bool save(YString path) override
     {
-        QByteArray compressed = qCompress(m_buffer, -1);
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "wb") != 0 || !f)
             return false;
         // The result says whether the file could be opened, not whether every byte reached the disk.
-        std::fwrite(compressed.constData(), 1, static_cast<size_t>(compressed.size()), f);
+        writeCompressed(f, m_buffer);
         std::fclose(f);
         return true;
     }

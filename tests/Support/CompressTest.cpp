@@ -8,6 +8,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstdio>
 
 #include <memory>
 #include <random>
@@ -94,6 +95,72 @@ TEST_F(Compress, FileFormatIsLengthThenZlibStream)
     EXPECT_EQ(python.readAllStandardOutput().toStdString(), text);
 #else
     GTEST_SKIP() << "Wine starts Windows programs only: the host's python3 cannot read the file from this test";
+#endif
+}
+
+// The file holds exactly what qCompress at the default level gives, whatever the size.
+TEST_F(Compress, SaveWritesWhatQCompressGives)
+{
+    const std::string text = randomText(400000);
+    for (const int size : {1, 2, 100, 16383, 16384, 16385, 65536, 123457, 400000}) {
+        auto c = make();
+        c->append(text.data(), size);
+        ASSERT_TRUE(c->save(YString(path("same.z").c_str())));
+        const QByteArray expected = qCompress(QByteArray(text.data(), size), -1);
+        EXPECT_EQ(readFileBytes(path("same.z")), std::string(expected.constData(), static_cast<size_t>(expected.size())))
+            << size;
+    }
+}
+
+// Data past the size whose compressed form qCompress can hold in an int (some 2.1 GB) is saved whole:
+// its length, then a zlib stream of all of it.
+TEST_F(Compress, DataPastTwoGigabytesIsSavedWhole)
+{
+#if defined(SUPPORTQT_TEST_ASAN)
+    GTEST_SKIP() << "the sanitizer's checks of 2 GB of copies take minutes";
+#else
+    const int total = 2127000000;
+    if (sizeof(void*) < 8)
+        GTEST_SKIP() << "a 32-bit process cannot hold 2 GB in one buffer";
+    auto c = make();
+    const std::string slice(64 << 20, '\0');
+    while (c->size() < total)
+        c->append(slice.data(), std::min(static_cast<int>(slice.size()), total - c->size()));
+    ASSERT_EQ(c->size(), total);
+    ASSERT_TRUE(c->save(YString(path("big.z").c_str())));
+    c.reset();
+    FILE* f = std::fopen(path("big.z").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    unsigned char length[4] = {};
+    ASSERT_EQ(std::fread(length, 1, 4, f), 4u);
+    EXPECT_EQ((static_cast<unsigned>(length[0]) << 24) | (length[1] << 16) | (length[2] << 8) | length[3],
+              static_cast<unsigned>(total));
+    // The stream, read back a block at a time: all of the data, zeros, and then its end.
+    z_stream z{};
+    ASSERT_EQ(inflateInit(&z), Z_OK);
+    std::vector<unsigned char> in(1 << 16), out(1 << 20);
+    long long produced = 0;
+    bool zeros = true;
+    int status = Z_OK;
+    while (status == Z_OK) {
+        if (z.avail_in == 0) {
+            z.avail_in = static_cast<uInt>(std::fread(in.data(), 1, in.size(), f));
+            z.next_in = in.data();
+            if (z.avail_in == 0)
+                break;
+        }
+        z.next_out = out.data();
+        z.avail_out = static_cast<uInt>(out.size());
+        status = inflate(&z, Z_NO_FLUSH);
+        const size_t got = out.size() - z.avail_out;
+        zeros = zeros && std::all_of(out.begin(), out.begin() + static_cast<long>(got), [](unsigned char b) { return b == 0; });
+        produced += static_cast<long long>(got);
+    }
+    inflateEnd(&z);
+    std::fclose(f);
+    EXPECT_EQ(status, Z_STREAM_END);
+    EXPECT_EQ(produced, total);
+    EXPECT_TRUE(zeros);
 #endif
 }
 
