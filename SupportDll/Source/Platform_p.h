@@ -8,6 +8,8 @@
 namespace platform {
 FILE* openFile(const char* utf8Path, const char* mode);
 int seekFile(FILE* file, long long offset);
+/// Moves to the end of the file; 0 on success.
+int seekFileToEnd(FILE* file);
 long long tellFile(FILE* file);
 int removeFile(const char* utf8Path);
 int renameFile(const char* from, const char* to);

@@ -42,6 +42,8 @@ FILE* openFile(const char* utf8Path, const char* mode)
 
 int seekFile(FILE* file, long long offset) { return fseeko(file, static_cast<off_t>(offset), SEEK_SET); }
 
+int seekFileToEnd(FILE* file) { return fseeko(file, 0, SEEK_END); }
+
 long long tellFile(FILE* file) { return static_cast<long long>(ftello(file)); }
 
 int removeFile(const char* utf8Path) { return ::unlink(utf8Path) == 0 ? 0 : -1; }

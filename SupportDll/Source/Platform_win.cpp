@@ -321,6 +321,8 @@ FILE* openFile(const char* utf8Path, const char* mode)
 
 int seekFile(FILE* file, long long offset) { return _fseeki64(file, offset, SEEK_SET); }
 
+int seekFileToEnd(FILE* file) { return _fseeki64(file, 0, SEEK_END); }
+
 long long tellFile(FILE* file) { return _ftelli64(file); }
 
 int removeFile(const char* utf8Path) { return _wunlink(widePath(utf8Path).c_str()) == 0 ? 0 : -1; }

@@ -57,7 +57,9 @@ public:
     long long position() const override { return m_position; }
     size_t write(const char* data, size_t length) override
     {
-        if (!m_file)
+        // Writes go to the end of the file, as a memory source's append to its text: the stream moves
+        // back to where it was reading after each one.
+        if (!m_file || platform::seekFileToEnd(m_file) != 0)
             return 0;
         size_t n = std::fwrite(data, 1, length, m_file);
         std::fflush(m_file);

@@ -143,6 +143,23 @@ TEST_F(kvstreamFile, WriteModeCreatesTheFile)
     EXPECT_EQ(readFileBytes(path("out.txt")), "line 1\n");
 }
 
+// Each write follows the one before, as a child's output comes in chunks.
+TEST_F(kvstreamFile, WritesFollowEachOther)
+{
+    {
+        kvfstream f(path("chunks.txt").c_str(), kvfstreamWrite | kvfstreamBinary, false);
+        EXPECT_EQ(f.write("first chunk\n"), 12u);
+        EXPECT_EQ(f.write("second\n"), 7u);
+    }
+    EXPECT_EQ(readFileBytes(path("chunks.txt")), "first chunk\nsecond\n");
+    {
+        kvfstream f(path("chunks.txt").c_str(), kvfstreamWrite | kvfstreamAppend | kvfstreamBinary, false);
+        EXPECT_EQ(f.write("third\n"), 6u);
+        EXPECT_EQ(f.write("fourth\n"), 7u);
+    }
+    EXPECT_EQ(readFileBytes(path("chunks.txt")), "first chunk\nsecond\nthird\nfourth\n");
+}
+
 TEST_F(kvstreamFile, RefCountedStreamIsDeletedWithItsLastReference)
 {
     YRef<kvstream> ref(new kvstrstream("abc"));
