@@ -244,6 +244,24 @@ void YDomElement::setText(const char* text) { nodeOf(m_node).text().set(text ? t
 
 // ---------------------------------------------------------------- YDomDocument
 
+namespace {
+
+// The document's tree is about to be replaced. Elements still held keep the old one, and with it their
+// nodes: the document takes a new tree of its own instead of emptying theirs. False when memory runs out.
+bool ownTree(YDomDocumentData*& data)
+{
+    if (data->refs.load(std::memory_order_acquire) > 1) {
+        auto* fresh = new (std::nothrow) YDomDocumentData;
+        if (!fresh)
+            return false;
+        data->decRef();
+        data = fresh;
+    }
+    return true;
+}
+
+} // namespace
+
 YDomDocument::YDomDocument() : m_data(new YDomDocumentData) {}
 
 YDomDocument::~YDomDocument() { m_data->decRef(); }
@@ -286,6 +304,8 @@ bool YDomDocument::loadText(const char* text, size_t length)
 
 bool YDomDocument::parse(std::vector<char> bytes)
 {
+    if (!ownTree(m_data))
+        return false;
     m_data->document.reset();
     m_data->source.clear();
     if (bytes.empty())
@@ -323,6 +343,8 @@ bool YDomDocument::save(const char* path, int) const
 
 YRef<YDomElement> YDomDocument::createRoot(const char* name)
 {
+    if (!ownTree(m_data))
+        return YRef<YDomElement>();
     m_data->document.reset();
     m_data->source.clear();
     pugi::xml_node root = m_data->document.append_child(name ? name : "");

@@ -154,3 +154,29 @@ TEST_F(YDom, ElementsKeepTheirDocumentAlive)
     EXPECT_EQ(child->tagName(), "child");
     EXPECT_EQ(child->text(), "kept");
 }
+
+// A document that is loaded again or given a new root leaves the elements still held with the tree they
+// came from, and goes on with a new one.
+TEST_F(YDom, ElementsKeepTheirTreeWhenTheDocumentStartsAnother)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    YRef<YDomElement> first = doc->createRoot("first");
+    first->setAttribute("n", "1");
+    YRef<YDomElement> second = doc->createRoot("second");
+    ASSERT_TRUE(second);
+    EXPECT_EQ(first->tagName(), "first");
+    EXPECT_EQ(first->getAttribute("n"), "1");
+    EXPECT_EQ(second->tagName(), "second");
+    EXPECT_EQ(doc->toText(), "<?xml version=\"1.0\"?>\n<second />\n");
+
+    const char loaded[] = "<results case=\"7\"><run id=\"3\"/></results>";
+    ASSERT_TRUE(doc->loadText(loaded, sizeof loaded - 1));
+    YRef<YDomElement> results = doc->getRoot();
+    ASSERT_TRUE(results);
+    const char other[] = "<other case=\"8\"/>";
+    ASSERT_TRUE(doc->loadText(other, sizeof other - 1));
+    EXPECT_EQ(results->tagName(), "results");
+    EXPECT_EQ(results->getAttribute("case"), "7");
+    EXPECT_EQ(second->tagName(), "second");
+    EXPECT_EQ(doc->getRoot()->getAttribute("case"), "8");
+}
