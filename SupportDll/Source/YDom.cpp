@@ -79,16 +79,29 @@ bool unwritableIn(pugi::xml_node node)
 
 // Visits every node below a document (pugixml's walk needs no recursion, however deep the document):
 // with `Strip`, leaves the unwritable characters out of each; without, stops at the first that has any.
+// Either way it notes the deepest level it met.
 template <bool Strip>
 class UnwritableWalker : public pugi::xml_tree_walker {
 public:
     bool found = false;
+    int deepest = 0;
     bool for_each(pugi::xml_node& node) override
     {
+        deepest = std::max(deepest, depth());
         found = unwritableIn<Strip>(node) || found;
         return Strip || !found;
     }
 };
+
+// Deeper documents are written without indentation: a tab per level on every line would make the text
+// grow with the square of the depth (some 47000 levels would take gigabytes).
+constexpr int kMaxIndentedDepth = 256;
+
+void save(const pugi::xml_document& document, int deepest, StringWriter& writer)
+{
+    const unsigned format = deepest > kMaxIndentedDepth ? pugi::format_raw : pugi::format_default;
+    document.save(writer, "\t", format, pugi::encoding_utf8);
+}
 
 // The document's text as written. Control characters that XML cannot hold are left out (of a copy, when
 // the document has any), so that every document written is well-formed.
@@ -98,14 +111,14 @@ std::string written(const pugi::xml_document& document)
     UnwritableWalker<false> check;
     pugi::xml_node(document).traverse(check);
     if (!check.found) {
-        document.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+        save(document, check.deepest, writer);
         return std::move(writer.text);
     }
     pugi::xml_document copy;
     copy.reset(document);
     UnwritableWalker<true> strip;
     copy.traverse(strip);
-    copy.save(writer, "\t", pugi::format_default, pugi::encoding_utf8);
+    save(copy, strip.deepest, writer);
     return std::move(writer.text);
 }
 
@@ -323,15 +336,26 @@ bool YDomDocument::parse(std::vector<char> bytes)
 
 YString YDomDocument::toText() const
 {
-    const std::string text = written(m_data->document);
-    return YString(text.data(), static_cast<int>(text.size()));
+    // A string holds at most INT_MAX bytes: a longer text, or one that memory cannot hold, is none.
+    try {
+        const std::string text = written(m_data->document);
+        if (text.size() <= static_cast<size_t>(INT_MAX))
+            return YString(text.data(), static_cast<int>(text.size()));
+    } catch (const std::bad_alloc&) {
+    }
+    return YString();
 }
 
 bool YDomDocument::save(const char* path, int) const
 {
     if (!path)
         return false;
-    const std::string text = written(m_data->document);
+    std::string text;
+    try {
+        text = written(m_data->document);
+    } catch (const std::bad_alloc&) {
+        return false; // nothing is opened, so nothing is lost
+    }
     FILE* f = fopen_utf8(path, "wb");
     if (!f)
         return false;

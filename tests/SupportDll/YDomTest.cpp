@@ -60,7 +60,7 @@ TEST_F(YDom, ControlCharactersThatXmlCannotHoldAreLeftOutOfWhatIsWritten)
     YRef<YDomElement> root = doc->createRoot("r");
     root->setAttribute("a", "x\x01y\tz\n\x1f");
     root->appendChild("t")->setText("one\x02 two\r\n\x7f");
-    // Nested, so that the walk goes down and back up.
+    // Nested, so that the walk goes down and back up; so deep that the text is written without indentation.
     YRef<YDomElement> deep = root;
     for (int i = 0; i < 2000; ++i)
         deep = deep->appendChild("d");
@@ -69,8 +69,8 @@ TEST_F(YDom, ControlCharactersThatXmlCannotHoldAreLeftOutOfWhatIsWritten)
     const std::string text = doc->toText().c_str();
     EXPECT_NE(text.find("<r a=\"xy&#09;z&#10;\">"), std::string::npos) << text.substr(0, 200);
     EXPECT_NE(text.find("<t>one two\r\n\x7f</t>"), std::string::npos) << text.substr(0, 200);
-    EXPECT_NE(text.find("<d b=\"deep\" />"), std::string::npos);
-    EXPECT_NE(text.find("\t<after c=\"z\" />\n</r>"), std::string::npos) << text.substr(text.size() - 100);
+    EXPECT_NE(text.find("<d b=\"deep\"/>"), std::string::npos);
+    EXPECT_NE(text.find("</d><after c=\"z\"/></r>"), std::string::npos) << text.substr(text.size() - 100);
     EXPECT_EQ(text.find_first_of(std::string("\x01\x02\x03\x04\x1f", 5)), std::string::npos);
     EXPECT_EQ(text.find("&#0"), text.find("&#09;"));
     EXPECT_EQ(root->getAttribute("a"), "x\x01y\tz\n\x1f");
@@ -179,4 +179,29 @@ TEST_F(YDom, ElementsKeepTheirTreeWhenTheDocumentStartsAnother)
     EXPECT_EQ(results->getAttribute("case"), "7");
     EXPECT_EQ(second->tagName(), "second");
     EXPECT_EQ(doc->getRoot()->getAttribute("case"), "8");
+}
+
+// A deep document is written without indentation, which would grow with the square of its depth; a
+// shallow one keeps its tabs.
+TEST_F(YDom, DeepDocumentsAreWrittenWithoutIndentation)
+{
+    const int levels = 20000;
+    std::string text;
+    for (int i = 0; i < levels; ++i)
+        text += "<a>";
+    for (int i = 0; i < levels; ++i)
+        text += "</a>";
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(doc->loadText(text.data(), text.size()));
+    const YString written = doc->toText();
+    EXPECT_EQ(std::string(written.c_str()), "<?xml version=\"1.0\"?>" + text.substr(0, 3 * (levels - 1)) + "<a/>" +
+                                                 text.substr(3 * levels + 4));
+    ASSERT_TRUE(doc->save(path("deep.xml").c_str()));
+    EXPECT_EQ(readFileBytes(path("deep.xml")), written.c_str());
+    YRef<YDomDocument> again = YXML_Factory::Make_RapidXML_DOM_Document();
+    EXPECT_TRUE(again->load(path("deep.xml").c_str()));
+
+    const char shallow[] = "<a><b><c/></b></a>";
+    ASSERT_TRUE(doc->loadText(shallow, sizeof shallow - 1));
+    EXPECT_EQ(doc->toText(), "<?xml version=\"1.0\"?>\n<a>\n\t<b>\n\t\t<c />\n\t</b>\n</a>\n");
 }
