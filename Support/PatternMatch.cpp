@@ -46,6 +46,20 @@ constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
 constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
 
+// The position after the character class that starts at `i`: up to its "]", which may come first in it
+// (after a "^"), escaped ones passed over.
+int afterClass(const QString& p, int i)
+{
+    int j = i + 1;
+    if (j < p.size() && p[j] == QLatin1Char('^'))
+        ++j;
+    if (j < p.size() && p[j] == QLatin1Char(']'))
+        ++j;
+    while (j < p.size() && p[j] != QLatin1Char(']'))
+        j += p[j] == QLatin1Char('\\') ? 2 : 1;
+    return j + 1;
+}
+
 // The size of a part as QRegExp builds it: its states, the links between them, how many of its states a
 // match can start and end in, and whether it may match nothing.
 struct Part {
@@ -188,15 +202,7 @@ bool withinBounds(const QString& p)
                 part = {part.states, part.links, 0, 0, true};
             ++i;
         } else if (c == QLatin1Char('[')) {
-            // A class is one atom: up to its "]", which may come first in it.
-            int j = i + 1;
-            if (j < p.size() && p[j] == QLatin1Char('^'))
-                ++j;
-            if (j < p.size() && p[j] == QLatin1Char(']'))
-                ++j;
-            while (j < p.size() && p[j] != QLatin1Char(']'))
-                j += p[j] == QLatin1Char('\\') ? 2 : 1;
-            i = j + 1;
+            i = afterClass(p, i); // a class is one atom
         } else if (c == QLatin1Char('^') || c == QLatin1Char('$')) {
             part = Part(); // anchors are conditions on links, not states
             ++i;
@@ -339,14 +345,7 @@ bool certainlyNoMatch(const QString& p, const QString& text)
                 return false;
             i += 2;
         } else if (c == QLatin1Char('[')) {
-            int j = i + 1;
-            if (j < p.size() && p[j] == QLatin1Char('^'))
-                ++j;
-            if (j < p.size() && p[j] == QLatin1Char(']'))
-                ++j;
-            while (j < p.size() && p[j] != QLatin1Char(']'))
-                j += p[j] == QLatin1Char('\\') ? 2 : 1;
-            i = j + 1;
+            i = afterClass(p, i);
         } else if (c == QLatin1Char('{')) {
             i = p.indexOf(QLatin1Char('}'), i); // a count: its digits are no characters to match
             if (i < 0)

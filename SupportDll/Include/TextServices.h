@@ -45,3 +45,6 @@ SUPPORTDLL_API YString sp_RealToShortestText(double value);
 /// infinity of its sign, and one nearer zero than the least double as zero of its sign, as strtod
 /// reads them ("1e999" is infinity, "-1e-999" is -0).
 [[nodiscard]] SUPPORTDLL_API bool sp_TextToReal(const char* text, double* value);
+/// How many bytes at the end of the `length` bytes of `text` start a UTF-8 sequence that they do not
+/// finish (0 to 3): what a writer of text that comes in pieces holds back until the rest of it comes.
+SUPPORTDLL_API size_t sp_UnfinishedUtf8Tail(const char* text, size_t length);

@@ -2,6 +2,7 @@
 #include "Platform_p.h"
 #include "FolderOf_p.h"
 #include "ProcessServices.h"
+#include "TextServices.h"
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
@@ -223,20 +224,6 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     }
     CloseHandle(old);
     return replaced;
-}
-
-// The number of bytes at the end of `text` that start a UTF-8 sequence without finishing it (0 to 3).
-size_t unfinishedUtf8Tail(const std::string& text)
-{
-    const size_t n = text.size();
-    for (size_t back = 1; back <= 3 && back <= n; ++back) {
-        const unsigned char c = static_cast<unsigned char>(text[n - back]);
-        if ((c & 0xC0) == 0x80)
-            continue; // a continuation byte: the lead is further back
-        const size_t length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-        return length > back && c < 0xF8 ? back : 0;
-    }
-    return 0;
 }
 
 } // namespace
@@ -599,7 +586,7 @@ void writeConsole(const char* text, size_t length)
     static std::string pending;
     std::lock_guard<std::mutex> lock(mutex);
     pending.append(text, length);
-    const size_t complete = pending.size() - unfinishedUtf8Tail(pending);
+    const size_t complete = pending.size() - sp_UnfinishedUtf8Tail(pending.data(), pending.size());
     if (complete == 0)
         return;
     const std::wstring wideText = wide(pending.substr(0, complete).c_str());

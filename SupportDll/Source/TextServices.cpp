@@ -367,3 +367,17 @@ bool sp_TextToReal(const char* text, double* value)
     *value = v;
     return true;
 }
+
+size_t sp_UnfinishedUtf8Tail(const char* text, size_t length)
+{
+    if (!text)
+        return 0;
+    for (size_t back = 1; back <= 3 && back <= length; ++back) {
+        const unsigned char c = static_cast<unsigned char>(text[length - back]);
+        if ((c & 0xC0) == 0x80)
+            continue; // a continuation byte: the lead is further back
+        const size_t sequence = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return sequence > back && c < 0xF8 ? back : 0;
+    }
+    return 0;
+}

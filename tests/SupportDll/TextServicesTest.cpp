@@ -203,3 +203,20 @@ TEST(ShortestText, RoundTripsAndRejectsGarbage)
     EXPECT_FALSE(sp_TextToReal("++1", &v));
     EXPECT_FALSE(sp_TextToReal("1e", &v));
 }
+
+TEST(UnfinishedUtf8Tail, CountsTheBytesOfASequenceThatIsNotComplete)
+{
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("", 0), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail(nullptr, 3), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("abc", 3), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("caf\xC3", 4), 1u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("caf\xC3\xA9", 5), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("x\xE2\x82", 3), 2u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("x\xE2\x82\xAC", 4), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("\xF0\x9F\x98", 3), 3u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("\xF0\x9F\x98\x80", 4), 0u);
+    // A stray continuation byte or a lead byte that no sequence has is not held back.
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("a\x80", 2), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("a\xF8", 2), 0u);
+    EXPECT_EQ(sp_UnfinishedUtf8Tail("\x80\x80\x80", 3), 0u);
+}

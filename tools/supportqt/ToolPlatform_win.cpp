@@ -1,5 +1,6 @@
 // ToolPlatform_win.cpp - the console, the standard streams and file identity, on Windows.
 #include "Tool.h"
+#include "TextServices.h"
 
 #include <QDir>
 
@@ -102,20 +103,6 @@ QString programOutputText(const std::string& bytes)
 }
 
 namespace {
-// The number of bytes at the end of `text` that start a UTF-8 sequence without finishing it (0 to 3).
-size_t unfinishedUtf8Tail(const std::string& text)
-{
-    const size_t n = text.size();
-    for (size_t back = 1; back <= 3 && back <= n; ++back) {
-        const unsigned char c = static_cast<unsigned char>(text[n - back]);
-        if ((c & 0xC0) == 0x80)
-            continue; // a continuation byte: the lead is further back
-        const size_t length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-        return length > back && c < 0xF8 ? back : 0;
-    }
-    return 0;
-}
-
 // What a write to a console held back of each standard stream (output, error): the start of a UTF-8
 // sequence that the write ended in the middle of.
 std::mutex g_pendingMutex;
@@ -161,7 +148,7 @@ bool writeStream(FILE* stream, const char* data, size_t size)
         std::atexit(writePendingBytes);
     }
     pending.append(data, size);
-    const size_t complete = pending.size() - unfinishedUtf8Tail(pending);
+    const size_t complete = pending.size() - sp_UnfinishedUtf8Tail(pending.data(), pending.size());
     if (complete == 0)
         return true;
     const int n = complete <= (1u << 28)
