@@ -3,12 +3,6 @@
 #include "FileOpenCheck_p.h"
 #include "QtSupport.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-
-#include <cstdio>
-
 namespace {
 
 struct CodeText {
@@ -37,21 +31,20 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
     const QString qpath = toQs(path);
     // A symbolic link to nothing is answered without following it: an open would create its target
     // somewhere else, and removing what the check made would remove the link.
-    const QFileInfo entry(qpath);
-    const bool danglingLink = entry.isSymLink() && !entry.exists();
-    const bool existed = QFile::exists(qpath) || danglingLink;
+    const bool danglingLink = fileopencheck::isDanglingLink(qpath);
+    const bool existed = danglingLink || fileopencheck::nameTaken(qpath);
     if (mode == GfnRead)
         return !danglingLink && fileopencheck::opensForReading(qpath);
     if (mode == GfnWriteNew && existed)
         return false;
     if (mode == GfnWriteNew || mode == GfnWrite) {
         if (danglingLink)
-            return fileopencheck::folderTakesNewFiles(QFileInfo(entry.symLinkTarget()).absolutePath());
+            return fileopencheck::danglingLinkTakesNewFile(qpath);
         // Append mode never touches an existing file's content, and only a file this open made is removed.
         bool created = false;
         const bool opened = fileopencheck::opensForAppending(qpath, &created);
         if (created)
-            QFile::remove(qpath);
+            fileopencheck::removeMadeFile(qpath);
         return opened;
     }
     return fileopencheck::opensForReading(qpath);
@@ -60,16 +53,16 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
 bool sp_FileOpenForensic(const YString& path, GfnOpenMode mode, FileOpenForensic* code)
 {
     FileOpenForensic result = FileOpenInvalidParams;
-    const QFileInfo info(toQs(path));
+    const QString qpath = toQs(path);
     if (mode == GfnWriteNew && sp_CheckFileOpen(path, GfnWrite)) {
         result = FileOpenOverwrite;
     } else if (mode == GfnRead) {
-        result = info.exists() ? FileOpenReadLocked : FileOpenNotExist;
+        result = fileopencheck::fileExists(qpath) ? FileOpenReadLocked : FileOpenNotExist;
     } else if (mode == GfnWriteNew || mode == GfnWrite) {
-        if (info.exists())
-            result = info.isWritable() ? FileOpenWriteLocked : FileOpenWritePriv;
+        if (fileopencheck::fileExists(qpath))
+            result = fileopencheck::fileWritable(qpath) ? FileOpenWriteLocked : FileOpenWritePriv;
         else
-            result = info.absoluteDir().exists() ? FileOpenDirPriv : FileOpenDirNotExist;
+            result = fileopencheck::folderOfFileExists(qpath) ? FileOpenDirPriv : FileOpenDirNotExist;
     }
     if (code)
         *code = result;

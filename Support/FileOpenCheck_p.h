@@ -1,17 +1,34 @@
-// FileOpenCheck_p.h - the opens behind the file-open check, one implementation per platform.
+// FileOpenCheck_p.h - the opens and file queries behind the file-open check, one implementation per
+// platform. POSIX systems take the caller's UTF-8 bytes as they are, so that every step looks at the
+// same file whatever the locale codec; Windows goes through Qt, which uses wide names there.
 #pragma once
 
 #include <QString>
 
 namespace fileopencheck {
-/// Whether the file opens for reading now; a folder does not. Never waits: a FIFO without a writer, for
-/// example, opens at once on POSIX systems (non-blocking open).
+/// Whether the file opens for reading now; a folder does not. Never waits: on POSIX systems a FIFO, a
+/// socket or a device is not opened at all (opening one would wake a process waiting on its other end),
+/// its permissions answer instead.
 bool opensForReading(const QString& path);
 /// Whether the file opens for appending now, creating it when it is missing. `*created` tells whether
 /// this open made the file, which the caller then removes: a file that another process makes meanwhile
-/// is never taken for one of ours. Never waits: a FIFO without a reader gives false at once on POSIX
-/// systems.
+/// is never taken for one of ours. Never waits: on POSIX systems a FIFO, a socket or a device is answered
+/// from its permissions without being opened.
 bool opensForAppending(const QString& path, bool* created);
 /// Whether a new file could be made in the folder `folder`, asked without making one.
 bool folderTakesNewFiles(const QString& folder);
+/// Whether the name is taken: by a file, a folder or a symbolic link, even one that leads nowhere.
+bool nameTaken(const QString& path);
+/// Whether `path` is a symbolic link that leads to nothing: to a missing file, or round a loop of links.
+bool isDanglingLink(const QString& path);
+/// Whether an open for writing through the dangling link `link` would make the file it finally names:
+/// the chain of links ends, and the folder of its last target exists and takes new files.
+bool danglingLinkTakesNewFile(const QString& link);
+/// Removes the file that the check's own open made.
+void removeMadeFile(const QString& path);
+/// What the diagnosis asks, symbolic links followed: whether the file exists, whether it may be written,
+/// and whether the folder that holds (or would hold) it exists.
+bool fileExists(const QString& path);
+bool fileWritable(const QString& path);
+bool folderOfFileExists(const QString& path);
 } // namespace fileopencheck

@@ -1,9 +1,11 @@
-// FileOpenCheck_win.cpp - the opens behind the file-open check on Windows: the C runtime for reading,
-// Qt's unbuffered append for writing (opening a pipe or device name never waits there).
+// FileOpenCheck_win.cpp - the opens and file queries behind the file-open check on Windows: the C runtime
+// for reading, Qt's unbuffered append for writing (opening a pipe or device name never waits there), Qt's
+// file information for the rest (Qt passes wide names to the system, so the locale codec plays no part).
 #include "FileOpenCheck_p.h"
 
 #include "FileServices.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -40,3 +42,24 @@ bool fileopencheck::opensForAppending(const QString& path, bool* created)
 }
 
 bool fileopencheck::folderTakesNewFiles(const QString& folder) { return QFileInfo(folder).isWritable(); }
+
+bool fileopencheck::nameTaken(const QString& path) { return QFile::exists(path) || isDanglingLink(path); }
+
+bool fileopencheck::isDanglingLink(const QString& path)
+{
+    const QFileInfo entry(path);
+    return entry.isSymLink() && !entry.exists();
+}
+
+bool fileopencheck::danglingLinkTakesNewFile(const QString& link)
+{
+    return folderTakesNewFiles(QFileInfo(QFileInfo(link).symLinkTarget()).absolutePath());
+}
+
+void fileopencheck::removeMadeFile(const QString& path) { QFile::remove(path); }
+
+bool fileopencheck::fileExists(const QString& path) { return QFileInfo::exists(path); }
+
+bool fileopencheck::fileWritable(const QString& path) { return QFileInfo(path).isWritable(); }
+
+bool fileopencheck::folderOfFileExists(const QString& path) { return QFileInfo(path).absoluteDir().exists(); }

@@ -4,6 +4,7 @@
 #include "FileOpenCheck.h"
 #include "FileOpenCheck_p.h"
 #include "FileServices.h"
+#include "QtSupport.h"
 #include "TestHelpers.h"
 
 #include <QDir>
@@ -13,12 +14,17 @@
 #include <QStandardPaths>
 #include <QDateTime>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <future>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #ifndef Q_OS_WIN
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,6 +41,38 @@ std::string message(const std::string& path, GfnOpenMode mode)
     return text.c_str();
 }
 
+#ifndef Q_OS_WIN
+// The names in a folder as the system holds them (bytes, whatever the locale codec), sorted.
+std::vector<std::string> namesIn(const std::string& folder)
+{
+    std::vector<std::string> names;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (const dirent* entry = readdir(dir)) {
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..")
+                names.push_back(name);
+        }
+        closedir(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Whether a real open for writing of `path` succeeds; a file it makes under that name is removed again
+// (one it makes at the end of a symbolic link is the caller's to remove).
+bool writeOpenSucceeds(const std::string& path)
+{
+    struct stat before;
+    const bool existed = lstat(path.c_str(), &before) == 0;
+    FILE* file = fopen_utf8(path.c_str(), "w");
+    if (!file)
+        return false;
+    std::fclose(file);
+    if (!existed)
+        unlink(path.c_str());
+    return true;
+}
+#endif
 
 } // namespace
 
@@ -267,8 +305,8 @@ TEST_F(FileOpen, DanglingLinkIsCheckedWithoutFollowingIt)
     EXPECT_TRUE(QFileInfo(QString::fromStdString(nowhere)).isSymLink());
 }
 
-// A FIFO never holds the check: opening it for reading succeeds at once, and for writing without a
-// reader fails at once. Each check runs on a thread of its own, waited for at most ten seconds.
+// A FIFO never holds the check: it is answered from its permissions, with no one at either end. Each
+// check runs on a thread of its own, waited for at most ten seconds.
 TEST_F(FileOpen, FifoNeverHoldsTheCheck)
 {
     const std::string fifo = path("pipe");
@@ -290,10 +328,121 @@ TEST_F(FileOpen, FifoNeverHoldsTheCheck)
     bool finished = false;
     EXPECT_TRUE(checkInTime(GfnRead, &finished));
     EXPECT_TRUE(finished);
-    EXPECT_FALSE(checkInTime(GfnWrite, &finished));
+    EXPECT_TRUE(checkInTime(GfnWrite, &finished));
     EXPECT_TRUE(finished);
     EXPECT_FALSE(checkInTime(GfnWriteNew, &finished));
     EXPECT_TRUE(finished);
     EXPECT_EQ(sp_FileOpenForensic(YString(fifo.c_str()), GfnRead), FileOpenReadLocked);
+}
+
+// Checking a FIFO never opens it: a process waiting at one end for a peer is neither released nor given
+// an end of file by the check, and stays waiting until a real peer comes.
+TEST_F(FileOpen, CheckingAFifoLeavesAWaitingPeerWaiting)
+{
+    const std::string fifo = path("waiting");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const GfnOpenMode mode : {GfnRead, GfnWrite}) {
+        // The waiting side opens the end that the check's mode does not.
+        const int waiterFlags = mode == GfnRead ? O_WRONLY : O_RDONLY;
+        std::atomic<bool> opened{false};
+        std::thread waiter([&] {
+            const int fd = open(fifo.c_str(), waiterFlags);
+            opened = true;
+            if (fd >= 0)
+                close(fd);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_TRUE(sp_CheckFileOpen(YString(fifo.c_str()), mode)) << mode;
+        EXPECT_FALSE(sp_CheckFileOpen(YString(fifo.c_str()), GfnWriteNew)) << mode;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_FALSE(opened) << "the check released the process waiting on the FIFO, mode " << mode;
+        // The test's own peer releases the waiting side.
+        int peer = -1;
+        for (int i = 0; i < 1000 && !opened; ++i) {
+            peer = open(fifo.c_str(), (mode == GfnRead ? O_RDONLY : O_WRONLY) | O_NONBLOCK);
+            if (peer >= 0)
+                break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        waiter.join();
+        EXPECT_TRUE(opened);
+        if (peer >= 0)
+            close(peer);
+    }
+    EXPECT_EQ(namesIn(m_dir), std::vector<std::string>{"waiting"});
+}
+
+// A chain of links is followed as an open follows it, relative targets from the folder of the link that
+// holds them: the check says what a real open for writing then does.
+TEST_F(FileOpen, LinkChainsAreFollowedToTheirEnd)
+{
+    ASSERT_EQ(mkdir(path("links").c_str(), 0700), 0);
+    ASSERT_EQ(mkdir(path("sub").c_str(), 0700), 0);
+    // To a link into a folder that does not exist.
+    ASSERT_EQ(symlink(path("missing/t.txt").c_str(), path("links/last").c_str()), 0);
+    ASSERT_EQ(symlink("last", path("links/first").c_str()), 0);
+    // To itself, and round a loop of two.
+    ASSERT_EQ(symlink("self", path("links/self").c_str()), 0);
+    ASSERT_EQ(symlink("loopb", path("links/loopa").c_str()), 0);
+    ASSERT_EQ(symlink("loopa", path("links/loopb").c_str()), 0);
+    // To a link into a folder that exists, named from the second link's own folder.
+    ASSERT_EQ(symlink("../sub/made.txt", path("links/good2").c_str()), 0);
+    ASSERT_EQ(symlink("good2", path("links/good1").c_str()), 0);
+
+    for (const char* name : {"links/first", "links/self", "links/loopa"}) {
+        const std::string link = path(name);
+        EXPECT_FALSE(sp_CheckFileOpen(YString(link.c_str()), GfnWrite)) << name;
+        EXPECT_FALSE(sp_CheckFileOpen(YString(link.c_str()), GfnWriteNew)) << name;
+        EXPECT_FALSE(sp_CheckFileOpen(YString(link.c_str()), GfnRead)) << name;
+        EXPECT_FALSE(writeOpenSucceeds(link)) << name;
+    }
+    const std::string good = path("links/good1");
+    EXPECT_TRUE(sp_CheckFileOpen(YString(good.c_str()), GfnWrite));
+    EXPECT_TRUE(namesIn(path("sub")).empty()); // the check made nothing at the end of the chain
+    EXPECT_TRUE(writeOpenSucceeds(path("links/good1")));
+    EXPECT_EQ(namesIn(path("sub")), std::vector<std::string>{"made.txt"});
+    unlink(path("sub/made.txt").c_str());
+    EXPECT_EQ(namesIn(path("links")),
+              (std::vector<std::string>{"first", "good1", "good2", "last", "loopa", "loopb", "self"}));
+}
+
+// Every step of the check and of the diagnosis names the file by the caller's UTF-8 bytes, also when the
+// locale codec is another one: the same file is looked at, made, removed and diagnosed.
+TEST_F(FileOpen, NonAsciiNamesUnderAnotherLocaleCodec)
+{
+    const std::string fresh = path("\xC3\xA9t\xC3\xA9-new.txt");
+    const std::string old = path("\xC3\xA9t\xC3\xA9-old.txt");
+    const std::string folder = path("d\xC3\xAF" "r");
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    FILE* file = fopen_utf8(old.c_str(), "w");
+    ASSERT_TRUE(file);
+    std::fputs("keep", file);
+    std::fclose(file);
+    const std::vector<std::string> before = namesIn(m_dir);
+    ASSERT_EQ(before.size(), 2u);
+
+    LocaleCodecGuard guard;
+    ASSERT_TRUE(sp_SetLocaleEncoding(YString("ISO-8859-1")));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(fresh.c_str()), GfnWrite));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(fresh.c_str()), GfnWriteNew));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(fresh.c_str()), GfnRead));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(old.c_str()), GfnWriteNew));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(old.c_str()), GfnWrite));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(old.c_str()), GfnRead));
+    EXPECT_EQ(sp_FileOpenForensic(YString(old.c_str()), GfnRead), FileOpenReadLocked);
+    EXPECT_EQ(sp_FileOpenForensic(YString(old.c_str()), GfnWrite), FileOpenWriteLocked);
+    EXPECT_EQ(sp_FileOpenForensic(YString(old.c_str()), GfnWriteNew), FileOpenOverwrite);
+    EXPECT_EQ(sp_FileOpenForensic(YString(fresh.c_str()), GfnRead), FileOpenNotExist);
+    EXPECT_EQ(sp_FileOpenForensic(YString(fresh.c_str()), GfnWrite), FileOpenDirPriv);
+    EXPECT_EQ(sp_FileOpenForensic(YString((folder + "/new.txt").c_str()), GfnWrite), FileOpenDirPriv);
+    EXPECT_EQ(sp_FileOpenForensic(YString(path("n\xC3\xB6/new.txt").c_str()), GfnWrite), FileOpenDirNotExist);
+    EXPECT_EQ(namesIn(m_dir), before);
+    EXPECT_TRUE(namesIn(folder).empty());
+    FILE* kept = fopen_utf8(old.c_str(), "r");
+    ASSERT_TRUE(kept);
+    char content[16] = {};
+    EXPECT_EQ(std::fread(content, 1, sizeof content - 1, kept), 4u);
+    std::fclose(kept);
+    EXPECT_STREQ(content, "keep");
 }
 #endif
