@@ -11,6 +11,8 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <sys/stat.h>
+
 namespace helpplatform {
 namespace {
 
@@ -75,7 +77,9 @@ bool openWithSystemHandler(const QString& url)
 
 QString programForFile(const QString& localFile)
 {
-    if (!QFileInfo::exists(localFile))
+    // The file was named in UTF-8 (as the library's own opens name it), whatever the locale codec says.
+    struct stat st;
+    if (::stat(localFile.toUtf8().constData(), &st) != 0)
         return QString();
     const QString desktop = commandOutput("xdg-mime", {"query", "default", "text/html"});
     if (desktop.isEmpty())

@@ -6,6 +6,7 @@
 #include "FileServices.h"
 #include "Help.h"
 #include "Options.h"
+#include "QtSupport.h"
 #include "TestHelpers.h"
 #include "TextServices.h"
 
@@ -17,6 +18,9 @@
 
 #ifdef Q_OS_WIN
 #include <windows.h>
+#else
+#include <dirent.h>
+#include <sys/stat.h>
 #endif
 
 #include <memory>
@@ -302,6 +306,28 @@ TEST_F(WebPages, AProgramIsFoundFromATemporaryFolderOfAnyName)
     EXPECT_TRUE(QDir(folder).isEmpty()); // the probe file is gone again
     SetEnvironmentVariableW(L"TEMP", oldTemp.data());
     SetEnvironmentVariableW(L"TMP", oldTmp.data());
+}
+#endif
+
+#ifndef Q_OS_WIN
+// The probe file is made and looked for under the same bytes: a temporary folder with a non-ASCII name
+// serves also when the locale codec is another one, and is left empty.
+TEST_F(WebPages, AProgramIsFoundFromANonAsciiTemporaryFolderUnderAnotherLocaleCodec)
+{
+    registerFakeBrowser();
+    const std::string folder = path("t\xC3\xA9mp");
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    EnvGuard tmpdir("TMPDIR", QByteArray::fromStdString(folder));
+    LocaleCodecGuard guard;
+    ASSERT_TRUE(sp_SetLocaleEncoding(YString("ISO-8859-1")));
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    int names = 0;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (const dirent* entry = readdir(dir))
+            names += std::string(entry->d_name) != "." && std::string(entry->d_name) != "..";
+        closedir(dir);
+    }
+    EXPECT_EQ(names, 0); // the probe file is gone again
 }
 #endif
 
