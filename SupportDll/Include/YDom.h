@@ -22,7 +22,9 @@ public:
     /// The first child element, and the next sibling element; null when there is none.
     YRef<YDomElement> firstChildElement() const;
     YRef<YDomElement> nextSiblingElement() const;
-    /// Appends a new child element named `name` and returns it.
+    /// Appends a new child element named `name` and returns it; null, appending nothing, when `name` is
+    /// no XML name (a letter, "_" or ":" first, then letters, digits, "-" and "."; characters beyond
+    /// ASCII count as letters when they are well-formed UTF-8).
     YRef<YDomElement> appendChild(const char* name);
 
     bool hasAttribute(const char* name) const;
@@ -35,6 +37,7 @@ public:
     /// The integer at the start of `text` (leading blanks skipped, an optional sign, then digits, read as
     /// sp_atoi64 reads them), the rule of the integer getters; false when no digit follows.
     [[nodiscard]] static bool textToInt64(const char* text, long long* value);
+    /// Sets the attribute, added at the end when new; nothing when `name` is no XML name.
     void setAttribute(const char* name, const char* value);
     void setAttribute(const char* name, int value);
     void setAttribute(const char* name, long long value);
@@ -67,11 +70,13 @@ public:
     [[nodiscard]] bool loadText(const char* text, size_t length);
     /// Writes the document with an XML declaration, UTF-8, indented by tabs; `flags` is reserved (pass 0).
     /// Control characters other than tab, line feed and carriage return, which XML cannot hold, are left
-    /// out. False when the file cannot be written completely.
+    /// out, and each byte that is no part of well-formed UTF-8 of a character XML holds (so also each byte
+    /// of a surrogate, U+FFFE or U+FFFF) is written as U+FFFD. False when the file cannot be written completely.
     [[nodiscard]] bool save(const char* path, int flags = 0) const;
     /// The document as text, written as `save` writes it.
     YString toText() const;
-    /// Removes any content and creates the root element named `name`.
+    /// Removes any content and creates the root element named `name`; null, changing nothing, when
+    /// `name` is no XML name.
     YRef<YDomElement> createRoot(const char* name);
     /// The root element, or null when the document is empty.
     YRef<YDomElement> getRoot() const;

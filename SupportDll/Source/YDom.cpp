@@ -45,12 +45,59 @@ inline bool unwritable(char c)
     return u < 32 && u != 9 && u != 10 && u != 13;
 }
 
+// The length of the character XML can hold that starts at `p` (a NUL-terminated text): 1 for a byte
+// below 128 that is not unwritable, 2 to 4 for a well-formed UTF-8 sequence of a character other than a
+// surrogate, U+FFFE and U+FFFF; 0 for anything else.
+size_t xmlCharacter(const char* p)
+{
+    const unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 0x80)
+        return unwritable(*p) ? 0 : 1;
+    const size_t length = c >= 0xC2 && c < 0xE0 ? 2 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xF0 && c < 0xF5 ? 4 : 0;
+    unsigned long code = length == 2 ? c & 0x1F : length == 3 ? c & 0x0F : c & 0x07;
+    for (size_t k = 1; k < length; ++k) {
+        const unsigned char next = static_cast<unsigned char>(p[k]);
+        if ((next & 0xC0) != 0x80)
+            return 0; // also at the terminating NUL
+        code = (code << 6) | (next & 0x3F);
+    }
+    const unsigned long least[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (length == 0 || code < least[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF) || code == 0xFFFE ||
+        code == 0xFFFF)
+        return 0;
+    return length;
+}
+
 bool holdsUnwritable(const char* text)
 {
-    for (; *text; ++text)
-        if (unwritable(*text))
+    for (size_t n; *text; text += n)
+        if ((n = xmlCharacter(text)) == 0)
             return true;
     return false;
+}
+
+// Whether `name` can name an element or an attribute: a letter, "_" or ":" first, then letters, digits,
+// "-", "." and those; characters beyond ASCII count as letters when they are well-formed UTF-8.
+bool isXmlName(const char* name)
+{
+    if (!name || !*name)
+        return false;
+    for (const char* p = name; *p;) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c >= 0x80) {
+            const size_t n = xmlCharacter(p);
+            if (n == 0)
+                return false;
+            p += n;
+            continue;
+        }
+        const bool start = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':';
+        const bool later = (c >= '0' && c <= '9') || c == '-' || c == '.';
+        if (!start && !(later && p != name))
+            return false;
+        ++p;
+    }
+    return true;
 }
 
 // Leaves the unwritable characters out of the text of `node` and of its attributes; true when any
@@ -64,10 +111,16 @@ bool unwritableIn(pugi::xml_node node)
             return;
         found = true;
         if (Strip) {
+            // Control characters are left out; any other byte that is no character becomes U+FFFD.
             std::string kept;
-            for (; *text; ++text)
-                if (!unwritable(*text))
-                    kept += *text;
+            for (size_t n; *text; text += n) {
+                n = xmlCharacter(text);
+                if (n > 0)
+                    kept.append(text, n);
+                else if (!unwritable(*text))
+                    kept += "\xEF\xBF\xBD";
+                n = n > 0 ? n : 1;
+            }
             set(kept.c_str());
         }
     };
@@ -181,7 +234,9 @@ YRef<YDomElement> YDomElement::nextSiblingElement() const
 
 YRef<YDomElement> YDomElement::appendChild(const char* name)
 {
-    pugi::xml_node child = nodeOf(m_node).append_child(name ? name : "");
+    if (!isXmlName(name))
+        return YRef<YDomElement>();
+    pugi::xml_node child = nodeOf(m_node).append_child(name);
     if (!child)
         return YRef<YDomElement>();
     return YRef<YDomElement>(new YDomElement(m_doc, child.internal_object()));
@@ -229,7 +284,7 @@ long long YDomElement::getAttributeInt64(const char* name, long long defaultValu
 
 void YDomElement::setAttribute(const char* name, const char* value)
 {
-    if (!name)
+    if (!isXmlName(name))
         return;
     pugi::xml_node node = nodeOf(m_node);
     pugi::xml_attribute a = node.attribute(name);
@@ -367,7 +422,7 @@ bool YDomDocument::save(const char* path, int) const
 
 YRef<YDomElement> YDomDocument::createRoot(const char* name)
 {
-    if (!ownTree(m_data))
+    if (!isXmlName(name) || !ownTree(m_data))
         return YRef<YDomElement>();
     m_data->document.reset();
     m_data->source.clear();

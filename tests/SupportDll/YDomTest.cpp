@@ -205,3 +205,38 @@ TEST_F(YDom, DeepDocumentsAreWrittenWithoutIndentation)
     ASSERT_TRUE(doc->loadText(shallow, sizeof shallow - 1));
     EXPECT_EQ(doc->toText(), "<?xml version=\"1.0\"?>\n<a>\n\t<b>\n\t\t<c />\n\t</b>\n</a>\n");
 }
+
+// What is written is well-formed: names that are no XML names are refused, and each byte that is no part
+// of a character XML holds is written as U+FFFD; the document reads back.
+TEST_F(YDom, WhatIsWrittenReadsBackWhateverTheNamesAndBytes)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    EXPECT_FALSE(doc->createRoot("a b"));
+    YRef<YDomElement> root = doc->createRoot("r");
+    ASSERT_TRUE(root);
+    for (const char* bad : {"", "a b", "1a", "-a", "a<b", "a\"", "x\xFF", "\xC3"})
+        EXPECT_FALSE(root->appendChild(bad)) << bad;
+    EXPECT_TRUE(root->appendChild("_ok-name.x:1"));
+    EXPECT_TRUE(root->appendChild("\xC3\xA9t\xC3\xA9"));
+    root->setAttribute("x y", "1");
+    root->setAttribute("", "2");
+    EXPECT_FALSE(root->hasAttribute("x y"));
+    root->setAttribute("latin", "caf\xE9 \xFF\xFE");
+    root->setAttribute("surrogate", "\xED\xA0\x80!");
+    root->setAttribute("nonchar", "a\xEF\xBF\xBE" "b\xEF\xBF\xBF" "c");
+    root->setAttribute("cut", "z\xE2\x82");
+    root->setAttribute("good", "\xE2\x82\xAC \xF0\x9F\x98\x80");
+    const YString text = doc->toText();
+    EXPECT_EQ(std::string(text.c_str()),
+              "<?xml version=\"1.0\"?>\n"
+              "<r latin=\"caf\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD\" surrogate=\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD!\" "
+              "nonchar=\"a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD" "b\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD" "c\" cut=\"z\xEF\xBF\xBD\xEF\xBF\xBD\" good=\"\xE2\x82\xAC \xF0\x9F\x98\x80\">\n"
+              "\t<_ok-name.x:1 />\n"
+              "\t<\xC3\xA9t\xC3\xA9 />\n"
+              "</r>\n");
+    // The document itself keeps what it was given.
+    EXPECT_EQ(root->getAttribute("latin"), "caf\xE9 \xFF\xFE");
+    YRef<YDomDocument> back = YXML_Factory::Make_RapidXML_DOM_Document();
+    ASSERT_TRUE(back->loadText(text.c_str(), static_cast<size_t>(text.length())));
+    EXPECT_EQ(back->getRoot()->getAttribute("good"), "\xE2\x82\xAC \xF0\x9F\x98\x80");
+}
