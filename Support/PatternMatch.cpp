@@ -41,7 +41,12 @@ QString globToRegExp(const QString& glob)
 // groups. A pattern nested deeper than this, whose states and links would pass this limit (beyond twice
 // its own length), or whose table would pass this many entries is taken as invalid, rather than overflow
 // the stack or take gigabytes and minutes.
+// Each lookahead is an automaton of its own, and QRegExp takes at most 13 in one automaton; it drops
+// the fourteenth without freeing it. When a lookahead's own text is invalid the enclosing automaton
+// parses that text again as its own, so any automaton may come to hold every lookahead inside it: more
+// than 13 in all, nested ones and each copy a count makes included, are taken as invalid.
 constexpr int kMaxGroupDepth = 250;
+constexpr double kMaxLookaheads = 13;
 constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
 constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
@@ -68,23 +73,28 @@ struct Part {
     double starts = 0;
     double ends = 0;
     bool empty = true;
+    double lookaheads = 0; // the lookahead automata it makes, nested ones included
 
     double size() const { return states + links; }
 };
 
 const Part kAtom{1, 0, 1, 1, false};
+// An anchor is a condition on links, not a state, but QRegExp records each copy of it, joined to the
+// anchors beside it: it counts as one link.
+const Part kAnchor{0, 1, 0, 0, true};
 
 // `a` followed by `b`.
 Part sequence(const Part& a, const Part& b)
 {
     return {a.states + b.states, a.links + b.links + a.ends * b.starts, a.starts + (a.empty ? b.starts : 0),
-            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty};
+            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty, a.lookaheads + b.lookaheads};
 }
 
 // `a` or `b`.
 Part alternative(const Part& a, const Part& b)
 {
-    return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty};
+    return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty,
+            a.lookaheads + b.lookaheads};
 }
 
 Part optional(Part p)
@@ -100,12 +110,18 @@ Part loop(Part p)
     return p;
 }
 
-// A count "{n}", "{n,}" or "{n,m}" at `i`, moving `i` past it.
+// A count "{n}", "{n,}", "{n,m}" or "{,m}" at `i`, moving `i` past it. QRegExp takes every "{" as the
+// start of a count and reports an error when the count does not close right after its digits: such a
+// count is `malformed`.
 struct Repetition {
     bool present = false;
     double low = 0;
     double high = 0;
     bool unbounded = false;
+    bool malformed = false;
+
+    // How many times QRegExp parses the counted part: once, and again for each copy beyond the first.
+    double copies() const { return std::max(1.0, unbounded ? low : high); }
 };
 Repetition repetitionAt(const QString& p, int& i)
 {
@@ -124,11 +140,14 @@ Repetition repetitionAt(const QString& p, int& i)
             comma = true;
             digits = false;
         } else {
-            return {}; // not a count: QRegExp's own parser decides what it is
+            break;
         }
     }
-    if (j >= p.size())
-        return {};
+    if (j >= p.size() || p[j] != QLatin1Char('}')) {
+        Repetition r;
+        r.present = r.malformed = true;
+        return r;
+    }
     i = j + 1;
     if (!comma)
         return {true, value, value, false};
@@ -172,13 +191,19 @@ bool withinBounds(const QString& p)
     for (int i = 0; i < p.size();) {
         const QChar c = p[i];
         Part part = kAtom;
+        // A count with no part before it, or after another count or quantifier, is an error to QRegExp.
+        if (c == QLatin1Char('{'))
+            return false;
         if (c == QLatin1Char('(')) {
             if (static_cast<int>(groups.size()) > kMaxGroupDepth)
                 return false;
             Group group;
-            if (i + 1 < p.size() && p[i + 1] == QLatin1Char('?'))
-                group.zeroWidth = i + 2 < p.size() && (p[i + 2] == QLatin1Char('=') || p[i + 2] == QLatin1Char('!'));
-            else
+            if (i + 1 < p.size() && p[i + 1] == QLatin1Char('?')) {
+                const QChar kind = i + 2 < p.size() ? p[i + 2] : QChar();
+                if (kind != QLatin1Char('=') && kind != QLatin1Char('!') && kind != QLatin1Char(':'))
+                    return false; // "(?" takes only these three: an error to QRegExp
+                group.zeroWidth = kind != QLatin1Char(':');
+            } else
                 ++captures;
             open += groups.back().whole().size();
             groups.push_back(group);
@@ -199,23 +224,32 @@ bool withinBounds(const QString& p)
             open -= groups.back().whole().size();
             part = group.whole();
             if (group.zeroWidth) // its states are built, but it links to nothing around it
-                part = {part.states, part.links, 0, 0, true};
+                part = {part.states, part.links, 0, 0, true, part.lookaheads + 1};
             ++i;
+        } else if (c == QLatin1Char(')')) {
+            return false; // closes no group: an error to QRegExp
         } else if (c == QLatin1Char('[')) {
             i = afterClass(p, i); // a class is one atom
         } else if (c == QLatin1Char('^') || c == QLatin1Char('$')) {
-            part = Part(); // anchors are conditions on links, not states
+            part = kAnchor;
             ++i;
         } else if (c == QLatin1Char('\\')) {
             if (i + 1 < p.size() && (p[i + 1] == QLatin1Char('b') || p[i + 1] == QLatin1Char('B')))
-                part = Part();
+                part = kAnchor;
             i += 2;
         } else {
             ++i; // a quantifier standing alone is one atom too; QRegExp refuses it anyway
         }
         const Repetition repetition = repetitionAt(p, i);
-        if (repetition.present)
+        if (repetition.malformed)
+            return false;
+        if (repetition.present) {
+            const double lookaheads = part.lookaheads * repetition.copies();
             part = repeated(part, repetition, limit);
+            part.lookaheads = lookaheads;
+        }
+        if (part.lookaheads > kMaxLookaheads)
+            return false;
         // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
         // becomes): "?" makes it optional, "*" a loop that may match nothing, "+" a loop.
         for (; i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+')); ++i)
@@ -225,6 +259,8 @@ bool withinBounds(const QString& p)
         if (open + group.whole().size() > limit)
             return false;
     }
+    if (groups.size() > 1 || groups.front().whole().lookaheads > kMaxLookaheads)
+        return false; // a group left open is an error to QRegExp
     // The matcher's table: four entries per capturing group and three more, for each state.
     const double states = groups.front().whole().states + 2 * captures + 2;
     return (4 * captures + 3) * states <= kMaxCaptureTable;

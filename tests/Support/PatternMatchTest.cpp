@@ -291,6 +291,17 @@ TEST(RegexpMatch, SameAsQRegExpForRandomPatterns)
         ASSERT_EQ(sp_RegexpMatch(pattern.c_str(), text.c_str()), referenceRegexpMatch(pattern, text))
             << "pattern '" << pattern << "' text '" << text << "'";
     }
+    // Groups of every kind, anchors and counts, closed and not, so that every syntax error refused
+    // before QRegExp sees it is one QRegExp refuses too. Eight items make at most 12 lookaheads.
+    const std::vector<std::string> groups = {"a", "b", "(", "(?=", "(?!", "(?:", "(?", ")", ")", "|", "{2}", "{3}",
+                                             "{", "}", "{,2}", "{2,}", "{1,3}", "{}", "2", ",", "*", "?", "\\b",
+                                             "\\B", "^", "$", "[", "]", "\\", "<"};
+    for (int i = 0; i < 40000; ++i) {
+        const std::string pattern = randomString(random, groups, 8);
+        const std::string text = randomString(random, kTextAlphabet, 8);
+        ASSERT_EQ(sp_RegexpMatch(pattern.c_str(), text.c_str()), referenceRegexpMatch(pattern, text))
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
 }
 
 // Searches QRegExp would retry from every position of the text, each to its end: on these texts that
@@ -318,6 +329,64 @@ TEST(RegexpMatch, LongTextsWithoutACharacterThePatternNeeds)
     EXPECT_EQ(sp_RegexpMatch("(a|x)*b[0-9]", as.c_str()), -1);
     EXPECT_EQ(sp_RegexpMatch("a*b", (as + "b").c_str()), 0);
     EXPECT_EQ(sp_RegexpMatch("a*ba", (as + "b").c_str()), -1); // "b" then "a": not in this order
+}
+
+// QRegExp builds each lookahead as an automaton of its own and takes 13 in one; the fourteenth it drops
+// without freeing it, so past 13 in all the pattern is invalid here before QRegExp sees it. A count
+// parses its part again for each copy, "{0}" once.
+TEST(RegexpMatch, LookaheadsPastThirteenInAllAreInvalid)
+{
+    std::string thirteen, fourteen;
+    for (int i = 0; i < 13; ++i)
+        thirteen += "(?=b)";
+    fourteen = thirteen + "(?!a)";
+    EXPECT_EQ(sp_RegexpMatch(thirteen.c_str(), "ab"), 1);
+    EXPECT_EQ(sp_RegexpMatch(fourteen.c_str(), "ab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){13}", "aab"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){14}", "aab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){2,13}", "aab"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){2,14}", "aab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){13,}", "aab"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){14,}", "aab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("a((?=b)){13}", "aab"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a((?=b)|x){14}", "aab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=b){0}", "aab"), 0);
+    // Nested ones count in all: QRegExp alone would take this second pattern, 7 in each automaton.
+    EXPECT_EQ(sp_RegexpMatch("a(?=(?=b){6}b)(?=b){6}", "aabb"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a(?=(?=b){7}b)(?=b){6}", "aabb"), -1);
+    YArray<YString> patterns;
+    patterns.append(YString("a"));
+    patterns.append(YString(fourteen.c_str()));
+    YArray<YString> pieces;
+    EXPECT_FALSE(sp_RegExpMatches(patterns, YString("ab"), &pieces));
+    ASSERT_EQ(pieces.count(), 1);
+    EXPECT_STREQ(pieces[0].c_str(), "a");
+}
+
+// QRegExp records every copy of an anchor, joined to the anchors beside it: nested counts of one took
+// it minutes. Each copy counts as one link.
+TEST(RegexpMatch, AnchorCopiesCountTowardsTheBound)
+{
+    EXPECT_EQ(sp_RegexpMatch("(\\b{100}){999}x", "a x"), 2);
+    EXPECT_EQ(sp_RegexpMatch("((\\b{999}){999}){30}x", "a x"), -1);
+    EXPECT_EQ(sp_RegexpMatch("(^{999}$){999}", ""), -1);
+    EXPECT_EQ(sp_RegexpMatch("(^{99}$){999}", ""), 0);
+    EXPECT_EQ(sp_RegexpMatch("(\\B|\\b){49999}", "a"), -1);
+}
+
+// Syntax QRegExp reports as an error after building what it has read: a count that does not close, a
+// "(" or ")" without its partner, "(?" other than "(?=", "(?!" and "(?:", a count with nothing to count.
+// Such patterns are invalid at once; inside a lookahead QRegExp read them twice, slowly.
+TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
+{
+    for (const char* pattern : {"a{2", "a{2,", "a{2,3", "a{2x}", "a{2,3,4}", "(?=\\b{912", "x(?=\\b{999}\\b{999}\\b{999",
+                                "(a", "a)", "(?<a)", "(?", "(?x)", "{2}", "a|{2}", "a{2}{3}", "(?=b)*{2}"})
+        EXPECT_EQ(sp_RegexpMatch(pattern, "aab"), -1) << pattern;
+    EXPECT_EQ(sp_RegexpMatch("b{}", "ab"), 0); // "{}" is "{0}"
+    EXPECT_EQ(sp_RegexpMatch("a{,2}b", "aab"), 0);
+    EXPECT_EQ(sp_RegexpMatch("(?:a)b", "aab"), 1);
+    // A fuzzer's find: lookaheads left open, an unclosed count, bytes that are no UTF-8.
+    EXPECT_EQ(sp_RegexpMatch("ck^\xff\xff\xff\x1d^^\x81^\x1a(?=^\x1a(?=\x1du(?=\\b{912-k{{9123", "b"), -1);
 }
 
 TEST(RegularExpressionMatch, AppendsWholeMatchThenGroups)
