@@ -50,6 +50,7 @@ constexpr double kMaxLookaheads = 13;
 constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
 constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
+constexpr double kMaxBackReference = 14; // QRegExp's largest
 
 // The position after the character class that starts at `i`: up to its "]", which may come first in it
 // (after a "^"), escaped ones passed over.
@@ -234,9 +235,19 @@ bool withinBounds(const QString& p)
             part = kAnchor;
             ++i;
         } else if (c == QLatin1Char('\\')) {
-            if (i + 1 < p.size() && (p[i + 1] == QLatin1Char('b') || p[i + 1] == QLatin1Char('B')))
+            const QChar escaped = i + 1 < p.size() ? p[i + 1] : QChar();
+            if (escaped == QLatin1Char('b') || escaped == QLatin1Char('B'))
                 part = kAnchor;
             i += 2;
+            if (escaped >= QLatin1Char('1') && escaped <= QLatin1Char('9')) {
+                // A back-reference takes every digit after it. QRegExp refuses numbers past 14, but
+                // first sizes its matcher's table for that many groups.
+                double number = escaped.digitValue();
+                for (; i < p.size() && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9'); ++i)
+                    number = std::min(number * 10 + p[i].digitValue(), kMaxBackReference + 1);
+                if (number > kMaxBackReference)
+                    return false;
+            }
         } else {
             ++i; // a quantifier standing alone is one atom too; QRegExp refuses it anyway
         }

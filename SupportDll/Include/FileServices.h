@@ -59,8 +59,9 @@ SUPPORTDLL_API YString sp_ConvertLocalToUnix(const YString& path);
 /// Expands "%EXEPATH%" to the executable's directory and "%NAME%" to the environment variable NAME.
 /// Placeholders that name nothing are left as written and make the result false.
 [[nodiscard]] SUPPORTDLL_API bool sp_TranslateSystemPath(const char* in, YString* out);
-/// Splits a path at its last separator into the directory (without the separator) and the file name.
-/// Either output may be null.
+/// Splits a path at its last separator ("/" or "\") into the directory (without the separator) and the
+/// file name. A root keeps its separator: "/x" gives "/", "C:\x" gives "C:\". With no separator the
+/// directory is empty. Either output may be null.
 SUPPORTDLL_API void sp_SplitPath(const YString& path, YString* directory, YString* fileName);
 /// 0 when the two paths name the same file by the host's rules (see `YString::comparePath`).
 SUPPORTDLL_API int sp_ComparePaths(const char* a, const char* b);

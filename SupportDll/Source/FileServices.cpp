@@ -1,5 +1,6 @@
 // FileServices.cpp - UTF-8 file functions and host-independent path services.
 #include "FileServices.h"
+#include "FolderOf_p.h"
 #include "Platform_p.h"
 
 #include <algorithm>
@@ -254,7 +255,7 @@ void sp_SplitPath(const YString& path, YString* directory, YString* fileName)
         return;
     }
     if (directory)
-        *directory = YString(s.substr(0, cut == 0 ? 1 : cut).c_str());
+        *directory = YString(platform::folderOf(s, "/\\", true).c_str());
     if (fileName)
         *fileName = YString(s.substr(cut + 1).c_str());
 }

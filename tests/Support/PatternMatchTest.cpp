@@ -295,7 +295,7 @@ TEST(RegexpMatch, SameAsQRegExpForRandomPatterns)
     // before QRegExp sees it is one QRegExp refuses too. Eight items make at most 12 lookaheads.
     const std::vector<std::string> groups = {"a", "b", "(", "(?=", "(?!", "(?:", "(?", ")", ")", "|", "{2}", "{3}",
                                              "{", "}", "{,2}", "{2,}", "{1,3}", "{}", "2", ",", "*", "?", "\\b",
-                                             "\\B", "^", "$", "[", "]", "\\", "<"};
+                                             "\\B", "^", "$", "[", "]", "\\", "<", "\\1", "\\9", "5", "0"};
     for (int i = 0; i < 40000; ++i) {
         const std::string pattern = randomString(random, groups, 8);
         const std::string text = randomString(random, kTextAlphabet, 8);
@@ -375,7 +375,8 @@ TEST(RegexpMatch, AnchorCopiesCountTowardsTheBound)
 }
 
 // Syntax QRegExp reports as an error after building what it has read: a count that does not close, a
-// "(" or ")" without its partner, "(?" other than "(?=", "(?!" and "(?:", a count with nothing to count.
+// "(" or ")" without its partner, "(?" other than "(?=", "(?!" and "(?:", a count with nothing to count,
+// a back-reference past 14.
 // Such patterns are invalid at once; inside a lookahead QRegExp read them twice, slowly.
 TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
 {
@@ -385,6 +386,12 @@ TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
     EXPECT_EQ(sp_RegexpMatch("b{}", "ab"), 0); // "{}" is "{0}"
     EXPECT_EQ(sp_RegexpMatch("a{,2}b", "aab"), 0);
     EXPECT_EQ(sp_RegexpMatch("(?:a)b", "aab"), 1);
+    // Back-references take every digit after them; QRegExp takes numbers up to 14.
+    EXPECT_EQ(sp_RegexpMatch("b\\14", "ab"), 1);
+    EXPECT_EQ(sp_RegexpMatch("b\\15", "ab"), -1);
+    EXPECT_EQ(sp_RegexpMatch("(a)\\1", "baa"), 1);
+    EXPECT_EQ(sp_RegexpMatch("(a)\\10", "baa"), 1);
+    EXPECT_EQ(sp_RegexpMatch("\\99999{91}", "a"), -1);
     // A fuzzer's find: lookaheads left open, an unclosed count, bytes that are no UTF-8.
     EXPECT_EQ(sp_RegexpMatch("ck^\xff\xff\xff\x1d^^\x81^\x1a(?=^\x1a(?=\x1du(?=\\b{912-k{{9123", "b"), -1);
 }

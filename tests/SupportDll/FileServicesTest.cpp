@@ -554,6 +554,18 @@ TEST(Paths, ConvertSplitCompare)
     EXPECT_EQ(name, "foo.dll");
     sp_SplitPath(YString("C:\\x\\y.dll"), &dir, nullptr);
     EXPECT_EQ(dir, "C:\\x");
+    // A root keeps its separator: without it "C:" would name drive C's current folder.
+    sp_SplitPath(YString("C:\\y.dll"), &dir, &name);
+    EXPECT_EQ(dir, "C:\\");
+    EXPECT_EQ(name, "y.dll");
+    sp_SplitPath(YString("C:/y.dll"), &dir, &name);
+    EXPECT_EQ(dir, "C:/");
+    sp_SplitPath(YString("/y.so"), &dir, &name);
+    EXPECT_EQ(dir, "/");
+    EXPECT_EQ(name, "y.so");
+    sp_SplitPath(YString("C:y.dll"), &dir, &name); // drive C's current folder: no separator to split at
+    EXPECT_EQ(dir, "");
+    EXPECT_EQ(name, "C:y.dll");
     EXPECT_EQ(sp_ComparePaths("/a/b", "/a/b/"), 0);
     EXPECT_NE(sp_ComparePaths("/a/b", "/a/c"), 0);
     // Runs of separators are one, and "." parts name nothing; ".." is kept, a drive's root too.
