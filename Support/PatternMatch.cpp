@@ -376,11 +376,28 @@ int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
     return found == none ? -1 : found;
 }
 
-// Whether a case-sensitive regular expression certainly finds nothing in `text`: the characters it
-// must match outside any group, count or alternative, in its order, are not all in the text in that
-// order. Patterns this reading does not cover (escapes of letters and digits, a "|" or ")" outside a
-// group) are left to QRegExp.
-bool certainlyNoMatch(const QString& p, const QString& text)
+// The first position from `from` on where `text` may hold `c` for QRegExp, or -1. Ignoring case, QRegExp
+// compares a plain string by case folding (U+017F, long s, matches "S") and other patterns by lower case
+// (it does not): a character that either way compares equal is taken.
+int nextOf(const QString& text, QChar c, int from, Qt::CaseSensitivity cs)
+{
+    const int folded = text.indexOf(c, from, cs);
+    if (cs == Qt::CaseSensitive)
+        return folded;
+    const QChar lower = c.toLower();
+    const int end = folded < 0 ? text.size() : folded;
+    for (int i = from; i < end; ++i) {
+        if (text[i].toLower() == lower)
+            return i;
+    }
+    return folded;
+}
+
+// Whether a regular expression certainly finds nothing in `text`: the characters it must match outside
+// any group, count or alternative, in its order, are not all in the text in that order. Patterns this
+// reading does not cover (escapes of letters and digits, a "|" or ")" outside a group) are left to
+// QRegExp.
+bool certainlyNoMatch(const QString& p, const QString& text, Qt::CaseSensitivity cs)
 {
     static const QString special = QStringLiteral("\\^$.[](){}|*+?");
     std::vector<QChar> required;
@@ -418,7 +435,7 @@ bool certainlyNoMatch(const QString& p, const QString& text)
     }
     int from = 0;
     for (const QChar c : required) {
-        from = text.indexOf(c, from, Qt::CaseSensitive);
+        from = nextOf(text, c, from, cs);
         if (from < 0)
             return true;
         ++from;
@@ -453,7 +470,7 @@ int regexpMatch(const char* pattern, const char* text, Qt::CaseSensitivity cs)
     const QString t = fromUtf8(text);
     // QRegExp tries every start position in turn, each as far as the pattern lets it: a pattern that
     // cannot match anywhere costs the square of the text's length, which this check spares when it can.
-    if (cs == Qt::CaseSensitive && certainlyNoMatch(p, t))
+    if (certainlyNoMatch(p, t, cs))
         return -1;
     return firstMatch(p, t, cs);
 }

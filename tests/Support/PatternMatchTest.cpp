@@ -291,6 +291,19 @@ TEST(RegexpMatch, SameAsQRegExpForRandomPatterns)
         ASSERT_EQ(sp_RegexpMatch(pattern.c_str(), text.c_str()), referenceRegexpMatch(pattern, text))
             << "pattern '" << pattern << "' text '" << text << "'";
     }
+    // Ignoring case, with characters whose lower case and case folding differ.
+    const std::vector<std::string> folding = {"a", "A", "b", "s", "S", "\xC5\xBF", "\xCF\x82", "\xCF\x83",
+                                              "\xCE\xA3", "i", "\xC4\xB0", "k", "\xE2\x84\xAA", "*", "?",
+                                              "(", ")", "|", ".", "[", "]", "{2}"};
+    const std::vector<std::string> foldingText = {"a", "A", "b", "s", "S", "\xC5\xBF", "\xCF\x82", "\xCF\x83",
+                                                  "\xCE\xA3", "i", "I", "\xC4\xB0", "k", "K", "\xE2\x84\xAA"};
+    for (int i = 0; i < 20000; ++i) {
+        const std::string pattern = randomString(random, folding, 6);
+        const std::string text = randomString(random, foldingText, 10);
+        const QRegExp re(QString::fromStdString(pattern), Qt::CaseInsensitive, QRegExp::RegExp);
+        ASSERT_EQ(sp_RegexpMatch_i(pattern.c_str(), text.c_str()), re.isValid() ? re.indexIn(QString::fromStdString(text)) : -1)
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
     // Groups of every kind, anchors and counts, closed and not, so that every syntax error refused
     // before QRegExp sees it is one QRegExp refuses too. Eight items make at most 12 lookaheads.
     const std::vector<std::string> groups = {"a", "b", "(", "(?=", "(?!", "(?:", "(?", ")", ")", "|", "{2}", "{3}",
@@ -329,6 +342,15 @@ TEST(RegexpMatch, LongTextsWithoutACharacterThePatternNeeds)
     EXPECT_EQ(sp_RegexpMatch("(a|x)*b[0-9]", as.c_str()), -1);
     EXPECT_EQ(sp_RegexpMatch("a*b", (as + "b").c_str()), 0);
     EXPECT_EQ(sp_RegexpMatch("a*ba", (as + "b").c_str()), -1); // "b" then "a": not in this order
+    // Ignoring case too. QRegExp compares a plain string by case folding, and other patterns by lower
+    // case: long s (U+017F) folds to "s" but is its own lower case.
+    EXPECT_EQ(sp_RegexpMatch_i("a*b", as.c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch_i("a*b", (as + "\xC4\xB0").c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch_i("A*B", (as + "b").c_str()), 0);
+    EXPECT_EQ(sp_RegexpMatch_i("\xC5\xBF", "aS"), 1);
+    EXPECT_EQ(sp_RegexpMatch_i("x*\xC5\xBF", "aS"), -1);
+    EXPECT_EQ(sp_RegexpMatch_i("x*\xC5\xBF", "a\xC5\xBF"), 1);
+    EXPECT_EQ(sp_RegexpMatch_i("x*\xE2\x84\xAA", "ak"), 1); // the Kelvin sign's lower case is "k"
 }
 
 // QRegExp builds each lookahead as an automaton of its own and takes 13 in one; the fourteenth it drops
