@@ -19,6 +19,7 @@
 #include "ModelLibrary.h"
 #include "MswMerge.h"
 #include "NetlistStream.h"
+#include "PatternCheck.h"
 #include "PatternMatch.h"
 #include "Plugins.h"
 #include "Processes.h"

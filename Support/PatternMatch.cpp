@@ -1,5 +1,6 @@
 // PatternMatch.cpp - wildcards, regular expressions, sequential tokenising and Qt object look-ups.
 #include "PatternMatch.h"
+#include "PatternMatch_p.h"
 #include "QtSupport.h"
 
 #include <QObject>
@@ -51,6 +52,11 @@ constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
 constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
 constexpr double kMaxBackReference = 14; // QRegExp's largest
+
+// QRegExp's own words for the errors refused here before it sees them.
+const char* const kRepetitionError = "bad repetition syntax";
+const char* const kLookaheadError = "bad lookahead syntax";
+const char* const kLimitError = "met internal limit";
 
 // The position after the character class that starts at `i`: up to its "]", which may come first in it
 // (after a "^"), escaped ones passed over.
@@ -182,8 +188,9 @@ struct Group {
     Part whole() const { return anyBranch ? alternative(branches, branch) : branch; }
 };
 
-// Whether QRegExp can take the pattern within the bounds above.
-bool withinBounds(const QString& p)
+} // namespace
+
+const char* patternmatch::refusal(const QString& p)
 {
     const double limit = kMaxAddedSize + 2.0 * p.size();
     std::vector<Group> groups(1); // the whole pattern first
@@ -194,15 +201,17 @@ bool withinBounds(const QString& p)
         Part part = kAtom;
         // A count with no part before it, or after another count or quantifier, is an error to QRegExp.
         if (c == QLatin1Char('{'))
-            return false;
+            return kRepetitionError;
         if (c == QLatin1Char('(')) {
             if (static_cast<int>(groups.size()) > kMaxGroupDepth)
-                return false;
+                return "groups nested deeper than 250";
             Group group;
             if (i + 1 < p.size() && p[i + 1] == QLatin1Char('?')) {
                 const QChar kind = i + 2 < p.size() ? p[i + 2] : QChar();
+                if (kind == QLatin1Char('<'))
+                    return "lookbehinds not supported, see QTBUG-2371";
                 if (kind != QLatin1Char('=') && kind != QLatin1Char('!') && kind != QLatin1Char(':'))
-                    return false; // "(?" takes only these three: an error to QRegExp
+                    return kLookaheadError; // "(?" takes only these three
                 group.zeroWidth = kind != QLatin1Char(':');
             } else
                 ++captures;
@@ -228,7 +237,7 @@ bool withinBounds(const QString& p)
                 part = {part.states, part.links, 0, 0, true, part.lookaheads + 1};
             ++i;
         } else if (c == QLatin1Char(')')) {
-            return false; // closes no group: an error to QRegExp
+            return "missing left delim"; // a ")" that closes no group
         } else if (c == QLatin1Char('[')) {
             i = afterClass(p, i); // a class is one atom
         } else if (c == QLatin1Char('^') || c == QLatin1Char('$')) {
@@ -246,21 +255,21 @@ bool withinBounds(const QString& p)
                 for (; i < p.size() && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9'); ++i)
                     number = std::min(number * 10 + p[i].digitValue(), kMaxBackReference + 1);
                 if (number > kMaxBackReference)
-                    return false;
+                    return kLimitError;
             }
         } else {
             ++i; // a quantifier standing alone is one atom too; QRegExp refuses it anyway
         }
         const Repetition repetition = repetitionAt(p, i);
         if (repetition.malformed)
-            return false;
+            return kRepetitionError;
         if (repetition.present) {
             const double lookaheads = part.lookaheads * repetition.copies();
             part = repeated(part, repetition, limit);
             part.lookaheads = lookaheads;
         }
         if (part.lookaheads > kMaxLookaheads)
-            return false;
+            return kLimitError;
         // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
         // becomes): "?" makes it optional, "*" a loop that may match nothing, "+" a loop.
         for (; i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+')); ++i)
@@ -268,14 +277,25 @@ bool withinBounds(const QString& p)
         Group& group = groups.back();
         group.branch = sequence(group.branch, part);
         if (open + group.whole().size() > limit)
-            return false;
+            return "too large to build";
     }
-    if (groups.size() > 1 || groups.front().whole().lookaheads > kMaxLookaheads)
-        return false; // a group left open is an error to QRegExp
+    // A group left open: QRegExp reports an open lookahead before an open group around it.
+    if (groups.size() > 1) {
+        const bool lookahead = std::any_of(groups.begin(), groups.end(), [](const Group& g) { return g.zeroWidth; });
+        return lookahead ? kLookaheadError : "unexpected end";
+    }
+    if (groups.front().whole().lookaheads > kMaxLookaheads)
+        return kLimitError;
     // The matcher's table: four entries per capturing group and three more, for each state.
     const double states = groups.front().whole().states + 2 * captures + 2;
-    return (4 * captures + 3) * states <= kMaxCaptureTable;
+    return (4 * captures + 3) * states <= kMaxCaptureTable ? nullptr : "too many capturing groups";
 }
+
+namespace {
+
+bool withinBounds(const QString& p) { return patternmatch::refusal(p) == nullptr; }
+
+
 
 // A rewritten wildcard made only of single characters in a row: literal ones, "." (any one character,
 // a line break too) and "(.){1,}" (one or more), each literal or "." maybe followed by a bare "*" or "?"

@@ -2063,14 +2063,19 @@ TEST_F(Tool, LossyConversionIsReported)
     EXPECT_TRUE(clean.err.isEmpty()) << clean.err.toStdString();
 }
 
-// A pattern that does not compile is a usage error with Qt's reason; a section whose bounds are out of
-// range or the wrong way round is refused.
+// A pattern the matchers refuse is a usage error with the reason: Qt's own, or the bound it passes,
+// answered without building it (the second pattern took Qt minutes to build); a section whose bounds
+// are out of range or the wrong way round is refused.
 TEST_F(Tool, InvalidPatternsAndSectionBoundsAreUsageErrors)
 {
     const Result bad = tool({"regex", "(", "x"});
     EXPECT_EQ(bad.code, 2);
     EXPECT_EQ(bad.err, "supportqt regex: invalid pattern '(': " + QRegExp("(").errorString() + "\n");
     EXPECT_TRUE(bad.out.isEmpty());
+    const Result large = tool({"regex", "((\\b{999}){999}){30}x", "x"});
+    EXPECT_EQ(large.code, 2);
+    EXPECT_EQ(large.err, QStringLiteral("supportqt regex: invalid pattern '((\\b{999}){999}){30}x': too large to build\n"));
+    EXPECT_TRUE(large.out.isEmpty());
     const QString lib = data("models.lib");
     const Result negative = tool({"section", lib, "--start", "0", "--end", "10", "--line-offset", "-2147483648"});
     EXPECT_EQ(negative.code, 2);

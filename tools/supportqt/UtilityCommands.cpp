@@ -5,6 +5,7 @@
 
 #include "FileOpenCheck.h"
 #include "Help.h"
+#include "PatternCheck.h"
 #include "PatternMatch.h"
 #include "Processes.h"
 #include "QtSupport.h"
@@ -15,7 +16,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QRegExp>
 
 #include <algorithm>
 #include <QTextCodec>
@@ -272,10 +272,10 @@ int runRegex(const QStringList& arguments)
         return early;
     const QByteArray pattern = command.positional().at(0).toUtf8();
     const QByteArray text = command.positional().at(1).toUtf8();
-    // A pattern that does not compile is a usage error with Qt's reason, not a pattern that found nothing.
-    const QRegExp compiled(command.positional().at(0));
-    if (!compiled.isValid())
-        return command.fail(ExitUsage, QStringLiteral("invalid pattern '%1': %2").arg(command.positional().at(0), compiled.errorString()));
+    // A pattern the matchers refuse is a usage error with the reason, not a pattern that found nothing.
+    YString reason;
+    if (!sp_CheckRegexp(pattern.constData(), &reason))
+        return command.fail(ExitUsage, QStringLiteral("invalid pattern '%1': %2").arg(command.positional().at(0), toQs(reason)));
     const int position = command.isSet(QStringLiteral("ignore-case")) ? sp_RegexpMatch_i(pattern.constData(), text.constData())
                                                                       : sp_RegexpMatch(pattern.constData(), text.constData());
     YArray<YString> captures;

@@ -1,0 +1,29 @@
+// PatternCheck.cpp - whether a regular expression is one the pattern matchers take, and why not.
+#include "PatternCheck.h"
+#include "PatternMatch_p.h"
+#include "QtSupport.h"
+
+#include <QRegExp>
+
+#include <new>
+
+bool sp_CheckRegexp(const char* pattern, YString* reason)
+{
+    const QString p = QString::fromUtf8(pattern ? pattern : "");
+    QString why;
+    if (const char* refused = patternmatch::refusal(p)) {
+        why = QLatin1String(refused);
+    } else {
+        try {
+            const QRegExp re(p, Qt::CaseSensitive, QRegExp::RegExp);
+            if (re.isValid())
+                return true;
+            why = re.errorString();
+        } catch (const std::bad_alloc&) {
+            why = QStringLiteral("out of memory");
+        }
+    }
+    if (reason)
+        *reason = toYs(why);
+    return false;
+}
