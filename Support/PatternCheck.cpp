@@ -11,17 +11,12 @@ bool sp_CheckRegexp(const char* pattern, YString* reason)
 {
     const QString p = QString::fromUtf8(pattern ? pattern : "");
     QString why;
-    if (const char* refused = patternmatch::refusal(p)) {
-        why = QLatin1String(refused);
-    } else {
-        try {
-            const QRegExp re(p, Qt::CaseSensitive, QRegExp::RegExp);
-            if (re.isValid())
-                return true;
-            why = re.errorString();
-        } catch (const std::bad_alloc&) {
-            why = QStringLiteral("out of memory");
-        }
+    try {
+        QRegExp re;
+        if (patternmatch::compile(p, Qt::CaseSensitive, &re, &why))
+            return true;
+    } catch (const std::bad_alloc&) {
+        why = QStringLiteral("out of memory");
     }
     if (reason)
         *reason = toYs(why);

@@ -184,13 +184,14 @@ struct Group {
     Part branch;
     bool anyBranch = false;
     bool zeroWidth = false; // a lookahead, which consumes nothing
+    int start = 0;          // where its text starts, after "(", "(?=", "(?!" or "(?:"
 
     Part whole() const { return anyBranch ? alternative(branches, branch) : branch; }
 };
 
 } // namespace
 
-const char* patternmatch::refusal(const QString& p)
+const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, int>>* lookaheads)
 {
     const double limit = kMaxAddedSize + 2.0 * p.size();
     std::vector<Group> groups(1); // the whole pattern first
@@ -213,8 +214,11 @@ const char* patternmatch::refusal(const QString& p)
                 if (kind != QLatin1Char('=') && kind != QLatin1Char('!') && kind != QLatin1Char(':'))
                     return kLookaheadError; // "(?" takes only these three
                 group.zeroWidth = kind != QLatin1Char(':');
-            } else
+                group.start = i + 3;
+            } else {
                 ++captures;
+                group.start = i + 1;
+            }
             open += groups.back().whole().size();
             groups.push_back(group);
             ++i;
@@ -233,8 +237,11 @@ const char* patternmatch::refusal(const QString& p)
             groups.pop_back();
             open -= groups.back().whole().size();
             part = group.whole();
-            if (group.zeroWidth) // its states are built, but it links to nothing around it
+            if (group.zeroWidth) { // its states are built, but it links to nothing around it
                 part = {part.states, part.links, 0, 0, true, part.lookaheads + 1};
+                if (lookaheads)
+                    lookaheads->emplace_back(group.start, i);
+            }
             ++i;
         } else if (c == QLatin1Char(')')) {
             return "missing left delim"; // a ")" that closes no group
@@ -463,13 +470,39 @@ bool certainlyNoMatch(const QString& p, const QString& text, Qt::CaseSensitivity
     return false;
 }
 
+} // namespace
+
+bool patternmatch::compile(const QString& pattern, Qt::CaseSensitivity cs, QRegExp* re, QString* reason)
+{
+    std::vector<std::pair<int, int>> lookaheads;
+    if (const char* refused = refusal(pattern, &lookaheads)) {
+        if (reason)
+            *reason = QLatin1String(refused);
+        return false;
+    }
+    // An error inside a lookahead makes QRegExp read its text again as part of the automaton around
+    // it, and after a count of 14 or more there it loses the memory of an automaton. The text of each
+    // lookahead, the innermost first, is built on its own first: it is valid there exactly when it is
+    // valid inside.
+    for (const auto& span : lookaheads) {
+        if (!QRegExp(pattern.mid(span.first, span.second - span.first), cs, QRegExp::RegExp).isValid()) {
+            if (reason)
+                *reason = QLatin1String(kLookaheadError);
+            return false;
+        }
+    }
+    *re = QRegExp(pattern, cs, QRegExp::RegExp);
+    if (!re->isValid() && reason)
+        *reason = re->errorString();
+    return re->isValid();
+}
+
+namespace {
+
 // The pattern as a QRegExp in `*re`; false when it is out of the bounds above or invalid.
 bool compile(const QString& pattern, Qt::CaseSensitivity cs, QRegExp* re)
 {
-    if (!withinBounds(pattern))
-        return false;
-    *re = QRegExp(pattern, cs, QRegExp::RegExp);
-    return re->isValid();
+    return patternmatch::compile(pattern, cs, re, nullptr);
 }
 
 // The first match of `pattern` in `text` from position 0, or -1 when the pattern is invalid or out of
