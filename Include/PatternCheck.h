@@ -12,5 +12,6 @@
 /// 250", "too large to build", "too many capturing groups" or "out of memory". The check builds the
 /// expression only when the matchers would, so it takes no longer than they do, and never more memory.
 /// Where a pattern holds several errors the message is for the first one found, which is QRegExp's own
-/// first except where the check finds a later one without building.
+/// first except where a later one is found before building; an error inside a lookahead is "bad
+/// lookahead syntax".
 [[nodiscard]] SUPPORTQT_API bool sp_CheckRegexp(const char* pattern, YString* reason);

@@ -414,6 +414,10 @@ TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
     EXPECT_EQ(sp_RegexpMatch("(a)\\1", "baa"), 1);
     EXPECT_EQ(sp_RegexpMatch("(a)\\10", "baa"), 1);
     EXPECT_EQ(sp_RegexpMatch("\\99999{91}", "a"), -1);
+    // An error inside a lookahead after a count of 14 or more: QRegExp lost the memory of an automaton.
+    for (const char* pattern : {"(?=b{14}])", "a(?!b{14}**)", "(?=[b]{20}|*)", "a(?=(?=b{100}}x)b)"})
+        EXPECT_EQ(sp_RegexpMatch_i(pattern, "abbb"), -1) << pattern;
+    EXPECT_EQ(sp_RegexpMatch("a(?=b{14}\\])", ("xa" + std::string(14, 'b') + "]").c_str()), 1);
     // A fuzzer's find: lookaheads left open, an unclosed count, bytes that are no UTF-8.
     EXPECT_EQ(sp_RegexpMatch("ck^\xff\xff\xff\x1d^^\x81^\x1a(?=^\x1a(?=\x1du(?=\\b{912-k{{9123", "b"), -1);
 }
