@@ -20,8 +20,8 @@ class QObject;
 /// is its states (one per character, class or "." of each copy; "{n,m}" makes m copies, "{n,}" n + 1)
 /// plus the links between them: between two parts in a row, one per pair of a state that can end the
 /// first and one that can start the second. After parts that may match nothing ("x?", "x*", "x{0,m}",
-/// "(x|)", or copies of such a part) those sets grow part by part, so a run of k such parts costs about k
-/// * k / 2 links (450 of ".?" pass, 451 do not), and the optional copies of "{n,m}", nested in each
+/// "(x|)", or copies of such a part) those sets grow part by part, so a run of k such parts costs about
+/// k * k / 2 links (450 of ".?" pass, 451 do not), and the optional copies of "{n,m}", nested in each
 /// other, cost one link each when the part must match something ("\d{1,400}" passes). A pattern with so
 /// many capturing groups that the matcher's table of them, four entries per group for each state, would
 /// pass 2^27 entries (some 3000 groups) is invalid too. Each copy of an anchor ("^", "$", "\b", "\B")
@@ -30,8 +30,10 @@ class QObject;
 /// of the next, and a nested one it cannot read it reads again as part of the one around it. Syntax
 /// errors that QRegExp reports only after building what it has read (a count that does not close, a "("
 /// or ")" without its partner, "(?" other than "(?=", "(?!" and "(?:", a count with nothing to count, a
-/// back-reference past "\14") make the pattern invalid before it is built. Wildcards made only of literal
-/// characters, "*" and "?" are matched in one pass over the text, with the same result as `QRegExp`.
+/// back-reference past "\14") make the pattern invalid before it is built. So do more than 100 copies of
+/// back-references in all: QRegExp matches them apart from its automaton, at a cost that grows with the
+/// square of their copies at each position of the text. Wildcards made only of literal characters, "*"
+/// and "?" are matched in one pass over the text, with the same result as `QRegExp`.
 SUPPORTQT_API int sp_GlobMatch(const char* pattern, const char* text);
 /// Position of the first match of the regular expression in `text`, or -1 (also for an invalid one).
 SUPPORTQT_API int sp_RegexpMatch(const char* pattern, const char* text);

@@ -52,11 +52,16 @@ constexpr double kMaxAddedSize = 100000;
 constexpr double kMaxCaptureTable = 1 << 27;
 constexpr double kMaxRepetition = 1001; // QRegExp refuses larger counts; this only bounds the work here
 constexpr double kMaxBackReference = 14; // QRegExp's largest
+// QRegExp matches back-references apart from its automaton, at a cost that grows with the square of
+// their copies at each position of the text: 100 copies search 10000 characters in a third of a
+// second, "((\2{99}){99})" took 10 s and 2.4 GB for two characters.
+constexpr double kMaxBackReferenceCopies = 100;
 
 // QRegExp's own words for the errors refused here before it sees them.
 const char* const kRepetitionError = "bad repetition syntax";
 const char* const kLookaheadError = "bad lookahead syntax";
 const char* const kLimitError = "met internal limit";
+const char* const kBackReferencesError = "too many back-references";
 
 // The position after the character class that starts at `i`: up to its "]", which may come first in it
 // (after a "^"), escaped ones passed over.
@@ -81,11 +86,13 @@ struct Part {
     double ends = 0;
     bool empty = true;
     double lookaheads = 0; // the lookahead automata it makes, nested ones included
+    double backReferences = 0;
 
     double size() const { return states + links; }
 };
 
 const Part kAtom{1, 0, 1, 1, false};
+const Part kBackReference{1, 0, 1, 1, false, 0, 1};
 // An anchor is a condition on links, not a state, but QRegExp records each copy of it, joined to the
 // anchors beside it: it counts as one link.
 const Part kAnchor{0, 1, 0, 0, true};
@@ -94,14 +101,15 @@ const Part kAnchor{0, 1, 0, 0, true};
 Part sequence(const Part& a, const Part& b)
 {
     return {a.states + b.states, a.links + b.links + a.ends * b.starts, a.starts + (a.empty ? b.starts : 0),
-            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty, a.lookaheads + b.lookaheads};
+            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty, a.lookaheads + b.lookaheads,
+            a.backReferences + b.backReferences};
 }
 
 // `a` or `b`.
 Part alternative(const Part& a, const Part& b)
 {
     return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty,
-            a.lookaheads + b.lookaheads};
+            a.lookaheads + b.lookaheads, a.backReferences + b.backReferences};
 }
 
 Part optional(Part p)
@@ -238,7 +246,7 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
             open -= groups.back().whole().size();
             part = group.whole();
             if (group.zeroWidth) { // its states are built, but it links to nothing around it
-                part = {part.states, part.links, 0, 0, true, part.lookaheads + 1};
+                part = {part.states, part.links, 0, 0, true, part.lookaheads + 1, part.backReferences};
                 if (lookaheads)
                     lookaheads->emplace_back(group.start, i);
             }
@@ -263,6 +271,7 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
                     number = std::min(number * 10 + p[i].digitValue(), kMaxBackReference + 1);
                 if (number > kMaxBackReference)
                     return kLimitError;
+                part = kBackReference;
             }
         } else {
             ++i; // a quantifier standing alone is one atom too; QRegExp refuses it anyway
@@ -277,6 +286,8 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
         }
         if (part.lookaheads > kMaxLookaheads)
             return kLimitError;
+        if (part.backReferences > kMaxBackReferenceCopies)
+            return kBackReferencesError;
         // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
         // becomes): "?" makes it optional, "*" a loop that may match nothing, "+" a loop.
         for (; i < p.size() && (p[i] == QLatin1Char('?') || p[i] == QLatin1Char('*') || p[i] == QLatin1Char('+')); ++i)
@@ -293,6 +304,8 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
     }
     if (groups.front().whole().lookaheads > kMaxLookaheads)
         return kLimitError;
+    if (groups.front().whole().backReferences > kMaxBackReferenceCopies)
+        return kBackReferencesError;
     // The matcher's table: four entries per capturing group and three more, for each state.
     const double states = groups.front().whole().states + 2 * captures + 2;
     return (4 * captures + 3) * states <= kMaxCaptureTable ? nullptr : "too many capturing groups";
@@ -422,8 +435,8 @@ int nextOf(const QString& text, QChar c, int from, Qt::CaseSensitivity cs)
 
 // Whether a regular expression certainly finds nothing in `text`: the characters it must match outside
 // any group, count or alternative, in its order, are not all in the text in that order. Patterns this
-// reading does not cover (escapes of letters and digits, a "|" or ")" outside a group) are left to
-// QRegExp.
+// reading does not cover (escapes of letters and digits other than back-references, a "|" or ")"
+// outside a group) are left to QRegExp.
 bool certainlyNoMatch(const QString& p, const QString& text, Qt::CaseSensitivity cs)
 {
     static const QString special = QStringLiteral("\\^$.[](){}|*+?");
@@ -432,6 +445,12 @@ bool certainlyNoMatch(const QString& p, const QString& text, Qt::CaseSensitivity
     for (int i = 0; i < p.size();) {
         const QChar c = p[i];
         if (c == QLatin1Char('\\')) {
+            if (i + 1 < p.size() && p[i + 1] >= QLatin1Char('1') && p[i + 1] <= QLatin1Char('9')) {
+                // A back-reference, with every digit after it: it requires no character of its own.
+                for (i += 2; i < p.size() && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9'); ++i) {
+                }
+                continue;
+            }
             if (i + 1 >= p.size() || p[i + 1].isLetterOrNumber())
                 return false;
             i += 2;

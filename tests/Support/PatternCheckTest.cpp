@@ -72,6 +72,8 @@ TEST(PatternCheck, PatternsBeyondTheBounds)
     for (int i = 0; i < 6000; ++i)
         groups += "(a)";
     EXPECT_EQ(check(groups), "invalid too many capturing groups");
+    EXPECT_EQ(check("(a)\\1{100}"), "valid -");
+    EXPECT_EQ(check("(a)(\\1{10}){11}"), "invalid too many back-references");
 }
 
 // The check and the matchers agree on every pattern: a valid one is searched, an invalid one gives -1

@@ -414,6 +414,19 @@ TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
     EXPECT_EQ(sp_RegexpMatch("(a)\\1", "baa"), 1);
     EXPECT_EQ(sp_RegexpMatch("(a)\\10", "baa"), 1);
     EXPECT_EQ(sp_RegexpMatch("\\99999{91}", "a"), -1);
+    // QRegExp matches back-references apart from its automaton, at a cost that grows with the square
+    // of their copies: past 100 copies in all a pattern is invalid ("((\2{99}){99})" took 10 s and
+    // 2.4 GB on two characters). QRegExp alone would find the 102 "a" below.
+    const std::string as(102, 'a');
+    EXPECT_EQ(sp_RegexpMatch("(a)\\1{100}", ("b" + as).c_str()), 1);
+    EXPECT_EQ(sp_RegexpMatch("(a)(\\1{10}){10}", ("b" + as).c_str()), 1);
+    EXPECT_EQ(sp_RegexpMatch("(a)\\1{101}", ("b" + as).c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch("(a)(\\1|\\1){51}", ("b" + as).c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch("((\\2{99}){99})", "bb"), -1);
+    // A back-reference requires no character of its own: the "b" it lacks answers at once.
+    const std::string many(5000, 'a');
+    EXPECT_EQ(sp_RegexpMatch("(a)\\1{100}b", many.c_str()), -1);
+    EXPECT_EQ(sp_RegexpMatch("(a)\\1{100}b", (many + "b").c_str()), 4899);
     // An error inside a lookahead after a count of 14 or more: QRegExp lost the memory of an automaton.
     for (const char* pattern : {"(?=b{14}])", "a(?!b{14}**)", "(?=[b]{20}|*)", "a(?=(?=b{100}}x)b)"})
         EXPECT_EQ(sp_RegexpMatch_i(pattern, "abbb"), -1) << pattern;
