@@ -86,35 +86,50 @@ struct Part {
     double ends = 0;
     bool empty = true;
     double lookaheads = 0; // the lookahead automata it makes, nested ones included
+    // When it may match nothing: how many alternatives the anchors it then checks make. QRegExp joins
+    // those of parts in a row by distributing one over the other, so they multiply, each a new entry.
+    double anchorTerms = 0;
     double backReferences = 0;
 
     double size() const { return states + links; }
 };
 
 const Part kAtom{1, 0, 1, 1, false};
-const Part kBackReference{1, 0, 1, 1, false, 0, 1};
 // An anchor is a condition on links, not a state, but QRegExp records each copy of it, joined to the
 // anchors beside it: it counts as one link.
-const Part kAnchor{0, 1, 0, 0, true};
+const Part kAnchor{0, 1, 0, 0, true, 0, 1};
+// A back-reference is a state that matches nothing when its group did, with an anchor for that case.
+const Part kBackReference{1, 1, 1, 1, true, 0, 1, 1};
+
+// The anchor alternatives of two parts joined in a row, when both may match nothing.
+double joinedTerms(double a, double b) { return a > 0 && b > 0 ? a * b : a + b; }
 
 // `a` followed by `b`.
 Part sequence(const Part& a, const Part& b)
 {
-    return {a.states + b.states, a.links + b.links + a.ends * b.starts, a.starts + (a.empty ? b.starts : 0),
-            b.ends + (b.empty ? a.ends : 0), a.empty && b.empty, a.lookaheads + b.lookaheads,
-            a.backReferences + b.backReferences};
+    // Joining anchors that hold alternatives costs an entry per alternative made, and one per
+    // alternative for each state the other part starts or ends in; plain anchors join for nothing.
+    const double joined = a.empty && b.empty ? joinedTerms(a.anchorTerms, b.anchorTerms) : 0;
+    const double anchorLinks = (joined > 1 ? joined : 0) + (a.anchorTerms > 1 ? a.anchorTerms * b.starts : 0) +
+                               (b.anchorTerms > 1 ? b.anchorTerms * a.ends : 0);
+    return {a.states + b.states, a.links + b.links + a.ends * b.starts + anchorLinks,
+            a.starts + (a.empty ? b.starts : 0), b.ends + (b.empty ? a.ends : 0), a.empty && b.empty,
+            a.lookaheads + b.lookaheads, joined, a.backReferences + b.backReferences};
 }
 
 // `a` or `b`.
 Part alternative(const Part& a, const Part& b)
 {
     return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty,
-            a.lookaheads + b.lookaheads, a.backReferences + b.backReferences};
+            a.lookaheads + b.lookaheads, (a.empty ? a.anchorTerms : 0) + (b.empty ? b.anchorTerms : 0),
+            a.backReferences + b.backReferences};
 }
 
+// QRegExp drops the anchors of a part made optional.
 Part optional(Part p)
 {
     p.empty = true;
+    p.anchorTerms = 0;
     return p;
 }
 
@@ -246,7 +261,7 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
             open -= groups.back().whole().size();
             part = group.whole();
             if (group.zeroWidth) { // its states are built, but it links to nothing around it
-                part = {part.states, part.links, 0, 0, true, part.lookaheads + 1, part.backReferences};
+                part = {part.states, part.links + 1, 0, 0, true, part.lookaheads + 1, 1, part.backReferences};
                 if (lookaheads)
                     lookaheads->emplace_back(group.start, i);
             }
@@ -264,12 +279,13 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
                 part = kAnchor;
             i += 2;
             if (escaped >= QLatin1Char('1') && escaped <= QLatin1Char('9')) {
-                // A back-reference takes every digit after it. QRegExp refuses numbers past 14, but
-                // first sizes its matcher's table for that many groups.
-                double number = escaped.digitValue();
+                // A back-reference takes every digit after it, its number kept in 16 bits as QRegExp
+                // keeps it ("\65537" is "\1"). QRegExp refuses numbers past 14, but first sizes its
+                // matcher's table for that many groups; one it reads as 0 refers to no group at all.
+                unsigned number = static_cast<unsigned>(escaped.digitValue());
                 for (; i < p.size() && p[i] >= QLatin1Char('0') && p[i] <= QLatin1Char('9'); ++i)
-                    number = std::min(number * 10 + p[i].digitValue(), kMaxBackReference + 1);
-                if (number > kMaxBackReference)
+                    number = (number * 10 + static_cast<unsigned>(p[i].digitValue())) & 0xffffu;
+                if (number == 0 || number > kMaxBackReference)
                     return kLimitError;
                 part = kBackReference;
             }
@@ -475,7 +491,10 @@ bool certainlyNoMatch(const QString& p, const QString& text, Qt::CaseSensitivity
         } else {
             ++i;
             // A character outside any group, with no quantifier or count after it, is matched once.
-            if (depth == 0 && !special.contains(c) && (i >= p.size() || !QStringLiteral("?*+{").contains(p[i])))
+            // Ignoring case, QRegExp may compare a pair of surrogates as one folded character: a
+            // surrogate is left out.
+            if (depth == 0 && !special.contains(c) && (i >= p.size() || !QStringLiteral("?*+{").contains(p[i])) &&
+                !(cs == Qt::CaseInsensitive && c.isSurrogate()))
                 required.push_back(c);
         }
     }

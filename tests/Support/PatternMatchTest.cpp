@@ -351,6 +351,8 @@ TEST(RegexpMatch, LongTextsWithoutACharacterThePatternNeeds)
     EXPECT_EQ(sp_RegexpMatch_i("x*\xC5\xBF", "aS"), -1);
     EXPECT_EQ(sp_RegexpMatch_i("x*\xC5\xBF", "a\xC5\xBF"), 1);
     EXPECT_EQ(sp_RegexpMatch_i("x*\xE2\x84\xAA", "ak"), 1); // the Kelvin sign's lower case is "k"
+    // A plain string ignoring case is compared by folding whole characters, surrogate pairs too.
+    EXPECT_EQ(sp_RegexpMatch_i("\xF0\x90\x90\x80", "x\xF0\x90\x90\xA8"), 1);
 }
 
 // QRegExp builds each lookahead as an automaton of its own and takes 13 in one; the fourteenth it drops
@@ -394,6 +396,9 @@ TEST(RegexpMatch, AnchorCopiesCountTowardsTheBound)
     EXPECT_EQ(sp_RegexpMatch("(^{999}$){999}", ""), -1);
     EXPECT_EQ(sp_RegexpMatch("(^{99}$){999}", ""), 0);
     EXPECT_EQ(sp_RegexpMatch("(\\B|\\b){49999}", "a"), -1);
+    // Alternatives of anchors in a row multiply: this one took QRegExp seconds and gigabytes.
+    EXPECT_EQ(sp_RegexpMatch("(\\b|$|^|\\B){6}x", "a x"), 2);
+    EXPECT_EQ(sp_RegexpMatch("(\\b|$|^|\\B){24}x", "a x"), -1);
 }
 
 // Syntax QRegExp reports as an error after building what it has read: a count that does not close, a
@@ -427,6 +432,14 @@ TEST(RegexpMatch, SyntaxErrorsAreInvalidWithoutBuilding)
     const std::string many(5000, 'a');
     EXPECT_EQ(sp_RegexpMatch("(a)\\1{100}b", many.c_str()), -1);
     EXPECT_EQ(sp_RegexpMatch("(a)\\1{100}b", (many + "b").c_str()), 4899);
+    // QRegExp keeps the number in 16 bits: "\65537" is "\1", "\65536" refers to no group.
+    EXPECT_EQ(sp_RegexpMatch("(a)\\65537", "baa"), 1);
+    EXPECT_EQ(sp_RegexpMatch("a\\65536", "a"), -1);
+    // A back-reference may match nothing: a long run of them costs the square of its length.
+    std::string references = "(a)";
+    for (int i = 0; i < 3000; ++i)
+        references += "\\1";
+    EXPECT_EQ(sp_RegexpMatch(references.c_str(), "aa"), -1);
     // An error inside a lookahead after a count of 14 or more: QRegExp lost the memory of an automaton.
     for (const char* pattern : {"(?=b{14}])", "a(?!b{14}**)", "(?=[b]{20}|*)", "a(?=(?=b{100}}x)b)"})
         EXPECT_EQ(sp_RegexpMatch_i(pattern, "abbb"), -1) << pattern;
