@@ -27,14 +27,16 @@ class QObject;
 /// pass 2^27 entries (some 3000 groups) is invalid too. Each copy of an anchor ("^", "$", "\b", "\B")
 /// counts as one link, as does each back-reference, which may match nothing. Parts in a row that may
 /// match nothing join the anchors they then check by multiplying their alternatives: each alternative
-/// made counts as one link ("(\b|\B)" 17 times in a row, or "(\b|\B){17}", does not pass). More than 13
-/// lookaheads in all ("(?=" and "(?!", nested ones and each copy a count makes included; "{0}" makes one)
-/// are invalid: QRegExp takes 13 in one expression and loses the memory of the next, and a nested one it
-/// cannot read it reads again as part of the one around it. Syntax errors that QRegExp reports only after
-/// building what it has read (a count that does not close, a "(" or ")" without its partner, "(?" other
-/// than "(?=", "(?!" and "(?:", a count with nothing to count, a back-reference past "\14", its number
-/// read in 16 bits as QRegExp reads it, so that "\65537" is "\1" and "\65536", which QRegExp reads as no
-/// group at all, is invalid) make the pattern invalid before it is built. So do more than 100 copies of
+/// made counts as one link ("(\b|\B)" 17 times in a row, or "(\b|\B){17}", does not pass). Nor does a
+/// pattern whose parsed parts number more than that limit, each copy a count makes parsed again and each
+/// group once more, though they build nothing ("((\b{0}){999}){99}"). More than 13 lookaheads in all
+/// ("(?=" and "(?!", nested ones and each copy a count makes included; "{0}" makes one) are invalid:
+/// QRegExp takes 13 in one expression and loses the memory of the next, and a nested one it cannot read
+/// it reads again as part of the one around it. Syntax errors that QRegExp reports only after building
+/// what it has read (a count that does not close, a "(" or ")" without its partner, "(?" other than
+/// "(?=", "(?!" and "(?:", a count with nothing to count, a back-reference past "\14", its number read in
+/// 16 bits as QRegExp reads it, so that "\65537" is "\1" and "\65536", which QRegExp reads as no group at
+/// all, is invalid) make the pattern invalid before it is built. So do more than 100 copies of
 /// back-references in all: QRegExp matches them apart from its automaton, at a cost that grows with the
 /// square of their copies at each position of the text. Wildcards made only of literal characters, "*"
 /// and "?" are matched in one pass over the text, with the same result as `QRegExp`.

@@ -62,6 +62,7 @@ const char* const kRepetitionError = "bad repetition syntax";
 const char* const kLookaheadError = "bad lookahead syntax";
 const char* const kLimitError = "met internal limit";
 const char* const kBackReferencesError = "too many back-references";
+const char* const kTooLarge = "too large to build";
 
 // The position after the character class that starts at `i`: up to its "]", which may come first in it
 // (after a "^"), escaped ones passed over.
@@ -90,16 +91,19 @@ struct Part {
     // those of parts in a row by distributing one over the other, so they multiply, each a new entry.
     double anchorTerms = 0;
     double backReferences = 0;
+    // How many parts QRegExp parses for it, each copy a count makes parsed again: "(\b{0}){999}" is
+    // nothing once built, but its parsing is not.
+    double parsed = 0;
 
     double size() const { return states + links; }
 };
 
-const Part kAtom{1, 0, 1, 1, false};
+const Part kAtom{1, 0, 1, 1, false, 0, 0, 0, 1};
 // An anchor is a condition on links, not a state, but QRegExp records each copy of it, joined to the
 // anchors beside it: it counts as one link.
-const Part kAnchor{0, 1, 0, 0, true, 0, 1};
+const Part kAnchor{0, 1, 0, 0, true, 0, 1, 0, 1};
 // A back-reference is a state that matches nothing when its group did, with an anchor for that case.
-const Part kBackReference{1, 1, 1, 1, true, 0, 1, 1};
+const Part kBackReference{1, 1, 1, 1, true, 0, 1, 1, 1};
 
 // The anchor alternatives of two parts joined in a row, when both may match nothing.
 double joinedTerms(double a, double b) { return a > 0 && b > 0 ? a * b : a + b; }
@@ -114,7 +118,7 @@ Part sequence(const Part& a, const Part& b)
                                (b.anchorTerms > 1 ? b.anchorTerms * a.ends : 0);
     return {a.states + b.states, a.links + b.links + a.ends * b.starts + anchorLinks,
             a.starts + (a.empty ? b.starts : 0), b.ends + (b.empty ? a.ends : 0), a.empty && b.empty,
-            a.lookaheads + b.lookaheads, joined, a.backReferences + b.backReferences};
+            a.lookaheads + b.lookaheads, joined, a.backReferences + b.backReferences, a.parsed + b.parsed};
 }
 
 // `a` or `b`.
@@ -122,7 +126,7 @@ Part alternative(const Part& a, const Part& b)
 {
     return {a.states + b.states, a.links + b.links, a.starts + b.starts, a.ends + b.ends, a.empty || b.empty,
             a.lookaheads + b.lookaheads, (a.empty ? a.anchorTerms : 0) + (b.empty ? b.anchorTerms : 0),
-            a.backReferences + b.backReferences};
+            a.backReferences + b.backReferences, a.parsed + b.parsed};
 }
 
 // QRegExp drops the anchors of a part made optional.
@@ -260,8 +264,10 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
             groups.pop_back();
             open -= groups.back().whole().size();
             part = group.whole();
+            part.parsed += 1;
             if (group.zeroWidth) { // its states are built, but it links to nothing around it
-                part = {part.states, part.links + 1, 0, 0, true, part.lookaheads + 1, 1, part.backReferences};
+                part = {part.states, part.links + 1, 0, 0, true, part.lookaheads + 1, 1,
+                        part.backReferences, part.parsed};
                 if (lookaheads)
                     lookaheads->emplace_back(group.start, i);
             }
@@ -297,11 +303,15 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
             return kRepetitionError;
         if (repetition.present) {
             const double lookaheads = part.lookaheads * repetition.copies();
+            const double parsed = part.parsed * repetition.copies();
             part = repeated(part, repetition, limit);
             part.lookaheads = lookaheads;
+            part.parsed = parsed;
         }
         if (part.lookaheads > kMaxLookaheads)
             return kLimitError;
+        if (part.parsed > limit)
+            return kTooLarge;
         if (part.backReferences > kMaxBackReferenceCopies)
             return kBackReferencesError;
         // Quantifiers belong to the part before them, stacked ones too ("x??", as a wildcard's "??"
@@ -311,7 +321,7 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
         Group& group = groups.back();
         group.branch = sequence(group.branch, part);
         if (open + group.whole().size() > limit)
-            return "too large to build";
+            return kTooLarge;
     }
     // A group left open: QRegExp reports an open lookahead before an open group around it.
     if (groups.size() > 1) {
@@ -320,6 +330,8 @@ const char* patternmatch::refusal(const QString& p, std::vector<std::pair<int, i
     }
     if (groups.front().whole().lookaheads > kMaxLookaheads)
         return kLimitError;
+    if (groups.front().whole().parsed > limit)
+        return kTooLarge;
     if (groups.front().whole().backReferences > kMaxBackReferenceCopies)
         return kBackReferencesError;
     // The matcher's table: four entries per capturing group and three more, for each state.
