@@ -343,8 +343,6 @@ namespace {
 
 bool withinBounds(const QString& p) { return patternmatch::refusal(p) == nullptr; }
 
-
-
 // A rewritten wildcard made only of single characters in a row: literal ones, "." (any one character,
 // a line break too) and "(.){1,}" (one or more), each literal or "." maybe followed by a bare "*" or "?"
 // (left so by the rewriting after adjacent wildcards and after a wildcard's character): zero or more,
