@@ -227,6 +227,32 @@ TEST(SpiceStream, EvaluateHookSubstitutes)
     EXPECT_EQ(line, "R1 a b <2*(k)>");
 }
 
+// The line's text is gathered apart from the raw record: a hook that empties the record in the middle
+// of a line, before and after a continuation, loses none of the line.
+TEST(SpiceStream, AHookThatEmptiesTheRawBufferLeavesTheLineWhole)
+{
+    struct Flushing : SpiceStream {
+        using SpiceStream::SpiceStream;
+        bool evaluate(const char* expression, YString* result) override
+        {
+            flushBuffer();
+            copyBuffer(YString("zz"));
+            *result = YString("<").concat(expression).concat(">");
+            return true;
+        }
+    };
+    kvstrstream source("R1 alpha beta {k} gamma ; note\n+ delta {m} epsilon\nR2 x y\n");
+    Flushing s(source);
+    YString line;
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "R1 alpha beta <k> gamma   delta <m> epsilon");
+    EXPECT_EQ(std::string(s.getBuffer()->data(), s.getBuffer()->length()), "zz epsilon\n");
+    s.flushBuffer();
+    ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
+    EXPECT_EQ(line, "R2 x y");
+    EXPECT_EQ(std::string(s.getBuffer()->data(), s.getBuffer()->length()), "R2 x y\n");
+}
+
 TEST(SpiceStream, ByteFFEndsTheInput)
 {
     auto lines = readText("R1 a b 1k\nR2 c\xFF" "d 2k\nR3 x\n");
