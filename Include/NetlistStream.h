@@ -93,7 +93,7 @@ private:
     int machine(Delivery& delivery);
     void detectStarHash(int commentChar);
     int readDirectiveChar();
-    LineResult assembleLine(YString* text, int* lineNumber, bool* streamFlag, bool* nonAscii);
+    LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
     void endInputOnExhaustion(int rawKept);
     void capCounts(long long chars, long long lines);
 

@@ -109,11 +109,6 @@ struct SpiceStream::CharDelivery {
     static constexpr bool kTakesRuns = false;
     Buf* runSink() const { return nullptr; }
     Buf* startLine(long long) { return nullptr; }
-    bool inSlice() const { return false; }
-    bool sliceGrows() const { return false; }
-    void startSlice(long long, int) {}
-    void endSlice(int) {}
-    void materialize(int) {}
     bool* nonAscii() const { return nullptr; }
     bool take(int, long long) { return true; }
 };
@@ -121,22 +116,15 @@ struct SpiceStream::CharDelivery {
 // The line assembly: the delivered characters build the line, brace expressions are handed to
 // `evaluate`, and a line feed ends the line. Once the line's first character has set its number, its
 // ordinary bytes may come in runs: to the line at brace depth 0, to the expression inside braces.
-//
-// A line whose text is so far the very bytes the raw buffer took for it is kept as a slice of the raw
-// buffer instead (from `sliceStart`, up to `sliceEnd` once the line's last character was read, -1 while
-// it grows): a plain line is then copied once, not twice. The slice is copied to the line buffer when
-// the two part (a continuation, or a character that goes through `take`).
 struct SpiceStream::LineAssembly {
     static constexpr bool kTakesRuns = true;
     SpiceStream& stream;
     int* lineNumber;
     bool* streamFlag;
     bool* nonAsciiFlag;
-    Buf* sink = nullptr; // null until the first character, and while the line is a slice
+    Buf* sink = nullptr; // null until the first character
     std::optional<Buf> expression;
     int depth = 0;
-    int sliceStart = -1; // -1: the line is no slice
-    int sliceEnd = -1;
 
     LineAssembly(SpiceStream& s, int* number, bool* flag, bool* nonAscii)
         : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(nonAscii) {}
@@ -148,27 +136,6 @@ struct SpiceStream::LineAssembly {
         *lineNumber = netlist::capped(lineCount + 1);
         return sink = &stream.m_lineBuffer;
     }
-    bool inSlice() const { return sliceStart >= 0; }
-    // The line's first character, a plain one, is the raw buffer's byte at `at`: the line starts there.
-    void startSlice(long long lineCount, int at)
-    {
-        *lineNumber = netlist::capped(lineCount + 1);
-        sliceStart = at;
-        sliceEnd = -1;
-    }
-    // While the line's last character is unread, the slice grows with the raw buffer.
-    bool sliceGrows() const { return sliceEnd < 0; }
-    void endSlice(int at) { sliceEnd = at; }
-    // The line's text so far becomes the line buffer's: the slice, which while it grows ends at `at`.
-    void materialize(int at)
-    {
-        const int end = sliceGrows() ? at : sliceEnd;
-        stream.m_lineBuffer.append(stream.m_rawBuffer.data() + sliceStart, end - sliceStart);
-        sliceStart = -1;
-        sink = &stream.m_lineBuffer;
-    }
-    const char* text() const { return inSlice() ? stream.m_rawBuffer.data() + sliceStart : stream.m_lineBuffer.data(); }
-    int length() const { return inSlice() ? sliceEnd - sliceStart : stream.m_lineBuffer.length(); }
     bool* nonAscii() const { return nonAsciiFlag; }
     // Takes one character, `lineCount` being the reader's line count; true when the line has ended.
     bool take(int c, long long lineCount)
@@ -269,12 +236,6 @@ int SpiceStream::machine(Delivery& delivery)
         m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : static_cast<int>(chars);
         m_lastAcceptedLineCount = static_cast<int>(lines);
     };
-    const auto rawAt = [&]() NETLIST_INLINE { return static_cast<int>(raw - m_rawBuffer.data()); };
-    // The line's last character has been read: a slice ends where the raw buffer stands.
-    const auto endSlice = [&]() NETLIST_INLINE {
-        if (delivery.inSlice())
-            delivery.endSlice(rawAt());
-    };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
         // What is written stands right after the buffer's text: raw[-1] is its last byte.
         if (!(m_suppressEmptyLines && raw > m_rawBuffer.data() && raw[-1] == '\n'))
@@ -304,23 +265,8 @@ int SpiceStream::machine(Delivery& delivery)
     // first one starts it), and a line feed ends a line under way; any other goes through `take` with
     // everything stored, since it may call `evaluate`, which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
-        if (delivery.inSlice()) {
-            if (c == 10)
-                return true;
-            // While the line's last character is unread, a delivered character is the one the raw buffer
-            // just took: a plain one is the slice's too.
-            if (delivery.sliceGrows() && plain(c))
-                return false;
-            delivery.materialize(rawAt() - 1);
-            text = m_lineBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
-        }
         if (plain(c)) {
             if (!text) {
-                // The line's first character, the one the raw buffer just took (a "+" delivers a blank).
-                if (Delivery::kTakesRuns && raw > m_rawBuffer.data() && raw[-1] == c) {
-                    delivery.startSlice(lines, rawAt() - 1);
-                    return false;
-                }
                 if (Buf* const sink = delivery.startLine(lines))
                     text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
             }
@@ -354,34 +300,30 @@ int SpiceStream::machine(Delivery& delivery)
     takeDialect();
     // Runs of ordinary bytes, with the effects that reading them one at a time would have: counted, and
     // copied to the raw buffer when `toRaw` and to the line's text in a line (`inLine`, where the comment
-    // character and braces end a run too; a slice has its text in the raw buffer already). Bytes above
-    // 127 that the detector need not see one at a time are taken as well, and set the caller's non-ASCII
-    // flag.
+    // character and braces end a run too). Bytes above 127 that the detector need not see one at a time
+    // are taken as well, and set the caller's non-ASCII flag.
     const auto takeRun = [&](bool inLine, bool toRaw) NETLIST_INLINE {
-        const bool toText = inLine && text;
         for (;;) {
-            size_t n = toText ? kernels.copy2(p, stop, *lineStops, raw, text)
-                       : inLine ? kernels.copy1(p, stop, *lineStops, raw, nullptr)
-                       : toRaw  ? kernels.copy1(p, stop, kCommentStops, raw, nullptr)
-                                : kernels.skip(p, stop, kCommentStops, nullptr, nullptr);
+            size_t n = inLine ? kernels.copy2(p, stop, *lineStops, raw, text)
+                              : toRaw ? kernels.copy1(p, stop, kCommentStops, raw, nullptr)
+                                      : kernels.skip(p, stop, kCommentStops, nullptr, nullptr);
             const bool atHigh = p + n < stop && static_cast<unsigned char>(p[n]) >= 128;
             const size_t high = atHigh ? netlist::takeHighBytes(m_utf8Detect, p + n, stop) : 0;
             if (high > 0) {
                 if (toRaw)
                     std::memcpy(raw + n, p + n, high);
-                if (toText)
+                if (inLine) {
                     std::memcpy(text + n, p + n, high);
-                if (inLine)
                     *delivery.nonAscii() = true;
+                }
                 n += high;
             }
             p += n;
             chars += static_cast<long long>(n);
             if (toRaw)
                 raw += n;
-            if (toText)
-                text += n;
             if (inLine) {
+                text += n;
                 // A run is taken only from a visible buffer, so no base64 section is open: the count
                 // accepted is the reader's own.
                 if (n > 0) {
@@ -462,28 +404,25 @@ inLine:
     state = InLine;
     // A plain first character, handed back when the line before ended, is delivered here to start the
     // line's text; the line's ordinary bytes then come in one step.
-    if (Delivery::kTakesRuns && !text && !delivery.inSlice() && plain(pushback) && pushback != commentChar) {
+    if (Delivery::kTakesRuns && !text && plain(pushback) && pushback != commentChar) {
         c = pushback;
         pushback = -1;
         accept(c);
         deliver(c);
     }
-    if ((text || delivery.inSlice()) && pushback == -1 && p < stop)
+    if (text && pushback == -1 && p < stop)
         takeRun(true, true);
     c = next();
     if (c == commentChar) {
-        endSlice();
         *raw++ = static_cast<char>(c);
         goto inlineComment;
     }
     if (c == 10) {
-        endSlice();
         recordLastAccepted();
         newlineToRaw();
         goto afterNewline;
     }
     if (c == -1) {
-        endSlice();
         recordLastAccepted();
         goto endPending;
     }
@@ -705,30 +644,25 @@ void SpiceStream::flushBuffer()
 
 bool SpiceStream::evaluate(const char*, YString*) { return false; }
 
-inline SpiceStream::LineResult SpiceStream::assembleLine(YString* text, int* lineNumber, bool* streamFlag, bool* nonAscii)
+inline SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     m_lineBuffer.flush();
     *streamFlag = false;
     *nonAscii = false;
     LineAssembly line{*this, lineNumber, streamFlag, nonAscii};
-    const auto result = [&](bool ended) {
-        if (text)
-            text->assign(line.text(), line.length());
-        return ended || line.length() > 0 ? LineEnded : InputEnded;
-    };
     // The mode is read before every character: `evaluate` may change it in the middle of a line.
     for (;;) {
         if (!m_literalMode) {
             const int c = machine(line);
             if (c != kLiteralFromHere)
-                return result(c != -1);
+                return c != -1 || !m_lineBuffer.isEmpty() ? LineEnded : InputEnded;
         }
         for (;;) {
             const int c = get(true);
             if (c == -1)
-                return result(false);
+                return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
             if (line.take(c, m_lineCount))
-                return result(true);
+                return LineEnded;
             if (!m_literalMode)
                 break;
         }
@@ -741,11 +675,14 @@ bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* n
     m_hierarchy = false;
     const int rawKept = m_rawBuffer.length();
     try {
-        const LineResult result = assembleLine(line, lineNumber ? lineNumber : &dummyLineNum,
+        const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
                                                streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
         // A brace hook that read on may have run out of memory there: then the line is lost too.
-        if (!m_memoryRanOut)
+        if (!m_memoryRanOut) {
+            if (line)
+                line->assign(m_lineBuffer.data(), m_lineBuffer.length());
             return result != InputEnded;
+        }
     } catch (const std::bad_alloc&) {
     }
     endInputOnExhaustion(rawKept);
