@@ -201,16 +201,20 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
         return c == 255 ? -1 : c;
     };
     // Moves the queued lines to the literal buffer. Right after a line end read from the source, that is
-    // the whole queue.
+    // the whole queue: an empty literal buffer takes the queue's storage, lines and all, as a caller that
+    // empties it after each line makes it; else a line of up to 64 bytes moves as one block (the queue's
+    // reserved room follows it).
     const auto moveLines = [&]() NETLIST_INLINE {
         if (lit > litStart && lit[-1] == '\n') {
             const char* const queued = m_litQueue.unread();
             const int n = static_cast<int>(lit - queued);
-            // A line of up to 64 bytes moves as one block: the queue's reserved room follows it.
-            netlist::copyRun(m_litBuffer.reserveTail(n + netlist::kRunSlack), queued, static_cast<size_t>(n), litEnd);
-            m_litBuffer.expand(n);
+            m_litQueue.expand(static_cast<int>(lit - litStart));
+            if (!m_litBuffer.takeQueued(m_litQueue)) {
+                netlist::copyRun(m_litBuffer.reserveTail(n + netlist::kRunSlack), queued, static_cast<size_t>(n), litEnd);
+                m_litBuffer.expand(n);
+                m_litQueue.flush();
+            }
             m_litCharCount = static_cast<int>(m_litCharCount + static_cast<long long>(n));
-            m_litQueue.flush();
             m_litQueueWithoutLineEnd = 0;
             litStart = lit = m_litQueue.reserveTail(static_cast<int>(stop - p) + kRoom);
             litEnd = lit + (stop - p) + kRoom;

@@ -111,6 +111,8 @@ public:
     TempString& concat(const char* text) { append(text); return *this; }
 };
 
+class CharQueue;
+
 /// Growable byte buffer, kept NUL-terminated. Adding a byte is an inline append. It holds at most
 /// 2147483646 bytes (its length is an int): an append or reservation past that, or when memory runs
 /// out, throws std::bad_alloc and leaves the buffer as it was.
@@ -164,6 +166,10 @@ public:
     }
     /// Empties the buffer without releasing its memory.
     void flush() { m_length = 0; m_data[0] = '\0'; }
+    /// When this buffer is empty and the unread bytes of `queue` begin its storage, takes them by
+    /// exchanging storage with the queue, which is then empty, and returns true; otherwise changes
+    /// nothing and returns false. No byte is copied.
+    bool takeQueued(CharQueue& queue);
     /// Shortens to `length` bytes when it is shorter than the current length.
     void truncate(int length)
     {
@@ -259,6 +265,7 @@ public:
     const char* unread() const { return m_data + m_read; }
 
 private:
+    friend class Buf; // Buf::takeQueued
     void reserve(int extra);
     void appendGrowing(const char* data, int length);
 

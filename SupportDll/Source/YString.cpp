@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 inline char lowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -328,6 +329,18 @@ void Buf::appendGrowing(const char* data, int length)
     std::memcpy(m_data + m_length, data, static_cast<size_t>(length));
     m_length += length;
     m_data[m_length] = '\0';
+}
+
+bool Buf::takeQueued(CharQueue& queue)
+{
+    if (m_length != 0 || queue.m_read != 0)
+        return false;
+    std::swap(m_data, queue.m_data);
+    std::swap(m_capacity, queue.m_capacity);
+    m_length = queue.m_write;
+    queue.m_write = 0;
+    queue.m_data[0] = '\0';
+    return true;
 }
 
 // ---------------------------------------------------------------- CharQueue

@@ -262,6 +262,46 @@ TEST(CharQueue, IsFirstInFirstOut)
     EXPECT_STREQ(q.unread(), "");
 }
 
+// An empty buffer takes a queue's unread bytes by trading storage with it, without a copy; a buffer
+// that holds bytes, or a queue read into, refuses and both stay as they were.
+TEST(Buf, TakesTheQueuedBytesByTradingStorage)
+{
+    Buf b;
+    CharQueue q;
+    q.append("line one\n", 9);
+    const char* const queued = q.unread();
+    ASSERT_TRUE(b.takeQueued(q));
+    EXPECT_EQ(b.data(), queued);
+    EXPECT_EQ(b.length(), 9);
+    EXPECT_STREQ(b.data(), "line one\n");
+    EXPECT_TRUE(q.isEmpty());
+    EXPECT_STREQ(q.unread(), "");
+    // Each keeps working in the storage it got.
+    q.append("two\n", 4);
+    b.append("more");
+    EXPECT_STREQ(b.data(), "line one\nmore");
+    EXPECT_STREQ(q.unread(), "two\n");
+    // A buffer that holds bytes refuses.
+    EXPECT_FALSE(b.takeQueued(q));
+    EXPECT_STREQ(b.data(), "line one\nmore");
+    EXPECT_STREQ(q.unread(), "two\n");
+    // So does a queue whose unread bytes no longer begin its storage.
+    b.flush();
+    q.append("three", 5);
+    q.discard(4);
+    EXPECT_FALSE(b.takeQueued(q));
+    EXPECT_EQ(b.length(), 0);
+    EXPECT_STREQ(q.unread(), "three");
+    // An empty queue gives an empty buffer.
+    q.flush();
+    ASSERT_TRUE(b.takeQueued(q));
+    EXPECT_EQ(b.length(), 0);
+    EXPECT_STREQ(b.data(), "");
+    for (int i = 0; i < 1000; ++i)
+        q.add('x');
+    EXPECT_EQ(q.count(), 1000);
+}
+
 TEST(UTFString, HoldsUtf8AndWideForms)
 {
     UTFString s("a\xC3\xA9\xF0\x9F\x98\x80"); // a, e acute, U+1F600
