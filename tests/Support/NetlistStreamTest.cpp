@@ -210,16 +210,24 @@ TEST(SpiceStream, BraceExpressionsComeBackUnchangedOrWithParentheses)
     EXPECT_EQ(lines[2].text, "R3 ");
 }
 
+// A brace hook that puts each expression in angle brackets; with `record` set it first replaces the
+// raw record with that text, as a hook that keeps its own record might.
+namespace {
+struct Evaluating : SpiceStream {
+    Evaluating(kvstream& source, const char* record = nullptr) : SpiceStream(source), m_record(record) {}
+    bool evaluate(const char* expression, YString* result) override
+    {
+        if (m_record)
+            copyBuffer(YString(m_record));
+        *result = YString("<").concat(expression).concat(">");
+        return true;
+    }
+    const char* m_record;
+};
+} // namespace
+
 TEST(SpiceStream, EvaluateHookSubstitutes)
 {
-    struct Evaluating : SpiceStream {
-        using SpiceStream::SpiceStream;
-        bool evaluate(const char* expression, YString* result) override
-        {
-            *result = YString("<").concat(expression).concat(">");
-            return true;
-        }
-    };
     kvstrstream source("R1 a b {2*{k}}\n");
     Evaluating s(source);
     YString line;
@@ -227,22 +235,12 @@ TEST(SpiceStream, EvaluateHookSubstitutes)
     EXPECT_EQ(line, "R1 a b <2*(k)>");
 }
 
-// The line's text is gathered apart from the raw record: a hook that empties the record in the middle
+// The line's text is gathered apart from the raw record: a hook that replaces the record in the middle
 // of a line, before and after a continuation, loses none of the line.
-TEST(SpiceStream, AHookThatEmptiesTheRawBufferLeavesTheLineWhole)
+TEST(SpiceStream, AHookThatReplacesTheRawBufferLeavesTheLineWhole)
 {
-    struct Flushing : SpiceStream {
-        using SpiceStream::SpiceStream;
-        bool evaluate(const char* expression, YString* result) override
-        {
-            flushBuffer();
-            copyBuffer(YString("zz"));
-            *result = YString("<").concat(expression).concat(">");
-            return true;
-        }
-    };
     kvstrstream source("R1 alpha beta {k} gamma ; note\n+ delta {m} epsilon\nR2 x y\n");
-    Flushing s(source);
+    Evaluating s(source, "zz");
     YString line;
     ASSERT_TRUE(s.gets(&line, nullptr, nullptr, nullptr));
     EXPECT_EQ(line, "R1 alpha beta <k> gamma   delta <m> epsilon");
