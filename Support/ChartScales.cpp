@@ -116,9 +116,12 @@ Histogram buildHistogram(const std::vector<double>& values, int bins, int maxBin
         bins = binCountOfFinite(finite, std::min(maxBins, kMaxHistogramBins), &h.rule);
     }
     if (!(h.high > h.low)) {
-        const double pad = h.low == 0.0 ? 0.5 : std::fabs(h.low) * 0.01;
-        h.low -= pad;
-        h.high += pad;
+        // (At least the smallest normal double, so that the bins of a subnormal value have a width; an end
+        // past the largest double stops at it.)
+        const double pad = h.low == 0.0 ? 0.5 : std::max(std::fabs(h.low) * 0.01, std::numeric_limits<double>::min());
+        const double most = std::numeric_limits<double>::max();
+        h.low = std::max(h.low - pad, -most);
+        h.high = std::min(h.high + pad, most);
     }
     h.counts.assign(static_cast<size_t>(bins), 0);
     const double width = h.high - h.low, step = h.binWidth();
@@ -183,13 +186,23 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
             const double lowSteps = low / step, highSteps = high / step;
             const double first = std::floor(lowSteps + std::min(1e-9, 1e-12 * std::fabs(lowSteps)));
             const double last = std::ceil(highSteps - std::min(1e-9, 1e-12 * std::fabs(highSteps)));
-            // A step that underflows to 0 gives no finite count; the next power of ten is tried.
-            if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last >= first) || !(last - first + 1 <= maxTicks))
+            // A step that underflows to 0 gives no finite count; the next power of ten is tried. So does a
+            // step whose multiples at the ends a double cannot count exactly (past 2^53).
+            if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last >= first) || !(last - first + 1 <= maxTicks) ||
+                std::max(std::fabs(first), std::fabs(last)) * mantissa > 9007199254740992.0)
                 continue;
-            const long long k0 = static_cast<long long>(first), k1 = static_cast<long long>(last);
+            long long k0 = static_cast<long long>(first), k1 = static_cast<long long>(last);
             // Ends beyond the largest double: no finite ticks cover the range at this step or above.
             if (!std::isfinite(tickValue(k0, mantissa, exponent)) || !std::isfinite(tickValue(k1, mantissa, exponent)))
                 return ticks;
+            // A quotient of many steps may round across a whole number: the end ticks themselves decide.
+            if (tickValue(k1, mantissa, exponent) < high - std::min(1e-9, 1e-12 * std::fabs(highSteps)) * step)
+                ++k1;
+            if (tickValue(k0, mantissa, exponent) > low + std::min(1e-9, 1e-12 * std::fabs(lowSteps)) * step)
+                --k0;
+            if (k1 - k0 + 1 > maxTicks || !std::isfinite(tickValue(k0, mantissa, exponent)) ||
+                !std::isfinite(tickValue(k1, mantissa, exponent)))
+                continue;
             ticks.step = tickValue(1, mantissa, exponent);
             for (long long k = k0; k <= k1; ++k)
                 ticks.values.push_back(tickValue(k, mantissa, exponent));

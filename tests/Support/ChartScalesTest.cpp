@@ -235,3 +235,54 @@ TEST(ChartScales, CountsAskedForAreBounded)
     EXPECT_EQ(t.values.size(), 500001u);
     EXPECT_EQ(t.values.back(), 1.0);
 }
+
+// Ends a few doubles apart with many ticks allowed: no step is taken whose multiples a double cannot
+// count exactly, so that the ticks still run from the low end to the high one.
+TEST(ChartScales, TicksOfEndsAFewDoublesApartCoverThem)
+{
+    const double one = 1.0, justAbove = std::nextafter(1.0, 2.0);
+    const std::pair<double, double> ends[] = {{one, one + std::ldexp(1.0, -52)},
+                                              {1e300, std::nextafter(1e300, kInf)},
+                                              {3.3, 3.3000000000000025},
+                                              {-justAbove, -one}};
+    for (const auto& [low, high] : ends) {
+        for (const int most : {600, 1000, 5000, 1000000}) {
+            const AxisTicks t = sp_RoundAxisTicks(low, high, most);
+            ASSERT_GE(t.values.size(), 2u) << low << " " << most;
+            EXPECT_LE(t.values.size(), static_cast<size_t>(most));
+            EXPECT_LE(t.values.front(), low + 1e-9 * t.step) << low << " " << most;
+            EXPECT_GE(t.values.back(), high - 1e-9 * t.step) << high << " " << most;
+            for (size_t i = 1; i < t.values.size(); ++i)
+                EXPECT_GT(t.values[i], t.values[i - 1]);
+        }
+    }
+}
+
+// Values that do not vary at the ends of the doubles: the bin around them has ends that differ and are
+// finite, so that its width is a number above 0.
+TEST(ChartScales, AHistogramOfOneValueAtTheEndsOfTheDoublesHasAWidth)
+{
+    const double most = std::numeric_limits<double>::max();
+    const double least = std::numeric_limits<double>::denorm_min();
+    for (const double v : {least, -least, 1e-310, most, -most}) {
+        for (const int bins : {0, 1, 10}) {
+            const Histogram h = sp_BuildHistogram({v, v}, bins);
+            EXPECT_TRUE(std::isfinite(h.low)) << v;
+            EXPECT_TRUE(std::isfinite(h.high)) << v;
+            EXPECT_LT(h.low, h.high) << v;
+            EXPECT_LE(h.low, v);
+            EXPECT_GE(h.high, v);
+            EXPECT_GT(h.binWidth(), 0.0) << v << " " << bins;
+            long long counted = 0;
+            for (long long c : h.counts)
+                counted += c;
+            EXPECT_EQ(counted, 2) << v;
+        }
+    }
+    EXPECT_EQ(sp_BuildHistogram({most}, 1).high, most);
+    EXPECT_EQ(sp_BuildHistogram({-most}, 1).low, -most);
+    // A value of ordinary size keeps its 1% to either side.
+    const Histogram five = sp_BuildHistogram({5.0}, 1);
+    EXPECT_DOUBLE_EQ(five.low, 4.95);
+    EXPECT_DOUBLE_EQ(five.high, 5.05);
+}
