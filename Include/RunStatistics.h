@@ -8,6 +8,7 @@
 #include "XMLReport.h"
 #include "YString.h"
 
+#include <memory>
 #include <vector>
 
 /// Count, mean, central moment sums, extrema and non-finite count of a sample, updated in one pass and
@@ -100,7 +101,8 @@ struct MeritLimits {
     double upper = 0.0;
     bool any() const { return hasLower || hasUpper; }
     /// Whether a value meets the limits (a value on a limit passes; a value that is not finite fails). A
-    /// limit that is NaN is met by no value, and makes Cp and Cpk and their intervals NaN.
+    /// limit that is NaN is met by no value, and makes Cp and Cpk and their intervals NaN. A lower limit
+    /// above the upper one is met by no value either; Cp is then negative, as its formula gives.
     SUPPORTQT_API bool passes(double value) const;
 };
 
@@ -124,11 +126,28 @@ struct ParameterInfluence {
     double rho = 0.0; ///< NaN when either side does not vary, or a run's deviation of the parameter is not a number
 };
 
+/// The deviations of the parameters one run changed, in the run's order: a read-only list that the
+/// statistics of every merit function whose extreme is that run share, so that they cost memory once.
+class ParameterDeviations {
+public:
+    ParameterDeviations() = default;
+    explicit ParameterDeviations(std::vector<ParameterDeviation> list)
+        : m_list(std::make_shared<const std::vector<ParameterDeviation>>(std::move(list))) {}
+    size_t size() const { return m_list ? m_list->size() : 0; }
+    bool empty() const { return size() == 0; }
+    const ParameterDeviation& operator[](size_t i) const { return (*m_list)[i]; }
+    const ParameterDeviation* begin() const { return m_list ? m_list->data() : nullptr; }
+    const ParameterDeviation* end() const { return m_list ? m_list->data() + m_list->size() : nullptr; }
+
+private:
+    std::shared_ptr<const std::vector<ParameterDeviation>> m_list;
+};
+
 /// A run at an extreme of a merit function, with the deviations of the parameters it changed.
 struct WorstCaseRun {
     int caseNumber = 0;
     double value = 0.0;
-    std::vector<ParameterDeviation> parameters;
+    ParameterDeviations parameters;
 };
 
 /// The percentiles reported for every merit function, in this order.
@@ -208,5 +227,5 @@ SUPPORTQT_API double sp_NormalQuantile(double p);
 /// 0..1 or degrees is not positive.
 SUPPORTQT_API double sp_ChiSquareQuantile(double p, double degrees);
 /// Spearman's rank correlation of two equally long samples (average ranks for ties); NaN when they are
-/// shorter than 2, differ in length, or either does not vary.
+/// shorter than 2, differ in length, hold a NaN, or either does not vary.
 SUPPORTQT_API double sp_SpearmanCorrelation(const std::vector<double>& x, const std::vector<double>& y);

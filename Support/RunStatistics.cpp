@@ -354,8 +354,10 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
     if (lim.hasLower && lim.hasUpper) {
         s->cp = (lim.upper - lim.lower) / (6.0 * sd);
         const double dof = n - 1.0;
-        s->cpInterval = {s->cp * std::sqrt(sp_ChiSquareQuantile(0.025, dof) / dof),
-                         s->cp * std::sqrt(sp_ChiSquareQuantile(0.975, dof) / dof)};
+        const double a = s->cp * std::sqrt(sp_ChiSquareQuantile(0.025, dof) / dof);
+        const double b = s->cp * std::sqrt(sp_ChiSquareQuantile(0.975, dof) / dof);
+        // (A negative Cp, of limits in the wrong order, turns the ends round.)
+        s->cpInterval = {std::min(a, b), std::max(a, b)};
     }
     double cpk = kInf;
     if (lim.hasUpper)
@@ -907,8 +909,11 @@ double sp_NormalQuantile(double p)
     }
     const double sqrt2 = 1.4142135623730951, sqrt2pi = 2.5066282746310002;
     for (int step = 0; step < 2; ++step) {
-        // Work on the smaller tail so that the error is not lost to rounding near 1.
-        const double e = x < 0 ? 0.5 * std::erfc(-x / sqrt2) - p : (1 - p) - 0.5 * std::erfc(x / sqrt2);
+        // The error is taken where rounding keeps it: near the middle as a distance from 0.5, which
+        // p - 0.5 gives exactly, and further out on the smaller tail.
+        const double e = std::fabs(x) < 1 ? 0.5 * std::erf(x / sqrt2) - (p - 0.5)
+                         : x < 0          ? 0.5 * std::erfc(-x / sqrt2) - p
+                                          : (1 - p) - 0.5 * std::erfc(x / sqrt2);
         const double u = e * sqrt2pi * std::exp(x * x / 2);
         x = x - u / (1 + x * u / 2);
     }
@@ -977,6 +982,10 @@ double sp_ChiSquareQuantile(double p, double degrees)
 double sp_SpearmanCorrelation(const std::vector<double>& x, const std::vector<double>& y)
 {
     if (x.size() != y.size() || x.size() < 2)
+        return kNaN;
+    // NaN has no rank (nor could the sort rank it).
+    const auto hasNaN = [](const std::vector<double>& v) { return std::any_of(v.begin(), v.end(), [](double d) { return std::isnan(d); }); };
+    if (hasNaN(x) || hasNaN(y))
         return kNaN;
     return pearson(averageRanks(x), averageRanks(y));
 }
@@ -1172,19 +1181,39 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
     return g;
 }
 
+// The deviation lists of the runs at the merit functions' extremes, made once per run: many merit
+// functions may share an extreme run, and a list per merit function would cost merit functions times
+// parameters. Safe to use from the threads of one call.
+class DeviationLists {
+public:
+    ParameterDeviations of(const YHashTable<XMLReportInfo>& table, int caseNumber)
+    {
+        const std::lock_guard<std::mutex> hold(m_lock);
+        const auto found = m_lists.find(caseNumber);
+        if (found != m_lists.end())
+            return found->second;
+        const ParameterDeviations list(deviationsOf(findCase(table, caseNumber)));
+        m_lists.emplace(caseNumber, list);
+        return list;
+    }
+
+private:
+    std::mutex m_lock;
+    std::unordered_map<int, ParameterDeviations> m_lists;
+};
+
 MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::vector<const XMLReportInfo*>& runs,
                            int merit, std::vector<double>&& values, const int* cases, const MeritLimits& limits,
-                           Columns* columns)
+                           Columns* columns, DeviationLists& deviations)
 {
     MeritStatistics s;
     s.merit = merit;
     s.limits = limits;
     fillStatistics(&s, table, std::move(values), cases);
     if (s.sample.moments().count() > 0) {
-        s.atMinimum = {s.sample.moments().minimumCase(), s.sample.moments().minimum(),
-                       deviationsOf(findCase(table, s.sample.moments().minimumCase()))};
-        s.atMaximum = {s.sample.moments().maximumCase(), s.sample.moments().maximum(),
-                       deviationsOf(findCase(table, s.sample.moments().maximumCase()))};
+        const int low = s.sample.moments().minimumCase(), high = s.sample.moments().maximumCase();
+        s.atMinimum = {low, s.sample.moments().minimum(), deviations.of(table, low)};
+        s.atMaximum = {high, s.sample.moments().maximum(), deviations.of(table, high)};
     }
     if (columns) {
         std::vector<const XMLReportInfo*> finiteRuns;
@@ -1241,7 +1270,8 @@ MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table
         values.swap(g.columns[0].values);
         cases = g.casesOf(g.columns[0]);
     }
-    return computeOne(table, runs, merit, std::move(values), cases, limits, influence ? &columns : nullptr);
+    DeviationLists deviations;
+    return computeOne(table, runs, merit, std::move(values), cases, limits, influence ? &columns : nullptr, deviations);
 }
 
 std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportInfo>& table,
@@ -1255,6 +1285,7 @@ std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportI
     const int count = std::max(header.meritFunctions.count(), 0);
     std::vector<MeritStatistics> out(static_cast<size_t>(count));
     Gathered g = gatherColumns(table, 0, count);
+    DeviationLists deviations;
     // Merit functions are summarised side by side on a large table; the parameters' ranks, shared by
     // all of them and made on first use, keep them one after the other when the influence is asked for.
     runJobs(static_cast<size_t>(count), !influence && static_cast<size_t>(table.count()) >= kParallelRuns,
@@ -1262,7 +1293,7 @@ std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTable<XMLReportI
                 const MeritLimits none;
                 MeritColumn& column = g.columns[m];
                 out[m] = computeOne(table, runs, static_cast<int>(m), std::move(column.values), g.casesOf(column),
-                                    m < limits.size() ? limits[m] : none, influence ? &columns : nullptr);
+                                    m < limits.size() ? limits[m] : none, influence ? &columns : nullptr, deviations);
                 column = MeritColumn(); // its cases are not needed any more
                 out[m].name = header.meritFunctions[static_cast<int>(m)].name;
                 out[m].definition = header.meritFunctions[static_cast<int>(m)].value;

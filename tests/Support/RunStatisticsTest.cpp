@@ -207,6 +207,18 @@ TEST(RunStatistics, YieldCapabilityAndFailingRunsWorkedByHand)
         EXPECT_TRUE(std::isnan(n.cpkInterval.high));
     }
 
+    // Limits in the wrong order are met by no value; Cp is negative as its formula gives, and its
+    // interval still runs from its lower end to its upper one.
+    MeritLimits reversed = limits;
+    std::swap(reversed.lower, reversed.upper);
+    const MeritStatistics r = sp_ComputeMeritStatistics(table, 0, reversed);
+    EXPECT_EQ(r.passCount, 0);
+    EXPECT_NEAR(r.cp, -5.0 / (6.0 * sd), 1e-15);
+    EXPECT_LT(r.cpInterval.low, r.cp);
+    EXPECT_GT(r.cpInterval.high, r.cp);
+    EXPECT_NEAR(r.cpInterval.low, -s.cpInterval.high, 1e-15);
+    EXPECT_NEAR(r.cpInterval.high, -s.cpInterval.low, 1e-15);
+
     const MeritStatistics none = sp_ComputeMeritStatistics(table, 0);
     EXPECT_TRUE(std::isnan(none.yield));
     EXPECT_EQ(none.passCount, 0);
@@ -221,6 +233,11 @@ TEST(RunStatistics, SpearmanWithTiesWorkedByHand)
     EXPECT_NEAR(sp_SpearmanCorrelation({1, 2, 3}, {30, 20, 10}), -1.0, 1e-15);
     EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({1, 1, 1}, {1, 2, 3})));
     EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({1, 2}, {1, 2, 3})));
+    // NaN has no rank: a sample that holds one gives NaN (a sort that met it once ranked it anywhere).
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({1, 2, nan, 4, 5}, {1, 2, 3, 4, 5})));
+    EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({nan, nan, nan}, {1, 2, 3})));
+    EXPECT_TRUE(std::isnan(sp_SpearmanCorrelation({5, 1, 3, 2, 4, 6}, {1, 2, 3, 4, nan, 6})));
 }
 
 TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
@@ -230,6 +247,15 @@ TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
     EXPECT_EQ(sp_NormalQuantile(1.0), std::numeric_limits<double>::infinity());
     EXPECT_EQ(sp_NormalQuantile(0.0), -std::numeric_limits<double>::infinity());
     EXPECT_TRUE(std::isnan(sp_NormalQuantile(1.5)));
+    // Near 0.5 too the quantile is accurate relative to itself (the references are SciPy's ndtri).
+    const std::pair<double, double> nearHalf[] = {{0.5000000001, 2.506628482030354e-10},
+                                                 {0.499999999997, -7.519857616926815e-12},
+                                                 {0.49998867722429885, -2.8381989723618543e-05},
+                                                 {0.3, -0.5244005127080409},
+                                                 {0.75, 0.6744897501960817},
+                                                 {0.9, 1.2815515655446004}};
+    for (const auto& [p, x] : nearHalf)
+        EXPECT_NEAR(sp_NormalQuantile(p) / x, 1.0, 1e-15) << p;
     // Chi-square with 2 degrees of freedom: F(x) = 1 - exp(-x/2), so the p quantile is -2 ln(1 - p).
     EXPECT_NEAR(sp_ChiSquareQuantile(0.95, 2), -2.0 * std::log(0.05), 1e-13);
     EXPECT_NEAR(sp_ChiSquareQuantile(0.3, 2), -2.0 * std::log(0.7), 1e-13);
@@ -555,6 +581,45 @@ TEST(RunStatistics, WorstCaseTableHoldsTheExtremeRunsWithTheirDeviations)
     EXPECT_EQ(s.atMaximum.caseNumber, 2);
     EXPECT_EQ(s.atMaximum.value, 4.0);
     EXPECT_DOUBLE_EQ(s.atMaximum.parameters[0].deviation, 0.02);
+}
+
+// Many merit functions whose extremes are the same runs share those runs' deviation lists: a list per
+// merit function would cost merit functions times parameters (a file of a few megabytes once asked for
+// tens of gigabytes).
+TEST(RunStatistics, MeritFunctionsWithTheSameExtremeRunShareItsDeviations)
+{
+    const int merits = 300, parameters = 2000;
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    for (int m = 0; m < merits; ++m)
+        header.meritFunctions.at(m).name = YString(("m" + std::to_string(m)).c_str());
+    for (int c = 1; c <= 3; ++c) {
+        XMLReportInfo r(c);
+        for (int m = 0; m < merits; ++m)
+            r.values.at(m).value = static_cast<double>(c);
+        for (int k = 0; k < parameters; ++k) {
+            XMLParameterValue& p = r.parameters.at(k);
+            p.name = YString(("p" + std::to_string(k)).c_str());
+            p.nominal = 1.0;
+            p.usedValue = 1.0 + c * 0.01;
+        }
+        table.insert(r);
+    }
+    const std::vector<MeritStatistics> all = sp_ComputeRunStatistics(table, header, {}, false);
+    ASSERT_EQ(all.size(), static_cast<size_t>(merits));
+    for (const MeritStatistics& s : all) {
+        EXPECT_EQ(s.atMinimum.caseNumber, 1);
+        EXPECT_EQ(s.atMaximum.caseNumber, 3);
+        ASSERT_EQ(s.atMaximum.parameters.size(), static_cast<size_t>(parameters));
+        EXPECT_EQ(s.atMaximum.parameters[7].deviation, (1.0 + 3 * 0.01 - 1.0) / 1.0);
+        EXPECT_EQ(s.atMaximum.parameters[7].name, YString("p7"));
+        // One list per run, not one per merit function.
+        EXPECT_EQ(s.atMinimum.parameters.begin(), all[0].atMinimum.parameters.begin());
+        EXPECT_EQ(s.atMaximum.parameters.begin(), all[0].atMaximum.parameters.begin());
+    }
+    EXPECT_NE(all[0].atMinimum.parameters.begin(), all[0].atMaximum.parameters.begin());
+    // A run with no parameters gives an empty list.
+    EXPECT_TRUE(sp_ComputeMeritStatistics(YHashTable<XMLReportInfo>(), 0).atMinimum.parameters.empty());
 }
 
 TEST(RunStatistics, ParametersARunDidNotChangeCountAsNominal)

@@ -208,8 +208,8 @@ ResultsSummary summariseResults(const QString& path, const YHashTable<XMLReportI
                 summary.parameterNames << name;
             }
         }
-    for (int m = 0; m < header.meritFunctions.count(); ++m)
-        summary.merits.push_back(sp_ComputeMeritStatistics(table, m, MeritLimits(), false));
+    // In one call, so that merit functions whose extremes are the same run share its deviations.
+    summary.merits = sp_ComputeRunStatistics(table, header, {}, false);
     return summary;
 }
 
