@@ -377,8 +377,12 @@ struct NameItems {
         for (;;) {
             const size_t end = name.find('/', item);
             const size_t stop = end == std::string_view::npos ? name.size() : end;
-            const size_t colon = name.find(':', item);
-            if (colon < stop && name.find(':', colon + 1) >= stop) {
+            // The colons are looked for within the item only, so that a name of many items is read in
+            // linear time.
+            const std::string_view text = name.substr(item, stop - item);
+            const size_t first = text.find(':');
+            const size_t colon = first == std::string_view::npos ? std::string_view::npos : item + first;
+            if (colon != std::string_view::npos && text.find(':', first + 1) == std::string_view::npos) {
                 const size_t keyLength = colon - item;
                 for (int k = 0; k < KeyCount; ++k) {
                     if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(name.data() + item, kKeys[k], keyLength)) {

@@ -31,14 +31,15 @@ bool nameIs(const YRef<YDomElement>& element, const char* name) { return element
 
 // Attribute text escaped for a double-quoted attribute; tabs and line ends are kept as character
 // references, which attribute normalisation would otherwise turn into blanks, and other control
-// characters, which XML cannot hold, are left out as the results file's writer leaves them out.
+// characters, which XML cannot hold, are left out as the results file's writer leaves them out. A byte
+// that is no UTF-8, and the characters U+FFFE and U+FFFF, become U+FFFD, as they do there too.
 std::string attr(const char* name, const YString& value)
 {
     std::string out = " ";
     out += name;
     out += "=\"";
-    for (const char* p = value.c_str(); *p; ++p) {
-        switch (*p) {
+    for (char32_t c : sp_DecodeUtf8(value.c_str(), static_cast<size_t>(value.length()))) {
+        switch (c) {
         case '&': out += "&amp;"; break;
         case '<': out += "&lt;"; break;
         case '>': out += "&gt;"; break;
@@ -47,8 +48,19 @@ std::string attr(const char* name, const YString& value)
         case '\n': out += "&#10;"; break;
         case '\r': out += "&#13;"; break;
         default:
-            if (static_cast<unsigned char>(*p) >= 32)
-                out += *p;
+            if (c == 0xFFFE || c == 0xFFFF)
+                c = 0xFFFD;
+            if (c < 0x80) {
+                if (c >= 32)
+                    out += static_cast<char>(c);
+            } else {
+                // UTF-8 of a character that decoding found well-formed: two to four bytes.
+                static const unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+                const int extra = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+                out += static_cast<char>(kLead[extra] | (c >> (6 * extra)));
+                for (int k = extra - 1; k >= 0; --k)
+                    out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
+            }
         }
     }
     out += '"';

@@ -396,6 +396,23 @@ TEST_F(MswFile, RepeatedKeysInARunNameTakeTheFirstValue)
     EXPECT_STREQ(findCase(t, 10)->description.c_str(), "Lot:L9/Lot:L7");
 }
 
+// A name of a million items, almost all empty, is read in linear time: each item's colons are looked
+// for within it (looking to the name's end took minutes).
+TEST_F(MswFile, ANameOfAMillionItemsIsReadItemByItem)
+{
+    const std::string many(1 << 20, '/');
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    ASSERT_TRUE(readText(msw("<steps><step case=\"2\" name=\"Param:A" + many + "Param:Z\"/>"
+                             "<step case=\"3\" name=\"" + many + "Param:B:C" + many + "Refdes:R5/DevParam:W\"/>"
+                             "<step case=\"4\" name=\"Refdes:R5" + many + "DevParam:V\"/>"
+                             "</steps>"),
+                         &t, &h));
+    EXPECT_STREQ(findCase(t, 2)->description.c_str(), "Var: A");
+    EXPECT_STREQ(findCase(t, 3)->description.c_str(), "Ref: R5.W");
+    EXPECT_STREQ(findCase(t, 4)->description.c_str(), "Ref: R5.V");
+}
+
 TEST_F(MswFile, LotLabelsGrowWithDetail)
 {
     YHashTable<XMLReportInfo> t;

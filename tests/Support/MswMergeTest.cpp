@@ -467,4 +467,18 @@ TEST_F(MswMerge, ControlCharactersAreLeftOutOfTheFilesWritten)
     EXPECT_NE(text.find("title=\"title&#9;\""), std::string::npos) << text;
     EXPECT_NE(text.find("<meritfunction value=\"a\" name=\"A\">"), std::string::npos) << text;
     EXPECT_NE(text.find("description=\"done&#10;\""), std::string::npos) << text;
+
+    // Bytes that are no UTF-8, and the two characters XML cannot hold, become U+FFFD, so that the file
+    // written is well-formed; other characters of every length are kept as they are.
+    writeFileBytes(path("bytes.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><header title=\"caf\xE9\" numcores=\"1\"/>"
+                                      "<meritfunction value=\"a\" name=\"\xC2\xB5&#xFFFE;\"><sensval case=\"1\" value=\"1\"/></meritfunction>"
+                                      "<steps><step case=\"1\" description=\"\xE2\x82\xAC\xF0\x9F\x98\x80&#xFFFF;\xED\xA0\x80\"/></steps></msw>");
+    ASSERT_TRUE(sp_MergeMswFiles({p("bytes.msw")}, p("merged.msw"), false, &message, nullptr)) << message.c_str();
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    const std::string bytes = readFileBytes(path("merged.msw"));
+    EXPECT_NE(bytes.find("title=\"caf\xEF\xBF\xBD\""), std::string::npos) << bytes;
+    EXPECT_NE(bytes.find("name=\"\xC2\xB5\xEF\xBF\xBD\""), std::string::npos) << bytes;
+    EXPECT_NE(bytes.find("description=\"\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\""),
+              std::string::npos)
+        << bytes;
 }
