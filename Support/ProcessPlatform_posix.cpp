@@ -129,11 +129,9 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
 {
     *exitCode = 0;
     reapFinishedChildren();
-    const char* cursor = commandLine ? commandLine : "";
     std::vector<std::string> words;
-    for (YString token = sp_GetToken(&cursor, " \t", "\"", "\"", false); !token.isEmpty();
-         token = sp_GetToken(&cursor, " \t", "\"", "\"", false))
-        words.push_back(token.c_str());
+    for (const YString& word : commandWords(commandLine))
+        words.push_back(word.str());
     if (words.empty()) {
         *processId = -1;
         return SSPE_Failed;

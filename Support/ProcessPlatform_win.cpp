@@ -91,14 +91,15 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
             QCoreApplication::processEvents();
         }
     }
+    // Whether the child has ended is asked of its handle: an exit code of 259 (STILL_ACTIVE) is a code
+    // like any other once it has.
     DWORD code = 0;
-    GetExitCodeProcess(info.hProcess, &code);
-    if (code == STILL_ACTIVE) {
-        *processId = static_cast<int>(info.dwProcessId);
-        *exitCode = 0;
-    } else {
+    if (WaitForSingleObject(info.hProcess, 0) == WAIT_OBJECT_0 && GetExitCodeProcess(info.hProcess, &code)) {
         *exitCode = code;
         *processId = -1;
+    } else {
+        *processId = static_cast<int>(info.dwProcessId);
+        *exitCode = 0;
     }
     CloseHandle(info.hProcess);
     CloseHandle(info.hThread);

@@ -24,15 +24,27 @@ const int kCollectTimeoutMs = 5000;
 
 // ---------------------------------------------------------------- shared
 
+std::vector<YString> processes::commandWords(const char* commandLine)
+{
+    std::vector<YString> words;
+    const char* cursor = commandLine ? commandLine : "";
+    // A word ends the text only when no character but blanks is left: an empty one may stand between.
+    for (;;) {
+        while (*cursor == ' ' || *cursor == '\t')
+            ++cursor;
+        if (!*cursor)
+            return words;
+        words.push_back(sp_GetToken(&cursor, " \t", "\"", "\"", false));
+    }
+}
+
 void processes::parseCommandLine(const char* commandLine, QString* program, QStringList* arguments, QString* bareProgram)
 {
-    const char* cursor = commandLine ? commandLine : "";
-    const YString first = sp_GetToken(&cursor, " \t", "\"", "\"", false);
-    *bareProgram = toQs(first);
+    const std::vector<YString> words = commandWords(commandLine);
+    *bareProgram = words.empty() ? QString() : toQs(words.front());
     *program = programForQt(*bareProgram);
-    for (YString token = sp_GetToken(&cursor, " \t", "\"", "\"", false); !token.isEmpty();
-         token = sp_GetToken(&cursor, " \t", "\"", "\"", false))
-        arguments->append(toQs(token));
+    for (size_t i = 1; i < words.size(); ++i)
+        arguments->append(toQs(words[i]));
 }
 
 // ---------------------------------------------------------------- KvProcess

@@ -10,6 +10,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 class KvProcess;
 
 /// The child of a KvProcess. When its owner is destroyed first, it deletes itself once the child ends.
@@ -67,6 +69,9 @@ private:
 };
 
 namespace processes {
+/// The words of a command line: split at blanks and tabs, a double-quoted part taken whole without its
+/// quotes, so that a pair of quotes alone is an empty word.
+std::vector<YString> commandWords(const char* commandLine);
 /// The command line split into the program (on Windows wrapped in double quotes; empty stays empty),
 /// the arguments, and the program as written.
 void parseCommandLine(const char* commandLine, QString* program, QStringList* arguments, QString* bareProgram);

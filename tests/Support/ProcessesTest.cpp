@@ -124,6 +124,29 @@ TEST_F(Processes, ProgramPathWithBlanks)
     EXPECT_EQ(code, 1u);
 }
 
+// A pair of quotes is an empty argument, and the arguments after it are kept too.
+TEST_F(Processes, EmptyQuotedArgumentsAreArguments)
+{
+    const std::string s = child("empties", "args " + path("args.txt") + "\nexitargc");
+    const std::string line = quoted(s) + " \"\" next \"\"  \"last one\"";
+    unsigned code = 0;
+    const std::string expected = "\nnext\n\nlast one\n";
+    EXPECT_EQ(sp_SpawnApplication(line.c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 4u);
+    EXPECT_EQ(readFileBytes(path("args.txt")), expected);
+    ASSERT_EQ(unlink_utf8(path("args.txt").c_str()), 0);
+    code = 0;
+    EXPECT_EQ(sp_OldSpawnApplication(line.c_str(), SpawnWait, &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 4u);
+    EXPECT_EQ(readFileBytes(path("args.txt")), expected);
+    ASSERT_EQ(unlink_utf8(path("args.txt").c_str()), 0);
+    KvProcess process(line.c_str(), false, false);
+    ASSERT_TRUE(process.start());
+    EXPECT_TRUE(process.waitProcess(30000));
+    EXPECT_EQ(process.exitCode(), 4);
+    EXPECT_EQ(readFileBytes(path("args.txt")), expected);
+}
+
 TEST_F(Processes, LaunchErrors)
 {
     const std::string missing = path(std::string("missing-program") + kProgramSuffix);
@@ -203,6 +226,15 @@ TEST_F(Processes, OldLauncherWithAndWithoutWait)
     int pid = 1;
     EXPECT_EQ(sp_OldSpawnApplication(quoted(s).c_str(), SpawnWait | SpawnHidden | SpawnNewConsole, &code, &pid), SSPE_Ok);
     EXPECT_EQ(code, 6u);
+    EXPECT_EQ(pid, -1);
+    // A child that has ended with code 259, which Windows also uses to say "still running", has ended.
+    const std::string odd = child("odd", "exit 259");
+    EXPECT_EQ(sp_OldSpawnApplication(quoted(odd).c_str(), SpawnWait, &code, &pid), SSPE_Ok);
+#ifdef Q_OS_WIN
+    EXPECT_EQ(code, 259u);
+#else
+    EXPECT_EQ(code, 259u % 256u); // a POSIX exit status keeps 8 bits
+#endif
     EXPECT_EQ(pid, -1);
     // Without waiting the child is still running when the call returns: it waits for the test's word.
     const std::string held = child("held", "waitfor " + path("go") + "\nexit 6");
