@@ -13,7 +13,9 @@
 /// ("rt", "wt") may be renamed and deleted by others while it is open, as on POSIX systems. A mode
 /// without "b" or "t" is text unless the program made binary the runtime's default. The text modes that
 /// append or update ("a", "at", "r+", "w+t", "a+t"...) and modes with other letters are opened by the C
-/// runtime, which lets others read and write the file but not rename or delete it while it is open.
+/// runtime, which lets others read and write the file but not rename or delete it while it is open. A
+/// mode the runtime does not document ("rw", "rbt", "r++") gives null with errno EINVAL there, where the
+/// runtime itself would end the program.
 SUPPORTDLL_API FILE* fopen_utf8(const char* path, const char* mode);
 /// As fopen_utf8, storing the stream in `*out`; 0 on success, else the error number (and `*out` null).
 [[nodiscard]] SUPPORTDLL_API int fopen_s_utf8(FILE** out, const char* path, const char* mode);

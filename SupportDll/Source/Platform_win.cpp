@@ -226,6 +226,27 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     return replaced;
 }
 
+// Whether the runtime reads `mode` (after its first letter) without calling its invalid-parameter
+// handler, which ends the program: each of "+", "b" or "t" and its own letters once at most, not both
+// "b" and "t", then an optional ",ccs=" encoding it knows.
+bool runtimeTakesMode(const char* mode)
+{
+    std::string seen;
+    for (; *mode && *mode != ','; ++mode) {
+        if (*mode == ' ')
+            continue;
+        if (!std::strchr("+btcnNSRTD", *mode) || seen.find(*mode) != std::string::npos)
+            return false;
+        seen += *mode;
+    }
+    if (seen.find('b') != std::string::npos && seen.find('t') != std::string::npos)
+        return false;
+    if (!*mode)
+        return true;
+    const std::string rest(mode);
+    return rest == ",ccs=UTF-8" || rest == ",ccs=UTF-16LE" || rest == ",ccs=UNICODE";
+}
+
 } // namespace
 
 namespace platform {
@@ -241,7 +262,7 @@ FILE* openFile(const char* utf8Path, const char* mode)
     // An empty name, or one that is not valid UTF-8, is no name of a file: the runtime's answer to an
     // invalid name.
     const std::wstring path = widePath(utf8Path);
-    if ((kind != 'r' && kind != 'w' && kind != 'a') || path.empty()) {
+    if ((kind != 'r' && kind != 'w' && kind != 'a') || path.empty() || !runtimeTakesMode(mode + 1)) {
         errno = EINVAL;
         return nullptr;
     }

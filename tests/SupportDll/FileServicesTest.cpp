@@ -349,6 +349,17 @@ TEST_F(FileServices, OpenFailuresGiveTheRuntimesErrorCodes)
     EXPECT_EQ(std::fread(text, 1, 4, f), 4u);
     EXPECT_STREQ(text, "text");
     std::fclose(f);
+    // Modes the runtime does not document are refused before it sees them (it would end the program);
+    // its own letters and encodings are its to read.
+    for (const char* mode : {"rw", "rbt", "r++", "rbb", "rq", "r,ccs=latin1", "r,ccs=UTF-8x"}) {
+        EXPECT_EQ(fopen_s_utf8(&f, path("blank.txt").c_str(), mode), EINVAL) << mode;
+        EXPECT_EQ(f, nullptr);
+    }
+    for (const char* mode : {"rN", "r+bc"}) {
+        EXPECT_EQ(fopen_s_utf8(&f, path("blank.txt").c_str(), mode), 0) << mode;
+        ASSERT_NE(f, nullptr);
+        std::fclose(f);
+    }
 #else
     EXPECT_EQ(fopen_s_utf8(&f, path("x.txt").c_str(), " rb"), EINVAL);
 #endif
