@@ -26,7 +26,7 @@ typedef bool (*SpContentWriter)(const YString& pathToWrite, void* context);
 ///   the permissions the process's file-mode mask gives (on Windows, the folder's).
 /// False when `path` is empty or a folder, when the file may not be written, when a Windows path in the
 /// long form ("\\?\C:\...") names a file that its ordinary form would not (a name ending in a dot or a
-/// blank, say), or when anything fails.
+/// blank, say), or when anything fails; a `write` that throws has failed.
 /// `context` is only passed on to `write`: it stays the caller's.
 [[nodiscard]] SUPPORTQT_API bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context);
 

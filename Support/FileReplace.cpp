@@ -2,12 +2,33 @@
 #include "FileReplace.h"
 #include "FileReplace_p.h"
 
+namespace {
+// The caller's writer and its context.
+struct Writer {
+    SpContentWriter write;
+    void* context;
+};
+
+// The caller's writer, an exception from which is a failed write: thrown through the replacement, it
+// would leave the temporary file behind.
+bool guardedWrite(const YString& pathToWrite, void* writer)
+{
+    const Writer& w = *static_cast<const Writer*>(writer);
+    try {
+        return w.write(pathToWrite, w.context);
+    } catch (...) {
+        return false;
+    }
+}
+} // namespace
+
 bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* context)
 {
     if (path.isEmpty() || !write)
         return false;
+    Writer writer{write, context};
     try {
-        return filereplace::replace(path, write, context);
+        return filereplace::replace(path, guardedWrite, &writer);
     } catch (...) {
         return false;
     }

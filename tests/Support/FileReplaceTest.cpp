@@ -12,6 +12,7 @@
 
 #include <cstdio>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,15 @@ TEST_F(FileReplace, AFailedWriteLeavesThePreviousFileAndNoTemporaryFile)
     EXPECT_FALSE(replace(path("precious.txt"), "a new text that fails half way\n", false));
     EXPECT_EQ(readFileBytes(path("precious.txt")), "hours of work\n");
     EXPECT_FALSE(replace(path("never.txt"), "x", false));
+    EXPECT_EQ(entries(), QStringList{"precious.txt"});
+    // A writer that throws half way has failed too, and leaves nothing behind.
+    const auto throwing = [](const YString& to) -> bool {
+        writeText("half of it", to, false);
+        throw std::runtime_error("the writer gave up");
+    };
+    EXPECT_FALSE(sp_ReplaceFileWith(YString(path("precious.txt").c_str()), throwing));
+    EXPECT_FALSE(sp_ReplaceFileWith(YString(path("never.txt").c_str()), throwing));
+    EXPECT_EQ(readFileBytes(path("precious.txt")), "hours of work\n");
     EXPECT_EQ(entries(), QStringList{"precious.txt"});
 }
 
