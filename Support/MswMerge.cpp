@@ -310,8 +310,10 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             }
 
             std::string text;
+            std::unordered_set<int> stepped;
             for (const YRef<YDomElement>& step : shard.steps) {
                 const int c = step->getAttributeInt("case", 0);
+                stepped.insert(c);
                 const bool moved = renumbered.count(c) != 0;
                 text += "\t\t<step";
                 if (step->hasAttribute("name"))
@@ -341,6 +343,16 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                     text += "/>\n";
                 }
                 text += "\t\t</step>\n";
+            }
+            // A renumbered run that has values but no step gets one, which records where it came from.
+            for (int c : cases) {
+                if (renumbered.count(c) == 0 || stepped.count(c) != 0)
+                    continue;
+                const std::string from = "shard " + std::to_string(i + 1) + " case " + std::to_string(c);
+                text += "\t\t<step" + attr("case", caseOf(c)) +
+                        attr("description", YString(("Run=" + std::to_string(c) + " (" + from + ")").c_str())) +
+                        attr("shard", static_cast<long long>(i + 1)) + attr("shardcase", static_cast<long long>(c)) +
+                        ">\n\t\t</step>\n";
             }
             if (!writeText(stepsPart, text))
                 return fail(message, "cannot write a temporary file");

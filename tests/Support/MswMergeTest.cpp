@@ -201,6 +201,34 @@ TEST_F(MswMerge, RunsWithOnlyValuesAndMissingValuesStayAsTheyWere)
     EXPECT_EQ(header.title, YString("t"));
 }
 
+// Renumbered runs that have values but no step get a step that records where they came from, as a
+// renumbered run with a step does.
+TEST_F(MswMerge, RenumberedRunsWithoutAStepRecordWhereTheyCameFrom)
+{
+    const std::string shard = R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="1" value="1.5"/><sensval case="2" value="2.5"/></meritfunction></msw>)";
+    writeFileBytes(path("s1.msw"), shard);
+    writeFileBytes(path("s2.msw"), shard);
+    YString message;
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("s1.msw"), p("s2.msw")}, p("merged.msw"), true, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.renumbered, 2);
+    YString why;
+    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    ASSERT_EQ(table.count(), 4);
+    EXPECT_FALSE(findCase(table, 1)->hasDescription);
+    EXPECT_EQ(findCase(table, 3)->description, YString("Run=1 (shard 2 case 1)"));
+    EXPECT_EQ(findCase(table, 4)->description, YString("Run=2 (shard 2 case 2)"));
+    EXPECT_EQ(findCase(table, 4)->values[0].value, 2.5);
+    const std::string text = readFileBytes(path("merged.msw"));
+    EXPECT_NE(text.find("<step case=\"3\" description=\"Run=1 (shard 2 case 1)\" shard=\"2\" shardcase=\"1\">"),
+              std::string::npos)
+        << text;
+}
+
 // A shard that gives a case twice is read with the case's last value; the merge's summary counts that
 // value once, as the merged file reads.
 TEST_F(MswMerge, TheSummaryTakesACaseGivenTwiceAsTheReaderDoes)
