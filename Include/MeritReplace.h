@@ -8,8 +8,9 @@
 /// Gives the first merit function named `name` (compared byte for byte) of a results file the defining
 /// text `value` and new values, and writes the file back, as `sp_AppendMeritData` does for a new one:
 /// read as `sp_CompileSensReportData` reads it, appended files included, and written as one file without
-/// "append" by `sp_WriteMswFile`. The merit function keeps its place among the others; values[k] becomes
-/// its value in the run of case cases[k], and every run that `cases` does not name gets 0.
+/// "append" by `sp_WriteMswFile` (so, as there, without a merged file's record of its shards). The merit
+/// function keeps its place among the others; values[k] becomes its value in the run of case cases[k],
+/// and every run that `cases` does not name gets 0.
 ///
 /// False, with the file untouched, when the lists differ in length, a case is given twice, the file
 /// cannot be read, no merit function has that name, or a named case is missing or lacks a value of some

@@ -155,7 +155,9 @@ SUPPORTQT_API void sp_WriteElemRealValue(YRef<YDomElement> element, const YStrin
 
 /// Adds a merit function with one value per listed case to a results file and writes it back (as one
 /// file, without "append"). False, with the file untouched, when the lists differ in length, the file
-/// cannot be read, a case is missing or already has a value for the new function.
+/// cannot be read, a case is missing or already has a value for the new function. The file is written
+/// from what the reader keeps: a merged file's record of its shards (the "shards" element and each
+/// step's "shard" and "shardcase") is not written back; a renumbered run's description still names them.
 [[nodiscard]] SUPPORTQT_API bool sp_AppendMeritData(const YString& path, const YString& value,
                                                     const YString& name, const YVector<double>& values,
                                                     const YVector<int>& cases);
