@@ -2,6 +2,8 @@
 #include "ChartScales.h"
 #include "Interpolation_p.h"
 
+#include <QByteArray>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -75,12 +77,14 @@ double powerOfTen(int exponent)
 
 // k * mantissa * 10^exponent as the nearest double to the decimal value, read from its decimal text:
 // arithmetic with a power of ten rounds twice wherever the power is not exact (beyond 10^22, and in
-// every pow of a C library that is not correctly rounded), and the text is read exactly on every one.
+// every pow of a C library that is not correctly rounded). The text is read by Qt, which rounds
+// correctly on every system; the strtod of an older C runtime does not with sixteen digits. A value
+// beyond the largest double is infinite.
 double tickValue(long long k, int mantissa, int exponent)
 {
     char text[48];
     std::snprintf(text, sizeof text, "%llde%d", k * mantissa, exponent);
-    return std::strtod(text, nullptr);
+    return QByteArray(text).toDouble();
 }
 
 } // namespace
@@ -200,8 +204,10 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
                 ++k1;
             if (tickValue(k0, mantissa, exponent) > low + std::min(1e-9, 1e-12 * std::fabs(lowSteps)) * step)
                 --k0;
-            if (k1 - k0 + 1 > maxTicks || !std::isfinite(tickValue(k0, mantissa, exponent)) ||
-                !std::isfinite(tickValue(k1, mantissa, exponent)))
+            const double lowTick = tickValue(k0, mantissa, exponent), highTick = tickValue(k1, mantissa, exponent);
+            if (k1 - k0 + 1 > maxTicks || !std::isfinite(lowTick) || !std::isfinite(highTick) ||
+                highTick < high - std::min(1e-9, 1e-12 * std::fabs(highSteps)) * step ||
+                lowTick > low + std::min(1e-9, 1e-12 * std::fabs(lowSteps)) * step)
                 continue;
             ticks.step = tickValue(1, mantissa, exponent);
             for (long long k = k0; k <= k1; ++k)
