@@ -188,8 +188,11 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);
             const double lowSteps = low / step, highSteps = high / step;
-            const double first = std::floor(lowSteps + std::min(1e-9, 1e-12 * std::fabs(lowSteps)));
-            const double last = std::ceil(highSteps - std::min(1e-9, 1e-12 * std::fabs(highSteps)));
+            // The slack of each end, in steps.
+            const double lowSlack = std::min(1e-9, 1e-12 * std::fabs(lowSteps));
+            const double highSlack = std::min(1e-9, 1e-12 * std::fabs(highSteps));
+            const double first = std::floor(lowSteps + lowSlack);
+            const double last = std::ceil(highSteps - highSlack);
             // A step that underflows to 0 gives no finite count; the next power of ten is tried. So does a
             // step whose multiples at the ends a double cannot count exactly (past 2^53).
             if (!(step > 0.0) || !std::isfinite(first) || !std::isfinite(last) || !(last >= first) || !(last - first + 1 <= maxTicks) ||
@@ -200,14 +203,13 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
             if (!std::isfinite(tickValue(k0, mantissa, exponent)) || !std::isfinite(tickValue(k1, mantissa, exponent)))
                 return ticks;
             // A quotient of many steps may round across a whole number: the end ticks themselves decide.
-            if (tickValue(k1, mantissa, exponent) < high - std::min(1e-9, 1e-12 * std::fabs(highSteps)) * step)
+            if (tickValue(k1, mantissa, exponent) < high - highSlack * step)
                 ++k1;
-            if (tickValue(k0, mantissa, exponent) > low + std::min(1e-9, 1e-12 * std::fabs(lowSteps)) * step)
+            if (tickValue(k0, mantissa, exponent) > low + lowSlack * step)
                 --k0;
             const double lowTick = tickValue(k0, mantissa, exponent), highTick = tickValue(k1, mantissa, exponent);
-            if (k1 - k0 + 1 > maxTicks || !std::isfinite(lowTick) || !std::isfinite(highTick) ||
-                highTick < high - std::min(1e-9, 1e-12 * std::fabs(highSteps)) * step ||
-                lowTick > low + std::min(1e-9, 1e-12 * std::fabs(lowSteps)) * step)
+            if (k1 - k0 + 1 > maxTicks || !std::isfinite(lowTick) || !std::isfinite(highTick) || highTick < high - highSlack * step ||
+                lowTick > low + lowSlack * step)
                 continue;
             ticks.step = tickValue(1, mantissa, exponent);
             for (long long k = k0; k <= k1; ++k)

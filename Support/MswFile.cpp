@@ -380,15 +380,13 @@ struct NameItems {
             // The colons are looked for within the item only, so that a name of many items is read in
             // linear time.
             const std::string_view text = name.substr(item, stop - item);
-            const size_t first = text.find(':');
-            const size_t colon = first == std::string_view::npos ? std::string_view::npos : item + first;
-            if (colon != std::string_view::npos && text.find(':', first + 1) == std::string_view::npos) {
-                const size_t keyLength = colon - item;
+            const size_t colon = text.find(':'); // within the item: the key's length
+            if (colon != std::string_view::npos && text.find(':', colon + 1) == std::string_view::npos) {
                 for (int k = 0; k < KeyCount; ++k) {
-                    if (std::strlen(kKeys[k]) == keyLength && equalsAsciiNoCase(name.data() + item, kKeys[k], keyLength)) {
+                    if (std::strlen(kKeys[k]) == colon && equalsAsciiNoCase(text.data(), kKeys[k], colon)) {
                         if (at[k] == kAbsent) {
-                            at[k] = static_cast<uint32_t>(colon + 1);
-                            length[k] = static_cast<uint32_t>(stop - colon - 1);
+                            at[k] = static_cast<uint32_t>(item + colon + 1);
+                            length[k] = static_cast<uint32_t>(text.size() - colon - 1);
                         }
                         break;
                     }

@@ -89,6 +89,22 @@ class MswMerge : public TempDirTest {
 protected:
     YString p(const std::string& name) const { return YString(path(name).c_str()); }
 
+    // Merges the two shards into merged.msw with renumbering, checks the file against the schema and
+    // reads it into `table`; false when the merge or the read fails.
+    bool mergeRenumberedAndRead(const char* first, const char* second, MswMergeSummary* summary,
+                                YHashTable<XMLReportInfo>* table)
+    {
+        YString message;
+        if (!sp_MergeMswFiles({p(first), p(second)}, p("merged.msw"), true, &message, summary)) {
+            ADD_FAILURE() << message.c_str();
+            return false;
+        }
+        YString why;
+        EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
+        XMLReportHeader header;
+        return sp_CompileSensReportData(p("merged.msw"), table, &header);
+    }
+
     // Every report of a results file, as text: the Monte Carlo and worst-case logs, the sensitivity
     // page sorted by each of its first columns, and the CSV report.
     std::string reportsOf(const std::string& file)
@@ -209,15 +225,10 @@ TEST_F(MswMerge, RenumberedRunsWithoutAStepRecordWhereTheyCameFrom)
 <meritfunction value="a" name="A"><sensval case="1" value="1.5"/><sensval case="2" value="2.5"/></meritfunction></msw>)";
     writeFileBytes(path("s1.msw"), shard);
     writeFileBytes(path("s2.msw"), shard);
-    YString message;
     MswMergeSummary summary;
-    ASSERT_TRUE(sp_MergeMswFiles({p("s1.msw"), p("s2.msw")}, p("merged.msw"), true, &message, &summary)) << message.c_str();
-    EXPECT_EQ(summary.renumbered, 2);
-    YString why;
-    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
     YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
-    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    ASSERT_TRUE(mergeRenumberedAndRead("s1.msw", "s2.msw", &summary, &table));
+    EXPECT_EQ(summary.renumbered, 2);
     ASSERT_EQ(table.count(), 4);
     EXPECT_FALSE(findCase(table, 1)->hasDescription);
     EXPECT_EQ(findCase(table, 3)->description, YString("Run=1 (shard 2 case 1)"));
@@ -269,14 +280,10 @@ TEST_F(MswMerge, CollidingCasesFailUnlessRenumbered)
     EXPECT_EQ(readFileBytes(path("merged.msw")), "previous");
 
     MswMergeSummary summary;
-    ASSERT_TRUE(sp_MergeMswFiles({p("a.msw"), p("b.msw")}, p("merged.msw"), true, &message, &summary)) << message.c_str();
+    YHashTable<XMLReportInfo> table;
+    ASSERT_TRUE(mergeRenumberedAndRead("a.msw", "b.msw", &summary, &table));
     EXPECT_EQ(summary.runs, 12);
     EXPECT_EQ(summary.renumbered, 2);
-    YString why;
-    EXPECT_EQ(sp_ValidateXml(p("merged.msw"), YString(kSchema), &why), XmlValidateOk) << why.c_str();
-    YHashTable<XMLReportInfo> table;
-    XMLReportHeader header;
-    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
     EXPECT_EQ(table.count(), 12);
     // Cases 5 and 6 of the second shard become 11 and 12 (above every case of every shard); case 6 had
     // a description ("run, ...") and case 5 a name, which the reader prefers.
