@@ -80,20 +80,14 @@ protected:
 
 private:
     enum State { LineStart, CommentLine, InLine, InlineComment, AfterNewline, EndPending, AtEnd };
-    /// Outcome of the line assembly: a line ended, or the input ended with nothing read.
-    enum LineResult { LineEnded, InputEnded };
-
-    /// What the state machine does with the characters it delivers: `get` hands each one back, the
-    /// line assembly gathers them into the line (see the source).
-    struct CharDelivery;
+    /// Gathers the characters the state machine delivers into the line (see the source).
     struct LineAssembly;
 
     int readRaw();
-    template <class Delivery>
-    int machine(Delivery& delivery);
+    int machine(LineAssembly* line);
     void detectStarHash(int commentChar);
     int readDirectiveChar();
-    LineResult assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
+    bool assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii);
     void endInputOnExhaustion(int rawKept);
     void capCounts(long long chars, long long lines);
 

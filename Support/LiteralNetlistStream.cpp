@@ -290,13 +290,11 @@ int NewSpiceStream::machine(Buf* line, int* lineNumber)
     case StarComment:
         goto starComment;
     case Replay:
+    case ReplayComment:
         goto replay;
     case LineComment:
-        goto lineComment;
     case InlineComment:
-        goto inlineComment;
-    case ReplayComment:
-        goto replayComment;
+        goto comment;
     default:
         goto inLine;
     }
@@ -326,8 +324,10 @@ afterNewline:
         m_lookahead.add('*');
         goto starComment;
     }
-    if (c == m_commentChar)
-        goto lineComment;
+    if (c == m_commentChar) {
+        state = LineComment;
+        goto comment;
+    }
     m_lookahead.add(asQueued(c));
     state = InLine;
     if (deliver(10))
@@ -367,8 +367,10 @@ inLine:
         moveLines();
         goto afterNewline;
     }
-    if (c == m_commentChar)
-        goto inlineComment;
+    if (c == m_commentChar) {
+        state = InlineComment;
+        goto comment;
+    }
     if (c == -1)
         return leave(-1);
     if (deliver(c))
@@ -376,14 +378,14 @@ inLine:
     goto inLine;
 
 replay:
-replayComment:
-    // Replay and ReplayComment share their steps; `state` tells them apart.
+    // Replay and ReplayComment share their steps; `state` tells them apart. When the queue runs out,
+    // the state is the one its last byte left.
     if (!m_lookahead.isEmpty() && (state == ReplayComment || text))
         replayRun(state == Replay);
     if (state == InLine)
         goto inLine;
     if (state == InlineComment)
-        goto inlineComment;
+        goto comment;
     c = next();
     if (c == 10)
         moveLines();
@@ -391,48 +393,34 @@ replayComment:
         state = Replay; // a line end ends a comment, and the end is never skipped
     else if (state == Replay && c == m_commentChar)
         state = ReplayComment;
-    {
-        const bool toDeliver = state == Replay;
+    if (state == Replay) {
         if (m_lookahead.isEmpty())
-            state = state == Replay ? InLine : InlineComment;
-        if (toDeliver && c == -1)
+            state = InLine;
+        if (c == -1)
             return leave(-1);
-        if (toDeliver && deliver(c))
+        if (deliver(c))
             return leave(c);
+    } else if (m_lookahead.isEmpty()) {
+        state = InlineComment;
     }
-    if (state == InLine)
-        goto inLine;
-    if (state == InlineComment)
-        goto inlineComment;
     goto replay;
 
-lineComment:
-    state = LineComment;
-    if (p < stop && m_lookahead.isEmpty())
-        takeRun(false);
-    c = next();
-    if (c == 10)
-        goto afterNewline;
-    if (c == -1) {
-        state = InLine;
-        return leave(-1);
-    }
-    goto lineComment;
-
-inlineComment:
-    state = InlineComment;
+comment:
+    // LineComment and InlineComment share their steps; `state` tells them apart. Only an inline
+    // comment's line end moves the queued lines on: a comment line's text moves with the next line's.
     if (p < stop && m_lookahead.isEmpty())
         takeRun(false);
     c = next();
     if (c == 10) {
-        moveLines();
+        if (state == InlineComment)
+            moveLines();
         goto afterNewline;
     }
     if (c == -1) {
         state = InLine;
         return leave(-1);
     }
-    goto inlineComment;
+    goto comment;
 }
 
 // A netlist of more than 2 GiB: the counts the state machine took past INT_MAX wrapped below zero, and

@@ -104,20 +104,10 @@ inline int SpiceStream::readRaw()
     }
 }
 
-// `get` takes the characters one at a time: each delivery ends the call, and no run is taken.
-struct SpiceStream::CharDelivery {
-    static constexpr bool kTakesRuns = false;
-    Buf* runSink() const { return nullptr; }
-    Buf* startLine(long long) { return nullptr; }
-    bool* nonAscii() const { return nullptr; }
-    bool take(int, long long) { return true; }
-};
-
 // The line assembly: the delivered characters build the line, brace expressions are handed to
 // `evaluate`, and a line feed ends the line. Once the line's first character has set its number, its
 // ordinary bytes may come in runs: to the line at brace depth 0, to the expression inside braces.
 struct SpiceStream::LineAssembly {
-    static constexpr bool kTakesRuns = true;
     SpiceStream& stream;
     int* lineNumber;
     bool* streamFlag;
@@ -128,7 +118,6 @@ struct SpiceStream::LineAssembly {
 
     LineAssembly(SpiceStream& s, int* number, bool* flag, bool* nonAscii)
         : stream(s), lineNumber(number), streamFlag(flag), nonAsciiFlag(nonAscii) {}
-    Buf* runSink() const { return sink; }
     // The line's first character is about to come, a plain one: the line's number is set, and its text
     // is where plain characters go.
     Buf* startLine(long long lineCount)
@@ -136,7 +125,6 @@ struct SpiceStream::LineAssembly {
         *lineNumber = netlist::capped(lineCount + 1);
         return sink = &stream.m_lineBuffer;
     }
-    bool* nonAscii() const { return nonAsciiFlag; }
     // Takes one character, `lineCount` being the reader's line count; true when the line has ended.
     bool take(int c, long long lineCount)
     {
@@ -181,8 +169,9 @@ struct SpiceStream::LineAssembly {
     }
 };
 
-// The logical-line state machine. A character it delivers goes to `delivery`, which says whether the
-// call ends there; the end of input always ends it (-1). Each state is a block that goes straight to the
+// The logical-line state machine. A character it delivers goes to the line assembly `line`, which says
+// whether the call ends there; without one (`get`), every delivered character ends it, and the end of
+// input always does (-1). Each state is a block that goes straight to the
 // block of the state it moves to, as the state table reads.
 //
 // Its working state lives in locals, so that it stays in registers: the read position, the state, the
@@ -190,8 +179,7 @@ struct SpiceStream::LineAssembly {
 // and of the delivery's text. A byte read writes at most one byte to each, so the room covers the bytes
 // below `stop` (one window at most) and a little more. `store` writes it all back before anything else
 // looks at the reader; `load` takes it up again and reserves new room.
-template <class Delivery>
-int SpiceStream::machine(Delivery& delivery)
+int SpiceStream::machine(LineAssembly* line)
 {
     constexpr int kRoom = netlist::kRunSlack + 8; // room beyond the window
     const char* p;
@@ -216,12 +204,12 @@ int SpiceStream::machine(Delivery& delivery)
         state = m_state;
         pushback = m_pushback;
         raw = m_rawBuffer.reserveTail(static_cast<int>(stop - p) + kRoom);
-        Buf* const sink = delivery.runSink();
+        Buf* const sink = line ? line->sink : nullptr;
         text = sink ? sink->reserveTail(static_cast<int>(stop - p) + kRoom) : nullptr;
     };
     const auto store = [&]() NETLIST_INLINE {
         m_rawBuffer.expand(static_cast<int>(raw - (m_rawBuffer.data() + m_rawBuffer.length())));
-        if (Buf* const sink = text ? delivery.runSink() : nullptr)
+        if (Buf* const sink = text ? line->sink : nullptr)
             sink->expand(static_cast<int>(text - (sink->data() + sink->length())));
         advance(static_cast<size_t>(p - bufferBegin()));
         m_charCount = static_cast<int>(chars);
@@ -261,24 +249,22 @@ int SpiceStream::machine(Delivery& delivery)
     // A printable ASCII character other than a brace, outside a base64 section: it goes straight to the
     // line's text.
     const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag(); };
-    // Hands a character to the delivery. Plain characters go straight to a delivery's line text (the
-    // first one starts it), and a line feed ends a line under way; any other goes through `take` with
-    // everything stored, since it may call `evaluate`, which may look at the reader.
+    // Hands a character to the line. Plain characters go straight to its text (the first one starts it),
+    // and a line feed ends a line under way; any other goes through `take` with everything stored, since
+    // it may call `evaluate`, which may look at the reader.
     const auto deliver = [&](int c) NETLIST_INLINE -> bool {
+        if (!line)
+            return true;
         if (plain(c)) {
-            if (!text) {
-                if (Buf* const sink = delivery.startLine(lines))
-                    text = sink->reserveTail(static_cast<int>(stop - p) + kRoom);
-            }
-            if (text) {
-                *text++ = static_cast<char>(c);
-                return false;
-            }
+            if (!text)
+                text = line->startLine(lines)->reserveTail(static_cast<int>(stop - p) + kRoom);
+            *text++ = static_cast<char>(c);
+            return false;
         }
         if (text && c == 10)
             return true;
         store();
-        const bool ended = delivery.take(c, lines);
+        const bool ended = line->take(c, lines);
         load();
         resumed = true;
         return ended;
@@ -314,7 +300,7 @@ int SpiceStream::machine(Delivery& delivery)
                     std::memcpy(raw + n, p + n, high);
                 if (inLine) {
                     std::memcpy(text + n, p + n, high);
-                    *delivery.nonAscii() = true;
+                    *line->nonAsciiFlag = true;
                 }
                 n += high;
             }
@@ -404,7 +390,7 @@ inLine:
     state = InLine;
     // A plain first character, handed back when the line before ended, is delivered here to start the
     // line's text; the line's ordinary bytes then come in one step.
-    if (Delivery::kTakesRuns && !text && plain(pushback) && pushback != commentChar) {
+    if (line && !text && plain(pushback) && pushback != commentChar) {
         c = pushback;
         pushback = -1;
         accept(c);
@@ -465,14 +451,9 @@ afterNewline:
         goto endPending;
     if (c == ' ' || c == '\t')
         goto afterNewline;
+    // The line before ends, and `c` is handed back to start the next one.
     pushback = c;
-    state = InLine;
-    if (deliver(10))
-        return leave(10);
-    if (resumed)
-        goto dispatch;
-    goto inLine;
-
+    c = 10;
 deliverInLine:
     // `c` goes to the delivery, and the line goes on.
     state = InLine;
@@ -504,8 +485,7 @@ int SpiceStream::get(bool raw)
             m_state = LineStart;
             return c;
         }
-        CharDelivery one;
-        return machine(one);
+        return machine(nullptr);
     } catch (const std::bad_alloc&) {
         endInputOnExhaustion(rawKept);
         return -1;
@@ -580,28 +560,19 @@ void SpiceStream::detectStarHash(int commentChar)
     sp_ScanLine(text.c_str(), netlist::kTokenDelimiters, &tokens, INT_MAX);
     if (tokens.count() == 0)
         return;
-    if (m_state == LineStart) {
-        const YString& keyword = tokens[0];
-        if (keyword.equalsNoCase("KALVONTA")) {
-            m_language = SpiceLanguageNative;
-            for (int i = 1; i <= tokens.count() - 2; ++i) {
-                if (!tokens[i].equalsNoCase("sep"))
-                    continue;
-                const YString& value = tokens[i + 1];
-                if (value.length() == 1)
-                    m_separator = value;
-                else if (value.equalsNoCase("none"))
-                    m_separator = "";
-            }
-        } else if (keyword.equalsNoCase("HSPICE")) {
-            m_language = SpiceLanguageHspice;
-            m_separator = "";
-        } else if (keyword.equalsNoCase("PSPICE")) {
-            m_language = SpiceLanguagePspice;
-            m_separator = "";
+    const YString& keyword = tokens[0];
+    if (m_state == LineStart && keyword.equalsNoCase("KALVONTA")) {
+        m_language = SpiceLanguageNative;
+        for (int i = 1; i <= tokens.count() - 2; ++i) {
+            const YString& value = tokens[i + 1];
+            if (tokens[i].equalsNoCase("sep") && (value.length() == 1 || value.equalsNoCase("none")))
+                m_separator = value.length() == 1 ? value : YString("");
         }
+    } else if (m_state == LineStart && (keyword.equalsNoCase("HSPICE") || keyword.equalsNoCase("PSPICE"))) {
+        m_language = keyword.equalsNoCase("HSPICE") ? SpiceLanguageHspice : SpiceLanguagePspice;
+        m_separator = "";
     }
-    if (tokens[0].equalsNoCase("hierarchy"))
+    if (keyword.equalsNoCase("hierarchy"))
         m_hierarchy = true;
 }
 
@@ -644,7 +615,8 @@ void SpiceStream::flushBuffer()
 
 bool SpiceStream::evaluate(const char*, YString*) { return false; }
 
-inline SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
+// The line assembly: true when a line ended, false when the input ended with nothing read.
+inline bool SpiceStream::assembleLine(int* lineNumber, bool* streamFlag, bool* nonAscii)
 {
     m_lineBuffer.flush();
     *streamFlag = false;
@@ -653,16 +625,16 @@ inline SpiceStream::LineResult SpiceStream::assembleLine(int* lineNumber, bool* 
     // The mode is read before every character: `evaluate` may change it in the middle of a line.
     for (;;) {
         if (!m_literalMode) {
-            const int c = machine(line);
+            const int c = machine(&line);
             if (c != kLiteralFromHere)
-                return c != -1 || !m_lineBuffer.isEmpty() ? LineEnded : InputEnded;
+                return c != -1 || !m_lineBuffer.isEmpty();
         }
         for (;;) {
             const int c = get(true);
             if (c == -1)
-                return m_lineBuffer.isEmpty() ? InputEnded : LineEnded;
+                return !m_lineBuffer.isEmpty();
             if (line.take(c, m_lineCount))
-                return LineEnded;
+                return true;
             if (!m_literalMode)
                 break;
         }
@@ -675,13 +647,13 @@ bool SpiceStream::gets(YString* line, int* lineNumber, bool* streamFlag, bool* n
     m_hierarchy = false;
     const int rawKept = m_rawBuffer.length();
     try {
-        const LineResult result = assembleLine(lineNumber ? lineNumber : &dummyLineNum,
-                                               streamFlag ? streamFlag : &flagSink, nonAscii ? nonAscii : &asciiSink);
+        const bool ended = assembleLine(lineNumber ? lineNumber : &dummyLineNum, streamFlag ? streamFlag : &flagSink,
+                                        nonAscii ? nonAscii : &asciiSink);
         // A brace hook that read on may have run out of memory there: then the line is lost too.
         if (!m_memoryRanOut) {
             if (line)
                 line->assign(m_lineBuffer.data(), m_lineBuffer.length());
-            return result != InputEnded;
+            return ended;
         }
     } catch (const std::bad_alloc&) {
     }
