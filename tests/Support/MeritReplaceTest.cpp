@@ -78,3 +78,40 @@ TEST_F(MeritReplace, RefusalsLeaveTheFileAsItWas)
     EXPECT_FALSE(sp_ReplaceMeritData(YString(path("none.msw").c_str()), YString("x"), YString("gain"), reals({}), ints({})));
     EXPECT_EQ(readFileBytes(path("runs.msw")), before);
 }
+
+// Case 2 lacks a value of f3db. With a reference run that has one, the reader gives case 2 a 0, which
+// the rewrite writes; without a reference run, case 2 is refused.
+TEST_F(MeritReplace, ARunLackingAValueIsRefusedOnlyWhereTheReaderDoesNotFillItIn)
+{
+    for (const bool withReference : {true, false}) {
+        SCOPED_TRACE(withReference ? "with a reference run" : "without one");
+        const std::string reference = withReference ? "\t\t<sensval case=\"1\" value=\"10\" />\n" : "";
+        const std::string text =
+            "<?xml version=\"1.0\"?>\n<msw version=\"1.0\" rev=\"1\">\n\t<header />\n"
+            "\t<meritfunction value=\"\" name=\"gain\">\n" + reference +
+            "\t\t<sensval case=\"2\" value=\"20\" />\n\t\t<sensval case=\"3\" value=\"30\" />\n\t</meritfunction>\n"
+            "\t<meritfunction value=\"\" name=\"f3db\">\n" + reference +
+            "\t\t<sensval case=\"3\" value=\"3000\" />\n\t</meritfunction>\n</msw>\n";
+        writeFileBytes(path("sparse.msw"), text);
+        const YString file(path("sparse.msw").c_str());
+        const bool replaced = sp_ReplaceMeritData(file, YString("g"), YString("gain"), reals({4}), ints({2}));
+        if (!withReference) {
+            EXPECT_FALSE(replaced);
+            EXPECT_EQ(readFileBytes(path("sparse.msw")), text);
+            continue;
+        }
+        ASSERT_TRUE(replaced);
+        YHashTable<XMLReportInfo> read;
+        XMLReportHeader header;
+        ASSERT_TRUE(sp_CompileSensReportData(file, &read, &header));
+        XMLReportInfo probe(2);
+        const XMLReportInfo* run = read.find(probe);
+        ASSERT_NE(run, nullptr);
+        ASSERT_EQ(run->values.count(), 2);
+        EXPECT_EQ(run->values[0].value, 4.0);
+        EXPECT_EQ(run->values[1].value, 0.0);
+        const std::string written = readFileBytes(path("sparse.msw"));
+        EXPECT_NE(written.find("\t\t<sensval case=\"2\" value=\"0\" />\n\t\t<sensval case=\"3\" value=\"3000\" />"),
+                  std::string::npos);
+    }
+}
