@@ -229,6 +229,34 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
 // Whether the runtime reads `mode` (after its first letter) without calling its invalid-parameter
 // handler, which ends the program: each of "+", "b" or "t" and its own letters once at most, not both
 // "b" and "t", then an optional ",ccs=" encoding it knows.
+// The size and times of the file a path names. A symbolic link or junction is followed to its target,
+// as stat follows one: the path's own attributes would be the link's (size 0, the link's times).
+bool targetAttributes(const char* utf8Path, WIN32_FILE_ATTRIBUTE_DATA* data)
+{
+    const std::wstring path = widePath(utf8Path);
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, data))
+        return false;
+    if (!(data->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        return true;
+    // No access is asked for: attributes are readable even while another program holds the file.
+    const HANDLE h = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    BY_HANDLE_FILE_INFORMATION info;
+    const bool read = GetFileInformationByHandle(h, &info) != 0;
+    CloseHandle(h);
+    if (!read)
+        return false;
+    data->dwFileAttributes = info.dwFileAttributes;
+    data->ftCreationTime = info.ftCreationTime;
+    data->ftLastAccessTime = info.ftLastAccessTime;
+    data->ftLastWriteTime = info.ftLastWriteTime;
+    data->nFileSizeHigh = info.nFileSizeHigh;
+    data->nFileSizeLow = info.nFileSizeLow;
+    return true;
+}
+
 bool runtimeTakesMode(const char* mode)
 {
     std::string seen;
@@ -373,7 +401,7 @@ bool isRegularFile(FILE* file)
 long long fileSize(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &data))
+    if (!targetAttributes(utf8Path, &data))
         return -1;
     return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
@@ -381,7 +409,7 @@ long long fileSize(const char* utf8Path)
 long long modifiedTime(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &data))
+    if (!targetAttributes(utf8Path, &data))
         return -1;
     return fileTimeToUnix(data.ftLastWriteTime);
 }

@@ -18,6 +18,10 @@
 #include <io.h>
 #include <stdlib.h>
 #include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 class FileServices : public TempDirTest {
@@ -68,6 +72,34 @@ TEST_F(FileServices, OpensQueriesAndDeletesFilesWithNonAsciiNames)
     std::fclose(g);
     EXPECT_EQ(unlink_utf8(name.c_str()), 0);
     EXPECT_FALSE(sp_ExistFile(name.c_str()));
+}
+
+// A symbolic link's size and time are its target's, on each system, as a program reading through it sees.
+TEST_F(FileServices, ALinksSizeAndTimeAreItsTargets)
+{
+    const std::string target = path("target.cir"), link = path("link.cir");
+    writeFileBytes(target, std::string(1234, 'x'));
+    const long long old = 946684800; // 2000-01-01 00:00:00 UTC, long before the link is made
+#ifdef _WIN32
+    const HANDLE h = CreateFileW(QString::fromStdString(target).toStdWString().c_str(), FILE_WRITE_ATTRIBUTES, 0,
+                                 nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    const unsigned long long ticks = (static_cast<unsigned long long>(old) + 11644473600ULL) * 10000000ULL;
+    FILETIME written{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    ASSERT_TRUE(SetFileTime(h, nullptr, nullptr, &written));
+    CloseHandle(h);
+    // Unprivileged creation needs the system's developer mode; without it the case cannot be made here.
+    if (!CreateSymbolicLinkW(QString::fromStdString(link).toStdWString().c_str(),
+                             QString::fromStdString(target).toStdWString().c_str(), 0x2))
+        GTEST_SKIP() << "this system does not let the test make a symbolic link (error " << GetLastError() << ")";
+#else
+    const struct timespec times[2] = {{static_cast<time_t>(old), 0}, {static_cast<time_t>(old), 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, target.c_str(), times, 0), 0);
+    ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+#endif
+    EXPECT_EQ(sp_GetFileSize64(link.c_str()), 1234);
+    EXPECT_EQ(sp_GetFileModifiedTime(YString(link.c_str())), old);
+    EXPECT_EQ(sp_GetFileModifiedTime(YString(target.c_str())), old);
 }
 
 TEST_F(FileServices, FailuresAreResults)
