@@ -27,6 +27,55 @@ double XMLReportInfo::getNormalisedSensitivity(int paramIndex, int meritIndex, b
     return ((m.delta / y) * nominal) / (used - nominal);
 }
 
+namespace {
+const double kInconsistent = 1e-7;
+
+// Within these magnitudes every product and quotient of the sensitivity formula is a normal double, so
+// each of its two roundings is relative and tiny.
+bool moderate(double x)
+{
+    const double m = std::fabs(x);
+    return m >= 0x1p-300 && m <= 0x1p300;
+}
+
+// Which later parameters decide a run's comparison, worked out once for all its merit functions. The
+// sensitivity to parameter k is a * n_k / g_k for the merit function's a = delta / value, with n the
+// nominal and g used - nominal; with moderate numbers its relative difference from the first one's is
+// |(n_k/g_k) / (n_0/g_0) - 1| to within about 1e-15, whatever a is. A parameter whose difference is
+// 1e-12 or more away from the 1e-7 threshold therefore gives the same verdict for every a; only those
+// nearer must be computed per merit function. This keeps a run of many parameters and many merit
+// functions linear, not their product.
+struct SensitivityPlan {
+    bool usable = false;            // more than one parameter, every one moderate
+    bool certainlyDiffers = false;  // a parameter past the threshold whatever a is
+    std::vector<int> nearThreshold; // before that one, the parameters to compute per merit function
+};
+
+SensitivityPlan planFor(const XMLReportInfo& run)
+{
+    SensitivityPlan plan;
+    const int count = run.parameters.count();
+    if (count < 2)
+        return plan;
+    for (int k = 0; k < count; ++k) {
+        const XMLParameterValue& p = run.parameters[k];
+        if (!moderate(p.nominal) || !moderate(p.usedValue - p.nominal))
+            return plan;
+    }
+    plan.usable = true;
+    const double first = run.parameters[0].nominal / (run.parameters[0].usedValue - run.parameters[0].nominal);
+    for (int k = 1; k < count && !plan.certainlyDiffers; ++k) {
+        const XMLParameterValue& p = run.parameters[k];
+        const double difference = std::fabs((p.nominal / (p.usedValue - p.nominal)) / first - 1.0);
+        if (difference > kInconsistent + 1e-12)
+            plan.certainlyDiffers = true;
+        else if (difference >= kInconsistent - 1e-12)
+            plan.nearThreshold.push_back(k);
+    }
+    return plan;
+}
+} // namespace
+
 void XMLReportInfo::buildNormalisedSensitivity()
 {
     if (caseNumber == 1) {
@@ -37,16 +86,30 @@ void XMLReportInfo::buildNormalisedSensitivity()
         return;
     }
     const int parameterCount = parameters.count();
+    const SensitivityPlan plan = planFor(*this);
+    const auto relative = [](double sk, double s0) { return s0 != 0.0 ? std::fabs(sk - s0) / std::fabs(s0) : std::fabs(sk); };
     for (int j = 0; j < values.count(); ++j) {
         bool divByZero = false;
         const double s0 = getNormalisedSensitivity(0, j, &divByZero);
         bool differs = false;
-        for (int k = 1; k < parameterCount; ++k) {
-            const double sk = getNormalisedSensitivity(k, j, &divByZero);
-            const double rel = s0 != 0.0 ? std::fabs(sk - s0) / std::fabs(s0) : std::fabs(sk);
-            if (rel > 1e-7) {
-                differs = true;
-                break;
+        const double y = values[j].value, a = values[j].delta / y;
+        if (plan.usable && (y == 0.0 || a == 0.0 || moderate(a))) {
+            // A value of 0 divides by zero for every parameter, and an a of 0 makes every sensitivity 0:
+            // no parameter differs. Otherwise no parameter divides by zero, and the plan decides.
+            if (y != 0.0 && a != 0.0) {
+                differs = plan.certainlyDiffers;
+                for (size_t i = 0; i < plan.nearThreshold.size() && !differs; ++i) {
+                    bool flag = false;
+                    differs = relative(getNormalisedSensitivity(plan.nearThreshold[i], j, &flag), s0) > kInconsistent;
+                }
+            }
+        } else {
+            for (int k = 1; k < parameterCount; ++k) {
+                const double sk = getNormalisedSensitivity(k, j, &divByZero);
+                if (relative(sk, s0) > kInconsistent) {
+                    differs = true;
+                    break;
+                }
             }
         }
         // Only the last call's flag decides, on purpose: later parameters can report a run whose first

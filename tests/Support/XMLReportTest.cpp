@@ -2,9 +2,12 @@
 #include "TestHelpers.h"
 #include "XMLReport.h"
 
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -139,6 +142,81 @@ TEST(XMLReportInfo, ZeroFirstSensitivityComparesAbsolutely)
     same.buildNormalisedSensitivity(); // 0.8e-7 is within 1e-7 of 0
     EXPECT_EQ(same.values[0].status, NormValid);
     EXPECT_EQ(same.values[0].norm, 0.0);
+}
+
+namespace {
+// The comparison as stated: each merit function's first sensitivity against every later parameter's, in
+// order, until one differs by more than 1e-7; the last call's division flag decides.
+void directVerdicts(XMLReportInfo* r, std::vector<int>* status, std::vector<double>* norm)
+{
+    for (int j = 0; j < r->values.count(); ++j) {
+        bool divByZero = false;
+        const double s0 = r->getNormalisedSensitivity(0, j, &divByZero);
+        bool differs = false;
+        for (int k = 1; k < r->parameters.count() && !differs; ++k) {
+            const double sk = r->getNormalisedSensitivity(k, j, &divByZero);
+            differs = (s0 != 0.0 ? std::fabs(sk - s0) / std::fabs(s0) : std::fabs(sk)) > 1e-7;
+        }
+        status->push_back(divByZero ? NormDivByZero : differs ? NormInconsistent : NormValid);
+        norm->push_back(divByZero || differs ? 0.0 : s0);
+    }
+}
+} // namespace
+
+// Runs of many merit functions whose parameters stand at every distance from the 1e-7 threshold, the
+// nearest within rounding of it, among the numbers that take the direct comparison (zeros, unmoved
+// parameters, subnormal, huge and infinite ones, NaN): every verdict and norm is the direct comparison's,
+// bit for bit.
+TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunction)
+{
+    std::mt19937_64 random(20261128);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const double special[] = {0.0, -0.0, 1e-310, 1e300, -1e300, INFINITY, NAN, 1.0, -2.5};
+    const auto pick = [&](double usual) { return unit(random) < 0.03 ? special[random() % 9] : usual; };
+    int inconsistentNear = 0, validNear = 0, runs = 0;
+    for (int round = 0; round < 3000; ++round) {
+        XMLReportInfo r(2);
+        const double n0 = std::ldexp(0.5 + unit(random), static_cast<int>(random() % 40) - 20);
+        const double g0 = std::ldexp(0.5 + unit(random), static_cast<int>(random() % 40) - 20) * (random() % 2 ? 1 : -1);
+        r.parameters.append(parameter(pick(n0), pick(n0 + g0)));
+        const int count = 1 + static_cast<int>(random() % 6);
+        for (int k = 1; k < count; ++k) {
+            // The ratio n_k/g_k against n_0/g_0: the same, or 1e-7 away give or take up to 1e-11 in
+            // relative terms, or far off.
+            const int kind = static_cast<int>(random() % 4);
+            const double offset = kind == 0   ? 0.0
+                                  : kind == 3 ? unit(random) - 0.5
+                                              : (random() % 2 ? 1 : -1) * (1e-7 + (unit(random) - 0.5) * std::ldexp(1e-11, -static_cast<int>(random() % 12)));
+            const double g = std::ldexp(0.5 + unit(random), static_cast<int>(random() % 40) - 20);
+            const double n = (n0 / g0) * (1.0 + offset) * g;
+            r.parameters.append(parameter(pick(n), pick(n + g)));
+        }
+        const int merits = 1 + static_cast<int>(random() % 8);
+        for (int j = 0; j < merits; ++j) {
+            r.values.at(j).value = pick(std::ldexp(0.5 + unit(random), static_cast<int>(random() % 600) - 300));
+            r.values.at(j).delta = pick(std::ldexp(unit(random) - 0.5, static_cast<int>(random() % 600) - 300));
+        }
+        std::vector<int> status;
+        std::vector<double> norm;
+        directVerdicts(&r, &status, &norm);
+        r.buildNormalisedSensitivity();
+        for (int j = 0; j < merits; ++j) {
+            ASSERT_EQ(r.values[j].status, status[static_cast<size_t>(j)]) << "round " << round << " merit " << j;
+            ASSERT_EQ(std::memcmp(&r.values[j].norm, &norm[static_cast<size_t>(j)], sizeof(double)), 0)
+                << "round " << round << " merit " << j << ": " << r.values[j].norm << " vs " << norm[static_cast<size_t>(j)];
+        }
+        ++runs;
+        // Two parameters whose ratios are 1e-7 apart within rounding: both verdicts must occur.
+        if (count == 2 && status[0] != NormDivByZero) {
+            bool flag = false;
+            const double s0 = r.getNormalisedSensitivity(0, 0, &flag), s1 = r.getNormalisedSensitivity(1, 0, &flag);
+            if (s0 != 0.0 && std::fabs(std::fabs(s1 - s0) / std::fabs(s0) - 1e-7) < 1e-13)
+                ++(status[0] == NormInconsistent ? inconsistentNear : validNear);
+        }
+    }
+    EXPECT_EQ(runs, 3000);
+    EXPECT_GT(inconsistentNear, 0);
+    EXPECT_GT(validNear, 0);
 }
 
 TEST(XMLReportInfo, OnlyTheLastCallsDivisionFlagCounts)
