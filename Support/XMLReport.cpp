@@ -43,34 +43,33 @@ bool moderate(double x)
 // nominal and g used - nominal; with moderate numbers its relative difference from the first one's is
 // |(n_k/g_k) / (n_0/g_0) - 1| to within about 1e-15, whatever a is. A parameter whose difference is
 // 1e-12 or more away from the 1e-7 threshold therefore gives the same verdict for every a; only those
-// nearer must be computed per merit function. This keeps a run of many parameters and many merit
-// functions linear, not their product.
+// nearer, and those with other numbers, must be computed per merit function. This keeps a run of many
+// parameters and many merit functions linear, not their product.
 struct SensitivityPlan {
-    bool usable = false;            // more than one parameter, every one moderate
-    bool certainlyDiffers = false;  // a parameter past the threshold whatever a is
-    std::vector<int> nearThreshold; // before that one, the parameters to compute per merit function
+    bool usable = false;           // more than one parameter, the first one moderate
+    bool certainlyDiffers = false; // a moderate parameter past the threshold whatever a is
+    bool lastUnmoved = false;      // the last parameter's used value is its nominal one
+    std::vector<int> computed;     // before that one, the parameters to compute per merit function
 };
 
 SensitivityPlan planFor(const XMLReportInfo& run)
 {
     SensitivityPlan plan;
     const int count = run.parameters.count();
-    if (count < 2)
+    const XMLParameterValue& p0 = run.parameters[0];
+    if (count < 2 || !moderate(p0.nominal) || !moderate(p0.usedValue - p0.nominal))
         return plan;
-    for (int k = 0; k < count; ++k) {
-        const XMLParameterValue& p = run.parameters[k];
-        if (!moderate(p.nominal) || !moderate(p.usedValue - p.nominal))
-            return plan;
-    }
     plan.usable = true;
-    const double first = run.parameters[0].nominal / (run.parameters[0].usedValue - run.parameters[0].nominal);
+    plan.lastUnmoved = run.parameters[count - 1].usedValue == run.parameters[count - 1].nominal;
+    const double first = p0.nominal / (p0.usedValue - p0.nominal);
     for (int k = 1; k < count && !plan.certainlyDiffers; ++k) {
         const XMLParameterValue& p = run.parameters[k];
+        const bool usual = moderate(p.nominal) && moderate(p.usedValue - p.nominal);
         const double difference = std::fabs((p.nominal / (p.usedValue - p.nominal)) / first - 1.0);
-        if (difference > kInconsistent + 1e-12)
+        if (usual && difference > kInconsistent + 1e-12)
             plan.certainlyDiffers = true;
-        else if (difference >= kInconsistent - 1e-12)
-            plan.nearThreshold.push_back(k);
+        else if (!usual || difference >= kInconsistent - 1e-12)
+            plan.computed.push_back(k);
     }
     return plan;
 }
@@ -94,14 +93,16 @@ void XMLReportInfo::buildNormalisedSensitivity()
         bool differs = false;
         const double y = values[j].value, a = values[j].delta / y;
         if (plan.usable && (y == 0.0 || a == 0.0 || moderate(a))) {
-            // A value of 0 divides by zero for every parameter, and an a of 0 makes every sensitivity 0:
-            // no parameter differs. Otherwise no parameter divides by zero, and the plan decides.
-            if (y != 0.0 && a != 0.0) {
-                differs = plan.certainlyDiffers;
-                for (size_t i = 0; i < plan.nearThreshold.size() && !differs; ++i) {
-                    bool flag = false;
-                    differs = relative(getNormalisedSensitivity(plan.nearThreshold[i], j, &flag), s0) > kInconsistent;
-                }
+            // A value of 0 divides by zero for every parameter, and an a of 0 makes every sensitivity 0
+            // or NaN: no parameter differs, and the last one's flag stands. Otherwise the first
+            // sensitivity is moderate and the plan decides; only a parameter that differs can divide by
+            // zero (an unmoved one gives 0), so the flag is the computed one's that differs, or none.
+            if (y != 0.0 && a == 0.0) {
+                divByZero = plan.lastUnmoved;
+            } else if (y != 0.0) {
+                for (size_t i = 0; i < plan.computed.size() && !differs; ++i)
+                    differs = relative(getNormalisedSensitivity(plan.computed[i], j, &divByZero), s0) > kInconsistent;
+                differs = differs || plan.certainlyDiffers;
             }
         } else {
             for (int k = 1; k < parameterCount; ++k) {

@@ -164,9 +164,9 @@ void directVerdicts(XMLReportInfo* r, std::vector<int>* status, std::vector<doub
 } // namespace
 
 // Runs of many merit functions whose parameters stand at every distance from the 1e-7 threshold, the
-// nearest within rounding of it, among the numbers that take the direct comparison (zeros, unmoved
-// parameters, subnormal, huge and infinite ones, NaN): every verdict and norm is the direct comparison's,
-// bit for bit.
+// nearest within rounding of it, among parameters and merit values that need the direct comparison
+// (zeros, unmoved parameters, subnormal, huge and infinite numbers, NaN): every verdict and norm is the
+// direct comparison's, bit for bit.
 TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunction)
 {
     std::mt19937_64 random(20261128);
@@ -174,7 +174,7 @@ TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunc
     const double special[] = {0.0, -0.0, 1e-310, 1e300, -1e300, INFINITY, NAN, 1.0, -2.5};
     const auto pick = [&](double usual) { return unit(random) < 0.03 ? special[random() % 9] : usual; };
     int inconsistentNear = 0, validNear = 0, runs = 0;
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 20000; ++round) {
         XMLReportInfo r(2);
         const double n0 = std::ldexp(0.5 + unit(random), static_cast<int>(random() % 40) - 20);
         const double g0 = std::ldexp(0.5 + unit(random), static_cast<int>(random() % 40) - 20) * (random() % 2 ? 1 : -1);
@@ -182,8 +182,13 @@ TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunc
         const int count = 1 + static_cast<int>(random() % 6);
         for (int k = 1; k < count; ++k) {
             // The ratio n_k/g_k against n_0/g_0: the same, or 1e-7 away give or take up to 1e-11 in
-            // relative terms, or far off.
-            const int kind = static_cast<int>(random() % 4);
+            // relative terms, or far off; or the parameter is unmoved, or its nominal value 0.
+            const int kind = static_cast<int>(random() % 6);
+            if (kind >= 4) {
+                const double n = kind == 4 ? pick(n0) : 0.0;
+                r.parameters.append(parameter(n, kind == 4 ? n : pick(g0)));
+                continue;
+            }
             const double offset = kind == 0   ? 0.0
                                   : kind == 3 ? unit(random) - 0.5
                                               : (random() % 2 ? 1 : -1) * (1e-7 + (unit(random) - 0.5) * std::ldexp(1e-11, -static_cast<int>(random() % 12)));
@@ -194,7 +199,7 @@ TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunc
         const int merits = 1 + static_cast<int>(random() % 8);
         for (int j = 0; j < merits; ++j) {
             r.values.at(j).value = pick(std::ldexp(0.5 + unit(random), static_cast<int>(random() % 600) - 300));
-            r.values.at(j).delta = pick(std::ldexp(unit(random) - 0.5, static_cast<int>(random() % 600) - 300));
+            r.values.at(j).delta = random() % 8 == 0 ? 0.0 : pick(std::ldexp(unit(random) - 0.5, static_cast<int>(random() % 600) - 300));
         }
         std::vector<int> status;
         std::vector<double> norm;
@@ -214,7 +219,7 @@ TEST(XMLReportInfo, VerdictsAreTheDirectComparisonsForEveryParameterAndMeritFunc
                 ++(status[0] == NormInconsistent ? inconsistentNear : validNear);
         }
     }
-    EXPECT_EQ(runs, 3000);
+    EXPECT_EQ(runs, 20000);
     EXPECT_GT(inconsistentNear, 0);
     EXPECT_GT(validNear, 0);
 }
