@@ -259,6 +259,11 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     }
     const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
+    // A handle that may delete the new file, taken before it gets the old file's access list, which may
+    // forbid that: a replacement that fails after it still takes its new file away. (Taken only now: the
+    // writer's own open would not share a handle that may delete.)
+    const HANDLE remover = ok ? CreateFileW(wideTemporary.c_str(), DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr)
+                              : INVALID_HANDLE_VALUE;
     // The new file keeps the old one's attributes, as a POSIX replacement keeps its permissions, and is
     // marked for the next backup as any changed file is.
     const DWORD kept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
@@ -267,6 +272,12 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     ok = ok && (!exists || copyAccessList(wideTarget, wideTemporary));
     // A target that a reader holds open is moved aside and goes when the reader closes it (rename_utf8).
     ok = ok && rename_utf8(temporary.toUtf8().constData(), target.toUtf8().constData()) == 0;
+    if (!ok && remover != INVALID_HANDLE_VALUE) {
+        FILE_DISPOSITION_INFO disposition{TRUE};
+        SetFileInformationByHandle(remover, FileDispositionInfo, &disposition, sizeof disposition);
+    }
+    if (remover != INVALID_HANDLE_VALUE)
+        CloseHandle(remover);
     if (!ok)
         DeleteFileW(wideTemporary.c_str());
     return ok;

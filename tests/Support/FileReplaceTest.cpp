@@ -181,6 +181,24 @@ TEST_F(FileReplace, ALongFormPathNamesExactlyItsFile)
 #endif
 
 #ifdef Q_OS_WIN
+// A file another program holds open without letting it be deleted cannot be replaced: the call fails,
+// the file keeps its bytes, and the new file made beside it is gone. Once it is let go, the replacement
+// goes through.
+TEST_F(FileReplace, AFileHeldAgainstDeletionIsRefusedAndLeavesNoNewFile)
+{
+    writeFileBytes(path("locked.cir"), "R1 a b 1k\n");
+    const std::wstring name = QDir::toNativeSeparators(QString::fromStdString(path("locked.cir"))).toStdWString();
+    const HANDLE holder = CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(holder, INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(replace(path("locked.cir"), "C1 a 0 1p\n"));
+    CloseHandle(holder);
+    EXPECT_EQ(readFileBytes(path("locked.cir")), "R1 a b 1k\n");
+    EXPECT_EQ(entries(), QStringList{"locked.cir"});
+    EXPECT_TRUE(replace(path("locked.cir"), "C1 a 0 1p\n"));
+    EXPECT_EQ(readFileBytes(path("locked.cir")), "C1 a 0 1p\n");
+    EXPECT_EQ(entries(), QStringList{"locked.cir"});
+}
+
 // The replacement keeps the old file's hidden and system attributes, as it keeps a POSIX file's
 // permissions.
 TEST_F(FileReplace, TheOldFilesAttributesAreKept)
