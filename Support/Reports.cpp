@@ -6,6 +6,7 @@
 
 #include <QFileInfo>
 
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -107,10 +108,19 @@ void openCell(FILE* f, int rows)
         std::fputs("<td>", f);
 }
 
+// A number as "%g" writes it in the C locale, whatever the process's locale: a host program may use a
+// decimal comma.
+std::string g(double value)
+{
+    char text[32];
+    const auto written = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6);
+    return std::string(text, written.ptr);
+}
+
 void numberCell(FILE* f, int rows, double value)
 {
     openCell(f, rows);
-    std::fprintf(f, "%g</td>", value);
+    std::fprintf(f, "%s</td>", g(value).c_str());
 }
 
 void textCell(FILE* f, int rows, const char* text)
@@ -122,7 +132,7 @@ void textCell(FILE* f, int rows, const char* text)
 
 void parameterCells(FILE* f, const XMLParameterValue& p)
 {
-    std::fprintf(f, "<td>%s</td><td>%g</td><td>%g</td>", p.name.c_str(), p.nominal, p.usedValue);
+    std::fprintf(f, "<td>%s</td><td>%s</td><td>%s</td>", p.name.c_str(), g(p.nominal).c_str(), g(p.usedValue).c_str());
 }
 
 } // namespace
@@ -179,7 +189,7 @@ reports::Written reports::writeLog(const YString& path, const YString& styleShee
         for (const XMLReportInfo* run : runs) {
             std::fprintf(f, "\t\t<tr><td>%d</td><td>%s</td>", run->caseNumber, run->description.c_str());
             for (int i = 0; i < merits; ++i)
-                std::fprintf(f, "<td>%g</td>", run->values[i].value);
+                std::fprintf(f, "<td>%s</td>", g(run->values[i].value).c_str());
             std::fprintf(f, "</tr>\n");
         }
         std::fprintf(f, "\t</table>\n");
@@ -200,7 +210,8 @@ reports::Written reports::writeLog(const YString& path, const YString& styleShee
         std::fprintf(f, "\t\t<tr><th>Reference</th><th>Nominal</th><th>Value</th></tr>\n");
         for (int k = 0; k < run->parameters.count(); ++k) {
             const XMLParameterValue& p = run->parameters[k];
-            std::fprintf(f, "\t\t<tr><td>%s</td><td>%g</td><td>%g</td></tr>\n", p.name.c_str(), p.nominal, p.usedValue);
+            std::fprintf(f, "\t\t<tr><td>%s</td><td>%s</td><td>%s</td></tr>\n", p.name.c_str(), g(p.nominal).c_str(),
+                         g(p.usedValue).c_str());
         }
         std::fprintf(f, "\t</table>\n");
     }

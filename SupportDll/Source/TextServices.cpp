@@ -267,9 +267,11 @@ YString sp_ConvertRealToJSEng(double value, int digits, bool exponentForm)
         return YString("0");
     if (digits < 1) digits = 1;
     if (digits > 17) digits = 17;
+    // [-]d.ddd...e[+-]XX, with a decimal point whatever the process's locale (a host program may use a
+    // decimal comma).
     char scientific[64];
-    std::snprintf(scientific, sizeof scientific, "%.*e", digits - 1, value);
-    // scientific is [-]d.ddd...e[+-]XX
+    const auto written = std::to_chars(scientific, scientific + sizeof scientific - 1, value, std::chars_format::scientific, digits - 1);
+    *written.ptr = '\0';
     const char* p = scientific;
     bool negative = false;
     if (*p == '-') { negative = true; ++p; }

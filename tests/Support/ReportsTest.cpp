@@ -141,6 +141,21 @@ TEST_F(Reports, GoldenMonteCarloLog)
     EXPECT_EQ(readReport(path("mc.html")), readFileBytes(kGolden + "montecarlo.html"));
 }
 
+// A host program whose locale writes numbers with a decimal comma gets the same reports, byte for byte.
+TEST_F(Reports, ADecimalCommaLocaleChangesNoReport)
+{
+    CommaDecimalNumbers comma;
+    if (!comma.active())
+        GTEST_SKIP() << "no locale with a decimal comma can be had on this system";
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    goldenTable(&table, &header, true);
+    ASSERT_TRUE(sp_BuildMonteCarloHTMLReport(out("mc.html"), noSheet(), table, header));
+    EXPECT_EQ(readReport(path("mc.html")), readFileBytes(kGolden + "montecarlo.html"));
+    ASSERT_TRUE(sp_BuildHTMLSensitivityReport(out("s.html"), noSheet(), table, header, 2));
+    EXPECT_EQ(readReport(path("s.html")), readFileBytes(kGolden + "sensitivity.html"));
+}
+
 TEST_F(Reports, GoldenWorstCaseLogHasNoSeedTable)
 {
     YHashTable<XMLReportInfo> table;

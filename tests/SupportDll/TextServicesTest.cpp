@@ -121,23 +121,39 @@ TEST(ConvertEngToReal, TellsTooLargeFromTooSmallByWhereTheDigitsPutThePoint)
     }
 }
 
+namespace {
+struct EngCase {
+    double value;
+    int digits;
+    bool exponentForm;
+    const char* text;
+};
+const EngCase kEngCases[] = {
+    {1e-3, 6, false, "1m"},          {4700.0, 6, false, "4.7k"},     {1e-12, 6, false, "1p"},
+    {1e-14, 6, false, "10f"},        {1e-18, 6, false, "1e-18"},     {2.5e6, 6, false, "2.5meg"},
+    {123456789.0, 6, false, "123.457meg"}, {-0.5, 6, false, "-500m"}, {0.0, 6, false, "0"},
+    {999999.6, 6, false, "1meg"},    {20.0, 6, false, "20"},         {1e15, 6, false, "1e15"},
+    {4700.0, 10, true, "4.7e3"},     {0.1234567891234, 10, true, "123.4567891e-3"}, {42.0, 10, true, "42"},
+};
+} // namespace
+
 TEST(ConvertRealToJSEng, WritesEngineeringNotation)
 {
-    EXPECT_EQ(sp_ConvertRealToJSEng(1e-3, 6, false), "1m");
-    EXPECT_EQ(sp_ConvertRealToJSEng(4700.0, 6, false), "4.7k");
-    EXPECT_EQ(sp_ConvertRealToJSEng(1e-12, 6, false), "1p");
-    EXPECT_EQ(sp_ConvertRealToJSEng(1e-14, 6, false), "10f");
-    EXPECT_EQ(sp_ConvertRealToJSEng(1e-18, 6, false), "1e-18");
-    EXPECT_EQ(sp_ConvertRealToJSEng(2.5e6, 6, false), "2.5meg");
-    EXPECT_EQ(sp_ConvertRealToJSEng(123456789.0, 6, false), "123.457meg");
-    EXPECT_EQ(sp_ConvertRealToJSEng(-0.5, 6, false), "-500m");
-    EXPECT_EQ(sp_ConvertRealToJSEng(0.0, 6, false), "0");
-    EXPECT_EQ(sp_ConvertRealToJSEng(999999.6, 6, false), "1meg");
-    EXPECT_EQ(sp_ConvertRealToJSEng(20.0, 6, false), "20");
-    EXPECT_EQ(sp_ConvertRealToJSEng(1e15, 6, false), "1e15");
-    EXPECT_EQ(sp_ConvertRealToJSEng(4700.0, 10, true), "4.7e3");
-    EXPECT_EQ(sp_ConvertRealToJSEng(0.1234567891234, 10, true), "123.4567891e-3");
-    EXPECT_EQ(sp_ConvertRealToJSEng(42.0, 10, true), "42");
+    for (const EngCase& c : kEngCases)
+        EXPECT_EQ(sp_ConvertRealToJSEng(c.value, c.digits, c.exponentForm), c.text) << c.value;
+}
+
+// A host program whose locale writes numbers with a decimal comma changes neither the text written nor
+// what is read.
+TEST(ConvertRealToJSEng, ADecimalCommaLocaleChangesNothing)
+{
+    CommaDecimalNumbers comma;
+    if (!comma.active())
+        GTEST_SKIP() << "no locale with a decimal comma can be had on this system";
+    for (const EngCase& c : kEngCases)
+        EXPECT_EQ(sp_ConvertRealToJSEng(c.value, c.digits, c.exponentForm), c.text) << c.value;
+    EXPECT_EQ(sp_ConvertEngToReal("2.5m", nullptr), 2.5e-3);
+    EXPECT_EQ(sp_ConvertEngToReal("4.7k", nullptr), 4700.0);
 }
 
 TEST(ConvertRealToJSEng, RoundTripsSixSignificantDigits)

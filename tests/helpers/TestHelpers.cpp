@@ -7,7 +7,9 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <clocale>
 #include <cstdio>
+#include <cstdlib>
 
 #ifdef Q_OS_WIN
 #include <windows.h>
@@ -190,6 +192,52 @@ bool runningAsRootOnTheHost()
             return line.mid(4).simplified().split(' ').value(0) == "0";
     return false;
 }
+
+const CommaLocale& commaLocale()
+{
+    static const CommaLocale locale = [] {
+        CommaLocale l;
+#ifdef _WIN32
+        // The runtime knows the system's locales by name.
+        for (const char* name : {"German_Germany.1252", "de-DE", "German"}) {
+            const std::string old = std::setlocale(LC_NUMERIC, nullptr);
+            const bool known = std::setlocale(LC_NUMERIC, name) != nullptr;
+            std::setlocale(LC_NUMERIC, old.c_str());
+            if (known) {
+                l.name = name;
+                break;
+            }
+        }
+#else
+        // Built from the system's locale sources into a folder of this process's own.
+        static QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/sqlocale-XXXXXX"));
+        if (!folder.isValid())
+            return l;
+        const std::string target = folder.path().toStdString() + "/de_DE.UTF-8";
+        const std::string command = "localedef -i de_DE -f UTF-8 '" + target + "' >/dev/null 2>&1";
+        if (std::system(command.c_str()) == 0 && QDir(QString::fromStdString(target)).exists()) {
+            l.name = "de_DE.UTF-8";
+            l.folder = folder.path().toStdString();
+        }
+#endif
+        return l;
+    }();
+    return locale;
+}
+
+CommaDecimalNumbers::CommaDecimalNumbers() : m_old(std::setlocale(LC_NUMERIC, nullptr))
+{
+    const CommaLocale& locale = commaLocale();
+    if (locale.name.empty())
+        return;
+    if (!locale.folder.empty())
+        qputenv("LOCPATH", QByteArray::fromStdString(locale.folder));
+    char text[16] = {};
+    m_active = std::setlocale(LC_NUMERIC, locale.name.c_str()) && std::snprintf(text, sizeof text, "%g", 0.5) > 0 &&
+               std::string(text) == "0,5";
+}
+
+CommaDecimalNumbers::~CommaDecimalNumbers() { std::setlocale(LC_NUMERIC, m_old.c_str()); }
 
 EnvGuard::EnvGuard(const char* name, const QByteArray& value)
     : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name))

@@ -48,6 +48,30 @@ std::string readFileBytes(const std::string& path);
 /// before a drive letter on Windows ("file:///C:/...").
 std::string fileUrlOf(const std::string& absolutePath);
 
+/// A locale whose numbers use a decimal comma, as a host program's locale may: its name for setlocale and
+/// LC_ALL, and on POSIX systems the folder to name in LOCPATH (made once per process with localedef). The
+/// name is empty when no such locale can be had here.
+struct CommaLocale {
+    std::string name;
+    std::string folder;
+};
+const CommaLocale& commaLocale();
+
+/// Switches the C library's numbers to the comma locale while it lives, then back; `active()` is false
+/// when that locale cannot be had. While active, "%g" writes 0.5 as "0,5".
+class CommaDecimalNumbers {
+public:
+    CommaDecimalNumbers();
+    ~CommaDecimalNumbers();
+    CommaDecimalNumbers(const CommaDecimalNumbers&) = delete;
+    CommaDecimalNumbers& operator=(const CommaDecimalNumbers&) = delete;
+    bool active() const { return m_active; }
+
+private:
+    std::string m_old;
+    bool m_active = false;
+};
+
 /// Sets an environment variable while it lives; then the variable gets its old value back, or is unset
 /// again when it was unset.
 class EnvGuard {

@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 
+#include <clocale>
 #include <cstdio>
 #include <new>
 
@@ -61,6 +62,9 @@ void printUsage(FILE* stream)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    // The application object takes the user's locale for the C library; numbers in every output stay in
+    // the C form (a decimal point), which scripts and the files written back read.
+    std::setlocale(LC_NUMERIC, "C");
     useBinaryStandardStreams();
     failWritesBeyondTheSizeLimit();
     KalvontaVersionInfo version;
