@@ -1819,9 +1819,14 @@ private:
         if (keys.sections != f.sections.size() || keys.fileName != f.fileName)
             rebuild();
         auto at = keys.byName.find(section);
-        // A hit is checked against the file, which a caller may have changed since the table was made.
-        if (at != keys.byName.end() && (static_cast<size_t>(at->second) >= f.sections.size() ||
-                                        key(f.sections[static_cast<size_t>(at->second)].name) != section)) {
+        // The answer is checked against the file, which a caller may have changed since the table was
+        // made: a hit names a section of that name, and a miss is confirmed by the sections themselves.
+        const bool stale = at != keys.byName.end()
+                               ? static_cast<size_t>(at->second) >= f.sections.size() ||
+                                     key(f.sections[static_cast<size_t>(at->second)].name) != section
+                               : std::any_of(f.sections.begin(), f.sections.end(),
+                                             [&](const ModelLibSection& s) { return key(s.name) == section; });
+        if (stale) {
             rebuild();
             at = keys.byName.find(section);
         }
