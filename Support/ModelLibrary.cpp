@@ -2109,7 +2109,9 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
 // A line of a definition that names a file, ".include FILE" or ".lib FILE SECTION", with FILE made absolute
 // from the folder of the library `fileName` (quoted), so that the extracted library written elsewhere
 // still finds it; any other line as it is.
-std::string withAbsoluteFile(const std::string& line, const YString& fileName)
+// The keyword that opens `line` ends at `*end`; true when it is ".lib" or ".include" (or a short form),
+// whose arguments name a file and a section, never a definition.
+bool namesAFile(const std::string& line, size_t* end, bool* lib)
 {
     size_t i = 0;
     while (i < line.size() && (line[i] == ' ' || line[i] == '\t'))
@@ -2118,8 +2120,16 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
     while (e < line.size() && !isDelimiter(line[e]))
         ++e;
     const std::string keyword = lower(std::string_view(line).substr(i, e - i));
-    const bool lib = keyword == ".lib";
-    if (!lib && keyword != ".include" && keyword != ".inc" && keyword != ".incl")
+    *end = e;
+    *lib = keyword == ".lib";
+    return *lib || keyword == ".include" || keyword == ".inc" || keyword == ".incl";
+}
+
+std::string withAbsoluteFile(const std::string& line, const YString& fileName)
+{
+    size_t e = 0;
+    bool lib = false;
+    if (!namesAFile(line, &e, &lib))
         return line;
     const std::string_view rest = std::string_view(line).substr(e);
     std::string_view after;
@@ -2579,11 +2589,15 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             for (size_t l = 0; l < lines.size(); ++l) {
                 // LibraryStream renames the definition itself; the words of its other lines, and on its
                 // first line those after its name (an AKO base), that name renamed definitions are renamed
-                // here. A subcircuit's ports are renamed as its element lines are, so that a node that
-                // shares a renamed name stays connected to its port (ports connect by position, so the
-                // instances are unchanged).
-                if (l > 0)
-                    out += withAbsoluteFile(renameWords(lines[l], renames).str(), file.fileName);
+                // here, but not on lines that name a file and section. A subcircuit's ports are renamed as
+                // its element lines are, so that a node that shares a renamed name stays connected to its
+                // port (ports connect by position, so the instances are unchanged).
+                size_t keywordEnd = 0;
+                bool lib = false;
+                if (l > 0 && namesAFile(lines[l].str(), &keywordEnd, &lib))
+                    out += withAbsoluteFile(lines[l].str(), file.fileName);
+                else if (l > 0)
+                    out += renameWords(lines[l], renames).str();
                 else if (d.kind == ModelLibDefinition::Subckt || !file.akoBase(d).empty())
                     out += renameAfterName(lines[l], renames);
                 else

@@ -982,6 +982,28 @@ TEST_F(ModelLibraryFiles, FilesADefinitionIncludesAreNamedByTheirAbsolutePaths)
     EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
 }
 
+// Renames change the words that name definitions, never the file or section a ".include" or ".lib" line
+// names, though they share a name with a renamed model.
+TEST_F(ModelLibraryFiles, RenamesLeaveTheFilesAndSectionsOfIncludeAndLibLinesAlone)
+{
+    const std::string lib = write("lib.lib", ".subckt top a b\n.include nch\n.lib corners.lib tt\nM1 a b a a nch\n.ends\n"
+                                             ".model nch nmos (vth0=0.4)\n");
+    write("nch", ".param w=1\n");
+    write("corners.lib", ".lib tt\n.model q d\n.endl\n");
+    const std::string folder = QFileInfo(QString::fromStdString(lib)).absolutePath().toStdString();
+    ModelLibExtractRequest request;
+    request.names = {YString("top")};
+    request.renames = {YString("nch=nfet"), YString("tt=typ")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    const std::string out = text.c_str();
+    EXPECT_NE(out.find(".include \"" + folder + "/nch\"\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(".lib \"" + folder + "/corners.lib\" tt\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("M1 a b a a nfet\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(".model nfet "), std::string::npos) << out;
+}
+
 TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
 {
     const std::string a = write("a.lib", ".lib tt\n.model n nmos vth0=1\n.model p pmos\n.endl\n.lib ss\n.endl\n");
