@@ -1341,6 +1341,13 @@ private:
 
 // A partial index could name definitions wrongly: after a failure to allocate nothing is kept but the
 // remark (nor that when even it finds no memory).
+// Whether `index` is what `forgetIndex` leaves: memory ran out while it was made.
+bool ranOutOfMemory(const ModelLibIndex& index)
+{
+    return index.definitions.empty() && index.sections.empty() && index.diagnostics.size() == 1 &&
+           index.diagnostics[0].line == 0 && index.diagnostics[0].message == "out of memory while indexing";
+}
+
 void forgetIndex(ModelLibIndex* index)
 {
     index->definitions.clear();
@@ -1726,6 +1733,9 @@ public:
         }
         ModelLibIndex index;
         *status = sp_IndexModelLibrary(path, m_language, &index);
+        // An index that memory ran out in is no empty file: the resolution fails, and nothing is kept.
+        if (*status == ModelLibStatus::Ok && ranOutOfMemory(index))
+            throw std::bad_alloc();
         if (*status != ModelLibStatus::Ok) {
             m_byPath[c] = -1;
             m_failed[c] = *status;
@@ -1809,12 +1819,16 @@ private:
     {
         const ModelLibIndex& f = m_r->files[static_cast<size_t>(file)];
         ModelLibSectionKeys& keys = m_r->sectionKeys[file];
+        // Made aside and then taken whole, so that memory that runs out leaves the old table, which the
+        // next lookup finds stale again.
         const auto rebuild = [&] {
-            keys.fileName = f.fileName;
-            keys.sections = f.sections.size();
-            keys.byName.clear();
+            YString fileName = f.fileName;
+            decltype(keys.byName) byName;
             for (size_t i = 0; i < f.sections.size(); ++i)
-                keys.byName.emplace(key(f.sections[i].name), static_cast<int>(i));
+                byName.emplace(key(f.sections[i].name), static_cast<int>(i));
+            keys.byName.swap(byName);
+            keys.fileName = std::move(fileName);
+            keys.sections = f.sections.size();
         };
         if (keys.sections != f.sections.size() || keys.fileName != f.fileName)
             rebuild();
@@ -2263,14 +2277,17 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
         distinct.dropRepeats();
         const int root = r.root;
         const std::vector<ModelLibSection> sections = r.files[static_cast<size_t>(root)].sections;
-        if (section.isEmpty() && !sections.empty()) {
-            // Per file, whether each definition is reached by some section.
-            std::vector<std::vector<char>> reached;
+        const bool everySection = section.isEmpty() && !sections.empty();
+        // Per file, whether each definition is reached by some section.
+        std::vector<std::vector<char>> reached;
+        if (everySection) {
             std::set<std::string> done;
             for (const ModelLibSection& s : sections) {
                 if (!done.insert(key(s.name)).second)
                     continue;
-                sp_ResolveModelSection(path, s.name, language, &r);
+                // Memory that runs out in a section's resolution fails the whole check, as it does here.
+                if (sp_ResolveModelSection(path, s.name, language, &r) == ModelLibStatus::Unreadable)
+                    throw std::bad_alloc();
                 for (const ModelLibProblem& p : r.problems)
                     problems->push_back(p);
                 checkResolution(r, problems);
@@ -2284,6 +2301,10 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                     flags[static_cast<size_t>(x.definition)] = 1;
                 }
             }
+        }
+        structureProblems(r, problems);
+        distinct.dropRepeats();
+        if (everySection) {
             for (size_t f = 0; f < r.files.size(); ++f) {
                 const ModelLibIndex& file = r.files[f];
                 for (size_t d = 0; d < file.definitions.size(); ++d) {
@@ -2295,9 +2316,8 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                                                         " is reached by no section"));
                 }
             }
+            distinct.dropRepeats();
         }
-        structureProblems(r, problems);
-        distinct.dropRepeats();
         return ModelLibStatus::Ok;
     } catch (...) {
         // Memory ran out: no half list is handed back.

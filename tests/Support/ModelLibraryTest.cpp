@@ -587,6 +587,20 @@ TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinit
     EXPECT_EQ(std::count_if(problems.begin(), problems.end(), [](const ModelLibProblem& p) { return p.kind == ModelLibProblem::Unreferenced; }), 1);
 }
 
+// The structure diagnostics of the files come before the definitions that no section reaches.
+TEST_F(ModelLibraryFiles, CheckListsStructureBeforeUnreachedDefinitions)
+{
+    const std::string top = write("top.lib", ".model stray d\n.lib tt\n.model a d\n.endl\n.subckt open x\n");
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::Structure, ModelLibProblem::Unreferenced,
+                                                                    ModelLibProblem::Unreferenced}));
+    ASSERT_EQ(problems.size(), 3u);
+    EXPECT_EQ(problems[0].message, YString((top + ":5: subcircuit open is not closed by .ends").c_str()));
+    EXPECT_EQ(problems[1].name, "stray");
+    EXPECT_EQ(problems[2].name, "open");
+}
+
 TEST_F(ModelLibraryFiles, CheckListsAProblemThatSeveralSectionsReachOnce)
 {
     write("shared.spice", ".include gone.spice\n.subckt amp a y\nX1 a y nowhere\n.ends\n");
