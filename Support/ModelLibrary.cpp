@@ -302,8 +302,9 @@ private:
         {
             // The words hold no byte 0 (the filter drops it) and no 0xFF (it ends the text), so no key
             // is ambiguous. A word of up to 8 bytes, most of them, is found with one probe in the
-            // usual case; the rest take the long way. The slots are made by the first word: a subcircuit
-            // nested in many others, or one with no element lines, costs no table.
+            // usual case; the rest take the long way. The slots are made by the first word, a few, and
+            // double as the words fill them: a subcircuit with no element lines costs no table, and each
+            // of many nested ones open at once costs a table for the words it has.
             if (m_slots.empty())
                 m_slots.resize(kInitialSlots);
             const size_t n = word.size();
@@ -374,7 +375,7 @@ private:
             unsigned generation = 0;
             unsigned offset = 0; ///< of the word in `words`
         };
-        static constexpr size_t kInitialSlots = 128;
+        static constexpr size_t kInitialSlots = 8;
         static constexpr uint64_t kLongWord = ~0ull;
 
         void grow()

@@ -656,6 +656,30 @@ TEST_F(ModelLibraryFiles, CheckMemoryFollowsTheDistinctProblems)
 }
 #endif
 
+#ifdef __linux__
+// Subcircuits nested 80,000 deep, each with an element line (1.1 MB of text): each open level's tables
+// of instances and uses hold the words it has, not a fixed room, so the index fits in 160 MB.
+TEST_F(ModelLibraryFiles, DeeplyNestedSubcircuitsWithElementsIndexInBoundedMemory)
+{
+#ifdef SUPPORTQT_TEST_ASAN
+    GTEST_SKIP() << "the sanitizer reserves memory of its own that the limit would count";
+#endif
+    std::string text;
+    for (int i = 0; i < 80000; ++i)
+        text += ".subckt a\nm b\n";
+    bool ran = false;
+    int status = 0;
+    const std::string report = reportFromLimitedChild(size_t(160) << 20, [&] {
+        ModelLibIndex index;
+        sp_IndexModelLibraryText(text.data(), text.size(), YString("deep.lib"), SpiceLanguageNative, &index);
+        return std::to_string(index.definitions.size()) + " " + std::to_string(index.diagnostics.size()) + " " +
+               index.diagnostics.back().message.str();
+    }, &ran, &status);
+    ASSERT_TRUE(ran) << "child status " << status;
+    EXPECT_EQ(report, "80000 80000 subcircuit a is not closed by .ends");
+}
+#endif
+
 TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTrips)
 {
     write("dev.spice", ".model nch nmos\n+ vth0=0.4\n.model pch pmos\n.model unused d\n");
