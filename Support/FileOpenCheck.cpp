@@ -1,7 +1,6 @@
 // FileOpenCheck.cpp - whether a file can be opened now, and why an open fails.
 #include "FileOpenCheck.h"
 #include "FileOpenCheck_p.h"
-#include "QtSupport.h"
 
 namespace {
 
@@ -28,41 +27,41 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
 {
     if (path.isEmpty())
         return false;
-    const QString qpath = toQs(path);
+    const QByteArray bytes(path.c_str(), path.length());
     // A symbolic link to nothing is answered without following it: an open would create its target
     // somewhere else, and removing what the check made would remove the link.
-    const bool danglingLink = fileopencheck::isDanglingLink(qpath);
-    const bool existed = danglingLink || fileopencheck::nameTaken(qpath);
+    const bool danglingLink = fileopencheck::isDanglingLink(bytes);
+    const bool existed = danglingLink || fileopencheck::nameTaken(bytes);
     if (mode == GfnRead)
-        return !danglingLink && fileopencheck::opensForReading(qpath);
+        return !danglingLink && fileopencheck::opensForReading(bytes);
     if (mode == GfnWriteNew && existed)
         return false;
     if (mode == GfnWriteNew || mode == GfnWrite) {
         if (danglingLink)
-            return fileopencheck::danglingLinkTakesNewFile(qpath);
+            return fileopencheck::danglingLinkTakesNewFile(bytes);
         // Append mode never touches an existing file's content, and only a file this open made is removed.
         bool created = false;
-        const bool opened = fileopencheck::opensForAppending(qpath, &created);
+        const bool opened = fileopencheck::opensForAppending(bytes, &created);
         if (created)
-            fileopencheck::removeMadeFile(qpath);
+            fileopencheck::removeMadeFile(bytes);
         return opened;
     }
-    return fileopencheck::opensForReading(qpath);
+    return fileopencheck::opensForReading(bytes);
 }
 
 bool sp_FileOpenForensic(const YString& path, GfnOpenMode mode, FileOpenForensic* code)
 {
     FileOpenForensic result = FileOpenInvalidParams;
-    const QString qpath = toQs(path);
+    const QByteArray bytes(path.c_str(), path.length());
     if (mode == GfnWriteNew && sp_CheckFileOpen(path, GfnWrite)) {
         result = FileOpenOverwrite;
     } else if (mode == GfnRead) {
-        result = fileopencheck::fileExists(qpath) ? FileOpenReadLocked : FileOpenNotExist;
+        result = fileopencheck::fileExists(bytes) ? FileOpenReadLocked : FileOpenNotExist;
     } else if (mode == GfnWriteNew || mode == GfnWrite) {
-        if (fileopencheck::fileExists(qpath))
-            result = fileopencheck::fileWritable(qpath) ? FileOpenWriteLocked : FileOpenWritePriv;
+        if (fileopencheck::fileExists(bytes))
+            result = fileopencheck::fileWritable(bytes) ? FileOpenWriteLocked : FileOpenWritePriv;
         else
-            result = fileopencheck::folderOfFileExists(qpath) ? FileOpenDirPriv : FileOpenDirNotExist;
+            result = fileopencheck::folderOfFileExists(bytes) ? FileOpenDirPriv : FileOpenDirNotExist;
     }
     if (code)
         *code = result;

@@ -59,9 +59,8 @@ const int kMaxLinkHops = 40;
 
 } // namespace
 
-bool fileopencheck::opensForReading(const QString& path)
+bool fileopencheck::opensForReading(const QByteArray& name)
 {
-    const QByteArray name = path.toUtf8();
     struct stat st;
     if (::stat(name.constData(), &st) != 0)
         return false;
@@ -80,10 +79,9 @@ bool fileopencheck::opensForReading(const QString& path)
     return !folder;
 }
 
-bool fileopencheck::opensForAppending(const QString& path, bool* created)
+bool fileopencheck::opensForAppending(const QByteArray& name, bool* created)
 {
     *created = false;
-    const QByteArray name = path.toUtf8();
     // Opening a FIFO would give a reader waiting on it an immediate end of file.
     struct stat st;
     if (::stat(name.constData(), &st) == 0 && isSpecial(st))
@@ -106,25 +104,24 @@ bool fileopencheck::opensForAppending(const QString& path, bool* created)
     return false;
 }
 
-bool fileopencheck::folderTakesNewFiles(const QString& folder) { return mayAccess(folder.toUtf8(), W_OK | X_OK); }
+bool fileopencheck::folderTakesNewFiles(const QByteArray& folder) { return mayAccess(folder, W_OK | X_OK); }
 
-bool fileopencheck::nameTaken(const QString& path)
+bool fileopencheck::nameTaken(const QByteArray& path)
 {
     struct stat st;
-    return ::lstat(path.toUtf8().constData(), &st) == 0;
+    return ::lstat(path.constData(), &st) == 0;
 }
 
-bool fileopencheck::isDanglingLink(const QString& path)
+bool fileopencheck::isDanglingLink(const QByteArray& name)
 {
-    const QByteArray name = path.toUtf8();
     struct stat st;
     return ::lstat(name.constData(), &st) == 0 && S_ISLNK(st.st_mode) && ::stat(name.constData(), &st) != 0;
 }
 
-bool fileopencheck::danglingLinkTakesNewFile(const QString& link)
+bool fileopencheck::danglingLinkTakesNewFile(const QByteArray& link)
 {
     // Followed as an open follows it: a relative target is taken from the folder of the link that holds it.
-    QByteArray current = link.toUtf8();
+    QByteArray current = link;
     for (int hop = 0; hop <= kMaxLinkHops; ++hop) {
         struct stat st;
         if (::lstat(current.constData(), &st) != 0)
@@ -141,18 +138,18 @@ bool fileopencheck::danglingLinkTakesNewFile(const QString& link)
     return false; // a loop, or a chain longer than an open follows
 }
 
-void fileopencheck::removeMadeFile(const QString& path) { (void)::unlink(path.toUtf8().constData()); }
+void fileopencheck::removeMadeFile(const QByteArray& path) { (void)::unlink(path.constData()); }
 
-bool fileopencheck::fileExists(const QString& path)
+bool fileopencheck::fileExists(const QByteArray& path)
 {
     struct stat st;
-    return ::stat(path.toUtf8().constData(), &st) == 0;
+    return ::stat(path.constData(), &st) == 0;
 }
 
-bool fileopencheck::fileWritable(const QString& path) { return mayAccess(path.toUtf8(), W_OK); }
+bool fileopencheck::fileWritable(const QByteArray& path) { return mayAccess(path, W_OK); }
 
-bool fileopencheck::folderOfFileExists(const QString& path)
+bool fileopencheck::folderOfFileExists(const QByteArray& path)
 {
     struct stat st;
-    return ::stat(folderOf(path.toUtf8()).constData(), &st) == 0 && S_ISDIR(st.st_mode);
+    return ::stat(folderOf(path).constData(), &st) == 0 && S_ISDIR(st.st_mode);
 }

@@ -11,18 +11,31 @@
 
 #include <cstdio>
 
-bool fileopencheck::opensForReading(const QString& path)
+namespace {
+// The path as Qt takes it; false for bytes that are no UTF-8, which name no file here.
+bool named(const QByteArray& utf8, QString* path)
 {
-    FILE* file = fopen_utf8(path.toUtf8().constData(), "r");
+    *path = QString::fromUtf8(utf8);
+    return path->toUtf8() == utf8;
+}
+} // namespace
+
+bool fileopencheck::opensForReading(const QByteArray& path)
+{
+    // The runtime's open refuses a name that is no UTF-8.
+    FILE* file = fopen_utf8(path.constData(), "r");
     if (!file)
         return false;
     std::fclose(file);
     return true;
 }
 
-bool fileopencheck::opensForAppending(const QString& path, bool* created)
+bool fileopencheck::opensForAppending(const QByteArray& utf8, bool* created)
 {
     *created = false;
+    QString path;
+    if (!named(utf8, &path))
+        return false;
     // An existing file, else a new one made by this open alone; one that appears in between is opened as
     // existing.
     const QIODevice::OpenMode append = QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered;
@@ -41,25 +54,54 @@ bool fileopencheck::opensForAppending(const QString& path, bool* created)
     return false;
 }
 
-bool fileopencheck::folderTakesNewFiles(const QString& folder) { return QFileInfo(folder).isWritable(); }
-
-bool fileopencheck::nameTaken(const QString& path) { return QFile::exists(path) || isDanglingLink(path); }
-
-bool fileopencheck::isDanglingLink(const QString& path)
+bool fileopencheck::folderTakesNewFiles(const QByteArray& utf8)
 {
+    QString folder;
+    return named(utf8, &folder) && QFileInfo(folder).isWritable();
+}
+
+bool fileopencheck::nameTaken(const QByteArray& utf8)
+{
+    QString path;
+    return named(utf8, &path) && (QFile::exists(path) || isDanglingLink(utf8));
+}
+
+bool fileopencheck::isDanglingLink(const QByteArray& utf8)
+{
+    QString path;
+    if (!named(utf8, &path))
+        return false;
     const QFileInfo entry(path);
     return entry.isSymLink() && !entry.exists();
 }
 
-bool fileopencheck::danglingLinkTakesNewFile(const QString& link)
+bool fileopencheck::danglingLinkTakesNewFile(const QByteArray& utf8)
 {
-    return folderTakesNewFiles(QFileInfo(QFileInfo(link).symLinkTarget()).absolutePath());
+    QString link;
+    return named(utf8, &link) && folderTakesNewFiles(QFileInfo(QFileInfo(link).symLinkTarget()).absolutePath().toUtf8());
 }
 
-void fileopencheck::removeMadeFile(const QString& path) { QFile::remove(path); }
+void fileopencheck::removeMadeFile(const QByteArray& utf8)
+{
+    QString path;
+    if (named(utf8, &path))
+        QFile::remove(path);
+}
 
-bool fileopencheck::fileExists(const QString& path) { return QFileInfo::exists(path); }
+bool fileopencheck::fileExists(const QByteArray& utf8)
+{
+    QString path;
+    return named(utf8, &path) && QFileInfo::exists(path);
+}
 
-bool fileopencheck::fileWritable(const QString& path) { return QFileInfo(path).isWritable(); }
+bool fileopencheck::fileWritable(const QByteArray& utf8)
+{
+    QString path;
+    return named(utf8, &path) && QFileInfo(path).isWritable();
+}
 
-bool fileopencheck::folderOfFileExists(const QString& path) { return QFileInfo(path).absoluteDir().exists(); }
+bool fileopencheck::folderOfFileExists(const QByteArray& utf8)
+{
+    QString path;
+    return named(utf8, &path) && QFileInfo(path).absoluteDir().exists();
+}

@@ -162,21 +162,21 @@ TEST_F(FileOpen, AFolderDoesNotOpenForReading)
 // so a file that another process makes between the check's look and its open is never removed.
 TEST_F(FileOpen, TheAppendOpenTellsWhetherItMadeTheFile)
 {
-    const QString made = QString::fromStdString(path("made.txt"));
+    const QByteArray made = QByteArray::fromStdString(path("made.txt"));
     bool created = false;
     EXPECT_TRUE(fileopencheck::opensForAppending(made, &created));
     EXPECT_TRUE(created);
-    EXPECT_TRUE(QFile::exists(made));
+    EXPECT_TRUE(QFile::exists(QString::fromStdString(path("made.txt"))));
     EXPECT_EQ(readFileBytes(path("made.txt")), "");
     EXPECT_TRUE(fileopencheck::opensForAppending(made, &created));
     EXPECT_FALSE(created);
     writeFileBytes(path("theirs.txt"), "theirs");
     created = true;
-    EXPECT_TRUE(fileopencheck::opensForAppending(QString::fromStdString(path("theirs.txt")), &created));
+    EXPECT_TRUE(fileopencheck::opensForAppending(QByteArray::fromStdString(path("theirs.txt")), &created));
     EXPECT_FALSE(created);
     EXPECT_EQ(readFileBytes(path("theirs.txt")), "theirs");
     created = true;
-    EXPECT_FALSE(fileopencheck::opensForAppending(QString::fromStdString(path("no/such/folder.txt")), &created));
+    EXPECT_FALSE(fileopencheck::opensForAppending(QByteArray::fromStdString(path("no/such/folder.txt")), &created));
     EXPECT_FALSE(created);
 }
 
@@ -406,6 +406,42 @@ TEST_F(FileOpen, LinkChainsAreFollowedToTheirEnd)
               (std::vector<std::string>{"first", "good1", "good2", "last", "loopa", "loopb", "self"}));
 }
 
+#endif
+
+// A name that is no UTF-8 is never taken for the file with U+FFFD in its place: the check and the
+// diagnosis look at exactly its bytes on POSIX systems, where names are bytes, and at no file on Windows,
+// where they are UTF-16. The other file stays as it was, and no file is left behind.
+TEST_F(FileOpen, ANameThatIsNotUtf8NeverNamesAnotherFile)
+{
+    const std::string replaced = path("n\xEF\xBF\xBD.txt"), bad = path("n\xE8.txt");
+    FILE* file = fopen_utf8(replaced.c_str(), "w");
+    ASSERT_TRUE(file);
+    std::fputs("other", file);
+    std::fclose(file);
+    EXPECT_FALSE(sp_CheckFileOpen(YString(bad.c_str()), GfnRead));
+    EXPECT_EQ(sp_FileOpenForensic(YString(bad.c_str()), GfnRead), FileOpenNotExist);
+#ifdef _WIN32
+    EXPECT_FALSE(sp_CheckFileOpen(YString(bad.c_str()), GfnWrite));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(bad.c_str()), GfnWriteNew));
+#else
+    // Missing, it may be made (and the check removes what it made); made, it reads.
+    EXPECT_TRUE(sp_CheckFileOpen(YString(bad.c_str()), GfnWriteNew));
+    EXPECT_TRUE(sp_CheckFileOpen(YString(bad.c_str()), GfnWrite));
+    EXPECT_FALSE(sp_ExistFile(bad.c_str()));
+    file = fopen_utf8(bad.c_str(), "w");
+    ASSERT_TRUE(file);
+    std::fclose(file);
+    EXPECT_TRUE(sp_CheckFileOpen(YString(bad.c_str()), GfnRead));
+    EXPECT_FALSE(sp_CheckFileOpen(YString(bad.c_str()), GfnWriteNew));
+    EXPECT_EQ(sp_FileOpenForensic(YString(bad.c_str()), GfnWriteNew), FileOpenOverwrite);
+    EXPECT_EQ(unlink_utf8(bad.c_str()), 0);
+    EXPECT_EQ(namesIn(m_dir), std::vector<std::string>{"n\xEF\xBF\xBD.txt"});
+#endif
+    EXPECT_EQ(readFileBytes(replaced), "other");
+    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden), QStringList{QString::fromUtf8("n\xEF\xBF\xBD.txt")});
+}
+
+#ifndef _WIN32
 // Every step of the check and of the diagnosis names the file by the caller's UTF-8 bytes, also when the
 // locale codec is another one: the same file is looked at, made, removed and diagnosed.
 TEST_F(FileOpen, NonAsciiNamesUnderAnotherLocaleCodec)
