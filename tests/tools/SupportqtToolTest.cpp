@@ -1819,6 +1819,31 @@ TEST_F(Tool, TextDetectAndConvertAgreeWithIconv)
     EXPECT_EQ(readFileBytes(wide.toStdString()), bytes.toStdString());
 }
 
+#ifndef Q_OS_WIN
+// text detect reads its input once, and both of its verdicts come from those bytes: a pipe named as a
+// file is judged as a file of its bytes is, and a FIFO is read without a second open that would wait
+// for a writer for ever.
+TEST_F(Tool, TextDetectReadsAPipeOrAFifoOnce)
+{
+    writeFileBytes(path("latin1.txt"), "caf\xe9\r\n");
+    const Result file = tool({"text", "detect", temp("latin1.txt")});
+    EXPECT_EQ(file.code, 0) << file.err.toStdString();
+    EXPECT_EQ(file.out, QStringLiteral("encoding: 8-bit, not UTF-8\nline ends: CR LF\n"));
+    const Result piped = runProgram(QStringLiteral("/bin/sh"), {"-c", "printf 'caf\\351\\r\\n' | \"$1\" text detect /dev/stdin", "sh",
+                                                                SUPPORTQT_TOOL_PATH});
+    EXPECT_EQ(piped.code, 0) << piped.err.toStdString();
+    EXPECT_EQ(piped.out, file.out);
+    const QString fifo = temp("text.fifo");
+    ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    // The writer writes once and goes; timeout ends a tool that would wait for another.
+    const Result fromFifo = runProgram(QStringLiteral("/bin/sh"),
+                                       {"-c", "printf 'caf\\303\\251\\r\\n' > \"$2\" & timeout 20 \"$1\" text detect \"$2\"", "sh",
+                                        SUPPORTQT_TOOL_PATH, fifo});
+    EXPECT_EQ(fromFifo.code, 0) << fromFifo.err.toStdString();
+    EXPECT_EQ(fromFifo.out, QStringLiteral("encoding: UTF-8\nline ends: CR LF\n"));
+}
+#endif
+
 TEST_F(Tool, WhyGivesTheDiagnosisKeywordAndMessage)
 {
     const QString missing = temp("missing.cir");
