@@ -1900,6 +1900,22 @@ TEST_F(Tool, GlobAndRegex)
     EXPECT_TRUE(o["matched"].toBool());
 }
 
+#ifndef Q_OS_WIN
+// The exit-code line of --capture is a line of its own, after output whose last line has no line feed
+// too; output that ends its line gets no second one.
+TEST_F(Tool, RunCaptureEndsTheOutputsLastLineBeforeTheExitCode)
+{
+    const Result open = tool({"run", "printf abc", "--capture"});
+    EXPECT_EQ(open.code, 0) << open.err.toStdString();
+    EXPECT_EQ(open.out, QStringLiteral("abc\nexit code: 0\n"));
+    const Result ended = tool({"run", "printf abc\\n", "--capture"});
+    EXPECT_EQ(ended.code, 0) << ended.err.toStdString();
+    EXPECT_EQ(ended.out, QStringLiteral("abc\nexit code: 0\n"));
+    const Result none = tool({"run", "true", "--capture"});
+    EXPECT_EQ(none.out, QStringLiteral("exit code: 0\n"));
+}
+#endif
+
 TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
 {
     // The test build's child program, under a name with a blank, with the steps of a small script.

@@ -370,6 +370,9 @@ int runRun(const QStringList& arguments)
     if (capture) {
         writeStream(stdout, captured.data(), captured.size());
         Output out;
+        // The exit-code line is a line of its own, even after output whose last line has no line feed.
+        if (!captured.empty() && captured.back() != '\n')
+            out << '\n';
         if (outcome.signal > 0)
             out << signalText << '\n';
         else
