@@ -919,6 +919,36 @@ TEST_F(Tool, ProgressLineWhileConvertingMoreThan64MiB)
     EXPECT_TRUE(piped.err.isEmpty());
 }
 
+// An error met while the progress line is shown starts a line of its own: the progress line is cleared
+// before it, not continued by it.
+TEST_F(Tool, AnErrorUnderTheProgressLineStartsALineOfItsOwn)
+{
+    // A results file of 200,000 runs (large enough for its reading to outlast the first drawing of the
+    // progress line) that lacks its closing tag: it fails to load once its runs were counted.
+    std::string text = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\" rev=\"1\">\n<header analysis=\".mc\" title=\"t\" />\n"
+                       "<meritfunction value=\"x\" name=\"m\">\n";
+    for (int c = 1; c <= 200000; ++c)
+        text += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c) + "\" />\n";
+    text += "</meritfunction>\n<steps>\n";
+    for (int c = 1; c <= 200000; ++c)
+        text += "<step case=\"" + std::to_string(c) + "\" seed=\"" + std::to_string(c) +
+                "\"><parameter name=\"R1.R\" nom=\"1000\" usedvalue=\"1010\" /></step>\n";
+    text += "</steps>\n";
+    const QString big = temp("cut.msw");
+    writeFileBytes(big.toStdString(), text);
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("script");
+    const QString script = QStandardPaths::findExecutable("script");
+    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
+    const Result r = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2'").arg(SUPPORTQT_TOOL_PATH, big), "/dev/null"});
+    EXPECT_EQ(r.code, 1);
+    ASSERT_TRUE(r.out.contains("supportqt: reading " + big + " (200000 runs) ... 0 s")) << r.out.toStdString();
+    const QString error = "supportqt results: the results file " + big + " does not load";
+    const int at = r.out.indexOf(error);
+    ASSERT_GT(at, 0) << r.out.toStdString();
+    EXPECT_EQ(r.out.mid(at - 4, 4), QStringLiteral("\r\x1b[K")) << r.out.toStdString();
+    EXPECT_EQ(r.out.count(error), 1);
+}
+
 TEST_F(Tool, ValidateAgainstTheInstalledSchema)
 {
     for (const char* name : {"results/buck_sensitivity.msw", "results/buck_montecarlo.msw", "results/buck_worstcase.msw"}) {

@@ -113,7 +113,7 @@ bool g_failureReported = false;
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
-    writeStream(stderr, "supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
+    writeMessageLine("supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
     if (code != ExitOk)
         g_failureReported = true;
     return code;
@@ -362,6 +362,12 @@ std::string realText(double value)
     return sp_RealToShortestText(value).str();
 }
 
+namespace {
+// The progress line being shown, if any; guarded by g_shownProgressMutex.
+std::mutex g_shownProgressMutex;
+ProgressLine::Impl* g_shownProgress = nullptr;
+} // namespace
+
 struct ProgressLine::Impl {
     QByteArray prefix;
     QByteArray detail;
@@ -381,11 +387,32 @@ struct ProgressLine::Impl {
     }
 };
 
+void writeMessageLine(const std::string& line)
+{
+    std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+    if (!g_shownProgress) {
+        writeStream(stderr, line);
+        return;
+    }
+    // The progress line is cleared first, so that the message starts a line of its own; the progress
+    // line is drawn again below it at its next tick.
+    std::lock_guard<std::mutex> lock(g_shownProgress->mutex);
+    if (g_shownProgress->drawn)
+        writeStream(stderr, std::string("\r\x1b[K"));
+    g_shownProgress->drawn = false;
+    writeStream(stderr, line);
+    std::fflush(stderr);
+}
+
 ProgressLine::ProgressLine(const QString& what, bool shown)
 {
     if (!shown || !standardErrorIsTerminal())
         return;
     m_impl = new Impl;
+    {
+        std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+        g_shownProgress = m_impl;
+    }
     m_impl->prefix = "supportqt: " + what.toUtf8();
     m_impl->thread = std::thread([impl = m_impl] {
         const auto start = std::chrono::steady_clock::now();
@@ -406,6 +433,11 @@ ProgressLine::~ProgressLine()
 {
     if (!m_impl)
         return;
+    {
+        std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+        if (g_shownProgress == m_impl)
+            g_shownProgress = nullptr;
+    }
     {
         std::lock_guard<std::mutex> lock(m_impl->mutex);
         m_impl->done = true;

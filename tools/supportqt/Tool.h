@@ -149,6 +149,7 @@ std::string realText(double value);
 /// when the object goes.
 class ProgressLine {
 public:
+    struct Impl;
     ProgressLine(const QString& what, bool shown);
     ~ProgressLine();
     /// Replaces the text after the elapsed time (a count of items done, say).
@@ -157,9 +158,12 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
 
 private:
-    struct Impl;
     Impl* m_impl = nullptr;
 };
+
+/// Writes a message line on standard error; a progress line being shown is cleared first, so that the
+/// message is not written onto its end.
+void writeMessageLine(const std::string& line);
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();

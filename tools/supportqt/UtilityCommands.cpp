@@ -147,7 +147,7 @@ int runTextConvert(const QStringList& arguments)
                                          .arg(QString::fromLatin1(to));
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
-                writeStream(stderr, QStringLiteral("supportqt text convert: %1\n").arg(lost).toUtf8());
+                command.warn(lost);
             }
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
