@@ -274,6 +274,41 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
 }
 #endif
 
+// An option that takes one value, given twice, or given with the option the help shows as its
+// alternative, is a usage error: nothing is read or written.
+TEST_F(Tool, AnOptionGivenTwiceOrWithItsAlternativeIsAUsageError)
+{
+    const QString stats = data("stats.msw");
+    const struct {
+        QStringList arguments;
+        QString error;
+    } cases[] = {
+        {{"results", stats, "--runs=2", "--runs=3"},
+         "supportqt results: --runs= is given more than once ('--runs=2', then '--runs=3'); give it once\n"},
+        {{"results", stats, "--precision", "3", "--precision=4"},
+         "supportqt results: --precision is given more than once ('3', then '4'); give it once\n"},
+        {{"section", data("models.lib"), "--start", "1", "--start", "43", "--end", "93"},
+         "supportqt section: --start is given more than once ('1', then '43'); give it once\n"},
+        {{"text", "convert", stats, "-o", temp("a.txt"), "--output", temp("b.txt")},
+         "supportqt text convert: -o/--output is given more than once ('" + temp("a.txt") + "', then '" + temp("b.txt") +
+             "'); give it once\n"},
+        {{"results", stats, "--table", "csv", "--json"},
+         "supportqt results: give --table FORMAT or --json, not both (--table json prints the runs as JSON)\n"},
+        {{"results", stats, "--exact", "--precision", "3"}, "supportqt results: give --precision N or --exact, not both\n"},
+    };
+    for (const auto& c : cases) {
+        const Result r = tool(c.arguments);
+        EXPECT_EQ(r.code, 2) << c.arguments.join(' ').toStdString();
+        EXPECT_EQ(r.err, c.error);
+        EXPECT_EQ(r.out, QString());
+    }
+    EXPECT_FALSE(QFileInfo::exists(temp("a.txt")));
+    EXPECT_FALSE(QFileInfo::exists(temp("b.txt")));
+    // A flag given twice changes nothing, and one --runs= with --runs is as the list alone.
+    EXPECT_EQ(tool({"results", stats, "--runs", "--runs=2"}).out, tool({"results", stats, "--runs=2"}).out);
+    EXPECT_EQ(tool({"results", stats, "--exact", "--exact"}).code, 0);
+}
+
 TEST_F(Tool, UnknownSubcommandListsTheValidOnes)
 {
     const Result r = tool({"bogus"});

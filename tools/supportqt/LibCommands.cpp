@@ -374,7 +374,8 @@ int runLibExtract(const QStringList& arguments)
                                        "it depends on, as the file has it, below a comment naming its file and line."));
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The library to write ('-' for standard output)."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("section")}, QStringLiteral("The section to find the definitions in."), QStringLiteral("NAME"));
-    command.addOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."), QStringLiteral("OLD=NEW"));
+    command.addRepeatableOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."),
+                                QStringLiteral("OLD=NEW"));
     addDialectOption(command);
     command.addJsonOption();
     SpiceLanguage language = SpiceLanguageNative;

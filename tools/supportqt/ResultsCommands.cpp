@@ -434,15 +434,27 @@ int runResults(const QStringList& arguments)
     command.addJsonOption();
     // "--runs=LIST" is one option with an optional value; the parser takes it as --runs plus its list.
     QStringList parsed;
+    QStringList runLists;
     for (const QString& argument : arguments) {
-        if (argument.startsWith(QLatin1String("--runs=")))
+        if (argument.startsWith(QLatin1String("--runs="))) {
             parsed << QStringLiteral("--runs") << QStringLiteral("--runs-list") << argument.mid(7);
-        else
+            runLists << argument;
+        } else {
             parsed << argument;
+        }
     }
+    // Told by the name the user typed, before the parser would tell it as --runs-list.
+    if (runLists.size() > 1 && !arguments.contains(QStringLiteral("--help")) && !arguments.contains(QStringLiteral("--help-all")))
+        return command.fail(ExitUsage, QStringLiteral("--runs= is given more than once ('%1', then '%2'); give it once")
+                                           .arg(runLists.at(0), runLists.at(1)));
     const int early = command.parse(parsed, 1, 1);
     if (early >= 0)
         return early;
+    // Options the help shows as alternatives, or that the chosen output would leave unused, are refused.
+    if (command.isSet(QStringLiteral("exact")) && command.isSet(QStringLiteral("precision")))
+        return command.fail(ExitUsage, QStringLiteral("give --precision N or --exact, not both"));
+    if (command.isSet(QStringLiteral("table")) && command.json())
+        return command.fail(ExitUsage, QStringLiteral("give --table FORMAT or --json, not both (--table json prints the runs as JSON)"));
     NumberStyle number;
     long long digits = 6;
     if (!command.intValue(QStringLiteral("precision"), &digits))

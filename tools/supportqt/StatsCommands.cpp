@@ -277,8 +277,8 @@ int runStats(const QStringList& arguments)
                        "correlation of each parameter's deviation with the merit function, and the runs at its\n"
                        "minimum and maximum. Values that are not finite are counted apart and fail the limits.\n"
                        "NAME is a merit function's name or its defining text; LO or HI may be left empty."));
-    command.addOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
-                      QStringLiteral("NAME=LO:HI"));
+    command.addRepeatableOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
+                                QStringLiteral("NAME=LO:HI"));
     command.addOption({QStringLiteral("limits")}, QStringLiteral("Limits from a CSV file of name,lower,upper lines."),
                       QStringLiteral("FILE"));
     command.addOption({QStringLiteral("csv")}, QStringLiteral("Write the table as CSV."), QStringLiteral("OUT"));

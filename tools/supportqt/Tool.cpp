@@ -51,6 +51,14 @@ void ToolCommand::addOption(const QStringList& names, const QString& description
                                          QStringLiteral("CSS"), QStringLiteral("SVG")};
     if (kPathValues.contains(valueName))
         m_pathOptions << names.last();
+    if (!valueName.isEmpty())
+        m_singleValued << names;
+}
+
+void ToolCommand::addRepeatableOption(const QStringList& names, const QString& description, const QString& valueName)
+{
+    addOption(names, description, valueName);
+    m_singleValued.removeAll(names);
 }
 
 void ToolCommand::addJsonOption()
@@ -81,6 +89,17 @@ int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxP
         help.replace(0, firstLineEnd, QStringLiteral("Usage: supportqt %1 %2").arg(m_name, m_synopsis).trimmed());
         writeStream(stdout, help.toUtf8());
         return ExitOk;
+    }
+    // A value given twice would leave the first unused without a word: a single value is given once.
+    for (const QStringList& names : m_singleValued) {
+        const QStringList given = m_parser.values(names.last());
+        if (given.size() > 1) {
+            QStringList shown;
+            for (const QString& n : names)
+                shown << (n.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + n;
+            return fail(ExitUsage, QStringLiteral("%1 is given more than once ('%2', then '%3'); give it once")
+                                       .arg(shown.join(QLatin1Char('/')), given.at(0), given.at(1)));
+        }
     }
     // An empty path would name the current folder, or nothing: it is no path.
     for (const QString& option : m_pathOptions) {

@@ -31,6 +31,9 @@ public:
     /// Adds an option with a value (`valueName` not empty) or a flag.
     void addOption(const QStringList& names, const QString& description, const QString& valueName = QString(),
                    const QString& defaultValue = QString());
+    /// Adds an option with a value that may be given more than once; `values` has them all. Any other
+    /// option with a value may be given once only.
+    void addRepeatableOption(const QStringList& names, const QString& description, const QString& valueName);
     /// Adds "--json".
     void addJsonOption();
 
@@ -86,6 +89,7 @@ private:
     QCommandLineParser m_parser;
     QStringList m_optionNames;
     QStringList m_pathOptions; // the long names of the options whose value is a path
+    QList<QStringList> m_singleValued; // the names of each option with a value that may be given once only
     bool m_json = false;
 };
 
