@@ -262,6 +262,22 @@ TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
 }
 #endif
 
+// A limit given with one dash is the same option as with two, and is used.
+TEST_F(StatsTool, ALimitWithOneDashIsUsed)
+{
+    const QString file = results();
+    const Result two = tool({"stats", file, "--limit", "gain=19.8:20.2", "--json"});
+    const Result one = tool({"stats", file, "-limit", "gain=19.8:20.2", "--json"});
+    ASSERT_EQ(one.code, 0) << one.err.toStdString();
+    const QJsonObject limits = parseJson(one.out)["meritFunctions"].toArray()[0].toObject()["limits"].toObject();
+    EXPECT_EQ(limits["lower"].toDouble(), 19.8);
+    EXPECT_EQ(limits["upper"].toDouble(), 20.2);
+    EXPECT_EQ(limits["runs"].toInt(), 60);
+    EXPECT_EQ(one.out, two.out);
+    const Result joined = tool({"stats", file, "--limit=gain=19.8:20.2", "--json"});
+    EXPECT_EQ(joined.out, two.out);
+}
+
 // Two outputs that name one file, by the same name or through a link, are a usage error, and so is an
 // empty path: nothing is written.
 TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)

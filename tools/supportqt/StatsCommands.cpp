@@ -319,16 +319,8 @@ int runStats(const QStringList& arguments)
         if (code >= 0)
             return code;
     }
-    // QCommandLineParser keeps every value of a repeated option.
-    QStringList given;
-    for (int i = 1; i < arguments.size(); ++i) {
-        const QString& a = arguments[i];
-        if (a == QLatin1String("--limit") && i + 1 < arguments.size())
-            given << arguments[++i];
-        else if (a.startsWith(QLatin1String("--limit=")))
-            given << a.mid(8);
-    }
-    for (const QString& spec : given) {
+    // The parser keeps every value of the repeated option, however it was spelt ("-limit", "--limit=").
+    for (const QString& spec : command.values(QStringLiteral("limit"))) {
         const int eq = spec.lastIndexOf(QLatin1Char('='));
         const int colon = spec.indexOf(QLatin1Char(':'), eq + 1);
         if (eq <= 0 || colon < 0)
