@@ -262,6 +262,33 @@ TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
 }
 #endif
 
+// Standard output takes one document: a table or page written there is all that goes there, and two
+// documents for it are a usage error.
+TEST_F(StatsTool, StandardOutputTakesOneDocument)
+{
+    const QString file = results();
+    ASSERT_EQ(tool({"stats", file, "--csv", temp("s.csv"), "--html", temp("s.html")}).code, 0);
+    const Result csv = tool({"stats", file, "--csv", "-"});
+    EXPECT_EQ(csv.code, 0) << csv.err.toStdString();
+    EXPECT_EQ(csv.out.toStdString(), readFileBytes(path("s.csv")));
+    EXPECT_EQ(csv.err, QString());
+    const Result html = tool({"stats", file, "--html", "-"});
+    EXPECT_EQ(html.code, 0) << html.err.toStdString();
+    EXPECT_EQ(html.out.toStdString(), readFileBytes(path("s.html")));
+    // A table to standard output beside a page in a file.
+    const Result mixed = tool({"stats", file, "--csv", "-", "--html", temp("t.html")});
+    EXPECT_EQ(mixed.code, 0) << mixed.err.toStdString();
+    EXPECT_EQ(mixed.out.toStdString(), readFileBytes(path("s.csv")));
+    EXPECT_EQ(readFileBytes(path("t.html")), readFileBytes(path("s.html")));
+    for (const QStringList& both : {QStringList{"--csv", "-", "--html", "-"}, QStringList{"--csv", "-", "--json"},
+                                    QStringList{"--html", "-", "--json"}}) {
+        const Result r = tool(QStringList{"stats", file} + both);
+        EXPECT_EQ(r.code, 2) << both.join(' ').toStdString();
+        EXPECT_EQ(r.out, QString());
+        EXPECT_EQ(r.err, "supportqt stats: standard output takes one of --csv -, --html - and --json; name a file for the others\n");
+    }
+}
+
 // A limit given with one dash is the same option as with two, and is used.
 TEST_F(StatsTool, ALimitWithOneDashIsUsed)
 {

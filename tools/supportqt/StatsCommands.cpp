@@ -290,6 +290,11 @@ int runStats(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
+    // Standard output takes one document: the CSV, the page, the JSON or else the text report.
+    const bool csvToStandardOutput = command.isSet(QStringLiteral("csv")) && isStandardStream(command.value(QStringLiteral("csv")));
+    const bool htmlToStandardOutput = command.isSet(QStringLiteral("html")) && isStandardStream(command.value(QStringLiteral("html")));
+    if (csvToStandardOutput + htmlToStandardOutput + command.json() > 1)
+        return command.fail(ExitUsage, QStringLiteral("standard output takes one of --csv -, --html - and --json; name a file for the others"));
     const QString path = command.positional().at(0);
     // An output that is the results file itself (by another name or a link) would destroy it.
     // So would one that is the limits file.
@@ -383,6 +388,8 @@ int runStats(const QStringList& arguments)
                               {QStringLiteral("meritFunctions"), merits}});
         return ExitOk;
     }
+    if (csvToStandardOutput || htmlToStandardOutput)
+        return ExitOk; // the CSV or the page is the output
     Output out;
     printText(out, path, header, all);
     return ExitOk;
