@@ -305,6 +305,27 @@ TEST_F(StatsTool, ALimitWithOneDashIsUsed)
     EXPECT_EQ(joined.out, two.out);
 }
 
+// A chart that cannot be written (a folder stands in its place) is found before anything is written:
+// the table, the page and the other charts stay as they were.
+TEST_F(StatsTool, AChartThatCannotBeWrittenStopsTheCommandBeforeAnyOutputIsWritten)
+{
+    const QString file = results();
+    writeFileBytes(path("p.csv"), "the previous table\n");
+    writeFileBytes(path("p.html"), "the previous page\n");
+    ASSERT_TRUE(QDir().mkpath(temp("ch")));
+    writeFileBytes(path("ch/merit1_histogram.svg"), "the previous histogram\n");
+    const QString blocked = QDir(temp("ch")).filePath(QStringLiteral("merit2_cdf.svg"));
+    ASSERT_TRUE(QDir().mkpath(blocked));
+    const Result r = tool({"stats", file, "--csv", temp("p.csv"), "--html", temp("p.html"), "--chart", temp("ch")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt stats: " + blocked + " is a folder, not a file\n");
+    EXPECT_EQ(r.out, QString());
+    EXPECT_EQ(readFileBytes(path("p.csv")), "the previous table\n");
+    EXPECT_EQ(readFileBytes(path("p.html")), "the previous page\n");
+    EXPECT_EQ(readFileBytes(path("ch/merit1_histogram.svg")), "the previous histogram\n");
+    EXPECT_EQ(QDir(temp("ch")).entryList(QDir::Files), QStringList{"merit1_histogram.svg"});
+}
+
 // Two outputs that name one file, by the same name or through a link, are a usage error, and so is an
 // empty path: nothing is written.
 TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)

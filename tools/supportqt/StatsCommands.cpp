@@ -360,6 +360,9 @@ int runStats(const QStringList& arguments)
     }
     if (command.isSet(QStringLiteral("chart")) && !QDir().mkpath(command.value(QStringLiteral("chart"))))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(command.value(QStringLiteral("chart"))));
+    for (const QString& chart : charts)
+        if (!command.checkOutput(chart))
+            return ExitFailure;
     for (const char* option : {"csv", "html"}) {
         if (!command.isSet(QLatin1String(option)))
             continue;
