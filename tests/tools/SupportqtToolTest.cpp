@@ -1273,6 +1273,36 @@ TEST_F(Tool, ReportUsageErrors)
     EXPECT_FALSE(QFile::exists(temp("x")));
 }
 
+// An output may not be the style sheet the report reads: not the report, not its chart, and not one of
+// the files that report all writes into its folder. The style sheet stays as it was.
+TEST_F(Tool, ReportRefusesAnOutputThatIsItsStyleSheet)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    const std::string css = "body { color: navy; }\n";
+    writeFileBytes(path("my.css"), css);
+    const QString styleError = "supportqt report: " + temp("my.css") + " is the style sheet being read; name another output\n";
+    const Result report = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("my.css")});
+    EXPECT_EQ(report.code, 2);
+    EXPECT_EQ(report.err, styleError);
+    const Result chart = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("r.html"), "--chart", temp("my.css")});
+    EXPECT_EQ(chart.code, 2);
+    EXPECT_EQ(chart.err, styleError);
+    EXPECT_FALSE(QFile::exists(temp("r.html")));
+    EXPECT_EQ(readFileBytes(path("my.css")), css);
+    ASSERT_TRUE(QDir().mkpath(temp("all")));
+    writeFileBytes(path("all/sensitivity.html"), css);
+    const Result all = tool({"report", "all", results, "--style", temp("all/sensitivity.html"), "-o", temp("all")});
+    EXPECT_EQ(all.code, 2);
+    EXPECT_EQ(all.err, "supportqt report: " + QDir(temp("all")).filePath("sensitivity.html") +
+                           " is the style sheet being read; name another folder\n");
+    EXPECT_EQ(readFileBytes(path("all/sensitivity.html")), css);
+    EXPECT_EQ(QDir(temp("all")).entryList(QDir::Files), QStringList{"sensitivity.html"});
+    // A style sheet beside the outputs is read as before.
+    const Result fine = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("r.html")});
+    EXPECT_EQ(fine.code, 0) << fine.err.toStdString();
+    EXPECT_TRUE(QString::fromStdString(readFileBytes(path("r.html"))).contains("color: navy")) << "the style sheet's text is in the page";
+}
+
 // Checks an SVG with python3: it parses as XML, no two texts overlap, each text's box estimated from its
 // font size, anchor and length (0.6 em per character, one em high), and every text lies inside the
 // picture and off the bars.

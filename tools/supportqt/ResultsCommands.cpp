@@ -761,14 +761,19 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
 
     const QDir folder(dir);
     const QString index = folder.filePath(QStringLiteral("index.html"));
-    // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
+    // An output that is the results file itself (by another name, a link, a hard link) would destroy it;
+    // so would one that is the style sheet.
     QStringList names{QStringLiteral("index.html")};
     for (const Written& f : files)
         names << f.name;
-    for (const QString& name : names)
+    for (const QString& name : names) {
         if (sameExistingFile(folder.filePath(name), resultsPath))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another folder")
                                                .arg(folder.filePath(name)));
+        if (!styleSheet.isEmpty() && sameExistingFile(folder.filePath(name), toQs(styleSheet)))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another folder")
+                                               .arg(folder.filePath(name)));
+    }
 
     HubSection section;
     section.source = resultsPath.toStdString();
@@ -893,9 +898,13 @@ int runReport(const QStringList& arguments)
         }
     }
     // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
-    for (const QString& out : {output, chart})
+    // So would one that is the style sheet.
+    for (const QString& out : {output, chart}) {
         if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
+        if (!out.isEmpty() && !style.isEmpty() && sameExistingFile(out, style))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another output").arg(out));
+    }
     if (!chart.isEmpty() && sameOutputFile(chart, output))
         return command.fail(ExitUsage, QStringLiteral("the chart and the report would be one file; name another"));
     if (isStandardStream(chart))
