@@ -470,6 +470,25 @@ TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
     }
 }
 
+// The literal-preserving reader reads the native dialect and no title line: asking it for another
+// dialect or a title is refused, not shown as if it had been done.
+TEST_F(Tool, NetlistLiteralRefusesADialectOrTitleItWouldIgnore)
+{
+    const QString file = example("netlists/buck_converter.cir");
+    const Result hspice = tool({"netlist", file, "--literal", "--dialect", "hspice"});
+    EXPECT_EQ(hspice.code, 2);
+    EXPECT_EQ(hspice.out, QString());
+    EXPECT_EQ(hspice.err, QStringLiteral("supportqt netlist: --literal reads the native dialect only; leave out --dialect hspice\n"));
+    const Result title = tool({"netlist", file, "--literal", "--title", "--json"});
+    EXPECT_EQ(title.code, 2);
+    EXPECT_EQ(title.out, QString());
+    EXPECT_EQ(title.err, QStringLiteral("supportqt netlist: --literal reads no title line; give --literal or --title\n"));
+    const Result native = tool({"netlist", file, "--literal", "--dialect", "native"});
+    EXPECT_EQ(native.code, 0) << native.err.toStdString();
+    EXPECT_EQ(native.out, tool({"netlist", file, "--literal"}).out);
+    EXPECT_TRUE(native.out.endsWith(QStringLiteral("dialect: native\nseparator: $\nhierarchy: no\nencoding: ASCII\n"))) << native.out.toStdString();
+}
+
 TEST_F(Tool, LiteralReaderKeepsTheCommentsAndTheSourceText)
 {
     const QString file = temp("lit.cir");

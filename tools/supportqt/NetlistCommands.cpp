@@ -259,7 +259,8 @@ int runNetlist(const QStringList& arguments)
                                        "then the dialect, hierarchy separator, hierarchy flag and UTF-8 verdict."));
     command.addOption({QStringLiteral("dialect")}, QStringLiteral("Dialect to read with: native, pspice or hspice (default native)."),
                       QStringLiteral("DIALECT"), QStringLiteral("native"));
-    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text."));
+    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text\n"
+                                                                  "(native dialect, no title line)."));
     command.addOption({QStringLiteral("title")}, QStringLiteral("Take the first line as the title."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
@@ -269,12 +270,19 @@ int runNetlist(const QStringList& arguments)
     if (!parseDialect(command.value(QStringLiteral("dialect")), &language))
         return command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice")
                                            .arg(command.value(QStringLiteral("dialect"))));
+    const bool literal = command.isSet(QStringLiteral("literal"));
+    const bool title = command.isSet(QStringLiteral("title"));
+    // The literal-preserving reader knows the native dialect only and takes no title line: what it
+    // would ignore is refused rather than shown as if it had been used.
+    if (literal && language != SpiceLanguageNative)
+        return command.fail(ExitUsage, QStringLiteral("--literal reads the native dialect only; leave out --dialect %1")
+                                           .arg(command.value(QStringLiteral("dialect"))));
+    if (literal && title)
+        return command.fail(ExitUsage, QStringLiteral("--literal reads no title line; give --literal or --title"));
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
 
-    const bool literal = command.isSet(QStringLiteral("literal"));
-    const bool title = command.isSet(QStringLiteral("title"));
     QList<LogicalLine> lines;
     const NetlistSummary summary = readWithSpiceStream(path, language, title, literal ? nullptr : &lines);
     bool literalRanOut = false;
