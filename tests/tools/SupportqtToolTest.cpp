@@ -615,11 +615,23 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     EXPECT_EQ(l[0]["text"].toString(), ".model DSLOW  D (IS=1e-14 RS=0.05  CJO=12p TT=5n)");
 }
 
-TEST_F(Tool, SectionPastTheEndOfTheFileGivesNoLines)
+// A range that starts at or past the end of the file names no definition: a usage error, as a range
+// that starts after its end is.
+TEST_F(Tool, SectionStartingAtOrPastTheEndOfTheFileIsRefused)
 {
-    const Result r = tool({"section", data("models.lib"), "--start", "5000", "--end", "6000"});
-    EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.out, QString());
+    const qint64 size = QFileInfo(data("models.lib")).size();
+    ASSERT_EQ(size, 318);
+    for (const QString& start : {QStringLiteral("318"), QStringLiteral("5000")}) {
+        const Result r = tool({"section", data("models.lib"), "--start", start, "--end", "6000"});
+        EXPECT_EQ(r.code, 2) << start.toStdString();
+        EXPECT_EQ(r.out, QString());
+        EXPECT_EQ(r.err, QStringLiteral("supportqt section: --start %1 lies at or past the end of %2, which has 318 characters\n")
+                             .arg(start, data("models.lib")));
+    }
+    // The last definition, which ends with the file, still reads.
+    const Result last = tool({"section", data("models.lib"), "--start", "238", "--end", "318"});
+    EXPECT_EQ(last.code, 0) << last.err.toStdString();
+    EXPECT_TRUE(last.out.startsWith(QStringLiteral("     1  .SUBCKT GATE_DRV"))) << last.out.toStdString();
 }
 
 TEST_F(Tool, CorpusLibrariesIndexAndReadBack)

@@ -9,6 +9,7 @@
 #include "NetlistStream.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -404,6 +405,12 @@ int runSection(const QStringList& arguments)
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
+    // A range that starts at or past the end of the file names no definition; the reader would read it
+    // as empty input and print nothing.
+    const qint64 size = QFileInfo(path).size();
+    if (start >= size)
+        return command.fail(ExitUsage, QStringLiteral("--start %1 lies at or past the end of %2, which has %3 characters")
+                                           .arg(start).arg(command.positional().at(0)).arg(size));
 
     SymbolLoc location;
     location.fileName = toYs(path);
