@@ -615,6 +615,20 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     EXPECT_EQ(l[0]["text"].toString(), ".model DSLOW  D (IS=1e-14 RS=0.05  CJO=12p TT=5n)");
 }
 
+// The name column of index is as wide in characters whatever the names' bytes: names of UTF-8 letters
+// keep the columns after them aligned.
+TEST_F(Tool, IndexAlignsNamesByCharacters)
+{
+    writeFileBytes(path("u.lib"), ".model DIODE_\xc2\xb5 D (IS=1e-14)\n.model DX D (IS=1)\n.subckt R\xc3\xa9gul a b\nR1 a b 1\n.ends\n");
+    const Result r = tool({"index", temp("u.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("kind     name                             start        end     line  line-offset\n"
+                                    ".model   DIODE_\u00b5                               0         29        1            0\n"
+                                    ".model   DX                                   29         48        2            1\n"
+                                    ".subckt  R\u00e9gul                                48         82        3            2\n"
+                                    "3 definitions\n"));
+}
+
 // A range that starts at or past the end of the file names no definition: a usage error, as a range
 // that starts after its end is.
 TEST_F(Tool, SectionStartingAtOrPastTheEndOfTheFileIsRefused)

@@ -187,11 +187,12 @@ public:
             *o++ = c;
         m_used += t.size();
     }
-    // The text, then blanks up to `width` (at least one).
+    // The text, then blanks up to `width` characters (at least one).
     void padded(std::string_view t, size_t width)
     {
         text(t);
-        const size_t fill = t.size() + 1 > width ? 1 : width - t.size();
+        const size_t columns = textColumns(t);
+        const size_t fill = columns + 1 > width ? 1 : width - columns;
         char* o = room(fill);
         for (size_t i = 0; i < fill; ++i)
             *o++ = ' ';

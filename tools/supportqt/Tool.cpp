@@ -283,13 +283,19 @@ bool writeTextFile(const QString& target, const std::string& text)
     });
 }
 
-Output& Output::pad(const std::string& text, int width)
+size_t textColumns(std::string_view text)
 {
-    const size_t w = static_cast<size_t>(width < 0 ? -width : width);
-    // Width counts characters, not bytes: UTF-8 continuation bytes take no column.
     size_t columns = 0;
     for (unsigned char c : text)
         columns += (c & 0xC0) != 0x80;
+    return columns;
+}
+
+Output& Output::pad(const std::string& text, int width)
+{
+    const size_t w = static_cast<size_t>(width < 0 ? -width : width);
+    // Width counts characters, not bytes.
+    const size_t columns = textColumns(text);
     const std::string fill(columns < w ? w - columns : 0, ' ');
     if (width < 0)
         m_text.append(fill).append(text);

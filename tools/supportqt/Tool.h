@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
 
 /// Exit codes of the tool.
 enum ToolExit {
@@ -104,6 +105,10 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
 /// Writes a text file whole or not at all, as writeFileAtomically does; false when any of it could not be
 /// written (the buffered tail included).
 bool writeTextFile(const QString& target, const std::string& text);
+
+/// The columns that UTF-8 text takes in a table: its characters, not its bytes (continuation bytes
+/// take none).
+size_t textColumns(std::string_view text);
 
 /// Text output collected in memory and written to standard output in one go.
 class Output {
