@@ -117,6 +117,22 @@ TEST_F(LibTool, DefsListsTheFileOrWhatASectionReaches)
     EXPECT_EQ(missing.err, QStringLiteral("supportqt lib defs: %1 has no section 'fast'\n").arg(file("corner.lib")));
 }
 
+// The table's columns are as wide in characters as their widest cell: names of UTF-8 letters keep the
+// columns after them aligned.
+TEST_F(LibTool, DefsAlignsNamesByCharacters)
+{
+    writeFileBytes(path("u.lib"), ".model DIODE_\xc2\xb5 D (IS=1e-14)\n.model DX D (IS=1)\n.subckt R\xc3\xa9gul a b\nR1 a b 1\n.ends\n");
+    const Result r = tool({"lib", "defs", file("u.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QString lib = file("u.lib");
+    EXPECT_EQ(r.out, QStringLiteral("kind     name     type/ports  %1  line  start  end\n"
+                                    ".model   DIODE_\u00b5  D           %2     1      0   29\n"
+                                    ".model   DX       D           %2     2     29   48\n"
+                                    ".subckt  R\u00e9gul    a b         %2     3     48   82\n"
+                                    "3 definitions\n")
+                         .arg(QStringLiteral("file").leftJustified(lib.size()), lib));
+}
+
 TEST_F(LibTool, CheckReportsProblemsWithExitCodeThree)
 {
     const Result clean = tool({"lib", "check", file("corner.lib"), "--section", "tt"});

@@ -262,6 +262,70 @@ TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)
 }
 #endif
 
+// Standard output takes one document: a table or page written there is all that goes there, and two
+// documents for it are a usage error.
+TEST_F(StatsTool, StandardOutputTakesOneDocument)
+{
+    const QString file = results();
+    ASSERT_EQ(tool({"stats", file, "--csv", temp("s.csv"), "--html", temp("s.html")}).code, 0);
+    const Result csv = tool({"stats", file, "--csv", "-"});
+    EXPECT_EQ(csv.code, 0) << csv.err.toStdString();
+    EXPECT_EQ(csv.out.toStdString(), readFileBytes(path("s.csv")));
+    EXPECT_EQ(csv.err, QString());
+    const Result html = tool({"stats", file, "--html", "-"});
+    EXPECT_EQ(html.code, 0) << html.err.toStdString();
+    EXPECT_EQ(html.out.toStdString(), readFileBytes(path("s.html")));
+    // A table to standard output beside a page in a file.
+    const Result mixed = tool({"stats", file, "--csv", "-", "--html", temp("t.html")});
+    EXPECT_EQ(mixed.code, 0) << mixed.err.toStdString();
+    EXPECT_EQ(mixed.out.toStdString(), readFileBytes(path("s.csv")));
+    EXPECT_EQ(readFileBytes(path("t.html")), readFileBytes(path("s.html")));
+    for (const QStringList& both : {QStringList{"--csv", "-", "--html", "-"}, QStringList{"--csv", "-", "--json"},
+                                    QStringList{"--html", "-", "--json"}}) {
+        const Result r = tool(QStringList{"stats", file} + both);
+        EXPECT_EQ(r.code, 2) << both.join(' ').toStdString();
+        EXPECT_EQ(r.out, QString());
+        EXPECT_EQ(r.err, "supportqt stats: standard output takes one of --csv -, --html - and --json; name a file for the others\n");
+    }
+}
+
+// A limit given with one dash is the same option as with two, and is used.
+TEST_F(StatsTool, ALimitWithOneDashIsUsed)
+{
+    const QString file = results();
+    const Result two = tool({"stats", file, "--limit", "gain=19.8:20.2", "--json"});
+    const Result one = tool({"stats", file, "-limit", "gain=19.8:20.2", "--json"});
+    ASSERT_EQ(one.code, 0) << one.err.toStdString();
+    const QJsonObject limits = parseJson(one.out)["meritFunctions"].toArray()[0].toObject()["limits"].toObject();
+    EXPECT_EQ(limits["lower"].toDouble(), 19.8);
+    EXPECT_EQ(limits["upper"].toDouble(), 20.2);
+    EXPECT_EQ(limits["runs"].toInt(), 60);
+    EXPECT_EQ(one.out, two.out);
+    const Result joined = tool({"stats", file, "--limit=gain=19.8:20.2", "--json"});
+    EXPECT_EQ(joined.out, two.out);
+}
+
+// A chart that cannot be written (a folder stands in its place) is found before anything is written:
+// the table, the page and the other charts stay as they were.
+TEST_F(StatsTool, AChartThatCannotBeWrittenStopsTheCommandBeforeAnyOutputIsWritten)
+{
+    const QString file = results();
+    writeFileBytes(path("p.csv"), "the previous table\n");
+    writeFileBytes(path("p.html"), "the previous page\n");
+    ASSERT_TRUE(QDir().mkpath(temp("ch")));
+    writeFileBytes(path("ch/merit1_histogram.svg"), "the previous histogram\n");
+    const QString blocked = QDir(temp("ch")).filePath(QStringLiteral("merit2_cdf.svg"));
+    ASSERT_TRUE(QDir().mkpath(blocked));
+    const Result r = tool({"stats", file, "--csv", temp("p.csv"), "--html", temp("p.html"), "--chart", temp("ch")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt stats: " + blocked + " is a folder, not a file\n");
+    EXPECT_EQ(r.out, QString());
+    EXPECT_EQ(readFileBytes(path("p.csv")), "the previous table\n");
+    EXPECT_EQ(readFileBytes(path("p.html")), "the previous page\n");
+    EXPECT_EQ(readFileBytes(path("ch/merit1_histogram.svg")), "the previous histogram\n");
+    EXPECT_EQ(QDir(temp("ch")).entryList(QDir::Files), QStringList{"merit1_histogram.svg"});
+}
+
 // Two outputs that name one file, by the same name or through a link, are a usage error, and so is an
 // empty path: nothing is written.
 TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)

@@ -274,6 +274,41 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
 }
 #endif
 
+// An option that takes one value, given twice, or given with the option the help shows as its
+// alternative, is a usage error: nothing is read or written.
+TEST_F(Tool, AnOptionGivenTwiceOrWithItsAlternativeIsAUsageError)
+{
+    const QString stats = data("stats.msw");
+    const struct {
+        QStringList arguments;
+        QString error;
+    } cases[] = {
+        {{"results", stats, "--runs=2", "--runs=3"},
+         "supportqt results: --runs= is given more than once ('--runs=2', then '--runs=3'); give it once\n"},
+        {{"results", stats, "--precision", "3", "--precision=4"},
+         "supportqt results: --precision is given more than once ('3', then '4'); give it once\n"},
+        {{"section", data("models.lib"), "--start", "1", "--start", "43", "--end", "93"},
+         "supportqt section: --start is given more than once ('1', then '43'); give it once\n"},
+        {{"text", "convert", stats, "-o", temp("a.txt"), "--output", temp("b.txt")},
+         "supportqt text convert: -o/--output is given more than once ('" + temp("a.txt") + "', then '" + temp("b.txt") +
+             "'); give it once\n"},
+        {{"results", stats, "--table", "csv", "--json"},
+         "supportqt results: give --table FORMAT or --json, not both (--table json prints the runs as JSON)\n"},
+        {{"results", stats, "--exact", "--precision", "3"}, "supportqt results: give --precision N or --exact, not both\n"},
+    };
+    for (const auto& c : cases) {
+        const Result r = tool(c.arguments);
+        EXPECT_EQ(r.code, 2) << c.arguments.join(' ').toStdString();
+        EXPECT_EQ(r.err, c.error);
+        EXPECT_EQ(r.out, QString());
+    }
+    EXPECT_FALSE(QFileInfo::exists(temp("a.txt")));
+    EXPECT_FALSE(QFileInfo::exists(temp("b.txt")));
+    // A flag given twice changes nothing, and one --runs= with --runs is as the list alone.
+    EXPECT_EQ(tool({"results", stats, "--runs", "--runs=2"}).out, tool({"results", stats, "--runs=2"}).out);
+    EXPECT_EQ(tool({"results", stats, "--exact", "--exact"}).code, 0);
+}
+
 TEST_F(Tool, UnknownSubcommandListsTheValidOnes)
 {
     const Result r = tool({"bogus"});
@@ -435,6 +470,25 @@ TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
     }
 }
 
+// The literal-preserving reader reads the native dialect and no title line: asking it for another
+// dialect or a title is refused, not shown as if it had been done.
+TEST_F(Tool, NetlistLiteralRefusesADialectOrTitleItWouldIgnore)
+{
+    const QString file = example("netlists/buck_converter.cir");
+    const Result hspice = tool({"netlist", file, "--literal", "--dialect", "hspice"});
+    EXPECT_EQ(hspice.code, 2);
+    EXPECT_EQ(hspice.out, QString());
+    EXPECT_EQ(hspice.err, QStringLiteral("supportqt netlist: --literal reads the native dialect only; leave out --dialect hspice\n"));
+    const Result title = tool({"netlist", file, "--literal", "--title", "--json"});
+    EXPECT_EQ(title.code, 2);
+    EXPECT_EQ(title.out, QString());
+    EXPECT_EQ(title.err, QStringLiteral("supportqt netlist: --literal reads no title line; give --literal or --title\n"));
+    const Result native = tool({"netlist", file, "--literal", "--dialect", "native"});
+    EXPECT_EQ(native.code, 0) << native.err.toStdString();
+    EXPECT_EQ(native.out, tool({"netlist", file, "--literal"}).out);
+    EXPECT_TRUE(native.out.endsWith(QStringLiteral("dialect: native\nseparator: $\nhierarchy: no\nencoding: ASCII\n"))) << native.out.toStdString();
+}
+
 TEST_F(Tool, LiteralReaderKeepsTheCommentsAndTheSourceText)
 {
     const QString file = temp("lit.cir");
@@ -561,11 +615,37 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     EXPECT_EQ(l[0]["text"].toString(), ".model DSLOW  D (IS=1e-14 RS=0.05  CJO=12p TT=5n)");
 }
 
-TEST_F(Tool, SectionPastTheEndOfTheFileGivesNoLines)
+// The name column of index is as wide in characters whatever the names' bytes: names of UTF-8 letters
+// keep the columns after them aligned.
+TEST_F(Tool, IndexAlignsNamesByCharacters)
 {
-    const Result r = tool({"section", data("models.lib"), "--start", "5000", "--end", "6000"});
-    EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.out, QString());
+    writeFileBytes(path("u.lib"), ".model DIODE_\xc2\xb5 D (IS=1e-14)\n.model DX D (IS=1)\n.subckt R\xc3\xa9gul a b\nR1 a b 1\n.ends\n");
+    const Result r = tool({"index", temp("u.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("kind     name                             start        end     line  line-offset\n"
+                                    ".model   DIODE_\u00b5                               0         29        1            0\n"
+                                    ".model   DX                                   29         48        2            1\n"
+                                    ".subckt  R\u00e9gul                                48         82        3            2\n"
+                                    "3 definitions\n"));
+}
+
+// A range that starts at or past the end of the file names no definition: a usage error, as a range
+// that starts after its end is.
+TEST_F(Tool, SectionStartingAtOrPastTheEndOfTheFileIsRefused)
+{
+    const qint64 size = QFileInfo(data("models.lib")).size();
+    ASSERT_EQ(size, 318);
+    for (const QString& start : {QStringLiteral("318"), QStringLiteral("5000")}) {
+        const Result r = tool({"section", data("models.lib"), "--start", start, "--end", "6000"});
+        EXPECT_EQ(r.code, 2) << start.toStdString();
+        EXPECT_EQ(r.out, QString());
+        EXPECT_EQ(r.err, QStringLiteral("supportqt section: --start %1 lies at or past the end of %2, which has 318 characters\n")
+                             .arg(start, data("models.lib")));
+    }
+    // The last definition, which ends with the file, still reads.
+    const Result last = tool({"section", data("models.lib"), "--start", "238", "--end", "318"});
+    EXPECT_EQ(last.code, 0) << last.err.toStdString();
+    EXPECT_TRUE(last.out.startsWith(QStringLiteral("     1  .SUBCKT GATE_DRV"))) << last.out.toStdString();
 }
 
 TEST_F(Tool, CorpusLibrariesIndexAndReadBack)
@@ -919,6 +999,36 @@ TEST_F(Tool, ProgressLineWhileConvertingMoreThan64MiB)
     EXPECT_TRUE(piped.err.isEmpty());
 }
 
+// An error met while the progress line is shown starts a line of its own: the progress line is cleared
+// before it, not continued by it.
+TEST_F(Tool, AnErrorUnderTheProgressLineStartsALineOfItsOwn)
+{
+    // A results file of 200,000 runs (large enough for its reading to outlast the first drawing of the
+    // progress line) that lacks its closing tag: it fails to load once its runs were counted.
+    std::string text = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\" rev=\"1\">\n<header analysis=\".mc\" title=\"t\" />\n"
+                       "<meritfunction value=\"x\" name=\"m\">\n";
+    for (int c = 1; c <= 200000; ++c)
+        text += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c) + "\" />\n";
+    text += "</meritfunction>\n<steps>\n";
+    for (int c = 1; c <= 200000; ++c)
+        text += "<step case=\"" + std::to_string(c) + "\" seed=\"" + std::to_string(c) +
+                "\"><parameter name=\"R1.R\" nom=\"1000\" usedvalue=\"1010\" /></step>\n";
+    text += "</steps>\n";
+    const QString big = temp("cut.msw");
+    writeFileBytes(big.toStdString(), text);
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("script");
+    const QString script = QStandardPaths::findExecutable("script");
+    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
+    const Result r = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2'").arg(SUPPORTQT_TOOL_PATH, big), "/dev/null"});
+    EXPECT_EQ(r.code, 1);
+    ASSERT_TRUE(r.out.contains("supportqt: reading " + big + " (200000 runs) ... 0 s")) << r.out.toStdString();
+    const QString error = "supportqt results: the results file " + big + " does not load";
+    const int at = r.out.indexOf(error);
+    ASSERT_GT(at, 0) << r.out.toStdString();
+    EXPECT_EQ(r.out.mid(at - 4, 4), QStringLiteral("\r\x1b[K")) << r.out.toStdString();
+    EXPECT_EQ(r.out.count(error), 1);
+}
+
 TEST_F(Tool, ValidateAgainstTheInstalledSchema)
 {
     for (const char* name : {"results/buck_sensitivity.msw", "results/buck_montecarlo.msw", "results/buck_worstcase.msw"}) {
@@ -1206,6 +1316,36 @@ TEST_F(Tool, ReportUsageErrors)
     EXPECT_EQ(noDir.code, 1);
     EXPECT_TRUE(noDir.err.startsWith("supportqt report: ")) << noDir.err.toStdString();
     EXPECT_FALSE(QFile::exists(temp("x")));
+}
+
+// An output may not be the style sheet the report reads: not the report, not its chart, and not one of
+// the files that report all writes into its folder. The style sheet stays as it was.
+TEST_F(Tool, ReportRefusesAnOutputThatIsItsStyleSheet)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    const std::string css = "body { color: navy; }\n";
+    writeFileBytes(path("my.css"), css);
+    const QString styleError = "supportqt report: " + temp("my.css") + " is the style sheet being read; name another output\n";
+    const Result report = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("my.css")});
+    EXPECT_EQ(report.code, 2);
+    EXPECT_EQ(report.err, styleError);
+    const Result chart = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("r.html"), "--chart", temp("my.css")});
+    EXPECT_EQ(chart.code, 2);
+    EXPECT_EQ(chart.err, styleError);
+    EXPECT_FALSE(QFile::exists(temp("r.html")));
+    EXPECT_EQ(readFileBytes(path("my.css")), css);
+    ASSERT_TRUE(QDir().mkpath(temp("all")));
+    writeFileBytes(path("all/sensitivity.html"), css);
+    const Result all = tool({"report", "all", results, "--style", temp("all/sensitivity.html"), "-o", temp("all")});
+    EXPECT_EQ(all.code, 2);
+    EXPECT_EQ(all.err, "supportqt report: " + QDir(temp("all")).filePath("sensitivity.html") +
+                           " is the style sheet being read; name another folder\n");
+    EXPECT_EQ(readFileBytes(path("all/sensitivity.html")), css);
+    EXPECT_EQ(QDir(temp("all")).entryList(QDir::Files), QStringList{"sensitivity.html"});
+    // A style sheet beside the outputs is read as before.
+    const Result fine = tool({"report", "sens", results, "--style", temp("my.css"), "-o", temp("r.html")});
+    EXPECT_EQ(fine.code, 0) << fine.err.toStdString();
+    EXPECT_TRUE(QString::fromStdString(readFileBytes(path("r.html"))).contains("color: navy")) << "the style sheet's text is in the page";
 }
 
 // Checks an SVG with python3: it parses as XML, no two texts overlap, each text's box estimated from its
@@ -1819,6 +1959,31 @@ TEST_F(Tool, TextDetectAndConvertAgreeWithIconv)
     EXPECT_EQ(readFileBytes(wide.toStdString()), bytes.toStdString());
 }
 
+#ifndef Q_OS_WIN
+// text detect reads its input once, and both of its verdicts come from those bytes: a pipe named as a
+// file is judged as a file of its bytes is, and a FIFO is read without a second open that would wait
+// for a writer for ever.
+TEST_F(Tool, TextDetectReadsAPipeOrAFifoOnce)
+{
+    writeFileBytes(path("latin1.txt"), "caf\xe9\r\n");
+    const Result file = tool({"text", "detect", temp("latin1.txt")});
+    EXPECT_EQ(file.code, 0) << file.err.toStdString();
+    EXPECT_EQ(file.out, QStringLiteral("encoding: 8-bit, not UTF-8\nline ends: CR LF\n"));
+    const Result piped = runProgram(QStringLiteral("/bin/sh"), {"-c", "printf 'caf\\351\\r\\n' | \"$1\" text detect /dev/stdin", "sh",
+                                                                SUPPORTQT_TOOL_PATH});
+    EXPECT_EQ(piped.code, 0) << piped.err.toStdString();
+    EXPECT_EQ(piped.out, file.out);
+    const QString fifo = temp("text.fifo");
+    ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    // The writer writes once and goes; timeout ends a tool that would wait for another.
+    const Result fromFifo = runProgram(QStringLiteral("/bin/sh"),
+                                       {"-c", "printf 'caf\\303\\251\\r\\n' > \"$2\" & timeout 20 \"$1\" text detect \"$2\"", "sh",
+                                        SUPPORTQT_TOOL_PATH, fifo});
+    EXPECT_EQ(fromFifo.code, 0) << fromFifo.err.toStdString();
+    EXPECT_EQ(fromFifo.out, QStringLiteral("encoding: UTF-8\nline ends: CR LF\n"));
+}
+#endif
+
 TEST_F(Tool, WhyGivesTheDiagnosisKeywordAndMessage)
 {
     const QString missing = temp("missing.cir");
@@ -1874,6 +2039,22 @@ TEST_F(Tool, GlobAndRegex)
     EXPECT_EQ(o["captures"].toArray().toVariantList(), (QVariantList{"R12", "R", "12"}));
     EXPECT_TRUE(o["matched"].toBool());
 }
+
+#ifndef Q_OS_WIN
+// The exit-code line of --capture is a line of its own, after output whose last line has no line feed
+// too; output that ends its line gets no second one.
+TEST_F(Tool, RunCaptureEndsTheOutputsLastLineBeforeTheExitCode)
+{
+    const Result open = tool({"run", "printf abc", "--capture"});
+    EXPECT_EQ(open.code, 0) << open.err.toStdString();
+    EXPECT_EQ(open.out, QStringLiteral("abc\nexit code: 0\n"));
+    const Result ended = tool({"run", "printf abc\\n", "--capture"});
+    EXPECT_EQ(ended.code, 0) << ended.err.toStdString();
+    EXPECT_EQ(ended.out, QStringLiteral("abc\nexit code: 0\n"));
+    const Result none = tool({"run", "true", "--capture"});
+    EXPECT_EQ(none.out, QStringLiteral("exit code: 0\n"));
+}
+#endif
 
 TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
 {

@@ -18,7 +18,7 @@
 
 namespace {
 
-// Rows of text cells printed with each column as wide as its widest cell.
+// Rows of text cells printed with each column as wide as its widest cell, in characters.
 class Table {
 public:
     explicit Table(std::vector<std::string> header) { m_rows.push_back(std::move(header)); }
@@ -30,13 +30,13 @@ public:
             for (size_t i = 0; i < row.size(); ++i) {
                 if (width.size() <= i)
                     width.push_back(0);
-                width[i] = std::max(width[i], row[i].size());
+                width[i] = std::max(width[i], textColumns(row[i]));
             }
         for (const auto& row : m_rows) {
             std::string line;
             for (size_t i = 0; i < row.size(); ++i) {
                 const bool right = i < rightAligned.size() && rightAligned[i];
-                const std::string fill(width[i] - row[i].size(), ' ');
+                const std::string fill(width[i] - textColumns(row[i]), ' ');
                 line += right ? fill + row[i] : row[i] + (i + 1 < row.size() ? fill : std::string());
                 if (i + 1 < row.size())
                     line += "  ";
@@ -374,7 +374,8 @@ int runLibExtract(const QStringList& arguments)
                                        "it depends on, as the file has it, below a comment naming its file and line."));
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The library to write ('-' for standard output)."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("section")}, QStringLiteral("The section to find the definitions in."), QStringLiteral("NAME"));
-    command.addOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."), QStringLiteral("OLD=NEW"));
+    command.addRepeatableOption({QStringLiteral("rename")}, QStringLiteral("Write definition OLD as NEW (and the lines that name it)."),
+                                QStringLiteral("OLD=NEW"));
     addDialectOption(command);
     command.addJsonOption();
     SpiceLanguage language = SpiceLanguageNative;

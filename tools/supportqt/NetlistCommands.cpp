@@ -9,6 +9,7 @@
 #include "NetlistStream.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -186,11 +187,12 @@ public:
             *o++ = c;
         m_used += t.size();
     }
-    // The text, then blanks up to `width` (at least one).
+    // The text, then blanks up to `width` characters (at least one).
     void padded(std::string_view t, size_t width)
     {
         text(t);
-        const size_t fill = t.size() + 1 > width ? 1 : width - t.size();
+        const size_t columns = textColumns(t);
+        const size_t fill = columns + 1 > width ? 1 : width - columns;
         char* o = room(fill);
         for (size_t i = 0; i < fill; ++i)
             *o++ = ' ';
@@ -259,7 +261,8 @@ int runNetlist(const QStringList& arguments)
                                        "then the dialect, hierarchy separator, hierarchy flag and UTF-8 verdict."));
     command.addOption({QStringLiteral("dialect")}, QStringLiteral("Dialect to read with: native, pspice or hspice (default native)."),
                       QStringLiteral("DIALECT"), QStringLiteral("native"));
-    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text."));
+    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text\n"
+                                                                  "(native dialect, no title line)."));
     command.addOption({QStringLiteral("title")}, QStringLiteral("Take the first line as the title."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
@@ -269,12 +272,19 @@ int runNetlist(const QStringList& arguments)
     if (!parseDialect(command.value(QStringLiteral("dialect")), &language))
         return command.fail(ExitUsage, QStringLiteral("unknown dialect '%1'; valid dialects: native, pspice, hspice")
                                            .arg(command.value(QStringLiteral("dialect"))));
+    const bool literal = command.isSet(QStringLiteral("literal"));
+    const bool title = command.isSet(QStringLiteral("title"));
+    // The literal-preserving reader knows the native dialect only and takes no title line: what it
+    // would ignore is refused rather than shown as if it had been used.
+    if (literal && language != SpiceLanguageNative)
+        return command.fail(ExitUsage, QStringLiteral("--literal reads the native dialect only; leave out --dialect %1")
+                                           .arg(command.value(QStringLiteral("dialect"))));
+    if (literal && title)
+        return command.fail(ExitUsage, QStringLiteral("--literal reads no title line; give --literal or --title"));
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
 
-    const bool literal = command.isSet(QStringLiteral("literal"));
-    const bool title = command.isSet(QStringLiteral("title"));
     QList<LogicalLine> lines;
     const NetlistSummary summary = readWithSpiceStream(path, language, title, literal ? nullptr : &lines);
     bool literalRanOut = false;
@@ -396,6 +406,12 @@ int runSection(const QStringList& arguments)
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
+    // A range that starts at or past the end of the file names no definition; the reader would read it
+    // as empty input and print nothing.
+    const qint64 size = QFileInfo(path).size();
+    if (start >= size)
+        return command.fail(ExitUsage, QStringLiteral("--start %1 lies at or past the end of %2, which has %3 characters")
+                                           .arg(start).arg(command.positional().at(0)).arg(size));
 
     SymbolLoc location;
     location.fileName = toYs(path);

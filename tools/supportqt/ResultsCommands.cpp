@@ -434,15 +434,27 @@ int runResults(const QStringList& arguments)
     command.addJsonOption();
     // "--runs=LIST" is one option with an optional value; the parser takes it as --runs plus its list.
     QStringList parsed;
+    QStringList runLists;
     for (const QString& argument : arguments) {
-        if (argument.startsWith(QLatin1String("--runs=")))
+        if (argument.startsWith(QLatin1String("--runs="))) {
             parsed << QStringLiteral("--runs") << QStringLiteral("--runs-list") << argument.mid(7);
-        else
+            runLists << argument;
+        } else {
             parsed << argument;
+        }
     }
+    // Told by the name the user typed, before the parser would tell it as --runs-list.
+    if (runLists.size() > 1 && !arguments.contains(QStringLiteral("--help")) && !arguments.contains(QStringLiteral("--help-all")))
+        return command.fail(ExitUsage, QStringLiteral("--runs= is given more than once ('%1', then '%2'); give it once")
+                                           .arg(runLists.at(0), runLists.at(1)));
     const int early = command.parse(parsed, 1, 1);
     if (early >= 0)
         return early;
+    // Options the help shows as alternatives, or that the chosen output would leave unused, are refused.
+    if (command.isSet(QStringLiteral("exact")) && command.isSet(QStringLiteral("precision")))
+        return command.fail(ExitUsage, QStringLiteral("give --precision N or --exact, not both"));
+    if (command.isSet(QStringLiteral("table")) && command.json())
+        return command.fail(ExitUsage, QStringLiteral("give --table FORMAT or --json, not both (--table json prints the runs as JSON)"));
     NumberStyle number;
     long long digits = 6;
     if (!command.intValue(QStringLiteral("precision"), &digits))
@@ -749,14 +761,19 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
 
     const QDir folder(dir);
     const QString index = folder.filePath(QStringLiteral("index.html"));
-    // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
+    // An output that is the results file itself (by another name, a link, a hard link) would destroy it;
+    // so would one that is the style sheet.
     QStringList names{QStringLiteral("index.html")};
     for (const Written& f : files)
         names << f.name;
-    for (const QString& name : names)
+    for (const QString& name : names) {
         if (sameExistingFile(folder.filePath(name), resultsPath))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another folder")
                                                .arg(folder.filePath(name)));
+        if (!styleSheet.isEmpty() && sameExistingFile(folder.filePath(name), toQs(styleSheet)))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another folder")
+                                               .arg(folder.filePath(name)));
+    }
 
     HubSection section;
     section.source = resultsPath.toStdString();
@@ -881,9 +898,13 @@ int runReport(const QStringList& arguments)
         }
     }
     // An output that is the results file itself (by another name, a link, a hard link) would destroy it.
-    for (const QString& out : {output, chart})
+    // So would one that is the style sheet.
+    for (const QString& out : {output, chart}) {
         if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
+        if (!out.isEmpty() && !style.isEmpty() && sameExistingFile(out, style))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another output").arg(out));
+    }
     if (!chart.isEmpty() && sameOutputFile(chart, output))
         return command.fail(ExitUsage, QStringLiteral("the chart and the report would be one file; name another"));
     if (isStandardStream(chart))

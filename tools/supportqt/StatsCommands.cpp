@@ -277,8 +277,8 @@ int runStats(const QStringList& arguments)
                        "correlation of each parameter's deviation with the merit function, and the runs at its\n"
                        "minimum and maximum. Values that are not finite are counted apart and fail the limits.\n"
                        "NAME is a merit function's name or its defining text; LO or HI may be left empty."));
-    command.addOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
-                      QStringLiteral("NAME=LO:HI"));
+    command.addRepeatableOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
+                                QStringLiteral("NAME=LO:HI"));
     command.addOption({QStringLiteral("limits")}, QStringLiteral("Limits from a CSV file of name,lower,upper lines."),
                       QStringLiteral("FILE"));
     command.addOption({QStringLiteral("csv")}, QStringLiteral("Write the table as CSV."), QStringLiteral("OUT"));
@@ -290,6 +290,11 @@ int runStats(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
+    // Standard output takes one document: the CSV, the page, the JSON or else the text report.
+    const bool csvToStandardOutput = command.isSet(QStringLiteral("csv")) && isStandardStream(command.value(QStringLiteral("csv")));
+    const bool htmlToStandardOutput = command.isSet(QStringLiteral("html")) && isStandardStream(command.value(QStringLiteral("html")));
+    if (csvToStandardOutput + htmlToStandardOutput + command.json() > 1)
+        return command.fail(ExitUsage, QStringLiteral("standard output takes one of --csv -, --html - and --json; name a file for the others"));
     const QString path = command.positional().at(0);
     // An output that is the results file itself (by another name or a link) would destroy it.
     // So would one that is the limits file.
@@ -319,16 +324,8 @@ int runStats(const QStringList& arguments)
         if (code >= 0)
             return code;
     }
-    // QCommandLineParser keeps every value of a repeated option.
-    QStringList given;
-    for (int i = 1; i < arguments.size(); ++i) {
-        const QString& a = arguments[i];
-        if (a == QLatin1String("--limit") && i + 1 < arguments.size())
-            given << arguments[++i];
-        else if (a.startsWith(QLatin1String("--limit=")))
-            given << a.mid(8);
-    }
-    for (const QString& spec : given) {
+    // The parser keeps every value of the repeated option, however it was spelt ("-limit", "--limit=").
+    for (const QString& spec : command.values(QStringLiteral("limit"))) {
         const int eq = spec.lastIndexOf(QLatin1Char('='));
         const int colon = spec.indexOf(QLatin1Char(':'), eq + 1);
         if (eq <= 0 || colon < 0)
@@ -363,6 +360,9 @@ int runStats(const QStringList& arguments)
     }
     if (command.isSet(QStringLiteral("chart")) && !QDir().mkpath(command.value(QStringLiteral("chart"))))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(command.value(QStringLiteral("chart"))));
+    for (const QString& chart : charts)
+        if (!command.checkOutput(chart))
+            return ExitFailure;
     for (const char* option : {"csv", "html"}) {
         if (!command.isSet(QLatin1String(option)))
             continue;
@@ -391,6 +391,8 @@ int runStats(const QStringList& arguments)
                               {QStringLiteral("meritFunctions"), merits}});
         return ExitOk;
     }
+    if (csvToStandardOutput || htmlToStandardOutput)
+        return ExitOk; // the CSV or the page is the output
     Output out;
     printText(out, path, header, all);
     return ExitOk;

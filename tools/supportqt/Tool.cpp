@@ -51,6 +51,14 @@ void ToolCommand::addOption(const QStringList& names, const QString& description
                                          QStringLiteral("CSS"), QStringLiteral("SVG")};
     if (kPathValues.contains(valueName))
         m_pathOptions << names.last();
+    if (!valueName.isEmpty())
+        m_singleValued << names;
+}
+
+void ToolCommand::addRepeatableOption(const QStringList& names, const QString& description, const QString& valueName)
+{
+    addOption(names, description, valueName);
+    m_singleValued.removeAll(names);
 }
 
 void ToolCommand::addJsonOption()
@@ -81,6 +89,17 @@ int ToolCommand::parse(const QStringList& arguments, int minPositional, int maxP
         help.replace(0, firstLineEnd, QStringLiteral("Usage: supportqt %1 %2").arg(m_name, m_synopsis).trimmed());
         writeStream(stdout, help.toUtf8());
         return ExitOk;
+    }
+    // A value given twice would leave the first unused without a word: a single value is given once.
+    for (const QStringList& names : m_singleValued) {
+        const QStringList given = m_parser.values(names.last());
+        if (given.size() > 1) {
+            QStringList shown;
+            for (const QString& n : names)
+                shown << (n.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + n;
+            return fail(ExitUsage, QStringLiteral("%1 is given more than once ('%2', then '%3'); give it once")
+                                       .arg(shown.join(QLatin1Char('/')), given.at(0), given.at(1)));
+        }
     }
     // An empty path would name the current folder, or nothing: it is no path.
     for (const QString& option : m_pathOptions) {
@@ -113,7 +132,7 @@ bool g_failureReported = false;
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
-    writeStream(stderr, "supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
+    writeMessageLine("supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
     if (code != ExitOk)
         g_failureReported = true;
     return code;
@@ -264,13 +283,19 @@ bool writeTextFile(const QString& target, const std::string& text)
     });
 }
 
-Output& Output::pad(const std::string& text, int width)
+size_t textColumns(std::string_view text)
 {
-    const size_t w = static_cast<size_t>(width < 0 ? -width : width);
-    // Width counts characters, not bytes: UTF-8 continuation bytes take no column.
     size_t columns = 0;
     for (unsigned char c : text)
         columns += (c & 0xC0) != 0x80;
+    return columns;
+}
+
+Output& Output::pad(const std::string& text, int width)
+{
+    const size_t w = static_cast<size_t>(width < 0 ? -width : width);
+    // Width counts characters, not bytes.
+    const size_t columns = textColumns(text);
     const std::string fill(columns < w ? w - columns : 0, ' ');
     if (width < 0)
         m_text.append(fill).append(text);
@@ -362,6 +387,12 @@ std::string realText(double value)
     return sp_RealToShortestText(value).str();
 }
 
+namespace {
+// The progress line being shown, if any; guarded by g_shownProgressMutex.
+std::mutex g_shownProgressMutex;
+ProgressLine::Impl* g_shownProgress = nullptr;
+} // namespace
+
 struct ProgressLine::Impl {
     QByteArray prefix;
     QByteArray detail;
@@ -381,11 +412,32 @@ struct ProgressLine::Impl {
     }
 };
 
+void writeMessageLine(const std::string& line)
+{
+    std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+    if (!g_shownProgress) {
+        writeStream(stderr, line);
+        return;
+    }
+    // The progress line is cleared first, so that the message starts a line of its own; the progress
+    // line is drawn again below it at its next tick.
+    std::lock_guard<std::mutex> lock(g_shownProgress->mutex);
+    if (g_shownProgress->drawn)
+        writeStream(stderr, std::string("\r\x1b[K"));
+    g_shownProgress->drawn = false;
+    writeStream(stderr, line);
+    std::fflush(stderr);
+}
+
 ProgressLine::ProgressLine(const QString& what, bool shown)
 {
     if (!shown || !standardErrorIsTerminal())
         return;
     m_impl = new Impl;
+    {
+        std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+        g_shownProgress = m_impl;
+    }
     m_impl->prefix = "supportqt: " + what.toUtf8();
     m_impl->thread = std::thread([impl = m_impl] {
         const auto start = std::chrono::steady_clock::now();
@@ -406,6 +458,11 @@ ProgressLine::~ProgressLine()
 {
     if (!m_impl)
         return;
+    {
+        std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
+        if (g_shownProgress == m_impl)
+            g_shownProgress = nullptr;
+    }
     {
         std::lock_guard<std::mutex> lock(m_impl->mutex);
         m_impl->done = true;

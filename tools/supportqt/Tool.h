@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
 
 /// Exit codes of the tool.
 enum ToolExit {
@@ -31,6 +32,9 @@ public:
     /// Adds an option with a value (`valueName` not empty) or a flag.
     void addOption(const QStringList& names, const QString& description, const QString& valueName = QString(),
                    const QString& defaultValue = QString());
+    /// Adds an option with a value that may be given more than once; `values` has them all. Any other
+    /// option with a value may be given once only.
+    void addRepeatableOption(const QStringList& names, const QString& description, const QString& valueName);
     /// Adds "--json".
     void addJsonOption();
 
@@ -86,6 +90,7 @@ private:
     QCommandLineParser m_parser;
     QStringList m_optionNames;
     QStringList m_pathOptions; // the long names of the options whose value is a path
+    QList<QStringList> m_singleValued; // the names of each option with a value that may be given once only
     bool m_json = false;
 };
 
@@ -100,6 +105,10 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
 /// Writes a text file whole or not at all, as writeFileAtomically does; false when any of it could not be
 /// written (the buffered tail included).
 bool writeTextFile(const QString& target, const std::string& text);
+
+/// The columns that UTF-8 text takes in a table: its characters, not its bytes (continuation bytes
+/// take none).
+size_t textColumns(std::string_view text);
 
 /// Text output collected in memory and written to standard output in one go.
 class Output {
@@ -149,6 +158,7 @@ std::string realText(double value);
 /// when the object goes.
 class ProgressLine {
 public:
+    struct Impl;
     ProgressLine(const QString& what, bool shown);
     ~ProgressLine();
     /// Replaces the text after the elapsed time (a count of items done, say).
@@ -157,9 +167,12 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
 
 private:
-    struct Impl;
     Impl* m_impl = nullptr;
 };
+
+/// Writes a message line on standard error; a progress line being shown is cleared first, so that the
+/// message is not written onto its end.
+void writeMessageLine(const std::string& line);
 
 /// True when standard error is a terminal (a console on Windows).
 bool standardErrorIsTerminal();

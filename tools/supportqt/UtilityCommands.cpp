@@ -22,32 +22,45 @@
 
 namespace {
 
-// The UTF-8 verdict of a file's bytes, read in blocks: all of a file, the first 64 MiB of a device or
-// pipe (which may never end), and no more once the bytes are found not to be UTF-8.
-UTF8DetectEncoding detectUtf8(const QString& path)
+// What text detect learns of a file's bytes, read once in blocks: all of a file, the first 64 MiB of a
+// device or pipe (which may never end, and gives its bytes to one reading only). The line-end and UTF-16
+// classification looks at the first 1024 of those bytes, the UTF-8 verdict at all of them.
+struct DetectedText {
+    bool read = false;
+    bool wide = false, dos = false, mac = false, little = true;
+    UTF8DetectEncoding utf8 = Ascii;
+};
+
+DetectedText detectText(const QString& path)
 {
+    DetectedText detected;
     QFile file(path);
-    UTF8Detect detect;
     if (!file.open(QIODevice::ReadOnly))
-        return detect.getEncoding();
+        return detected;
+    UTF8Detect detect;
+    QByteArray head;
     qint64 left = QFileInfo(path).isFile() ? -1 : qint64(64) << 20;
     QByteArray block;
-    while (left != 0 && detect.getEncoding() != Invalid && !(block = file.read(1 << 20)).isEmpty()) {
+    while (left != 0 && !(block = file.read(1 << 20)).isEmpty()) {
         if (left > 0) {
             block.truncate(static_cast<int>(std::min<qint64>(left, block.size())));
             left -= block.size();
         }
-        for (char c : block)
-            detect.add(static_cast<unsigned char>(c));
+        if (head.size() < 1024)
+            head.append(block.left(1024 - head.size()));
+        // Once the bytes are found not to be UTF-8 the rest cannot change that verdict.
+        if (detect.getEncoding() != Invalid)
+            for (char c : block)
+                detect.add(static_cast<unsigned char>(c));
+        else if (head.size() >= 1024)
+            break;
     }
-    return detect.getEncoding();
-}
-
-// The verdict in words; a file that is not UTF-8 is said to be 8-bit.
-QString utf8Detected(const QString& path)
-{
-    const UTF8DetectEncoding encoding = detectUtf8(path);
-    return encoding == Invalid ? QStringLiteral("8-bit, not UTF-8") : QString::fromLatin1(utf8VerdictName(encoding));
+    if (file.error() != QFileDevice::NoError)
+        return detected;
+    detected.read = true;
+    sp_DetectTextFileFormat(head.constData(), head.size(), detected.wide, detected.dos, detected.mac, detected.little);
+    detected.utf8 = detect.getEncoding();
+    return detected;
 }
 
 int runTextDetect(const QStringList& arguments)
@@ -63,11 +76,14 @@ int runTextDetect(const QStringList& arguments)
     QString path;
     if (!command.inputArgument(&path))
         return ExitFailure;
-    bool wide = false, dos = false, mac = false, little = true;
-    if (!sp_DetectTextFileFormat(path, &wide, &dos, &mac, &little))
+    const DetectedText detected = detectText(path);
+    if (!detected.read)
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    const bool wide = detected.wide, dos = detected.dos, mac = detected.mac, little = detected.little;
+    // A file that is not UTF-8 is said to be 8-bit.
     const QString encoding = wide ? (little ? QStringLiteral("UTF-16 LE") : QStringLiteral("UTF-16 BE"))
-                                  : utf8Detected(path);
+                           : detected.utf8 == Invalid ? QStringLiteral("8-bit, not UTF-8")
+                                                      : QString::fromLatin1(utf8VerdictName(detected.utf8));
     const QString lineEnds = dos ? QStringLiteral("CR LF") : mac ? QStringLiteral("CR") : QStringLiteral("LF");
     if (command.json()) {
         printJson(QJsonObject{{QStringLiteral("file"), path},
@@ -131,7 +147,7 @@ int runTextConvert(const QStringList& arguments)
                                          .arg(QString::fromLatin1(to));
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
-                writeStream(stderr, QStringLiteral("supportqt text convert: %1\n").arg(lost).toUtf8());
+                command.warn(lost);
             }
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
@@ -354,6 +370,9 @@ int runRun(const QStringList& arguments)
     if (capture) {
         writeStream(stdout, captured.data(), captured.size());
         Output out;
+        // The exit-code line is a line of its own, even after output whose last line has no line feed.
+        if (!captured.empty() && captured.back() != '\n')
+            out << '\n';
         if (outcome.signal > 0)
             out << signalText << '\n';
         else
