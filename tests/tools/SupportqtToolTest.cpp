@@ -70,6 +70,15 @@ Result tool(const QStringList& arguments, const QString& workingDir = QString())
     return runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments, workingDir);
 }
 
+// Runs a shell command line on a pseudo-terminal (script), where standard error is a terminal; what the
+// tool writes to either stream comes back in `out`.
+Result onTerminal(const QString& commandLine)
+{
+    const QString script = QStandardPaths::findExecutable("script");
+    EXPECT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
+    return runProgram(script, {"-qec", commandLine, "/dev/null"});
+}
+
 QString example(const QString& relative)
 {
     return QStringLiteral(SUPPORTQT_EXAMPLES_DIR "/") + relative;
@@ -961,13 +970,11 @@ TEST_F(Tool, ProgressLineOnlyOnATerminalAndOnlyForLargeFiles)
     // Under a pseudo-terminal (script) standard error is a terminal. (A Windows build checks its console
     // case in the host-side test WindowsTool.ProgressLineOnAConsole, which runs it under script.)
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("script");
-    const QString script = QStandardPaths::findExecutable("script");
-    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
-    const Result onTerminal = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, big), "/dev/null"});
-    EXPECT_EQ(onTerminal.code, 0);
-    EXPECT_TRUE(onTerminal.out.contains("supportqt: reading " + big + " (10001 runs) ... 0 s")) << onTerminal.out.toStdString();
-    EXPECT_TRUE(onTerminal.out.contains("runs: 10001"));
-    const Result small = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, data("stats.msw")), "/dev/null"});
+    const Result shown = onTerminal(QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, big));
+    EXPECT_EQ(shown.code, 0);
+    EXPECT_TRUE(shown.out.contains("supportqt: reading " + big + " (10001 runs) ... 0 s")) << shown.out.toStdString();
+    EXPECT_TRUE(shown.out.contains("runs: 10001"));
+    const Result small = onTerminal(QStringLiteral("'%1' results '%2' --stats-only").arg(SUPPORTQT_TOOL_PATH, data("stats.msw")));
     EXPECT_FALSE(small.out.contains("supportqt: reading"));
 }
 
@@ -985,10 +992,7 @@ TEST_F(Tool, ProgressLineWhileConvertingMoreThan64MiB)
             ASSERT_EQ(file.write(block), block.size());
     }
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("script");
-    const QString script = QStandardPaths::findExecutable("script");
-    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
-    const Result r = runProgram(script, {"-qec", QStringLiteral("'%1' text convert '%2' -o '%3' --to UTF-16LE")
-                                                     .arg(SUPPORTQT_TOOL_PATH, big, temp("wide.cir")), "/dev/null"});
+    const Result r = onTerminal(QStringLiteral("'%1' text convert '%2' -o '%3' --to UTF-16LE").arg(SUPPORTQT_TOOL_PATH, big, temp("wide.cir")));
     EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(r.out.contains(QStringLiteral("supportqt: converting %1 (%2 MiB) ... 0 s").arg(big).arg(QFileInfo(big).size() >> 20)))
         << r.out.left(300).toStdString();
@@ -1017,9 +1021,7 @@ TEST_F(Tool, AnErrorUnderTheProgressLineStartsALineOfItsOwn)
     const QString big = temp("cut.msw");
     writeFileBytes(big.toStdString(), text);
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("script");
-    const QString script = QStandardPaths::findExecutable("script");
-    ASSERT_FALSE(script.isEmpty()) << "script (bsdutils) runs the tool on a pseudo-terminal";
-    const Result r = runProgram(script, {"-qec", QStringLiteral("'%1' results '%2'").arg(SUPPORTQT_TOOL_PATH, big), "/dev/null"});
+    const Result r = onTerminal(QStringLiteral("'%1' results '%2'").arg(SUPPORTQT_TOOL_PATH, big));
     EXPECT_EQ(r.code, 1);
     ASSERT_TRUE(r.out.contains("supportqt: reading " + big + " (200000 runs) ... 0 s")) << r.out.toStdString();
     const QString error = "supportqt results: the results file " + big + " does not load";
