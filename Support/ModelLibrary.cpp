@@ -1340,8 +1340,6 @@ private:
     std::string m_line;
 };
 
-// A partial index could name definitions wrongly: after a failure to allocate nothing is kept but the
-// remark (nor that when even it finds no memory).
 // Whether `index` is what `forgetIndex` leaves: memory ran out while it was made.
 bool ranOutOfMemory(const ModelLibIndex& index)
 {
@@ -1349,6 +1347,8 @@ bool ranOutOfMemory(const ModelLibIndex& index)
            index.diagnostics[0].line == 0 && index.diagnostics[0].message == "out of memory while indexing";
 }
 
+// A partial index could name definitions wrongly: after a failure to allocate nothing is kept but the
+// remark (nor that when even it finds no memory).
 void forgetIndex(ModelLibIndex* index)
 {
     index->definitions.clear();
@@ -2121,9 +2121,6 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
     return YString(out.c_str());
 }
 
-// A line of a definition that names a file, ".include FILE" or ".lib FILE SECTION", with FILE made absolute
-// from the folder of the library `fileName` (quoted), so that the extracted library written elsewhere
-// still finds it; any other line as it is.
 // The keyword that opens `line` ends at `*end`; true when it is ".lib" or ".include" (or a short form),
 // whose arguments name a file and a section, never a definition.
 bool namesAFile(const std::string& line, size_t* end, bool* lib)
@@ -2140,6 +2137,9 @@ bool namesAFile(const std::string& line, size_t* end, bool* lib)
     return *lib || keyword == ".include" || keyword == ".inc" || keyword == ".incl";
 }
 
+// A line of a definition that names a file, ".include FILE" or ".lib FILE SECTION", with FILE made absolute
+// from the folder of the library `fileName` (quoted), so that the extracted library written elsewhere
+// still finds it; any other line as it is.
 std::string withAbsoluteFile(const std::string& line, const YString& fileName)
 {
     size_t e = 0;
