@@ -2720,6 +2720,23 @@ TEST_F(Tool, MemoryThatRunsOutIsOneLineOnStandardError)
 }
 #endif
 
+// A file read from standard input is named "-" in the JSON, as the user named it, never by the
+// temporary copy the tool reads it from.
+TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
+{
+    const QList<QStringList> commands = {{"netlist", "-", "--json"},      {"index", "-", "--json"},
+                                         {"section", "-", "--start", "0", "--end", "11", "--json"},
+                                         {"lib", "defs", "-", "--json"},  {"lib", "sections", "-", "--json"},
+                                         {"lib", "check", "-", "--json"}, {"text", "detect", "-", "--json"},
+                                         {"controls", "-", "--json"}};
+    for (const QStringList& arguments : commands) {
+        const Result r = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments, QString(), ".model a d\nR1 a b 1k\n");
+        EXPECT_EQ(r.code, 0) << arguments.join(' ').toStdString() << ": " << r.err.toStdString();
+        EXPECT_EQ(parseJsonQt(r.out).value(QStringLiteral("file")).toString(), QStringLiteral("-"))
+            << arguments.join(' ').toStdString() << ": " << r.out.toStdString();
+    }
+}
+
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
 {
     const QString svg = temp("chart.svg");

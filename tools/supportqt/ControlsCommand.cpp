@@ -150,7 +150,7 @@ int runControls(const QStringList& arguments)
             statements.append(QJsonObject{{QStringLiteral("name"), QString::fromLatin1(s.name)},
                                           {QStringLiteral("present"), present[s.slot]},
                                           {QStringLiteral("enabled"), enabled[s.slot]}});
-        QJsonObject out{{QStringLiteral("file"), path},
+        QJsonObject out{{QStringLiteral("file"), shownPath(path)},
                         {QStringLiteral("params"), params},
                         {QStringLiteral("statements"), statements},
                         {QStringLiteral("kept"), QJsonObject{{QStringLiteral("switching"), toQs(result.treboltText)},

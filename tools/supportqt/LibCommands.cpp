@@ -220,7 +220,7 @@ int runLibSections(const QStringList& arguments)
                    std::to_string(reached), std::to_string(problems)});
     }
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("sections"), array}});
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("sections"), array}});
         return ExitOk;
     }
     Output out;
@@ -266,7 +266,7 @@ int runLibDefs(const QStringList& arguments)
         QJsonArray array;
         for (const DefinitionOf& d : definitions)
             array.append(definitionJson(*d.file, *d.definition));
-        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
     Table table({"kind", "name", "type/ports", "file", "line", "start", "end"});
@@ -302,7 +302,7 @@ int runLibCheck(const QStringList& arguments)
     if (status != ModelLibStatus::Ok)
         return statusFailure(command, status, path, section);
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("problems"), problemsJson(problems)}});
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("problems"), problemsJson(problems)}});
     } else {
         Output out;
         for (const ModelLibProblem& p : problems)
@@ -436,7 +436,7 @@ int runLibExtract(const QStringList& arguments)
     if (!writeTextFile(output, text.str()))
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("file"), path},
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)},
                               {QStringLiteral("output"), output},
                               {QStringLiteral("definitions"), count},
                               {QStringLiteral("problems"), problemsJson(problems)}});

@@ -301,7 +301,7 @@ int runNetlist(const QStringList& arguments)
                 o.insert(QStringLiteral("nonAscii"), l.nonAscii);
             array.append(o);
         }
-        QJsonObject result{{QStringLiteral("file"), path},
+        QJsonObject result{{QStringLiteral("file"), shownPath(path)},
                            {QStringLiteral("reader"), literal ? QStringLiteral("NewSpiceStream") : QStringLiteral("SpiceStream")},
                            {QStringLiteral("lines"), array},
                            {QStringLiteral("dialect"), QString::fromLatin1(dialectName(summary.language))},
@@ -360,7 +360,7 @@ int runIndex(const QStringList& arguments)
                                      {QStringLiteral("end"), d->end},
                                      {QStringLiteral("line"), d->line},
                                      {QStringLiteral("lineOffset"), d->line - 1}});
-        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("definitions"), array}});
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("definitions"), array}});
         return ExitOk;
     }
     // Libraries hold hundreds of thousands of definitions: rows are formatted by hand into one block.
@@ -426,7 +426,7 @@ int runSection(const QStringList& arguments)
         QJsonArray array;
         for (const LogicalLine& l : lines)
             array.append(lineJson(l, literal));
-        printJson(QJsonObject{{QStringLiteral("file"), path}, {QStringLiteral("lines"), array}});
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("lines"), array}});
         return ExitOk;
     }
     Output out;

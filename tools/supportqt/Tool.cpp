@@ -157,11 +157,14 @@ bool ToolCommand::checkInput(const QString& path) const
 
 namespace {
 
+// The temporary copy of standard input, once it is made.
+QString g_standardInputCopy;
+
 // Standard input read to its end into a temporary file, once; the file goes when the tool ends.
 QString standardInputFile()
 {
     static QTemporaryDir folder;
-    static QString path;
+    QString& path = g_standardInputCopy;
     static bool read = false;
     if (read)
         return path;
@@ -196,6 +199,11 @@ QString standardInputFile()
 }
 
 } // namespace
+
+QString shownPath(const QString& path)
+{
+    return !g_standardInputCopy.isEmpty() && path == g_standardInputCopy ? QStringLiteral("-") : path;
+}
 
 bool ToolCommand::input(QString* path) const
 {

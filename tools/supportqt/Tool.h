@@ -96,6 +96,8 @@ private:
 
 /// True for "-", the name of standard input or standard output on the command line.
 inline bool isStandardStream(const QString& path) { return path == QLatin1String("-"); }
+/// The path as the user gave it: "-" for the temporary copy that standard input was read into.
+QString shownPath(const QString& path);
 
 /// Writes a file whole or not at all, as the library's sp_ReplaceFileContent does: through links, in
 /// place for devices, keeping permissions; on failure `target` is as it was and no temporary file stays.

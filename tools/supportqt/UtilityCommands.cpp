@@ -86,7 +86,7 @@ int runTextDetect(const QStringList& arguments)
                                                       : QString::fromLatin1(utf8VerdictName(detected.utf8));
     const QString lineEnds = dos ? QStringLiteral("CR LF") : mac ? QStringLiteral("CR") : QStringLiteral("LF");
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("file"), path},
+        printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)},
                               {QStringLiteral("wide"), wide},
                               {QStringLiteral("littleEndian"), little},
                               {QStringLiteral("dos"), dos},
