@@ -226,9 +226,6 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     return replaced;
 }
 
-// Whether the runtime reads `mode` (after its first letter) without calling its invalid-parameter
-// handler, which ends the program: each of "+", "b" or "t" and its own letters once at most, not both
-// "b" and "t", then an optional ",ccs=" encoding it knows.
 // The size and times of the file a path names. A symbolic link or junction is followed to its target,
 // as stat follows one: the path's own attributes would be the link's (size 0, the link's times).
 bool targetAttributes(const char* utf8Path, WIN32_FILE_ATTRIBUTE_DATA* data)
@@ -257,6 +254,9 @@ bool targetAttributes(const char* utf8Path, WIN32_FILE_ATTRIBUTE_DATA* data)
     return true;
 }
 
+// Whether the runtime reads `mode` (after its first letter) without calling its invalid-parameter
+// handler, which ends the program: each of "+", "b" or "t" and its own letters once at most, not both
+// "b" and "t", then an optional ",ccs=" encoding it knows.
 bool runtimeTakesMode(const char* mode)
 {
     std::string seen;
