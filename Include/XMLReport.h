@@ -83,6 +83,9 @@ public:
             m_items.push_back(std::make_unique<T>());
         return *m_items[static_cast<size_t>(index)];
     }
+    /// The array of the entries' pointers, or null when there are none: lets a writer that visits many
+    /// vectors in scattered order ask for their memory ahead of its visit.
+    const void* storage() const { return m_items.data(); }
     void append(const T& item) { m_items.push_back(std::make_unique<T>(item)); }
     void append(T&& item) { m_items.push_back(std::make_unique<T>(std::move(item))); }
 
