@@ -48,8 +48,11 @@ public:
     YString& assign(const char* text, int length)
     {
         m_text.clear();
-        if (text && length > 0)
+        if (text && length > 0) {
+            if (length >= kLargeText)
+                reserveLarge(length);
             m_text.append(text, static_cast<size_t>(length));
+        }
         return *this;
     }
     YString& operator+=(const char* text) { return append(text); }
@@ -88,6 +91,10 @@ public:
     void reserve(int capacity) { m_text.reserve(capacity < 0 ? 0 : static_cast<size_t>(capacity)); }
 
 private:
+    // From this length on, a text is copied into a block the system is asked to back with large pages.
+    static constexpr int kLargeText = 8 << 20;
+    void reserveLarge(int length);
+
     std::string m_text;
 };
 

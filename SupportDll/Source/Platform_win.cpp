@@ -517,6 +517,9 @@ double monotonicSeconds()
     return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
+// Large pages on Windows need a privilege that a user rarely holds, and cannot back a heap block.
+void adviseLargeBlock(void*, size_t) {}
+
 int pidFromQtPid(long long qtPid)
 {
     // Qt's handle is a pointer to the system's PROCESS_INFORMATION. Values that cannot be one (negative,

@@ -3,7 +3,11 @@
 #include "YString.h"
 
 #include <climits>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -319,3 +323,71 @@ TEST(UTFString, HoldsUtf8AndWideForms)
     UTFString bad("\xFF");
     EXPECT_EQ(bad.getUtf16()[0], 0xFFFD);
 }
+
+// ---------------------------------------------------------------- large blocks
+
+#ifdef __linux__
+namespace {
+
+// The transparent huge page mode the kernel runs in ("always", "madvise" or "never"); empty when it
+// has none.
+std::string largePageMode()
+{
+    std::ifstream in("/sys/kernel/mm/transparent_hugepage/enabled");
+    std::string line;
+    std::getline(in, line);
+    const size_t open = line.find('['), close = line.find(']');
+    return open == std::string::npos || close == std::string::npos ? std::string()
+                                                                    : line.substr(open + 1, close - open - 1);
+}
+
+// Kibibytes of the mapping holding `address` that are backed by huge pages, from /proc/self/smaps.
+long long largePageKiB(const void* address)
+{
+    const auto at = reinterpret_cast<uintptr_t>(address);
+    std::ifstream in("/proc/self/smaps");
+    std::string line;
+    bool inside = false;
+    while (std::getline(in, line)) {
+        unsigned long long begin = 0, end = 0;
+        if (std::sscanf(line.c_str(), "%llx-%llx ", &begin, &end) == 2 && line.find(':') > line.find(' ')) {
+            inside = begin <= at && at < end;
+        } else if (inside && line.rfind("AnonHugePages:", 0) == 0) {
+            return std::stoll(line.substr(std::strlen("AnonHugePages:")));
+        }
+    }
+    return -1;
+}
+
+const int kBlock = 40 << 20;
+
+} // namespace
+
+TEST(LargeBlocks, LongBuffersQueuesAndTextsAreBackedByLargePages)
+{
+    const std::string mode = largePageMode();
+    if (mode.empty() || mode == "never")
+        GTEST_SKIP() << "the kernel offers no transparent huge pages";
+    const std::string chunk(65536, 'x');
+    Buf buf;
+    CharQueue queue;
+    while (buf.length() < kBlock) {
+        buf.append(chunk.data(), static_cast<int>(chunk.size()));
+        queue.append(chunk.data(), static_cast<int>(chunk.size()));
+    }
+    YString text;
+    text.assign(buf.data(), buf.length());
+    // Most of each 40 MiB block sits in whole 2 MiB pages; only its unaligned ends may not.
+    EXPECT_GE(largePageKiB(buf.data()), 32 * 1024);
+    EXPECT_GE(largePageKiB(queue.unread()), 32 * 1024);
+    EXPECT_GE(largePageKiB(text.c_str()), 32 * 1024);
+    EXPECT_EQ(text.length(), kBlock);
+    EXPECT_EQ(std::string(queue.unread(), 100), std::string(100, 'x'));
+    if (mode == "madvise") {
+        // The control: a block of the same size that nobody advised stays in small pages.
+        std::unique_ptr<char[]> plain(new char[kBlock]);
+        std::memset(plain.get(), 'x', kBlock);
+        EXPECT_EQ(largePageKiB(plain.get()), 0);
+    }
+}
+#endif
