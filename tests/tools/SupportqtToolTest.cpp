@@ -304,6 +304,10 @@ TEST_F(Tool, AnOptionGivenTwiceOrWithItsAlternativeIsAUsageError)
         {{"results", stats, "--table", "csv", "--json"},
          "supportqt results: give --table FORMAT or --json, not both (--table json prints the runs as JSON)\n"},
         {{"results", stats, "--exact", "--precision", "3"}, "supportqt results: give --precision N or --exact, not both\n"},
+        {{"results", stats, "--table", "csv", "--precision", "3"},
+         "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
+        {{"results", stats, "--json", "--precision=3"},
+         "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
     };
     for (const auto& c : cases) {
         const Result r = tool(c.arguments);

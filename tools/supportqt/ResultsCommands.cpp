@@ -455,6 +455,9 @@ int runResults(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("give --precision N or --exact, not both"));
     if (command.isSet(QStringLiteral("table")) && command.json())
         return command.fail(ExitUsage, QStringLiteral("give --table FORMAT or --json, not both (--table json prints the runs as JSON)"));
+    // The table and the JSON keep every digit, so a precision would be ignored.
+    if (command.isSet(QStringLiteral("precision")) && (command.isSet(QStringLiteral("table")) || command.json()))
+        return command.fail(ExitUsage, QStringLiteral("--precision shapes the text summary; --table and --json keep every digit"));
     NumberStyle number;
     long long digits = 6;
     if (!command.intValue(QStringLiteral("precision"), &digits))
