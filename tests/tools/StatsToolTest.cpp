@@ -173,6 +173,55 @@ TEST_F(StatsTool, JsonCarriesTheLibrarysNumbersForTheGivenLimits)
     EXPECT_EQ(merits[0]["verdict"].toString(), merits[0]["limits"]["failing"].toArray().isEmpty() ? "pass" : "fail");
 }
 
+// Merit functions that share a display name keep a key each (their definition, or else the name and
+// their position), in the run table's columns and JSON members and as the names a limit takes.
+TEST_F(StatsTool, MeritFunctionsThatShareANameKeepAKeyEach)
+{
+    std::string xml = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n";
+    const char* const merits[][2] = {{"max(v(a))", "gain"}, {"max(v(b))", "gain"}, {"x", "bw"}, {"x", "bw"}, {"gain", "y"}};
+    for (int m = 0; m < 5; ++m) {
+        xml += std::string("<meritfunction value=\"") + merits[m][0] + "\" name=\"" + merits[m][1] + "\">";
+        for (int c = 1; c <= 3; ++c)
+            xml += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(10 * (m + 1) + c) + "\"/>";
+        xml += "</meritfunction>\n";
+    }
+    xml += "<steps><step case=\"1\"/><step case=\"2\"/><step case=\"3\"/></steps></msw>\n";
+    writeFileBytes(path("same.msw"), xml);
+    const QString file = temp("same.msw");
+
+    const Result csv = tool({"results", file, "--table", "csv"});
+    ASSERT_EQ(csv.code, 0) << csv.err.toStdString();
+    const QStringList rows = csv.out.split(QLatin1Char('\n'));
+    ASSERT_EQ(rows.size(), 5);
+    EXPECT_EQ(rows[0], "case,seed,description,max(v(a)),max(v(b)),bw#3,bw#4,y");
+    EXPECT_EQ(rows[2], "2,,Run=2,12,22,32,42,52");
+    const QJsonObject values = parseJson(tool({"results", file, "--table", "json"}).out)["runs"][2]["values"].toObject();
+    EXPECT_EQ(values.keys(), (QStringList{"bw#3", "bw#4", "max(v(a))", "max(v(b))", "y"}));
+    EXPECT_EQ(values["max(v(a))"].toDouble(), 13);
+    EXPECT_EQ(values["max(v(b))"].toDouble(), 23);
+    EXPECT_EQ(values["bw#4"].toDouble(), 43);
+
+    // A shared name is no limit's name; a key, a unique definition or a unique name is.
+    const Result shared = tool({"stats", file, "--limit", "gain=0:100"});
+    EXPECT_EQ(shared.code, 2);
+    EXPECT_EQ(shared.err, "supportqt stats: 'gain' names 2 merit functions; name one of them: max(v(a)), max(v(b))\n");
+    EXPECT_EQ(shared.out, QString());
+    const Result sharedDefinition = tool({"stats", file, "--limit", "x=0:100"});
+    EXPECT_EQ(sharedDefinition.err, "supportqt stats: 'x' names 2 merit functions; name one of them: bw#3, bw#4\n");
+    const Result unknown = tool({"stats", file, "--limit", "phase=0:1"});
+    EXPECT_EQ(unknown.err, "supportqt stats: no merit function named 'phase'; the file has: max(v(a)), max(v(b)), bw#3, bw#4, y\n");
+    const Result keyed = tool({"stats", file, "--limit", "max(v(b))=0:22.5", "--limit", "bw#4=:0", "--limit", "y=50:", "--json"});
+    ASSERT_EQ(keyed.code, 0) << keyed.err.toStdString();
+    const QJsonArray stats = parseJson(keyed.out)["meritFunctions"].toArray();
+    ASSERT_EQ(stats.size(), 5);
+    EXPECT_FALSE(stats[0].toObject().contains("limits"));
+    EXPECT_EQ(stats[1]["limits"]["upper"].toDouble(), 22.5);
+    EXPECT_EQ(stats[1]["limits"]["pass"].toInt(), 2);
+    EXPECT_FALSE(stats[2].toObject().contains("limits"));
+    EXPECT_EQ(stats[3]["limits"]["pass"].toInt(), 0);
+    EXPECT_EQ(stats[4]["limits"]["pass"].toInt(), 3);
+}
+
 TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
 {
     const QString file = results();

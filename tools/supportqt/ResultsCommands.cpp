@@ -362,12 +362,14 @@ void printResults(const ResultsSummary& summary, const std::vector<const XMLRepo
 void printRunTable(const ResultsSummary& summary, const std::vector<const XMLReportInfo*>& runs, bool json)
 {
     const XMLReportHeader& header = *summary.header;
+    // Two merit functions may share a display name; each keeps a column and a JSON member of its own.
+    const QStringList keys = meritKeys(header);
     if (json) {
         QJsonArray rows;
         for (const XMLReportInfo* run : runs) {
             QJsonObject values, parameters;
             for (int m = 0; m < run->values.count() && m < header.meritFunctions.count(); ++m)
-                values.insert(toQs(header.meritFunctions[m].name), jsonReal(run->values[m].value));
+                values.insert(keys.at(m), jsonReal(run->values[m].value));
             for (int p = 0; p < run->parameters.count(); ++p)
                 if (!parameters.contains(toQs(run->parameters[p].name)))
                     parameters.insert(toQs(run->parameters[p].name), jsonReal(run->parameters[p].usedValue));
@@ -385,7 +387,7 @@ void printRunTable(const ResultsSummary& summary, const std::vector<const XMLRep
     Output out;
     out << "case,seed,description";
     for (int m = 0; m < header.meritFunctions.count(); ++m)
-        out << ',' << csvField(header.meritFunctions[m].name.str());
+        out << ',' << csvField(keys.at(m).toStdString());
     for (const QString& name : summary.parameterNames)
         out << ',' << csvField(name.toStdString());
     out << '\n';

@@ -29,34 +29,48 @@ bool limitValue(const QString& text, bool* has, double* value)
     return !*has || (sp_TextToReal(t.toUtf8().constData(), value) && !std::isnan(*value));
 }
 
-// The merit function that NAME names: its display name, or else its defining text; -1 when none.
-int meritNamed(const XMLReportHeader& header, const QString& name)
+// The merit functions that NAME names: the one whose key it is; else those with that display name; else
+// those with that defining text.
+QList<int> meritsNamed(const XMLReportHeader& header, const QString& name)
 {
-    for (int m = 0; m < header.meritFunctions.count(); ++m)
+    const int keyed = meritKeys(header).indexOf(name);
+    if (keyed >= 0)
+        return {keyed};
+    QList<int> named, defined;
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
         if (toQs(header.meritFunctions[m].name) == name)
-            return m;
-    for (int m = 0; m < header.meritFunctions.count(); ++m)
+            named << m;
         if (toQs(header.meritFunctions[m].value) == name)
-            return m;
-    return -1;
+            defined << m;
+    }
+    return named.isEmpty() ? defined : named;
 }
 
 QString meritNames(const XMLReportHeader& header)
 {
-    QStringList names;
-    for (int m = 0; m < header.meritFunctions.count(); ++m)
-        names << toQs(header.meritFunctions[m].name);
-    return names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral(", "));
+    const QStringList keys = meritKeys(header);
+    return keys.isEmpty() ? QStringLiteral("none") : keys.join(QStringLiteral(", "));
 }
 
 // Sets the limits of the merit function `name`; reports and returns the exit code on failure, -1 when done.
 int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QString& name, const QString& lower,
              const QString& upper, const QString& where, int badCode, std::vector<MeritLimits>* limits)
 {
-    const int m = meritNamed(header, name);
-    if (m < 0)
+    const QList<int> named = meritsNamed(header, name);
+    if (named.isEmpty())
         return command.fail(badCode, QStringLiteral("%1no merit function named '%2'; the file has: %3")
                                          .arg(where, name, meritNames(header)));
+    if (named.size() > 1) {
+        const QStringList keys = meritKeys(header);
+        QStringList which;
+        for (int m : named)
+            which << keys.at(m);
+        return command.fail(badCode, QStringLiteral("%1'%2' names %3 merit functions; name one of them: %4")
+                                         .arg(where, name)
+                                         .arg(named.size())
+                                         .arg(which.join(QStringLiteral(", "))));
+    }
+    const int m = named.first();
     MeritLimits l;
     if (!limitValue(lower, &l.hasLower, &l.lower) || !limitValue(upper, &l.hasUpper, &l.upper))
         return command.fail(badCode, QStringLiteral("%1the limits of '%2' are not numbers: '%3' and '%4'")

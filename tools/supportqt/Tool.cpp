@@ -7,12 +7,14 @@
 #include "FileServices.h"
 #include "QtSupport.h"
 #include "TextServices.h"
+#include "XMLReport.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QTemporaryDir>
 
 #include <chrono>
@@ -499,6 +501,34 @@ std::string csvField(const std::string& text)
             quoted += '"';
     }
     return quoted + '"';
+}
+
+QStringList meritKeys(const XMLReportHeader& header)
+{
+    QStringList names, definitions;
+    for (int m = 0; m < header.meritFunctions.count(); ++m) {
+        names << toQs(header.meritFunctions[m].name);
+        definitions << toQs(header.meritFunctions[m].value);
+    }
+    // The unique names first, so that no other key takes one of them.
+    QStringList keys = names;
+    QSet<QString> used;
+    for (const QString& name : names)
+        if (names.count(name) == 1)
+            used.insert(name);
+    for (int m = 0; m < names.size(); ++m) {
+        if (names.count(names.at(m)) == 1)
+            continue;
+        QString key = definitions.at(m);
+        if (definitions.count(key) != 1 || used.contains(key)) {
+            key = names.at(m) + QLatin1Char('#') + QString::number(m + 1);
+            while (used.contains(key))
+                key += QLatin1Char('#');
+        }
+        keys[m] = key;
+        used.insert(key);
+    }
+    return keys;
 }
 
 bool sameOutputFile(const QString& a, const QString& b)

@@ -135,6 +135,14 @@ private:
 /// line end (a carriage return or a line feed).
 std::string csvField(const std::string& text);
 
+struct XMLReportHeader;
+
+/// One key per merit function of the header, unique among them, for a JSON object or a table column:
+/// its display name when no other function has that name; else its defining text when no other function
+/// has that and no other key is that text; else its name, "#" and its position (from 1), with more "#"
+/// while another key is that text.
+QStringList meritKeys(const XMLReportHeader& header);
+
 /// "1 NOUN" or "N NOUNs": a count for a summary line (`noun` in the singular).
 std::string counted(long long n, const char* noun);
 
