@@ -1792,6 +1792,37 @@ TEST_F(Tool, ReportAllWritesTheLogsTheAnalysisCallsForAndAnIndexThatLinksThem)
 
 // The index escapes every text of the results, however hostile, and shows its summary in a laptop's
 // window without sideways scrolling, however long the names; its numbers are right-aligned.
+#ifndef Q_OS_WIN
+// Every file of report all is written aside before any replaces its previous one: a write that fails
+// (here the sensitivity report, past a file-size limit of 560 blocks of 512 bytes that the Monte Carlo
+// log still fits) leaves the whole folder as it was, and no temporary file behind.
+TEST_F(Tool, ReportAllThatFailsToWriteOneFileReplacesNone)
+{
+    const QString mc = example("results/buck_montecarlo.msw");
+    const QString dir = temp("kept");
+    ASSERT_TRUE(QDir().mkpath(dir));
+    const QStringList names{"index.html", "montecarlo.html", "sensitivity.csv", "sensitivity.html"};
+    for (const QString& name : names)
+        writeFileBytes((dir + "/" + name).toStdString(), "the previous " + name.toStdString() + "\n");
+    const QString line = QStringLiteral("ulimit -f 560; trap '' XFSZ; exec '%1' report all '%2' -o '%3'").arg(SUPPORTQT_TOOL_PATH, mc, dir);
+    const Result limited = runProgram(QStringLiteral("/bin/sh"), {"-c", line});
+    EXPECT_EQ(limited.code, 1);
+    EXPECT_EQ(limited.err, "supportqt report: cannot write " + dir + "/sensitivity.html; the folder is as it was\n");
+    EXPECT_EQ(limited.out, QString());
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name), names);
+    for (const QString& name : names)
+        EXPECT_EQ(readFileBytes((dir + "/" + name).toStdString()), "the previous " + name.toStdString() + "\n");
+    // Within the limit each file fits: the Monte Carlo log alone is written.
+    const Result log = runProgram(QStringLiteral("/bin/sh"),
+                                  {"-c", QStringLiteral("ulimit -f 560; trap '' XFSZ; exec '%1' report mc '%2' -o '%3'")
+                                             .arg(SUPPORTQT_TOOL_PATH, mc, temp("mc.html"))});
+    EXPECT_EQ(log.code, 0) << log.err.toStdString();
+    const Result whole = tool({"report", "all", mc, "-o", dir});
+    ASSERT_EQ(whole.code, 0) << whole.err.toStdString();
+    EXPECT_TRUE(readFileBytes((dir + "/montecarlo.html").toStdString()) == readFileBytes(path("mc.html")));
+}
+#endif
+
 TEST_F(Tool, ReportAllIndexEscapesItsTextsAndFitsA1280PixelWindow)
 {
     YHashTable<XMLReportInfo> table;

@@ -725,8 +725,7 @@ std::string sensitivityCsv(const YHashTable<XMLReportInfo>& table, const XMLRepo
 
 // `report all`: into the folder `dir`, the logs that the analysis calls for (both when it names neither
 // Monte Carlo nor worst case), the sensitivity report as HTML and CSV, and index.html, which shows the
-// header, the run statistics and the charts and links to the others. index.html comes last, so that
-// its links resolve whenever it is there.
+// header, the run statistics and the charts and links to the others.
 int writeReportFolder(const ToolCommand& command, const QString& resultsPath, const YHashTable<XMLReportInfo>& table,
                       const XMLReportHeader& header, const QString& dir, const YString& styleSheet, int sort,
                       const ChartOptions& charts, bool force)
@@ -796,21 +795,45 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
     if (!sensitivity && (!monteCarlo || force))
         section.charts.push_back(sensitivityTornadoSvg(table, header, charts));
 
-    Output out;
     for (const Written& f : files) {
-        const QString target = folder.filePath(f.name);
-        if (!command.checkOutput(target))
+        if (!command.checkOutput(folder.filePath(f.name)))
             return ExitFailure;
-        if (!writeFileAtomically(target, f.write))
-            return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(target));
         section.links.push_back(f.link);
-        out << "wrote " << target << '\n';
     }
-    const std::string title = header.title.isEmpty() ? "Results of " + resultsPath.toStdString() : header.title.str();
     if (!command.checkOutput(index))
         return ExitFailure;
-    if (!writeTextFile(index, reportHubPage(title, {section})))
-        return command.fail(ExitFailure, QStringLiteral("cannot write %1; it is as it was").arg(index));
+    const std::string title = header.title.isEmpty() ? "Results of " + resultsPath.toStdString() : header.title.str();
+    const std::string page = reportHubPage(title, {section});
+
+    // Each file's write holds the next file's, so every file is written aside before any replaces its
+    // previous one: a write that fails leaves the whole folder as it was. The replacements then run from
+    // the last file back, and index.html comes last, so that its links resolve whenever it is new.
+    QString failed;
+    int replaced = 0;
+    std::function<bool(size_t)> writeFrom = [&](size_t i) {
+        const bool isIndex = i == files.size();
+        const QString target = isIndex ? index : folder.filePath(files[i].name);
+        const bool written = writeFileAtomically(target, [&](const YString& temporary) {
+            if (!(isIndex ? writeTextFile(toQs(temporary), page) : files[i].write(temporary))) {
+                failed = target;
+                return false;
+            }
+            return i == 0 || writeFrom(i - 1);
+        });
+        if (failed.isEmpty() && !written)
+            failed = target;
+        replaced += written;
+        return written;
+    };
+    if (!writeFrom(files.size())) {
+        return command.fail(ExitFailure, replaced == 0 ? QStringLiteral("cannot write %1; the folder is as it was").arg(failed)
+                                                       : QStringLiteral("cannot write %1; %2 of the folder's files are new")
+                                                             .arg(failed)
+                                                             .arg(replaced));
+    }
+    Output out;
+    for (const Written& f : files)
+        out << "wrote " << folder.filePath(f.name) << '\n';
     out << "wrote " << index << '\n';
     return ExitOk;
 }
