@@ -35,9 +35,19 @@ struct MswMergeSummary {
 /// original number) followed by " (shard K case N)".
 ///
 /// The output is written as `sp_ReplaceFileContent` writes a file: whole or not at all. False with a
-/// one-line reason in `*message` (when not null) when a shard cannot be read, the merit functions
+/// one-line reason in `*message` (when not null) when a shard cannot be read, the output is a shard or a
+/// file that a shard appends (by any name that leads to it), the merit functions
 /// differ, a case number collides without `renumber`, there are no shards, the output would be too
 /// large for the reader (`YDomDocument::kMaxFileBytes`), or the output cannot be written. `summary`
 /// (when not null) is filled on success.
 [[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                                                   bool renumber, YString* message, MswMergeSummary* summary);
+
+/// Reads the results file `path` into `table` and `header` exactly as `sp_CompileSensReportData` does,
+/// and returns what it would. When `sources` is not null, appends to it every file the read took: `path`
+/// itself and each file it appends (to the reader's depth), each once, in the order the reader met them,
+/// as canonical absolute paths (a named file that does not exist as its absolute path). They are listed
+/// whether or not the read succeeds, up to where it stopped: an output that is one of them would change
+/// what `path` reads. Nothing is listed when memory runs out.
+[[nodiscard]] SUPPORTQT_API bool sp_CompileMswWithSources(const YString& path, YHashTable<XMLReportInfo>* table,
+                                                          XMLReportHeader* header, std::vector<YString>* sources);

@@ -50,6 +50,7 @@ struct ReadContext {
     };
     int depth = 0;
     std::unordered_set<std::string> files;
+    std::vector<std::string> met; // the keys of `files`, in the order met
     std::vector<std::string> chain;
     long long values = 0;
     long long width = 0; // the most values any record has, or will have once the deferred ones are in
@@ -197,6 +198,7 @@ bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLRepor
         return false;
     if (!context->files.insert(key).second)
         return true;
+    context->met.push_back(key);
     context->chain.push_back(key);
     const bool ok = readMswFileOnce(path, table, header, context);
     context->chain.pop_back();
@@ -753,6 +755,12 @@ bool sp_WriteMswFile(const YString& path, const YHashTable<XMLReportInfo>& table
 
 bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header)
 {
+    return xmlreport::compileResults(path, table, header, nullptr);
+}
+
+bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                               std::vector<YString>* sources)
+{
     if (!table || !header)
         return false;
     try {
@@ -764,6 +772,10 @@ bool sp_CompileSensReportData(const YString& path, YHashTable<XMLReportInfo>* ta
             context.cells += record.values.count();
         }
         const bool ok = readMswFile(path, table, header, &context);
+        // Listed whether or not the read succeeded: a caller guards these files against being overwritten.
+        if (sources)
+            for (const std::string& key : context.met)
+                sources->push_back(YString(key.c_str(), static_cast<int>(key.size())));
         // Deltas make the table dense (every run gets a value of every merit function): refused when
         // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
         // would make it.

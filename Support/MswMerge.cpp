@@ -78,11 +78,18 @@ struct Shard {
 
 // As the reader does: a file that appends itself (through any chain) fails, a file appended twice is
 // read once, and a file with a run whose case number an int does not hold fails.
+// The key the reader knows a file by: its canonical path, or the absolute path of a file that does not
+// exist.
+std::string fileKey(const YString& path)
+{
+    const QFileInfo info(toQs(path));
+    return (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
+}
+
 bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain,
              std::unordered_set<std::string>* read, Shard* shard)
 {
-    const QFileInfo info(toQs(path));
-    const std::string key = (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
+    const std::string key = fileKey(path);
     if (chain->count(key))
         return false;
     if (!read->insert(key).second)
@@ -115,10 +122,11 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
     return ok;
 }
 
-bool loadShard(const YString& path, Shard* shard)
+// Reads a shard; `read` (when not null) gets the keys of the files it took.
+bool loadShard(const YString& path, Shard* shard, std::unordered_set<std::string>* read = nullptr)
 {
-    std::unordered_set<std::string> chain, read;
-    return collect(path, 0, &chain, &read, shard);
+    std::unordered_set<std::string> chain, files;
+    return collect(path, 0, &chain, read ? read : &files, shard);
 }
 
 // The case numbers of a shard, each once, in the order met.
@@ -210,10 +218,16 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         MswMergeSummary result;
         std::string shardsElement;
 
+        const std::string outputKey = fileKey(output);
         for (size_t i = 0; i < shards.size(); ++i) {
             Shard shard;
-            if (!loadShard(shards[i], &shard))
+            std::unordered_set<std::string> read;
+            if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
+            // Replacing a file that a shard reads would change that shard, or a file it appends, under it.
+            if (read.count(outputKey))
+                return fail(message, "the output " + std::string(output.c_str()) + " is a file that " + shardName(i) +
+                                         " reads; name another");
             if (i == 0) {
                 for (const YRef<YDomElement>& m : shard.merits)
                     merits.push_back({m->getAttribute("value"), m->getAttribute("name")});
@@ -410,4 +424,10 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
     } catch (...) {
         return fail(message, "out of memory");
     }
+}
+
+bool sp_CompileMswWithSources(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                              std::vector<YString>* sources)
+{
+    return xmlreport::compileResults(path, table, header, sources);
 }

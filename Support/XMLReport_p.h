@@ -19,4 +19,10 @@ bool caseFits(const Element& run)
 /// The label of a run name ("Refdes:R1/DevParam:R/Term:1") at a detail level from 1 to 5: "Lot: ...",
 /// "Ref: ..." or "Var: ..." with more of the name's items as the level grows; the name itself at 5.
 YString makeRunLabel(const YString& name, int detail);
+
+/// Reads a results file as sp_CompileSensReportData does; when `sources` is not null, appends to it every
+/// file the read took, each once, in the order met, by the key the reader knows it by (the canonical
+/// path, or the absolute path of a file that does not exist).
+bool compileResults(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
+                    std::vector<YString>* sources);
 } // namespace xmlreport

@@ -8,6 +8,7 @@
 #include "XMLReport.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <cmath>
 #include <cstring>
@@ -363,6 +364,76 @@ TEST_F(MswMerge, AShardThatAppendsItsCoresIsMergedAsTheReaderReadsIt)
     EXPECT_EQ(header.numCores, 3);
     EXPECT_EQ(findCase(table, 3)->description, YString());
     EXPECT_EQ(findCase(table, 2)->description, YString("Run=2"));
+}
+
+// The reader's files are listed once each, in the order met, by canonical path: a link is listed as the
+// file it leads to, a file appended twice once, and a read that fails lists the files up to the failure.
+TEST_F(MswMerge, TheFilesAReadTakesAreListedOnceInTheOrderMet)
+{
+    writeFileBytes(path("core1.msw"), R"(<?xml version="1.0"?><msw version="1.0"><steps><step case="1"/></steps></msw>)");
+    writeFileBytes(path("core2.msw"), R"(<?xml version="1.0"?><msw version="1.0"><steps><step case="2"/></steps></msw>)");
+    // Another name for core1.msw: a symbolic link (Windows makes a shortcut file instead, which is no link).
+#ifdef Q_OS_WIN
+    const std::string alias = path(".") + "/core1.msw";
+#else
+    const std::string alias = path("link.msw");
+    ASSERT_TRUE(QFile::link(QString::fromStdString(path("core1.msw")), QString::fromStdString(alias)));
+#endif
+    const std::string main = R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="1" value="1"/><sensval case="2" value="2"/></meritfunction>
+<append><file path=")" + path("core2.msw") + R"("/><file path=")" + alias + R"("/><file path=")" +
+                             path("core1.msw") + R"("/></append></msw>)";
+    writeFileBytes(path("main.msw"), main);
+    YHashTable<XMLReportInfo> table, plain;
+    XMLReportHeader header, plainHeader;
+    std::vector<YString> sources{YString("kept")};
+    ASSERT_TRUE(sp_CompileMswWithSources(p("main.msw"), &table, &header, &sources));
+    ASSERT_TRUE(sp_CompileSensReportData(p("main.msw"), &plain, &plainHeader));
+    const std::string dir = QFileInfo(QString::fromStdString(path(""))).canonicalFilePath().toStdString();
+    ASSERT_EQ(sources.size(), 4u);
+    EXPECT_EQ(sources[0], YString("kept"));
+    EXPECT_EQ(sources[1], YString((dir + "/main.msw").c_str()));
+    EXPECT_EQ(sources[2], YString((dir + "/core2.msw").c_str()));
+    EXPECT_EQ(sources[3], YString((dir + "/core1.msw").c_str()));
+    EXPECT_EQ(table.count(), plain.count());
+    EXPECT_EQ(findCase(table, 2)->values[0].value, 2.0);
+    EXPECT_EQ(header.meritFunctions.count(), plainHeader.meritFunctions.count());
+
+    // A file that does not exist ends the read: it is listed by its absolute path, and no file after it.
+    writeFileBytes(path("broken.msw"), R"(<?xml version="1.0"?><msw version="1.0"><append><file path=")" + path("gone.msw") +
+                                           R"("/><file path=")" + path("core1.msw") + R"("/></append></msw>)");
+    sources.clear();
+    YHashTable<XMLReportInfo> broken;
+    EXPECT_FALSE(sp_CompileMswWithSources(p("broken.msw"), &broken, &header, &sources));
+    ASSERT_EQ(sources.size(), 2u);
+    EXPECT_EQ(sources[1], YString((dir + "/gone.msw").c_str()));
+    EXPECT_FALSE(sp_CompileMswWithSources(p("main.msw"), nullptr, &header, &sources));
+}
+
+// A merge whose output is a shard's appended file (here by a link to it) would change that shard under
+// it: it fails before anything is written.
+TEST_F(MswMerge, AnOutputThatAShardReadsFailsAndIsLeftAsItWas)
+{
+    const std::string core = R"(<?xml version="1.0"?><msw version="1.0"><steps><step case="1"/></steps></msw>)";
+    writeFileBytes(path("core1.msw"), core);
+    writeFileBytes(path("main.msw"), R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="1" value="1"/></meritfunction>
+<append><file path=")" + path("core1.msw") + R"("/></append></msw>)");
+    writeFileBytes(path("other.msw"), R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case="9" value="8"/></meritfunction></msw>)");
+#ifdef Q_OS_WIN
+    const std::string alias = path(".") + "/core1.msw";
+#else
+    const std::string alias = path("alias.msw");
+    ASSERT_TRUE(QFile::link(QString::fromStdString(path("core1.msw")), QString::fromStdString(alias)));
+#endif
+    YString message;
+    EXPECT_FALSE(sp_MergeMswFiles({p("other.msw"), p("main.msw")}, YString(alias.c_str()), false, &message, nullptr));
+    EXPECT_EQ(message, YString(("the output " + alias + " is a file that " + path("main.msw") + " reads; name another").c_str()));
+    EXPECT_EQ(readFileBytes(path("core1.msw")), core);
+    EXPECT_FALSE(sp_MergeMswFiles({p("main.msw")}, p("main.msw"), false, &message, nullptr));
+    EXPECT_EQ(message, YString(("the output " + path("main.msw") + " is a file that " + path("main.msw") + " reads; name another").c_str()));
+    ASSERT_TRUE(sp_MergeMswFiles({p("main.msw"), p("other.msw")}, p("merged.msw"), false, &message, nullptr)) << message.c_str();
 }
 
 TEST_F(MswMerge, TwoHundredShardsMergeAndTheirSummariesAreTheWhole)

@@ -1823,6 +1823,39 @@ TEST_F(Tool, ReportAllThatFailsToWriteOneFileReplacesNone)
 }
 #endif
 
+// An output that is a file the results file appends would change what the results file reads: report,
+// report all and stats refuse it, by any name that leads to it, and leave it as it was.
+TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
+{
+    const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";
+    ASSERT_TRUE(QDir().mkpath(temp("folder")));
+    writeFileBytes(path("folder/sensitivity.csv"), core);
+    writeFileBytes(path("main.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
+                                     "<sensval case=\"1\" value=\"1\"/><sensval case=\"2\" value=\"3\"/></meritfunction>"
+                                     "<append><file path=\"" + path("folder/sensitivity.csv") + "\"/></append></msw>\n");
+    const QString main = temp("main.msw");
+    const QString appended = temp("folder/sensitivity.csv");
+    const QString error = "supportqt report: " + appended + " is a file that the results file appends; name another output\n";
+    const Result csv = tool({"report", "csv", main, "-o", appended});
+    EXPECT_EQ(csv.code, 2);
+    EXPECT_EQ(csv.err, error);
+    const QString other = temp("folder/../folder/sensitivity.csv");
+    const Result otherName = tool({"report", "sens", main, "-o", other});
+    EXPECT_EQ(otherName.err, "supportqt report: " + other + " is a file that the results file appends; name another output\n");
+    const Result all = tool({"report", "all", main, "-o", temp("folder")});
+    EXPECT_EQ(all.code, 2);
+    EXPECT_EQ(all.err, "supportqt report: " + QDir(temp("folder")).filePath("sensitivity.csv") +
+                           " is a file that the results file appends; name another output\n");
+    const Result stats = tool({"stats", main, "--csv", appended});
+    EXPECT_EQ(stats.code, 2);
+    EXPECT_EQ(stats.err, "supportqt stats: " + appended + " is a file that the results file appends; name another output\n");
+    EXPECT_EQ(readFileBytes(path("folder/sensitivity.csv")), core);
+    EXPECT_EQ(QDir(temp("folder")).entryList(QDir::Files | QDir::Hidden), QStringList{"sensitivity.csv"});
+    // Another file is written as before.
+    ASSERT_EQ(tool({"report", "csv", main, "-o", temp("kept.csv")}).code, 0);
+    EXPECT_EQ(readFileBytes(path("kept.csv")), "Case#,Reference,\"a\",Delta,Norm\n1,,1,0,0\n2,Run=2,3,2,!DIV0\n");
+}
+
 TEST_F(Tool, ReportAllIndexEscapesItsTextsAndFitsA1280PixelWindow)
 {
     YHashTable<XMLReportInfo> table;

@@ -28,6 +28,10 @@ int runHelpUrl(const QStringList& arguments);
 int runDemo(const QStringList& arguments);
 
 /// Reads a results file for a subcommand: checks that it can be read and is a results file, shows
-/// progress for a large one, and reports why when it does not load (false then).
+/// progress for a large one, and reports why when it does not load (false then). `*appended` (when not
+/// null) gets the files it appends.
 bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
-                     XMLReportHeader* header);
+                     XMLReportHeader* header, QStringList* appended = nullptr);
+/// False, with a usage error, when `output` is one of the `appended` files: replacing it would change
+/// what the results file reads.
+bool checkNotAppended(const ToolCommand& command, const QString& output, const QStringList& appended);

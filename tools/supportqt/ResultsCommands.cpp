@@ -7,6 +7,7 @@
 
 #include "CheckedReports.h"
 #include "MeritReplace.h"
+#include "MswMerge.h"
 #include "Reports.h"
 #include "SchemaValidation.h"
 #include "TextServices.h"
@@ -89,10 +90,10 @@ void warnOfCasesThatAreNoNumbers(const ToolCommand& command, const QString& show
     command.warn(message);
 }
 
-// Reads a results file into `table` and `header`; reports and returns false when it cannot be read or
-// does not load.
+// Reads a results file into `table` and `header`, and the files it appends into `*appended` (when not
+// null); reports and returns false when it cannot be read or does not load.
 bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
-                 XMLReportHeader* header)
+                 XMLReportHeader* header, QStringList* appended = nullptr)
 {
     QString name = path; // standard input ("-") becomes the file it was read into
     if (!command.input(&name))
@@ -118,7 +119,12 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
     const long long steps = standardErrorIsTerminal() ? countSteps(name) : 0;
     {
         ProgressLine progress(QStringLiteral("reading %1 (%2 runs)").arg(path).arg(steps), steps > 10000);
-        if (!sp_CompileSensReportData(toYs(name), table, header)) {
+        std::vector<YString> sources;
+        const bool loaded = sp_CompileMswWithSources(toYs(name), table, header, &sources);
+        // The first file the reader met is the results file itself.
+        for (size_t i = 1; appended && i < sources.size(); ++i)
+            *appended << toQs(sources[i]);
+        if (!loaded) {
             command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
                                                      "version 1.0 results file, or a file it appends cannot be read").arg(path));
             return false;
@@ -177,9 +183,19 @@ QString defaultSchema()
 } // namespace
 
 bool loadResultsFile(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
-                     XMLReportHeader* header)
+                     XMLReportHeader* header, QStringList* appended)
 {
-    return loadResults(command, path, table, header);
+    return loadResults(command, path, table, header, appended);
+}
+
+bool checkNotAppended(const ToolCommand& command, const QString& output, const QStringList& appended)
+{
+    for (const QString& file : appended)
+        if (sameExistingFile(output, file)) {
+            command.fail(ExitUsage, QStringLiteral("%1 is a file that the results file appends; name another output").arg(output));
+            return false;
+        }
+    return true;
 }
 
 namespace {
@@ -726,9 +742,9 @@ std::string sensitivityCsv(const YHashTable<XMLReportInfo>& table, const XMLRepo
 // `report all`: into the folder `dir`, the logs that the analysis calls for (both when it names neither
 // Monte Carlo nor worst case), the sensitivity report as HTML and CSV, and index.html, which shows the
 // header, the run statistics and the charts and links to the others.
-int writeReportFolder(const ToolCommand& command, const QString& resultsPath, const YHashTable<XMLReportInfo>& table,
-                      const XMLReportHeader& header, const QString& dir, const YString& styleSheet, int sort,
-                      const ChartOptions& charts, bool force)
+int writeReportFolder(const ToolCommand& command, const QString& resultsPath, const QStringList& appended,
+                      const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, const QString& dir,
+                      const YString& styleSheet, int sort, const ChartOptions& charts, bool force)
 {
     if (isStandardStream(dir))
         return command.fail(ExitUsage, QStringLiteral("report all writes several files; name a folder for them"));
@@ -774,6 +790,8 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
         if (sameExistingFile(folder.filePath(name), resultsPath))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another folder")
                                                .arg(folder.filePath(name)));
+        if (!checkNotAppended(command, folder.filePath(name), appended))
+            return ExitUsage;
         if (!styleSheet.isEmpty() && sameExistingFile(folder.filePath(name), toQs(styleSheet)))
             return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another folder")
                                                .arg(folder.filePath(name)));
@@ -895,7 +913,8 @@ int runReport(const QStringList& arguments)
     const QString output = command.value(QStringLiteral("output"));
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
-    if (!loadResults(command, command.positional().at(1), &table, &header))
+    QStringList appended;
+    if (!loadResults(command, command.positional().at(1), &table, &header, &appended))
         return ExitFailure;
     const int columns = 2 + 3 * header.meritFunctions.count();
     if (!sortIsNumber) {
@@ -912,8 +931,8 @@ int runReport(const QStringList& arguments)
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
     if (kind == QLatin1String("all"))
-        return writeReportFolder(command, command.positional().at(1), table, header, output, toYs(style), static_cast<int>(sort),
-                                 chartOptions, command.isSet(QStringLiteral("force")));
+        return writeReportFolder(command, command.positional().at(1), appended, table, header, output, toYs(style),
+                                 static_cast<int>(sort), chartOptions, command.isSet(QStringLiteral("force")));
     // A Monte Carlo run moves every parameter at once, so a run's normalised sensitivity credits one
     // parameter with what all of them did: the report still shows them, the chart only when asked.
     QString chart = chartOption;
@@ -930,6 +949,8 @@ int runReport(const QStringList& arguments)
     for (const QString& out : {output, chart}) {
         if (!out.isEmpty() && sameExistingFile(out, command.positional().at(1)))
             return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another output").arg(out));
+        if (!out.isEmpty() && !checkNotAppended(command, out, appended))
+            return ExitUsage;
         if (!out.isEmpty() && !style.isEmpty() && sameExistingFile(out, style))
             return command.fail(ExitUsage, QStringLiteral("%1 is the style sheet being read; name another output").arg(out));
     }

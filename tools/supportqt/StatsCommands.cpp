@@ -329,8 +329,12 @@ int runStats(const QStringList& arguments)
     }
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
-    if (!loadResultsFile(command, path, &table, &header))
+    QStringList appended;
+    if (!loadResultsFile(command, path, &table, &header, &appended))
         return ExitFailure;
+    for (const char* option : {"csv", "html"})
+        if (command.isSet(QLatin1String(option)) && !checkNotAppended(command, command.value(QLatin1String(option)), appended))
+            return ExitUsage;
 
     std::vector<MeritLimits> limits(static_cast<size_t>(header.meritFunctions.count()));
     if (command.isSet(QStringLiteral("limits"))) {
