@@ -92,7 +92,7 @@ public:
 
 private:
     // From this length on, a text is copied into a block the system is asked to back with large pages.
-    static constexpr int kLargeText = 8 << 20;
+    static constexpr int kLargeText = 32 << 20;
     void reserveLarge(int length);
 
     std::string m_text;

@@ -155,8 +155,8 @@ double monotonicSeconds()
 void adviseLargeBlock(void* block, size_t bytes)
 {
 #ifdef MADV_HUGEPAGE
-    // The pages the block spans. The C library maps a block this large on its own, so they are exactly
-    // that mapping's pages, and the advice neither splits a mapping nor touches another block.
+    // The pages the block spans. A block of the sizes advised is a mapping of its own, whose pages these
+    // are exactly: the advice splits no mapping and reaches no other block.
     const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     const uintptr_t begin = reinterpret_cast<uintptr_t>(block) & ~(page - 1);
     const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + bytes + page - 1) & ~(page - 1);
