@@ -117,11 +117,11 @@ QJsonArray problemsJson(const std::vector<ModelLibProblem>& problems)
     for (const ModelLibProblem& p : problems) {
         QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(problemKindName(p.kind))},
                       {QStringLiteral("name"), toQs(p.name)},
-                      {QStringLiteral("file"), toQs(p.file)},
+                      {QStringLiteral("file"), namingStandardInput(toQs(p.file))},
                       {QStringLiteral("line"), p.line},
-                      {QStringLiteral("message"), toQs(p.message)}};
+                      {QStringLiteral("message"), namingStandardInput(toQs(p.message))}};
         if (!p.otherFile.isEmpty()) {
-            o.insert(QStringLiteral("otherFile"), toQs(p.otherFile));
+            o.insert(QStringLiteral("otherFile"), namingStandardInput(toQs(p.otherFile)));
             o.insert(QStringLiteral("otherLine"), p.otherLine);
         }
         array.append(o);
@@ -306,7 +306,7 @@ int runLibCheck(const QStringList& arguments)
     } else {
         Output out;
         for (const ModelLibProblem& p : problems)
-            out << problemKindName(p.kind) << ": " << p.message << '\n';
+            out << problemKindName(p.kind) << ": " << namingStandardInput(toQs(p.message)).toStdString() << '\n';
         out << counted(static_cast<long long>(problems.size()), "problem") << '\n';
     }
     return problems.empty() ? ExitOk : ExitNegative;
@@ -444,7 +444,7 @@ int runLibExtract(const QStringList& arguments)
     }
     Output out;
     for (const ModelLibProblem& p : problems)
-        out << "warning: " << p.message << '\n';
+        out << "warning: " << namingStandardInput(toQs(p.message)).toStdString() << '\n';
     out << "wrote " << count << " definitions to " << output << '\n';
     return ExitOk;
 }

@@ -129,12 +129,22 @@ bool ToolCommand::intValue(const QString& name, long long* result) const
 namespace {
 // Set once a command has said on standard error why it failed.
 bool g_failureReported = false;
+
+// The temporary copy of standard input, once it is made.
+QString g_standardInputCopy;
+} // namespace
+
+QString namingStandardInput(QString text)
+{
+    if (!g_standardInputCopy.isEmpty())
+        text.replace(g_standardInputCopy, QStringLiteral("-"));
+    return text;
 }
 
 int ToolCommand::fail(int code, const QString& message) const
 {
     std::fflush(stdout);
-    writeMessageLine("supportqt " + m_name.toStdString() + ": " + oneLine(message) + "\n");
+    writeMessageLine("supportqt " + m_name.toStdString() + ": " + oneLine(namingStandardInput(message)) + "\n");
     if (code != ExitOk)
         g_failureReported = true;
     return code;
@@ -158,9 +168,6 @@ bool ToolCommand::checkInput(const QString& path) const
 }
 
 namespace {
-
-// The temporary copy of standard input, once it is made.
-QString g_standardInputCopy;
 
 // Standard input read to its end into a temporary file, once; the file goes when the tool ends.
 QString standardInputFile()
@@ -448,7 +455,7 @@ ProgressLine::ProgressLine(const QString& what, bool shown)
         std::lock_guard<std::mutex> shownLock(g_shownProgressMutex);
         g_shownProgress = m_impl;
     }
-    m_impl->prefix = "supportqt: " + what.toUtf8();
+    m_impl->prefix = "supportqt: " + namingStandardInput(what).toUtf8();
     m_impl->thread = std::thread([impl = m_impl] {
         const auto start = std::chrono::steady_clock::now();
         std::unique_lock<std::mutex> lock(impl->mutex);
