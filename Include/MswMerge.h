@@ -48,6 +48,7 @@ struct MswMergeSummary {
 /// itself and each file it appends (to the reader's depth), each once, in the order the reader met them,
 /// as canonical absolute paths (a named file that does not exist as its absolute path). They are listed
 /// whether or not the read succeeds, up to where it stopped: an output that is one of them would change
-/// what `path` reads. Nothing is listed when memory runs out.
+/// what `path` reads. When memory runs out during the read, nothing is listed; after it, the list may
+/// be whole although the result is false.
 [[nodiscard]] SUPPORTQT_API bool sp_CompileMswWithSources(const YString& path, YHashTable<XMLReportInfo>* table,
                                                           XMLReportHeader* header, std::vector<YString>* sources);

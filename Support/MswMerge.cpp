@@ -76,8 +76,6 @@ struct Shard {
     std::vector<YRef<YDomElement>> steps; // "step" elements
 };
 
-// As the reader does: a file that appends itself (through any chain) fails, a file appended twice is
-// read once, and a file with a run whose case number an int does not hold fails.
 // The key the reader knows a file by: its canonical path, or the absolute path of a file that does not
 // exist.
 std::string fileKey(const YString& path)
@@ -85,6 +83,9 @@ std::string fileKey(const YString& path)
     const QFileInfo info(toQs(path));
     return (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
 }
+
+// As the reader does: a file that appends itself (through any chain) fails, a file appended twice is
+// read once, and a file with a run whose case number an int does not hold fails.
 
 bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain,
              std::unordered_set<std::string>* read, Shard* shard)

@@ -28,9 +28,9 @@ YString createUniqueFile(const YString& dir);
 YString executableDirectory();
 bool getEnvironment(const char* name, YString* value);
 double monotonicSeconds();
-/// Tells the system that a large heap block (32 MiB or more, which the C library maps on its own) is
-/// about to be filled from start to end, so that it may back the block with large pages: one fault per
-/// 2 MiB instead of per 4 KiB. A hint; changes no byte.
+/// Tells the system that a large heap block is about to be filled from start to end, so that it may
+/// back the pages wholly inside it with large pages: one fault per 2 MiB instead of per 4 KiB. A hint;
+/// changes no byte.
 void adviseLargeBlock(void* block, size_t bytes);
 int pidFromQtPid(long long qtPid);
 bool processRunning(int pid);

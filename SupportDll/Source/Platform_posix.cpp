@@ -155,11 +155,13 @@ double monotonicSeconds()
 void adviseLargeBlock(void* block, size_t bytes)
 {
 #ifdef MADV_HUGEPAGE
-    // The pages the block spans. A block of the sizes advised is a mapping of its own, whose pages these
-    // are exactly: the advice splits no mapping and reaches no other block.
+    // Only the pages wholly inside the block: the C library may have cut it from the heap, where the
+    // pages at its ends hold neighbouring blocks that the advice must not reach.
     const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t begin = reinterpret_cast<uintptr_t>(block) & ~(page - 1);
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + bytes + page - 1) & ~(page - 1);
+    const uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + page - 1) & ~(page - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + bytes) & ~(page - 1);
+    if (end <= begin)
+        return;
     madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 #else
     (void)block;

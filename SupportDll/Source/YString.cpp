@@ -20,7 +20,8 @@ inline bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == 
 // The most a byte buffer or queue holds, its terminating NUL included: their lengths are ints.
 constexpr int kMaxCapacity = INT_MAX;
 // From this capacity on, a buffer asks the system for large pages: filling a 100 MB line in small
-// pages costs more in page faults than in copying. The C library maps every block this large on its own.
+// pages costs more in page faults than in copying. Growing such a buffer holds the old and the new block
+// at once, as a copy does.
 constexpr long long kLargeBuffer = 32LL << 20;
 
 // `data` reallocated to hold `needed` bytes: its `capacity` doubled until it does, at most kMaxCapacity.

@@ -220,6 +220,19 @@ TEST_F(StatsTool, MeritFunctionsThatShareANameKeepAKeyEach)
     EXPECT_FALSE(stats[2].toObject().contains("limits"));
     EXPECT_EQ(stats[3]["limits"]["pass"].toInt(), 0);
     EXPECT_EQ(stats[4]["limits"]["pass"].toInt(), 3);
+
+    // A definition that is a shared name, or empty, is no key: the shared name stays refused.
+    writeFileBytes(path("named.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">"
+                                      "<meritfunction value=\"gain\" name=\"gain\"><sensval case=\"1\" value=\"1\"/></meritfunction>"
+                                      "<meritfunction value=\"db(gain)\" name=\"gain\"><sensval case=\"1\" value=\"2\"/></meritfunction>"
+                                      "<meritfunction value=\"\" name=\"bw\"><sensval case=\"1\" value=\"3\"/></meritfunction>"
+                                      "<meritfunction value=\"\" name=\"bw\"><sensval case=\"1\" value=\"4\"/></meritfunction>"
+                                      "<steps><step case=\"1\"/></steps></msw>\n");
+    const Result named = tool({"stats", temp("named.msw"), "--limit", "gain=0:1"});
+    EXPECT_EQ(named.code, 2);
+    EXPECT_EQ(named.err, "supportqt stats: 'gain' names 2 merit functions; name one of them: gain#1, db(gain)\n");
+    EXPECT_EQ(tool({"results", temp("named.msw"), "--table", "csv"}).out.split('\n').value(0),
+              "case,seed,description,gain#1,db(gain),bw#3,bw#4");
 }
 
 TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
@@ -396,6 +409,21 @@ TEST_F(StatsTool, OutputsThatNameOneFileOrNoneAreRefused)
         EXPECT_EQ(empty.code, 2) << option;
         EXPECT_EQ(empty.err, QStringLiteral("supportqt stats: --%1 needs a path, not an empty text\n").arg(QString::fromLatin1(option + 2))) << option;
     }
+    // A chart folder where a picture would replace the results file or the limits file is refused.
+    ASSERT_TRUE(QDir().mkpath(temp("pictures")));
+    const std::string runs = readFileBytes(path("runs.msw"));
+    writeFileBytes(path("pictures/merit1_cdf.svg"), runs);
+    const Result picture = tool({"stats", temp("pictures/merit1_cdf.svg"), "--chart", temp("pictures")});
+    EXPECT_EQ(picture.code, 2);
+    EXPECT_EQ(picture.err, "supportqt stats: " + QDir(temp("pictures")).filePath("merit1_cdf.svg") +
+                               " is the results file being read; name another chart folder\n");
+    EXPECT_TRUE(readFileBytes(path("pictures/merit1_cdf.svg")) == runs);
+    writeFileBytes(path("pictures/merit2_histogram.svg"), "gain,1,2\n");
+    const Result limits = tool({"stats", file, "--limits", temp("pictures/merit2_histogram.svg"), "--chart", temp("pictures")});
+    EXPECT_EQ(limits.code, 2);
+    EXPECT_EQ(limits.err, "supportqt stats: " + QDir(temp("pictures")).filePath("merit2_histogram.svg") +
+                              " is the limits file being read; name another chart folder\n");
+    EXPECT_EQ(readFileBytes(path("pictures/merit2_histogram.svg")), "gain,1,2\n");
 }
 
 // Outputs whose names differ in case only are one file where names ignore case (Windows); elsewhere two.

@@ -2812,6 +2812,15 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
                                     .at(0)
                                     .toObject();
     EXPECT_EQ(problem.value(QStringLiteral("file")).toString(), QStringLiteral("-"));
+    // In the tables and the library written out as well.
+    const Result extracted = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "a", "--section", "typical", "-o", "-"},
+                                        QString(), library);
+    EXPECT_EQ(extracted.out, "* -:3\n.model a d\n");
+    const Result defs = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "defs", "-"}, QString(), library);
+    EXPECT_EQ(defs.out.split('\n').value(1).split(' ', Qt::SkipEmptyParts).value(3), QStringLiteral("-")) << defs.out.toStdString();
+    writeFileBytes(path("b.lib"), ".model a d\n");
+    const Result diff = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "diff", "-", temp("b.lib"), "--json"}, QString(), ".model a e\n");
+    EXPECT_EQ(parseJsonQt(diff.out).value(QStringLiteral("a")).toString(), QStringLiteral("-"));
     EXPECT_TRUE(problem.value(QStringLiteral("message")).toString().startsWith(QStringLiteral("-:2: missing.inc does not exist")));
 }
 

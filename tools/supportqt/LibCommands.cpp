@@ -79,7 +79,7 @@ QJsonObject definitionJson(const ModelLibIndex& file, const ModelLibDefinition& 
         ports.append(qs(p));
     QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(kindName(d.kind))},
                   {QStringLiteral("name"), qs(file.name(d))},
-                  {QStringLiteral("file"), toQs(file.fileName)},
+                  {QStringLiteral("file"), shownPath(toQs(file.fileName))},
                   {QStringLiteral("line"), d.line},
                   {QStringLiteral("lastLine"), d.lastLine},
                   {QStringLiteral("start"), d.start},
@@ -116,7 +116,7 @@ QJsonArray problemsJson(const std::vector<ModelLibProblem>& problems)
     QJsonArray array;
     for (const ModelLibProblem& p : problems) {
         QJsonObject o{{QStringLiteral("kind"), QString::fromLatin1(problemKindName(p.kind))},
-                      {QStringLiteral("name"), toQs(p.name)},
+                      {QStringLiteral("name"), namingStandardInput(toQs(p.name))},
                       {QStringLiteral("file"), namingStandardInput(toQs(p.file))},
                       {QStringLiteral("line"), p.line},
                       {QStringLiteral("message"), namingStandardInput(toQs(p.message))}};
@@ -272,7 +272,7 @@ int runLibDefs(const QStringList& arguments)
     Table table({"kind", "name", "type/ports", "file", "line", "start", "end"});
     for (const DefinitionOf& x : definitions) {
         const ModelLibDefinition& d = *x.definition;
-        table.add({kindName(d.kind), std::string(x.file->name(d)), detail(*x.file, d), x.file->fileName.str(), std::to_string(d.line),
+        table.add({kindName(d.kind), std::string(x.file->name(d)), detail(*x.file, d), shownPath(toQs(x.file->fileName)).toStdString(), std::to_string(d.line),
                    std::to_string(d.start), std::to_string(d.end)});
     }
     Output out;
@@ -341,8 +341,8 @@ int runLibDiff(const QStringList& arguments)
         return array;
     };
     if (command.json()) {
-        printJson(QJsonObject{{QStringLiteral("a"), a},
-                              {QStringLiteral("b"), b},
+        printJson(QJsonObject{{QStringLiteral("a"), shownPath(a)},
+                              {QStringLiteral("b"), shownPath(b)},
                               {QStringLiteral("sectionsOnlyInA"), list(diff.sectionsOnlyInA)},
                               {QStringLiteral("sectionsOnlyInB"), list(diff.sectionsOnlyInB)},
                               {QStringLiteral("onlyInA"), list(diff.onlyInA)},
@@ -425,10 +425,19 @@ int runLibExtract(const QStringList& arguments)
     int count = 0;
     for (const ModelLibDefinition& d : written.definitions)
         count += d.parent < 0 ? 1 : 0;
+    // The comments that say where each definition came from name a library read from standard input
+    // "-"; the text is replaced byte for byte, since a library need not be UTF-8.
+    if (shownPath(path) != path) {
+        const std::string copy = path.toStdString();
+        std::string library = text.str();
+        for (size_t at = library.find(copy); at != std::string::npos; at = library.find(copy, at + 1))
+            library.replace(at, copy.size(), "-");
+        text = YString(library.c_str(), static_cast<int>(library.size()));
+    }
     if (toStandardOutput) {
         // Standard output holds the library: the unresolved dependencies are warnings on standard error.
         for (const ModelLibProblem& p : problems)
-            command.warn(QStringLiteral("warning: %1").arg(toQs(p.message)));
+            command.warn(QStringLiteral("warning: %1").arg(namingStandardInput(toQs(p.message))));
         Output out;
         out << text;
         return ExitOk;

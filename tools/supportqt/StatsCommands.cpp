@@ -363,6 +363,15 @@ int runStats(const QStringList& arguments)
         for (const MeritStatistics& s : all)
             for (const char* picture : {"histogram", "cdf", "influence"})
                 charts << QDir(command.value(QStringLiteral("chart"))).filePath(QStringLiteral("merit%1_%2.svg").arg(s.merit + 1).arg(QLatin1String(picture)));
+    // A picture is refused where it would replace a file the command reads, as the other outputs are.
+    for (const QString& chart : charts) {
+        if (sameExistingFile(chart, path))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the results file being read; name another chart folder").arg(chart));
+        if (command.isSet(QStringLiteral("limits")) && sameExistingFile(chart, command.value(QStringLiteral("limits"))))
+            return command.fail(ExitUsage, QStringLiteral("%1 is the limits file being read; name another chart folder").arg(chart));
+        if (!checkNotAppended(command, chart, appended))
+            return ExitUsage;
+    }
     for (const char* option : {"csv", "html"}) {
         if (!command.isSet(QLatin1String(option)) || isStandardStream(command.value(QLatin1String(option))))
             continue;

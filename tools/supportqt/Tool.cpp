@@ -527,7 +527,8 @@ QStringList meritKeys(const XMLReportHeader& header)
         if (names.count(names.at(m)) == 1)
             continue;
         QString key = definitions.at(m);
-        if (definitions.count(key) != 1 || used.contains(key)) {
+        // A definition that is empty, or that is some function's display name, would be read as a name.
+        if (key.isEmpty() || names.contains(key) || definitions.count(key) != 1 || used.contains(key)) {
             key = names.at(m) + QLatin1Char('#') + QString::number(m + 1);
             while (used.contains(key))
                 key += QLatin1Char('#');

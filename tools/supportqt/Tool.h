@@ -141,8 +141,8 @@ std::string csvField(const std::string& text);
 struct XMLReportHeader;
 
 /// One key per merit function of the header, unique among them, for a JSON object or a table column:
-/// its display name when no other function has that name; else its defining text when no other function
-/// has that and no other key is that text; else its name, "#" and its position (from 1), with more "#"
+/// its display name when no other function has that name; else its defining text when that is not
+/// empty, no other function has it, it is no function's display name and no other key is that text; else its name, "#" and its position (from 1), with more "#"
 /// while another key is that text.
 QStringList meritKeys(const XMLReportHeader& header);
 
