@@ -37,7 +37,7 @@ char* grown(char* data, int* capacity, long long needed)
         cap = kMaxCapacity;
     if (cap >= kLargeBuffer) {
         // A fresh block rather than a reallocation: the kernel would keep the small pages that a
-        // reallocation moves along, and this block is to sit in large pages from end to end.
+        // reallocation moves along, and this block is to sit in large pages throughout.
         char* p = static_cast<char*>(std::malloc(static_cast<size_t>(cap)));
         if (!p)
             throw std::bad_alloc();

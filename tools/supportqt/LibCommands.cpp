@@ -272,7 +272,8 @@ int runLibDefs(const QStringList& arguments)
     Table table({"kind", "name", "type/ports", "file", "line", "start", "end"});
     for (const DefinitionOf& x : definitions) {
         const ModelLibDefinition& d = *x.definition;
-        table.add({kindName(d.kind), std::string(x.file->name(d)), detail(*x.file, d), shownPath(toQs(x.file->fileName)).toStdString(), std::to_string(d.line),
+        table.add({kindName(d.kind), std::string(x.file->name(d)), detail(*x.file, d),
+                   shownPath(toQs(x.file->fileName)).toStdString(), std::to_string(d.line),
                    std::to_string(d.start), std::to_string(d.end)});
     }
     Output out;
