@@ -2,6 +2,7 @@
 // name is written in place, a link's target is the file replaced, and the new content is moved over the
 // old file only once it is complete, or written over it in place where the folder takes no new file.
 #include "FileReplace_p.h"
+#include "../SupportDll/Source/SystemPath_p.h"
 
 #include "FileServices.h"
 #include "QtSupport.h"
@@ -17,6 +18,9 @@
 #include <aclapi.h>
 
 namespace {
+// A path as the system's file functions take it, whatever its length.
+std::wstring systemForm(const QString& path) { return platform::systemPath(QDir::toNativeSeparators(path).toStdWString()); }
+
 // Whether the name opens a device (NUL, CON, a serial port), which the folder's attributes do not tell.
 bool isDevice(const std::wstring& path)
 {
@@ -131,8 +135,7 @@ QString finalPath(const std::wstring& path, const QString& named)
     for (const QString& part : resolved.split(QLatin1Char('/')))
         if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
             return QString();
-    const std::wstring wideResolved = QDir::toNativeSeparators(resolved).toStdWString();
-    return isDevice(wideResolved) ? QString() : resolved;
+    return isDevice(systemForm(resolved)) ? QString() : resolved;
 }
 
 // The ordinary form of a path written in the long form ("\\?\C:\..." or "\\?\UNC\server\share\..."),
@@ -214,7 +217,7 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     if (given.isEmpty())
         return false;
     const QString named = QFileInfo(given).absoluteFilePath();
-    const std::wstring wideNamed = QDir::toNativeSeparators(named).toStdWString();
+    const std::wstring wideNamed = systemForm(named);
     const DWORD namedAttributes = GetFileAttributesW(wideNamed.c_str());
     if (namedAttributes != INVALID_FILE_ATTRIBUTES && (namedAttributes & FILE_ATTRIBUTE_DEVICE || isDevice(wideNamed)))
         return write(path, context);
@@ -225,7 +228,7 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
                                : finalPath(wideNamed, named);
     if (target.isEmpty())
         return false;
-    const std::wstring wideTarget = QDir::toNativeSeparators(target).toStdWString();
+    const std::wstring wideTarget = systemForm(target);
     const DWORD attributes = GetFileAttributesW(wideTarget.c_str());
     const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (exists && (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)))
@@ -249,15 +252,15 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         const std::wstring backup = scratch.empty() ? std::wstring() : scratchFile();
         bool backupNeeded = false;
         const bool ok = !backup.empty() && write(toYs(QString::fromStdWString(scratch)), context) &&
-                        writeInPlace(scratch, wideTarget, backup, &backupNeeded);
+                        writeInPlace(platform::systemPath(scratch), wideTarget, platform::systemPath(backup), &backupNeeded);
         if (!scratch.empty())
-            DeleteFileW(scratch.c_str());
+            DeleteFileW(platform::systemPath(scratch).c_str());
         // A backup that could not be put back is the only copy of the old bytes: it stays.
         if (!backup.empty() && !backupNeeded)
-            DeleteFileW(backup.c_str());
+            DeleteFileW(platform::systemPath(backup).c_str());
         return ok;
     }
-    const std::wstring wideTemporary = QDir::toNativeSeparators(temporary).toStdWString();
+    const std::wstring wideTemporary = systemForm(temporary);
     bool ok = write(toYs(temporary), context) && flushToDisk(wideTemporary);
     // A handle that may delete the new file, taken before it gets the old file's access list, which may
     // forbid that: a replacement that fails after it still takes its new file away. (Taken only now: the

@@ -1,6 +1,7 @@
 // Platform_win.cpp - the core library's platform seam on Windows.
 #include "Platform_p.h"
 #include "FolderOf_p.h"
+#include "SystemPath_p.h"
 #include "ProcessServices.h"
 #include "TextServices.h"
 
@@ -50,6 +51,14 @@ std::wstring widePath(const char* utf8)
     MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, -1, &w[0], n);
     w.resize(static_cast<size_t>(n - 1));
     return w;
+}
+
+// A path in UTF-8 as the system's file functions take it, whatever its length (see systemPath); empty
+// when it is not valid UTF-8.
+std::wstring systemWidePath(const char* utf8)
+{
+    const std::wstring path = widePath(utf8);
+    return path.empty() ? path : platform::systemPath(path);
 }
 
 YString narrow(const wchar_t* w)
@@ -117,7 +126,7 @@ int errnoOf(DWORD error)
 // it.)
 FILE* runtimeOpen(const char* utf8Path, const char* mode)
 {
-    const std::wstring path = widePath(utf8Path), wideMode = wide(mode);
+    const std::wstring path = systemWidePath(utf8Path), wideMode = wide(mode);
     int flags = 0;
     bool translated = true, update = false;
     const char kind = *mode; // blanks before a mode are skipped by the caller
@@ -230,7 +239,7 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
 // as stat follows one: the path's own attributes would be the link's (size 0, the link's times).
 bool targetAttributes(const char* utf8Path, WIN32_FILE_ATTRIBUTE_DATA* data)
 {
-    const std::wstring path = widePath(utf8Path);
+    const std::wstring path = systemWidePath(utf8Path);
     if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, data))
         return false;
     if (!(data->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
@@ -289,7 +298,7 @@ FILE* openFile(const char* utf8Path, const char* mode)
     const char kind = mode[0];
     // An empty name, or one that is not valid UTF-8, is no name of a file: the runtime's answer to an
     // invalid name.
-    const std::wstring path = widePath(utf8Path);
+    const std::wstring path = systemWidePath(utf8Path);
     if ((kind != 'r' && kind != 'w' && kind != 'a') || path.empty() || !runtimeTakesMode(mode + 1)) {
         errno = EINVAL;
         return nullptr;
@@ -361,11 +370,11 @@ int seekFileToEnd(FILE* file) { return _fseeki64(file, 0, SEEK_END); }
 
 long long tellFile(FILE* file) { return _ftelli64(file); }
 
-int removeFile(const char* utf8Path) { return _wunlink(widePath(utf8Path).c_str()) == 0 ? 0 : -1; }
+int removeFile(const char* utf8Path) { return _wunlink(systemWidePath(utf8Path).c_str()) == 0 ? 0 : -1; }
 
 int renameFile(const char* from, const char* to)
 {
-    const std::wstring source = widePath(from), target = widePath(to);
+    const std::wstring source = systemWidePath(from), target = systemWidePath(to);
     if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         return 0;
     // The move's own error is the one to report, as the runtime's rename does in errno.
@@ -376,17 +385,17 @@ int renameFile(const char* from, const char* to)
     return -1;
 }
 
-bool exists(const char* utf8Path) { return GetFileAttributesW(widePath(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }
+bool exists(const char* utf8Path) { return GetFileAttributesW(systemWidePath(utf8Path).c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 bool isDirectory(const char* utf8Path)
 {
-    DWORD a = GetFileAttributesW(widePath(utf8Path).c_str());
+    DWORD a = GetFileAttributesW(systemWidePath(utf8Path).c_str());
     return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
 }
 
 bool isRegularFile(const char* utf8Path)
 {
-    const DWORD a = GetFileAttributesW(widePath(utf8Path).c_str());
+    const DWORD a = GetFileAttributesW(systemWidePath(utf8Path).c_str());
     return a != INVALID_FILE_ATTRIBUTES && !(a & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE));
 }
 
@@ -471,8 +480,9 @@ YString createUniqueFile(const YString& dir)
             name += L"0123456789abcdef"[(mix >> shift) & 0xF];
         name += L".tmp";
         // Null security attributes: the handle is not inherited; it is closed at once anyway.
-        const HANDLE handle = CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                          nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE handle = CreateFileW(platform::systemPath(name).c_str(), GENERIC_WRITE,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr);
         if (handle != INVALID_HANDLE_VALUE) {
             CloseHandle(handle);
             return narrow(name.c_str());
@@ -600,7 +610,7 @@ int currentProcessId() { return static_cast<int>(GetCurrentProcessId()); }
 
 int verifySignature(const char* utf8Path)
 {
-    std::wstring path = widePath(utf8Path);
+    std::wstring path = systemWidePath(utf8Path);
     // A file that cannot be read is -1 on every platform; only readable files reach WinVerifyTrust.
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))

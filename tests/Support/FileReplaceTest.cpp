@@ -120,6 +120,25 @@ TEST_F(FileReplace, ALongFileNameWorks)
     EXPECT_EQ(readFileBytes(path(name)), "longer\n");
 }
 
+// A file whose path passes the old limit of 260 characters is made and replaced as any other, its old
+// content kept until the new one is complete.
+TEST_F(FileReplace, AFileDeepInFoldersPastTheOldPathLimitIsReplaced)
+{
+    QString folder = QString::fromStdString(m_dir);
+    for (const char letter : {'a', 'b', 'c'})
+        folder += QLatin1Char('/') + QString(100, QLatin1Char(letter));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    const std::string file = folder.toStdString() + "/deep.cir";
+    ASSERT_GT(file.size(), 320u);
+    EXPECT_TRUE(replace(file, "R1 a b 1k\n"));
+    EXPECT_EQ(readFileBytes(file), "R1 a b 1k\n");
+    EXPECT_FALSE(replace(file, "a new text that fails half way\n", false));
+    EXPECT_EQ(readFileBytes(file), "R1 a b 1k\n");
+    EXPECT_TRUE(replace(file, "R2 b c 2k\n"));
+    EXPECT_EQ(readFileBytes(file), "R2 b c 2k\n");
+    EXPECT_EQ(QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList{"deep.cir"});
+}
+
 #ifdef Q_OS_WIN
 TEST_F(FileReplace, TheNullDeviceIsWrittenInPlace)
 {

@@ -2,6 +2,7 @@
 #include "FileServices.h"
 #include "TestHelpers.h"
 #include "../../SupportDll/Source/FolderOf_p.h"
+#include "../../SupportDll/Source/SystemPath_p.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -72,6 +73,45 @@ TEST_F(FileServices, OpensQueriesAndDeletesFilesWithNonAsciiNames)
     std::fclose(g);
     EXPECT_EQ(unlink_utf8(name.c_str()), 0);
     EXPECT_FALSE(sp_ExistFile(name.c_str()));
+}
+
+// Files in a folder whose path passes the old limit of 260 characters are made, written, appended to,
+// found, measured, renamed, opened and deleted as any other.
+TEST_F(FileServices, FilesPastTheOldPathLimitWorkAsAnyOther)
+{
+    QString folder = QString::fromStdString(m_dir);
+    for (const char letter : {'a', 'b', 'c'})
+        folder += QLatin1Char('/') + QString(100, QLatin1Char(letter));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    const std::string dir = folder.toStdString(), name = dir + "/deep.cir", moved = dir + "/moved.cir";
+    ASSERT_GT(dir.size(), 300u);
+    FILE* f = fopen_utf8(name.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("12345", f);
+    std::fclose(f);
+    // A text mode that appends is the runtime's own open on Windows.
+    FILE* a = fopen_utf8(name.c_str(), "a");
+    ASSERT_NE(a, nullptr);
+    std::fputs("6", a);
+    std::fclose(a);
+    EXPECT_TRUE(sp_ExistFile(name.c_str()));
+    EXPECT_TRUE(sp_IsDirectory(dir.c_str()));
+    EXPECT_FALSE(sp_IsDirectory(name.c_str()));
+    EXPECT_EQ(sp_GetFileSize64(name.c_str()), 6);
+    EXPECT_LE(std::llabs(sp_GetFileModifiedTime(YString(name.c_str())) - static_cast<long long>(std::time(nullptr))), 5);
+    EXPECT_EQ(rename_utf8(name.c_str(), moved.c_str()), 0);
+    EXPECT_FALSE(sp_ExistFile(name.c_str()));
+    long long size = 0;
+    FILE* r = sp_OpenRegularFile(moved.c_str(), 100, &size);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(size, 6);
+    char text[8] = {};
+    EXPECT_EQ(std::fread(text, 1, sizeof text, r), 6u);
+    std::fclose(r);
+    EXPECT_STREQ(text, "123456");
+    EXPECT_EQ(unlink_utf8(moved.c_str()), 0);
+    EXPECT_FALSE(sp_ExistFile(moved.c_str()));
+    EXPECT_TRUE(QDir(folder).isEmpty());
 }
 
 // A symbolic link's size and time are its target's, on each system, as a program reading through it sees.
@@ -561,6 +601,38 @@ TEST(Paths, AnExecutablesFolderKeepsARootsSeparator)
     EXPECT_EQ(folderOf(std::string("/a:/x"), "/", false), "/a:");
     EXPECT_EQ(folderOf(std::string("x"), "/", false), ".");
 }
+
+#ifdef _WIN32
+// Paths from 248 characters on go to the system in the extended-length form, made absolute and
+// normalized as the system reads the ordinary form; shorter ones, and those already in a device or
+// extended form, go as they are.
+TEST(Paths, LongPathsGoToTheSystemInTheExtendedForm)
+{
+    using platform::systemPath;
+    const std::wstring d(240, L'd'), e(20, L'e');
+    EXPECT_EQ(systemPath(L"C:\\a\\b.txt"), L"C:\\a\\b.txt");
+    EXPECT_EQ(systemPath(L"b.txt"), L"b.txt");
+    const std::wstring below = L"C:\\" + std::wstring(244, L'x');
+    ASSERT_EQ(below.size(), 247u);
+    EXPECT_EQ(systemPath(below), below);
+    EXPECT_EQ(systemPath(below + L"y"), L"\\\\?\\" + below + L"y");
+    EXPECT_EQ(systemPath(L"C:/" + d + L"/../" + e + L"/./f.txt"), L"\\\\?\\C:\\" + e + L"\\f.txt");
+    EXPECT_EQ(systemPath(L"\\\\server\\share\\" + d + L"\\f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
+    EXPECT_EQ(systemPath(L"//server/share/" + d + L"/f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
+    const std::wstring extended = L"\\\\?\\C:\\" + d + L"\\..\\f.txt", device = L"\\\\.\\pipe\\" + d;
+    EXPECT_EQ(systemPath(extended), extended);
+    EXPECT_EQ(systemPath(device), device);
+    // A relative path is taken from the current folder.
+    std::vector<wchar_t> buffer(32768);
+    const DWORD n = GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
+    ASSERT_GT(n, 2u);
+    std::wstring current(buffer.data(), n);
+    if (current.back() != L'\\')
+        current += L'\\';
+    ASSERT_EQ(current[1], L':') << "the tests run from a folder on a drive";
+    EXPECT_EQ(systemPath(d + L"\\f.txt"), L"\\\\?\\" + current + d + L"\\f.txt");
+}
+#endif
 
 TEST(Paths, TranslateExpandsEnvironmentAndKeepsUnknownPlaceholders)
 {

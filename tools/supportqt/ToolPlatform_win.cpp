@@ -1,6 +1,7 @@
 // ToolPlatform_win.cpp - the console, the standard streams and file identity, on Windows.
 #include "Tool.h"
 #include "TextServices.h"
+#include "../../SupportDll/Source/SystemPath_p.h"
 
 #include <QDir>
 
@@ -57,7 +58,7 @@ namespace {
 
 bool fileIdentity(const QString& path, BY_HANDLE_FILE_INFORMATION* info)
 {
-    const HANDLE h = CreateFileW(reinterpret_cast<const wchar_t*>(path.utf16()), 0,
+    const HANDLE h = CreateFileW(platform::systemPath(QDir::toNativeSeparators(path).toStdWString()).c_str(), 0,
                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (h == INVALID_HANDLE_VALUE)
@@ -223,8 +224,8 @@ void removeWhenInterrupted(const QString& file, const QString& folder)
     const int slot = g_removedCount;
     if (slot >= kRemovedSlots)
         return;
-    g_removedFiles[slot] = QDir::toNativeSeparators(file).toStdWString();
-    g_removedFolders[slot] = QDir::toNativeSeparators(folder).toStdWString();
+    g_removedFiles[slot] = platform::systemPath(QDir::toNativeSeparators(file).toStdWString());
+    g_removedFolders[slot] = platform::systemPath(QDir::toNativeSeparators(folder).toStdWString());
     g_removedCount = slot + 1;
     SetConsoleCtrlHandler(removeAndEnd, TRUE);
 }
