@@ -14,33 +14,38 @@ namespace platform {
 /// CreateDirectory takes in the ordinary form leaves room for a name of 8.3 characters below the limit.
 constexpr size_t kExtendedPathFrom = MAX_PATH - 12;
 
-/// `path` as the system's file functions take it whatever its length. A path shorter than
-/// kExtendedPathFrom is returned as it is, and so is one already in a device or extended form ("\\.\",
-/// "\\?\"). A longer one is made absolute and normalized as the system itself reads an ordinary path
-/// (separators, "." and "..", a last dot or blank dropped), then given the prefix "\\?\" ("\\?\UNC\" for
-/// a share), which the system takes exactly as written; so it names the file the ordinary form names,
-/// where the ordinary form would have been refused for its length. A path the system cannot make
-/// absolute is returned as it is, to fail as it would have.
+/// `path` as the system's file functions take it whatever its length. A path whose absolute form is
+/// shorter than kExtendedPathFrom is returned as it is (a long one in that absolute form), and so is one
+/// already in a device or extended form ("\\.\", "\\?\"). Any other is made absolute (from the current folder for a relative one, where
+/// the limit counts the whole) and normalized as the system itself reads an ordinary path (separators,
+/// "." and "..", a last dot or blank dropped), then given the prefix "\\?\" ("\\?\UNC\" for a share),
+/// which the system takes exactly as written; so it names the file the ordinary form names, where the
+/// ordinary form would have been refused for its length. A path the system cannot make absolute is
+/// returned as it is, to fail as it would have.
 inline std::wstring systemPath(const std::wstring& path)
 {
-    if (path.size() < kExtendedPathFrom)
+    const auto separator = [&](size_t i) { return i < path.size() && (path[i] == L'\\' || path[i] == L'/'); };
+    const bool absolute = (path.size() >= 3 && path[1] == L':' && separator(2)) || (separator(0) && separator(1));
+    if (absolute && path.size() < kExtendedPathFrom)
         return path;
-    const auto separator = [&](size_t i) { return path[i] == L'\\' || path[i] == L'/'; };
-    if (separator(0) && separator(1) && (path[2] == L'?' || path[2] == L'.') && separator(3))
+    if (separator(0) && separator(1) && path.size() >= 4 && (path[2] == L'?' || path[2] == L'.') && separator(3))
         return path;
-    std::vector<wchar_t> full(path.size() + MAX_PATH + 1);
-    DWORD n = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-    if (n >= full.size()) { // a current folder longer than the room given: n is the room needed
-        full.resize(n + 1);
-        n = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    std::vector<wchar_t> buffer(path.size() + MAX_PATH + 1);
+    DWORD n = GetFullPathNameW(path.c_str(), static_cast<DWORD>(buffer.size()), buffer.data(), nullptr);
+    if (n >= buffer.size()) { // a current folder longer than the room given: n is the room needed
+        buffer.resize(n + 1);
+        n = GetFullPathNameW(path.c_str(), static_cast<DWORD>(buffer.size()), buffer.data(), nullptr);
     }
-    if (n == 0 || n >= full.size())
+    if (n == 0 || n >= buffer.size())
         return path;
-    const std::wstring absolute(full.data(), n);
-    if (absolute.size() > 2 && absolute[0] == L'\\' && absolute[1] == L'\\')
-        return absolute[2] == L'?' || absolute[2] == L'.' ? absolute : L"\\\\?\\UNC\\" + absolute.substr(2);
-    if (absolute.size() >= 3 && absolute[1] == L':' && absolute[2] == L'\\')
-        return L"\\\\?\\" + absolute;
+    const std::wstring full(buffer.data(), n);
+    // A long path that names a short one ("..") goes in its short absolute form.
+    if (n < kExtendedPathFrom)
+        return path.size() < kExtendedPathFrom ? path : full;
+    if (full[0] == L'\\' && full[1] == L'\\')
+        return full[2] == L'?' || full[2] == L'.' ? path : L"\\\\?\\UNC\\" + full.substr(2);
+    if (full[1] == L':' && full[2] == L'\\')
+        return L"\\\\?\\" + full;
     return path;
 }
 

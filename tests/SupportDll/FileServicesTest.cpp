@@ -603,26 +603,29 @@ TEST(Paths, AnExecutablesFolderKeepsARootsSeparator)
 }
 
 #ifdef _WIN32
-// Paths from 248 characters on go to the system in the extended-length form, made absolute and
-// normalized as the system reads the ordinary form; shorter ones, and those already in a device or
-// extended form, go as they are.
+// Paths whose absolute form has 248 characters or more go to the system in the extended-length form,
+// made absolute and normalized as the system reads the ordinary form; shorter ones, and those already in
+// a device or extended form, go as they are.
 TEST(Paths, LongPathsGoToTheSystemInTheExtendedForm)
 {
     using platform::systemPath;
     const std::wstring d(240, L'd'), e(20, L'e');
     EXPECT_EQ(systemPath(L"C:\\a\\b.txt"), L"C:\\a\\b.txt");
     EXPECT_EQ(systemPath(L"b.txt"), L"b.txt");
+    EXPECT_EQ(systemPath(L"NUL"), L"NUL");
     const std::wstring below = L"C:\\" + std::wstring(244, L'x');
     ASSERT_EQ(below.size(), 247u);
     EXPECT_EQ(systemPath(below), below);
     EXPECT_EQ(systemPath(below + L"y"), L"\\\\?\\" + below + L"y");
-    EXPECT_EQ(systemPath(L"C:/" + d + L"/../" + e + L"/./f.txt"), L"\\\\?\\C:\\" + e + L"\\f.txt");
+    EXPECT_EQ(systemPath(L"C:/" + d + L"/" + e + L"/../f.txt"), L"\\\\?\\C:\\" + d + L"\\f.txt");
+    // A long path that names a short one goes in that short form.
+    EXPECT_EQ(systemPath(L"C:/" + d + L"/../" + e + L"/./f.txt"), L"C:\\" + e + L"\\f.txt");
     EXPECT_EQ(systemPath(L"\\\\server\\share\\" + d + L"\\f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
     EXPECT_EQ(systemPath(L"//server/share/" + d + L"/f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
     const std::wstring extended = L"\\\\?\\C:\\" + d + L"\\..\\f.txt", device = L"\\\\.\\pipe\\" + d;
     EXPECT_EQ(systemPath(extended), extended);
     EXPECT_EQ(systemPath(device), device);
-    // A relative path is taken from the current folder.
+    // A relative path is taken from the current folder, and the limit counts the whole path.
     std::vector<wchar_t> buffer(32768);
     const DWORD n = GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
     ASSERT_GT(n, 2u);
@@ -630,7 +633,11 @@ TEST(Paths, LongPathsGoToTheSystemInTheExtendedForm)
     if (current.back() != L'\\')
         current += L'\\';
     ASSERT_EQ(current[1], L':') << "the tests run from a folder on a drive";
-    EXPECT_EQ(systemPath(d + L"\\f.txt"), L"\\\\?\\" + current + d + L"\\f.txt");
+    const std::wstring relative = std::wstring(platform::kExtendedPathFrom - current.size(), L'r') + L".txt";
+    EXPECT_LT(relative.size(), platform::kExtendedPathFrom);
+    EXPECT_EQ(systemPath(relative), L"\\\\?\\" + current + relative);
+    const std::wstring shorter = relative.substr(5);
+    EXPECT_EQ(systemPath(shorter), shorter);
 }
 #endif
 
