@@ -424,6 +424,8 @@ public:
     size_t base() const { return m_base; } ///< position of `begin()` in the text
     bool exhausted() const { return m_left == 0; }
     bool failed() const { return m_failed; }
+    /// The size the window grows to before it grows only to hold one statement that is longer still.
+    static constexpr size_t kMost = 256 * 1024;
 
     // The text ends at `at`, as it ends at a byte 0xFF.
     void cut(const char* at)
@@ -483,7 +485,6 @@ public:
 
 private:
     static constexpr size_t kFirst = 4096;
-    static constexpr size_t kMost = 256 * 1024;
 
     const char* m_text = nullptr;
     FILE* m_file = nullptr;
@@ -716,33 +717,59 @@ private:
     size_t at(const char* p) const { return m_window.base() + static_cast<size_t>(p - m_window.begin()); }
     const char* ptr(size_t position) const { return m_window.begin() + (position - m_window.base()); }
 
-    // More text, keeping the statement being read and the line `*p`; `*p` and `*q` follow the move.
+    // More text, keeping the line `*p` and the lines of the statement being read; `*p` and `*q` follow
+    // the move. The statement's lines stay in the window while the text from them to `*p` is short; past
+    // that they are copied out of it, so that the comment lines after a statement never hold the window.
     void refill(char** p, char** q)
     {
         const size_t pAt = at(*p);
         const size_t qAt = at(*q);
-        const bool pending = m_pending != None;
+        size_t keep = pAt;
         m_positions.clear();
-        if (pending) {
-            for (const Segment& seg : m_segments) {
-                m_positions.push_back(at(seg.begin));
-                m_positions.push_back(at(seg.end));
+        if (m_pending != None && m_inWindowFrom < m_segments.size()) {
+            const size_t first = at(m_segments[m_inWindowFrom].begin);
+            if (pAt - first <= Window::kMost) {
+                keep = first;
+                for (size_t i = m_inWindowFrom; i < m_segments.size(); ++i) {
+                    m_positions.push_back(at(m_segments[i].begin));
+                    m_positions.push_back(at(m_segments[i].end));
+                }
+            } else {
+                detachSegments();
             }
-            m_positions.push_back(at(m_stmtEnd));
         }
         if (m_parts && (*m_parts)[m_self].state.load(std::memory_order_relaxed) == IndexPart::Abandoned)
             throw PartAbandoned();
-        m_window.refill(pending ? m_positions.front() : pAt);
-        if (pending) {
-            for (size_t i = 0; i < m_segments.size(); ++i) {
-                m_segments[i].begin = ptr(m_positions[2 * i]);
-                m_segments[i].end = ptr(m_positions[2 * i + 1]);
-            }
-            m_stmtEnd = ptr(m_positions.back());
+        m_window.refill(keep);
+        for (size_t i = m_inWindowFrom, k = 0; k < m_positions.size(); ++i, k += 2) {
+            m_segments[i].begin = ptr(m_positions[k]);
+            m_segments[i].end = ptr(m_positions[k + 1]);
         }
         *p = const_cast<char*>(ptr(pAt));
         *q = const_cast<char*>(ptr(qAt));
         m_finder.reset();
+    }
+
+    // Copies the statement's lines that are in the window to a block of their own, one after the other
+    // and with Window::kSpare zero bytes after the last, so that the bytes after each stay readable.
+    void detachSegments()
+    {
+        size_t bytes = Window::kSpare;
+        for (size_t i = m_inWindowFrom; i < m_segments.size(); ++i)
+            bytes += static_cast<size_t>(m_segments[i].end - m_segments[i].begin);
+        std::unique_ptr<char[]> block(new char[bytes]());
+        char* o = block.get();
+        for (size_t i = m_inWindowFrom; i < m_segments.size(); ++i) {
+            Segment& seg = m_segments[i];
+            const size_t n = static_cast<size_t>(seg.end - seg.begin);
+            if (n)
+                std::memcpy(o, seg.begin, n);
+            seg.begin = o;
+            seg.end = o + n;
+            o += n;
+        }
+        m_detached.push_back(std::move(block));
+        m_inWindowFrom = m_segments.size();
     }
 
     void onLine(const char* p, const char* contentEnd, const char* next, bool dirty, int line)
@@ -767,7 +794,7 @@ private:
         if (c == '+' && m_sawStatement) {
             if (m_pending != None) {
                 m_segments.add(s + 1, contentEnd, dirty);
-                m_stmtEnd = next;
+                m_stmtEndAt = at(next);
                 m_stmtLastLine = line;
             }
             return;
@@ -781,9 +808,12 @@ private:
         if (m_pending == None)
             return;
         m_segments.clear();
+        m_inWindowFrom = 0;
+        m_detached.clear();
         m_segments.add(s, contentEnd, dirty);
         m_stmtLine = m_stmtLastLine = line;
-        m_stmtEnd = next;
+        m_stmtStartAt = at(s);
+        m_stmtEndAt = at(next);
     }
 
     // A "*#" comment before the first statement may set the dialect, as SpiceStream's directives do.
@@ -979,8 +1009,8 @@ private:
         d.kind = kind;
         d.section = m_subckts.empty() ? m_section : -1;
         d.parent = m_subckts.empty() ? -1 : m_subckts.back();
-        d.start = static_cast<int>(at(m_segments.front().begin));
-        d.end = static_cast<int>(at(m_stmtEnd));
+        d.start = static_cast<int>(m_stmtStartAt);
+        d.end = static_cast<int>(m_stmtEndAt);
         d.line = m_stmtLine;
         d.lastLine = m_stmtLastLine;
         if (d.parent < 0 && m_section >= 0)
@@ -1098,7 +1128,7 @@ private:
             diagnose(m_stmtLine, ".ends without a .subckt");
             return;
         }
-        closeSubckt(at(m_stmtEnd), m_stmtLastLine);
+        closeSubckt(m_stmtEndAt, m_stmtLastLine);
     }
 
     // An element line of a subcircuit: its words after the first that are neither NAME= nor start with
@@ -1218,13 +1248,13 @@ private:
             ModelLibSection& open = m_index->sections[static_cast<size_t>(m_section)];
             diagnose(m_stmtLine, "section " + std::string(first) + " opens inside section " + open.name.str() +
                                      ", which ends there");
-            open.end = static_cast<int>(at(m_segments.front().begin));
+            open.end = static_cast<int>(m_stmtStartAt);
             open.endLine = m_stmtLine - 1;
         }
         ModelLibSection s;
         s.name = ys(first);
         s.line = m_stmtLine;
-        s.start = static_cast<int>(at(m_segments.front().begin));
+        s.start = static_cast<int>(m_stmtStartAt);
         m_section = static_cast<int>(m_index->sections.size());
         m_index->sections.push_back(s);
     }
@@ -1241,7 +1271,7 @@ private:
         const std::string_view name = fileArgument(afterKeyword(logical(SIZE_MAX, true)), &after);
         if (!name.empty() && lower(name) != lower(s.name.str()))
             diagnose(m_stmtLine, ".endl " + std::string(name) + " ends section " + s.name.str());
-        s.end = static_cast<int>(at(m_stmtEnd));
+        s.end = static_cast<int>(m_stmtEndAt);
         s.endLine = m_stmtLastLine;
         s.closed = true;
         m_section = -1;
@@ -1328,8 +1358,11 @@ private:
         size_t m_count = 0;
     };
     Segments m_segments;
-    const char* m_stmtEnd = nullptr; ///< just after the statement's last physical line
-    std::vector<size_t> m_positions;  ///< the statement's pointers as positions while the window moves
+    size_t m_stmtStartAt = 0; ///< position of the statement's first byte
+    size_t m_stmtEndAt = 0;   ///< position just after the statement's last physical line
+    size_t m_inWindowFrom = 0; ///< the first of the statement's lines that is still in the window
+    std::vector<std::unique_ptr<char[]>> m_detached; ///< the statement's lines copied out of the window
+    std::vector<size_t> m_positions; ///< the statement's pointers as positions while the window moves
     int m_stmtLine = 0;
     int m_stmtLastLine = 0;
     int m_section = -1;

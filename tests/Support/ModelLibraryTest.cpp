@@ -194,6 +194,30 @@ TEST(ModelLibraryIndex, ModelRunsOverContinuationsAcrossCommentAndBlankLines)
     EXPECT_EQ(index.location(index.definitions[0]).lineOffset, 1);
 }
 
+// Continuation lines that come after more comment text than the scan's window holds: the statements
+// are whole, with their words from every line and their ranges from their first line to their last.
+TEST(ModelLibraryIndex, ContinuationsFarBehindLongCommentBlocksJoinTheirStatements)
+{
+    // 1.25 MB of comments in 20,000 lines, five times what the window holds.
+    const int n = 20000;
+    std::string comments;
+    for (int i = 0; i < n; ++i)
+        comments += "* " + std::string(61, 'c') + "\n";
+    const std::string text = ".model m1\n" + comments + "+ nmos\n" + comments + "+ vth0=1 ; note\n.subckt s a b\n" + comments +
+                             "+ c\nX1 a b s2\n.ends\n.model m2 pmos\n";
+    const int subckt = static_cast<int>(text.find(".subckt")), m2 = static_cast<int>(text.find(".model m2"));
+    ASSERT_EQ(subckt, 2560033);
+    const ModelLibIndex index = indexText(text);
+    ASSERT_EQ(defs(index), (std::vector<Def>{{".model", "m1", 0, subckt, 1, 2 * n + 3},
+                                             {".subckt", "s", subckt, m2, 2 * n + 4, 3 * n + 7},
+                                             {".model", "m2", m2, m2 + 15, 3 * n + 8, 3 * n + 8}}));
+    EXPECT_EQ(index.type(index.definitions[0]), "nmos");
+    const ModelLibWordList ports = index.ports(index.definitions[1]);
+    EXPECT_EQ(std::vector<std::string>(ports.begin(), ports.end()), (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_EQ(index.type(index.definitions[2]), "pmos");
+    EXPECT_TRUE(index.diagnostics.empty());
+}
+
 TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)
 {
     const std::string text = ".SUBCKT amp in out params: g=1\n.model qn npn\nX1 in mid buf\nQ1 out mid 0 qn\n.ENDS amp\n.model q npn\n";
@@ -653,6 +677,41 @@ TEST_F(ModelLibraryFiles, CheckMemoryFollowsTheDistinctProblems)
     }, &ran, &status);
     ASSERT_TRUE(ran) << "child status " << status;
     EXPECT_EQ(report, "0 1000 1000");
+}
+#endif
+
+#ifdef __linux__
+// A model whose type comes on a continuation line after 96 MB of comment lines: the comments are not held
+// while the statement waits for its next line, so the file indexes in 48 MB of memory, the model whole.
+TEST_F(ModelLibraryFiles, CommentLinesAfterAStatementAreNotHeldWhileItWaits)
+{
+#ifdef SUPPORTQT_TEST_ASAN
+    GTEST_SKIP() << "the sanitizer reserves memory of its own that the limit would count";
+#endif
+    const std::string comment = "* " + std::string(61, 'c') + "\n";
+    std::string text = ".model nch\n";
+    text.reserve(size_t(97) << 20);
+    for (int i = 0; i < 1536 * 1024; ++i)
+        text += comment;
+    text += "+ nmos vth0=0.4\n";
+    const size_t end = text.size();
+    text += "* after\n.model pch pmos\n";
+    const std::string file = write("comments.lib", text);
+    text = std::string();
+    bool ran = false;
+    int status = 0;
+    const std::string report = reportFromLimitedChild(size_t(48) << 20, [&] {
+        ModelLibIndex index;
+        const ModelLibStatus result = sp_IndexModelLibrary(YString(file.c_str()), SpiceLanguageNative, &index);
+        std::string r = std::to_string(static_cast<int>(result)) + " " + std::to_string(index.diagnostics.size());
+        for (const ModelLibDefinition& d : index.definitions)
+            r += " | " + std::string(index.name(d)) + " " + std::string(index.type(d)) + " " + std::to_string(d.start) + " " +
+                 std::to_string(d.end) + " " + std::to_string(d.line) + " " + std::to_string(d.lastLine);
+        return r;
+    }, &ran, &status);
+    ASSERT_TRUE(ran) << "child status " << status;
+    EXPECT_EQ(report, "0 0 | nch nmos 0 " + std::to_string(end) + " 1 1572866 | pch pmos " + std::to_string(end + 8) + " " +
+                          std::to_string(end + 24) + " 1572868 1572868");
 }
 #endif
 
