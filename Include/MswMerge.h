@@ -39,9 +39,11 @@ struct MswMergeSummary {
 /// file that a shard appends (by any name that leads to it), the merit functions
 /// differ, a case number collides without `renumber`, there are no shards, the output would be too
 /// large for the reader (`YDomDocument::kMaxFileBytes`), or the output cannot be written. `summary`
-/// (when not null) is filled on success.
+/// (when not null) is filled on success. `outputReadBy` (when not null) is set to the position in
+/// `shards` (from 0) of the shard that reads the output when that is why the merge is refused, else -1.
 [[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
-                                                  bool renumber, YString* message, MswMergeSummary* summary);
+                                                  bool renumber, YString* message, MswMergeSummary* summary,
+                                                  int* outputReadBy = nullptr);
 
 /// Reads the results file `path` into `table` and `header` exactly as `sp_CompileSensReportData` does,
 /// and returns what it would. When `sources` is not null, appends to it every file the read took: `path`

@@ -187,8 +187,10 @@ bool writeText(QIODevice& device, const std::string& text)
 } // namespace
 
 bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output, bool renumber, YString* message,
-                      MswMergeSummary* summary)
+                      MswMergeSummary* summary, int* outputReadBy)
 {
+    if (outputReadBy)
+        *outputReadBy = -1;
     try {
         if (shards.empty())
             return fail(message, "no results file to merge");
@@ -226,9 +228,12 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
             // Replacing a file that a shard reads would change that shard, or a file it appends, under it.
-            if (read.count(outputKey))
+            if (read.count(outputKey)) {
+                if (outputReadBy)
+                    *outputReadBy = static_cast<int>(i);
                 return fail(message, "the output " + std::string(output.c_str()) + " is a file that " + shardName(i) +
                                          " reads; name another");
+            }
             if (i == 0) {
                 for (const YRef<YDomElement>& m : shard.merits)
                     merits.push_back({m->getAttribute("value"), m->getAttribute("name")});

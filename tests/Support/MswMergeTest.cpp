@@ -428,12 +428,20 @@ TEST_F(MswMerge, AnOutputThatAShardReadsFailsAndIsLeftAsItWas)
     ASSERT_TRUE(QFile::link(QString::fromStdString(path("core1.msw")), QString::fromStdString(alias)));
 #endif
     YString message;
-    EXPECT_FALSE(sp_MergeMswFiles({p("other.msw"), p("main.msw")}, YString(alias.c_str()), false, &message, nullptr));
+    int readBy = 7;
+    EXPECT_FALSE(sp_MergeMswFiles({p("other.msw"), p("main.msw")}, YString(alias.c_str()), false, &message, nullptr, &readBy));
     EXPECT_EQ(message, YString(("the output " + alias + " is a file that " + path("main.msw") + " reads; name another").c_str()));
+    EXPECT_EQ(readBy, 1);
     EXPECT_EQ(readFileBytes(path("core1.msw")), core);
-    EXPECT_FALSE(sp_MergeMswFiles({p("main.msw")}, p("main.msw"), false, &message, nullptr));
+    EXPECT_FALSE(sp_MergeMswFiles({p("main.msw")}, p("main.msw"), false, &message, nullptr, &readBy));
     EXPECT_EQ(message, YString(("the output " + path("main.msw") + " is a file that " + path("main.msw") + " reads; name another").c_str()));
-    ASSERT_TRUE(sp_MergeMswFiles({p("main.msw"), p("other.msw")}, p("merged.msw"), false, &message, nullptr)) << message.c_str();
+    EXPECT_EQ(readBy, 0);
+    // Any other refusal leaves no shard named.
+    EXPECT_FALSE(sp_MergeMswFiles({p("main.msw"), p("missing.msw")}, p("merged.msw"), false, &message, nullptr, &readBy));
+    EXPECT_EQ(readBy, -1);
+    ASSERT_TRUE(sp_MergeMswFiles({p("main.msw"), p("other.msw")}, p("merged.msw"), false, &message, nullptr, &readBy))
+        << message.c_str();
+    EXPECT_EQ(readBy, -1);
 }
 
 TEST_F(MswMerge, TwoHundredShardsMergeAndTheirSummariesAreTheWhole)

@@ -1824,7 +1824,8 @@ TEST_F(Tool, ReportAllThatFailsToWriteOneFileReplacesNone)
 #endif
 
 // An output that is a file the results file appends would change what the results file reads: report,
-// report all and stats refuse it, by any name that leads to it, and leave it as it was.
+// report all, stats and merge refuse it as a usage error, by any name that leads to it, and leave it as it
+// was.
 TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
 {
     const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";
@@ -1849,6 +1850,9 @@ TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
     const Result stats = tool({"stats", main, "--csv", appended});
     EXPECT_EQ(stats.code, 2);
     EXPECT_EQ(stats.err, "supportqt stats: " + appended + " is a file that the results file appends; name another output\n");
+    const Result merge = tool({"merge", main, "-o", other});
+    EXPECT_EQ(merge.code, 2);
+    EXPECT_EQ(merge.err, "supportqt merge: " + other + " is a file that " + main + " appends; name another output\n");
     EXPECT_EQ(readFileBytes(path("folder/sensitivity.csv")), core);
     EXPECT_EQ(QDir(temp("folder")).entryList(QDir::Files | QDir::Hidden), QStringList{"sensitivity.csv"});
     // Another file is written as before.

@@ -459,8 +459,14 @@ int runMerge(const QStringList& arguments)
         return ExitFailure;
     YString message;
     MswMergeSummary summary;
-    if (!sp_MergeMswFiles(shards, toYs(output), command.isSet(QStringLiteral("renumber")), &message, &summary))
+    int readBy = -1;
+    if (!sp_MergeMswFiles(shards, toYs(output), command.isSet(QStringLiteral("renumber")), &message, &summary, &readBy)) {
+        // An output that a shard appends is refused as any output that a command reads is.
+        if (readBy >= 0)
+            return command.fail(ExitUsage, QStringLiteral("%1 is a file that %2 appends; name another output")
+                                               .arg(output, command.positional().at(readBy)));
         return command.fail(ExitFailure, toQs(message));
+    }
 
     if (command.json()) {
         QJsonArray merits;
