@@ -4,13 +4,15 @@
 // the line ends before it, and its range ends at a line end or at the end of the text; nested ones lie
 // inside their subcircuit; sections and references point at what exists; an index that passes over the
 // element lines differs in nothing else; the text split into parts indexed by threads of their own gives
-// exactly the one-scan index.
+// exactly the one-scan index; 320 KiB of comment lines put in at a line start move what follows and
+// change nothing else.
 #include "ModelLibrary.h"
 #include "NetlistFilter_p.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
 bool lineEndBefore(const char* text, int at)
@@ -60,6 +62,63 @@ bool sameIndex(const ModelLibIndex& a, const ModelLibIndex& b)
         if (a.diagnostics[i].line != b.diagnostics[i].line || a.diagnostics[i].message != b.diagnostics[i].message)
             return false;
     return a.params == b.params;
+}
+// Moves the positions and line numbers of `index` for a block of `delta` bytes and `lines` lines put in
+// at position `at`, the start of line `line`: what starts there or later and what ends after it.
+void shiftFor(ModelLibIndex* index, int at, int delta, int line, int lines)
+{
+    const auto start = [&](int& p) { p += p >= at ? delta : 0; };
+    const auto end = [&](int& p) { p += p > at ? delta : 0; };
+    const auto number = [&](int& l) { l += l >= line ? lines : 0; };
+    index->size += index->size >= at ? delta : 0;
+    index->lines += lines;
+    for (ModelLibDefinition& d : index->definitions) {
+        start(d.start);
+        end(d.end);
+        number(d.line);
+        number(d.lastLine);
+    }
+    for (ModelLibSection& s : index->sections) {
+        start(s.start);
+        end(s.end);
+        number(s.line);
+        number(s.endLine);
+    }
+    for (ModelLibReference& r : index->references)
+        number(r.line);
+    for (ModelLibDiagnostic& d : index->diagnostics)
+        number(d.line);
+}
+
+// The text with 320 KiB of comment lines put in at a line start before any end byte: more than the scan
+// keeps of the text behind a statement, so a statement waiting there for its continuation is copied out
+// of the scan's window. The index is `index` with what comes after the block moved, in one scan and in
+// parts.
+void checkLongCommentBlock(const char* text, size_t size, const ModelLibIndex& index)
+{
+    const char* lineEnd = static_cast<const char*>(std::memchr(text, '\n', size));
+    size_t at = lineEnd ? static_cast<size_t>(lineEnd - text) + 1 : 0;
+    if (at >= size || std::memchr(text, 0xFF, at))
+        at = 0;
+    int line = 1;
+    for (size_t k = 0; k < at; ++k)
+        line += text[k] == '\n' || (text[k] == '\r' && text[k + 1] != '\n');
+    const int lines = 160 * 1024;
+    std::string longer(text, at);
+    for (int k = 0; k < lines; ++k)
+        longer += "*\n";
+    longer.append(text + at, size - at);
+    setenv("SUPPORTQT_INDEX_PARTS", "1", 1);
+    ModelLibIndex whole;
+    sp_IndexModelLibraryText(longer.data(), longer.size(), YString("fuzz.lib"), SpiceLanguageNative, &whole);
+    setenv("SUPPORTQT_INDEX_PARTS", "3", 1);
+    ModelLibIndex parted;
+    sp_IndexModelLibraryText(longer.data(), longer.size(), YString("fuzz.lib"), SpiceLanguageNative, &parted);
+    unsetenv("SUPPORTQT_INDEX_PARTS");
+    ModelLibIndex expected = index;
+    shiftFor(&expected, static_cast<int>(at), 2 * lines, line, lines);
+    if (!sameIndex(whole, parted) || !sameIndex(whole, expected))
+        __builtin_trap();
 }
 } // namespace
 
@@ -157,6 +216,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 if (r < 0 || static_cast<size_t>(r) >= index.references.size())
                     __builtin_trap();
         }
+        if (language == SpiceLanguageNative)
+            checkLongCommentBlock(text, size, index);
     }
     return 0;
 }
