@@ -404,7 +404,9 @@ private:
 // The text being indexed, a window at a time from position `start` on: read from a file or copied from
 // memory into a buffer with 64 bytes to spare after it, so that the scanning kernels read whole blocks
 // without looking outside. The window starts small and doubles up to 256 KiB as the text proves long; it
-// grows further only to hold one statement that is longer still. Windows on one file in several threads
+// grows further only to hold one line that is longer still, or the lines of a statement being read
+// and those after them while they take up to 256 KiB (the scanner copies a statement's lines out of it
+// past that). Windows on one file in several threads
 // share it through `shared`, each seeking to its own place under the lock before it reads.
 class Window {
 public:
@@ -707,7 +709,7 @@ private:
 
     // A physical line of the statement: its text after the "+" (or from the statement's first byte) up
     // to the line end, and whether it holds bytes the filter drops. Pointers into the window, moved with
-    // it.
+    // it, or into a block the lines were copied to (see detachSegments).
     struct Segment {
         const char* begin;
         const char* end;
@@ -839,7 +841,7 @@ private:
 
     // The statement's logical line as SpiceStream joins it: each physical line up to its comment
     // character, dropped bytes left out, a blank for each "+". `maxSegments` limits the lines joined.
-    // A single line without dropped bytes is the text itself, not a copy, and is not cut at its comment
+    // A single line without dropped bytes is its text where it lies (the window or a copied block), and is not cut at its comment
     // character (the word scanner cuts it); `cutComment` cuts it here. The 64 bytes after the line are
     // readable either way.
     MODELLIB_INLINE std::string_view logical(size_t maxSegments = SIZE_MAX, bool cutComment = false)
@@ -913,7 +915,14 @@ private:
             m_index->sections[static_cast<size_t>(m_section)].references.push_back(at);
     }
 
+    // The statement read: what it defines or opens is taken, and its copied lines are let go.
     void finishStatement()
+    {
+        takeStatement();
+        m_detached.clear();
+    }
+
+    void takeStatement()
     {
         const Pending pending = m_pending;
         m_pending = None;

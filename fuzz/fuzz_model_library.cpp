@@ -96,7 +96,9 @@ void shiftFor(ModelLibIndex* index, int at, int delta, int line, int lines)
 // parts.
 void checkLongCommentBlock(const char* text, size_t size, const ModelLibIndex& index)
 {
-    const char* lineEnd = static_cast<const char*>(std::memchr(text, '\n', size));
+    // After the line of the first "." (a keyword statement, in most texts), where there is one.
+    const char* dot = static_cast<const char*>(std::memchr(text, '.', size));
+    const char* lineEnd = dot ? static_cast<const char*>(std::memchr(dot, '\n', size - static_cast<size_t>(dot - text))) : nullptr;
     size_t at = lineEnd ? static_cast<size_t>(lineEnd - text) + 1 : 0;
     if (at >= size || std::memchr(text, 0xFF, at))
         at = 0;

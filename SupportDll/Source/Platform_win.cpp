@@ -1,12 +1,12 @@
 // Platform_win.cpp - the core library's platform seam on Windows.
 #include "Platform_p.h"
 #include "FolderOf_p.h"
-#include "SystemPath_p.h"
 #include "ProcessServices.h"
 #include "TextServices.h"
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
+#include "SystemPath_p.h"
 #include <softpub.h>
 #include <wintrust.h>
 
@@ -218,7 +218,9 @@ bool moveOverHeldFile(const std::wstring& from, const std::wstring& to)
     static std::atomic<unsigned> serial{0};
     bool aside = false;
     for (int attempt = 0; attempt < 16 && !aside; ++attempt) {
-        aside = renameByHandle(old, to + L".old-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(serial++));
+        // The name aside is longer than the target's: it may need the long form where the target did not.
+        aside = renameByHandle(old, platform::systemPath(to + L".old-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                                         std::to_wstring(serial++)));
         if (!aside && GetLastError() != ERROR_ALREADY_EXISTS && GetLastError() != ERROR_FILE_EXISTS)
             break;
     }

@@ -216,6 +216,9 @@ TEST(ModelLibraryIndex, ContinuationsFarBehindLongCommentBlocksJoinTheirStatemen
     EXPECT_EQ(std::vector<std::string>(ports.begin(), ports.end()), (std::vector<std::string>{"a", "b", "c"}));
     EXPECT_EQ(index.type(index.definitions[2]), "pmos");
     EXPECT_TRUE(index.diagnostics.empty());
+    // Read in parts, from the lines that open a definition, it is the same index.
+    EnvGuard parts("SUPPORTQT_INDEX_PARTS", "3");
+    EXPECT_EQ(outline(indexText(text)), outline(index));
 }
 
 TEST(ModelLibraryIndex, SubcircuitRunsThroughItsEndsAndNestedModelsBelongToIt)

@@ -622,9 +622,12 @@ TEST(Paths, LongPathsGoToTheSystemInTheExtendedForm)
     EXPECT_EQ(systemPath(L"C:/" + d + L"/../" + e + L"/./f.txt"), L"C:\\" + e + L"\\f.txt");
     EXPECT_EQ(systemPath(L"\\\\server\\share\\" + d + L"\\f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
     EXPECT_EQ(systemPath(L"//server/share/" + d + L"/f.txt"), L"\\\\?\\UNC\\server\\share\\" + d + L"\\f.txt");
-    const std::wstring extended = L"\\\\?\\C:\\" + d + L"\\..\\f.txt", device = L"\\\\.\\pipe\\" + d;
+    // The forms the system takes exactly as written stay as they are; other device forms are normalized.
+    const std::wstring extended = L"\\\\?\\C:\\" + d + L"\\..\\f.txt", nt = L"\\??\\C:\\" + d + L"\\..\\f.txt";
     EXPECT_EQ(systemPath(extended), extended);
-    EXPECT_EQ(systemPath(device), device);
+    EXPECT_EQ(systemPath(nt), nt);
+    EXPECT_EQ(systemPath(L"\\\\.\\C:\\" + d + L"\\" + e + L"\\..\\f.txt"), L"\\\\?\\C:\\" + d + L"\\f.txt");
+    EXPECT_EQ(systemPath(L"//?/C:/" + d + L"/" + e + L"/../f.txt"), L"\\\\?\\C:\\" + d + L"\\f.txt");
     // A relative path is taken from the current folder, and the limit counts the whole path.
     std::vector<wchar_t> buffer(32768);
     const DWORD n = GetCurrentDirectoryW(static_cast<DWORD>(buffer.size()), buffer.data());
@@ -638,6 +641,8 @@ TEST(Paths, LongPathsGoToTheSystemInTheExtendedForm)
     EXPECT_EQ(systemPath(relative), L"\\\\?\\" + current + relative);
     const std::wstring shorter = relative.substr(5);
     EXPECT_EQ(systemPath(shorter), shorter);
+    // A path from the root goes on the current folder's drive.
+    EXPECT_EQ(systemPath(L"\\" + d + L"\\f.txt"), L"\\\\?\\" + current.substr(0, 3) + d + L"\\f.txt");
 }
 #endif
 
