@@ -90,17 +90,18 @@ void shiftFor(ModelLibIndex* index, int at, int delta, int line, int lines)
         number(d.line);
 }
 
-// The text with 320 KiB of comment lines put in at a line start before any end byte: more than the scan
-// keeps of the text behind a statement, so a statement waiting there for its continuation is copied out
-// of the scan's window. The index is `index` with what comes after the block moved, in one scan and in
-// parts.
+// The text with 320 KiB of comment lines put in at a line start before any end byte (or at its start):
+// more than the scan keeps of the text behind a statement, so a statement waiting there for its
+// continuation is copied out of the scan's window. The index is `index` with what comes after the block
+// moved, in one scan and in parts.
 void checkLongCommentBlock(const char* text, size_t size, const ModelLibIndex& index)
 {
     // After the line of the first "." (a keyword statement, in most texts), where there is one.
     const char* dot = static_cast<const char*>(std::memchr(text, '.', size));
     const char* lineEnd = dot ? static_cast<const char*>(std::memchr(dot, '\n', size - static_cast<size_t>(dot - text))) : nullptr;
     size_t at = lineEnd ? static_cast<size_t>(lineEnd - text) + 1 : 0;
-    if (at >= size || std::memchr(text, 0xFF, at))
+    // The text must go on after the block: what ends at the text's end then moves with it.
+    if (at >= size || std::memchr(text, 0xFF, at + 1))
         at = 0;
     int line = 1;
     for (size_t k = 0; k < at; ++k)
