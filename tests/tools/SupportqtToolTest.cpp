@@ -2809,13 +2809,16 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
     EXPECT_EQ(missing.code, 3);
     EXPECT_EQ(missing.err, "supportqt lib extract: - has no section 'fast'\n");
     const Result check = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "check", "-"}, QString(), library);
-    EXPECT_TRUE(check.out.startsWith("missing-file: -:2: missing.inc does not exist or cannot be read (")) << check.out.toStdString();
+    EXPECT_TRUE(check.out.startsWith("missing-file: -:2: missing.inc does not exist or cannot be read (missing.inc)\n"))
+        << check.out.toStdString();
     const QJsonObject problem = parseJsonQt(runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "check", "-", "--json"}, QString(), library).out)
                                     .value(QStringLiteral("problems"))
                                     .toArray()
                                     .at(0)
                                     .toObject();
     EXPECT_EQ(problem.value(QStringLiteral("file")).toString(), QStringLiteral("-"));
+    // A file it includes is named as the library names it, never in the folder of the copy.
+    EXPECT_EQ(problem.value(QStringLiteral("name")).toString(), QStringLiteral("missing.inc"));
     // In the tables and the library written out as well.
     const Result extracted = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "a", "--section", "typical", "-o", "-"},
                                         QString(), library);

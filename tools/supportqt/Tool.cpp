@@ -130,14 +130,18 @@ namespace {
 // Set once a command has said on standard error why it failed.
 bool g_failureReported = false;
 
-// The temporary copy of standard input, once it is made.
+// The temporary copy of standard input, once it is made, and its folder with a separator after it.
 QString g_standardInputCopy;
+QString g_standardInputFolder;
 } // namespace
 
 QString namingStandardInput(QString text)
 {
-    if (!g_standardInputCopy.isEmpty())
+    if (!g_standardInputCopy.isEmpty()) {
         text.replace(g_standardInputCopy, QStringLiteral("-"));
+        // A file named relative to the copy (a library's include) is shown as it was named.
+        text.replace(g_standardInputFolder, QString());
+    }
     return text;
 }
 
@@ -204,6 +208,7 @@ QString standardInputFile()
     if (std::fclose(copy) != 0 || !copied)
         return QString();
     path = name;
+    g_standardInputFolder = folder.path() + QLatin1Char('/');
     return path;
 }
 
