@@ -2831,6 +2831,33 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
     EXPECT_TRUE(problem.value(QStringLiteral("message")).toString().startsWith(QStringLiteral("-:2: missing.inc does not exist")));
 }
 
+#ifndef Q_OS_WIN
+// A file name that is not text in the system's encoding (a Latin-1 name where names are UTF-8) is refused
+// as such, never taken for another name that does not exist; a name that is text opens as before.
+TEST_F(Tool, AnArgumentThatIsNotTextIsRefusedAsSuch)
+{
+    const QByteArray latin1 = QFile::encodeName(temp(QString())) + "caf\xE9.cir";
+    {
+        FILE* f = std::fopen(latin1.constData(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fputs("R1 a b 1k\n", f);
+        std::fclose(f);
+    }
+    // The shell hands the bytes over as they are; the tool's own arguments would be text.
+    const Result r = runProgram(QStringLiteral("/bin/sh"), {"-c", "exec \"$0\" netlist \"$1\"caf$(printf '\\351').cir",
+                                                             QStringLiteral(SUPPORTQT_TOOL_PATH), temp(QString())});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_EQ(r.err, "supportqt: the argument " + temp(QString()) +
+                         "caf\\xE9.cir is not text in the system's encoding; rename the file, or name it through a link whose name "
+                         "is\n");
+    EXPECT_TRUE(r.out.isEmpty());
+    writeFileBytes(path("caf\xC3\xA9.cir"), "R1 a b 1k\n");
+    const Result text = tool({"netlist", temp(QStringLiteral("caf\u00E9.cir"))});
+    EXPECT_EQ(text.code, 0) << text.err.toStdString();
+    EXPECT_TRUE(text.out.contains("R1 a b 1k")) << text.out.toStdString();
+}
+#endif
+
 TEST_F(Tool, ResultsOfAFileThatIsNoResultsFileIsAnError)
 {
     const QString svg = temp("chart.svg");

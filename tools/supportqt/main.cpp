@@ -9,6 +9,7 @@
 #include <clocale>
 #include <cstdio>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -39,6 +40,33 @@ const Subcommand kSubcommands[] = {
     {"help-url", "LINK", "URL of a help link", runHelpUrl},
     {"demo", "[-o DIR]", "the library end to end on the bundled examples", runDemo},
 };
+
+// The first argument that the system's encoding does not read as text, shown with such bytes as \xHH;
+// empty when every argument is text. Arguments are taken as text, so such a one would name another
+// file: a file named in another encoding would be reported missing. (Windows hands arguments over as
+// text.)
+std::string argumentThatIsNoText(int argc, char** argv)
+{
+#ifdef Q_OS_WIN
+    (void)argc;
+    (void)argv;
+#else
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray given(argv[i]);
+        if (QString::fromLocal8Bit(given).toLocal8Bit() == given)
+            continue;
+        std::string shown;
+        for (const char c : given) {
+            const unsigned char b = static_cast<unsigned char>(c);
+            char escaped[5];
+            std::snprintf(escaped, sizeof escaped, "\\x%02X", b);
+            shown += b >= 0x20 && b < 0x7F ? std::string(1, c) : std::string(escaped);
+        }
+        return shown;
+    }
+#endif
+    return std::string();
+}
 
 void printUsage(FILE* stream)
 {
@@ -73,6 +101,12 @@ int main(int argc, char** argv)
     QCoreApplication::setApplicationVersion(
         QStringLiteral("%1.%2.%3").arg(version.release).arg(version.subRelease / 10).arg(version.subRelease % 10));
 
+    const std::string noText = argumentThatIsNoText(argc, argv);
+    if (!noText.empty()) {
+        std::fprintf(stderr, "supportqt: the argument %s is not text in the system's encoding; rename the file, or name "
+                             "it through a link whose name is\n", noText.c_str());
+        return ExitUsage;
+    }
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 2) {
         std::fputs("supportqt: missing command; run 'supportqt --help' for the commands\n", stderr);
