@@ -404,10 +404,10 @@ private:
 // The text being indexed, a window at a time from position `start` on: read from a file or copied from
 // memory into a buffer with 64 bytes to spare after it, so that the scanning kernels read whole blocks
 // without looking outside. The window starts small and doubles up to 256 KiB as the text proves long; it
-// grows further only to hold one line that is longer still, or the lines of a statement being read
-// and those after them while they take up to 256 KiB (the scanner copies a statement's lines out of it
-// past that). Windows on one file in several threads
-// share it through `shared`, each seeking to its own place under the lock before it reads.
+// grows further only to hold one line that is longer still, or a statement's lines and those after them
+// while they take up to 256 KiB (past that the scanner copies the statement's lines out of it). Windows
+// on one file in several threads share it through `shared`, each seeking to its own place under the
+// lock before it reads.
 class Window {
 public:
     static constexpr size_t kSpare = 64;
@@ -426,7 +426,7 @@ public:
     size_t base() const { return m_base; } ///< position of `begin()` in the text
     bool exhausted() const { return m_left == 0; }
     bool failed() const { return m_failed; }
-    /// The size the window grows to before it grows only to hold one statement that is longer still.
+    /// The size the window grows to as the text proves long; past it, it grows only to hold more at once.
     static constexpr size_t kMost = 256 * 1024;
 
     // The text ends at `at`, as it ends at a byte 0xFF.
@@ -841,9 +841,9 @@ private:
 
     // The statement's logical line as SpiceStream joins it: each physical line up to its comment
     // character, dropped bytes left out, a blank for each "+". `maxSegments` limits the lines joined.
-    // A single line without dropped bytes is its text where it lies (the window or a copied block), and is not cut at its comment
-    // character (the word scanner cuts it); `cutComment` cuts it here. The 64 bytes after the line are
-    // readable either way.
+    // A single line without dropped bytes is its text where it lies (the window or a block it was copied
+    // to), and is not cut at its comment character (the word scanner cuts it); `cutComment` cuts it here.
+    // The 64 bytes after the line are readable either way.
     MODELLIB_INLINE std::string_view logical(size_t maxSegments = SIZE_MAX, bool cutComment = false)
     {
         const Segment& first = m_segments.front();

@@ -1850,7 +1850,10 @@ TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
     const Result stats = tool({"stats", main, "--csv", appended});
     EXPECT_EQ(stats.code, 2);
     EXPECT_EQ(stats.err, "supportqt stats: " + appended + " is a file that the results file appends; name another output\n");
-    const Result merge = tool({"merge", main, "-o", other});
+    // merge names the shard that appends it, the second here.
+    writeFileBytes(path("first.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
+                                      "<sensval case=\"5\" value=\"2\"/></meritfunction></msw>\n");
+    const Result merge = tool({"merge", temp("first.msw"), main, "-o", other});
     EXPECT_EQ(merge.code, 2);
     EXPECT_EQ(merge.err, "supportqt merge: " + other + " is a file that " + main + " appends; name another output\n");
     EXPECT_EQ(readFileBytes(path("folder/sensitivity.csv")), core);
@@ -2809,7 +2812,7 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
     EXPECT_EQ(missing.code, 3);
     EXPECT_EQ(missing.err, "supportqt lib extract: - has no section 'fast'\n");
     const Result check = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "check", "-"}, QString(), library);
-    EXPECT_TRUE(check.out.startsWith("missing-file: -:2: missing.inc does not exist or cannot be read (missing.inc)\n"))
+    EXPECT_TRUE(check.out.startsWith("missing-file: -:2: missing.inc does not exist or cannot be read (-/missing.inc)\n"))
         << check.out.toStdString();
     const QJsonObject problem = parseJsonQt(runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "check", "-", "--json"}, QString(), library).out)
                                     .value(QStringLiteral("problems"))
@@ -2817,8 +2820,13 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
                                     .at(0)
                                     .toObject();
     EXPECT_EQ(problem.value(QStringLiteral("file")).toString(), QStringLiteral("-"));
-    // A file it includes is named as the library names it, never in the folder of the copy.
-    EXPECT_EQ(problem.value(QStringLiteral("name")).toString(), QStringLiteral("missing.inc"));
+    // A file it includes is named from "-", never in the folder of the copy, even one whose name begins as
+    // the copy's does.
+    EXPECT_EQ(problem.value(QStringLiteral("name")).toString(), QStringLiteral("-/missing.inc"));
+    const Result stdinInclude = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "check", "-"}, QString(),
+                                           ".include stdin.inc\n.model a d\n");
+    EXPECT_TRUE(stdinInclude.out.startsWith("missing-file: -:1: stdin.inc does not exist or cannot be read (-/stdin.inc)\n"))
+        << stdinInclude.out.toStdString();
     // In the tables and the library written out as well.
     const Result extracted = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "a", "--section", "typical", "-o", "-"},
                                         QString(), library);
@@ -2836,20 +2844,13 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
 // as such, never taken for another name that does not exist; a name that is text opens as before.
 TEST_F(Tool, AnArgumentThatIsNotTextIsRefusedAsSuch)
 {
-    const QByteArray latin1 = QFile::encodeName(temp(QString())) + "caf\xE9.cir";
-    {
-        FILE* f = std::fopen(latin1.constData(), "wb");
-        ASSERT_NE(f, nullptr);
-        std::fputs("R1 a b 1k\n", f);
-        std::fclose(f);
-    }
     // The shell hands the bytes over as they are; the tool's own arguments would be text.
     const Result r = runProgram(QStringLiteral("/bin/sh"), {"-c", "exec \"$0\" netlist \"$1\"caf$(printf '\\351').cir",
                                                              QStringLiteral(SUPPORTQT_TOOL_PATH), temp(QString())});
     EXPECT_EQ(r.code, 2);
     EXPECT_EQ(r.err, "supportqt: the argument " + temp(QString()) +
-                         "caf\\xE9.cir is not text in the system's encoding; rename the file, or name it through a link whose name "
-                         "is\n");
+                         "caf\\xE9.cir is not text in the system's encoding and would be read as other text; a file of such a name "
+                         "can be named through a link\n");
     EXPECT_TRUE(r.out.isEmpty());
     writeFileBytes(path("caf\xC3\xA9.cir"), "R1 a b 1k\n");
     const Result text = tool({"netlist", temp(QStringLiteral("caf\u00E9.cir"))});

@@ -462,9 +462,12 @@ int runMerge(const QStringList& arguments)
     int readBy = -1;
     if (!sp_MergeMswFiles(shards, toYs(output), command.isSet(QStringLiteral("renumber")), &message, &summary, &readBy)) {
         // An output that a shard appends is refused as any output that a command reads is.
-        if (readBy >= 0)
-            return command.fail(ExitUsage, QStringLiteral("%1 is a file that %2 appends; name another output")
-                                               .arg(output, command.positional().at(readBy)));
+        if (readBy >= 0) {
+            const QString shard = command.positional().at(readBy);
+            return command.fail(ExitUsage, sameExistingFile(output, shard)
+                                               ? QStringLiteral("%1 is a file being merged; name another output").arg(output)
+                                               : QStringLiteral("%1 is a file that %2 appends; name another output").arg(output, shard));
+        }
         return command.fail(ExitFailure, toQs(message));
     }
 

@@ -11,6 +11,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -138,9 +139,11 @@ QString g_standardInputFolder;
 QString namingStandardInput(QString text)
 {
     if (!g_standardInputCopy.isEmpty()) {
-        text.replace(g_standardInputCopy, QStringLiteral("-"));
-        // A file named relative to the copy (a library's include) is shown as it was named.
-        text.replace(g_standardInputFolder, QString());
+        // The copy where its name ends there; "stdin.inc" beside it is another file.
+        static const QRegularExpression copy(QRegularExpression::escape(g_standardInputCopy) +
+                                             QStringLiteral("(?![^\\s:;,()'\"])"));
+        text.replace(copy, QStringLiteral("-"));
+        text.replace(g_standardInputFolder, QStringLiteral("-/"));
     }
     return text;
 }

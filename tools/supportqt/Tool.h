@@ -98,8 +98,9 @@ private:
 inline bool isStandardStream(const QString& path) { return path == QLatin1String("-"); }
 /// The path as the user gave it: "-" for the temporary copy that standard input was read into.
 QString shownPath(const QString& path);
-/// The text with the temporary copy of standard input named "-" wherever it names it: a message or a
-/// problem about a file read from standard input names it as the user did.
+/// The text with the temporary copy of standard input named "-" wherever it names it, and a file named
+/// relative to the copy (a library's include) "-/NAME": a message or a problem about a file read from
+/// standard input names it as the user did, never by the folder of the copy.
 QString namingStandardInput(QString text);
 
 /// Writes a file whole or not at all, as the library's sp_ReplaceFileContent does: through links, in

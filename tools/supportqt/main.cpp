@@ -103,8 +103,8 @@ int main(int argc, char** argv)
 
     const std::string noText = argumentThatIsNoText(argc, argv);
     if (!noText.empty()) {
-        std::fprintf(stderr, "supportqt: the argument %s is not text in the system's encoding; rename the file, or name "
-                             "it through a link whose name is\n", noText.c_str());
+        std::fprintf(stderr, "supportqt: the argument %s is not text in the system's encoding and would be read as other "
+                             "text; a file of such a name can be named through a link\n", noText.c_str());
         return ExitUsage;
     }
     const QStringList arguments = QCoreApplication::arguments();
