@@ -192,8 +192,10 @@ int SpiceStream::machine(LineAssembly* line)
     // Set when a delivery went through `take`: `evaluate` may have read on or changed the mode, so the
     // machine goes on from the state the reader is in now.
     bool resumed = false;
+    bool flagged; // a base64 section is open: the stream's own flag and count, kept here as it was loaded
     const auto load = [&]() NETLIST_INLINE {
         p = bufferBegin();
+        flagged = getFlag();
         // Nothing pending from a lone carriage return, and the detector between sequences, where ASCII
         // leaves it as it is. (An open base64 section hides the buffer.)
         const bool direct = m_pendingChar == -1 && m_utf8Detect.isBetweenSequences();
@@ -221,7 +223,7 @@ int SpiceStream::machine(LineAssembly* line)
     };
     // The last accepted counts are taken as they run, wrapping below zero past INT_MAX (see capCounts).
     const auto recordLastAccepted = [&]() NETLIST_INLINE {
-        m_lastAcceptedCharCount = keepsOwnCount() ? kvstream::getCharCount() : static_cast<int>(chars);
+        m_lastAcceptedCharCount = flagged ? kvstream::getCharCount() : static_cast<int>(chars);
         m_lastAcceptedLineCount = static_cast<int>(lines);
     };
     const auto newlineToRaw = [&]() NETLIST_INLINE {
@@ -248,7 +250,7 @@ int SpiceStream::machine(LineAssembly* line)
     };
     // A printable ASCII character other than a brace, outside a base64 section: it goes straight to the
     // line's text.
-    const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !getFlag(); };
+    const auto plain = [&](int c) NETLIST_INLINE { return c >= 32 && c < 127 && c != '{' && c != '}' && !flagged; };
     // Hands a character to the line. Plain characters go straight to its text (the first one starts it),
     // and a line feed ends a line under way; any other goes through `take` with everything stored, since
     // it may call `evaluate`, which may look at the reader.
