@@ -1863,6 +1863,58 @@ TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
     EXPECT_EQ(readFileBytes(path("kept.csv")), "Case#,Reference,\"a\",Delta,Norm\n1,,1,0,0\n2,Run=2,3,2,!DIV0\n");
 }
 
+// An output that cannot be written but that a shard appends: merge names the shard that appends it (a
+// usage error, as report and stats give), not why the file cannot be written.
+TEST_F(Tool, MergeNamesTheShardThatAppendsAnOutputThatCannotBeWritten)
+{
+    const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";
+    ASSERT_TRUE(QDir().mkpath(temp("folder")));
+    writeFileBytes(path("folder/appended.msw"), core);
+    writeFileBytes(path("first.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
+                                      "<sensval case=\"5\" value=\"2\"/></meritfunction></msw>\n");
+    writeFileBytes(path("main.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
+                                     "<sensval case=\"1\" value=\"1\"/></meritfunction>"
+                                     "<append><file path=\"" + path("folder/appended.msw") + "\"/></append></msw>\n");
+    const QString appended = temp("folder/appended.msw");
+    const QStringList arguments{"merge", temp("first.msw"), temp("main.msw"), "-o", appended};
+    QFile::setPermissions(appended, QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    Result merge;
+#ifdef Q_OS_WIN
+    merge = tool(arguments);
+#else
+    if (runningAsRoot()) {
+        // Root writes anything: the tool runs as an unprivileged user instead.
+        QFile::setPermissions(QString::fromStdString(m_dir), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                                 QFileDevice::ExeOwner | QFileDevice::ExeOther | QFileDevice::ExeGroup);
+        const QString setpriv = QStandardPaths::findExecutable("setpriv");
+        ASSERT_FALSE(setpriv.isEmpty()) << "setpriv is needed to test permissions as root";
+        merge = runProgram(setpriv, QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH} + arguments);
+    } else {
+        merge = tool(arguments);
+    }
+#endif
+    EXPECT_EQ(merge.code, 2);
+    EXPECT_EQ(merge.err, "supportqt merge: " + appended + " is a file that " + temp("main.msw") + " appends; name another output\n");
+    EXPECT_EQ(readFileBytes(path("folder/appended.msw")), core);
+    // A file that no shard appends and that cannot be written is told as such (a failure).
+    QFile::setPermissions(appended, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    writeFileBytes(path("folder/locked.msw"), "kept\n");
+    QFile::setPermissions(temp("folder/locked.msw"), QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    const QStringList other{"merge", temp("first.msw"), temp("main.msw"), "-o", temp("folder/locked.msw")};
+#ifdef Q_OS_WIN
+    merge = tool(other);
+#else
+    merge = runningAsRoot() ? runProgram(QStandardPaths::findExecutable("setpriv"),
+                                         QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH} + other)
+                            : tool(other);
+#endif
+    EXPECT_EQ(merge.code, 1);
+    EXPECT_TRUE(merge.err.startsWith("supportqt merge: The file " + temp("folder/locked.msw") + " cannot be opened for write"))
+        << merge.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("folder/locked.msw")), "kept\n");
+    QFile::setPermissions(temp("folder/locked.msw"), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+}
+
 TEST_F(Tool, ReportAllIndexEscapesItsTextsAndFitsA1280PixelWindow)
 {
     YHashTable<XMLReportInfo> table;

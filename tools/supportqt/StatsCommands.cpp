@@ -5,6 +5,7 @@
 #include "StatsPage.h"
 #include "Tool.h"
 
+#include "FileOpenCheck.h"
 #include "MswMerge.h"
 #include "RunStatistics.h"
 #include "TextServices.h"
@@ -454,6 +455,20 @@ int runMerge(const QStringList& arguments)
         if (sameExistingFile(output, shard))
             return command.fail(ExitUsage, QStringLiteral("%1 is a file being merged; name another output").arg(output));
         shards.push_back(toYs(shard));
+    }
+    // An output that cannot be written but that a shard appends is refused as any such output is, as
+    // report and stats refuse it, before why it cannot be written is told.
+    if (!sp_CheckFileOpen(toYs(output), GfnWrite)) {
+        for (int i = 0; i < static_cast<int>(shards.size()); ++i) {
+            YHashTable<XMLReportInfo> table;
+            XMLReportHeader header;
+            std::vector<YString> sources;
+            (void)sp_CompileMswWithSources(shards[static_cast<size_t>(i)], &table, &header, &sources);
+            for (const YString& source : sources)
+                if (sameExistingFile(output, toQs(source)))
+                    return command.fail(ExitUsage, QStringLiteral("%1 is a file that %2 appends; name another output")
+                                                       .arg(output, command.positional().at(i)));
+        }
     }
     if (!command.checkOutput(output))
         return ExitFailure;
