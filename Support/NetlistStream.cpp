@@ -323,8 +323,15 @@ int SpiceStream::machine(LineAssembly* line)
                 return;
         }
     };
-    // A comment character at a line's start: the directive scanner reads on from the stream.
+    // A comment character at a line's start: the directive scanner reads on from the stream. A printable
+    // byte after it that cannot start a directive is left to the comment's run, which takes and counts it
+    // as the scanner would have before handing it back.
     const auto detectDirective = [&](int c) NETLIST_INLINE {
+        if (p < stop) {
+            const unsigned char after = static_cast<unsigned char>(*p);
+            if (after >= 32 && after < 127 && (after != '#' || c != '*'))
+                return;
+        }
         store();
         detectStarHash(c);
         load();
