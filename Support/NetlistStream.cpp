@@ -352,6 +352,9 @@ dispatch:
             return leave(kLiteralFromHere);
         takeDialect();
     }
+    // A line under way, or one whose first character was handed back, is the common case.
+    if (state == InLine)
+        goto inLine;
     switch (state) {
     case LineStart:
         goto lineStart;
@@ -403,7 +406,8 @@ inLine:
         c = pushback;
         pushback = -1;
         accept(c);
-        deliver(c);
+        text = line->startLine(lines)->reserveTail(static_cast<int>(stop - p) + kRoom);
+        *text++ = static_cast<char>(c);
     }
     if (text && pushback == -1 && p < stop)
         takeRun(true, true);
