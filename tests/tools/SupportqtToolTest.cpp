@@ -1870,49 +1870,50 @@ TEST_F(Tool, MergeNamesTheShardThatAppendsAnOutputThatCannotBeWritten)
     const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";
     ASSERT_TRUE(QDir().mkpath(temp("folder")));
     writeFileBytes(path("folder/appended.msw"), core);
+    writeFileBytes(path("folder/locked.msw"), "kept\n");
     writeFileBytes(path("first.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
                                       "<sensval case=\"5\" value=\"2\"/></meritfunction></msw>\n");
     writeFileBytes(path("main.msw"), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
                                      "<sensval case=\"1\" value=\"1\"/></meritfunction>"
                                      "<append><file path=\"" + path("folder/appended.msw") + "\"/></append></msw>\n");
-    const QString appended = temp("folder/appended.msw");
-    const QStringList arguments{"merge", temp("first.msw"), temp("main.msw"), "-o", appended};
-    QFile::setPermissions(appended, QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-    Result merge;
+    // Runs merge into `output` while the tool cannot write it: on Windows the file is held open with no
+    // sharing; elsewhere it is read-only, and the tool runs as an unprivileged user when this is root.
+    const auto mergeInto = [this](const QString& output) {
+        const QStringList arguments{"merge", temp("first.msw"), temp("main.msw"), "-o", output};
 #ifdef Q_OS_WIN
-    merge = tool(arguments);
+        const ExclusiveFileLock lock(output.toStdString());
+        EXPECT_TRUE(lock.isLocked());
+        return tool(arguments);
 #else
-    if (runningAsRoot()) {
-        // Root writes anything: the tool runs as an unprivileged user instead.
-        QFile::setPermissions(QString::fromStdString(m_dir), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                                 QFileDevice::ExeOwner | QFileDevice::ExeOther | QFileDevice::ExeGroup);
-        const QString setpriv = QStandardPaths::findExecutable("setpriv");
-        ASSERT_FALSE(setpriv.isEmpty()) << "setpriv is needed to test permissions as root";
-        merge = runProgram(setpriv, QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH} + arguments);
-    } else {
-        merge = tool(arguments);
-    }
+        const QFileDevice::Permissions before = QFile::permissions(output);
+        QFile::setPermissions(output, QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+        Result result;
+        if (runningAsRoot()) {
+            QFile::setPermissions(QString::fromStdString(m_dir), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                                     QFileDevice::ExeOwner | QFileDevice::ExeOther |
+                                                                     QFileDevice::ExeGroup);
+            const QString setpriv = QStandardPaths::findExecutable("setpriv");
+            EXPECT_FALSE(setpriv.isEmpty()) << "setpriv is needed to test permissions as root";
+            result = runProgram(setpriv, QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH} +
+                                             arguments);
+        } else {
+            result = tool(arguments);
+        }
+        QFile::setPermissions(output, before);
+        return result;
 #endif
-    EXPECT_EQ(merge.code, 2);
-    EXPECT_EQ(merge.err, "supportqt merge: " + appended + " is a file that " + temp("main.msw") + " appends; name another output\n");
+    };
+    const Result appended = mergeInto(temp("folder/appended.msw"));
+    EXPECT_EQ(appended.code, 2);
+    EXPECT_EQ(appended.err, "supportqt merge: " + temp("folder/appended.msw") + " is a file that " + temp("main.msw") +
+                                " appends; name another output\n");
     EXPECT_EQ(readFileBytes(path("folder/appended.msw")), core);
     // A file that no shard appends and that cannot be written is told as such (a failure).
-    QFile::setPermissions(appended, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-    writeFileBytes(path("folder/locked.msw"), "kept\n");
-    QFile::setPermissions(temp("folder/locked.msw"), QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-    const QStringList other{"merge", temp("first.msw"), temp("main.msw"), "-o", temp("folder/locked.msw")};
-#ifdef Q_OS_WIN
-    merge = tool(other);
-#else
-    merge = runningAsRoot() ? runProgram(QStandardPaths::findExecutable("setpriv"),
-                                         QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups", SUPPORTQT_TOOL_PATH} + other)
-                            : tool(other);
-#endif
-    EXPECT_EQ(merge.code, 1);
-    EXPECT_TRUE(merge.err.startsWith("supportqt merge: The file " + temp("folder/locked.msw") + " cannot be opened for write"))
-        << merge.err.toStdString();
+    const Result locked = mergeInto(temp("folder/locked.msw"));
+    EXPECT_EQ(locked.code, 1);
+    EXPECT_TRUE(locked.err.startsWith("supportqt merge: The file " + temp("folder/locked.msw") + " cannot be opened for write"))
+        << locked.err.toStdString();
     EXPECT_EQ(readFileBytes(path("folder/locked.msw")), "kept\n");
-    QFile::setPermissions(temp("folder/locked.msw"), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
 TEST_F(Tool, ReportAllIndexEscapesItsTextsAndFitsA1280PixelWindow)
