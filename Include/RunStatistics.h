@@ -211,6 +211,7 @@ SUPPORTQT_API std::vector<MeritStatistics> sp_ComputeRunStatistics(const YHashTa
                                                                     bool influence = true);
 
 /// The statistics of one merit function of `table` (index `merit`); name and definition are left empty.
+/// An index below 0, or past every run's values, gives no values, no nominal value and no influence.
 /// A large table is walked on several threads, as `sp_ComputeRunStatistics` walks it.
 SUPPORTQT_API MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLReportInfo>& table, int merit,
                                                         const MeritLimits& limits = MeritLimits(),
@@ -224,7 +225,8 @@ SUPPORTQT_API std::vector<const XMLReportInfo*> sp_RunsInCaseOrder(const YHashTa
 /// relative; -inf at 0, +inf at 1, NaN outside 0..1.
 SUPPORTQT_API double sp_NormalQuantile(double p);
 /// Quantile of the chi-square distribution with `degrees` degrees of freedom (> 0); NaN when p is outside
-/// 0..1 or degrees is not positive.
+/// 0..1 or degrees is not positive. Above two million degrees the distribution is taken from its uniform
+/// asymptotic expansion, which keeps the quantiles' digits up to any number of degrees.
 SUPPORTQT_API double sp_ChiSquareQuantile(double p, double degrees);
 /// Spearman's rank correlation of two equally long samples (average ranks for ties); NaN when they are
 /// shorter than 2, differ in length, hold a NaN, or either does not vary.

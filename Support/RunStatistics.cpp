@@ -208,12 +208,65 @@ double logGamma(double a)
 #endif
 }
 
+// Above this shape the series and the continued fraction below would need a number of terms that
+// grows as the square root of the shape, and a * log(x) would leave too few digits: the uniform
+// asymptotic expansion takes over, whose next term is below a rounding error there.
+constexpr double kLargeShape = 1e6;
+constexpr double kTwoPi = 6.283185307179586;
+
+// m - log(1 + m) for m > -1, without the cancellation of the two near 0.
+double minusLog1p(double m)
+{
+    if (std::fabs(m) > 0.1)
+        return m - std::log1p(m);
+    double power = m * m, sum = 0.0;
+    for (int k = 2; k < 80; ++k) {
+        const double term = (k % 2 == 0 ? power : -power) / k;
+        sum += term;
+        if (std::fabs(term) <= 1e-17 * std::fabs(sum))
+            break;
+        power *= m;
+    }
+    return sum;
+}
+
+// P(a, x) for a shape above kLargeShape: erfc of the scaled distance eta between x and a, less the first
+// two terms of the remainder's expansion in 1/a.
+double lowerGammaLargeShape(double a, double x)
+{
+    const double m = (x - a) / a;
+    const double d = minusLog1p(m);
+    const double eta = std::copysign(std::sqrt(2.0 * d), m);
+    double c0, c1;
+    if (std::fabs(eta) < 0.01) {
+        // The coefficients' own forms cancel near eta = 0: their Taylor series instead.
+        c0 = -1.0 / 3 + eta * (1.0 / 12 + eta * (-2.0 / 135 + eta * (1.0 / 864 + eta * (1.0 / 2835 - eta * 139.0 / 777600))));
+        c1 = -1.0 / 540 + eta * (-1.0 / 288 + eta * (1.0 / 378 - eta * 77.0 / 77760));
+    } else {
+        c0 = 1.0 / m - 1.0 / eta;
+        c1 = 1.0 / (eta * eta * eta) - 1.0 / (m * m * m) - 1.0 / (m * m) - 1.0 / (12.0 * m);
+    }
+    const double remainder = std::exp(-a * d) / std::sqrt(kTwoPi * a) * (c0 + c1 / a);
+    return std::clamp(0.5 * std::erfc(-eta * std::sqrt(a / 2.0)) - remainder, 0.0, 1.0);
+}
+
+// The logarithm of the gamma density of shape a at x, written in x / a so that no digits go to the
+// cancelling terms a * log(x) and log(Gamma(a)) of a large shape.
+double logGammaDensityLargeShape(double a, double x)
+{
+    const double m = (x - a) / a;
+    const double stirling = 1.0 / (12.0 * a) - 1.0 / (360.0 * a * a * a);
+    return -a * minusLog1p(m) - std::log1p(m) - 0.5 * std::log(kTwoPi * a) - stirling;
+}
+
 // Regularised lower incomplete gamma function P(a, x): its series below a + 1, else one minus the
-// continued fraction of the upper function (modified Lentz).
+// continued fraction of the upper function (modified Lentz); the asymptotic expansion for a large shape.
 double lowerGammaRegularised(double a, double x)
 {
     if (x <= 0.0)
         return 0.0;
+    if (a > kLargeShape)
+        return lowerGammaLargeShape(a, x);
     const double logPrefix = a * std::log(x) - x - logGamma(a);
     if (x < a + 1.0) {
         double term = 1.0 / a, sum = term;
@@ -315,7 +368,7 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
     s->sample.addBlock(std::move(values), cases);
     const MomentSummary& m = s->sample.moments();
     s->sample.percentiles(kRunStatisticsPercentiles, kRunStatisticsPercentileCount, s->percentiles);
-    if (const XMLReportInfo* nominal = findCase(table, 1); nominal && nominal->values.count() > s->merit) {
+    if (const XMLReportInfo* nominal = findCase(table, 1); nominal && s->merit >= 0 && nominal->values.count() > s->merit) {
         s->hasNominal = true;
         s->nominal = nominal->values[s->merit].value;
     }
@@ -961,7 +1014,8 @@ double sp_ChiSquareQuantile(double p, double degrees)
             hi = x;
         if (f == 0.0)
             break;
-        const double logDensity = (a - 1.0) * std::log(x / 2.0) - x / 2.0 - logNorm;
+        const double logDensity = a > kLargeShape ? logGammaDensityLargeShape(a, x / 2.0) - std::log(2.0)
+                                                  : (a - 1.0) * std::log(x / 2.0) - x / 2.0 - logNorm;
         // In the lower tail the distribution falls like a power of x: Newton's step is taken on its
         // logarithm there, which is nearly straight, instead of on the distribution, which would creep.
         double next = lower > 0.0 && lower < 0.1 ? x - (std::log(lower) - std::log(p)) * std::exp(std::log(lower) - logDensity)
@@ -1219,7 +1273,7 @@ MeritStatistics computeOne(const YHashTable<XMLReportInfo>& table, const std::ve
         std::vector<const XMLReportInfo*> finiteRuns;
         std::vector<double> finiteValues;
         for (const XMLReportInfo* run : runs)
-            if (run->values.count() > merit && std::isfinite(run->values[merit].value)) {
+            if (merit >= 0 && run->values.count() > merit && std::isfinite(run->values[merit].value)) {
                 finiteRuns.push_back(run);
                 finiteValues.push_back(run->values[merit].value);
             }

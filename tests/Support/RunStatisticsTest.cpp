@@ -11,6 +11,7 @@
 #include <QJsonObject>
 #include <QProcess>
 
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -651,6 +652,34 @@ TEST(RunStatistics, ParametersARunDidNotChangeCountAsNominal)
     EXPECT_NEAR(s.influence[1].rho, sp_SpearmanCorrelation(c1, values), 1e-15);
 }
 
+// A merit function index below 0 names no merit function, as one past the last does: no values, no
+// nominal value and no influence, whatever the runs hold.
+TEST(RunStatistics, AMeritIndexBelowZeroNamesNoMeritFunction)
+{
+    YHashTable<XMLReportInfo> table;
+    for (int c = 1; c <= 5; ++c) {
+        XMLReportInfo r = run(c, {static_cast<double>(c)});
+        XMLParameterValue& p = r.parameters.at(0);
+        p.name = "R1";
+        p.nominal = 1.0;
+        p.usedValue = 1.0 + 0.1 * c;
+        table.insert(r);
+    }
+    for (int merit : {-1, INT_MIN, 1}) {
+        SCOPED_TRACE(merit);
+        const MeritStatistics s = sp_ComputeMeritStatistics(table, merit);
+        EXPECT_EQ(s.sample.moments().count(), 0);
+        EXPECT_FALSE(s.hasNominal);
+        EXPECT_TRUE(s.influence.empty());
+    }
+    const MeritStatistics first = sp_ComputeMeritStatistics(table, 0);
+    EXPECT_EQ(first.sample.moments().count(), 5);
+    EXPECT_TRUE(first.hasNominal);
+    EXPECT_EQ(first.nominal, 1.0);
+    ASSERT_EQ(first.influence.size(), 1u);
+    EXPECT_NEAR(first.influence[0].rho, 1.0, 1e-15);
+}
+
 // A parameter whose deviation is not a number in some run (a nominal of "nan" in the file) has no ranks:
 // its correlation is NaN and it is listed last, and the other parameters are ranked as without it.
 TEST(RunStatistics, AParameterWithADeviationThatIsNotANumberHasNoCorrelation)
@@ -1178,6 +1207,81 @@ TEST(RunStatistics, InfluenceOfManyOneRunParametersTakesMemoryInProportion)
 
 // Far in the lower tail the quantile still comes out to the last digits, and is 0 where SciPy's is
 // below the smallest double.
+// Above two million degrees of freedom each evaluation of the distribution would be a series of more
+// than ten thousand terms, and the density's logarithm the difference of two huge numbers. The middle
+// quantiles agree with SciPy up to 1e16 degrees. SciPy's own far tails go astray there (at 1e9 degrees its
+// 1e-10 quantile has a probability of 2e-10 below it), so the tails are checked instead by the
+// distribution at them, summed exactly as its series in 60-digit decimals, up to 1e10 degrees.
+TEST_F(RunStatisticsReference, ChiSquareQuantilesForHugeDegreesKeepTheirDigits)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    const double degrees[] = {2000002.0, 1e7, 1e9, 1e10, 1e12, 1e16};
+    const double middle[] = {0.025, 0.5, 0.975};
+    QProcess python;
+    python.start(QString::fromLatin1(debianPython()),
+                 {"-c", "import json\nfrom scipy import stats\nprint(json.dumps([float(stats.chi2.ppf(p, d)) "
+                        "for d in [2000002.0, 1e7, 1e9, 1e10, 1e12, 1e16] for p in [0.025, 0.5, 0.975]]))"});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(120000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonArray reference = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    ASSERT_EQ(reference.size(), 18);
+    int k = 0;
+    for (double d : degrees)
+        for (double p : middle) {
+            SCOPED_TRACE("degrees " + std::to_string(d) + ", p " + std::to_string(p));
+            expectRelative(sp_ChiSquareQuantile(p, d), json(reference[k++]), 1e-14, "chi-square quantile");
+        }
+
+    // The tails: P(d/2, x/2), the regularised lower incomplete gamma function, as x^a e^-x / Gamma(a + 1)
+    // times the sum of x^k / ((a + 1)...(a + k)), with Stirling's series for the logarithm of Gamma.
+    const double tailDegrees[] = {2000002.0, 1e7, 1e9, 1e10};
+    QString pairs;
+    for (double d : tailDegrees)
+        for (double p : {1e-10, 1 - 1e-9})
+            pairs += QString::asprintf("(%.17g, %.17g),", d, sp_ChiSquareQuantile(p, d));
+    const QString script = QStringLiteral(
+        "import json\n"
+        "from decimal import Decimal as D, getcontext\n"
+        "getcontext().prec = 60\n"
+        "PI = D('3.14159265358979323846264338327950288419716939937510582097494')\n"
+        "def lngamma(z):\n"
+        "    s = (z - D('0.5')) * z.ln() - z + (2 * PI).ln() / 2\n"
+        "    zp = z\n"
+        "    for k, b in enumerate([D(1) / 6, D(-1) / 30, D(1) / 42, D(-1) / 30, D(5) / 66], start=1):\n"
+        "        s += b / (2 * k * (2 * k - 1) * zp)\n"
+        "        zp *= z * z\n"
+        "    return s\n"
+        "def lower(a, x):\n"
+        "    term = total = D(1)\n"
+        "    k = 1\n"
+        "    while term >= total * D('1e-40'):\n"
+        "        term = term * x / (a + k)\n"
+        "        total += term\n"
+        "        k += 1\n"
+        "    return (a * x.ln() - x - lngamma(a + 1)).exp() * total\n"
+        "out = []\n"
+        "for d, q in [%1]:\n"
+        "    p = lower(D(d) / 2, D(q) / 2)\n"
+        "    out += [float(p), float(1 - p)]\n"
+        "print(json.dumps(out))\n").arg(pairs);
+    python.start(QString::fromLatin1(debianPython()), {"-c", script});
+    ASSERT_TRUE(python.waitForStarted(30000));
+    ASSERT_TRUE(python.waitForFinished(300000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QJsonArray tails = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    ASSERT_EQ(tails.size(), 16);
+    k = 0;
+    for (double d : tailDegrees) {
+        SCOPED_TRACE("degrees " + std::to_string(d));
+        // Below the 1e-10 quantile lies 1e-10; above the 1 - 1e-9 quantile lies 1e-9, reached through a
+        // lower probability near 1, which keeps about seven digits of it.
+        expectRelative(json(tails[k]) / 1e-10, 1.0, 1e-8, "probability below the 1e-10 quantile");
+        expectRelative(json(tails[k + 3]) / 1e-9, 1.0, 1e-6, "probability above the 1 - 1e-9 quantile");
+        k += 4;
+    }
+}
+
 TEST_F(RunStatisticsReference, ChiSquareQuantilesFarInTheLowerTailAgreeWithSciPy)
 {
     SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
