@@ -1505,6 +1505,17 @@ TEST_F(Tool, ChartsOfFiftyBarsHaveNoOverlappingText)
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, "wrote " + temp("mc.html") + "\nwrote " + temp("histogram.svg") + "\n");
     expectReadableSvg(temp("histogram.svg"), 2 * 10);
+    // With the report on standard output the chart is said on standard error, on one line whatever its name.
+#ifdef Q_OS_WIN
+    const QString chartName = temp("histogram two.svg"), shownName = chartName;
+#else
+    const QString chartName = temp("histogram\ntwo.svg"), shownName = temp("histogram\\ntwo.svg");
+#endif
+    const Result piped = tool({"report", "mc", mcFile, "-o", "-", "--chart", chartName});
+    ASSERT_EQ(piped.code, 0) << piped.err.toStdString();
+    EXPECT_EQ(piped.err, "supportqt report: wrote " + shownName + "\n");
+    EXPECT_TRUE(piped.out.startsWith("<html>")) << piped.out.left(80).toStdString();
+    expectReadableSvg(chartName, 2 * 10);
     // The Freedman-Diaconis rule gives 14 bins to each merit function, as NumPy's histogram_bin_edges does.
     EXPECT_EQ(svgTexts(temp("histogram.svg")).count("value: 14 bins by the Freedman-Diaconis rule"), 2);
     // As many bins as asked, up to 1,000, and the texts still clear of each other and of the bars.
@@ -2168,6 +2179,15 @@ TEST_F(Tool, GlobAndRegex)
     const QJsonObject o = parseJson(tool({"regex", "(R)(\\d+)", "R12 x", "--json"}).out);
     EXPECT_EQ(o["captures"].toArray().toVariantList(), (QVariantList{"R12", "R", "12"}));
     EXPECT_TRUE(o["matched"].toBool());
+    // Ignoring case there are no captures, and whether it matched agrees with the position.
+    const QJsonObject ignored = parseJson(tool({"regex", "B", "abc", "-i", "--json"}).out);
+    EXPECT_EQ(ignored["position"].toInt(), 1);
+    EXPECT_TRUE(ignored["matched"].toBool());
+    EXPECT_TRUE(ignored["captures"].toArray().isEmpty());
+    const Result ignoredMissing = tool({"regex", "z", "abc", "-i", "--json"});
+    EXPECT_EQ(ignoredMissing.code, 3);
+    EXPECT_FALSE(parseJson(ignoredMissing.out)["matched"].toBool());
+    EXPECT_EQ(parseJson(ignoredMissing.out)["position"].toInt(), -1);
 }
 
 #ifndef Q_OS_WIN
@@ -2462,6 +2482,14 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     const QJsonArray original = parseJsonQt(tool({"results", example("results/buck_sensitivity.msw"), "--json"}).out)["meritFunctions"].toArray();
     EXPECT_EQ(afterMerits[0].toObject()["name"].toString(), original[0].toObject()["name"].toString());
     const std::string afterReplace = readFileBytes(file.toStdString());
+    // Values from standard input: the runs without one are said to have none in "-".
+    const QString piped = temp("piped.msw");
+    ASSERT_TRUE(QFile::copy(example("results/buck_sensitivity.msw"), piped));
+    QFile::setPermissions(piped, QFile::ReadOwner | QFile::WriteOwner);
+    const Result fromInput = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH),
+                                        {"append-merit", piped, "--value", "z", "--name", "z", "--data", "-"}, QString(), "1,5\n");
+    ASSERT_EQ(fromInput.code, 0) << fromInput.err.toStdString();
+    EXPECT_EQ(fromInput.out, "added merit function z with 1 value to " + piped + "\n7 runs have no value in - and read 0: 2 3 4 5 6 ...\n");
 
     const QString bad = temp("bad.csv");
     writeFileBytes(bad.toStdString(), "1,abc\n");

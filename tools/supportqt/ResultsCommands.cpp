@@ -691,7 +691,7 @@ int runAppendMerit(const QStringList& arguments)
             missing.push_back(run.caseNumber);
     if (!missing.empty()) {
         std::sort(missing.begin(), missing.end());
-        out << static_cast<long long>(missing.size()) << (missing.size() == 1 ? " run has" : " runs have") << " no value in " << dataPath
+        out << static_cast<long long>(missing.size()) << (missing.size() == 1 ? " run has" : " runs have") << " no value in " << shownPath(dataPath)
             << " and read 0:";
         for (size_t k = 0; k < missing.size() && k < 5; ++k)
             out << ' ' << missing[k];
@@ -990,7 +990,7 @@ int runReport(const QStringList& arguments)
     // Written to standard output, the report is the output: what was written is said on standard error.
     if (isStandardStream(output)) {
         if (!chart.isEmpty())
-            writeStream(stderr, QStringLiteral("supportqt report: wrote %1\n").arg(chart).toUtf8());
+            command.warn(QStringLiteral("wrote %1").arg(chart));
         return ExitOk;
     }
     Output out;

@@ -294,9 +294,11 @@ int runRegex(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("invalid pattern '%1': %2").arg(command.positional().at(0), toQs(reason)));
     const int position = command.isSet(QStringLiteral("ignore-case")) ? sp_RegexpMatch_i(pattern.constData(), text.constData())
                                                                       : sp_RegexpMatch(pattern.constData(), text.constData());
+    // The captures come from the case-sensitive matcher only: with -i, whether it matched is the position's.
     YArray<YString> captures;
-    const bool matched = !command.isSet(QStringLiteral("ignore-case")) &&
-                          sp_RegularExpressionMatch(YString(text.constData()), YString(pattern.constData()), &captures);
+    const bool matched = command.isSet(QStringLiteral("ignore-case"))
+                             ? position >= 0
+                             : sp_RegularExpressionMatch(YString(text.constData()), YString(pattern.constData()), &captures);
     if (command.json()) {
         QJsonArray groups;
         for (const YString& c : captures)
