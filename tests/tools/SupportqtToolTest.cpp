@@ -1823,6 +1823,14 @@ TEST_F(Tool, ReportAllThatFailsToWriteOneFileReplacesNone)
     EXPECT_EQ(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name), names);
     for (const QString& name : names)
         EXPECT_EQ(readFileBytes((dir + "/" + name).toStdString()), "the previous " + name.toStdString() + "\n");
+    // Folders it made for the report go with the failure, and the message holds for them too.
+    const QString fresh = temp("fresh/sub");
+    const Result made = runProgram(QStringLiteral("/bin/sh"),
+                                   {"-c", QStringLiteral("ulimit -f 560; trap '' XFSZ; exec '%1' report all '%2' -o '%3'")
+                                              .arg(SUPPORTQT_TOOL_PATH, mc, fresh)});
+    EXPECT_EQ(made.code, 1);
+    EXPECT_EQ(made.err, "supportqt report: cannot write " + fresh + "/sensitivity.html; the folder is as it was\n");
+    EXPECT_FALSE(QFileInfo::exists(temp("fresh")));
     // Within the limit each file fits: the Monte Carlo log alone is written.
     const Result log = runProgram(QStringLiteral("/bin/sh"),
                                   {"-c", QStringLiteral("ulimit -f 560; trap '' XFSZ; exec '%1' report mc '%2' -o '%3'")
@@ -2053,9 +2061,15 @@ TEST_F(Tool, DemoRunsTheTypicalRequestAndItsPicturesShow)
 
 TEST_F(Tool, DemoWithoutItsExamplesFailsClearly)
 {
-    const Result r = tool({"demo", "-o", temp("out"), "--examples", temp("nowhere")});
+    const Result r = tool({"demo", "-o", temp("out/demo"), "--examples", temp("nowhere")});
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "supportqt demo: The file " + temp("nowhere") + "/netlists/buck_converter.cir does not exist\n");
+    // The folders it made for its outputs go with the failure; one that was there stays.
+    EXPECT_FALSE(QFileInfo::exists(temp("out")));
+    ASSERT_TRUE(QDir().mkpath(temp("kept")));
+    EXPECT_EQ(tool({"demo", "-o", temp("kept/demo"), "--examples", temp("nowhere")}).code, 1);
+    EXPECT_TRUE(QFileInfo(temp("kept")).isDir());
+    EXPECT_FALSE(QFileInfo::exists(temp("kept/demo")));
 }
 
 // ---------------------------------------------------------------- text, why, glob, regex, run, help-url

@@ -286,11 +286,13 @@ int runDemo(const QStringList& arguments)
     if (isStandardStream(command.value(QStringLiteral("output"))))
         return command.fail(ExitUsage, QStringLiteral("the demo writes a folder of files; name a folder for it"));
     const QString outDir = QDir(command.value(QStringLiteral("output"))).absolutePath();
-    if (!QDir().mkpath(outDir))
+    MadeFolders made;
+    if (!made.make(outDir))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(outDir));
     Demo demo(command, QDir(command.value(QStringLiteral("examples"))), QDir(outDir));
     if (!demo.readNetlist() || !demo.sensitivity() || !demo.monteCarlo() || !demo.worstCase() || !demo.writeIndex())
         return ExitFailure;
+    made.keep();
     demo.finish();
     return ExitOk;
 }

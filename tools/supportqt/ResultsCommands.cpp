@@ -750,7 +750,8 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
         return command.fail(ExitUsage, QStringLiteral("report all writes several files; name a folder for them"));
     if (QFileInfo(dir).exists() && !QFileInfo(dir).isDir())
         return command.fail(ExitFailure, QStringLiteral("%1 is a file, not a folder").arg(dir));
-    if (!QDir().mkpath(dir))
+    MadeFolders made;
+    if (!made.make(dir))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(dir));
     const bool monteCarlo = isMonteCarlo(header);
     const bool worstCase = analysisIs(header, ".wc");
@@ -849,6 +850,7 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
                                                              .arg(failed)
                                                              .arg(replaced));
     }
+    made.keep();
     Output out;
     for (const Written& f : files)
         out << "wrote " << folder.filePath(f.name) << '\n';

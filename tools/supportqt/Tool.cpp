@@ -9,6 +9,7 @@
 #include "TextServices.h"
 #include "XMLReport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -260,6 +261,30 @@ bool ToolCommand::checkOutput(const QString& path) const
     sp_FileOpenForensicMsg(name, GfnWrite, &message);
     fail(ExitFailure, toQs(message));
     return false;
+}
+
+MadeFolders::~MadeFolders()
+{
+    for (const QString& folder : m_made)
+        if (!QDir().rmdir(folder))
+            break; // not empty, or not ours to remove: nor are its parents then
+}
+
+bool MadeFolders::make(const QString& path)
+{
+    QStringList missing;
+    QString folder = QDir::cleanPath(QDir(path).absolutePath());
+    while (!QFileInfo::exists(folder)) {
+        missing << folder;
+        const QString parent = QFileInfo(folder).absolutePath();
+        if (parent == folder)
+            break;
+        folder = parent;
+    }
+    if (!QDir().mkpath(path))
+        return false;
+    m_made << missing;
+    return true;
 }
 
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)

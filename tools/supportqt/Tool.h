@@ -108,6 +108,23 @@ QString namingStandardInput(QString text);
 /// A `target` of "-" is standard output: `write` writes a temporary file, which is then copied there.
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write);
 
+/// Makes a folder and its missing parents for a command's outputs. Unless `keep` is called, the folders
+/// it made that are still empty are removed when it goes: a command that fails leaves no folder of its
+/// own behind, and never removes one that holds anything.
+class MadeFolders {
+public:
+    MadeFolders() = default;
+    MadeFolders(const MadeFolders&) = delete;
+    MadeFolders& operator=(const MadeFolders&) = delete;
+    ~MadeFolders();
+    /// False when the folder cannot be made.
+    bool make(const QString& path);
+    void keep() { m_made.clear(); }
+
+private:
+    QStringList m_made; // the deepest first
+};
+
 /// Writes a text file whole or not at all, as writeFileAtomically does; false when any of it could not be
 /// written (the buffered tail included).
 bool writeTextFile(const QString& target, const std::string& text);
