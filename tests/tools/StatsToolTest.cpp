@@ -248,6 +248,31 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
     // A --limit given on the command line wins over the file's.
     const Result both = tool({"stats", file, "--limits", temp("limits.csv"), "--limit", "gain=:19.5", "--json"});
     EXPECT_TRUE(parseJson(both.out)["meritFunctions"][0]["limits"]["lower"].isNull());
+    // Fields in double quotes, as spreadsheets write them: a name with a comma or a quote in it too.
+    writeFileBytes(path("quoted.csv"), "\"name\",\"lower\",\"upper\"\n\"gain\",\"19\",21\n \"f3db\" ,, \"1200\"\n");
+    const Result quoted = tool({"stats", file, "--limits", temp("quoted.csv"), "--json"});
+    ASSERT_EQ(quoted.code, 0) << quoted.err.toStdString();
+    const QJsonObject quotedLimits = parseJson(quoted.out)["meritFunctions"][1]["limits"].toObject();
+    EXPECT_TRUE(quotedLimits["lower"].isNull());
+    EXPECT_EQ(quotedLimits["upper"].toDouble(), 1200.0);
+    EXPECT_EQ(parseJson(quoted.out)["meritFunctions"][0]["limits"]["lower"].toDouble(), 19.0);
+    writeFileBytes(path("named.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">"
+                                      "<meritfunction value=\"max(v(a),v(b))\" name=\"\"><sensval case=\"1\" value=\"1\"/>"
+                                      "<sensval case=\"2\" value=\"3\"/></meritfunction>"
+                                      "<meritfunction value=\"x\" name=\"say &quot;hi&quot;\"><sensval case=\"1\" value=\"1\"/>"
+                                      "<sensval case=\"2\" value=\"3\"/></meritfunction>"
+                                      "<steps><step case=\"1\"/><step case=\"2\"/></steps></msw>\n");
+    writeFileBytes(path("commas.csv"), "\"max(v(a),v(b))\",0,2\n\"say \"\"hi\"\"\",2,4\n");
+    const Result commas = tool({"stats", temp("named.msw"), "--limits", temp("commas.csv"), "--json"});
+    ASSERT_EQ(commas.code, 0) << commas.err.toStdString();
+    EXPECT_EQ(parseJson(commas.out)["meritFunctions"][0]["limits"]["upper"].toDouble(), 2.0);
+    EXPECT_EQ(parseJson(commas.out)["meritFunctions"][1]["limits"]["lower"].toDouble(), 2.0);
+    for (const char* broken : {"\"gain,19,21\n", "\"gain\"x,19,21\n"}) {
+        writeFileBytes(path("broken.csv"), broken);
+        const Result r = tool({"stats", file, "--limits", temp("broken.csv")});
+        EXPECT_EQ(r.code, 1) << broken;
+        EXPECT_EQ(r.err, "supportqt stats: " + temp("broken.csv") + ":1: expected name,lower,upper\n");
+    }
 
     const Result unknown = tool({"stats", file, "--limit", "phase=1:2"});
     EXPECT_EQ(unknown.code, 2);

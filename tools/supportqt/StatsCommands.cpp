@@ -84,6 +84,51 @@ int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QS
 
 // Limits from a CSV file of lines "name,lower,upper"; a first line "name,lower,upper", blank lines and
 // lines that start with "#" are skipped.
+// The fields of one line of CSV, separated by commas: a field in double quotes (a quote in it written
+// twice) is taken as written, commas and blanks included; any other has its blanks trimmed. False when
+// a quoted field does not close, or more than blanks follow its closing quote.
+bool splitCsvLine(const QString& line, QStringList* fields)
+{
+    fields->clear();
+    const int n = line.size();
+    const auto skipBlanks = [&](int i) {
+        while (i < n && (line[i] == QLatin1Char(' ') || line[i] == QLatin1Char('\t')))
+            ++i;
+        return i;
+    };
+    for (int i = 0;;) {
+        int j = skipBlanks(i);
+        if (j < n && line[j] == QLatin1Char('"')) {
+            QString field;
+            for (++j;; ++j) {
+                if (j >= n)
+                    return false;
+                if (line[j] == QLatin1Char('"')) {
+                    if (j + 1 < n && line[j + 1] == QLatin1Char('"')) {
+                        field += QLatin1Char('"');
+                        ++j;
+                        continue;
+                    }
+                    break;
+                }
+                field += line[j];
+            }
+            j = skipBlanks(j + 1);
+            if (j < n && line[j] != QLatin1Char(','))
+                return false;
+            *fields << field;
+        } else {
+            j = line.indexOf(QLatin1Char(','), i);
+            if (j < 0)
+                j = n;
+            *fields << line.mid(i, j - i).trimmed();
+        }
+        if (j >= n)
+            return true;
+        i = j + 1;
+    }
+}
+
 int readLimitsFile(const ToolCommand& command, const QString& path, const XMLReportHeader& header,
                    std::vector<MeritLimits>* limits)
 {
@@ -99,14 +144,15 @@ int readLimitsFile(const ToolCommand& command, const QString& path, const XMLRep
     const QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'));
     for (int i = 0; i < lines.size(); ++i) {
         const QString line = lines[i].trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) ||
-            (i == 0 && line.compare(QLatin1String("name,lower,upper"), Qt::CaseInsensitive) == 0))
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
             continue;
-        const QStringList fields = line.split(QLatin1Char(','));
+        QStringList fields;
         const QString where = QStringLiteral("%1:%2: ").arg(path).arg(i + 1);
-        if (fields.size() != 3)
+        if (!splitCsvLine(line, &fields) || fields.size() != 3)
             return command.fail(ExitFailure, where + QStringLiteral("expected name,lower,upper"));
-        const int code = setLimit(command, header, fields[0].trimmed(), fields[1], fields[2], where, ExitFailure, limits);
+        if (i == 0 && fields.join(QLatin1Char(',')).compare(QLatin1String("name,lower,upper"), Qt::CaseInsensitive) == 0)
+            continue;
+        const int code = setLimit(command, header, fields[0], fields[1], fields[2], where, ExitFailure, limits);
         if (code >= 0)
             return code;
     }
