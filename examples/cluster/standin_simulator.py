@@ -35,7 +35,8 @@ def main():
         ripple = 0.015 * (1 - 0.9 * dl) * (1 - 0.5 * dc) * (1 + dv)
         runs.append((case, rng.randrange(1 << 40), vout, ripple, used))
     with open(args.out, "w", encoding="utf-8") as f:
-        f.write('<?xml version="1.0" encoding="UTF-8"?>\n<msw version="1.0" rev="1">\n')
+        f.write('<?xml version="1.0" encoding="UTF-8"?>\n'
+                '<msw xmlns="http://results.example.net/schemas/application/msw/" version="1.0" rev="1">\n')
         f.write('\t<header analysis=".mc %d tran" date="2026-11-24" numcores="1" title="Buck converter" group="mc"/>\n'
                 % args.runs)
         for index, (value, name) in enumerate([("avg(v(out))", "vout"), ("max(v(out))-min(v(out))", "ripple")]):
