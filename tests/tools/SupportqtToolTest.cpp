@@ -308,6 +308,8 @@ TEST_F(Tool, AnOptionGivenTwiceOrWithItsAlternativeIsAUsageError)
          "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
         {{"results", stats, "--json", "--precision=3"},
          "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
+        {{"results", stats, "--stats-only", "--runs"}, "supportqt results: give --runs or --stats-only, not both\n"},
+        {{"results", stats, "--runs=1,2", "--stats-only"}, "supportqt results: give --runs or --stats-only, not both\n"},
     };
     for (const auto& c : cases) {
         const Result r = tool(c.arguments);
@@ -1315,6 +1317,27 @@ TEST_F(Tool, ReportUsageErrors)
     const Result chart = tool({"report", "wc", results, "-o", temp("x"), "--chart", temp("c.svg")});
     EXPECT_EQ(chart.code, 2);
     EXPECT_EQ(chart.err, QStringLiteral("supportqt report: --chart goes with the sens and mc reports\n"));
+    // An option that shapes something the report does not write would be ignored: it is refused.
+    const struct {
+        QStringList arguments;
+        QString error;
+    } unused[] = {
+        {{"wc", "--bins", "7"}, "--bins goes with the histograms of mc --chart and all"},
+        {{"mc", "--bins", "7"}, "--bins goes with the histograms of mc --chart and all"},
+        {{"sens", "--chart", temp("c.svg"), "--bins", "7"}, "--bins goes with the histograms of mc --chart and all"},
+        {{"wc", "--shared-scale"}, "--shared-scale goes with the tornado charts of sens --chart and all"},
+        {{"sens", "--shared-scale"}, "--shared-scale goes with the tornado charts of sens --chart and all"},
+        {{"mc", "--chart", temp("c.svg"), "--force"}, "--force goes with the tornado charts of sens --chart and all"},
+        {{"csv", "--style", temp("none.css")}, "--style goes with the HTML reports: mc, wc, sens and all"},
+        {{"wc", "--sort", "1"}, "--sort goes with the sensitivity reports: sens, csv and all"},
+    };
+    for (const auto& u : unused) {
+        const Result r = tool(QStringList{"report", u.arguments.at(0), results, "-o", temp("x")} + u.arguments.mid(1));
+        EXPECT_EQ(r.code, 2) << u.arguments.join(' ').toStdString();
+        EXPECT_EQ(r.err, "supportqt report: " + u.error + "\n");
+    }
+    EXPECT_FALSE(QFileInfo::exists(temp("x")));
+    EXPECT_FALSE(QFileInfo::exists(temp("c.svg")));
     const Result style = tool({"report", "sens", results, "-o", temp("x"), "--style", temp("none.css")});
     EXPECT_EQ(style.code, 1);
     EXPECT_EQ(style.err, "supportqt report: The file " + temp("none.css") + " does not exist\n");

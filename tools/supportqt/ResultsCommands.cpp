@@ -469,6 +469,8 @@ int runResults(const QStringList& arguments)
     if (early >= 0)
         return early;
     // Options the help shows as alternatives, or that the chosen output would leave unused, are refused.
+    if (command.isSet(QStringLiteral("stats-only")) && command.isSet(QStringLiteral("runs")))
+        return command.fail(ExitUsage, QStringLiteral("give --runs or --stats-only, not both"));
     if (command.isSet(QStringLiteral("exact")) && command.isSet(QStringLiteral("precision")))
         return command.fail(ExitUsage, QStringLiteral("give --precision N or --exact, not both"));
     if (command.isSet(QStringLiteral("table")) && command.json())
@@ -909,6 +911,19 @@ int runReport(const QStringList& arguments)
     const QString chartOption = command.value(QStringLiteral("chart"));
     if (!chartOption.isEmpty() && kind != QLatin1String("sens") && kind != QLatin1String("mc"))
         return command.fail(ExitUsage, QStringLiteral("--chart goes with the sens and mc reports"));
+    // Options that shape something this report does not write would be ignored: they are refused.
+    const bool all = kind == QLatin1String("all"), charted = !chartOption.isEmpty();
+    const bool histograms = all || (kind == QLatin1String("mc") && charted);
+    const bool tornadoes = all || (kind == QLatin1String("sens") && charted);
+    if (command.isSet(QStringLiteral("bins")) && !histograms)
+        return command.fail(ExitUsage, QStringLiteral("--bins goes with the histograms of mc --chart and all"));
+    for (const char* option : {"shared-scale", "force"})
+        if (command.isSet(QLatin1String(option)) && !tornadoes)
+            return command.fail(ExitUsage, QStringLiteral("--%1 goes with the tornado charts of sens --chart and all").arg(QLatin1String(option)));
+    if (command.isSet(QStringLiteral("style")) && kind == QLatin1String("csv"))
+        return command.fail(ExitUsage, QStringLiteral("--style goes with the HTML reports: mc, wc, sens and all"));
+    if (command.isSet(QStringLiteral("sort")) && (kind == QLatin1String("mc") || kind == QLatin1String("wc")))
+        return command.fail(ExitUsage, QStringLiteral("--sort goes with the sensitivity reports: sens, csv and all"));
     QString style = command.value(QStringLiteral("style"));
     if (!style.isEmpty() && !command.input(&style))
         return ExitFailure;
