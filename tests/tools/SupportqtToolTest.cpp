@@ -2252,7 +2252,9 @@ TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
     const QString script = temp("child program");
 #endif
     ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), script));
-    writeFileBytes(path("child program.steps"), "outargs out\nerr err\nexit 4\n");
+    // The pause keeps the two channels' order when the machine is busy: captured output keeps the order
+    // in which it arrived.
+    writeFileBytes(path("child program.steps"), "outargs out\nsleep 200\nerr err\nexit 4\n");
     QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     // The program's output goes to the tool's own channels, and the tool exits with its exit code.
     const Result passed = tool({"run", "\"" + script + "\" arg"});
