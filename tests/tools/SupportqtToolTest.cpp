@@ -485,6 +485,55 @@ TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
     }
 }
 
+// The lines are written as they are read: the JSON is byte for byte what printJson prints of the
+// whole object, for lines with and without literal text, a title, and no lines at all.
+TEST_F(Tool, NetlistJsonWrittenLineByLineIsTheDocumentItself)
+{
+    writeFileBytes(path("none.cir"), "* nothing but a comment\n");
+    writeFileBytes(path("quoted.cir"), "R1 \"a\" b\t1k ; \\ and caf\xC3\xA9\n+ tc=1\n");
+    for (const QString& file : {example("netlists/buck_converter.cir"), temp("none.cir"), temp("quoted.cir")})
+        for (const QStringList& extra : {QStringList{}, QStringList{"--title"}, QStringList{"--literal"}}) {
+            const Result json = tool(QStringList{"netlist", file, "--json"} + extra);
+            ASSERT_EQ(json.code, 0) << json.err.toStdString();
+            const QJsonDocument document = QJsonDocument::fromJson(json.out.toUtf8());
+            ASSERT_TRUE(document.isObject()) << json.out.toStdString();
+            EXPECT_EQ(json.out, QString::fromUtf8(document.toJson(QJsonDocument::Indented)))
+                << file.toStdString() << " " << extra.join(' ').toStdString();
+        }
+    EXPECT_TRUE(parseJson(tool({"netlist", temp("none.cir"), "--json"}).out)["lines"].toArray().isEmpty());
+}
+
+#ifndef Q_OS_WIN
+// A netlist of a million lines is shown in the memory of one: the lines are written as they are read,
+// as text and as JSON, by either reader. (The peak is the child's own, as the system counts it.)
+TEST_F(Tool, NetlistOfAMillionLinesTakesTheMemoryOfOne)
+{
+    SUPPORTQT_SKIP_UNLESS_PEER_RUNS("python3");
+    std::string text;
+    for (int i = 0; i < 1000000; ++i)
+        text += "R" + std::to_string(i) + " a b 1k\n";
+    writeFileBytes(path("big.cir"), text);
+    const char* measure = "import resource, subprocess, sys\n"
+                          "r = subprocess.run(sys.argv[1:], stdout=subprocess.PIPE)\n"
+                          "lines = r.stdout.count(b'\\n')\n"
+                          "print(r.returncode, lines, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\n";
+    for (const QStringList& extra : {QStringList{}, QStringList{"--json"}, QStringList{"--literal"}, QStringList{"--literal", "--json"}}) {
+        const Result r = runProgram("python3", QStringList{"-c", measure, SUPPORTQT_TOOL_PATH, "netlist", temp("big.cir")} + extra);
+        ASSERT_EQ(r.code, 0) << r.err.toStdString();
+        const QStringList fields = r.out.trimmed().split(' ');
+        ASSERT_EQ(fields.size(), 3) << r.out.toStdString();
+        EXPECT_EQ(fields[0], "0") << extra.join(' ').toStdString();
+        // Text: a line each (and its literal line) and four of summary; JSON: five (ten) lines of each
+        // line's object and ten of the document.
+        const long long expected = extra.contains("--json") ? (extra.contains("--literal") ? 10000010LL : 5000010LL)
+                                   : extra.contains("--literal") ? 2000004LL : 1000004LL;
+        EXPECT_EQ(fields[1].toLongLong(), expected) << extra.join(' ').toStdString();
+        // Holding the lines took 170 MB as text and 560 MB as JSON; the tool itself takes about 30 MB.
+        EXPECT_LT(fields[2].toLongLong(), 96 * 1024) << extra.join(' ').toStdString() << ": peak " << fields[2].toStdString() << " KiB";
+    }
+}
+#endif
+
 // The literal-preserving reader reads the native dialect and no title line: asking it for another
 // dialect or a title is refused, not shown as if it had been done.
 TEST_F(Tool, NetlistLiteralRefusesADialectOrTitleItWouldIgnore)

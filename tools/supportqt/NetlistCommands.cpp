@@ -11,11 +11,13 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <string_view>
 
 namespace {
@@ -69,9 +71,13 @@ struct CheckedLiteralStream : NewSpiceStream {
     using NewSpiceStream::memoryRanOut;
 };
 
-// Reads the file through SpiceStream: its logical lines (unless `lines` is null) and what the stream
-// learned on the way. The UTF-8 verdict is gathered per line, since flushing the buffer resets it.
-NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, bool title, QList<LogicalLine>* lines)
+// Takes each logical line as it is read; a null one takes none.
+using LineSink = std::function<void(const LogicalLine&)>;
+
+// Reads the file through SpiceStream: hands its logical lines to `each` (when not null) and returns what
+// the stream learned on the way. The UTF-8 verdict is gathered per line, since flushing the buffer
+// resets it.
+NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, bool title, const LineSink& each)
 {
     NetlistSummary summary;
     CheckedSpiceStream stream(toYs(path).c_str(), language);
@@ -86,8 +92,8 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
     bool streamFlag = false;
     bool nonAscii = false;
     while (stream.gets(&line, &number, &streamFlag, &nonAscii)) {
-        if (lines)
-            lines->append({number, toQs(line), nonAscii, {}, {}});
+        if (each)
+            each({number, toQs(line), nonAscii, {}, {}});
         summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
         summary.hierarchy = summary.hierarchy || stream.isHierarchy();
         stream.flushBuffer();
@@ -117,40 +123,107 @@ private:
     long long m_next;
 };
 
-// The logical lines of a literal-preserving reader, each with its literal lines numbered from
-// `firstLine`, the physical line on which the reader's first character stands.
-QList<LogicalLine> readLiteralLines(NewSpiceStream& stream, int firstLine)
+// Hands `each` the logical lines of a literal-preserving reader, each with its literal lines numbered
+// from `firstLine`, the physical line on which the reader's first character stands.
+void readLiteralLines(NewSpiceStream& stream, int firstLine, const LineSink& each)
 {
-    QList<LogicalLine> lines;
     PhysicalLineCounter counter(firstLine);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number)) {
-        lines.append({number, toQs(line), false, literalLines(stream.getLitBuffer()), {}});
-        counter.number(stream.getLitBuffer(), &lines.last());
+        if (each) {
+            LogicalLine l{number, toQs(line), false, literalLines(stream.getLitBuffer()), {}};
+            counter.number(stream.getLitBuffer(), &l);
+            each(l);
+        }
         stream.flushLitBuffer();
     }
-    return lines;
 }
 
-QList<LogicalLine> readWithLiteralStream(const QString& path, bool* memoryRanOut)
+// Reads the file through NewSpiceStream, handing its lines to `each` (when not null); false when a line
+// that memory could not hold ended the reading.
+bool readWithLiteralStream(const QString& path, const LineSink& each)
 {
     CheckedLiteralStream stream(toYs(path).c_str());
-    QList<LogicalLine> lines = readLiteralLines(stream, 1);
-    *memoryRanOut = stream.memoryRanOut();
-    return lines;
+    readLiteralLines(stream, 1, each);
+    return !stream.memoryRanOut();
 }
 
-// Prints logical lines with the reader's numbers, each followed by its literal lines (if any) numbered
-// by where they stand in the file.
+// Prints a logical line with the reader's number, followed by its literal lines (if any) numbered by
+// where they stand in the file.
+void printLine(Output& out, const LogicalLine& l)
+{
+    out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
+    for (int i = 0; i < l.literal.size(); ++i)
+        out.pad(std::to_string(l.literalNumbers.value(i)), -6) << "  | " << l.literal[i] << '\n';
+}
+
 void printLines(Output& out, const QList<LogicalLine>& lines)
 {
-    for (const LogicalLine& l : lines) {
-        out.pad(std::to_string(l.number), -6) << "  " << l.text << '\n';
-        for (int i = 0; i < l.literal.size(); ++i)
-            out.pad(std::to_string(l.literalNumbers.value(i)), -6) << "  | " << l.literal[i] << '\n';
-    }
+    for (const LogicalLine& l : lines)
+        printLine(out, l);
 }
+
+// Writes one JSON object exactly as printJson prints it, with the elements of one array member written
+// as they come, so that the object is never held whole: the members before the array (`begin`), its
+// elements, then the members after it (`end`). The keys must sort in that order.
+class JsonMembers {
+public:
+    JsonMembers() = default;
+    JsonMembers(const JsonMembers&) = delete;
+    JsonMembers& operator=(const JsonMembers&) = delete;
+    ~JsonMembers() { flush(); }
+    void begin(const QJsonObject& head)
+    {
+        m_text += "{\n";
+        members(head);
+        m_text += ",\n";
+    }
+    void beginArray(const char* key)
+    {
+        m_text += "    \"";
+        m_text += key;
+        m_text += "\": [";
+        m_first = true;
+    }
+    void element(const QJsonObject& object)
+    {
+        m_text += m_first ? "\n" : ",\n";
+        m_first = false;
+        // The object's own lines, two levels in.
+        QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Indented);
+        text.chop(1);
+        m_text += "        ";
+        m_text += text.replace('\n', "\n        ").toStdString();
+        if (m_text.size() >= (1u << 20))
+            flush();
+    }
+    void endArray() { m_text += "\n    ]"; }
+    void end(const QJsonObject& tail)
+    {
+        m_text += ",\n";
+        members(tail);
+        m_text += "\n}\n";
+        flush();
+    }
+
+private:
+    // The members of `object` as printJson indents them, without its braces and the last line end.
+    void members(const QJsonObject& object)
+    {
+        const QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Indented);
+        m_text += text.mid(2, text.size() - 5).toStdString();
+    }
+    void flush()
+    {
+        writeStream(stdout, m_text);
+        m_text.clear();
+        std::fflush(stdout);
+    }
+
+    std::string m_text;
+    bool m_first = true;
+};
 
 // A logical line as JSON: its number and text, with its literal lines and their numbers when `literal`.
 QJsonObject lineJson(const LogicalLine& l, bool literal)
@@ -285,39 +358,52 @@ int runNetlist(const QStringList& arguments)
     if (!command.regularInputArgument(&path))
         return ExitFailure;
 
-    QList<LogicalLine> lines;
-    const NetlistSummary summary = readWithSpiceStream(path, language, title, literal ? nullptr : &lines);
-    bool literalRanOut = false;
-    if (literal)
-        lines = readWithLiteralStream(path, &literalRanOut);
-    if (summary.memoryRanOut || literalRanOut)
+    // The file is read twice, the lines held by neither reading: first for what is said before or after
+    // them (and whether a line is longer than memory, which prints nothing), then for the lines, which are
+    // written as they come. A netlist of any size then takes the memory of its longest line.
+    const NetlistSummary summary = readWithSpiceStream(path, language, title, nullptr);
+    if (summary.memoryRanOut || (literal && !readWithLiteralStream(path, nullptr)))
         return command.fail(ExitFailure, QStringLiteral("%1 has a line longer than memory or 2147483646 bytes can hold").arg(path));
+    const auto readLines = [&](const LineSink& each) {
+        if (literal)
+            readWithLiteralStream(path, each);
+        else
+            readWithSpiceStream(path, language, title, each);
+    };
 
     if (command.json()) {
-        QJsonArray array;
-        for (const LogicalLine& l : lines) {
+        // The object as printJson would print it, its lines written one at a time between its other keys.
+        QJsonObject head{{QStringLiteral("file"), shownPath(path)},
+                         {QStringLiteral("dialect"), QString::fromLatin1(dialectName(summary.language))},
+                         {QStringLiteral("hierarchy"), summary.hierarchy},
+                         {QStringLiteral("encoding"), QString::fromLatin1(utf8VerdictName(summary.encoding))}};
+        QJsonObject tail{{QStringLiteral("reader"), literal ? QStringLiteral("NewSpiceStream") : QStringLiteral("SpiceStream")},
+                         {QStringLiteral("separator"), summary.separator}};
+        if (title)
+            tail.insert(QStringLiteral("title"), summary.title);
+        JsonMembers members;
+        members.begin(head);
+        members.beginArray("lines");
+        readLines([&](const LogicalLine& l) {
             QJsonObject o = lineJson(l, literal);
             if (!literal)
                 o.insert(QStringLiteral("nonAscii"), l.nonAscii);
-            array.append(o);
-        }
-        QJsonObject result{{QStringLiteral("file"), shownPath(path)},
-                           {QStringLiteral("reader"), literal ? QStringLiteral("NewSpiceStream") : QStringLiteral("SpiceStream")},
-                           {QStringLiteral("lines"), array},
-                           {QStringLiteral("dialect"), QString::fromLatin1(dialectName(summary.language))},
-                           {QStringLiteral("separator"), summary.separator},
-                           {QStringLiteral("hierarchy"), summary.hierarchy},
-                           {QStringLiteral("encoding"), QString::fromLatin1(utf8VerdictName(summary.encoding))}};
-        if (title)
-            result.insert(QStringLiteral("title"), summary.title);
-        printJson(result);
+            members.element(o);
+        });
+        members.endArray();
+        members.end(tail);
         return ExitOk;
     }
 
     Output out;
     if (title)
         out << "title: " << summary.title << '\n';
-    printLines(out, lines);
+    long long shown = 0;
+    readLines([&](const LogicalLine& l) {
+        printLine(out, l);
+        if (++shown % 4096 == 0)
+            out.flush();
+    });
     out << "dialect: " << dialectName(summary.language) << '\n'
         << "separator: " << summary.separator << '\n'
         << "hierarchy: " << (summary.hierarchy ? "yes" : "no") << '\n'
@@ -420,7 +506,9 @@ int runSection(const QStringList& arguments)
     location.lineOffset = static_cast<int>(offset);
     LibraryStream stream(location, toYs(command.value(QStringLiteral("name"))));
     const bool literal = command.isSet(QStringLiteral("literal"));
-    const QList<LogicalLine> lines = readLiteralLines(stream, static_cast<int>(std::min<long long>(offset + 1, INT_MAX)));
+    QList<LogicalLine> lines;
+    readLiteralLines(stream, static_cast<int>(std::min<long long>(offset + 1, INT_MAX)),
+                     [&lines](const LogicalLine& l) { lines.append(l); });
 
     if (command.json()) {
         QJsonArray array;
