@@ -1136,7 +1136,7 @@ void gatherRange(const YHashTable<XMLReportInfo>& table, size_t from, size_t to,
         if (k % 1024 == 0 && k > firstGap->load(std::memory_order_relaxed))
             return;
         const XMLReportInfo& run = table.item(static_cast<int>(k));
-        if (run.values.count() - first < static_cast<int>(width)) {
+        if (static_cast<long long>(run.values.count()) - first < static_cast<long long>(width)) {
             size_t seen = firstGap->load(std::memory_order_relaxed);
             while (k < seen && !firstGap->compare_exchange_weak(seen, k, std::memory_order_relaxed)) {
             }
@@ -1215,10 +1215,10 @@ Gathered gatherColumns(const YHashTable<XMLReportInfo>& table, int first, int co
         const XMLReportInfo& run = table.item(static_cast<int>(i));
         const int caseNumber = run.caseNumber;
         g.cases[i] = caseNumber;
-        const int have = run.values.count() - first;
+        const long long have = static_cast<long long>(run.values.count()) - first; // any first, INT_MIN included
         for (size_t m = 0; m < width; ++m) {
             MeritColumn& c = g.columns[m];
-            if (static_cast<int>(m) < have) {
+            if (static_cast<long long>(m) < have) {
                 to[m][filled[m]++] = run.values[first + static_cast<int>(m)].value;
                 if (c.gapped)
                     c.cases.push_back(caseNumber);

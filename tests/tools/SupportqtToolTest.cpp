@@ -503,7 +503,7 @@ TEST_F(Tool, NetlistJsonWrittenLineByLineIsTheDocumentItself)
     EXPECT_TRUE(parseJson(tool({"netlist", temp("none.cir"), "--json"}).out)["lines"].toArray().isEmpty());
 }
 
-#ifndef Q_OS_WIN
+#if !defined(Q_OS_WIN) && !defined(SUPPORTQT_TEST_ASAN)
 // A netlist of a million lines is shown in the memory of one: the lines are written as they are read,
 // as text and as JSON, by either reader. (The peak is the child's own, as the system counts it.)
 TEST_F(Tool, NetlistOfAMillionLinesTakesTheMemoryOfOne)
