@@ -84,51 +84,6 @@ int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QS
 
 // Limits from a CSV file of lines "name,lower,upper"; a first line "name,lower,upper", blank lines and
 // lines that start with "#" are skipped.
-// The fields of one line of CSV, separated by commas: a field in double quotes (a quote in it written
-// twice) is taken as written, commas and blanks included; any other has its blanks trimmed. False when
-// a quoted field does not close, or more than blanks follow its closing quote.
-bool splitCsvLine(const QString& line, QStringList* fields)
-{
-    fields->clear();
-    const int n = line.size();
-    const auto skipBlanks = [&](int i) {
-        while (i < n && (line[i] == QLatin1Char(' ') || line[i] == QLatin1Char('\t')))
-            ++i;
-        return i;
-    };
-    for (int i = 0;;) {
-        int j = skipBlanks(i);
-        if (j < n && line[j] == QLatin1Char('"')) {
-            QString field;
-            for (++j;; ++j) {
-                if (j >= n)
-                    return false;
-                if (line[j] == QLatin1Char('"')) {
-                    if (j + 1 < n && line[j + 1] == QLatin1Char('"')) {
-                        field += QLatin1Char('"');
-                        ++j;
-                        continue;
-                    }
-                    break;
-                }
-                field += line[j];
-            }
-            j = skipBlanks(j + 1);
-            if (j < n && line[j] != QLatin1Char(','))
-                return false;
-            *fields << field;
-        } else {
-            j = line.indexOf(QLatin1Char(','), i);
-            if (j < 0)
-                j = n;
-            *fields << line.mid(i, j - i).trimmed();
-        }
-        if (j >= n)
-            return true;
-        i = j + 1;
-    }
-}
-
 int readLimitsFile(const ToolCommand& command, const QString& path, const XMLReportHeader& header,
                    std::vector<MeritLimits>* limits)
 {

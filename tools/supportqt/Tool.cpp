@@ -543,6 +543,48 @@ std::string csvField(const std::string& text)
     return quoted + '"';
 }
 
+bool splitCsvLine(const QString& line, QStringList* fields)
+{
+    fields->clear();
+    const int n = line.size();
+    const auto skipBlanks = [&](int i) {
+        while (i < n && (line[i] == QLatin1Char(' ') || line[i] == QLatin1Char('\t')))
+            ++i;
+        return i;
+    };
+    for (int i = 0;;) {
+        int j = skipBlanks(i);
+        if (j < n && line[j] == QLatin1Char('"')) {
+            QString field;
+            for (++j;; ++j) {
+                if (j >= n)
+                    return false;
+                if (line[j] == QLatin1Char('"')) {
+                    if (j + 1 < n && line[j + 1] == QLatin1Char('"')) {
+                        field += QLatin1Char('"');
+                        ++j;
+                        continue;
+                    }
+                    break;
+                }
+                field += line[j];
+            }
+            j = skipBlanks(j + 1);
+            if (j < n && line[j] != QLatin1Char(','))
+                return false;
+            *fields << field;
+        } else {
+            j = line.indexOf(QLatin1Char(','), i);
+            if (j < 0)
+                j = n;
+            *fields << line.mid(i, j - i).trimmed();
+        }
+        if (j >= n)
+            return true;
+        i = j + 1;
+    }
+}
+
 QStringList meritKeys(const XMLReportHeader& header)
 {
     QStringList names, definitions;

@@ -155,6 +155,10 @@ private:
 /// A CSV field as RFC 4180 writes it: quoted, with quotes doubled, when it holds a comma, a quote or a
 /// line end (a carriage return or a line feed).
 std::string csvField(const std::string& text);
+/// The fields of one line of CSV, as csvField writes them: a field in double quotes (a quote in it
+/// written twice) is taken as written, commas and blanks included; any other has its blanks trimmed.
+/// False when a quoted field does not close, or more than blanks follow its closing quote.
+bool splitCsvLine(const QString& line, QStringList* fields);
 
 struct XMLReportHeader;
 
