@@ -2361,7 +2361,14 @@ TEST_F(Tool, RunToldSignalsFromExitsKeepsCapturedOutputBoundedAndEndsItsProgram)
     EXPECT_EQ(killedCaptured.code, 128 + 15);
     EXPECT_EQ(killedCaptured.out, "before\nkilled by signal 15 (SIGTERM)\n");
     EXPECT_EQ(killedCaptured.err, "supportqt run: killed by signal 15 (SIGTERM)\n");
-    EXPECT_EQ(parseJson(tool({"run", temp("killed"), "--json"}).out)["signal"].toInt(), 15);
+    // In JSON the signal is said and no exit code, which the program never gave; an exit with the
+    // signal's number is an exit code and no signal.
+    const QJsonObject killedJson = parseJson(tool({"run", temp("killed"), "--json"}).out);
+    EXPECT_EQ(killedJson["signal"].toInt(), 15);
+    EXPECT_TRUE(killedJson["exitCode"].isNull()) << killedJson["exitCode"].toInt();
+    const QJsonObject exitedJson = parseJson(tool({"run", childAt("exits15", "exit 15\n"), "--json"}).out);
+    EXPECT_EQ(exitedJson["exitCode"].toInt(-1), 15);
+    EXPECT_EQ(exitedJson["signal"].toInt(-1), 0);
     // The program reads the tool's own standard input, to its end, in both modes.
     const QString echo = childAt("echo", "echoin\nexit 0\n");
     const Result echoed = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"run", echo}, QString(), "piped line\n");
@@ -2480,6 +2487,59 @@ TEST_F(Tool, LossyConversionIsReported)
     const Result clean = tool({"text", "convert", euro, "-o", temp("utf16.txt"), "--to", "UTF-16LE"});
     EXPECT_EQ(clean.code, 0);
     EXPECT_TRUE(clean.err.isEmpty()) << clean.err.toStdString();
+}
+
+// Bytes that are not text in the encoding FILE is read as are counted too, before anything is written:
+// each becomes U+FFFD, so without --lossy nothing is written. A U+FFFD written in the file is text.
+TEST_F(Tool, BytesThatAreNotTextInTheSourceEncodingAreReported)
+{
+    const QString bad = temp("bad.txt");
+    writeFileBytes(bad.toStdString(), "abc\xFF\xFE" "def\n\xEF\xBF\xBD ok\n");
+    const QString out = temp("out.txt");
+    const Result refused = tool({"text", "convert", bad, "-o", out, "--from", "UTF-8"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.err, "supportqt text convert: 2 characters of " + bad +
+                               " cannot be read as UTF-8 and become U+FFFD; nothing written (--lossy writes it)\n");
+    EXPECT_FALSE(QFile::exists(out));
+    const Result lossy = tool({"text", "convert", bad, "-o", out, "--from", "UTF-8", "--lossy"});
+    EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
+    EXPECT_EQ(lossy.err, "supportqt text convert: 2 characters of " + bad + " cannot be read as UTF-8 and become U+FFFD\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string("abc\xEF\xBF\xBD\xEF\xBF\xBD" "def\n\xEF\xBF\xBD ok\n"));
+    // Read as Latin-1 every byte is a character.
+    const Result latin = tool({"text", "convert", bad, "-o", temp("latin.txt"), "--from", "ISO-8859-1"});
+    EXPECT_EQ(latin.code, 0) << latin.err.toStdString();
+    EXPECT_EQ(latin.err, QString());
+    // A sequence the end cuts short loses each of its bytes, as the whole file's decoding shows.
+    const QString cut = temp("cut.txt");
+    writeFileBytes(cut.toStdString(), "abc\xE2\x82");
+    const Result shortEnd = tool({"text", "convert", cut, "-o", out, "--from", "UTF-8", "--lossy"});
+    EXPECT_EQ(shortEnd.code, 0) << shortEnd.err.toStdString();
+    EXPECT_EQ(shortEnd.err, "supportqt text convert: 2 characters of " + cut + " cannot be read as UTF-8 and become U+FFFD\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string("abc\xEF\xBF\xBD\xEF\xBF\xBD"));
+    // Standard input is named as "-"; one character lost is said in the singular, on either side.
+    const Result piped = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"text", "convert", "-", "-o", "-", "--from", "UTF-8"},
+                                    QString(), QByteArray("x\x80y\n"));
+    EXPECT_EQ(piped.code, 1);
+    EXPECT_EQ(piped.out, QString());
+    EXPECT_EQ(piped.err, "supportqt text convert: 1 character of - cannot be read as UTF-8 and becomes U+FFFD; nothing written "
+                         "(--lossy writes it)\n");
+    const QString euro = temp("euro.txt");
+    writeFileBytes(euro.toStdString(), "caf\xC3\xA9 \xE2\x82\xAC\n");
+    const Result one = tool({"text", "convert", euro, "-o", temp("latin1.txt"), "--to", "ISO-8859-1"});
+    EXPECT_EQ(one.code, 1);
+    EXPECT_EQ(one.err, "supportqt text convert: 1 character cannot be written in ISO-8859-1 and becomes '?'; nothing written "
+                       "(--lossy writes it)\n");
+#ifndef _WIN32
+    // A FIFO gives its bytes once: they are copied, then checked and converted.
+    const QString fifo = temp("bad.fifo");
+    ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
+    const Result fromFifo = runProgram(QStringLiteral("/bin/sh"),
+                                       {"-c", "cat \"$3\" > \"$2\" & timeout 20 \"$1\" text convert \"$2\" -o - --from UTF-8 --lossy",
+                                        "sh", SUPPORTQT_TOOL_PATH, fifo, bad});
+    EXPECT_EQ(fromFifo.code, 0) << fromFifo.err.toStdString();
+    EXPECT_EQ(fromFifo.err, "supportqt text convert: 2 characters of " + fifo + " cannot be read as UTF-8 and become U+FFFD\n");
+    EXPECT_EQ(fromFifo.out.toUtf8(), QByteArray("abc\xEF\xBF\xBD\xEF\xBF\xBD" "def\n\xEF\xBF\xBD ok\n"));
+#endif
 }
 
 // A pattern the matchers refuse is a usage error with the reason: Qt's own, or the bound it passes,
@@ -2721,12 +2781,14 @@ int checkDocumentedJsonKeys(const QString& tempDir, bool kitCommands)
         const QString command = check.captured(1);
         if (command.contains("{kit}") != kitCommands)
             continue;
+        // Words as a shell splits them (double quotes group a command line for run); {tool} is this tool.
         QStringList arguments;
-        for (QString argument : command.split(' ', Qt::SkipEmptyParts))
+        for (QString argument : QProcess::splitCommand(command))
             arguments << argument.replace("{example}", QStringLiteral(SUPPORTQT_EXAMPLES_DIR))
                              .replace("{data}", data(QString()).chopped(1))
                              .replace("{temp}", tempDir)
-                             .replace("{kit}", kit);
+                             .replace("{kit}", kit)
+                             .replace("{tool}", QStringLiteral(SUPPORTQT_TOOL_PATH));
         const Result r = tool(arguments);
         EXPECT_TRUE(r.code == 0 || r.code == 3) << command.toStdString() << ": " << r.err.toStdString();
         QSet<QString> actual;
@@ -2742,7 +2804,7 @@ int checkDocumentedJsonKeys(const QString& tempDir, bool kitCommands)
 
 TEST_F(Tool, JsonOutputsHaveTheKeysTheirDocumentLists)
 {
-    EXPECT_GE(checkDocumentedJsonKeys(temp(QString()).chopped(1), false), 14);
+    EXPECT_GE(checkDocumentedJsonKeys(temp(QString()).chopped(1), false), 16);
 }
 
 // The lib commands' shapes are documented with the kit library of the corpus.

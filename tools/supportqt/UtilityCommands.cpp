@@ -16,9 +16,11 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTextCodec>
 
 #include <algorithm>
-#include <QTextCodec>
+#include <memory>
 
 namespace {
 
@@ -100,6 +102,54 @@ int runTextDetect(const QStringList& arguments)
     return ExitOk;
 }
 
+// The characters that decoding the regular file `path` as sp_LoadFile does with `from` makes U+FFFD:
+// byte sequences that are not text in the encoding it decodes with. "auto" decodes UTF-16 (which
+// replaces nothing) or valid UTF-8 as they are and anything else with the locale's codec. The file is
+// decoded again a block at a time with the codec's state carried over; a sequence left unfinished at
+// the end makes one replacement for each of its bytes, as a whole decoding does. -1 when the file cannot be read.
+qint64 decodingLosses(const QString& path, const QByteArray& from)
+{
+    QTextCodec* codec = nullptr;
+    if (from == "auto") {
+        const DetectedText detected = detectText(path);
+        if (!detected.read)
+            return -1;
+        if (detected.wide || detected.utf8 != Invalid)
+            return 0;
+        codec = QTextCodec::codecForLocale();
+    } else {
+        codec = from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from);
+    }
+    QFile file(path);
+    if (!codec || !file.open(QIODevice::ReadOnly))
+        return -1;
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    QByteArray block;
+    while (!(block = file.read(1 << 20)).isEmpty())
+        codec->toUnicode(block.constData(), block.size(), &state);
+    if (file.error() != QFileDevice::NoError)
+        return -1;
+    return state.invalidChars + state.remainingChars;
+}
+
+// Copies the pipe or device `path` to `copy`, up to one byte past the 64 MiB that sp_LoadFile reads of
+// one, so that its text can be read twice; false when it cannot be read or written.
+bool copyStream(const QString& path, const QString& copy)
+{
+    QFile in(path);
+    QFile out(copy);
+    if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly))
+        return false;
+    qint64 left = (qint64(64) << 20) + 1;
+    QByteArray block;
+    while (left > 0 && !(block = in.read(std::min<qint64>(left, 1 << 20))).isEmpty()) {
+        if (out.write(block) != block.size())
+            return false;
+        left -= block.size();
+    }
+    return in.error() == QFileDevice::NoError && out.flush();
+}
+
 int runTextConvert(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("text convert"), QStringLiteral("FILE -o OUT [--from ENCODING] [--to ENCODING]"),
@@ -110,7 +160,8 @@ int runTextConvert(const QStringList& arguments)
     command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
     command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
     command.addOption({QStringLiteral("lossy")},
-                      QStringLiteral("Write even when characters cannot be held by the target encoding (they become '?')."));
+                      QStringLiteral("Write even when bytes of FILE are not text in its encoding (they become U+FFFD) or\n"
+                                     "characters cannot be held by the target encoding (they become '?')."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -128,23 +179,57 @@ int runTextConvert(const QStringList& arguments)
         return ExitFailure;
     if (sameExistingFile(path, output))
         return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
+    // A pipe or device gives its bytes once: they are copied, so that the copy is both loaded and
+    // checked for bytes that are not text. One byte past the limit makes the copy too large to load.
+    const QString named = path;
+    std::unique_ptr<QTemporaryDir> streamFolder;
+    const QFileInfo source(path);
+    if (source.exists() && !source.isFile() && !source.isDir()) {
+        streamFolder.reset(new QTemporaryDir);
+        if (!streamFolder->isValid())
+            return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+        const QString copy = streamFolder->filePath(QStringLiteral("input"));
+        removeWhenInterrupted(copy, streamFolder->path());
+        if (!copyStream(path, copy))
+            return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+        if (QFileInfo(copy).size() > (qint64(64) << 20))
+            return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is too large to hold in memory").arg(path));
+        path = copy;
+    }
     const qint64 size = QFileInfo(path).size();
     bool loaded = false, ok = false;
     QString text;
     {
-        ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(path).arg(size >> 20), size > (qint64(64) << 20));
+        ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(named).arg(size >> 20), size > (qint64(64) << 20));
         text = sp_LoadFile(path, from.constData(), &loaded);
         ok = loaded;
         if (ok) {
+            // Bytes that are not text in the source encoding are counted the same way, before.
+            const qint64 unread = decodingLosses(path, from);
+            if (unread < 0)
+                return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(named));
+            if (unread > 0) {
+                const QString lost = QStringLiteral("%1 character%2 of %3 cannot be read as %4 and %5 U+FFFD")
+                                         .arg(unread)
+                                         .arg(unread == 1 ? "" : "s")
+                                         .arg(named, QString::fromLatin1(from == "auto" || from == "locale"
+                                                                             ? QTextCodec::codecForLocale()->name()
+                                                                             : from),
+                                              unread == 1 ? QStringLiteral("becomes") : QStringLiteral("become"));
+                if (!command.isSet(QStringLiteral("lossy")))
+                    return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
+                command.warn(lost);
+            }
             // Characters the target encoding cannot hold are counted by its codec before anything is
             // written: without --lossy nothing is written and the user is told.
             QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
             QTextCodec::codecForName(to)->fromUnicode(text.constData(), text.size(), &state);
             if (state.invalidChars > 0) {
-                const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and become '?'")
+                const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and %4 '?'")
                                          .arg(state.invalidChars)
                                          .arg(state.invalidChars == 1 ? "" : "s")
-                                         .arg(QString::fromLatin1(to));
+                                         .arg(QString::fromLatin1(to), state.invalidChars == 1 ? QStringLiteral("becomes")
+                                                                                               : QStringLiteral("become"));
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(lost);
@@ -171,7 +256,7 @@ int runTextConvert(const QStringList& arguments)
     // The input was found readable before: a load that fails found it larger than a text may be (512 MiB
     // of a file, 64 MiB of a pipe or device) or than memory can hold.
     if (!loaded)
-        return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is too large to hold in memory").arg(path));
+        return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is too large to hold in memory").arg(named));
     if (!ok)
         return command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(output));
     if (isStandardStream(output))
@@ -362,7 +447,8 @@ int runRun(const QStringList& arguments)
                      sp_SpawnCaptureLimit());
     if (command.json()) {
         QJsonObject o{{QStringLiteral("commandLine"), command.positional().at(0)},
-                      {QStringLiteral("exitCode"), static_cast<int>(exitCode)},
+                      // A program a signal ended has no exit code of its own: "signal" tells why it ended.
+                      {QStringLiteral("exitCode"), outcome.signal > 0 ? QJsonValue() : QJsonValue(static_cast<int>(exitCode))},
                       {QStringLiteral("signal"), outcome.signal},
                       {QStringLiteral("output"), programOutputText(captured)},
                       {QStringLiteral("discardedBytes"), static_cast<double>(outcome.discardedBytes)}};
