@@ -413,12 +413,52 @@ TEST_F(Tool, MalformedResultsFileSaysItDoesNotLoadAndWritesNothing)
     const Result r = tool({"report", "sens", data("malformed.msw"), "-o", out});
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err, "supportqt report: the results file " + data("malformed.msw") +
-                         " does not load: it is not well-formed XML of a version 1.0 results file, or a file it appends cannot be read\n");
+                         " does not load: it is not well-formed XML (line 4, column 1: Premature end of document.)\n");
     EXPECT_FALSE(QFile::exists(out));
     const Result results = tool({"results", data("malformed.msw")});
     EXPECT_EQ(results.code, 1);
     EXPECT_TRUE(results.err.contains("does not load"));
     EXPECT_TRUE(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden).isEmpty());
+}
+
+// A results file that does not load is reported with what keeps it from loading: the version, a case
+// number past an int, a file it appends and that file's own fault, or values too few for a table of
+// its runs by its merit functions (3,000 merit functions with one value each would make one of nine
+// million cells).
+TEST_F(Tool, AResultsFileThatDoesNotLoadIsReportedWithItsFault)
+{
+    const std::string head = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n";
+    std::string sparse = head;
+    for (int i = 0; i < 3000; ++i)
+        sparse += "<meritfunction value=\"m" + std::to_string(i) + "\" name=\"m" + std::to_string(i) + "\"><sensval case=\"" +
+                  std::to_string(i + 1) + "\" value=\"1\"/></meritfunction>\n";
+    sparse += "</msw>\n";
+    writeFileBytes(path("sparse.msw"), sparse);
+    writeFileBytes(path("v2.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"2.0\">\n</msw>\n");
+    writeFileBytes(path("big.msw"), head + "<meritfunction value=\"a\" name=\"a\">\n<sensval case=\"3000000000\" value=\"1\"/>"
+                                           "</meritfunction>\n</msw>\n");
+    writeFileBytes(path("missing.msw"), head + "<append><file path=\"" + path("nowhere.msw") + "\"/></append>\n</msw>\n");
+    writeFileBytes(path("appends.msw"), head + "<append><file path=\"" + path("v2.msw") + "\"/></append>\n</msw>\n");
+    writeFileBytes(path("self.msw"), head + "<append><file path=\"" + path("self.msw") + "\"/></append>\n</msw>\n");
+    const auto said = [&](const char* name) {
+        const Result r = tool({"results", temp(name)});
+        EXPECT_EQ(r.code, 1) << name;
+        EXPECT_EQ(r.out, QString()) << name;
+        return r.err;
+    };
+    const QString start = QStringLiteral("supportqt results: the results file %1 does not load: ");
+    EXPECT_EQ(said("sparse.msw"), start.arg(temp("sparse.msw")) + "it holds too few values for a table of its runs by its merit functions\n");
+    EXPECT_EQ(said("v2.msw"), start.arg(temp("v2.msw")) + "it is version 2.0, not 1.0\n");
+    EXPECT_EQ(said("big.msw"), start.arg(temp("big.msw")) +
+                                   "line 4 has case 3000000000, past the case numbers a run may have (-2147483648 to 2147483647)\n");
+    const QString nowhere = QDir::cleanPath(QFileInfo(temp("nowhere.msw")).absoluteFilePath());
+    EXPECT_EQ(said("missing.msw"), start.arg(temp("missing.msw")) + "the file it appends, " + nowhere + ", cannot be read\n");
+    const QString v2 = QFileInfo(temp("v2.msw")).canonicalFilePath();
+    EXPECT_EQ(said("appends.msw"), start.arg(temp("appends.msw")) + "the file it appends, " + v2 +
+                                       ", does not load: it is version 2.0, not 1.0\n");
+    EXPECT_EQ(said("self.msw"), start.arg(temp("self.msw")) + "with the files it appends it holds too few values for a table "
+                                                              "of its runs by its merit functions, or those files append each "
+                                                              "other too deeply\n");
 }
 
 // ---------------------------------------------------------------- netlist, index, section

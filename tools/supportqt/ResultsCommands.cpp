@@ -23,6 +23,7 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <string_view>
@@ -90,6 +91,68 @@ void warnOfCasesThatAreNoNumbers(const ToolCommand& command, const QString& show
     command.warn(message);
 }
 
+// What in the results file `name` itself keeps it from loading: where its XML breaks, a version other
+// than 1.0, or a case number past the range of an int; empty when it shows none of these. `*appends`
+// tells whether it names files to append.
+QString resultsFileFault(const QString& name, bool* appends)
+{
+    QFile file(name);
+    if (!file.open(QIODevice::ReadOnly))
+        return QStringLiteral("it cannot be read");
+    QXmlStreamReader reader(&file);
+    reader.setNamespaceProcessing(false); // the library reads names as written, prefixes and all
+    bool atRoot = true;
+    while (!reader.atEnd()) {
+        if (reader.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        const QXmlStreamAttributes attributes = reader.attributes();
+        *appends = *appends || reader.name() == QLatin1String("append");
+        if (atRoot) {
+            atRoot = false;
+            const QStringRef version = attributes.value(QLatin1String("version"));
+            if (attributes.hasAttribute(QLatin1String("version")) && version.compare(QLatin1String("1.0"), Qt::CaseInsensitive) != 0)
+                return QStringLiteral("it is version %1, not 1.0").arg(version.toString());
+            continue;
+        }
+        bool isNumber = false;
+        const qlonglong caseNumber = attributes.value(QLatin1String("case")).toLongLong(&isNumber);
+        if (isNumber && (caseNumber < INT_MIN || caseNumber > INT_MAX))
+            return QStringLiteral("line %1 has case %2, past the case numbers a run may have (%3 to %4)")
+                .arg(reader.lineNumber())
+                .arg(caseNumber)
+                .arg(INT_MIN)
+                .arg(INT_MAX);
+    }
+    if (reader.hasError())
+        return QStringLiteral("it is not well-formed XML (line %1, column %2: %3)")
+            .arg(reader.lineNumber())
+            .arg(reader.columnNumber() + 1)
+            .arg(reader.errorString());
+    return QString();
+}
+
+// Why the library refused the results file `name`, which took the files `sources` (itself first, then
+// the files it appends): the first fault found in them, or else what only the whole reading meets.
+QString whyResultsDoNotLoad(const QString& name, const std::vector<YString>& sources)
+{
+    bool appends = false;
+    QString fault = resultsFileFault(name, &appends);
+    if (!fault.isEmpty())
+        return fault;
+    for (size_t i = 1; i < sources.size(); ++i) {
+        const QString appended = toQs(sources[i]);
+        if (!QFileInfo(appended).isFile())
+            return QStringLiteral("the file it appends, %1, cannot be read").arg(appended);
+        fault = resultsFileFault(appended, &appends);
+        if (!fault.isEmpty())
+            return QStringLiteral("the file it appends, %1, does not load: %2").arg(appended, fault);
+    }
+    if (appends)
+        return QStringLiteral("with the files it appends it holds too few values for a table of its runs by its merit "
+                              "functions, or those files append each other too deeply");
+    return QStringLiteral("it holds too few values for a table of its runs by its merit functions");
+}
+
 // Reads a results file into `table` and `header`, and the files it appends into `*appended` (when not
 // null); reports and returns false when it cannot be read or does not load.
 bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XMLReportInfo>* table,
@@ -125,8 +188,7 @@ bool loadResults(const ToolCommand& command, const QString& path, YHashTable<XML
         for (size_t i = 1; appended && i < sources.size(); ++i)
             *appended << toQs(sources[i]);
         if (!loaded) {
-            command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: it is not well-formed XML of a "
-                                                     "version 1.0 results file, or a file it appends cannot be read").arg(path));
+            command.fail(ExitFailure, QStringLiteral("the results file %1 does not load: %2").arg(path, whyResultsDoNotLoad(name, sources)));
             return false;
         }
     }
