@@ -6,4 +6,7 @@
 namespace filereplace {
 /// Replaces the content of `path` as sp_ReplaceFileContent describes; `path` is not empty.
 bool replace(const YString& path, SpContentWriter write, void* context);
+/// Whether the two paths name one existing file, by whatever names (hard links included): false when
+/// either cannot be looked at.
+bool sameFile(const YString& a, const YString& b);
 } // namespace filereplace

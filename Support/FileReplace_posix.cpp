@@ -210,3 +210,9 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
         ::unlink(temporary.c_str());
     return ok;
 }
+
+bool filereplace::sameFile(const YString& a, const YString& b)
+{
+    struct stat sa, sb;
+    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}

@@ -5,6 +5,7 @@
 #include "MswMerge.h"
 
 #include "FileReplace.h"
+#include "FileReplace_p.h"
 #include "QtSupport.h"
 #include "TextServices.h"
 #include "XMLReport.h"
@@ -222,13 +223,17 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         std::string shardsElement;
 
         const std::string outputKey = fileKey(output);
+        const bool outputExists = QFileInfo::exists(toQs(output));
         for (size_t i = 0; i < shards.size(); ++i) {
             Shard shard;
             std::unordered_set<std::string> read;
             if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
-            // Replacing a file that a shard reads would change that shard, or a file it appends, under it.
-            if (read.count(outputKey)) {
+            // Replacing a file that a shard reads would change that shard, or a file it appends, under it;
+            // a hard link is the same file by another name.
+            if (read.count(outputKey) || (outputExists && std::any_of(read.begin(), read.end(), [&](const std::string& key) {
+                                              return filereplace::sameFile(output, YString(key.c_str()));
+                                          }))) {
                 if (outputReadBy)
                     *outputReadBy = static_cast<int>(i);
                 return fail(message, "the output " + std::string(output.c_str()) + " is a file that " + shardName(i) +

@@ -12,6 +12,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <random>
 #include <string>
@@ -410,8 +411,8 @@ TEST_F(MswMerge, TheFilesAReadTakesAreListedOnceInTheOrderMet)
     EXPECT_FALSE(sp_CompileMswWithSources(p("main.msw"), nullptr, &header, &sources));
 }
 
-// A merge whose output is a shard's appended file (here by a link to it) would change that shard under
-// it: it fails before anything is written.
+// A merge whose output is a shard's appended file (here by a link to it, and by a hard link) would
+// change that shard under it: it fails before anything is written.
 TEST_F(MswMerge, AnOutputThatAShardReadsFailsAndIsLeftAsItWas)
 {
     const std::string core = R"(<?xml version="1.0"?><msw version="1.0"><steps><step case="1"/></steps></msw>)";
@@ -431,6 +432,16 @@ TEST_F(MswMerge, AnOutputThatAShardReadsFailsAndIsLeftAsItWas)
     int readBy = 7;
     EXPECT_FALSE(sp_MergeMswFiles({p("other.msw"), p("main.msw")}, YString(alias.c_str()), false, &message, nullptr, &readBy));
     EXPECT_EQ(message, YString(("the output " + alias + " is a file that " + path("main.msw") + " reads; name another").c_str()));
+    EXPECT_EQ(readBy, 1);
+    EXPECT_EQ(readFileBytes(path("core1.msw")), core);
+    // A hard link is the same file by a name that no path leads from to the other.
+    const std::string hard = path("hard.msw");
+    std::error_code linked;
+    std::filesystem::create_hard_link(path("core1.msw"), hard, linked);
+    ASSERT_FALSE(linked) << linked.message();
+    readBy = 7;
+    EXPECT_FALSE(sp_MergeMswFiles({p("other.msw"), p("main.msw")}, YString(hard.c_str()), false, &message, nullptr, &readBy));
+    EXPECT_EQ(message, YString(("the output " + hard + " is a file that " + path("main.msw") + " reads; name another").c_str()));
     EXPECT_EQ(readBy, 1);
     EXPECT_EQ(readFileBytes(path("core1.msw")), core);
     EXPECT_FALSE(sp_MergeMswFiles({p("main.msw")}, p("main.msw"), false, &message, nullptr, &readBy));
