@@ -2570,6 +2570,14 @@ TEST_F(Tool, BytesThatAreNotTextInTheSourceEncodingAreReported)
     EXPECT_EQ(one.err, "supportqt text convert: 1 character cannot be written in ISO-8859-1 and becomes '?'; nothing written "
                        "(--lossy writes it)\n");
 #ifndef _WIN32
+    // "auto" reads UTF-8 cut short at the end with the locale's codec, as 8-bit text: in a UTF-8 locale
+    // the cut sequence is lost too.
+    const Result automatic = runProgram(QStringLiteral("/bin/sh"), {"-c", "LC_ALL=C.UTF-8 \"$1\" text convert \"$2\" -o -", "sh",
+                                                                    SUPPORTQT_TOOL_PATH, cut});
+    EXPECT_EQ(automatic.code, 1);
+    EXPECT_EQ(automatic.out, QString());
+    EXPECT_EQ(automatic.err, "supportqt text convert: 2 characters of " + cut +
+                                 " cannot be read as UTF-8 and become U+FFFD; nothing written (--lossy writes it)\n");
     // A FIFO gives its bytes once: they are copied, then checked and converted.
     const QString fifo = temp("bad.fifo");
     ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);

@@ -104,32 +104,32 @@ int runTextDetect(const QStringList& arguments)
 
 // The characters that decoding the regular file `path` as sp_LoadFile does with `from` makes U+FFFD:
 // byte sequences that are not text in the encoding it decodes with. "auto" decodes UTF-16 (which
-// replaces nothing) or valid UTF-8 as they are and anything else with the locale's codec. The file is
-// decoded again a block at a time with the codec's state carried over; a sequence left unfinished at
-// the end makes one replacement for each of its bytes, as a whole decoding does. -1 when the file cannot be read.
+// replaces nothing) or UTF-8 as they are, unless the UTF-8 has invalid or unfinished sequences: then
+// it decodes with the locale's codec. The file is decoded again a block at a time, the codec's state
+// carried over; a sequence left unfinished at the end makes one replacement for each of its bytes, as
+// a whole decoding does. -1 when the file cannot be read.
 qint64 decodingLosses(const QString& path, const QByteArray& from)
 {
-    QTextCodec* codec = nullptr;
-    if (from == "auto") {
-        const DetectedText detected = detectText(path);
-        if (!detected.read)
+    const auto losses = [&](QTextCodec* codec) -> qint64 {
+        QFile file(path);
+        if (!codec || !file.open(QIODevice::ReadOnly))
             return -1;
-        if (detected.wide || detected.utf8 != Invalid)
+        QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+        QByteArray block;
+        while (!(block = file.read(1 << 20)).isEmpty())
+            codec->toUnicode(block.constData(), block.size(), &state);
+        return file.error() == QFileDevice::NoError ? state.invalidChars + state.remainingChars : -1;
+    };
+    if (from == "auto") {
+        bool wide = false;
+        if (!sp_DetectTextFileFormat(path, &wide, nullptr, nullptr, nullptr))
+            return -1;
+        if (wide)
             return 0;
-        codec = QTextCodec::codecForLocale();
-    } else {
-        codec = from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from);
+        const qint64 asUtf8 = losses(QTextCodec::codecForName("UTF-8"));
+        return asUtf8 == 0 ? 0 : losses(QTextCodec::codecForLocale());
     }
-    QFile file(path);
-    if (!codec || !file.open(QIODevice::ReadOnly))
-        return -1;
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    QByteArray block;
-    while (!(block = file.read(1 << 20)).isEmpty())
-        codec->toUnicode(block.constData(), block.size(), &state);
-    if (file.error() != QFileDevice::NoError)
-        return -1;
-    return state.invalidChars + state.remainingChars;
+    return losses(from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from));
 }
 
 // Copies the pipe or device `path` to `copy`, up to one byte past the 64 MiB that sp_LoadFile reads of
