@@ -779,8 +779,7 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
         // Deltas make the table dense (every run gets a value of every merit function): refused when
         // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
         // would make it.
-        const long long dense = context.width * table->count();
-        if (dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (context.values + table->count()))
+        if (xmlreport::tooSparse(context.width, table->count(), context.values))
             return false;
         for (const ReadContext::Deferred& d : context.deferred)
             d.record->values.at(d.index).value = d.value;
@@ -791,6 +790,12 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
         // Memory ran out after all: a result, as every failure is, never an exception.
         return false;
     }
+}
+
+bool xmlreport::tooSparse(long long width, long long runs, long long values)
+{
+    const long long dense = width * runs;
+    return dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (values + runs);
 }
 
 bool sp_AppendMeritData(const YString& path, const YString& value, const YString& name, const YVector<double>& values,

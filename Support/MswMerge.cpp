@@ -221,6 +221,10 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         long long totalCores = 0;
         MswMergeSummary result;
         std::string shardsElement;
+        // What the reader's density rule weighs: the values written, and one past the last merit function
+        // that has any.
+        long long valuesWritten = 0;
+        long long width = 0;
 
         const std::string outputKey = fileKey(output);
         const bool outputExists = QFileInfo::exists(toQs(output));
@@ -310,6 +314,9 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                     values.push_back(v->getAttributeDouble("value", 0.0));
                     valueCases.push_back(static_cast<int>(caseOf(c)));
                 }
+                valuesWritten += static_cast<long long>(values.size());
+                if (!values.empty())
+                    width = std::max(width, static_cast<long long>(m) + 1);
                 // A case given twice is read with its last value: the summary takes that one only.
                 std::unordered_map<int, size_t> firstAt;
                 size_t kept = 0;
@@ -382,6 +389,13 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             if (!writeText(stepsPart, text))
                 return fail(message, "cannot write a temporary file");
         }
+
+        // Shards that each load may together make a table the reader refuses: one with a value of a late
+        // merit function beside another with many runs that have only early ones.
+        if (xmlreport::tooSparse(width, result.runs, valuesWritten))
+            return fail(message, "the merged file would hold " + std::to_string(valuesWritten) + " values for a table of " +
+                                     std::to_string(result.runs) + " runs by " + std::to_string(width) +
+                                     " merit functions, too few for the reader to load it");
 
         // The root's attributes as the writer sets them.
         YRef<YDomDocument> decorated = YXML_Factory::Make_RapidXML_DOM_Document();

@@ -1,5 +1,5 @@
-// XMLReport_p.h - run labels shared by the results reader and the reports, and the case-number rule
-// shared by the reader and the merge.
+// XMLReport_p.h - run labels shared by the results reader and the reports, and the case-number and
+// density rules shared by the reader and the merge.
 #pragma once
 
 #include "YString.h"
@@ -19,6 +19,11 @@ bool caseFits(const Element& run)
 /// The label of a run name ("Refdes:R1/DevParam:R/Term:1") at a detail level from 1 to 5: "Lot: ...",
 /// "Ref: ..." or "Var: ..." with more of the name's items as the level grows; the name itself at 5.
 YString makeRunLabel(const YString& name, int detail);
+
+/// Whether a table of `runs` runs by `width` merit functions is too large for the `values` values the
+/// files hold: the reader refuses such files, which a sparse file crafted to exhaust memory would be,
+/// and the merge refuses to write one.
+bool tooSparse(long long width, long long runs, long long values);
 
 /// Reads a results file as sp_CompileSensReportData does; when `sources` is not null, appends to it every
 /// file the read took, each once, in the order met, by the key the reader knows it by (the canonical

@@ -411,6 +411,51 @@ TEST_F(MswMerge, TheFilesAReadTakesAreListedOnceInTheOrderMet)
     EXPECT_FALSE(sp_CompileMswWithSources(p("main.msw"), nullptr, &header, &sources));
 }
 
+// Two shards that each load can make together a table the reader refuses: one run with a value of the
+// last of 2,000 merit functions, beside 2,500 runs with a value of the first only, would be 2,501 runs
+// by 2,000 merit functions for 2,501 values. The merge fails and writes nothing; a smaller second shard
+// merges, and its output loads.
+TEST_F(MswMerge, ShardsThatTogetherAreTooSparseForTheReaderFail)
+{
+    constexpr int kMerits = 2000;
+    const auto shard = [&](const std::string& name, int firstCase, int runs, int merit) {
+        std::string text = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n";
+        for (int m = 0; m < kMerits; ++m) {
+            text += "<meritfunction value=\"v" + std::to_string(m) + "\" name=\"m" + std::to_string(m) + "\">";
+            for (int c = firstCase; m == merit && c < firstCase + runs; ++c)
+                text += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c) + "\"/>";
+            text += "</meritfunction>\n";
+        }
+        writeFileBytes(path(name), text + "</msw>\n");
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        EXPECT_TRUE(sp_CompileSensReportData(p(name), &table, &header)) << name;
+        return p(name);
+    };
+    const YString late = shard("late.msw", 1, 1, kMerits - 1);
+    const YString many = shard("many.msw", 2, 2500, 0);
+    YString message;
+    MswMergeSummary summary;
+    EXPECT_FALSE(sp_MergeMswFiles({late, many}, p("merged.msw"), false, &message, &summary));
+    EXPECT_STREQ(message.c_str(), "the merged file would hold 2501 values for a table of 2501 runs by 2000 merit functions, "
+                                  "too few for the reader to load it");
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("merged.msw"))));
+    EXPECT_EQ(summary.runs, 0);
+
+    // 1,900 runs make 3.8 million cells, which the reader takes without asking.
+    const YString fewer = shard("fewer.msw", 2, 1900, 0);
+    ASSERT_TRUE(sp_MergeMswFiles({late, fewer}, p("merged.msw"), false, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.runs, 1901);
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    ASSERT_TRUE(sp_CompileSensReportData(p("merged.msw"), &table, &header));
+    EXPECT_EQ(table.count(), 1901);
+    ASSERT_TRUE(findCase(table, 1));
+    EXPECT_EQ(findCase(table, 1)->values[kMerits - 1].value, 1.0);
+    ASSERT_TRUE(findCase(table, 1901));
+    EXPECT_EQ(findCase(table, 1901)->values[0].value, 1901.0);
+}
+
 // A merge whose output is a shard's appended file (here by a link to it, and by a hard link) would
 // change that shard under it: it fails before anything is written.
 TEST_F(MswMerge, AnOutputThatAShardReadsFailsAndIsLeftAsItWas)
