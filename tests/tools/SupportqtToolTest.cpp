@@ -2590,6 +2590,47 @@ TEST_F(Tool, BytesThatAreNotTextInTheSourceEncodingAreReported)
 #endif
 }
 
+// UTF-16 and UTF-32 decoders drop the bytes that end a file short of a whole character: the loss is
+// reported like a replacement, by "auto" (UTF-16 by its mark, in either byte order) and by a named codec,
+// and nothing is written without --lossy.
+TEST_F(Tool, BytesThatEndAWideFileShortOfACharacterAreReported)
+{
+    const QString little = temp("odd16.txt");
+    writeFileBytes(little.toStdString(), std::string("\xFF\xFE" "A\0B\0C", 7));
+    const QString big = temp("odd16be.txt");
+    writeFileBytes(big.toStdString(), std::string("\xFE\xFF\0A\0B\0", 7));
+    const QString wide32 = temp("odd32.txt");
+    writeFileBytes(wide32.toStdString(), std::string("A\0\0\0B\0", 6));
+    const QString out = temp("out.txt");
+    const QString refused = QStringLiteral("supportqt text convert: the last %1 of %2 %3 not a whole character in %4 and %5 dropped; "
+                                           "nothing written (--lossy writes it)\n");
+    const Result automatic = tool({"text", "convert", little, "-o", out});
+    EXPECT_EQ(automatic.code, 1);
+    EXPECT_EQ(automatic.err, refused.arg("byte", little, "is", "UTF-16LE", "is"));
+    EXPECT_FALSE(QFile::exists(out));
+    const Result named = tool({"text", "convert", little, "-o", out, "--from", "UTF-16LE"});
+    EXPECT_EQ(named.code, 1);
+    EXPECT_EQ(named.err, refused.arg("byte", little, "is", "UTF-16LE", "is"));
+    const Result bigEndian = tool({"text", "convert", big, "-o", out});
+    EXPECT_EQ(bigEndian.code, 1);
+    EXPECT_EQ(bigEndian.err, refused.arg("byte", big, "is", "UTF-16BE", "is"));
+    const Result utf32 = tool({"text", "convert", wide32, "-o", out, "--from", "UTF-32LE"});
+    EXPECT_EQ(utf32.code, 1);
+    EXPECT_EQ(utf32.err, refused.arg("2 bytes", wide32, "are", "UTF-32LE", "are"));
+    EXPECT_FALSE(QFile::exists(out));
+    const Result lossy = tool({"text", "convert", little, "-o", out, "--lossy"});
+    EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
+    EXPECT_EQ(lossy.err, "supportqt text convert: the last byte of " + little + " is not a whole character in UTF-16LE and is dropped\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), "AB");
+    // An even file loses nothing.
+    const QString even = temp("even16.txt");
+    writeFileBytes(even.toStdString(), std::string("\xFF\xFE" "A\0B\0", 6));
+    const Result whole = tool({"text", "convert", even, "-o", temp("even.txt")});
+    EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
+    EXPECT_EQ(whole.err, QString());
+    EXPECT_EQ(readFileBytes(path("even.txt")), "AB");
+}
+
 // A pattern the matchers refuse is a usage error with the reason: Qt's own, or the bound it passes,
 // answered without building it (the second pattern took Qt minutes to build); a section whose bounds
 // are out of range or the wrong way round is refused.

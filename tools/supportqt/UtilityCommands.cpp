@@ -102,32 +102,50 @@ int runTextDetect(const QStringList& arguments)
     return ExitOk;
 }
 
-// The characters that decoding the regular file `path` as sp_LoadFile does with `from` makes U+FFFD:
-// byte sequences that are not text in the encoding it decodes with. "auto" decodes UTF-16 (which
-// replaces nothing) or UTF-8 as they are, unless the UTF-8 has invalid or unfinished sequences: then
-// it decodes with the locale's codec. The file is decoded again a block at a time, the codec's state
-// carried over; a sequence left unfinished at the end makes one replacement for each of its bytes, as
-// a whole decoding does. -1 when the file cannot be read.
-qint64 decodingLosses(const QString& path, const QByteArray& from)
+// What decoding the regular file `path` as sp_LoadFile does with `from` loses: the characters that
+// become U+FFFD, byte sequences that are not text in the encoding it decodes with, and the bytes at the
+// end that make no whole character of a UTF-16 or UTF-32 text, which its decoders drop. "auto" decodes
+// UTF-16 by its detected byte order, or UTF-8 as it is unless the UTF-8 has invalid or unfinished
+// sequences: then it decodes with the locale's codec. The file is decoded again a block at a time, the
+// codec's state carried over; a UTF-8 sequence left unfinished at the end makes one replacement for each
+// of its bytes, as a whole decoding does. `readable` is false when the file cannot be read.
+struct DecodingLosses {
+    qint64 replaced = 0;
+    qint64 dropped = 0;
+    QByteArray codec; // the name of the codec it decodes with
+    bool readable = true;
+};
+
+DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 {
-    const auto losses = [&](QTextCodec* codec) -> qint64 {
+    const auto losses = [&](QTextCodec* codec) {
+        DecodingLosses result;
         QFile file(path);
-        if (!codec || !file.open(QIODevice::ReadOnly))
-            return -1;
+        if (!codec || !file.open(QIODevice::ReadOnly)) {
+            result.readable = false;
+            return result;
+        }
+        result.codec = codec->name();
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
         QByteArray block;
         while (!(block = file.read(1 << 20)).isEmpty())
             codec->toUnicode(block.constData(), block.size(), &state);
-        return file.error() == QFileDevice::NoError ? state.invalidChars + state.remainingChars : -1;
+        result.readable = file.error() == QFileDevice::NoError;
+        // The UTF-16 and UTF-32 codecs (MIBs 1013 to 1019) keep the bytes of an unfinished unit, and
+        // drop them at the end; the others replace an unfinished sequence.
+        const bool wideCodec = codec->mibEnum() >= 1013 && codec->mibEnum() <= 1019;
+        result.replaced = state.invalidChars + (wideCodec ? 0 : state.remainingChars);
+        result.dropped = wideCodec ? state.remainingChars : 0;
+        return result;
     };
     if (from == "auto") {
-        bool wide = false;
-        if (!sp_DetectTextFileFormat(path, &wide, nullptr, nullptr, nullptr))
-            return -1;
+        bool wide = false, little = true;
+        if (!sp_DetectTextFileFormat(path, &wide, nullptr, nullptr, &little))
+            return DecodingLosses{0, 0, QByteArray(), false};
         if (wide)
-            return 0;
-        const qint64 asUtf8 = losses(QTextCodec::codecForName("UTF-8"));
-        return asUtf8 == 0 ? 0 : losses(QTextCodec::codecForLocale());
+            return losses(QTextCodec::codecForName(little ? "UTF-16LE" : "UTF-16BE"));
+        const DecodingLosses asUtf8 = losses(QTextCodec::codecForName("UTF-8"));
+        return !asUtf8.readable || asUtf8.replaced > 0 ? losses(QTextCodec::codecForLocale()) : asUtf8;
     }
     return losses(from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from));
 }
@@ -160,7 +178,8 @@ int runTextConvert(const QStringList& arguments)
     command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
     command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
     command.addOption({QStringLiteral("lossy")},
-                      QStringLiteral("Write even when bytes of FILE are not text in its encoding (they become U+FFFD) or\n"
+                      QStringLiteral("Write even when bytes of FILE are not text in its encoding (they become U+FFFD, or\n"
+                                     "are dropped when they end it short of a whole UTF-16 or UTF-32 character) or\n"
                                      "characters cannot be held by the target encoding (they become '?')."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
@@ -205,20 +224,27 @@ int runTextConvert(const QStringList& arguments)
         ok = loaded;
         if (ok) {
             // Bytes that are not text in the source encoding are counted the same way, before.
-            const qint64 unread = decodingLosses(path, from);
-            if (unread < 0)
+            const DecodingLosses unread = decodingLosses(path, from);
+            if (!unread.readable)
                 return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(named));
-            if (unread > 0) {
-                const QString lost = QStringLiteral("%1 character%2 of %3 cannot be read as %4 and %5 U+FFFD")
-                                         .arg(unread)
-                                         .arg(unread == 1 ? "" : "s")
-                                         .arg(named, QString::fromLatin1(from == "auto" || from == "locale"
-                                                                             ? QTextCodec::codecForLocale()->name()
-                                                                             : from),
-                                              unread == 1 ? QStringLiteral("becomes") : QStringLiteral("become"));
+            // Named as the user named it, or by the codec "auto" or "locale" chose.
+            const QString codec = QString::fromLatin1(from == "auto" || from == "locale" ? unread.codec : from);
+            QStringList lost;
+            if (unread.replaced > 0)
+                lost << QStringLiteral("%1 character%2 of %3 cannot be read as %4 and %5 U+FFFD")
+                            .arg(unread.replaced)
+                            .arg(unread.replaced == 1 ? "" : "s")
+                            .arg(named, codec, unread.replaced == 1 ? QStringLiteral("becomes") : QStringLiteral("become"));
+            if (unread.dropped == 1)
+                lost << QStringLiteral("the last byte of %1 is not a whole character in %2 and is dropped").arg(named, codec);
+            else if (unread.dropped > 1)
+                lost << QStringLiteral("the last %1 bytes of %2 are not a whole character in %3 and are dropped")
+                            .arg(unread.dropped)
+                            .arg(named, codec);
+            for (const QString& loss : lost) {
                 if (!command.isSet(QStringLiteral("lossy")))
-                    return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
-                command.warn(lost);
+                    return command.fail(ExitFailure, loss + QStringLiteral("; nothing written (--lossy writes it)"));
+                command.warn(loss);
             }
             // Characters the target encoding cannot hold are counted by its codec before anything is
             // written: without --lossy nothing is written and the user is told.
