@@ -280,6 +280,18 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
         EXPECT_EQ(refused.err, "supportqt " + arguments[0] + ": " + arguments[1] +
                                    " is not a regular file; give its text on standard input as '-'\n");
     }
+    // So do the model-library commands, whichever of their files is one.
+    const QString lib = data("models.lib");
+    for (const QStringList& arguments :
+         {QStringList{"lib", "sections", fifo}, QStringList{"lib", "defs", "/dev/zero"}, QStringList{"lib", "check", fifo},
+          QStringList{"lib", "diff", lib, fifo}, QStringList{"lib", "extract", fifo, "nch", "-o", temp("x.lib")}}) {
+        const Result refused = tool(arguments);
+        EXPECT_EQ(refused.code, 1) << arguments.join(' ').toStdString();
+        const QString named = arguments[2] == lib ? arguments[3] : arguments[2];
+        EXPECT_EQ(refused.err, "supportqt lib " + arguments[1] + ": " + named +
+                                   " is not a regular file; give its text on standard input as '-'\n");
+    }
+    EXPECT_FALSE(QFile::exists(temp("x.lib")));
 }
 #endif
 

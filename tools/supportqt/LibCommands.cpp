@@ -151,7 +151,6 @@ bool dialect(const ToolCommand& command, SpiceLanguage* language)
     return true;
 }
 
-// The exit code and error line of a status other than Ok.
 // Parses an action's command line and its dialect, and with `path` its library argument as an input;
 // -1 when the action should run, otherwise the exit code to return at once.
 int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minPositional, int maxPositional,
@@ -162,11 +161,12 @@ int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minP
         return early;
     if (!dialect(command, language))
         return ExitUsage;
-    if (path && !command.inputArgument(path))
+    if (path && !command.regularInputArgument(path))
         return ExitFailure;
     return -1;
 }
 
+// The exit code and error line of a status other than Ok.
 int statusFailure(const ToolCommand& command, ModelLibStatus status, const QString& path, const QString& section)
 {
     switch (status) {
@@ -327,7 +327,7 @@ int runLibDiff(const QStringList& arguments)
         return early;
     QString a = command.positional().at(0);
     QString b = command.positional().at(1);
-    if (!command.input(&a) || !command.input(&b))
+    if (!command.regularInput(&a) || !command.regularInput(&b))
         return ExitFailure;
     ModelLibDiff diff;
     const ModelLibStatus status = sp_DiffModelLibraries(toYs(a), toYs(b), language, &diff);
@@ -402,7 +402,7 @@ int runLibExtract(const QStringList& arguments)
     const bool toStandardOutput = isStandardStream(output);
     if (toStandardOutput && command.json())
         return command.fail(ExitUsage, QStringLiteral("--json needs an output file: standard output takes the library"));
-    if (!command.input(&path))
+    if (!command.regularInput(&path))
         return ExitFailure;
     if (!toStandardOutput && !command.checkOutput(output))
         return ExitFailure;

@@ -235,9 +235,8 @@ bool ToolCommand::input(QString* path) const
     return checkInput(*path);
 }
 
-bool ToolCommand::regularInputArgument(QString* path) const
+bool ToolCommand::regularInput(QString* path) const
 {
-    *path = positional().value(0);
     const QFileInfo info(*path);
     if (!isStandardStream(*path) && info.exists() && !info.isFile() && !info.isDir()) {
         fail(ExitFailure, QStringLiteral("%1 is not a regular file; give its text on standard input as '-'").arg(*path));

@@ -75,7 +75,13 @@ public:
     /// The same for a command that reads its input by name more than once: a FIFO, device or socket
     /// (which would give its bytes to the first reading only, or never end) is refused, before it is
     /// opened; its text can come through standard input as "-".
-    bool regularInputArgument(QString* path) const;
+    bool regularInputArgument(QString* path) const
+    {
+        *path = positional().value(0);
+        return regularInput(path);
+    }
+    /// `input` for such a command's input `*path`, which may be any argument.
+    bool regularInput(QString* path) const;
     /// Checks that `path` can be written now; reports why not and returns false otherwise. "-" (standard
     /// output) can always be written.
     bool checkOutput(const QString& path) const;
