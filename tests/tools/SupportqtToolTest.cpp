@@ -2623,6 +2623,15 @@ TEST_F(Tool, BytesThatEndAWideFileShortOfACharacterAreReported)
     const Result named = tool({"text", "convert", little, "-o", out, "--from", "UTF-16LE"});
     EXPECT_EQ(named.code, 1);
     EXPECT_EQ(named.err, refused.arg("byte", little, "is", "UTF-16LE", "is"));
+    // With no mark, the first line end tells UTF-16 wherever it lies: here past the first 1,024 bytes.
+    const QString unmarked = temp("unmarked16.txt");
+    std::string longLine;
+    for (int i = 0; i < 600; ++i)
+        longLine += std::string("A\0", 2);
+    writeFileBytes(unmarked.toStdString(), longLine + std::string("\n\0C", 3));
+    const Result late = tool({"text", "convert", unmarked, "-o", out});
+    EXPECT_EQ(late.code, 1);
+    EXPECT_EQ(late.err, refused.arg("byte", unmarked, "is", "UTF-16LE", "is"));
     const Result bigEndian = tool({"text", "convert", big, "-o", out});
     EXPECT_EQ(bigEndian.code, 1);
     EXPECT_EQ(bigEndian.err, refused.arg("byte", big, "is", "UTF-16BE", "is"));

@@ -116,6 +116,38 @@ struct DecodingLosses {
     bool readable = true;
 };
 
+// Whether sp_LoadFile reads the file `path` as UTF-16, and in which byte order: its verdict comes from
+// a leading byte-order mark and the file's first line end wherever that lies, so the file is read up to
+// two bytes past it (the bytes the verdict looks at) and classified as the load classifies the whole.
+// False when the file cannot be read.
+bool loadReadsAsUtf16(const QString& path, bool* wide, bool* little)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray head;
+    bool bigEndian = false;
+    qint64 end = -1; // the first line end, as the load finds it
+    for (QByteArray block; end < 0 || head.size() < end + 3;) {
+        if ((block = file.read(1 << 20)).isEmpty())
+            break;
+        const qint64 from = head.size();
+        head += block;
+        if (from < 2 && head.size() >= 2)
+            bigEndian = static_cast<unsigned char>(head[0]) == 0xFE && static_cast<unsigned char>(head[1]) == 0xFF;
+        // A line feed or carriage return; in big-endian text only a carriage return after a zero byte.
+        const char* const b = head.constData();
+        for (qint64 i = std::max<qint64>(from, bigEndian ? 2 : 0); end < 0 && i < head.size(); ++i)
+            if (bigEndian ? b[i] == '\r' && b[i - 1] == 0 : b[i] == '\r' || b[i] == '\n')
+                end = i;
+    }
+    if (file.error() != QFileDevice::NoError)
+        return false;
+    bool dos = false, mac = false;
+    sp_DetectTextFileFormat(head.constData(), head.size(), *wide, dos, mac, *little);
+    return true;
+}
+
 DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 {
     const auto losses = [&](QTextCodec* codec) {
@@ -140,7 +172,7 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
     };
     if (from == "auto") {
         bool wide = false, little = true;
-        if (!sp_DetectTextFileFormat(path, &wide, nullptr, nullptr, &little))
+        if (!loadReadsAsUtf16(path, &wide, &little))
             return DecodingLosses{0, 0, QByteArray(), false};
         if (wide)
             return losses(QTextCodec::codecForName(little ? "UTF-16LE" : "UTF-16BE"));
