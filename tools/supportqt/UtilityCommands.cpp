@@ -102,20 +102,6 @@ int runTextDetect(const QStringList& arguments)
     return ExitOk;
 }
 
-// What decoding the regular file `path` as sp_LoadFile does with `from` loses: the characters that
-// become U+FFFD, byte sequences that are not text in the encoding it decodes with, and the bytes at the
-// end that make no whole character of a UTF-16 or UTF-32 text, which its decoders drop. "auto" decodes
-// UTF-16 by its detected byte order, or UTF-8 as it is unless the UTF-8 has invalid or unfinished
-// sequences: then it decodes with the locale's codec. The file is decoded again a block at a time, the
-// codec's state carried over; a UTF-8 sequence left unfinished at the end makes one replacement for each
-// of its bytes, as a whole decoding does. `readable` is false when the file cannot be read.
-struct DecodingLosses {
-    qint64 replaced = 0;
-    qint64 dropped = 0;
-    QByteArray codec; // the name of the codec it decodes with
-    bool readable = true;
-};
-
 // Whether sp_LoadFile reads the file `path` as UTF-16, and in which byte order: its verdict comes from
 // a leading byte-order mark and the file's first line end wherever that lies, so the file is read up to
 // two bytes past it (the bytes the verdict looks at) and classified as the load classifies the whole.
@@ -147,6 +133,20 @@ bool loadReadsAsUtf16(const QString& path, bool* wide, bool* little)
     sp_DetectTextFileFormat(head.constData(), head.size(), *wide, dos, mac, *little);
     return true;
 }
+
+// What decoding the regular file `path` as sp_LoadFile does with `from` loses: the characters that
+// become U+FFFD, byte sequences that are not text in the encoding it decodes with, and the bytes at the
+// end that make no whole character of a UTF-16 or UTF-32 text, which its decoders drop. "auto" decodes
+// UTF-16 by its detected byte order, or UTF-8 as it is unless the UTF-8 has invalid or unfinished
+// sequences: then it decodes with the locale's codec. The file is decoded again a block at a time, the
+// codec's state carried over; a UTF-8 sequence left unfinished at the end makes one replacement for each
+// of its bytes, as a whole decoding does. `readable` is false when the file cannot be read.
+struct DecodingLosses {
+    qint64 replaced = 0;
+    qint64 dropped = 0;
+    QByteArray codec; // the name of the codec it decodes with
+    bool readable = true;
+};
 
 DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 {
