@@ -2652,6 +2652,79 @@ TEST_F(Tool, BytesThatEndAWideFileShortOfACharacterAreReported)
     EXPECT_EQ(readFileBytes(path("even.txt")), "AB");
 }
 
+// A UTF-16 text may hold surrogates without their pair, which only UTF-16 can write: for any other
+// target they are counted as characters it cannot hold, where the UTF-8 encoder dropped the last one and
+// the UTF-32 encoder made U+FFFD of both without a word.
+TEST_F(Tool, UnpairedSurrogatesAreReportedForTargetsOtherThanUtf16)
+{
+    const QString source = temp("unpaired16.txt");
+    const std::string units("\xFF\xFE" "A\0" "\x00\xD8" "B\0" "\x00\xD8", 10);
+    writeFileBytes(source.toStdString(), units);
+    const QString out = temp("out.txt");
+    const QString refused = QStringLiteral("supportqt text convert: %1 unpaired UTF-16 surrogate%2 of %3 cannot be written in %4; "
+                                           "nothing written (--lossy writes it)\n");
+    const Result utf8 = tool({"text", "convert", source, "-o", out});
+    EXPECT_EQ(utf8.code, 1);
+    EXPECT_EQ(utf8.err, refused.arg("2", "s", source, "UTF-8"));
+    const Result utf32 = tool({"text", "convert", source, "-o", out, "--to", "UTF-32LE"});
+    EXPECT_EQ(utf32.code, 1);
+    EXPECT_EQ(utf32.err, refused.arg("2", "s", source, "UTF-32LE"));
+    const Result latin1 = tool({"text", "convert", source, "-o", out, "--to", "ISO-8859-1"});
+    EXPECT_EQ(latin1.code, 1);
+    EXPECT_EQ(latin1.err, refused.arg("2", "s", source, "ISO-8859-1"));
+    EXPECT_FALSE(QFile::exists(out));
+    // UTF-16 keeps them as they are (its encoder writes a byte-order mark).
+    const Result utf16 = tool({"text", "convert", source, "-o", out, "--to", "UTF-16LE"});
+    EXPECT_EQ(utf16.code, 0) << utf16.err.toStdString();
+    EXPECT_EQ(utf16.err, QString());
+    EXPECT_EQ(readFileBytes(out.toStdString()), units);
+    QFile::remove(out);
+    const Result lossy = tool({"text", "convert", source, "-o", out, "--lossy"});
+    EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
+    EXPECT_EQ(lossy.err, "supportqt text convert: 2 unpaired UTF-16 surrogates of " + source + " cannot be written in UTF-8\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), "A?B");
+    // One unpaired low surrogate, and a pair, which is one character of UTF-8.
+    const QString one = temp("one16.txt");
+    writeFileBytes(one.toStdString(), std::string("\xFF\xFE" "\x00\xDC" "\x3D\xD8\x00\xDE", 8));
+    const Result single = tool({"text", "convert", one, "-o", out});
+    EXPECT_EQ(single.code, 1);
+    EXPECT_EQ(single.err, refused.arg("1", "", one, "UTF-8"));
+    const QString pair = temp("pair16.txt");
+    writeFileBytes(pair.toStdString(), std::string("\xFF\xFE" "\x3D\xD8\x00\xDE" "A\0", 8));
+    const Result whole = tool({"text", "convert", pair, "-o", temp("pair.txt")});
+    EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
+    EXPECT_EQ(whole.err, QString());
+    EXPECT_EQ(readFileBytes(path("pair.txt")), "\xF0\x9F\x98\x80" "A");
+}
+
+// In 8-bit text whose first line end is CR LF the load deletes every CR byte before decoding, so a CR
+// inside a UTF-8 sequence does not break it, and the check finds nothing lost; where the first line end
+// is a bare CR, the CR becomes a line feed and the sequence is broken, in the check as in the load.
+TEST_F(Tool, ACarriageReturnTheLoadDeletesBreaksNoUtf8Sequence)
+{
+    const QString dos = temp("split-dos.txt");
+    writeFileBytes(dos.toStdString(), "x\r\ncaf\xC3\r\xA9\r\n");
+    const QString out = temp("out.txt");
+    for (const char* from : {"auto", "UTF-8"}) {
+        QFile::remove(out);
+        const Result converted = tool({"text", "convert", dos, "-o", out, "--from", from});
+        EXPECT_EQ(converted.code, 0) << from << ": " << converted.err.toStdString();
+        EXPECT_EQ(converted.err, QString()) << from;
+        EXPECT_EQ(readFileBytes(out.toStdString()), "x\ncaf\xC3\xA9\n") << from;
+    }
+    const QString mac = temp("split-mac.txt");
+    writeFileBytes(mac.toStdString(), "x\rcaf\xC3\r\xA9\r");
+    QFile::remove(out);
+    const Result broken = tool({"text", "convert", mac, "-o", out, "--from", "UTF-8"});
+    EXPECT_EQ(broken.code, 1);
+    EXPECT_EQ(broken.err, "supportqt text convert: 2 characters of " + mac +
+                              " cannot be read as UTF-8 and become U+FFFD; nothing written (--lossy writes it)\n");
+    EXPECT_FALSE(QFile::exists(out));
+    const Result lossy = tool({"text", "convert", mac, "-o", out, "--from", "UTF-8", "--lossy"});
+    EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), "x\ncaf\xEF\xBF\xBD\n\xEF\xBF\xBD\n");
+}
+
 // A pattern the matchers refuse is a usage error with the reason: Qt's own, or the bound it passes,
 // answered without building it (the second pattern took Qt minutes to build); a section whose bounds
 // are out of range or the wrong way round is refused.

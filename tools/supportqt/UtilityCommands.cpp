@@ -102,11 +102,12 @@ int runTextDetect(const QStringList& arguments)
     return ExitOk;
 }
 
-// Whether sp_LoadFile reads the file `path` as UTF-16, and in which byte order: its verdict comes from
-// a leading byte-order mark and the file's first line end wherever that lies, so the file is read up to
-// two bytes past it (the bytes the verdict looks at) and classified as the load classifies the whole.
-// False when the file cannot be read.
-bool loadReadsAsUtf16(const QString& path, bool* wide, bool* little)
+// How sp_LoadFile classifies the file `path`: whether as UTF-16 and in which byte order, and whether
+// its first line end is a CR LF (for 8-bit text, the load then deletes every CR byte before decoding).
+// The verdict comes from a leading byte-order mark and the file's first line end wherever that lies, so
+// the file is read up to two bytes past it (the bytes the verdict looks at) and classified as the load
+// classifies the whole. False when the file cannot be read.
+bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
@@ -129,8 +130,8 @@ bool loadReadsAsUtf16(const QString& path, bool* wide, bool* little)
     }
     if (file.error() != QFileDevice::NoError)
         return false;
-    bool dos = false, mac = false;
-    sp_DetectTextFileFormat(head.constData(), head.size(), *wide, dos, mac, *little);
+    bool mac = false;
+    sp_DetectTextFileFormat(head.constData(), head.size(), *wide, *dos, mac, *little);
     return true;
 }
 
@@ -139,8 +140,10 @@ bool loadReadsAsUtf16(const QString& path, bool* wide, bool* little)
 // end that make no whole character of a UTF-16 or UTF-32 text, which its decoders drop. "auto" decodes
 // UTF-16 by its detected byte order, or UTF-8 as it is unless the UTF-8 has invalid or unfinished
 // sequences: then it decodes with the locale's codec. The file is decoded again a block at a time, the
-// codec's state carried over; a UTF-8 sequence left unfinished at the end makes one replacement for each
-// of its bytes, as a whole decoding does. `readable` is false when the file cannot be read.
+// codec's state carried over, and without its CR bytes when the load deletes them (8-bit text whose
+// first line end is CR LF), since a CR inside a multi-byte sequence does not break it there; a UTF-8
+// sequence left unfinished at the end makes one replacement for each of its bytes, as a whole decoding
+// does. `readable` is false when the file cannot be read.
 struct DecodingLosses {
     qint64 replaced = 0;
     qint64 dropped = 0;
@@ -150,6 +153,10 @@ struct DecodingLosses {
 
 DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 {
+    bool wide = false, little = true, dos = false;
+    if (!loadClassification(path, &wide, &little, &dos))
+        return DecodingLosses{0, 0, QByteArray(), false};
+    const bool deletesCarriageReturns = dos && !wide;
     const auto losses = [&](QTextCodec* codec) {
         DecodingLosses result;
         QFile file(path);
@@ -160,8 +167,11 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         result.codec = codec->name();
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
         QByteArray block;
-        while (!(block = file.read(1 << 20)).isEmpty())
+        while (!(block = file.read(1 << 20)).isEmpty()) {
+            if (deletesCarriageReturns)
+                block.replace('\r', QByteArray());
             codec->toUnicode(block.constData(), block.size(), &state);
+        }
         result.readable = file.error() == QFileDevice::NoError;
         // The UTF-16 and UTF-32 codecs (MIBs 1013 to 1019) keep the bytes of an unfinished unit, and
         // drop them at the end; the others replace an unfinished sequence.
@@ -171,15 +181,36 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         return result;
     };
     if (from == "auto") {
-        bool wide = false, little = true;
-        if (!loadReadsAsUtf16(path, &wide, &little))
-            return DecodingLosses{0, 0, QByteArray(), false};
         if (wide)
             return losses(QTextCodec::codecForName(little ? "UTF-16LE" : "UTF-16BE"));
         const DecodingLosses asUtf8 = losses(QTextCodec::codecForName("UTF-8"));
         return !asUtf8.readable || asUtf8.replaced > 0 ? losses(QTextCodec::codecForLocale()) : asUtf8;
     }
     return losses(from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from));
+}
+
+// `text` without its unpaired UTF-16 surrogates (a UTF-16 source may hold them), and how many there
+// were. Only UTF-16 can hold one; the other encoders make '?' or U+FFFD of it or drop it, and some do
+// so without a word.
+QString withoutUnpairedSurrogates(const QString& text, qint64* unpaired)
+{
+    QString kept;
+    *unpaired = 0;
+    const int n = text.size();
+    for (int i = 0; i < n; ++i) {
+        const QChar c = text.at(i);
+        const bool paired = c.isHighSurrogate() ? i + 1 < n && text.at(i + 1).isLowSurrogate()
+                                                : !c.isLowSurrogate() || (i > 0 && text.at(i - 1).isHighSurrogate());
+        if (paired) {
+            if (*unpaired > 0)
+                kept += c;
+            continue;
+        }
+        if (*unpaired == 0)
+            kept = text.left(i);
+        ++*unpaired;
+    }
+    return *unpaired > 0 ? kept : text;
 }
 
 // Copies the pipe or device `path` to `copy`, up to one byte past the 64 MiB that sp_LoadFile reads of
@@ -210,9 +241,11 @@ int runTextConvert(const QStringList& arguments)
     command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
     command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
     command.addOption({QStringLiteral("lossy")},
-                      QStringLiteral("Write even when bytes of FILE are not text in its encoding (they become U+FFFD, or\n"
-                                     "are dropped when they end it short of a whole UTF-16 or UTF-32 character) or\n"
-                                     "characters cannot be held by the target encoding (they become '?')."));
+                      QStringLiteral("Write even when bytes of FILE are not text in its encoding (they become U+FFFD, or "
+                                     "are dropped when they end it short of a whole UTF-16 or UTF-32 character) or "
+                                     "characters cannot be held by the target encoding (they become '?'; a UTF-16 "
+                                     "surrogate without its pair, which only UTF-16 holds, may also be dropped or become "
+                                     "U+FFFD)."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -278,10 +311,24 @@ int runTextConvert(const QStringList& arguments)
                     return command.fail(ExitFailure, loss + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(loss);
             }
-            // Characters the target encoding cannot hold are counted by its codec before anything is
-            // written: without --lossy nothing is written and the user is told.
+            // Characters the target encoding cannot hold are counted before anything is written, the
+            // unpaired surrogates here and the rest by its codec: without --lossy nothing is written and
+            // the user is told.
+            QTextCodec* const target = QTextCodec::codecForName(to);
+            const bool utf16Target = target->mibEnum() >= 1013 && target->mibEnum() <= 1015;
+            qint64 unpaired = 0;
+            const QString held = utf16Target ? text : withoutUnpairedSurrogates(text, &unpaired);
+            if (unpaired > 0) {
+                const QString lost = QStringLiteral("%1 unpaired UTF-16 surrogate%2 of %3 cannot be written in %4")
+                                         .arg(unpaired)
+                                         .arg(unpaired == 1 ? "" : "s")
+                                         .arg(named, QString::fromLatin1(to));
+                if (!command.isSet(QStringLiteral("lossy")))
+                    return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
+                command.warn(lost);
+            }
             QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-            QTextCodec::codecForName(to)->fromUnicode(text.constData(), text.size(), &state);
+            target->fromUnicode(held.constData(), held.size(), &state);
             if (state.invalidChars > 0) {
                 const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and %4 '?'")
                                          .arg(state.invalidChars)
