@@ -334,7 +334,7 @@ int runNetlist(const QStringList& arguments)
                                        "then the dialect, hierarchy separator, hierarchy flag and UTF-8 verdict."));
     command.addOption({QStringLiteral("dialect")}, QStringLiteral("Dialect to read with: native, pspice or hspice (default native)."),
                       QStringLiteral("DIALECT"), QStringLiteral("native"));
-    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text\n"
+    command.addOption({QStringLiteral("literal")}, QStringLiteral("Read with the literal-preserving reader and show each line's literal text "
                                                                   "(native dialect, no title line)."));
     command.addOption({QStringLiteral("title")}, QStringLiteral("Take the first line as the title."));
     command.addJsonOption();

@@ -508,7 +508,7 @@ int runResults(const QStringList& arguments)
     command.addOption({QStringLiteral("precision")}, QStringLiteral("Significant digits of the reals shown, 1 to 17."),
                       QStringLiteral("N"), QStringLiteral("6"));
     command.addOption({QStringLiteral("exact")}, QStringLiteral("Show every digit of the reals (the shortest text that reads back exactly)."));
-    command.addOption({QStringLiteral("table")}, QStringLiteral("One row per run instead: case, seed, description, each merit\n"
+    command.addOption({QStringLiteral("table")}, QStringLiteral("One row per run instead: case, seed, description, each merit "
                                                                 "function and each parameter's used value by name, as csv or json."),
                       QStringLiteral("FORMAT"));
     command.addJsonOption();
@@ -942,7 +942,7 @@ int runReport(const QStringList& arguments)
                       QStringLiteral("COLUMN"), QStringLiteral("0"));
     command.addOption({QStringLiteral("chart")}, QStringLiteral("SVG chart to write as well (sens and mc)."), QStringLiteral("SVG"));
     command.addOption({QStringLiteral("force")}, QStringLiteral("Chart the normalised sensitivities of a Monte Carlo run all the same."));
-    command.addOption({QStringLiteral("bins")}, QStringLiteral("Histogram bins, 1 to 1000 (default: from the data by the\n"
+    command.addOption({QStringLiteral("bins")}, QStringLiteral("Histogram bins, 1 to 1000 (default: from the data by the "
                                                                "Freedman-Diaconis rule, at most 50)."),
                       QStringLiteral("N"));
     command.addOption({QStringLiteral("shared-scale")}, QStringLiteral("One tornado scale for every merit function."));
