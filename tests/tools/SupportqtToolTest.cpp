@@ -764,6 +764,33 @@ TEST_F(Tool, SectionStartingAtOrPastTheEndOfTheFileIsRefused)
     EXPECT_TRUE(last.out.startsWith(QStringLiteral("     1  .SUBCKT GATE_DRV"))) << last.out.toStdString();
 }
 
+// A UTF-16 library is indexed by the characters of its UTF-8 copy: section takes those positions,
+// and measures a range against that text, not against the file's bytes.
+TEST_F(Tool, SectionOfAUtf16LibraryTakesThePositionsThatIndexGives)
+{
+    QString text = QStringLiteral("* ");
+    for (int i = 0; i < 100; ++i)
+        text += QChar(0x6F22);
+    text += QStringLiteral("\n.model LAST PMOS\n");
+    QByteArray bytes("\xFF\xFE", 2);
+    bytes += QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+    writeFileBytes(path("cjk16.lib"), bytes.toStdString());
+    ASSERT_EQ(bytes.size(), 242);
+    const Result index = tool({"index", temp("cjk16.lib"), "--json"});
+    ASSERT_EQ(index.code, 0) << index.err.toStdString();
+    const QJsonArray defs = parseJson(index.out)["definitions"].toArray();
+    ASSERT_EQ(defs.size(), 1);
+    EXPECT_EQ(defs[0].toObject(), (QJsonObject{{"kind", ".model"}, {"name", "LAST"}, {"start", 303}, {"end", 320},
+                                               {"line", 2}, {"lineOffset", 1}}));
+    const Result section = tool({"section", temp("cjk16.lib"), "--start", "303", "--end", "320", "--line-offset", "1"});
+    EXPECT_EQ(section.code, 0) << section.err.toStdString();
+    EXPECT_EQ(section.out, QStringLiteral("     2  .model LAST PMOS\n"));
+    const Result past = tool({"section", temp("cjk16.lib"), "--start", "320", "--end", "400"});
+    EXPECT_EQ(past.code, 2);
+    EXPECT_EQ(past.err, QStringLiteral("supportqt section: --start 320 lies at or past the end of %1, which has 320 characters\n")
+                            .arg(temp("cjk16.lib")));
+}
+
 TEST_F(Tool, CorpusLibrariesIndexAndReadBack)
 {
     const QString corpus = corpusDir() + QStringLiteral("/netlists");
@@ -2632,6 +2659,26 @@ TEST_F(Tool, BytesThatEndAWideFileShortOfACharacterAreReported)
     const Result late = tool({"text", "convert", unmarked, "-o", out});
     EXPECT_EQ(late.code, 1);
     EXPECT_EQ(late.err, refused.arg("byte", unmarked, "is", "UTF-16LE", "is"));
+    // Or past the first block of a mebibyte that the check reads; and a big-endian file's first line
+    // end there is a CR after a zero byte, which follows a CR that is not one.
+    const QString far = temp("far16.txt");
+    std::string farText;
+    for (int i = 0; i < 600000; ++i)
+        farText += std::string("A\0", 2);
+    writeFileBytes(far.toStdString(), farText + std::string("\r\0\n\0C", 5));
+    const Result farLate = tool({"text", "convert", far, "-o", out});
+    EXPECT_EQ(farLate.code, 1);
+    EXPECT_EQ(farLate.err, refused.arg("byte", far, "is", "UTF-16LE", "is"));
+    const QString farBig = temp("far16be.txt");
+    std::string farBigText("\xFE\xFF", 2);
+    for (int i = 0; i < 600000; ++i)
+        farBigText += std::string(i == 599999 ? "\r\r" : "\0A", 2);
+    writeFileBytes(farBig.toStdString(), farBigText + std::string("\0\r\0\nC", 5));
+    const Result farBigLate = tool({"text", "convert", farBig, "-o", out, "--lossy"});
+    EXPECT_EQ(farBigLate.code, 0) << farBigLate.err.toStdString();
+    EXPECT_EQ(farBigLate.err, "supportqt text convert: the last byte of " + farBig + " is not a whole character in UTF-16BE and is dropped\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string(599999, 'A') + "\xE0\xB4\x8D\n");
+    QFile::remove(out);
     const Result bigEndian = tool({"text", "convert", big, "-o", out});
     EXPECT_EQ(bigEndian.code, 1);
     EXPECT_EQ(bigEndian.err, refused.arg("byte", big, "is", "UTF-16BE", "is"));
@@ -2712,6 +2759,14 @@ TEST_F(Tool, ACarriageReturnTheLoadDeletesBreaksNoUtf8Sequence)
         EXPECT_EQ(converted.err, QString()) << from;
         EXPECT_EQ(readFileBytes(out.toStdString()), "x\ncaf\xC3\xA9\n") << from;
     }
+    // The first line end decides wherever it lies, here past the first mebibyte of the file.
+    const QString late = temp("split-late.txt");
+    writeFileBytes(late.toStdString(), std::string(1500000, 'x') + "\r\ncaf\xC3\r\xA9\r\n");
+    QFile::remove(out);
+    const Result far = tool({"text", "convert", late, "-o", out});
+    EXPECT_EQ(far.code, 0) << far.err.toStdString();
+    EXPECT_EQ(far.err, QString());
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string(1500000, 'x') + "\ncaf\xC3\xA9\n");
     const QString mac = temp("split-mac.txt");
     writeFileBytes(mac.toStdString(), "x\rcaf\xC3\r\xA9\r");
     QFile::remove(out);

@@ -7,6 +7,7 @@
 #include "LiteralNetlistStream.h"
 #include "ModelLibrary.h"
 #include "NetlistStream.h"
+#include "TextFile.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -492,15 +493,18 @@ int runSection(const QStringList& arguments)
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
-    // A range that starts at or past the end of the file names no definition; the reader would read it
+    // The positions count the characters of the text the index read: a UTF-16 library's UTF-8 copy,
+    // which the reader is handed here so that it does not make its own.
+    const WideTextFileConverter text(toYs(path));
+    // A range that starts at or past the end of that text names no definition; the reader would read it
     // as empty input and print nothing.
-    const qint64 size = QFileInfo(path).size();
+    const qint64 size = QFileInfo(toQs(text.getPath())).size();
     if (start >= size)
         return command.fail(ExitUsage, QStringLiteral("--start %1 lies at or past the end of %2, which has %3 characters")
                                            .arg(start).arg(command.positional().at(0)).arg(size));
 
     SymbolLoc location;
-    location.fileName = toYs(path);
+    location.fileName = text.getPath();
     location.start = static_cast<int>(start);
     location.end = static_cast<int>(end);
     location.lineOffset = static_cast<int>(offset);

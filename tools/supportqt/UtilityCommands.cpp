@@ -106,7 +106,9 @@ int runTextDetect(const QStringList& arguments)
 // its first line end is a CR LF (for 8-bit text, the load then deletes every CR byte before decoding).
 // The verdict comes from a leading byte-order mark and the file's first line end wherever that lies, so
 // the file is read up to two bytes past it (the bytes the verdict looks at) and classified as the load
-// classifies the whole. False when the file cannot be read.
+// classifies the whole. The bytes before the line end are not kept: in their place stand the mark, a
+// byte that is no line end and the last of them, which the big-endian rule looks back at. False when
+// the file cannot be read.
 bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos)
 {
     QFile file(path);
@@ -118,6 +120,8 @@ bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos
     for (QByteArray block; end < 0 || head.size() < end + 3;) {
         if ((block = file.read(1 << 20)).isEmpty())
             break;
+        if (end < 0 && head.size() > 4)
+            head = head.left(2) + '\x01' + head.right(1);
         const qint64 from = head.size();
         head += block;
         if (from < 2 && head.size() >= 2)
