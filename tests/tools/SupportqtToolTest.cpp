@@ -2265,6 +2265,29 @@ TEST_F(Tool, TextDetectAndConvertAgreeWithIconv)
     EXPECT_EQ(readFileBytes(wide.toStdString()), bytes.toStdString());
 }
 
+// text detect tells UTF-16 and the line ends from the file's first line end wherever it lies, as the
+// load that reads the file does, where it looked at the first 1,024 bytes only.
+TEST_F(Tool, TextDetectDecidesFromTheFirstLineEndWhereverItLies)
+{
+    const QString wide = temp("long16.cir");
+    const std::string line = "* " + std::string(2000, 'x') + "\nR1 a b 1\n";
+    std::string units;
+    for (char c : line)
+        units += std::string(1, c) + '\0';
+    writeFileBytes(wide.toStdString(), units);
+    const Result utf16 = tool({"text", "detect", wide});
+    EXPECT_EQ(utf16.code, 0) << utf16.err.toStdString();
+    EXPECT_EQ(utf16.out, QStringLiteral("encoding: UTF-16 LE\nline ends: LF\n"));
+    const QString dos = temp("longcrlf.cir");
+    writeFileBytes(dos.toStdString(), "* " + std::string(2000, 'x') + "\r\nR1 a b 1\r\n");
+    EXPECT_EQ(tool({"text", "detect", dos}).out, QStringLiteral("encoding: ASCII\nline ends: CR LF\n"));
+    const QString far = temp("farcr.cir");
+    writeFileBytes(far.toStdString(), std::string(1500000, 'x') + "\rR1 a b 1\r");
+    const QJsonObject o = parseJson(tool({"text", "detect", far, "--json"}).out);
+    EXPECT_EQ(o, (QJsonObject{{"file", far}, {"wide", false}, {"littleEndian", true}, {"dos", false}, {"mac", true},
+                              {"encoding", "ASCII"}, {"lineEnds", "CR"}}));
+}
+
 #ifndef Q_OS_WIN
 // text detect reads its input once, and both of its verdicts come from those bytes: a pipe named as a
 // file is judged as a file of its bytes is, and a FIFO is read without a second open that would wait

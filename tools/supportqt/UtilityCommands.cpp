@@ -24,9 +24,44 @@
 
 namespace {
 
+// The bytes of a file that sp_LoadFile's verdict on it reads, taken a block at a time: the byte-order
+// mark and the bytes up to two past the first line end, wherever that lies (a line feed or carriage
+// return; in big-endian text only a carriage return after a zero byte). The bytes before the line end
+// are not kept: in their place stand the mark, a byte that is no line end and the last of them, which
+// the big-endian rule looks back at.
+class LoadVerdictBytes {
+public:
+    void add(const QByteArray& block)
+    {
+        if (complete())
+            return;
+        if (m_end < 0 && m_head.size() > 4)
+            m_head = m_head.left(2) + '\x01' + m_head.right(1);
+        const qint64 from = m_head.size();
+        m_head += block;
+        if (from < 2 && m_head.size() >= 2)
+            m_bigEndian = static_cast<unsigned char>(m_head[0]) == 0xFE && static_cast<unsigned char>(m_head[1]) == 0xFF;
+        const char* const b = m_head.constData();
+        for (qint64 i = std::max<qint64>(from, m_bigEndian ? 2 : 0); m_end < 0 && i < m_head.size(); ++i)
+            if (m_bigEndian ? b[i] == '\r' && b[i - 1] == 0 : b[i] == '\r' || b[i] == '\n')
+                m_end = i;
+    }
+    // Whether the verdict's bytes are all there; before that, the file ended where they stop.
+    bool complete() const { return m_end >= 0 && m_head.size() >= m_end + 3; }
+    void classify(bool* wide, bool* dos, bool* mac, bool* little) const
+    {
+        sp_DetectTextFileFormat(m_head.constData(), m_head.size(), *wide, *dos, *mac, *little);
+    }
+
+private:
+    QByteArray m_head;
+    bool m_bigEndian = false;
+    qint64 m_end = -1; // the first line end in m_head
+};
+
 // What text detect learns of a file's bytes, read once in blocks: all of a file, the first 64 MiB of a
 // device or pipe (which may never end, and gives its bytes to one reading only). The line-end and UTF-16
-// classification looks at the first 1024 of those bytes, the UTF-8 verdict at all of them.
+// classification is the load's, from the mark and the first line end, the UTF-8 verdict from all of them.
 struct DetectedText {
     bool read = false;
     bool wide = false, dos = false, mac = false, little = true;
@@ -40,7 +75,7 @@ DetectedText detectText(const QString& path)
     if (!file.open(QIODevice::ReadOnly))
         return detected;
     UTF8Detect detect;
-    QByteArray head;
+    LoadVerdictBytes verdict;
     qint64 left = QFileInfo(path).isFile() ? -1 : qint64(64) << 20;
     QByteArray block;
     while (left != 0 && !(block = file.read(1 << 20)).isEmpty()) {
@@ -48,19 +83,18 @@ DetectedText detectText(const QString& path)
             block.truncate(static_cast<int>(std::min<qint64>(left, block.size())));
             left -= block.size();
         }
-        if (head.size() < 1024)
-            head.append(block.left(1024 - head.size()));
+        verdict.add(block);
         // Once the bytes are found not to be UTF-8 the rest cannot change that verdict.
         if (detect.getEncoding() != Invalid)
             for (char c : block)
                 detect.add(static_cast<unsigned char>(c));
-        else if (head.size() >= 1024)
+        else if (verdict.complete())
             break;
     }
     if (file.error() != QFileDevice::NoError)
         return detected;
     detected.read = true;
-    sp_DetectTextFileFormat(head.constData(), head.size(), detected.wide, detected.dos, detected.mac, detected.little);
+    verdict.classify(&detected.wide, &detected.dos, &detected.mac, &detected.little);
     detected.utf8 = detect.getEncoding();
     return detected;
 }
@@ -104,38 +138,19 @@ int runTextDetect(const QStringList& arguments)
 
 // How sp_LoadFile classifies the file `path`: whether as UTF-16 and in which byte order, and whether
 // its first line end is a CR LF (for 8-bit text, the load then deletes every CR byte before decoding).
-// The verdict comes from a leading byte-order mark and the file's first line end wherever that lies, so
-// the file is read up to two bytes past it (the bytes the verdict looks at) and classified as the load
-// classifies the whole. The bytes before the line end are not kept: in their place stand the mark, a
-// byte that is no line end and the last of them, which the big-endian rule looks back at. False when
-// the file cannot be read.
+// False when the file cannot be read.
 bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    QByteArray head;
-    bool bigEndian = false;
-    qint64 end = -1; // the first line end, as the load finds it
-    for (QByteArray block; end < 0 || head.size() < end + 3;) {
-        if ((block = file.read(1 << 20)).isEmpty())
-            break;
-        if (end < 0 && head.size() > 4)
-            head = head.left(2) + '\x01' + head.right(1);
-        const qint64 from = head.size();
-        head += block;
-        if (from < 2 && head.size() >= 2)
-            bigEndian = static_cast<unsigned char>(head[0]) == 0xFE && static_cast<unsigned char>(head[1]) == 0xFF;
-        // A line feed or carriage return; in big-endian text only a carriage return after a zero byte.
-        const char* const b = head.constData();
-        for (qint64 i = std::max<qint64>(from, bigEndian ? 2 : 0); end < 0 && i < head.size(); ++i)
-            if (bigEndian ? b[i] == '\r' && b[i - 1] == 0 : b[i] == '\r' || b[i] == '\n')
-                end = i;
-    }
+    LoadVerdictBytes verdict;
+    for (QByteArray block; !verdict.complete() && !(block = file.read(1 << 20)).isEmpty();)
+        verdict.add(block);
     if (file.error() != QFileDevice::NoError)
         return false;
     bool mac = false;
-    sp_DetectTextFileFormat(head.constData(), head.size(), *wide, *dos, mac, *little);
+    verdict.classify(wide, dos, &mac, little);
     return true;
 }
 
