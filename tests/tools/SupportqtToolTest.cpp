@@ -511,6 +511,59 @@ TEST_F(Tool, NetlistDialectsDirectivesAndEncoding)
     EXPECT_EQ(bad.err, QStringLiteral("supportqt netlist: unknown dialect 'spectre'; valid dialects: native, pspice, hspice\n"));
 }
 
+// A bare carriage return ends a line for the reader, but not right after a line's comment character,
+// in a directive or in the title, which read on to a line feed (as the reader is meant to): netlist
+// shows what the reader gives and says how many line ends were taken in, with the remedy. Where every
+// line end is a line feed, or a CR LF, nothing is said.
+TEST_F(Tool, NetlistTellsOfBareCarriageReturnsThatEndedNoLine)
+{
+    const QString summary = QStringLiteral("dialect: native\nseparator: $\nhierarchy: no\nencoding: ASCII\n");
+    const QString warning = QStringLiteral("supportqt netlist: %1 bare carriage return%2 of %3 ended no line: a comment, a directive "
+                                           "or the title read on past %4 to a line feed, taking in what follows "
+                                           "('supportqt text convert' makes %5)\n");
+    const QString bare = temp("cr_bare.cir");
+    writeFileBytes(bare.toStdString(), "title\r*\rR1 a b 1\rR2 b c 2\r.end\r");
+    const Result r = tool({"netlist", bare});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, "     1  title\n     3  R2 b c 2\n     4  .end\n" + summary);
+    EXPECT_EQ(r.err, warning.arg("1", "", bare, "it", "it a line feed"));
+    const Result piped = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"netlist", "-"}, QString(),
+                                    QByteArray("title\r*\rR1 a b 1\rR2 b c 2\r.end\r"));
+    EXPECT_EQ(piped.out, r.out);
+    EXPECT_EQ(piped.err, warning.arg("1", "", "-", "it", "it a line feed"));
+    const QString directive = temp("cr_dir.cir");
+    writeFileBytes(directive.toStdString(), "title\r*#hierarchy\rR1 a b 1\r.end\r");
+    const Result swallowed = tool({"netlist", directive});
+    EXPECT_EQ(swallowed.out, "     1  title\n" + summary);
+    EXPECT_EQ(swallowed.err, warning.arg("3", "s", directive, "them", "them line feeds"));
+    const QString plain = temp("cr_plain.cir");
+    writeFileBytes(plain.toStdString(), "title\rR1 a b 1\r.end\r");
+    const Result whole = tool({"netlist", plain});
+    EXPECT_EQ(whole.out, "     1  title\n     2  R1 a b 1\n     3  .end\n" + summary);
+    EXPECT_EQ(whole.err, QString());
+    const Result titled = tool({"netlist", plain, "--title"});
+    EXPECT_EQ(titled.out, "title: titleR1 a b 1.end\n" + summary);
+    EXPECT_EQ(titled.err, warning.arg("3", "s", plain, "them", "them line feeds"));
+    // A CR LF split between the blocks the count reads is one line end.
+    const QString split = temp("cr_split.cir");
+    writeFileBytes(split.toStdString(), std::string((1 << 20) - 1, 'x') + "\r\nR1 a b 1\r\n*\rR2 x y 1\r\n");
+    const Result across = tool({"netlist", split});
+    EXPECT_EQ(across.out.section('\n', 1), "     2  R1 a b 1\n" + summary);
+    EXPECT_EQ(across.err, warning.arg("1", "", split, "it", "it a line feed"));
+    // The same text with line feeds, or CR LF, reads whole and unremarked, as does the converted file.
+    for (const char* end : {"\n", "\r\n"}) {
+        const QString other = temp("cr_other.cir");
+        writeFileBytes(other.toStdString(), QStringLiteral("title\r*\rR1 a b 1\rR2 b c 2\r.end\r").replace("\r", end).toStdString());
+        const Result read = tool({"netlist", other});
+        EXPECT_EQ(read.out, "     1  title\n     3  R1 a b 1\n     4  R2 b c 2\n     5  .end\n" + summary) << end;
+        EXPECT_EQ(read.err, QString()) << end;
+    }
+    ASSERT_EQ(tool({"text", "convert", bare, "-o", temp("cr_converted.cir")}).code, 0);
+    const Result converted = tool({"netlist", temp("cr_converted.cir")});
+    EXPECT_EQ(converted.out, "     1  title\n     3  R1 a b 1\n     4  R2 b c 2\n     5  .end\n" + summary);
+    EXPECT_EQ(converted.err, QString());
+}
+
 TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
 {
     for (const QStringList& extra : {QStringList{}, QStringList{"--title"}, QStringList{"--literal"}}) {

@@ -52,6 +52,7 @@ struct NetlistSummary {
     bool hierarchy = false; ///< a hierarchy directive was met while some logical line was read
     UTF8DetectEncoding encoding = Ascii;
     QString title;
+    int lineEnds = 0; ///< the line ends the reader counted, up to INT_MAX
 };
 
 struct LogicalLine {
@@ -103,7 +104,49 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
     summary.memoryRanOut = stream.memoryRanOut();
     summary.language = stream.getLanguage();
     summary.separator = QString::fromUtf8(stream.getSeparator());
+    summary.lineEnds = stream.getLineCount();
     return summary;
+}
+
+// The line ends of the 8-bit file `path` before its first byte 0xFF, which ends a netlist: line feeds,
+// and carriage returns that no line feed follows, each of which the reader takes for a line end too
+// except inside a comment's first character, a directive or the title, where it reads on to a line
+// feed. -1 when the file has no such carriage return (nothing to compare) or cannot be read.
+long long lineEndsWithBareCarriageReturns(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    long long ends = 0, bare = 0;
+    bool afterCarriageReturn = false;
+    QByteArray block;
+    while (!(block = file.read(1 << 20)).isEmpty()) {
+        const char* p = block.constData();
+        const char* const end = p + block.size();
+        const char* const last = static_cast<const char*>(std::memchr(p, '\xFF', block.size()));
+        const char* const stop = last ? last : end;
+        // Blocks without a carriage return are only counted.
+        if (!afterCarriageReturn && !std::memchr(p, '\r', static_cast<size_t>(stop - p))) {
+            ends += std::count(p, stop, '\n');
+        } else {
+            for (; p < stop; ++p) {
+                // A CR LF is counted at its carriage return.
+                if (*p == '\n')
+                    ends += afterCarriageReturn ? 0 : 1;
+                else if (afterCarriageReturn)
+                    ++bare;
+                ends += *p == '\r';
+                afterCarriageReturn = *p == '\r';
+            }
+        }
+        if (last)
+            break;
+    }
+    if (afterCarriageReturn)
+        ++bare;
+    if (file.error() != QFileDevice::NoError || bare == 0)
+        return -1;
+    return ends;
 }
 
 // Numbers each literal line by where it stands: the literal buffers hold every physical line once and
@@ -365,6 +408,22 @@ int runNetlist(const QStringList& arguments)
     const NetlistSummary summary = readWithSpiceStream(path, language, title, nullptr);
     if (summary.memoryRanOut || (literal && !readWithLiteralStream(path, nullptr)))
         return command.fail(ExitFailure, QStringLiteral("%1 has a line longer than memory or 2147483646 bytes can hold").arg(path));
+    // A bare carriage return ends a line for the reader, but not in the first character of a comment,
+    // in a directive or in the title, which read on to a line feed: the lines so taken in are missing,
+    // and the designer is told, with the remedy. (A UTF-16 file is read from a copy with its own ends.)
+    bool wide = false, dos = false, mac = false, little = true;
+    if (!literal && sp_DetectTextFileFormat(path, &wide, &dos, &mac, &little) && !wide) {
+        const long long ends = lineEndsWithBareCarriageReturns(path);
+        if (ends > summary.lineEnds && summary.lineEnds < INT_MAX) {
+            const bool one = ends - summary.lineEnds == 1;
+            command.warn(QStringLiteral("%1 bare carriage return%2 of %3 ended no line: a comment, a directive or the title read on "
+                                        "past %4 to a line feed, taking in what follows ('supportqt text convert' makes %5)")
+                             .arg(ends - summary.lineEnds)
+                             .arg(one ? "" : "s")
+                             .arg(command.positional().at(0), one ? QStringLiteral("it") : QStringLiteral("them"),
+                                  one ? QStringLiteral("it a line feed") : QStringLiteral("them line feeds")));
+        }
+    }
     const auto readLines = [&](const LineSink& each) {
         if (literal)
             readWithLiteralStream(path, each);
