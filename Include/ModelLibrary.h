@@ -115,7 +115,8 @@ struct ModelLibSection {
 };
 
 /// A remark of the index on the file's structure: an unclosed ".subckt" or ".lib", an ".ends" or ".endl"
-/// without an opener, a ".lib" or ".include" without a file.
+/// without an opener, a ".lib" or ".include" without a file, a section that opens again under the name
+/// of one before it (any case), which no reference reaches.
 struct ModelLibDiagnostic {
     int line = 0;
     YString message;

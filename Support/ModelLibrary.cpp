@@ -1649,12 +1649,29 @@ bool indexInParts(const char* text, FILE* file, size_t size, size_t count, Model
     return !unreadable;
 }
 
+// Remarks on each section that opens under the name of one before it (any case): a reference names a
+// section by its name and reaches the first one only. Made on the whole index, whose parts may have
+// been scanned apart.
+void diagnoseRepeatedSections(ModelLibIndex* index)
+{
+    std::unordered_map<std::string, int> firstLine;
+    for (const ModelLibSection& section : index->sections) {
+        const auto first = firstLine.emplace(lower(section.name.str()), section.line);
+        if (!first.second)
+            index->diagnostics.push_back({section.line, YString(("section " + section.name.str() + " opens again (first at line " +
+                                                                 std::to_string(first.first->second) +
+                                                                 "): a reference to it reaches the first one only")
+                                                                    .c_str())});
+    }
+}
+
 // Indexes `size` bytes of `text`, or of `file` when it is set, into `index`: a long text in parts on
 // threads of their own, their findings joined as one scan gives them. False when the file could not be
 // read; when memory runs out the index holds only the remark.
 bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
 {
     const size_t count = partCount(size);
+    bool read = true;
     if (count == 1) {
         Window window = file ? Window(file, size) : Window(text, size);
         try {
@@ -1662,14 +1679,23 @@ bool indexText(const char* text, FILE* file, size_t size, ModelLibIndex* index)
         } catch (...) {
             forgetIndex(index);
         }
-        return !window.failed();
+        read = !window.failed();
+    } else {
+        try {
+            read = indexInParts(text, file, size, count, index);
+        } catch (...) {
+            forgetIndex(index);
+            return true;
+        }
     }
-    try {
-        return indexInParts(text, file, size, count, index);
-    } catch (...) {
-        forgetIndex(index);
-        return true;
+    if (!ranOutOfMemory(*index)) {
+        try {
+            diagnoseRepeatedSections(index);
+        } catch (...) {
+            forgetIndex(index);
+        }
     }
+    return read;
 }
 
 // Opens a library as the readers read it and indexes it: a plain file a window at a time (not mapped:

@@ -628,6 +628,22 @@ TEST_F(ModelLibraryFiles, CheckListsStructureBeforeUnreachedDefinitions)
     EXPECT_EQ(problems[2].name, "open");
 }
 
+// The definitions of a section that repeats a name are reached by no section, and the check says why
+// before it lists them.
+TEST_F(ModelLibraryFiles, CheckSaysWhyASectionUnderARepeatedNameIsReachedByNothing)
+{
+    const std::string top = write("dup.lib", ".lib tt\n.model a d\n.endl tt\n.lib tt\n.model b d\n.model c d\n.endl tt\n");
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(kinds(problems), (std::vector<ModelLibProblem::Kind>{ModelLibProblem::Structure, ModelLibProblem::Unreferenced,
+                                                                    ModelLibProblem::Unreferenced}));
+    ASSERT_EQ(problems.size(), 3u);
+    EXPECT_EQ(problems[0].message,
+              YString((top + ":4: section tt opens again (first at line 1): a reference to it reaches the first one only").c_str()));
+    EXPECT_EQ(problems[1].name, "b");
+    EXPECT_EQ(problems[2].name, "c");
+}
+
 TEST_F(ModelLibraryFiles, CheckListsAProblemThatSeveralSectionsReachOnce)
 {
     write("shared.spice", ".include gone.spice\n.subckt amp a y\nX1 a y nowhere\n.ends\n");
@@ -1703,6 +1719,27 @@ TEST(ModelLibraryParts, PartsJoinWithEveryCountShiftedAfterThePartsBefore)
     EXPECT_EQ(one.sections[59].references, (std::vector<int>{59}));
     for (int parts : {2, 4, 16, 64})
         EXPECT_EQ(indexedInParts(text, parts), whole) << parts << " parts";
+}
+
+// A reference names a section by its name in any case and reaches the first of that name: a section
+// that opens again under it is remarked on, with the line of the first, however the text is split into
+// parts.
+TEST(ModelLibraryIndex, ASectionOpenedAgainUnderAnEarlierNameIsRemarked)
+{
+    const std::string text = ".lib tt\n.model a d\n.endl\n.lib TT\n.model b d\n.endl\n.lib ss\n.endl\n.lib tt\n.endl tt\n";
+    const ModelLibIndex index = indexText(text);
+    ASSERT_EQ(index.sections.size(), 4u);
+    EXPECT_EQ(messages(index), (std::vector<std::string>{
+                                   "4: section TT opens again (first at line 1): a reference to it reaches the first one only",
+                                   "9: section tt opens again (first at line 1): a reference to it reaches the first one only"}));
+    std::string parted;
+    for (int i = 0; i < 40; ++i)
+        parted += ".lib s" + std::to_string(i % 13) + "\n.model m" + std::to_string(i) + " d\n.endl\n";
+    const std::string whole = indexedInParts(parted, 1);
+    EXPECT_NE(whole.find("\ndiagnostic 40 section s0 opens again (first at line 1): a reference to it reaches the first one only\n"), std::string::npos)
+        << whole;
+    for (int parts : {2, 4, 7, 16})
+        EXPECT_EQ(indexedInParts(parted, parts), whole) << parts << " parts";
 }
 
 TEST_F(ModelLibraryFiles, AFileIndexedInPartsIsExactlyTheOneScanIndex)

@@ -93,6 +93,31 @@ TEST_F(LibTool, SectionsListsLineRangesAndWhatEachReaches)
     EXPECT_EQ(sections[1]["problems"].toArray()[0].toObject()["kind"].toString(), "missing-file");
 }
 
+// A section under the name of one before it is reached by no reference: its row says which line the
+// name belongs to, its JSON carries that line as "repeats", and the check says why its definitions are
+// reached by nothing.
+TEST_F(LibTool, ASectionThatRepeatsANameIsMarked)
+{
+    writeFileBytes(path("dup.lib"), ".lib tt\n.model A NMOS\n.endl tt\n.lib TT\n.model B NMOS\n.model C NMOS\n.endl tt\n");
+    const Result r = tool({"lib", "sections", file("dup.lib")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("section  lines                 definitions  problems\n"
+                                    "tt       1-3                             1         0\n"
+                                    "TT       4-7 (repeats line 1)            1         0\n"
+                                    "2 sections\n"));
+    const QJsonArray sections = json(tool({"lib", "sections", file("dup.lib"), "--json"}).out)["sections"].toArray();
+    ASSERT_EQ(sections.size(), 2);
+    EXPECT_FALSE(sections[0].toObject().contains("repeats"));
+    EXPECT_EQ(sections[1]["repeats"].toInt(), 1);
+    EXPECT_EQ(sections[1]["ownDefinitions"].toInt(), 2);
+    EXPECT_EQ(sections[1]["definitions"].toInt(), 1);
+    const Result check = tool({"lib", "check", file("dup.lib")});
+    EXPECT_EQ(check.code, 3);
+    EXPECT_EQ(check.out, "structure: " + file("dup.lib") + ":4: section TT opens again (first at line 1): a reference to it reaches the "
+                         "first one only\nunreferenced: " + file("dup.lib") + ":5: .model B is reached by no section\nunreferenced: " +
+                         file("dup.lib") + ":6: .model C is reached by no section\n3 problems\n");
+}
+
 TEST_F(LibTool, DefsListsTheFileOrWhatASectionReaches)
 {
     const Result own = tool({"lib", "defs", file("dev.spice")});

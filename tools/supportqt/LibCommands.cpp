@@ -13,6 +13,7 @@
 #include <QJsonObject>
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -205,18 +206,30 @@ int runLibSections(const QStringList& arguments)
     const ModelLibIndex root = r.files[static_cast<size_t>(r.root)];
     QJsonArray array;
     Table table({"section", "lines", "definitions", "problems"});
+    // A section under the name of one before it (any case) is reached by no reference, which reaches
+    // the first: its row says so, and shows what the name reaches.
+    std::map<std::string, int> firstLine;
     for (const ModelLibSection& s : root.sections) {
+        std::string key = s.name.str();
+        for (char& c : key)
+            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        const auto first = firstLine.emplace(key, s.line);
         sp_ResolveModelSection(toYs(path), s.name, language, &r);
         const int reached = static_cast<int>(r.definitions.size());
         const int problems = static_cast<int>(r.problems.size());
-        array.append(QJsonObject{{QStringLiteral("name"), toQs(s.name)},
-                                 {QStringLiteral("line"), s.line},
-                                 {QStringLiteral("endLine"), s.endLine},
-                                 {QStringLiteral("closed"), s.closed},
-                                 {QStringLiteral("ownDefinitions"), static_cast<int>(s.definitions.size())},
-                                 {QStringLiteral("definitions"), reached},
-                                 {QStringLiteral("problems"), problemsJson(r.problems)}});
-        table.add({s.name.str(), std::to_string(s.line) + "-" + std::to_string(s.endLine) + (s.closed ? "" : " (unclosed)"),
+        QJsonObject row{{QStringLiteral("name"), toQs(s.name)},
+                        {QStringLiteral("line"), s.line},
+                        {QStringLiteral("endLine"), s.endLine},
+                        {QStringLiteral("closed"), s.closed},
+                        {QStringLiteral("ownDefinitions"), static_cast<int>(s.definitions.size())},
+                        {QStringLiteral("definitions"), reached},
+                        {QStringLiteral("problems"), problemsJson(r.problems)}};
+        if (!first.second)
+            row.insert(QStringLiteral("repeats"), first.first->second);
+        array.append(row);
+        table.add({s.name.str(),
+                   std::to_string(s.line) + "-" + std::to_string(s.endLine) + (s.closed ? "" : " (unclosed)") +
+                       (first.second ? "" : " (repeats line " + std::to_string(first.first->second) + ")"),
                    std::to_string(reached), std::to_string(problems)});
     }
     if (command.json()) {
