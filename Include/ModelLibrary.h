@@ -242,7 +242,8 @@ struct ModelLibProblem {
         UnresolvedInstance = 6, ///< an "X" line whose subcircuit is reached by nothing
         Unreferenced = 7,       ///< a top-level definition that no section of the file reaches
         Structure = 8,          ///< a diagnostic of the index (unclosed ".subckt" or ".lib", and the like)
-        TooLargeFile = 9        ///< a referenced file beyond the positions of `SymbolLoc`
+        TooLargeFile = 9,       ///< a referenced file beyond the positions of `SymbolLoc`
+        UnusedRename = 10       ///< an extraction's rename whose old name no definition extracted has or names
     };
     Kind kind = Duplicate;
     YString name;        ///< the definition, section or file concerned
@@ -322,10 +323,11 @@ struct ModelLibExtractRequest {
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
 /// "* FILE:LINE" naming where it came from. An ".include" or ".lib FILE SECTION" line inside a definition
 /// names its file by its absolute path, quoted, so that the library written elsewhere still finds it.
-/// Unresolved dependencies are appended to `*problems` (may be null) and left out. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
+/// Unresolved dependencies are appended to `*problems` (may be null) and left out, and after them an
+/// UnusedRename problem for each old name that no definition extracted has or names. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind
-/// that is extracted too, or another's new name, when one name is renamed two ways, and when a new name
-/// is not one word (it holds a blank, a separator, a quote, a comment character or a control byte);
+/// that is extracted too, or another's new name, when one name is renamed two ways, when a new name is
+/// not one word (it holds a blank, a separator, a quote, a comment character or a control byte);
 /// `*text` is then empty. Otherwise the status of the resolution.
 SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractRequest& request, YString* text,
                                               std::vector<ModelLibProblem>* problems);

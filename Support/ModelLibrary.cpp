@@ -2153,8 +2153,9 @@ YString withCaseOf(const YString& line, const YString& name)
     return YString(s.c_str());
 }
 
-// `line` with every whole word OLD (ignoring case) of `renames` written as NEW.
-YString renameWords(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames)
+// `line` with every whole word OLD (ignoring case) of `renames` written as NEW; the OLD names used are
+// added to `used`.
+YString renameWords(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames, std::set<std::string>* used)
 {
     if (renames.empty())
         return line;
@@ -2181,6 +2182,7 @@ YString renameWords(const YString& line, const std::vector<std::pair<std::string
         for (const auto& rn : renames)
             if (k == rn.first) {
                 w = rn.second;
+                used->insert(rn.first);
                 break;
             }
         out += prefix + w;
@@ -2228,7 +2230,8 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
 }
 
 // A definition's first line with the words after its keyword and name renamed as `renameWords` does.
-std::string renameAfterName(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames)
+std::string renameAfterName(const YString& line, const std::vector<std::pair<std::string, std::string>>& renames,
+                            std::set<std::string>* used)
 {
     const std::string& s = line.str();
     size_t i = 0;
@@ -2238,7 +2241,7 @@ std::string renameAfterName(const YString& line, const std::vector<std::pair<std
         while (i < s.size() && !isDelimiter(s[i]))
             ++i;
     }
-    return s.substr(0, i) + renameWords(YString(s.substr(i).c_str()), renames).str();
+    return s.substr(0, i) + renameWords(YString(s.substr(i).c_str()), renames, used).str();
 }
 
 } // namespace
@@ -2664,11 +2667,14 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
         if (problems)
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;
+        std::set<std::string> used; // the old names a rename was made for
         for (size_t i : order) {
             const ModelLibReached& reached = r.definitions[i];
             const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
             const ModelLibDefinition& d = defOf(r, reached);
             const auto renamed = newName.find(key(file.name(d)));
+            if (renamed != newName.end())
+                used.insert(renamed->first);
             out += "* " + file.fileName.str() + ":" + std::to_string(d.line) + "\n";
             std::vector<YString> lines;
             appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines);
@@ -2686,13 +2692,25 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 if (l > 0 && namesAFile(lines[l].str(), &keywordEnd, &lib))
                     out += withAbsoluteFile(lines[l].str(), file.fileName);
                 else if (l > 0)
-                    out += renameWords(lines[l], renames).str();
+                    out += renameWords(lines[l], renames, &used).str();
                 else if (d.kind == ModelLibDefinition::Subckt || !file.akoBase(d).empty())
-                    out += renameAfterName(lines[l], renames);
+                    out += renameAfterName(lines[l], renames, &used);
                 else
                     out += lines[l].str();
                 out.push_back('\n');
             }
+        }
+        // A rename that renamed nothing (a misspelt name, one of nothing extracted, a section's) leaves
+        // the name as it was: the caller is told, once for each name.
+        std::set<std::string> told;
+        for (const YString& rn : request.renames) {
+            const int eq = rn.findIndex("=");
+            if (eq <= 0 || eq + 1 >= rn.length() || used.count(key(rn.substring(0, eq))) || !told.insert(key(rn.substring(0, eq))).second)
+                continue;
+            if (problems)
+                problems->push_back(problem(ModelLibProblem::UnusedRename, rn.substring(0, eq), path, 0,
+                                            "the rename of " + rn.substring(0, eq).str() + " to " + rn.substring(eq + 1).str() +
+                                                " renames nothing: no definition extracted has or names that word"));
         }
         *text = YString(out.c_str());
         return ModelLibStatus::Ok;

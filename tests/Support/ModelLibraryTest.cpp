@@ -920,8 +920,33 @@ TEST_F(ModelLibraryFiles, ANameRenamedTwoWaysIsRefused)
     EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.model z  D\n* " + lib + ":3\n.model c ako:z D\n");
 }
 
-// In an HSPICE library "$" starts a comment and ";" is text: an extracted definition is read that way, so
-// that a comment before a continuation does not swallow the parameters that follow it.
+// A rename that renames nothing, a misspelt name or one of a definition not extracted, leaves the text
+// as it would be without it, and the caller is told once for each name.
+TEST_F(ModelLibraryFiles, ARenameThatRenamesNothingIsReported)
+{
+    const std::string lib = write("r.lib", ".model a D\n.model b D\n.model c ako:a D\n");
+    const std::string expected = "* " + lib + ":1\n.model z  D\n* " + lib + ":3\n.model c ako:z D\n";
+    ModelLibExtractRequest request;
+    request.names = {YString("c")};
+    request.renames = {YString("a=z"), YString("NOTHERE=x"), YString("b=y"), YString("notHere=x")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), expected);
+    ASSERT_EQ(problems.size(), 2u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::UnusedRename);
+    EXPECT_EQ(problems[0].name, "NOTHERE");
+    EXPECT_EQ(problems[0].message.str(), "the rename of NOTHERE to x renames nothing: no definition extracted has or names that word");
+    EXPECT_EQ(problems[1].message.str(), "the rename of b to y renames nothing: no definition extracted has or names that word");
+    // A word that the lines name counts, as the base after "ako:" does.
+    request.names = {YString("c")};
+    request.renames = {YString("A=z")};
+    problems.clear();
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), expected);
+    EXPECT_TRUE(problems.empty());
+}
+
 TEST_F(ModelLibraryFiles, AnHspiceLibraryIsExtractedInItsDialect)
 {
     const std::string lib = write("h.lib", ".model nch nmos $ threshold\n+ level=54 vth0=0.4\n.model pch pmos\n$ a comment line\n"
@@ -1113,6 +1138,10 @@ TEST_F(ModelLibraryFiles, RenamesLeaveTheFilesAndSectionsOfIncludeAndLibLinesAlo
     YString text;
     std::vector<ModelLibProblem> problems;
     ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    // The section's name is renamed nowhere, and the caller is told.
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::UnusedRename);
+    EXPECT_EQ(problems[0].name, "tt");
     const std::string out = text.c_str();
     EXPECT_NE(out.find(".include \"" + folder + "/nch\"\n"), std::string::npos) << out;
     EXPECT_NE(out.find(".lib \"" + folder + "/corners.lib\" tt\n"), std::string::npos) << out;

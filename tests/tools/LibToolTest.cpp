@@ -230,6 +230,20 @@ TEST_F(LibTool, ExtractWritesASelfContainedLibraryThatIndexesAsTheClosure)
     EXPECT_EQ(twoOnOne.code, 2);
     EXPECT_EQ(twoOnOne.out, "");
     EXPECT_EQ(QString::fromStdString(readFileBytes(path("out.lib"))), before);
+    // A rename that renames nothing is a mistake the user is warned of; the library is written as
+    // without it.
+    const Result misspelt = tool({"lib", "extract", file("corner.lib"), "buf", "-o", "-", "--section", "tt", "--rename", "NOTHERE=X"});
+    EXPECT_EQ(misspelt.code, 0) << misspelt.err.toStdString();
+    EXPECT_EQ(misspelt.err, QStringLiteral("supportqt lib extract: warning: the rename of NOTHERE to X renames nothing: no definition "
+                                           "extracted has or names that word\n"));
+    EXPECT_EQ(misspelt.out, tool({"lib", "extract", file("corner.lib"), "buf", "-o", "-", "--section", "tt"}).out);
+    const Result misspeltJson = tool({"lib", "extract", file("corner.lib"), "buf", "-o", file("nothere.lib"), "--section", "tt",
+                                      "--rename", "NOTHERE=X", "--json"});
+    EXPECT_EQ(misspeltJson.code, 0);
+    const QJsonArray unused = json(misspeltJson.out)["problems"].toArray();
+    ASSERT_EQ(unused.size(), 1);
+    EXPECT_EQ(unused[0]["kind"].toString(), "unused-rename");
+    EXPECT_EQ(unused[0]["name"].toString(), "NOTHERE");
     const Result badRename = tool({"lib", "extract", file("corner.lib"), "buf", "-o", out, "--rename", "inv"});
     EXPECT_EQ(badRename.code, 2);
     EXPECT_EQ(badRename.err, QStringLiteral("supportqt lib extract: --rename takes OLD=NEW, not 'inv'\n"));
@@ -272,7 +286,7 @@ TEST_F(LibTool, ExtractionToStandardOutputWarnsOnStandardError)
     EXPECT_EQ(json.err, "supportqt lib extract: --json needs an output file: standard output takes the library\n");
     const Result written = tool({"lib", "extract", file("u.lib"), "top", "-o", file("u-out.lib")});
     EXPECT_EQ(written.code, 0);
-    EXPECT_EQ(written.out, QStringLiteral("%1\nwrote 1 definitions to %2\n").arg(warning, file("u-out.lib")));
+    EXPECT_EQ(written.out, QStringLiteral("%1\nwrote 1 definition to %2\n").arg(warning, file("u-out.lib")));
     EXPECT_EQ(written.err, "");
 }
 

@@ -108,6 +108,7 @@ const char* problemKindName(ModelLibProblem::Kind kind)
     case ModelLibProblem::Unreferenced: return "unreferenced";
     case ModelLibProblem::Structure: return "structure";
     case ModelLibProblem::TooLargeFile: return "too-large-file";
+    case ModelLibProblem::UnusedRename: return "unused-rename";
     }
     return "problem";
 }
@@ -468,7 +469,7 @@ int runLibExtract(const QStringList& arguments)
     Output out;
     for (const ModelLibProblem& p : problems)
         out << "warning: " << namingStandardInput(toQs(p.message)).toStdString() << '\n';
-    out << "wrote " << count << " definitions to " << output << '\n';
+    out << "wrote " << counted(count, "definition") << " to " << output << '\n';
     return ExitOk;
 }
 
