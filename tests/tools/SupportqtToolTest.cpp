@@ -2876,6 +2876,16 @@ TEST_F(Tool, InvalidPatternsAndSectionBoundsAreUsageErrors)
     const Result reversed = tool({"section", lib, "--start", "300", "--end", "200"});
     EXPECT_EQ(reversed.code, 2);
     EXPECT_EQ(reversed.err, QStringLiteral("supportqt section: --start 300 lies after --end 200\n"));
+    // A new name of more than one word would change what the definition's line says.
+    for (const char* bad : {"a b", "X\nY", "x=y", "x;y", "x$y", "(x)"}) {
+        const Result renamed = tool({"section", lib, "--start", "238", "--end", "318", "--name", bad});
+        EXPECT_EQ(renamed.code, 2) << bad;
+        // The message shows a control character as a visible escape.
+        EXPECT_EQ(renamed.err, QStringLiteral("supportqt section: --name takes one word, not '%1'\n")
+                                   .arg(QString::fromUtf8(bad).replace(QLatin1Char('\n'), QLatin1String("\\n"))))
+            << bad;
+        EXPECT_EQ(renamed.out, QString()) << bad;
+    }
 }
 
 // A results file cannot drive the user's terminal: escape sequences, bells and carriage returns in its

@@ -549,6 +549,14 @@ int runSection(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("--start, --end and --line-offset must lie between 0 and %1").arg(INT_MAX));
     if (start > end)
         return command.fail(ExitUsage, QStringLiteral("--start %1 lies after --end %2").arg(start).arg(end));
+    // A new name is one word, as lib extract takes it: a blank, separator, quote, comment character or
+    // control character in it would change what the definition's line says.
+    const QString name = command.value(QStringLiteral("name"));
+    const bool oneWord = std::none_of(name.begin(), name.end(), [](QChar c) {
+        return QStringLiteral(" =(),\t;$\"'").contains(c) || c.unicode() < 32 || c.unicode() == 0x7F;
+    });
+    if (!oneWord)
+        return command.fail(ExitUsage, QStringLiteral("--name takes one word, not '%1'").arg(name));
     QString path;
     if (!command.regularInputArgument(&path))
         return ExitFailure;
@@ -567,7 +575,7 @@ int runSection(const QStringList& arguments)
     location.start = static_cast<int>(start);
     location.end = static_cast<int>(end);
     location.lineOffset = static_cast<int>(offset);
-    LibraryStream stream(location, toYs(command.value(QStringLiteral("name"))));
+    LibraryStream stream(location, toYs(name));
     const bool literal = command.isSet(QStringLiteral("literal"));
     QList<LogicalLine> lines;
     readLiteralLines(stream, static_cast<int>(std::min<long long>(offset + 1, INT_MAX)),
