@@ -1449,6 +1449,14 @@ TEST_F(Tool, WritesThatFailPartWayLeaveThePreviousFiles)
     EXPECT_TRUE(convert.err.startsWith("supportqt text convert: cannot write " + temp("ladder16.cir"))) << convert.err.toStdString();
     EXPECT_EQ(readFileBytes(path("ladder16.cir")), "the previous copy\n");
 
+    // Standard input is read from a temporary copy, whose write fails here: the message says that it
+    // was the copy, not the input, that failed.
+    const Result piped = runProgram(QStringLiteral("/bin/sh"), {"-c", QStringLiteral("ulimit -f 64; exec '%1' netlist - < '%2'")
+                                                                          .arg(SUPPORTQT_TOOL_PATH, temp("ladder.cir"))});
+    EXPECT_EQ(piped.code, 1);
+    EXPECT_EQ(piped.out, "");
+    EXPECT_EQ(piped.err, "supportqt netlist: cannot write the temporary copy of standard input that it is read from\n");
+
     EXPECT_EQ(files(), before);
 }
 #endif
@@ -2342,6 +2350,23 @@ TEST_F(Tool, TextDetectDecidesFromTheFirstLineEndWhereverItLies)
 }
 
 #ifndef Q_OS_WIN
+// A pipe named as a file is read up to 64 MiB: one that gives more is refused with the way round it,
+// standard input as "-", which takes it whole.
+TEST_F(Tool, APipeThatGivesMoreThan64MiBIsRefusedWithTheWayRoundIt)
+{
+    const QString out = temp("big.txt");
+    const Result named = runProgram(QStringLiteral("/bin/sh"), {"-c", "head -c 70000000 /dev/zero | tr '\\0' x | \"$1\" text convert /dev/stdin -o \"$2\"",
+                                                                "sh", SUPPORTQT_TOOL_PATH, out});
+    EXPECT_EQ(named.code, 1);
+    EXPECT_EQ(named.err, QStringLiteral("supportqt text convert: cannot load /dev/stdin: a pipe or device is read up to 64 MiB, and it "
+                                        "gives more; give its text on standard input as '-'\n"));
+    EXPECT_FALSE(QFile::exists(out));
+    const Result dash = runProgram(QStringLiteral("/bin/sh"), {"-c", "head -c 70000000 /dev/zero | tr '\\0' x | \"$1\" text convert - -o \"$2\"",
+                                                               "sh", SUPPORTQT_TOOL_PATH, out});
+    EXPECT_EQ(dash.code, 0) << dash.err.toStdString();
+    EXPECT_EQ(QFileInfo(out).size(), 70000000);
+}
+
 // text detect reads its input once, and both of its verdicts come from those bytes: a pipe named as a
 // file is judged as a file of its bytes is, and a FIFO is read without a second open that would wait
 // for a writer for ever.
@@ -2773,6 +2798,27 @@ TEST_F(Tool, BytesThatEndAWideFileShortOfACharacterAreReported)
     EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
     EXPECT_EQ(whole.err, QString());
     EXPECT_EQ(readFileBytes(path("even.txt")), "AB");
+}
+
+// "auto" reads the UTF-16 marks only: a file that begins with a UTF-32 mark, which would read as
+// UTF-16 text of NUL characters, is refused with the name to give.
+TEST_F(Tool, AUtf32FileIsNotReadAsUtf16ByAuto)
+{
+    const QString out = temp("out.txt");
+    const QString little = temp("le32.txt");
+    writeFileBytes(little.toStdString(), std::string("\xFF\xFE\0\0" "A\0\0\0" "\n\0\0\0", 12));
+    const Result refused = tool({"text", "convert", little, "-o", out});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_EQ(refused.err, "supportqt text convert: " + little + " begins with a UTF-32 byte-order mark, which auto does not read; "
+                                                                 "give --from UTF-32LE\n");
+    EXPECT_FALSE(QFile::exists(out));
+    const QString big = temp("be32.txt");
+    writeFileBytes(big.toStdString(), std::string("\0\0\xFE\xFF" "\0\0\0A", 8));
+    EXPECT_EQ(tool({"text", "convert", big, "-o", out}).err,
+              "supportqt text convert: " + big + " begins with a UTF-32 byte-order mark, which auto does not read; give --from UTF-32BE\n");
+    const Result named = tool({"text", "convert", little, "-o", out, "--from", "UTF-32LE"});
+    EXPECT_EQ(named.code, 0) << named.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), "A\n");
 }
 
 // A UTF-16 text may hold surrogates without their pair, which only UTF-16 can write: for any other

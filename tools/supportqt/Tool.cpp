@@ -132,9 +132,11 @@ namespace {
 // Set once a command has said on standard error why it failed.
 bool g_failureReported = false;
 
-// The temporary copy of standard input, once it is made, and its folder with a separator after it.
+// The temporary copy of standard input, once it is made, and its folder with a separator after it;
+// whether making it failed for want of room to write it rather than of input to read.
 QString g_standardInputCopy;
 QString g_standardInputFolder;
+bool g_standardInputUnwritten = false;
 } // namespace
 
 QString namingStandardInput(QString text)
@@ -186,6 +188,7 @@ QString standardInputFile()
     if (read)
         return path;
     read = true;
+    g_standardInputUnwritten = true;
     if (!folder.isValid())
         return QString();
     // The copy is written through the library, whose files others may delete while they are open: an
@@ -209,7 +212,9 @@ QString standardInputFile()
             break;
         }
     }
-    if (std::fclose(copy) != 0 || !copied)
+    const bool closed = std::fclose(copy) == 0;
+    g_standardInputUnwritten = !closed || (!copied && !std::ferror(stdin));
+    if (!closed || !copied)
         return QString();
     path = name;
     g_standardInputFolder = folder.path() + QLatin1Char('/');
@@ -228,7 +233,8 @@ bool ToolCommand::input(QString* path) const
     if (isStandardStream(*path)) {
         *path = standardInputFile();
         if (path->isEmpty()) {
-            fail(ExitFailure, QStringLiteral("cannot read standard input"));
+            fail(ExitFailure, g_standardInputUnwritten ? QStringLiteral("cannot write the temporary copy of standard input that it is read from")
+                                                       : QStringLiteral("cannot read standard input"));
             return false;
         }
     }

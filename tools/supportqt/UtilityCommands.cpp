@@ -253,9 +253,10 @@ bool copyStream(const QString& path, const QString& copy)
 int runTextConvert(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("text convert"), QStringLiteral("FILE -o OUT [--from ENCODING] [--to ENCODING]"),
-                        QStringLiteral("Decodes a text file (line ends made LF) and writes it in another encoding. ENCODING is a\n"
-                                       "codec name such as UTF-8, UTF-16LE or ISO-8859-1; --from also takes \"auto\" (UTF-16 by\n"
-                                       "its marks, else UTF-8, else the locale's codec) and \"locale\"."));
+                        QStringLiteral("Decodes a text file and writes it in another encoding, its line ends made LF as its first\n"
+                                       "line end says: after a CR LF every CR is deleted, after a bare CR every CR becomes LF.\n"
+                                       "ENCODING is a codec name such as UTF-8, UTF-16LE or ISO-8859-1; --from also takes \"auto\"\n"
+                                       "(UTF-16 by its marks, else UTF-8, else the locale's codec) and \"locale\"."));
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The converted file."), QStringLiteral("OUT"));
     command.addOption({QStringLiteral("from")}, QStringLiteral("Encoding of FILE (default auto)."), QStringLiteral("ENCODING"), QStringLiteral("auto"));
     command.addOption({QStringLiteral("to")}, QStringLiteral("Encoding of OUT (default UTF-8)."), QStringLiteral("ENCODING"), QStringLiteral("UTF-8"));
@@ -296,8 +297,21 @@ int runTextConvert(const QStringList& arguments)
         if (!copyStream(path, copy))
             return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
         if (QFileInfo(copy).size() > (qint64(64) << 20))
-            return command.fail(ExitFailure, QStringLiteral("cannot load %1: it is too large to hold in memory").arg(path));
+            return command.fail(ExitFailure, QStringLiteral("cannot load %1: a pipe or device is read up to 64 MiB, and it gives more; "
+                                                            "give its text on standard input as '-'")
+                                                 .arg(path));
         path = copy;
+    }
+    // "auto" knows the UTF-16 marks only, and would read a UTF-32 file by the UTF-16 mark that its own
+    // begins with: the user is told to name it.
+    if (from == "auto") {
+        QFile head(path);
+        const QByteArray mark = head.open(QIODevice::ReadOnly) ? head.read(4) : QByteArray();
+        const bool little = mark == QByteArray("\xFF\xFE\0\0", 4), big = mark == QByteArray("\0\0\xFE\xFF", 4);
+        if (little || big)
+            return command.fail(ExitUsage, QStringLiteral("%1 begins with a UTF-32 byte-order mark, which auto does not read; "
+                                                          "give --from %2")
+                                               .arg(named, little ? QStringLiteral("UTF-32LE") : QStringLiteral("UTF-32BE")));
     }
     const qint64 size = QFileInfo(path).size();
     bool loaded = false, ok = false;
