@@ -1848,11 +1848,15 @@ public:
                     m_r->problems.push_back(problem(ModelLibProblem::TooLargeFile, ref.path, from, ref.line,
                                                     where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " +
                                                         ref.path.str() + " is larger than 2147483647 bytes"));
-                else
+                else {
+                    // Only regular files are read: a device or FIFO is named for what it is.
+                    const QFileInfo info(toQs(ref.path));
+                    const bool special = info.exists() && !info.isFile();
                     m_r->problems.push_back(problem(ModelLibProblem::MissingFile, ref.path, from, ref.line,
-                                                    where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " +
-                                                        ref.target.str() + " does not exist or cannot be read (" +
+                                                    where(m_r->files[static_cast<size_t>(at)], ref.line) + ": " + ref.target.str() +
+                                                        (special ? " is not a regular file (" : " does not exist or cannot be read (") +
                                                         ref.path.str() + ")"));
+                }
                 continue;
             }
             const std::string wanted = ref.kind == ModelLibReference::LibSection ? key(ref.section) : std::string();

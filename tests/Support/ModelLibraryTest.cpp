@@ -630,6 +630,32 @@ TEST_F(ModelLibraryFiles, CheckListsStructureBeforeUnreachedDefinitions)
 
 // The definitions of a section that repeats a name are reached by no section, and the check says why
 // before it lists them.
+// Only regular files are read: a reference to a folder or a device is a missing file that is named for
+// what it is, and one to nothing at all for that.
+TEST_F(ModelLibraryFiles, AReferenceToAFolderOrDeviceSaysItIsNotARegularFile)
+{
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(path("models"))));
+    std::string text = ".include models\n.include gone.spice\n";
+#if defined(__linux__)
+    text += ".include /dev/zero\n";
+#endif
+    const std::string top = write("top.lib", text);
+    ModelLibResolution r;
+    ASSERT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString(), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    std::vector<std::string> messages;
+    for (const ModelLibProblem& p : r.problems) {
+        EXPECT_EQ(p.kind, ModelLibProblem::MissingFile);
+        messages.push_back(p.message.str());
+    }
+    std::vector<std::string> expected{top + ":1: models is not a regular file (" + QDir::cleanPath(QString::fromStdString(path("models"))).toStdString() + ")",
+                                      top + ":2: gone.spice does not exist or cannot be read (" +
+                                          QDir::cleanPath(QString::fromStdString(path("gone.spice"))).toStdString() + ")"};
+#if defined(__linux__)
+    expected.push_back(top + ":3: /dev/zero is not a regular file (/dev/zero)");
+#endif
+    EXPECT_EQ(messages, expected);
+}
+
 TEST_F(ModelLibraryFiles, CheckSaysWhyASectionUnderARepeatedNameIsReachedByNothing)
 {
     const std::string top = write("dup.lib", ".lib tt\n.model a d\n.endl tt\n.lib tt\n.model b d\n.model c d\n.endl tt\n");
