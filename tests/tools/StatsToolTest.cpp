@@ -530,6 +530,24 @@ TEST_F(StatsTool, OneRunHasAStandardDeviationOfZeroInEveryForm)
     EXPECT_EQ(fields[5], "0") << lines[1].toStdString();
 }
 
+// A merit function with no finite value still has a verdict for its limits, which the text gives as
+// the JSON does: no run passes.
+TEST_F(StatsTool, LimitsOfAMeritFunctionWithNoFiniteValueFailInTheTextToo)
+{
+    writeFileBytes(path("nan.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><meritfunction name=\"m\" value=\"f\">"
+                                    "<sensval case=\"1\" value=\"nan\"/><sensval case=\"2\" value=\"nan\"/></meritfunction>"
+                                    "<steps><step case=\"1\"/><step case=\"2\"/></steps></msw>\n");
+    const Result text = tool({"stats", temp("nan.msw"), "--limit", "m=0:1"});
+    ASSERT_EQ(text.code, 0) << text.err.toStdString();
+    EXPECT_TRUE(text.out.endsWith("\nm = f: 0 runs, 2 not finite\n  no finite values\n  limits 0 to 1: fail, 0 of 2 pass\n"
+                                  "  failing runs: 1 2\n"))
+        << text.out.toStdString();
+    const QJsonObject limits = parseJson(tool({"stats", temp("nan.msw"), "--limit", "m=0:1", "--json"}).out)["meritFunctions"][0]["limits"].toObject();
+    EXPECT_EQ(limits["pass"].toInt(-1), 0);
+    EXPECT_EQ(limits["runs"].toInt(), 2);
+    EXPECT_EQ(limits["failing"].toArray(), (QJsonArray{1, 2}));
+}
+
 TEST_F(StatsTool, HtmlPageStandsAloneShowsInChromiumAndItsPicturesHaveNoOverlappingText)
 {
     const QString file = results(400);

@@ -3016,6 +3016,21 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     EXPECT_EQ(refused.err, "supportqt append-merit: " + bad + " line 1: expected \"case,value\", found \"1,abc\"\n");
     EXPECT_EQ(readFileBytes(file.toStdString()), afterReplace);
     EXPECT_NE(afterFirst, before);
+    // A value beyond the range of a number would be stored as an infinity; a file of no values, a header
+    // alone or nothing at all, would give every run 0. Both are refused.
+    const QString huge = temp("huge.csv");
+    writeFileBytes(huge.toStdString(), "1,1\n2,1e400\n");
+    const Result beyond = tool({"append-merit", file, "--value", "x", "--name", "other", "--data", huge});
+    EXPECT_EQ(beyond.code, 1);
+    EXPECT_EQ(beyond.err, "supportqt append-merit: " + huge + " line 2: 1e400 is beyond the range of a number\n");
+    for (const char* text : {"", "case,value\n", "\n\n"}) {
+        const QString empty = temp("empty.csv");
+        writeFileBytes(empty.toStdString(), text);
+        const Result none = tool({"append-merit", file, "--value", "x", "--name", "other", "--data", empty});
+        EXPECT_EQ(none.code, 1) << text;
+        EXPECT_EQ(none.err, "supportqt append-merit: " + empty + " gives no \"case,value\" line; " + file + " is as it was\n") << text;
+    }
+    EXPECT_EQ(readFileBytes(file.toStdString()), afterReplace);
 }
 
 // An output that is the input itself, under any name, is refused and the input is left byte for byte.

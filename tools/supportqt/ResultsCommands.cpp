@@ -702,6 +702,11 @@ int runAppendMerit(const QStringList& arguments)
         char* end = nullptr;
         const double value = valueText.isEmpty() ? 0.0 : sp_ConvertEngToReal(valueText.constData(), &end);
         const bool valueOk = fields.size() == 2 && !valueText.isEmpty() && end == valueText.constData() + valueText.size();
+        // A number beyond the range of a double would be stored as an infinity, which the file holds as no
+        // number at all.
+        if (caseOk && valueOk && !std::isfinite(value))
+            return command.fail(ExitFailure, QStringLiteral("%1 line %2: %3 is beyond the range of a number")
+                                                 .arg(dataPath).arg(lineNumber).arg(QString::fromUtf8(valueText)));
         if (!caseOk || !valueOk) {
             // Only a first line whose first field is not a number at all is a header: "1.0" or a case
             // beyond an int is a number, and an error.
@@ -720,6 +725,9 @@ int runAppendMerit(const QStringList& arguments)
         values.append(value);
     }
 
+    // A file of no values would give every run the value 0: that is a mistake, not a merit function.
+    if (cases.count() == 0)
+        return command.fail(ExitFailure, QStringLiteral("%1 gives no \"case,value\" line; %2 is as it was").arg(dataPath, path));
     // The library's own checks, made here first so that a refusal says which case is wrong.
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;

@@ -212,6 +212,20 @@ std::string pctText(double p)
     return text;
 }
 
+// The failing runs as the text shows them: the first 20 (--json and --html list them all), each after a
+// blank, or " none".
+std::string failingList(const MeritStatistics& s)
+{
+    if (s.failingCases.empty())
+        return " none";
+    std::string list;
+    for (size_t i = 0; i < s.failingCases.size() && i < 20; ++i)
+        list += ' ' + std::to_string(s.failingCases[i]);
+    if (s.failingCases.size() > 20)
+        list += " and " + std::to_string(s.failingCases.size() - 20) + " more";
+    return list;
+}
+
 void printText(Output& out, const QString& path, const XMLReportHeader& header, const std::vector<MeritStatistics>& all)
 {
     out << "file: " << path << '\n' << "title: " << header.title << '\n';
@@ -222,7 +236,13 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
             out << ", " << static_cast<long long>(m.nonFiniteCount()) << " not finite";
         out << '\n';
         if (m.count() == 0) {
+            // Limits still have a verdict: no run passes them.
             out << "  no finite values\n";
+            if (s.limits.any())
+                out << "  limits " << (s.limits.hasLower ? num(s.limits.lower) : std::string("none")) << " to "
+                    << (s.limits.hasUpper ? num(s.limits.upper) : std::string("none")) << ": " << statsVerdict(s) << ", "
+                    << static_cast<long long>(s.passCount) << " of " << static_cast<long long>(s.runCount) << " pass\n"
+                    << "  failing runs:" << failingList(s) << '\n';
             continue;
         }
         out << "  mean " << num(m.mean()) << "  stddev " << num(m.standardDeviation()) << "  min " << num(m.minimum())
@@ -246,15 +266,7 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
                 << pctText(s.yieldInterval.high) << "], " << num(s.yieldSigma) << " sigma\n";
             out << "  Cp " << num(s.cp) << " [" << num(s.cpInterval.low) << ", " << num(s.cpInterval.high) << "]  Cpk "
                 << num(s.cpk) << " [" << num(s.cpkInterval.low) << ", " << num(s.cpkInterval.high) << "]\n";
-            out << "  failing runs:";
-            if (s.failingCases.empty())
-                out << " none";
-            // The text shows the first 20; --json and --html list them all.
-            for (size_t i = 0; i < s.failingCases.size() && i < 20; ++i)
-                out << ' ' << s.failingCases[i];
-            if (s.failingCases.size() > 20)
-                out << " and " << static_cast<long long>(s.failingCases.size() - 20) << " more";
-            out << '\n';
+            out << "  failing runs:" << failingList(s) << '\n';
         }
         if (!s.influence.empty()) {
             out << "  influence:";
