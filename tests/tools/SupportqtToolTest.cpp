@@ -3033,6 +3033,39 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     EXPECT_EQ(readFileBytes(file.toStdString()), afterReplace);
 }
 
+// The library's reports write the results file's texts as they are: where that breaks a report (markup
+// characters in HTML, a quote or a line break in CSV), the tool says where, and writes the report.
+TEST_F(Tool, TextsThatTheReportsWriteAsTheyAreAreWarnedOf)
+{
+    const QString results = temp("texts.msw");
+    writeFileBytes(results.toStdString(),
+                   "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><header analysis=\".sens 1%\" title=\"plain\"/>"
+                   "<meritfunction name=\"m\" value=\"v(out)\"><sensval case=\"1\" value=\"1\"/><sensval case=\"2\" value=\"5\"/>"
+                   "<sensval case=\"3\" value=\"2\"/></meritfunction><steps><step case=\"1\"/>"
+                   "<step case=\"2\" description=\"R1 &lt; R2\"><parameter name=\"P\" nom=\"1\" usedvalue=\"1.1\"/></step>"
+                   "<step case=\"3\" description=\"say &quot;hi&quot;, there\"><parameter name=\"P\" nom=\"1\" usedvalue=\"1.2\"/></step>"
+                   "</steps></msw>\n");
+    const Result csv = tool({"report", "csv", results, "-o", temp("texts.csv")});
+    EXPECT_EQ(csv.code, 0) << csv.err.toStdString();
+    EXPECT_EQ(csv.err, "supportqt report: warning: the description of case 3 of " + results +
+                           " holds a double quote or a line break, which the CSV report writes as it is: its fields are not "
+                           "well-formed there\n");
+    EXPECT_TRUE(QFile::exists(temp("texts.csv")));
+    const Result html = tool({"report", "sens", results, "-o", temp("texts.html")});
+    EXPECT_EQ(html.code, 0) << html.err.toStdString();
+    EXPECT_EQ(html.err, "supportqt report: warning: the description of case 2 of " + results +
+                            " holds '<' or '&', which the HTML report writes as it is: a browser reads it as markup there\n");
+    const Result all = tool({"report", "all", results, "-o", temp("texts-all")});
+    EXPECT_EQ(all.code, 0) << all.err.toStdString();
+    EXPECT_EQ(all.err.count(QStringLiteral("warning:")), 2) << all.err.toStdString();
+    // A file whose texts need no escaping is reported without a word.
+    for (const char* kind : {"csv", "sens", "mc"}) {
+        const Result clean = tool({"report", kind, example("results/buck_sensitivity.msw"), "-o", temp("clean.out")});
+        EXPECT_EQ(clean.code, 0) << kind;
+        EXPECT_EQ(clean.err, QString()) << kind;
+    }
+}
+
 // An output that is the input itself, under any name, is refused and the input is left byte for byte.
 TEST_F(Tool, OutputThatIsTheInputIsRefused)
 {
