@@ -226,6 +226,14 @@ std::string failingList(const MeritStatistics& s)
     return list;
 }
 
+// The limits, the verdict and how many runs pass, as the text's limits line begins.
+std::string limitsHead(const MeritStatistics& s)
+{
+    return "  limits " + (s.limits.hasLower ? num(s.limits.lower) : std::string("none")) + " to " +
+           (s.limits.hasUpper ? num(s.limits.upper) : std::string("none")) + ": " + statsVerdict(s) + ", " +
+           std::to_string(s.passCount) + " of " + std::to_string(s.runCount) + " pass";
+}
+
 void printText(Output& out, const QString& path, const XMLReportHeader& header, const std::vector<MeritStatistics>& all)
 {
     out << "file: " << path << '\n' << "title: " << header.title << '\n';
@@ -239,10 +247,7 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
             // Limits still have a verdict: no run passes them.
             out << "  no finite values\n";
             if (s.limits.any())
-                out << "  limits " << (s.limits.hasLower ? num(s.limits.lower) : std::string("none")) << " to "
-                    << (s.limits.hasUpper ? num(s.limits.upper) : std::string("none")) << ": " << statsVerdict(s) << ", "
-                    << static_cast<long long>(s.passCount) << " of " << static_cast<long long>(s.runCount) << " pass\n"
-                    << "  failing runs:" << failingList(s) << '\n';
+                out << limitsHead(s) << "\n  failing runs:" << failingList(s) << '\n';
             continue;
         }
         out << "  mean " << num(m.mean()) << "  stddev " << num(m.standardDeviation()) << "  min " << num(m.minimum())
@@ -259,10 +264,7 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
         }
         out << '\n';
         if (s.limits.any()) {
-            out << "  limits " << (s.limits.hasLower ? num(s.limits.lower) : std::string("none")) << " to "
-                << (s.limits.hasUpper ? num(s.limits.upper) : std::string("none")) << ": " << statsVerdict(s) << ", "
-                << static_cast<long long>(s.passCount) << " of " << static_cast<long long>(s.runCount)
-                << " pass, yield " << pctText(s.yield) << " [" << pctText(s.yieldInterval.low) << ", "
+            out << limitsHead(s) << ", yield " << pctText(s.yield) << " [" << pctText(s.yieldInterval.low) << ", "
                 << pctText(s.yieldInterval.high) << "], " << num(s.yieldSigma) << " sigma\n";
             out << "  Cp " << num(s.cp) << " [" << num(s.cpInterval.low) << ", " << num(s.cpInterval.high) << "]  Cpk "
                 << num(s.cpk) << " [" << num(s.cpkInterval.low) << ", " << num(s.cpkInterval.high) << "]\n";
