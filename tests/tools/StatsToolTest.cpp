@@ -15,6 +15,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QUrl>
 
@@ -546,6 +547,35 @@ TEST_F(StatsTool, LimitsOfAMeritFunctionWithNoFiniteValueFailInTheTextToo)
     EXPECT_EQ(limits["pass"].toInt(-1), 0);
     EXPECT_EQ(limits["runs"].toInt(), 2);
     EXPECT_EQ(limits["failing"].toArray(), (QJsonArray{1, 2}));
+}
+
+// Values near the largest doubles are further apart than the largest double: the charts measure them
+// by halves, and leave out a 3-sigma band beyond the largest numbers, so that every coordinate is a
+// number (they were "-nan" and "-inf").
+TEST_F(StatsTool, ChartsOfValuesNearTheLargestNumbersHaveFiniteCoordinates)
+{
+    writeFileBytes(path("huge.msw"), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><header analysis=\".mc 5\"/>"
+                                     "<meritfunction name=\"m\" value=\"f\"><sensval case=\"1\" value=\"1e308\"/>"
+                                     "<sensval case=\"2\" value=\"-1e308\"/><sensval case=\"3\" value=\"1.7e308\"/>"
+                                     "<sensval case=\"4\" value=\"-1.7e308\"/><sensval case=\"5\" value=\"0\"/></meritfunction>"
+                                     "<steps><step case=\"1\"/><step case=\"2\"/><step case=\"3\"/><step case=\"4\"/>"
+                                     "<step case=\"5\"/></steps></msw>\n");
+    ASSERT_EQ(tool({"stats", temp("huge.msw"), "--chart", temp("charts")}).code, 0);
+    ASSERT_EQ(tool({"report", "mc", temp("huge.msw"), "-o", temp("huge.html"), "--chart", temp("histogram.svg")}).code, 0);
+    const QRegularExpression coordinate(QStringLiteral("\\b(?:x|y|x1|x2|y1|y2|width|height|points)=\"([^\"]*)\""));
+    const QRegularExpression number(QStringLiteral("^-?[0-9]+(?:\\.[0-9]+)?$"));
+    for (const QString& svg : {temp("charts/merit1_histogram.svg"), temp("charts/merit1_cdf.svg"), temp("histogram.svg")}) {
+        const QString text = QString::fromStdString(readFileBytes(svg.toStdString()));
+        int checked = 0;
+        for (auto match = coordinate.globalMatch(text); match.hasNext();) {
+            for (const QString& value : match.next().captured(1).split(QRegularExpression(QStringLiteral("[ ,]")), Qt::SkipEmptyParts)) {
+                EXPECT_TRUE(number.match(value).hasMatch()) << svg.toStdString() << ": " << value.toStdString();
+                ++checked;
+            }
+        }
+        EXPECT_GT(checked, 20) << svg.toStdString();
+    }
+    EXPECT_TRUE(QString::fromStdString(readFileBytes(path("histogram.svg"))).contains(QStringLiteral("mean -/+ 3 sigma lies beyond the largest numbers")));
 }
 
 TEST_F(StatsTool, HtmlPageStandsAloneShowsInChromiumAndItsPicturesHaveNoOverlappingText)

@@ -267,6 +267,18 @@ std::vector<long long> countTicks(long long tallest)
 
 } // namespace
 
+double fractionBetween(double v, double low, double high)
+{
+    const double span = high - low;
+    return std::isfinite(span) ? (v - low) / span : (v / 2 - low / 2) / (high / 2 - low / 2);
+}
+
+double valueBetween(double low, double high, double t)
+{
+    const double span = high - low;
+    return std::isfinite(span) ? low + span * t : (low / 2 + (high / 2 - low / 2) * t) * 2;
+}
+
 std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
                               const ChartOptions& options)
 {
@@ -290,11 +302,13 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
             y += 40;
             continue;
         }
-        // The axis spans the values, the 3-sigma band and the nominal value, to round ticks.
+        // The axis spans the values, the 3-sigma band and the nominal value, to round ticks. A band beyond
+        // the largest doubles (values near them) is not drawn.
         const double mean = moments.mean();
         const double sd = moments.standardDeviation();
+        const bool band = sd > 0 && std::isfinite(mean - 3 * sd) && std::isfinite(mean + 3 * sd);
         double low = histogram.low, high = histogram.high;
-        if (sd > 0) {
+        if (band) {
             low = std::min(low, mean - 3 * sd);
             high = std::max(high, mean + 3 * sd);
         }
@@ -303,10 +317,10 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
             low = std::min(low, stats.nominal);
             high = std::max(high, stats.nominal);
         }
+        // Ends that no round ticks can cover (near the largest doubles) make an axis of the ends alone.
         const AxisTicks ticks = sp_RoundAxisTicks(low, high, kValueTicks);
-        const auto xOf = [&](double v) {
-            return kPlotLeft + (v - ticks.low) / (ticks.high - ticks.low) * (kPlotRight - kPlotLeft);
-        };
+        const double axisLow = ticks.values.empty() ? low : ticks.low, axisHigh = ticks.values.empty() ? high : ticks.high;
+        const auto xOf = [&](double v) { return kPlotLeft + fractionBetween(v, axisLow, axisHigh) * (kPlotRight - kPlotLeft); };
         long long tallest = 0;
         for (long long c : histogram.counts)
             tallest = std::max(tallest, c);
@@ -315,13 +329,14 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
         body += svgText(kPlotLeft - 8, y + 10, "end", 11, "runs");
         const double top = y + 20, bottom = top + kPlotHeight;
         for (int i = 0; i < histogram.bins(); ++i) {
-            const double x0 = xOf(histogram.low + i * histogram.binWidth());
-            const double x1 = xOf(histogram.low + (i + 1) * histogram.binWidth());
+            const double n = histogram.bins();
+            const double x0 = xOf(valueBetween(histogram.low, histogram.high, i / n));
+            const double x1 = xOf(valueBetween(histogram.low, histogram.high, (i + 1) / n));
             const double h = kPlotHeight * static_cast<double>(histogram.counts[static_cast<size_t>(i)]) / yTop;
             body += svgRect(x0 + 0.5, bottom - h, x1 - x0 - 1, h, "#4a7fb5");
         }
         body += svgLine(xOf(mean), top, xOf(mean), bottom, "#222222", " stroke-width=\"2\"");
-        if (sd > 0)
+        if (band)
             for (double k : {-3.0, 3.0})
                 body += svgLine(xOf(mean + k * sd), top, xOf(mean + k * sd), bottom, "#555555",
                                 " stroke-width=\"1.5\" stroke-dasharray=\"5 4\"");
@@ -347,9 +362,10 @@ std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLR
         line += 18;
         body += svgText(kPlotLeft, line, "start", 11,
                         "solid: mean " + engineering(mean) +
-                            (sd > 0 ? "; dashed grey: mean -/+ 3 sigma, " + engineering(mean - 3 * sd) + " to " +
-                                          engineering(mean + 3 * sd)
-                                    : std::string("; no spread")));
+                            (band     ? "; dashed grey: mean -/+ 3 sigma, " + engineering(mean - 3 * sd) + " to " +
+                                        engineering(mean + 3 * sd)
+                             : sd > 0 ? std::string("; mean -/+ 3 sigma lies beyond the largest numbers")
+                                      : std::string("; no spread")));
         if (nominalShown) {
             line += 16;
             body += svgText(kPlotLeft, line, "start", 11, "dashed red: nominal " + engineering(stats.nominal), " fill=\"#c9302c\"");

@@ -26,6 +26,12 @@ std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const 
 std::string meritHistogramSvg(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
                               const ChartOptions& options = ChartOptions());
 
+/// Where `v` lies from `low` to `high` (high above low), as a fraction of the way; ends further apart
+/// than the largest double are measured by halves, so that the fraction of a finite value is finite.
+double fractionBetween(double v, double low, double high);
+/// The value a fraction `t` (0 to 1) of the way from `low` to `high`, measured by halves as above.
+double valueBetween(double low, double high, double t);
+
 /// A real as the charts and pages show it: engineering notation with `digits` significant digits
 /// ("15.8654m"), "n/a" when it is not a number.
 std::string engineering(double value, int digits = 6);

@@ -5,6 +5,7 @@
 #include "Tool.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdio>
 
@@ -75,20 +76,27 @@ std::string meritLabel(const MeritStatistics& s)
 
 constexpr double kWidth = 640, kLeft = 70, kRight = 610, kTop = 20, kPlot = 170;
 
+// Whether the mean -/+ 3 standard deviations is drawn: the values spread, and the band lies within the
+// largest doubles.
+bool bandShown(const MomentSummary& m)
+{
+    const double sd = m.standardDeviation();
+    return sd > 0 && std::isfinite(m.mean() - 3 * sd) && std::isfinite(m.mean() + 3 * sd);
+}
+
 // The horizontal range of the plots: the values, the limits and the 3-sigma band, padded a little.
 struct Range {
     double low, high;
-    double x(double v) const { return kLeft + (v - low) / (high - low) * (kRight - kLeft); }
+    double x(double v) const { return kLeft + fractionBetween(v, low, high) * (kRight - kLeft); }
 };
 
 Range rangeOf(const MeritStatistics& s)
 {
     const MomentSummary& m = s.sample.moments();
     double low = m.minimum(), high = m.maximum();
-    const double sd = m.standardDeviation();
-    if (sd > 0) {
-        low = std::min(low, m.mean() - 3 * sd);
-        high = std::max(high, m.mean() + 3 * sd);
+    if (bandShown(m)) {
+        low = std::min(low, m.mean() - 3 * m.standardDeviation());
+        high = std::max(high, m.mean() + 3 * m.standardDeviation());
     }
     if (s.limits.hasLower && std::isfinite(s.limits.lower))
         low = std::min(low, s.limits.lower);
@@ -98,8 +106,9 @@ Range rangeOf(const MeritStatistics& s)
         const double pad = low == 0.0 ? 0.5 : std::fabs(low) * 0.01;
         return {low - pad, high + pad};
     }
-    const double pad = (high - low) * 0.03;
-    return {low - pad, high + pad};
+    // Padded by halves and within the largest doubles, so that values near them keep a finite range.
+    const double pad = (high / 2 - low / 2) * 0.06;
+    return {std::max(low - pad, -DBL_MAX), std::min(high + pad, DBL_MAX)};
 }
 
 void xAxis(Svg& svg, const Range& r, double bottom)
@@ -108,7 +117,7 @@ void xAxis(Svg& svg, const Range& r, double bottom)
     for (int tick = 0; tick <= 4; ++tick) {
         const double x = kLeft + tick * (kRight - kLeft) / 4;
         svg.line(x, bottom, x, bottom + 4, "#333333");
-        svg.text(x, bottom + 16, "middle", 11, fmt("%.4g", r.low + tick * (r.high - r.low) / 4));
+        svg.text(x, bottom + 16, "middle", 11, fmt("%.4g", valueBetween(r.low, r.high, tick / 4.0)));
     }
 }
 
@@ -153,18 +162,19 @@ std::string statsHistogramSvg(const MeritStatistics& s)
     const int bins = std::clamp(static_cast<int>(std::ceil(std::sqrt(static_cast<double>(values.size())))), 1, 50);
     std::vector<long long> counts(static_cast<size_t>(bins), 0);
     for (double v : values)
-        counts[static_cast<size_t>(std::clamp(static_cast<int>((v - low) / (high - low) * bins), 0, bins - 1))]++;
+        counts[static_cast<size_t>(std::clamp(static_cast<int>(fractionBetween(v, low, high) * bins), 0, bins - 1))]++;
     const long long tallest = *std::max_element(counts.begin(), counts.end());
     const double bottom = kTop + kPlot;
     for (int i = 0; i < bins; ++i) {
-        const double x0 = r.x(low + (high - low) * i / bins), x1 = r.x(low + (high - low) * (i + 1) / bins);
+        const double x0 = r.x(valueBetween(low, high, static_cast<double>(i) / bins));
+        const double x1 = r.x(valueBetween(low, high, static_cast<double>(i + 1) / bins));
         const double h = kPlot * static_cast<double>(counts[static_cast<size_t>(i)]) / static_cast<double>(tallest);
         svg.rect(x0 + 0.5, bottom - h, x1 - x0 - 1, h, "#4a7fb5");
     }
     limitLines(svg, s, r, kTop, bottom);
     svg.line(r.x(m.mean()), kTop, r.x(m.mean()), bottom, "#222222", " stroke-width=\"2\"");
     const double sd = m.standardDeviation();
-    if (sd > 0)
+    if (bandShown(m))
         for (double k : {-3.0, 3.0})
             svg.line(r.x(m.mean() + k * sd), kTop, r.x(m.mean() + k * sd), bottom, "#555555",
                      " stroke-width=\"1.5\" stroke-dasharray=\"5 4\"");
@@ -178,8 +188,11 @@ std::string statsHistogramSvg(const MeritStatistics& s)
     double y = bottom + 38;
     svg.text(kLeft, y, "start", 11, std::to_string(bins) + " bins of " + std::to_string(values.size()) + " runs");
     y += 16;
-    svg.text(kLeft, y, "start", 11, "solid black: mean " + show(m.mean()) + "; dashed: mean -/+ 3 sigma (" +
-                                        show(m.mean() - 3 * sd) + " to " + show(m.mean() + 3 * sd) + ")");
+    svg.text(kLeft, y, "start", 11,
+             "solid black: mean " + show(m.mean()) +
+                 (bandShown(m) ? "; dashed: mean -/+ 3 sigma (" + show(m.mean() - 3 * sd) + " to " + show(m.mean() + 3 * sd) + ")"
+                  : sd > 0     ? std::string("; mean -/+ 3 sigma lies beyond the largest numbers")
+                               : std::string("; no spread")));
     if (s.limits.any()) {
         y += 16;
         svg.text(kLeft, y, "start", 11, "red: limits " + limitsText(s.limits), " fill=\"#c9302c\"");
