@@ -3033,6 +3033,28 @@ TEST_F(Tool, AppendMeritReadsTheCsvAsTheLibraryReadsNumbers)
     EXPECT_EQ(readFileBytes(file.toStdString()), afterReplace);
 }
 
+#ifdef Q_OS_WIN
+// Names that Windows reserves for devices are no files, in any folder, case or extension: as input they
+// are refused as a device elsewhere is (COM1 would wait for a serial port for ever), and NUL takes an
+// output as /dev/null does elsewhere.
+TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
+{
+    for (const QString& device : {QStringLiteral("COM1"), QStringLiteral("aux.txt"), QStringLiteral("nul"), temp("CON.cir")}) {
+        const Result netlist = tool({"netlist", device});
+        EXPECT_EQ(netlist.code, 1) << device.toStdString();
+        EXPECT_EQ(netlist.err, "supportqt netlist: " + device + " is not a regular file; give its text on standard input as '-'\n");
+        const Result lib = tool({"lib", "sections", device});
+        EXPECT_EQ(lib.code, 1) << device.toStdString();
+    }
+    const Result discarded = tool({"report", "csv", example("results/buck_sensitivity.msw"), "-o", "NUL"});
+    EXPECT_EQ(discarded.code, 0) << discarded.err.toStdString();
+    EXPECT_EQ(discarded.err, QString());
+    // A file whose name only begins like a device is a file.
+    writeFileBytes(path("console.cir"), "R1 a b 1\n");
+    EXPECT_EQ(tool({"netlist", temp("console.cir")}).code, 0);
+}
+#endif
+
 // The library's reports write the results file's texts as they are: where that breaks a report (markup
 // characters in HTML, a quote or a line break in CSV), the tool says where, and writes the report.
 TEST_F(Tool, TextsThatTheReportsWriteAsTheyAreAreWarnedOf)

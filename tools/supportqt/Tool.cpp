@@ -244,7 +244,7 @@ bool ToolCommand::input(QString* path) const
 bool ToolCommand::regularInput(QString* path) const
 {
     const QFileInfo info(*path);
-    if (!isStandardStream(*path) && info.exists() && !info.isFile() && !info.isDir()) {
+    if (!isStandardStream(*path) && (isReservedDeviceName(*path) || (info.exists() && !info.isFile() && !info.isDir()))) {
         fail(ExitFailure, QStringLiteral("%1 is not a regular file; give its text on standard input as '-'").arg(*path));
         return false;
     }
@@ -253,7 +253,9 @@ bool ToolCommand::regularInput(QString* path) const
 
 bool ToolCommand::checkOutput(const QString& path) const
 {
-    if (isStandardStream(path))
+    // A device by a reserved name (NUL, as /dev/null elsewhere) is written to as it is; the checks of a
+    // file to create do not apply to it.
+    if (isStandardStream(path) || isReservedDeviceName(path))
         return true;
     if (QFileInfo(path).isDir()) {
         fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));

@@ -238,6 +238,10 @@ bool sameExistingFile(const QString& a, const QString& b);
 QString programOutputText(const std::string& bytes);
 /// Whether two absolute paths are one name as the host compares names: ignoring case on Windows.
 bool sameFileName(const QString& a, const QString& b);
+/// Whether `path` names a device by a name the system reserves, which no file can have and which the
+/// file checks do not see as existing: on Windows CON, PRN, AUX, NUL, COM0 to COM9 and LPT0 to LPT9 (in
+/// any case, with any extension, in any folder). Never on other systems, whose devices are files.
+bool isReservedDeviceName(const QString& path);
 /// Whether two outputs would be one file: one name (`sameFileName` of their absolute paths), or one
 /// existing file by two names.
 bool sameOutputFile(const QString& a, const QString& b);

@@ -80,6 +80,23 @@ bool sameExistingFile(const QString& a, const QString& b)
 // Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
 bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
+bool isReservedDeviceName(const QString& path)
+{
+    // The last part of the path, up to its first dot, without the blanks that Windows drops at its end.
+    const int slash = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
+    QString base = path.mid(slash + 1);
+    if (slash < 0 && base.size() >= 2 && base.at(1) == QLatin1Char(':'))
+        base = base.mid(2);
+    base = base.left(base.indexOf(QLatin1Char('.')) < 0 ? base.size() : base.indexOf(QLatin1Char('.')));
+    while (base.endsWith(QLatin1Char(' ')))
+        base.chop(1);
+    base = base.toUpper();
+    if (base == QLatin1String("CON") || base == QLatin1String("PRN") || base == QLatin1String("AUX") || base == QLatin1String("NUL"))
+        return true;
+    return base.size() == 4 && (base.startsWith(QLatin1String("COM")) || base.startsWith(QLatin1String("LPT"))) && base.at(3).isDigit() &&
+           base.at(3).unicode() < 128;
+}
+
 // Console programs write to a pipe in the console's code page ("cmd /c echo" an "é" gives 0x82 in code
 // page 850): output that is no UTF-8 is read in that code page.
 QString programOutputText(const std::string& bytes)
