@@ -3053,6 +3053,22 @@ TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
     writeFileBytes(path("console.cir"), "R1 a b 1\n");
     EXPECT_EQ(tool({"netlist", temp("console.cir")}).code, 0);
 }
+
+// A batch file runs in the command interpreter, which reads "&" and the like in its arguments as its
+// own syntax: run refuses them for one rather than let an argument start another program.
+TEST_F(Tool, ABatchFileIsNotGivenArgumentsThatTheCommandInterpreterWouldRun)
+{
+    writeFileBytes(path("echo.bat"), "@echo off\r\necho arg1=[%~1]\r\n");
+    const QString batch = QDir::toNativeSeparators(temp("echo.bat"));
+    const Result injected = tool({"run", "\"" + batch + "\" x&echo INJECTED", "--capture"});
+    EXPECT_EQ(injected.code, 2);
+    EXPECT_EQ(injected.err, "supportqt run: the arguments hold '&', which the command interpreter that runs the batch file " + batch +
+                                " would read as its own syntax; a batch file cannot be given it\n");
+    EXPECT_FALSE(injected.out.contains(QStringLiteral("INJECTED")));
+    const Result plain = tool({"run", "\"" + batch + "\" plain", "--capture"});
+    EXPECT_EQ(plain.code, 0) << plain.err.toStdString();
+    EXPECT_TRUE(plain.out.contains(QStringLiteral("arg1=[plain]"))) << plain.out.toStdString();
+}
 #endif
 
 // The library's reports write the results file's texts as they are: where that breaks a report (markup

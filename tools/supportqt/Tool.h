@@ -242,6 +242,9 @@ bool sameFileName(const QString& a, const QString& b);
 /// file checks do not see as existing: on Windows CON, PRN, AUX, NUL, COM0 to COM9 and LPT0 to LPT9 (in
 /// any case, with any extension, in any folder). Never on other systems, whose devices are files.
 bool isReservedDeviceName(const QString& path);
+/// Whether the system starts `program` through its command interpreter, which reads its own syntax in
+/// the arguments: on Windows a batch file (".bat", ".cmd", any case). Never on other systems.
+bool runsThroughCommandInterpreter(const QString& program);
 /// Whether two outputs would be one file: one name (`sameFileName` of their absolute paths), or one
 /// existing file by two names.
 bool sameOutputFile(const QString& a, const QString& b);

@@ -53,6 +53,8 @@ bool sameFileName(const QString& a, const QString& b) { return a == b; }
 
 bool isReservedDeviceName(const QString&) { return false; }
 
+bool runsThroughCommandInterpreter(const QString&) { return false; }
+
 QString programOutputText(const std::string& bytes) { return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size())); }
 
 namespace {

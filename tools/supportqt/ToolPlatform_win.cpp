@@ -80,6 +80,11 @@ bool sameExistingFile(const QString& a, const QString& b)
 // Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
 bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
+bool runsThroughCommandInterpreter(const QString& program)
+{
+    return program.endsWith(QLatin1String(".bat"), Qt::CaseInsensitive) || program.endsWith(QLatin1String(".cmd"), Qt::CaseInsensitive);
+}
+
 bool isReservedDeviceName(const QString& path)
 {
     // The last part of the path, up to its first dot, without the blanks that Windows drops at its end.
