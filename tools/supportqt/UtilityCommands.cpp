@@ -560,7 +560,8 @@ int runRun(const QStringList& arguments)
     // arguments for commands: an argument could run another program. They are refused for one.
     const QString line = command.positional().at(0).trimmed();
     const int programEnd = line.startsWith(QLatin1Char('"')) ? line.indexOf(QLatin1Char('"'), 1) + 1 : line.indexOf(QLatin1Char(' '));
-    const QString program = (programEnd <= 0 ? line : line.left(programEnd)).remove(QLatin1Char('"'));
+    QString program = programEnd <= 0 ? line : line.left(programEnd);
+    program.remove(QLatin1Char('"'));
     const QString rest = programEnd <= 0 ? QString() : line.mid(programEnd);
     if (runsThroughCommandInterpreter(program))
         for (const QChar c : rest)
