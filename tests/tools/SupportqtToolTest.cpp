@@ -544,12 +544,21 @@ TEST_F(Tool, NetlistTellsOfBareCarriageReturnsThatEndedNoLine)
     const Result titled = tool({"netlist", plain, "--title"});
     EXPECT_EQ(titled.out, "title: titleR1 a b 1.end\n" + summary);
     EXPECT_EQ(titled.err, warning.arg("3", "s", plain, "them", "them line feeds"));
+    // Where the first line end is a CR LF, text convert would delete the bare carriage returns and join
+    // the lines for good: the warning does not send the designer there.
+    const QString mixed = temp("cr_mixed.cir");
+    writeFileBytes(mixed.toStdString(), "R1 1 2 3\r\n*\rR2 4 5 6\r\n.end\r\n");
+    const Result joined = tool({"netlist", mixed});
+    EXPECT_EQ(joined.out, "     1  R1 1 2 3\n     3  .end\n" + summary);
+    EXPECT_EQ(joined.err, "supportqt netlist: 1 bare carriage return of " + mixed + " ended no line: a comment, a directive or the title "
+                          "read on past it to a line feed, taking in what follows (make it a line feed to read the lines after it)\n");
     // A CR LF split between the blocks the count reads is one line end.
     const QString split = temp("cr_split.cir");
     writeFileBytes(split.toStdString(), std::string((1 << 20) - 1, 'x') + "\r\nR1 a b 1\r\n*\rR2 x y 1\r\n");
     const Result across = tool({"netlist", split});
     EXPECT_EQ(across.out.section('\n', 1), "     2  R1 a b 1\n" + summary);
-    EXPECT_EQ(across.err, warning.arg("1", "", split, "it", "it a line feed"));
+    EXPECT_EQ(across.err, "supportqt netlist: 1 bare carriage return of " + split + " ended no line: a comment, a directive or the title "
+                          "read on past it to a line feed, taking in what follows (make it a line feed to read the lines after it)\n");
     // The same text with line feeds, or CR LF, reads whole and unremarked, as does the converted file.
     for (const char* end : {"\n", "\r\n"}) {
         const QString other = temp("cr_other.cir");
@@ -3065,6 +3074,10 @@ TEST_F(Tool, ABatchFileIsNotGivenArgumentsThatTheCommandInterpreterWouldRun)
     EXPECT_EQ(injected.err, "supportqt run: the arguments hold '&', which the command interpreter that runs the batch file " + batch +
                                 " would read as its own syntax; a batch file cannot be given it\n");
     EXPECT_FALSE(injected.out.contains(QStringLiteral("INJECTED")));
+    // A tab ends the program's name as a blank does.
+    const Result tabbed = tool({"run", batch + "\tx|echo INJECTED", "--capture"});
+    EXPECT_EQ(tabbed.code, 2) << tabbed.out.toStdString();
+    EXPECT_FALSE(tabbed.out.contains(QStringLiteral("INJECTED")));
     const Result plain = tool({"run", "\"" + batch + "\" plain", "--capture"});
     EXPECT_EQ(plain.code, 0) << plain.err.toStdString();
     EXPECT_TRUE(plain.out.contains(QStringLiteral("arg1=[plain]"))) << plain.out.toStdString();
@@ -3096,6 +3109,25 @@ TEST_F(Tool, TextsThatTheReportsWriteAsTheyAreAreWarnedOf)
     const Result all = tool({"report", "all", results, "-o", temp("texts-all")});
     EXPECT_EQ(all.code, 0) << all.err.toStdString();
     EXPECT_EQ(all.err.count(QStringLiteral("warning:")), 2) << all.err.toStdString();
+    // Texts a report does not write are no matter: the sensitivity page shows no title and no report
+    // shows the group or a merit function's name; the logs show the title.
+    std::string other = readFileBytes(example("results/buck_sensitivity.msw").toStdString());
+    for (const auto& [from, to] : {std::pair<std::string, std::string>{"title=\"", "title=\"R&amp;D "},
+                                   {"group=\"buck\"", "group=\"a &amp; b\""},
+                                   {"name=\"ripple\"", "name=\"say &quot;ripple&quot;\""}}) {
+        const size_t at = other.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        other.replace(at, from.size(), to);
+    }
+    writeFileBytes(path("other.msw"), other);
+    for (const char* kind : {"csv", "sens"}) {
+        const Result quiet = tool({"report", kind, temp("other.msw"), "-o", temp("other.out")});
+        EXPECT_EQ(quiet.code, 0) << kind;
+        EXPECT_EQ(quiet.err, QString()) << kind;
+    }
+    const Result log = tool({"report", "mc", temp("other.msw"), "-o", temp("other.html")});
+    EXPECT_EQ(log.err, "supportqt report: warning: the title of " + temp("other.msw") +
+                           " holds '<' or '&', which the HTML report writes as it is: a browser reads it as markup there\n");
     // A file whose texts need no escaping is reported without a word.
     for (const char* kind : {"csv", "sens", "mc"}) {
         const Result clean = tool({"report", kind, example("results/buck_sensitivity.msw"), "-o", temp("clean.out")});

@@ -416,12 +416,17 @@ int runNetlist(const QStringList& arguments)
         const long long ends = lineEndsWithBareCarriageReturns(path);
         if (ends > summary.lineEnds && summary.lineEnds < INT_MAX) {
             const bool one = ends - summary.lineEnds == 1;
+            // text convert makes every CR a line feed only where the first line end is a bare CR: after a
+            // CR LF it deletes them, which would join the lines for good.
             command.warn(QStringLiteral("%1 bare carriage return%2 of %3 ended no line: a comment, a directive or the title read on "
-                                        "past %4 to a line feed, taking in what follows ('supportqt text convert' makes %5)")
+                                        "past %4 to a line feed, taking in what follows (%5)")
                              .arg(ends - summary.lineEnds)
                              .arg(one ? "" : "s")
                              .arg(command.positional().at(0), one ? QStringLiteral("it") : QStringLiteral("them"),
-                                  one ? QStringLiteral("it a line feed") : QStringLiteral("them line feeds")));
+                                  mac ? QStringLiteral("'supportqt text convert' makes ") +
+                                            (one ? QStringLiteral("it a line feed") : QStringLiteral("them line feeds"))
+                                      : QStringLiteral("make ") + (one ? QStringLiteral("it a line feed") : QStringLiteral("them line feeds")) +
+                                            QStringLiteral(" to read the lines after ") + (one ? QStringLiteral("it") : QStringLiteral("them"))));
         }
     }
     const auto readLines = [&](const LineSink& each) {

@@ -800,26 +800,24 @@ bool isMonteCarlo(const XMLReportHeader& header)
     return analysisIs(header, ".mc");
 }
 
-// The first place, in case order, where the results hold text with one of `characters`, which the
-// library's reports write as it is: the title, date, group and analysis (`html`, which the logs show),
-// the merit functions' names and definitions, the runs' descriptions and (`html`) their parameters'
-// names. Empty when there is none.
-QString unescapedTextPlace(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, const char* characters, bool html)
+// The first place, in case order, where the results hold text with one of `characters` among the texts
+// a report of the library writes as they are: the merit functions' definitions and the runs'
+// descriptions in every report, the title, date and analysis in the logs (`logTexts`), the parameters'
+// names in the HTML reports (`parameterNames`). Empty when there is none.
+QString unescapedTextPlace(const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header, const char* characters,
+                           bool logTexts, bool parameterNames)
 {
     const auto holds = [&](const YString& text) { return std::strpbrk(text.c_str(), characters) != nullptr; };
-    if (html) {
+    if (logTexts) {
         const std::pair<const char*, const YString*> fields[] = {
-            {"the title", &header.title}, {"the date", &header.date}, {"the group", &header.group}, {"the analysis", &header.analysis}};
+            {"the title", &header.title}, {"the date", &header.date}, {"the analysis", &header.analysis}};
         for (const auto& field : fields)
             if (holds(*field.second))
                 return QString::fromLatin1(field.first);
     }
-    for (int m = 0; m < header.meritFunctions.count(); ++m) {
-        if (holds(header.meritFunctions[m].name))
-            return QStringLiteral("the name of merit function %1").arg(m + 1);
+    for (int m = 0; m < header.meritFunctions.count(); ++m)
         if (holds(header.meritFunctions[m].value))
             return QStringLiteral("the definition of merit function %1").arg(m + 1);
-    }
     std::vector<const XMLReportInfo*> runs;
     for (const XMLReportInfo& run : table)
         runs.push_back(&run);
@@ -827,7 +825,7 @@ QString unescapedTextPlace(const YHashTable<XMLReportInfo>& table, const XMLRepo
     for (const XMLReportInfo* run : runs) {
         if (holds(run->description))
             return QStringLiteral("the description of case %1").arg(run->caseNumber);
-        if (html)
+        if (parameterNames)
             for (int p = 0; p < run->parameters.count(); ++p)
                 if (holds(run->parameters[p].name))
                     return QStringLiteral("a parameter's name in case %1").arg(run->caseNumber);
@@ -835,13 +833,13 @@ QString unescapedTextPlace(const YHashTable<XMLReportInfo>& table, const XMLRepo
     return QString();
 }
 
-// Warns where the library's report of kind `kind` (an HTML log or page, or the CSV) writes text as it
-// is that it would need to escape: in HTML "<" and "&", which a browser reads as markup, and in CSV a
-// double quote or a line break, which end a field or a row where a CSV reader would not.
+// Warns where a report of the library writes text as it is that it would need to escape: in HTML "<"
+// and "&", which a browser reads as markup, and in CSV a double quote or a line break, which end a field
+// or a row where a CSV reader would not. `logs` says whether the HTML is a log, which shows the header.
 void warnOfUnescapedText(const ToolCommand& command, const QString& results, const YHashTable<XMLReportInfo>& table,
-                         const XMLReportHeader& header, bool csv)
+                         const XMLReportHeader& header, bool csv, bool logs)
 {
-    const QString place = unescapedTextPlace(table, header, csv ? "\"\r\n" : "<&", !csv);
+    const QString place = csv ? unescapedTextPlace(table, header, "\"\r\n", false, false) : unescapedTextPlace(table, header, "<&", logs, true);
     if (place.isEmpty())
         return;
     command.warn(csv ? QStringLiteral("warning: %1 of %2 holds a double quote or a line break, which the CSV report writes as it is: "
@@ -1071,9 +1069,9 @@ int runReport(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
     // The library's reports write the file's texts as they are: the user is told where that breaks one.
     if (kind != QLatin1String("csv"))
-        warnOfUnescapedText(command, command.positional().at(1), table, header, false);
+        warnOfUnescapedText(command, command.positional().at(1), table, header, false, kind != QLatin1String("sens"));
     if (kind == QLatin1String("csv") || kind == QLatin1String("all"))
-        warnOfUnescapedText(command, command.positional().at(1), table, header, true);
+        warnOfUnescapedText(command, command.positional().at(1), table, header, true, false);
     if (kind == QLatin1String("all"))
         return writeReportFolder(command, command.positional().at(1), appended, table, header, output, toYs(style),
                                  static_cast<int>(sort), chartOptions, command.isSet(QStringLiteral("force")));

@@ -559,7 +559,10 @@ int runRun(const QStringList& arguments)
     // A batch file runs in the command interpreter, which would take characters of its own syntax in the
     // arguments for commands: an argument could run another program. They are refused for one.
     const QString line = command.positional().at(0).trimmed();
-    const int programEnd = line.startsWith(QLatin1Char('"')) ? line.indexOf(QLatin1Char('"'), 1) + 1 : line.indexOf(QLatin1Char(' '));
+    int blank = 0;
+    while (blank < line.size() && line.at(blank) != QLatin1Char(' ') && line.at(blank) != QLatin1Char('\t'))
+        ++blank;
+    const int programEnd = line.startsWith(QLatin1Char('"')) ? line.indexOf(QLatin1Char('"'), 1) + 1 : (blank < line.size() ? blank : -1);
     QString program = programEnd <= 0 ? line : line.left(programEnd);
     program.remove(QLatin1Char('"'));
     const QString rest = programEnd <= 0 ? QString() : line.mid(programEnd);
