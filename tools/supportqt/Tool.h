@@ -9,6 +9,7 @@
 #include <QJsonValue>
 #include <QString>
 #include <QStringList>
+#include <QTextCodec>
 
 #include <cstdio>
 #include <functional>
@@ -245,6 +246,29 @@ bool isReservedDeviceName(const QString& path);
 /// Whether the system starts `program` through its command interpreter, which reads its own syntax in
 /// the arguments: on Windows a batch file (".bat", ".cmd", any case). Never on other systems.
 bool runsThroughCommandInterpreter(const QString& program);
+/// Whether `codec` is the system's code-page codec, which reports nothing of what it loses: on Windows
+/// Qt's "System" codec (the locale's), which drops the byte sequences that the ANSI code page has no
+/// character for and writes the characters it has none for as similar ones or '?'. Never elsewhere.
+bool isSilentSystemCodec(const QTextCodec* codec);
+/// That codec's name in messages, with its code page: "System (code page 932)".
+QString silentSystemCodecName();
+/// Counts, a block at a time, the byte sequences of one text that the silent system codec drops: each
+/// byte, or lead byte with the byte after it, that the ANSI code page has no character for, and a lead
+/// byte that ends the text. Counts nothing where there is no such codec.
+class CodePageReader {
+public:
+    void feed(const QByteArray& block);
+    /// The count once the whole text has been fed.
+    qint64 finish();
+
+private:
+    QByteArray m_carry; // a lead byte that ended the last block
+    qint64 m_unreadable = 0;
+    QTextCodec::ConverterState m_utf8{QTextCodec::IgnoreHeader}; // where the code page is UTF-8
+};
+/// The characters of `text` (a surrogate pair is one) that the ANSI code page has no character for,
+/// which the silent system codec writes as similar ones or '?'; 0 where there is no such codec.
+qint64 codePageUnwritable(const QString& text);
 /// Whether two outputs would be one file: one name (`sameFileName` of their absolute paths), or one
 /// existing file by two names.
 bool sameOutputFile(const QString& a, const QString& b);

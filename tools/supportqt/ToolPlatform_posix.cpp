@@ -55,6 +55,17 @@ bool isReservedDeviceName(const QString&) { return false; }
 
 bool runsThroughCommandInterpreter(const QString&) { return false; }
 
+// Here the locale's codec is a named one, which reports what it cannot read or write.
+bool isSilentSystemCodec(const QTextCodec*) { return false; }
+
+QString silentSystemCodecName() { return QString(); }
+
+void CodePageReader::feed(const QByteArray&) {}
+
+qint64 CodePageReader::finish() { return 0; }
+
+qint64 codePageUnwritable(const QString&) { return 0; }
+
 QString programOutputText(const std::string& bytes) { return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size())); }
 
 namespace {

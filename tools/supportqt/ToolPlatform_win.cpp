@@ -102,6 +102,103 @@ bool isReservedDeviceName(const QString& path)
            base.at(3).unicode() < 128;
 }
 
+namespace {
+// The ANSI code page, which Qt's "System" codec converts with, and its lead bytes: the first bytes of
+// its two-byte characters, none in a code page of single bytes.
+struct AnsiCodePage {
+    UINT number = GetACP();
+    bool lead[256] = {};
+    AnsiCodePage()
+    {
+        CPINFO info;
+        if (!GetCPInfo(number, &info))
+            return;
+        for (int i = 0; i + 1 < MAX_LEADBYTES && info.LeadByte[i] != 0; i += 2)
+            for (int b = info.LeadByte[i]; b <= info.LeadByte[i + 1]; ++b)
+                lead[b] = true;
+    }
+    int characterLength(char first) const { return lead[static_cast<unsigned char>(first)] ? 2 : 1; }
+};
+
+const AnsiCodePage& ansiCodePage()
+{
+    static const AnsiCodePage page;
+    return page;
+}
+
+bool readableInCodePage(UINT codePage, const char* bytes, int size)
+{
+    return MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, bytes, size, nullptr, 0) > 0;
+}
+
+// Whether some character of `chars` has no exact counterpart in the code page (a similar one or the
+// default character would be written for it).
+bool unwritableInCodePage(UINT codePage, const QChar* chars, int size)
+{
+    BOOL usedDefault = FALSE;
+    return WideCharToMultiByte(codePage, WC_NO_BEST_FIT_CHARS, reinterpret_cast<const wchar_t*>(chars), size, nullptr, 0,
+                               nullptr, &usedDefault) <= 0 ||
+           usedDefault;
+}
+} // namespace
+
+bool isSilentSystemCodec(const QTextCodec* codec) { return codec && codec->mibEnum() == 0 && codec->name() == "System"; }
+
+QString silentSystemCodecName() { return QStringLiteral("System (code page %1)").arg(ansiCodePage().number); }
+
+void CodePageReader::feed(const QByteArray& block)
+{
+    const AnsiCodePage& page = ansiCodePage();
+    if (page.number == CP_UTF8) {
+        QTextCodec::codecForMib(106)->toUnicode(block.constData(), block.size(), &m_utf8);
+        return;
+    }
+    const QByteArray bytes = m_carry + block;
+    // The block's whole characters are checked at once, and one by one only when they hold one that
+    // cannot be read; a lead byte that ends the block waits for the next.
+    int end = 0;
+    while (end < bytes.size() && end + page.characterLength(bytes.at(end)) <= bytes.size())
+        end += page.characterLength(bytes.at(end));
+    m_carry = bytes.mid(end);
+    if (end == 0 || readableInCodePage(page.number, bytes.constData(), end))
+        return;
+    for (int i = 0; i < end; i += page.characterLength(bytes.at(i)))
+        m_unreadable += !readableInCodePage(page.number, bytes.constData() + i, page.characterLength(bytes.at(i)));
+}
+
+qint64 CodePageReader::finish()
+{
+    if (ansiCodePage().number == CP_UTF8)
+        return m_utf8.invalidChars + m_utf8.remainingChars;
+    return m_unreadable + (m_carry.isEmpty() ? 0 : 1);
+}
+
+qint64 codePageUnwritable(const QString& text)
+{
+    const UINT codePage = ansiCodePage().number;
+    // UTF-8 holds every character (the unpaired surrogates are counted apart).
+    if (codePage == CP_UTF8)
+        return 0;
+    // Spans of 4,096 characters, never splitting a surrogate pair, are checked at once, and the
+    // characters of a span one by one only when it holds one that cannot be written.
+    qint64 count = 0;
+    const int n = text.size();
+    for (int start = 0; start < n;) {
+        int end = std::min(n, start + 4096);
+        if (end < n && text.at(end - 1).isHighSurrogate())
+            ++end;
+        if (unwritableInCodePage(codePage, text.constData() + start, end - start)) {
+            for (int i = start; i < end;) {
+                const int length = text.at(i).isHighSurrogate() && i + 1 < end && text.at(i + 1).isLowSurrogate() ? 2 : 1;
+                count += unwritableInCodePage(codePage, text.constData() + i, length);
+                i += length;
+            }
+        }
+        start = end;
+    }
+    return count;
+}
+
 // Console programs write to a pipe in the console's code page ("cmd /c echo" an "é" gives 0x82 in code
 // page 850): output that is no UTF-8 is read in that code page.
 QString programOutputText(const std::string& bytes)

@@ -162,19 +162,24 @@ bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos
 // codec's state carried over, and without its CR bytes when the load deletes them (8-bit text whose
 // first line end is CR LF), since a CR inside a multi-byte sequence does not break it there; a UTF-8
 // sequence left unfinished at the end makes one replacement for each of its bytes, as a whole decoding
-// does. `readable` is false when the file cannot be read.
+// does. The system's code-page codec on Windows reports nothing and drops what it cannot read: its
+// losses are counted apart, as `skipped`. `readable` is false when the file cannot be read.
 struct DecodingLosses {
     qint64 replaced = 0;
     qint64 dropped = 0;
-    QByteArray codec; // the name of the codec it decodes with
+    qint64 skipped = 0; // byte sequences the silent system codec drops
+    QString codec;      // the name of the codec it decodes with
     bool readable = true;
 };
 
 DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 {
     bool wide = false, little = true, dos = false;
-    if (!loadClassification(path, &wide, &little, &dos))
-        return DecodingLosses{0, 0, QByteArray(), false};
+    if (!loadClassification(path, &wide, &little, &dos)) {
+        DecodingLosses unreadable;
+        unreadable.readable = false;
+        return unreadable;
+    }
     const bool deletesCarriageReturns = dos && !wide;
     const auto losses = [&](QTextCodec* codec) {
         DecodingLosses result;
@@ -183,15 +188,24 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
             result.readable = false;
             return result;
         }
-        result.codec = codec->name();
+        const bool silent = isSilentSystemCodec(codec);
+        result.codec = silent ? silentSystemCodecName() : QString::fromLatin1(codec->name());
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+        CodePageReader codePage;
         QByteArray block;
         while (!(block = file.read(1 << 20)).isEmpty()) {
             if (deletesCarriageReturns)
                 block.replace('\r', QByteArray());
-            codec->toUnicode(block.constData(), block.size(), &state);
+            if (silent)
+                codePage.feed(block);
+            else
+                codec->toUnicode(block.constData(), block.size(), &state);
         }
         result.readable = file.error() == QFileDevice::NoError;
+        if (silent) {
+            result.skipped = codePage.finish();
+            return result;
+        }
         // The UTF-16 and UTF-32 codecs (MIBs 1013 to 1019) keep the bytes of an unfinished unit, and
         // drop them at the end; the others replace an unfinished sequence.
         const bool wideCodec = codec->mibEnum() >= 1013 && codec->mibEnum() <= 1019;
@@ -265,7 +279,8 @@ int runTextConvert(const QStringList& arguments)
                                      "are dropped when they end it short of a whole UTF-16 or UTF-32 character) or "
                                      "characters cannot be held by the target encoding (they become '?'; a UTF-16 "
                                      "surrogate without its pair, which only UTF-16 holds, may also be dropped or become "
-                                     "U+FFFD)."));
+                                     "U+FFFD). On Windows the system's code page (\"locale\", \"System\") drops the bytes "
+                                     "and writes a similar character where it has one."));
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
@@ -325,14 +340,20 @@ int runTextConvert(const QStringList& arguments)
             const DecodingLosses unread = decodingLosses(path, from);
             if (!unread.readable)
                 return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(named));
-            // Named as the user named it, or by the codec "auto" or "locale" chose.
-            const QString codec = QString::fromLatin1(from == "auto" || from == "locale" ? unread.codec : from);
+            // Named as the user named it, or by the codec "auto" or "locale" chose (the system's code-page
+            // codec by its code page too).
+            const QString codec = from == "auto" || from == "locale" || unread.skipped > 0 ? unread.codec : QString::fromLatin1(from);
             QStringList lost;
             if (unread.replaced > 0)
                 lost << QStringLiteral("%1 character%2 of %3 cannot be read as %4 and %5 U+FFFD")
                             .arg(unread.replaced)
                             .arg(unread.replaced == 1 ? "" : "s")
                             .arg(named, codec, unread.replaced == 1 ? QStringLiteral("becomes") : QStringLiteral("become"));
+            if (unread.skipped > 0)
+                lost << QStringLiteral("%1 byte sequence%2 of %3 cannot be read as %4 and %5 dropped")
+                            .arg(unread.skipped)
+                            .arg(unread.skipped == 1 ? "" : "s")
+                            .arg(named, codec, unread.skipped == 1 ? QStringLiteral("is") : QStringLiteral("are"));
             if (unread.dropped == 1)
                 lost << QStringLiteral("the last byte of %1 is not a whole character in %2 and is dropped").arg(named, codec);
             else if (unread.dropped > 1)
@@ -360,14 +381,20 @@ int runTextConvert(const QStringList& arguments)
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(lost);
             }
+            // The system's code-page codec reports nothing, and writes a similar character where it has one.
+            const bool silent = isSilentSystemCodec(target);
             QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-            target->fromUnicode(held.constData(), held.size(), &state);
-            if (state.invalidChars > 0) {
-                const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and %4 '?'")
-                                         .arg(state.invalidChars)
-                                         .arg(state.invalidChars == 1 ? "" : "s")
-                                         .arg(QString::fromLatin1(to), state.invalidChars == 1 ? QStringLiteral("becomes")
-                                                                                               : QStringLiteral("become"));
+            if (!silent)
+                target->fromUnicode(held.constData(), held.size(), &state);
+            const qint64 unwritable = silent ? codePageUnwritable(held) : state.invalidChars;
+            if (unwritable > 0) {
+                const QString lost = QStringLiteral("%1 character%2 cannot be written in %3 and %4")
+                                         .arg(unwritable)
+                                         .arg(unwritable == 1 ? "" : "s")
+                                         .arg(silent ? silentSystemCodecName() : QString::fromLatin1(to),
+                                              silent ? (unwritable == 1 ? QStringLiteral("becomes a similar character or '?'")
+                                                                        : QStringLiteral("become similar characters or '?'"))
+                                                     : (unwritable == 1 ? QStringLiteral("becomes '?'") : QStringLiteral("become '?'")));
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(lost);
