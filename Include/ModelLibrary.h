@@ -207,7 +207,8 @@ enum class ModelLibElements {
 /// reads it in `language`: bytes 0 to 8, 11, 12 and 14 to 31 are dropped, a byte 0xFF ends the text, CR LF
 /// and a lone CR end lines, "*" and the dialect's comment character (";", or "$" for HSPICE) start comment
 /// lines and the latter also comments to the line end, and a "+" line continues the statement before it
-/// across comment and blank lines. Never fails; a text beyond 2147483647 bytes is cut there, and when memory
+/// across comment and blank lines. A UTF-8 byte-order mark that begins the text is passed over, so that
+/// the first line's keyword is seen (the first definition then starts at byte 3). Never fails; a text beyond 2147483647 bytes is cut there, and when memory
 /// runs out the index holds only the remark "out of memory while indexing" (line 0). A text of 16 MiB
 /// or more is read in parts on threads of their own, one per processor (SUPPORTQT_INDEX_PARTS sets their
 /// number); the index is exactly the one a single pass gives.

@@ -607,6 +607,10 @@ public:
         Window& w = m_window;
         w.refill(w.base());
         char* p = w.begin();
+        // A UTF-8 byte-order mark that begins the text is no part of its first line: left there, it
+        // would hide a first line's keyword, such as ".model".
+        if (w.base() == 0 && w.end() - p >= 3 && std::memcmp(p, "\xEF\xBB\xBF", 3) == 0)
+            p += 3;
         int line = 0;
         for (;;) {
             if (p == w.end()) {

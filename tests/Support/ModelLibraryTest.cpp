@@ -250,6 +250,27 @@ TEST(ModelLibraryIndex, CrLfLoneCrControlBytesAndTheEndByte)
     EXPECT_EQ(index.size, 31);
 }
 
+// A UTF-8 byte-order mark before the first line does not hide its keyword; one anywhere else is text.
+TEST(ModelLibraryIndex, AByteOrderMarkBeforeTheFirstLineIsPassedOver)
+{
+    const ModelLibIndex index = indexText("\xEF\xBB\xBF.model n1 nmos level=1\n.model p1 pmos\n");
+    EXPECT_EQ(defs(index), (std::vector<Def>{{".model", "n1", 3, 26, 1, 1}, {".model", "p1", 26, 41, 2, 2}}));
+    EXPECT_EQ(index.type(index.definitions[0]), "nmos");
+    EXPECT_EQ(index.lines, 2);
+    EXPECT_EQ(defs(indexText("\xEF\xBB\xBF.subckt s a\n.ends\n")), (std::vector<Def>{{".subckt", "s", 3, 21, 1, 2}}));
+    EXPECT_EQ(defs(indexText(".model n1 nmos\n\xEF\xBB\xBF.model p1 pmos\n")), (std::vector<Def>{{".model", "n1", 0, 15, 1, 1}}));
+    EXPECT_TRUE(defs(indexText("\xEF\xBB")).empty());
+    // Read in parts, the first part passes it over as one pass does.
+    EnvGuard parts("SUPPORTQT_INDEX_PARTS", "3");
+    std::string big = "\xEF\xBB\xBF.model first d\n";
+    while (big.size() < (std::size_t(17) << 20))
+        big += ".model m" + std::to_string(big.size()) + " d\n";
+    const ModelLibIndex inParts = indexText(big);
+    ASSERT_FALSE(inParts.definitions.empty());
+    EXPECT_EQ(inParts.name(inParts.definitions[0]), "first");
+    EXPECT_EQ(inParts.definitions[0].start, 3);
+}
+
 // A keyword with bytes the readers drop is the keyword they read: the definitions and the end of a
 // subcircuit are found as "supportqt netlist" shows the lines.
 TEST(ModelLibraryIndex, DroppedBytesInsideAKeyword)
