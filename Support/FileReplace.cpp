@@ -33,3 +33,9 @@ bool sp_ReplaceFileContent(const YString& path, SpContentWriter write, void* con
         return false;
     }
 }
+
+bool filereplace::sameFile(const YString& a, const YString& b)
+{
+    unsigned long long deviceA = 0, fileA = 0, deviceB = 0, fileB = 0;
+    return fileIdentity(a, &deviceA, &fileA) && fileIdentity(b, &deviceB, &fileB) && deviceA == deviceB && fileA == fileB;
+}

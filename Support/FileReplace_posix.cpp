@@ -211,8 +211,12 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     return ok;
 }
 
-bool filereplace::sameFile(const YString& a, const YString& b)
+bool filereplace::fileIdentity(const YString& path, unsigned long long* device, unsigned long long* file)
 {
-    struct stat sa, sb;
-    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0)
+        return false;
+    *device = static_cast<unsigned long long>(st.st_dev);
+    *file = static_cast<unsigned long long>(st.st_ino);
+    return true;
 }

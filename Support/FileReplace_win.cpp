@@ -286,24 +286,20 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     return ok;
 }
 
-namespace {
-// The volume and file index of the file at `path`, which every name of it shares; false when it cannot
-// be opened to ask (it is opened for nothing but its attributes, sharing everything).
-bool fileIdentity(const YString& path, BY_HANDLE_FILE_INFORMATION* info)
+// The volume and file index, which every name of the file shares, asked through a handle opened for
+// nothing but its attributes, sharing everything.
+bool filereplace::fileIdentity(const YString& path, unsigned long long* device, unsigned long long* file)
 {
     const HANDLE h = CreateFileW(systemForm(toQs(path)).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                  nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (h == INVALID_HANDLE_VALUE)
         return false;
-    const bool got = GetFileInformationByHandle(h, info) != 0;
+    BY_HANDLE_FILE_INFORMATION info;
+    const bool got = GetFileInformationByHandle(h, &info) != 0;
     CloseHandle(h);
-    return got;
-}
-} // namespace
-
-bool filereplace::sameFile(const YString& a, const YString& b)
-{
-    BY_HANDLE_FILE_INFORMATION ia, ib;
-    return fileIdentity(a, &ia) && fileIdentity(b, &ib) && ia.dwVolumeSerialNumber == ib.dwVolumeSerialNumber &&
-           ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
+    if (!got)
+        return false;
+    *device = info.dwVolumeSerialNumber;
+    *file = (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+    return true;
 }

@@ -2,6 +2,7 @@
 // line rules, section resolution across files, checks, comparison and extraction.
 #include "ModelLibrary.h"
 #include "FileReplace.h"
+#include "FileReplace_p.h"
 #include "ModelLibraryKernels_p.h"
 #include "NetlistFilter_p.h"
 #include "TextFile_p.h"
@@ -1783,8 +1784,14 @@ public:
             m_byPath[canonical(r->files[i].fileName)] = static_cast<int>(i);
     }
 
+    // The key of the file `path` names: its identity when it exists, so that one file is one key
+    // whatever names reach it (on Windows names that differ in case or short forms, and links
+    // anywhere), else its clean absolute path.
     static std::string canonical(const YString& path)
     {
+        unsigned long long device = 0, file = 0;
+        if (filereplace::fileIdentity(path, &device, &file))
+            return "#" + std::to_string(device) + ":" + std::to_string(file);
         const QFileInfo info(toQs(path));
         const QString c = info.canonicalFilePath();
         return (c.isEmpty() ? QDir::cleanPath(info.absoluteFilePath()) : c).toUtf8().toStdString();

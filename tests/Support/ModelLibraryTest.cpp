@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <random>
 #include <map>
 #include <memory>
@@ -633,6 +634,31 @@ TEST_F(ModelLibraryFiles, CheckFindsDuplicatesAkoInstancesAndUnreferencedDefinit
     EXPECT_EQ(problems.back().kind, ModelLibProblem::Unreferenced);
     EXPECT_EQ(problems.back().name, "stray");
     EXPECT_EQ(std::count_if(problems.begin(), problems.end(), [](const ModelLibProblem& p) { return p.kind == ModelLibProblem::Unreferenced; }), 1);
+}
+
+// One file reached by two names is one file: its definitions are no duplicates of themselves. The
+// names are a hard link and, on Windows, which compares names without case, the name in other case.
+TEST_F(ModelLibraryFiles, OneFileByTwoNamesIsOneFile)
+{
+    ASSERT_TRUE(QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("models")));
+    write("models/pmos.mod", ".model p1 pmos\n");
+    std::error_code linked;
+    std::filesystem::create_hard_link(std::filesystem::u8path(path("models/pmos.mod")), std::filesystem::u8path(path("alias.mod")), linked);
+    ASSERT_FALSE(linked) << linked.message();
+#ifdef _WIN32
+    const std::string other = "MODELS/PMOS.MOD";
+#else
+    const std::string other = "models/../models/pmos.mod";
+#endif
+    const std::string top = write("top.lib", ".lib tt\n.include models/pmos.mod\n.include alias.mod\n.include " + other + "\n.endl\n");
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    for (const ModelLibProblem& p : problems)
+        ADD_FAILURE() << p.message.c_str();
+    ModelLibResolution resolution;
+    ASSERT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &resolution), ModelLibStatus::Ok);
+    EXPECT_EQ(resolution.files.size(), 2u);
+    EXPECT_EQ(reachedNames(resolution), std::vector<std::string>{"p1"});
 }
 
 // The structure diagnostics of the files come before the definitions that no section reaches.
