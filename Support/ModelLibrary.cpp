@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTextCodec>
 
 #include <algorithm>
 #include <atomic>
@@ -901,6 +902,32 @@ private:
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
 
 
+    // The file a reference names, relative to the library's folder. A name that is no UTF-8 is in the
+    // library's 8-bit code, which names files as the system reads such names: on Windows in the ANSI code
+    // page, elsewhere by its bytes, which are kept as they are.
+    YString referencePath(std::string_view target) const
+    {
+        QTextCodec::ConverterState state;
+        QString t = QTextCodec::codecForMib(106)->toUnicode(target.data(), static_cast<int>(target.size()), &state);
+        const bool utf8 = state.invalidChars == 0 && state.remainingChars == 0;
+#ifdef _WIN32
+        if (!utf8)
+            t = QString::fromLocal8Bit(target.data(), static_cast<int>(target.size()));
+#else
+        if (!utf8) {
+            // Latin-1 carries every byte through unchanged, and the path is cleaned by its ASCII bytes.
+            QByteArray bytes(target.data(), static_cast<int>(target.size()));
+            if (!QDir::isAbsolutePath(QString::fromLatin1(bytes)) && !m_index->fileName.isEmpty())
+                bytes = QFileInfo(toQs(m_index->fileName)).absolutePath().toUtf8() + '/' + bytes;
+            const QByteArray clean = QDir::cleanPath(QString::fromLatin1(bytes)).toLatin1();
+            return YString(clean.constData(), clean.size());
+        }
+#endif
+        if (QDir::isAbsolutePath(t) || m_index->fileName.isEmpty())
+            return toYs(QDir::cleanPath(t));
+        return toYs(QDir::cleanPath(QFileInfo(toQs(m_index->fileName)).absolutePath() + QLatin1Char('/') + t));
+    }
+
     void addReference(ModelLibReference::Kind kind, std::string_view target, std::string_view section)
     {
         ModelLibReference ref;
@@ -909,11 +936,7 @@ private:
         ref.section = ys(section);
         ref.line = m_stmtLine;
         ref.inSection = m_section;
-        const QString t = QString::fromUtf8(target.data(), static_cast<int>(target.size()));
-        if (QDir::isAbsolutePath(t) || m_index->fileName.isEmpty())
-            ref.path = toYs(QDir::cleanPath(t));
-        else
-            ref.path = toYs(QDir::cleanPath(QFileInfo(toQs(m_index->fileName)).absolutePath() + QLatin1Char('/') + t));
+        ref.path = referencePath(target);
         const int at = static_cast<int>(m_index->references.size());
         m_index->references.push_back(ref);
         if (m_section >= 0)

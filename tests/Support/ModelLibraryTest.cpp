@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
+#include <QTextCodec>
 
 #include <algorithm>
 #include <cctype>
@@ -659,6 +660,40 @@ TEST_F(ModelLibraryFiles, OneFileByTwoNamesIsOneFile)
     ASSERT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &resolution), ModelLibStatus::Ok);
     EXPECT_EQ(resolution.files.size(), 2u);
     EXPECT_EQ(reachedNames(resolution), std::vector<std::string>{"p1"});
+}
+
+// A library in an 8-bit code that names a file with a letter beyond ASCII reaches it: on Windows the
+// name is read in the ANSI code page, elsewhere the file system takes its bytes as they are.
+TEST_F(ModelLibraryFiles, AnEightBitNameReachesItsFile)
+{
+#ifdef _WIN32
+    const QString name = QStringLiteral("caf\u00e9.mod");
+    QFile file(QDir(QString::fromStdString(path(""))).filePath(name));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(".model m1 nmos\n");
+    file.close();
+    const QByteArray bytes = QTextCodec::codecForLocale()->fromUnicode(name);
+    ASSERT_EQ(bytes.size(), name.size()) << "the ANSI code page holds no \u00e9";
+    const std::string named(bytes.constData(), static_cast<size_t>(bytes.size()));
+#else
+    // Made by its bytes: the test's own helpers take names as UTF-8.
+    const std::string named = "caf\xe9.mod";
+    FILE* const file = std::fopen((path("") + "/" + named).c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    std::fputs(".model m1 nmos\n", file);
+    std::fclose(file);
+#endif
+    const std::string top = write("top.lib", ".lib tt\n.include " + named + "\n.include '" + named + "'\n.endl\n");
+    ModelLibResolution resolution;
+    ASSERT_EQ(sp_ResolveModelSection(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &resolution), ModelLibStatus::Ok);
+    for (const ModelLibProblem& p : resolution.problems)
+        ADD_FAILURE() << p.message.c_str();
+    EXPECT_EQ(reachedNames(resolution), std::vector<std::string>{"m1"});
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(top.c_str()), YString("tt"), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    for (const ModelLibProblem& p : problems)
+        ADD_FAILURE() << p.message.c_str();
+    EXPECT_EQ(resolution.files.size(), 2u);
 }
 
 // The structure diagnostics of the files come before the definitions that no section reaches.
