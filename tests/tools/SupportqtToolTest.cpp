@@ -3063,6 +3063,34 @@ TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
     EXPECT_EQ(tool({"netlist", temp("console.cir")}).code, 0);
 }
 
+// Windows drops the dots and blanks that end a part of a file name, and does not let a read-only file be
+// replaced: such an output is refused with the reason, before anything is written, and the file that
+// the trimmed name names is left as it was.
+TEST_F(Tool, OutputsThatWindowsWouldNotWriteAsNamedAreRefused)
+{
+    writeFileBytes(path("in.cir"), "R1 a b 1\n");
+    writeFileBytes(path("out.txt"), "old\n");
+    for (const QString& name : {temp("out.txt."), temp("out.txt "), temp("out.txt. ."), temp("sub./x.txt")}) {
+        const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
+        EXPECT_EQ(refused.code, 1) << name.toStdString();
+        EXPECT_EQ(refused.err, "supportqt text convert: '" + name +
+                                   "' has a part that ends in a dot or blank, which Windows drops from file names; name it without\n");
+    }
+    EXPECT_EQ(readFileBytes(path("out.txt")), "old\n");
+    EXPECT_FALSE(QFileInfo::exists(temp("sub")));
+    // "." and ".." are no names, and a dot inside one is kept.
+    const Result dotted = tool({"text", "convert", temp("in.cir"), "-o", temp("./x.y.txt")});
+    EXPECT_EQ(dotted.code, 0) << dotted.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("x.y.txt")), "R1 a b 1\n");
+    // Qt gives a file without write permission the read-only attribute.
+    ASSERT_TRUE(QFile::setPermissions(temp("out.txt"), QFile::ReadOwner | QFile::ReadUser));
+    const Result readOnly = tool({"text", "convert", temp("in.cir"), "-o", temp("out.txt")});
+    EXPECT_EQ(readOnly.code, 1);
+    EXPECT_EQ(readOnly.err, "supportqt text convert: " + temp("out.txt") + " is read-only; clear its read-only attribute to replace it\n");
+    EXPECT_EQ(readFileBytes(path("out.txt")), "old\n");
+    QFile::setPermissions(temp("out.txt"), QFile::ReadOwner | QFile::WriteOwner);
+}
+
 // A batch file runs in the command interpreter, which reads "&" and the like in its arguments as its
 // own syntax: run refuses them for one rather than let an argument start another program.
 TEST_F(Tool, ABatchFileIsNotGivenArgumentsThatTheCommandInterpreterWouldRun)

@@ -261,6 +261,11 @@ bool ToolCommand::checkOutput(const QString& path) const
         fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
         return false;
     }
+    const QString refusal = outputNameRefusal(path);
+    if (!refusal.isEmpty()) {
+        fail(ExitFailure, refusal);
+        return false;
+    }
     const YString name = toYs(path);
     if (sp_CheckFileOpen(name, GfnWrite))
         return true;

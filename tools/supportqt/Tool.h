@@ -246,6 +246,12 @@ bool isReservedDeviceName(const QString& path);
 /// Whether the system starts `program` through its command interpreter, which reads its own syntax in
 /// the arguments: on Windows a batch file (".bat", ".cmd", any case). Never on other systems.
 bool runsThroughCommandInterpreter(const QString& program);
+/// Why the output `path` cannot be written as named, a sentence that names it; empty when
+/// nothing here is against it. On Windows: a part of the name that ends in a dot or blank, which the
+/// system drops (the file would be written under another name, perhaps over another file), or an
+/// existing file with the read-only attribute, which the system does not let be replaced. Always empty
+/// elsewhere.
+QString outputNameRefusal(const QString& path);
 /// Whether `codec` is the system's code-page codec, which reports nothing of what it loses: on Windows
 /// Qt's "System" codec (the locale's), which drops the byte sequences that the ANSI code page has no
 /// character for and writes the characters it has none for as similar ones or '?'. Never elsewhere.

@@ -199,6 +199,26 @@ qint64 codePageUnwritable(const QString& text)
     return count;
 }
 
+QString outputNameRefusal(const QString& path)
+{
+    // The parts after a drive or "\\?\" form; "." and ".." are no names.
+    const QString native = QDir::toNativeSeparators(path);
+    if (native.startsWith(QLatin1String("\\\\?\\")))
+        return QString(); // taken exactly as written
+    for (const QString& part : native.split(QLatin1Char('\\'))) {
+        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
+            continue;
+        if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
+            return QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; "
+                                  "name it without")
+                .arg(path);
+    }
+    const DWORD attributes = GetFileAttributesW(platform::systemPath(native.toStdWString()).c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY) && (attributes & FILE_ATTRIBUTE_READONLY))
+        return QStringLiteral("%1 is read-only; clear its read-only attribute to replace it").arg(path);
+    return QString();
+}
+
 // Console programs write to a pipe in the console's code page ("cmd /c echo" an "é" gives 0x82 in code
 // page 850): output that is no UTF-8 is read in that code page.
 QString programOutputText(const std::string& bytes)
