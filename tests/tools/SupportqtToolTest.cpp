@@ -2523,6 +2523,12 @@ TEST_F(Tool, RunStartsAProgramAndReportsItsExitCode)
     const Result missing = tool({"run", temp("nothing")});
     EXPECT_EQ(missing.code, 1);
     EXPECT_EQ(missing.err, "supportqt run: " + temp("nothing") + ": the program does not exist\n");
+    // A command line of no program is a usage error, not a program that is missing.
+    for (const char* empty : {"", "   ", "\"\"", "\" \" arg"}) {
+        const Result none = tool({"run", empty});
+        EXPECT_EQ(none.code, 2) << empty;
+        EXPECT_EQ(none.err, "supportqt run: the command line names no program\n") << empty;
+    }
     const QString plain = temp("plain.txt");
     writeFileBytes(plain.toStdString(), "text");
     const Result notExecutable = tool({"run", plain});

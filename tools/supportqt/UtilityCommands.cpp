@@ -593,6 +593,8 @@ int runRun(const QStringList& arguments)
     QString program = programEnd <= 0 ? line : line.left(programEnd);
     program.remove(QLatin1Char('"'));
     const QString rest = programEnd <= 0 ? QString() : line.mid(programEnd);
+    if (program.trimmed().isEmpty())
+        return command.fail(ExitUsage, QStringLiteral("the command line names no program"));
     if (runsThroughCommandInterpreter(program))
         for (const QChar c : rest)
             if (QStringLiteral("&|<>^%!\r\n").contains(c))
