@@ -8,14 +8,35 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <string>
 
 namespace fuzz {
 
-/// A file path in the temporary folder private to this process (one per `tag`).
+/// The scratch paths handed out, removed when the process exits (a run that crashes keeps its files).
+/// Never destroyed, so that it outlives the exit handler that reads it.
+inline std::set<std::string>& scratchPaths()
+{
+    static std::set<std::string>* const paths = new std::set<std::string>;
+    return *paths;
+}
+
+inline void removeScratchFiles()
+{
+    for (const std::string& path : scratchPaths())
+        std::remove(path.c_str());
+}
+
+/// A file path in the temporary folder private to this process (one per `tag`); whatever is made
+/// there is removed when the process exits.
 inline std::string scratchPath(const char* tag)
 {
-    return std::string(sp_GetTempPath().c_str()) + "/supportqt-fuzz-" + std::to_string(sp_GetCurrentProcessId()) + "-" + tag;
+    static const bool removedAtExit = std::atexit(removeScratchFiles) == 0;
+    (void)removedAtExit;
+    std::string path =
+        std::string(sp_GetTempPath().c_str()) + "/supportqt-fuzz-" + std::to_string(sp_GetCurrentProcessId()) + "-" + tag;
+    scratchPaths().insert(path);
+    return path;
 }
 
 /// Writes `size` bytes to `path`; aborts when it cannot (the fuzzer's environment is broken then).
