@@ -285,6 +285,15 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
         EXPECT_EQ(notNumber.code, 2) << limit.toStdString();
         EXPECT_EQ(notNumber.err, "supportqt stats: the limits of 'gain' are not numbers: '" + lower + "' and '" + upper + "'\n");
     }
+    // One merit function's limits given twice in one place (the command line, or the file) are refused,
+    // not the last taken.
+    const Result twice = tool({"stats", file, "--limit", "gain=1:2", "--limit", "gain=1:3"});
+    EXPECT_EQ(twice.code, 2);
+    EXPECT_EQ(twice.err, "supportqt stats: the limits of 'gain' are given twice\n");
+    writeFileBytes(path("twice.csv"), "name,lower,upper\ngain,19,21\nf3db,,1200\ngain,18,22\n");
+    const Result twiceInFile = tool({"stats", file, "--limits", temp("twice.csv")});
+    EXPECT_EQ(twiceInFile.code, 1);
+    EXPECT_EQ(twiceInFile.err, "supportqt stats: " + temp("twice.csv") + ":4: the limits of 'gain' are given twice\n");
     const Result reversed = tool({"stats", file, "--limit", "gain=3:2"});
     EXPECT_EQ(reversed.code, 2);
     const Result shape = tool({"stats", file, "--limit", "gain"});

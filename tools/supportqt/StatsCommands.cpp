@@ -54,8 +54,10 @@ QString meritNames(const XMLReportHeader& header)
 }
 
 // Sets the limits of the merit function `name`; reports and returns the exit code on failure, -1 when done.
+// `given` marks the merit functions whose limits this source (the file, or the command line) has set: a
+// second setting in one source is refused rather than let the last silently win.
 int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QString& name, const QString& lower,
-             const QString& upper, const QString& where, int badCode, std::vector<MeritLimits>* limits)
+             const QString& upper, const QString& where, int badCode, std::vector<MeritLimits>* limits, std::vector<char>* given)
 {
     const QList<int> named = meritsNamed(header, name);
     if (named.isEmpty())
@@ -72,6 +74,9 @@ int setLimit(const ToolCommand& command, const XMLReportHeader& header, const QS
                                          .arg(which.join(QStringLiteral(", "))));
     }
     const int m = named.first();
+    if ((*given)[static_cast<size_t>(m)])
+        return command.fail(badCode, QStringLiteral("%1the limits of '%2' are given twice").arg(where, name));
+    (*given)[static_cast<size_t>(m)] = 1;
     MeritLimits l;
     if (!limitValue(lower, &l.hasLower, &l.lower) || !limitValue(upper, &l.hasUpper, &l.upper))
         return command.fail(badCode, QStringLiteral("%1the limits of '%2' are not numbers: '%3' and '%4'")
@@ -97,6 +102,7 @@ int readLimitsFile(const ToolCommand& command, const QString& path, const XMLRep
     if (!file.isOpen() || text.size() > limit || file.error() != QFileDevice::NoError)
         return command.fail(ExitFailure, QStringLiteral("cannot read the limits file %1").arg(path));
     const QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'));
+    std::vector<char> given(limits->size(), 0);
     for (int i = 0; i < lines.size(); ++i) {
         const QString line = lines[i].trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
@@ -107,7 +113,7 @@ int readLimitsFile(const ToolCommand& command, const QString& path, const XMLRep
             return command.fail(ExitFailure, where + QStringLiteral("expected name,lower,upper"));
         if (i == 0 && fields.join(QLatin1Char(',')).compare(QLatin1String("name,lower,upper"), Qt::CaseInsensitive) == 0)
             continue;
-        const int code = setLimit(command, header, fields[0], fields[1], fields[2], where, ExitFailure, limits);
+        const int code = setLimit(command, header, fields[0], fields[1], fields[2], where, ExitFailure, limits, &given);
         if (code >= 0)
             return code;
     }
@@ -306,7 +312,8 @@ int runStats(const QStringList& arguments)
                        "chi-square for Cp, Bissell's approximation for Cpk) and the failing runs; then the Spearman\n"
                        "correlation of each parameter's deviation with the merit function, and the runs at its\n"
                        "minimum and maximum. Values that are not finite are counted apart and fail the limits.\n"
-                       "NAME is a merit function's name or its defining text; LO or HI may be left empty."));
+                       "NAME is a merit function's name or its defining text; LO or HI may be left empty. A\n"
+                       "--limit replaces the limits file's line for its merit function."));
     command.addRepeatableOption({QStringLiteral("limit")}, QStringLiteral("Limits of one merit function (repeatable)."),
                                 QStringLiteral("NAME=LO:HI"));
     command.addOption({QStringLiteral("limits")}, QStringLiteral("Limits from a CSV file of name,lower,upper lines."),
@@ -359,13 +366,15 @@ int runStats(const QStringList& arguments)
             return code;
     }
     // The parser keeps every value of the repeated option, however it was spelt ("-limit", "--limit=").
+    // A --limit sets a merit function's limits over the file's.
+    std::vector<char> given(limits.size(), 0);
     for (const QString& spec : command.values(QStringLiteral("limit"))) {
         const int eq = spec.lastIndexOf(QLatin1Char('='));
         const int colon = spec.indexOf(QLatin1Char(':'), eq + 1);
         if (eq <= 0 || colon < 0)
             return command.fail(ExitUsage, QStringLiteral("--limit wants NAME=LO:HI, not '%1'").arg(spec));
         const int code = setLimit(command, header, spec.left(eq), spec.mid(eq + 1, colon - eq - 1), spec.mid(colon + 1),
-                                  QString(), ExitUsage, &limits);
+                                  QString(), ExitUsage, &limits, &given);
         if (code >= 0)
             return code;
     }
