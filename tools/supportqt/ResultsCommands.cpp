@@ -818,19 +818,24 @@ QString unescapedTextPlace(const YHashTable<XMLReportInfo>& table, const XMLRepo
     for (int m = 0; m < header.meritFunctions.count(); ++m)
         if (holds(header.meritFunctions[m].value))
             return QStringLiteral("the definition of merit function %1").arg(m + 1);
-    std::vector<const XMLReportInfo*> runs;
-    for (const XMLReportInfo& run : table)
-        runs.push_back(&run);
-    std::sort(runs.begin(), runs.end(), [](const XMLReportInfo* a, const XMLReportInfo* b) { return a->caseNumber < b->caseNumber; });
-    for (const XMLReportInfo* run : runs) {
-        if (holds(run->description))
-            return QStringLiteral("the description of case %1").arg(run->caseNumber);
-        if (parameterNames)
-            for (int p = 0; p < run->parameters.count(); ++p)
-                if (holds(run->parameters[p].name))
-                    return QStringLiteral("a parameter's name in case %1").arg(run->caseNumber);
+    // The run of the smallest case number that holds such a text, found in one pass over the runs.
+    const XMLReportInfo* first = nullptr;
+    bool inDescription = false;
+    for (const XMLReportInfo& run : table) {
+        if (first && run.caseNumber >= first->caseNumber)
+            continue;
+        bool inName = false;
+        for (int p = 0; parameterNames && !inName && p < run.parameters.count(); ++p)
+            inName = holds(run.parameters[p].name);
+        if (holds(run.description) || inName) {
+            first = &run;
+            inDescription = holds(run.description);
+        }
     }
-    return QString();
+    if (!first)
+        return QString();
+    return inDescription ? QStringLiteral("the description of case %1").arg(first->caseNumber)
+                         : QStringLiteral("a parameter's name in case %1").arg(first->caseNumber);
 }
 
 // Warns where a report of the library writes text as it is that it would need to escape: in HTML "<"
