@@ -227,23 +227,28 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 // so without a word.
 QString withoutUnpairedSurrogates(const QString& text, qint64* unpaired)
 {
+    // Pairs are passed over whole, so a surrogate met alone is unpaired; the spans between such are
+    // copied at once.
     QString kept;
     *unpaired = 0;
+    int from = 0;
     const int n = text.size();
     for (int i = 0; i < n; ++i) {
         const QChar c = text.at(i);
-        const bool paired = c.isHighSurrogate() ? i + 1 < n && text.at(i + 1).isLowSurrogate()
-                                                : !c.isLowSurrogate() || (i > 0 && text.at(i - 1).isHighSurrogate());
-        if (paired) {
-            if (*unpaired > 0)
-                kept += c;
+        if (!c.isSurrogate())
+            continue;
+        if (c.isHighSurrogate() && i + 1 < n && text.at(i + 1).isLowSurrogate()) {
+            ++i;
             continue;
         }
-        if (*unpaired == 0)
-            kept = text.left(i);
+        kept.append(text.constData() + from, i - from);
+        from = i + 1;
         ++*unpaired;
     }
-    return *unpaired > 0 ? kept : text;
+    if (*unpaired == 0)
+        return text;
+    kept.append(text.constData() + from, n - from);
+    return kept;
 }
 
 // Copies the pipe or device `path` to `copy`, up to one byte past the 64 MiB that sp_LoadFile reads of
