@@ -2836,6 +2836,38 @@ TEST_F(Tool, AUtf32FileIsNotReadAsUtf16ByAuto)
     EXPECT_EQ(readFileBytes(out.toStdString()), "A\n");
 }
 
+// Some 8-bit decoders make U+FFFD of the bytes they cannot read without counting them: those are counted
+// by the U+FFFD made, less the ones the source holds in its own right (GB18030 has bytes for U+FFFD).
+TEST_F(Tool, EightBitDecodersAreHeldToTheirReplacements)
+{
+    const QString refused = QStringLiteral("supportqt text convert: %1 character%2 of %3 cannot be read as %4 and %5 U+FFFD; "
+                                           "nothing written (--lossy writes it)\n");
+    const QString out = temp("out.txt");
+    // 0x81 0x20 is a lead byte without its trail byte, and 0xEF 0xBF a lead byte and a byte that is no
+    // character; 0x82 0xA0 and 0x88 0x9F are characters.
+    const QString sjis = temp("sjis.txt");
+    writeFileBytes(sjis.toStdString(), "abc\x82\xa0 \x88\x9f bad\x81\x20x \xef\xbf\n");
+    const Result shiftJis = tool({"text", "convert", sjis, "-o", out, "--from", "Shift_JIS"});
+    EXPECT_EQ(shiftJis.code, 1);
+    EXPECT_EQ(shiftJis.err, refused.arg("2", "s", sjis, "Shift_JIS", "become"));
+    EXPECT_FALSE(QFile::exists(out));
+    writeFileBytes(path("sjis-whole.txt"), "abc\x82\xa0 \x88\x9f\n");
+    const Result whole = tool({"text", "convert", temp("sjis-whole.txt"), "-o", out, "--from", "Shift_JIS"});
+    EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), "abc\xe3\x81\x82 \xe4\xba\x9c\n");
+    // Two U+FFFD of the source's own, one across the blocks the check reads, and one byte that is none.
+    const QString gb = temp("gb18030.txt");
+    writeFileBytes(gb.toStdString(), "gb \x84\x31\xa4\x37 " + std::string((1 << 20) - 9, 'x') + "\x84\x31\xa4\x37 \xff\n");
+    const Result gb18030 = tool({"text", "convert", gb, "-o", out, "--from", "GB18030"});
+    EXPECT_EQ(gb18030.code, 1);
+    EXPECT_EQ(gb18030.err, refused.arg("1", "", gb, "GB18030", "becomes"));
+    // UTF-8's own U+FFFD is no loss either.
+    writeFileBytes(path("utf8.txt"), "a\xef\xbf\xbd b\n");
+    const Result utf8 = tool({"text", "convert", temp("utf8.txt"), "-o", out, "--from", "UTF-8"});
+    EXPECT_EQ(utf8.code, 0) << utf8.err.toStdString();
+    EXPECT_EQ(utf8.err, QString());
+}
+
 // A UTF-16 text may hold surrogates without their pair, which only UTF-16 can write: for any other
 // target they are counted as characters it cannot hold, where the UTF-8 encoder dropped the last one and
 // the UTF-32 encoder made U+FFFD of both without a word.

@@ -190,26 +190,45 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         }
         const bool silent = isSilentSystemCodec(codec);
         result.codec = silent ? silentSystemCodecName() : QString::fromLatin1(codec->name());
+        // The UTF-16 and UTF-32 codecs (MIBs 1013 to 1019) keep the bytes of an unfinished unit, and
+        // drop them at the end; the others replace an unfinished sequence.
+        const bool wideCodec = codec->mibEnum() >= 1013 && codec->mibEnum() <= 1019;
+        // Some 8-bit decoders (those of the system's conversion library) make U+FFFD of what they cannot
+        // read without counting it: the U+FFFD that decoding makes are counted as well, less those the
+        // source holds in its own right (its bytes for U+FFFD, where the encoding has them).
+        const QChar replacement(QChar::ReplacementCharacter);
+        QTextCodec::ConverterState asked(QTextCodec::IgnoreHeader);
+        QByteArray ownReplacement = wideCodec || silent ? QByteArray() : codec->fromUnicode(&replacement, 1, &asked);
+        if (asked.invalidChars > 0 || ownReplacement == "?")
+            ownReplacement.clear();
+        qint64 madeReplacements = 0, ownReplacements = 0;
+        QByteArray tail; // the bytes of the last block that may begin the source's own U+FFFD
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
         CodePageReader codePage;
         QByteArray block;
         while (!(block = file.read(1 << 20)).isEmpty()) {
             if (deletesCarriageReturns)
                 block.replace('\r', QByteArray());
-            if (silent)
+            if (silent) {
                 codePage.feed(block);
-            else
-                codec->toUnicode(block.constData(), block.size(), &state);
+                continue;
+            }
+            const QString text = codec->toUnicode(block.constData(), block.size(), &state);
+            if (wideCodec)
+                continue;
+            madeReplacements += text.count(replacement);
+            if (!ownReplacement.isEmpty()) {
+                const QByteArray seen = tail + block;
+                ownReplacements += seen.count(ownReplacement);
+                tail = seen.right(ownReplacement.size() - 1);
+            }
         }
         result.readable = file.error() == QFileDevice::NoError;
         if (silent) {
             result.skipped = codePage.finish();
             return result;
         }
-        // The UTF-16 and UTF-32 codecs (MIBs 1013 to 1019) keep the bytes of an unfinished unit, and
-        // drop them at the end; the others replace an unfinished sequence.
-        const bool wideCodec = codec->mibEnum() >= 1013 && codec->mibEnum() <= 1019;
-        result.replaced = state.invalidChars + (wideCodec ? 0 : state.remainingChars);
+        result.replaced = std::max<qint64>(state.invalidChars + (wideCodec ? 0 : state.remainingChars), madeReplacements - ownReplacements);
         result.dropped = wideCodec ? state.remainingChars : 0;
         return result;
     };
