@@ -3116,6 +3116,39 @@ TEST_F(Tool, OutputsThatWindowsWouldNotWriteAsNamedAreRefused)
     }
     EXPECT_EQ(readFileBytes(path("out.txt")), "old\n");
     EXPECT_FALSE(QFileInfo::exists(temp("sub")));
+    // A device's reserved name, in any folder, case or extension and in the "\\.\" form, would take the
+    // output and keep nothing (NUL is the null device, and takes it as /dev/null does elsewhere).
+    const QString native = QDir::toNativeSeparators(temp(""));
+    for (const auto& [name, device] : {std::pair<QString, QString>{temp("aux.lib"), "AUX"}, {temp("Com1"), "COM1"},
+                                       {temp("prn .cir"), "PRN"}, {"\\\\.\\" + native + "aux", "AUX"}}) {
+        const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
+        EXPECT_EQ(refused.code, 1) << name.toStdString();
+        EXPECT_EQ(refused.err, "supportqt text convert: " + name + " names the device " + device +
+                                   ", which Windows reserves, not a file; name another file\n");
+    }
+    EXPECT_EQ(tool({"text", "convert", temp("in.cir"), "-o", temp("nul.txt")}).code, 0);
+    // Characters that Windows does not allow, and a colon that would name a stream of a file.
+    for (const auto& [name, held] : {std::pair<QString, QString>{temp("a<b.txt"), "'<'"}, {temp("a|b.txt"), "'|'"},
+                                     {temp("a?.txt"), "'?'"}, {temp("a\tb.txt"), "a control character"}}) {
+        const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
+        EXPECT_EQ(refused.code, 1) << name.toStdString();
+        EXPECT_EQ(refused.err, "supportqt text convert: '" + name + "' holds " + held + ", which Windows does not allow in file names\n");
+    }
+    const Result stream = tool({"text", "convert", temp("in.cir"), "-o", temp("out.txt:stream")});
+    EXPECT_EQ(stream.code, 1);
+    EXPECT_EQ(stream.err, "supportqt text convert: '" + temp("out.txt:stream") +
+                              "' holds ':' after its drive, which Windows reads as naming a stream of a file; name a file\n");
+    // The "\\?\" form is taken as written: '/' and ".." in it would name another file than meant.
+    for (const QString& name : {"\\\\?\\" + temp("x.txt"), "\\\\?\\" + native + "..\\x.txt"}) {
+        const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
+        EXPECT_EQ(refused.code, 1) << name.toStdString();
+        EXPECT_EQ(refused.err, "supportqt text convert: '" + name + "' is in the \\\\?\\ form, which is taken as written: '/' is no "
+                                   "separator there, nor are '.' and '..' steps; name it with '\\' and whole folder names\n");
+    }
+    const Result literal = tool({"text", "convert", temp("in.cir"), "-o", "\\\\?\\" + native + "literal.txt"});
+    EXPECT_EQ(literal.code, 0) << literal.err.toStdString();
+    EXPECT_EQ(readFileBytes(path("literal.txt")), "R1 a b 1\n");
+    EXPECT_EQ(QDir(temp("")).entryList(QDir::Files).join(','), "in.cir,literal.txt,out.txt");
     // "." and ".." are no names, and a dot inside one is kept.
     const Result dotted = tool({"text", "convert", temp("in.cir"), "-o", temp("./x.y.txt")});
     EXPECT_EQ(dotted.code, 0) << dotted.err.toStdString();

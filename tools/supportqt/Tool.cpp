@@ -253,17 +253,19 @@ bool ToolCommand::regularInput(QString* path) const
 
 bool ToolCommand::checkOutput(const QString& path) const
 {
-    // A device by a reserved name (NUL, as /dev/null elsewhere) is written to as it is; the checks of a
-    // file to create do not apply to it.
-    if (isStandardStream(path) || isReservedDeviceName(path))
+    if (isStandardStream(path))
         return true;
-    if (QFileInfo(path).isDir()) {
-        fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
-        return false;
-    }
     const QString refusal = outputNameRefusal(path);
     if (!refusal.isEmpty()) {
         fail(ExitFailure, refusal);
+        return false;
+    }
+    // The null device by its reserved name (NUL, as /dev/null elsewhere) is written to as it is; the
+    // checks of a file to create do not apply to it.
+    if (isReservedDeviceName(path))
+        return true;
+    if (QFileInfo(path).isDir()) {
+        fail(ExitFailure, QStringLiteral("%1 is a folder, not a file").arg(path));
         return false;
     }
     const YString name = toYs(path);

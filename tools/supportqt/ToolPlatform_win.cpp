@@ -85,9 +85,11 @@ bool runsThroughCommandInterpreter(const QString& program)
     return program.endsWith(QLatin1String(".bat"), Qt::CaseInsensitive) || program.endsWith(QLatin1String(".cmd"), Qt::CaseInsensitive);
 }
 
-bool isReservedDeviceName(const QString& path)
+namespace {
+// The device that the last part of `path` names, in capitals ("AUX"), or empty when it names none: the
+// part up to its first dot, without the blanks that Windows drops at its end.
+QString reservedDevice(const QString& path)
 {
-    // The last part of the path, up to its first dot, without the blanks that Windows drops at its end.
     const int slash = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
     QString base = path.mid(slash + 1);
     if (slash < 0 && base.size() >= 2 && base.at(1) == QLatin1Char(':'))
@@ -97,10 +99,14 @@ bool isReservedDeviceName(const QString& path)
         base.chop(1);
     base = base.toUpper();
     if (base == QLatin1String("CON") || base == QLatin1String("PRN") || base == QLatin1String("AUX") || base == QLatin1String("NUL"))
-        return true;
-    return base.size() == 4 && (base.startsWith(QLatin1String("COM")) || base.startsWith(QLatin1String("LPT"))) && base.at(3).isDigit() &&
-           base.at(3).unicode() < 128;
+        return base;
+    const bool numbered = base.size() == 4 && (base.startsWith(QLatin1String("COM")) || base.startsWith(QLatin1String("LPT"))) &&
+                          base.at(3).isDigit() && base.at(3).unicode() < 128;
+    return numbered ? base : QString();
 }
+} // namespace
+
+bool isReservedDeviceName(const QString& path) { return !reservedDevice(path).isEmpty(); }
 
 namespace {
 // The ANSI code page, which Qt's "System" codec converts with, and its lead bytes: the first bytes of
@@ -201,10 +207,31 @@ qint64 codePageUnwritable(const QString& text)
 
 QString outputNameRefusal(const QString& path)
 {
-    // The parts after a drive or "\\?\" form; "." and ".." are no names.
-    const QString native = QDir::toNativeSeparators(path);
-    if (native.startsWith(QLatin1String("\\\\?\\")))
-        return QString(); // taken exactly as written
+    QString native = QDir::toNativeSeparators(path);
+    // The forms that the system takes as written are checked by the name after their prefix; in the
+    // "\\?\" form '/' is no separator and "." and ".." are no steps, so the name would not be the one meant.
+    const bool literal = native.startsWith(QLatin1String("\\\\?\\"));
+    if (literal && (path.contains(QLatin1Char('/')) || native.contains(QLatin1String("\\.\\")) || native.contains(QLatin1String("\\..\\")) ||
+                    native.endsWith(QLatin1String("\\.")) || native.endsWith(QLatin1String("\\.."))))
+        return QStringLiteral("'%1' is in the \\\\?\\ form, which is taken as written: '/' is no separator there, nor are '.' and "
+                              "'..' steps; name it with '\\' and whole folder names")
+            .arg(path);
+    for (const QLatin1String prefix : {QLatin1String("\\\\?\\UNC\\"), QLatin1String("\\\\?\\"), QLatin1String("\\\\.\\")})
+        if (native.startsWith(prefix)) {
+            native = native.mid(prefix.size());
+            break;
+        }
+    // A drive's colon is the only one a name may hold: any other names a stream of a file.
+    const int drive = native.size() >= 2 && native.at(1) == QLatin1Char(':') && native.at(0).unicode() < 128 && native.at(0).isLetter() ? 2 : 0;
+    for (int i = drive; i < native.size(); ++i) {
+        const QChar c = native.at(i);
+        if (c == QLatin1Char(':'))
+            return QStringLiteral("'%1' holds ':' after its drive, which Windows reads as naming a stream of a file; name a file")
+                .arg(path);
+        if (c.unicode() < 32 || QStringLiteral("<>\"|?*").contains(c))
+            return QStringLiteral("'%1' holds %2, which Windows does not allow in file names")
+                .arg(path, c.unicode() < 32 ? QStringLiteral("a control character") : QStringLiteral("'%1'").arg(c));
+    }
     for (const QString& part : native.split(QLatin1Char('\\'))) {
         if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
             continue;
@@ -213,6 +240,10 @@ QString outputNameRefusal(const QString& path)
                                   "name it without")
                 .arg(path);
     }
+    // NUL takes an output as the null device; the others would take it and keep nothing, or wait.
+    const QString device = reservedDevice(native);
+    if (!device.isEmpty() && device != QLatin1String("NUL"))
+        return QStringLiteral("%1 names the device %2, which Windows reserves, not a file; name another file").arg(path, device);
     const DWORD attributes = GetFileAttributesW(platform::systemPath(native.toStdWString()).c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY) && (attributes & FILE_ATTRIBUTE_READONLY))
         return QStringLiteral("%1 is read-only; clear its read-only attribute to replace it").arg(path);

@@ -4,6 +4,7 @@
 #include "Tool.h"
 
 #include "FileOpenCheck.h"
+#include "FileServices.h"
 #include "Help.h"
 #include "PatternCheck.h"
 #include "PatternMatch.h"
@@ -20,6 +21,7 @@
 #include <QTextCodec>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 
 namespace {
@@ -426,17 +428,17 @@ int runTextConvert(const QStringList& arguments)
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
         // the codec makes of the text: a shorter file is a write that failed part way. A device or
-        // FIFO named as the output has no size to compare: those bytes are written to it here, each
-        // write checked.
+        // FIFO named as the output (NUL on Windows, which no file check sees) has no size to compare:
+        // those bytes are written to it here, each write checked.
         const QByteArray encoded = ok ? QTextCodec::codecForName(to)->fromUnicode(text) : QByteArray();
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
-            if (!QFileInfo(toQs(temporary)).isFile() && QFileInfo::exists(toQs(temporary))) {
-                QFile device(toQs(temporary));
-                if (!device.open(QIODevice::WriteOnly))
+            if (isReservedDeviceName(toQs(temporary)) || (!QFileInfo(toQs(temporary)).isFile() && QFileInfo::exists(toQs(temporary)))) {
+                FILE* const device = fopen_utf8(temporary.c_str(), "wb");
+                if (!device)
                     return false;
-                const bool written = device.write(encoded) == encoded.size() && device.flush();
-                device.close();
-                return written && device.error() == QFileDevice::NoError;
+                const bool written = std::fwrite(encoded.constData(), 1, static_cast<size_t>(encoded.size()), device) ==
+                                     static_cast<size_t>(encoded.size());
+                return std::fclose(device) == 0 && written;
             }
             sp_WriteTextFile(toQs(temporary), text, to.constData());
             return QFileInfo(toQs(temporary)).size() == encoded.size();
