@@ -585,6 +585,32 @@ std::string_view fileArgument(std::string_view rest, std::string_view* after)
 // is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
 // start with "." and the element lines of subcircuits are kept until then; other lines are passed
 // after a look at their first byte.
+// The file that `target`, a reference's file name, names from the library `fileName`: relative to the
+// library's folder. A name that is no UTF-8 is in the library's 8-bit code, which names files as the
+// system reads such names: on Windows in the ANSI code page, elsewhere by its bytes, kept as they are.
+YString referencedFile(std::string_view target, const YString& fileName)
+{
+    QTextCodec::ConverterState state;
+    QString t = QTextCodec::codecForMib(106)->toUnicode(target.data(), static_cast<int>(target.size()), &state);
+    const bool utf8 = state.invalidChars == 0 && state.remainingChars == 0;
+#ifdef _WIN32
+    if (!utf8)
+        t = QString::fromLocal8Bit(target.data(), static_cast<int>(target.size()));
+#else
+    if (!utf8) {
+        // Latin-1 carries every byte through unchanged, and the path is cleaned by its ASCII bytes.
+        QByteArray bytes(target.data(), static_cast<int>(target.size()));
+        if (!QDir::isAbsolutePath(QString::fromLatin1(bytes)) && !fileName.isEmpty())
+            bytes = QFileInfo(toQs(fileName)).absolutePath().toUtf8() + '/' + bytes;
+        const QByteArray clean = QDir::cleanPath(QString::fromLatin1(bytes)).toLatin1();
+        return YString(clean.constData(), clean.size());
+    }
+#endif
+    if (QDir::isAbsolutePath(t) || fileName.isEmpty())
+        return toYs(QDir::cleanPath(t));
+    return toYs(QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + t));
+}
+
 class Scanner {
 public:
     Scanner(Window& window, size_t expected, ModelLibIndex* index) : m_window(window), m_expected(expected), m_index(index)
@@ -902,31 +928,7 @@ private:
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
 
 
-    // The file a reference names, relative to the library's folder. A name that is no UTF-8 is in the
-    // library's 8-bit code, which names files as the system reads such names: on Windows in the ANSI code
-    // page, elsewhere by its bytes, which are kept as they are.
-    YString referencePath(std::string_view target) const
-    {
-        QTextCodec::ConverterState state;
-        QString t = QTextCodec::codecForMib(106)->toUnicode(target.data(), static_cast<int>(target.size()), &state);
-        const bool utf8 = state.invalidChars == 0 && state.remainingChars == 0;
-#ifdef _WIN32
-        if (!utf8)
-            t = QString::fromLocal8Bit(target.data(), static_cast<int>(target.size()));
-#else
-        if (!utf8) {
-            // Latin-1 carries every byte through unchanged, and the path is cleaned by its ASCII bytes.
-            QByteArray bytes(target.data(), static_cast<int>(target.size()));
-            if (!QDir::isAbsolutePath(QString::fromLatin1(bytes)) && !m_index->fileName.isEmpty())
-                bytes = QFileInfo(toQs(m_index->fileName)).absolutePath().toUtf8() + '/' + bytes;
-            const QByteArray clean = QDir::cleanPath(QString::fromLatin1(bytes)).toLatin1();
-            return YString(clean.constData(), clean.size());
-        }
-#endif
-        if (QDir::isAbsolutePath(t) || m_index->fileName.isEmpty())
-            return toYs(QDir::cleanPath(t));
-        return toYs(QDir::cleanPath(QFileInfo(toQs(m_index->fileName)).absolutePath() + QLatin1Char('/') + t));
-    }
+    YString referencePath(std::string_view target) const { return referencedFile(target, m_index->fileName); }
 
     void addReference(ModelLibReference::Kind kind, std::string_view target, std::string_view section)
     {
@@ -2256,15 +2258,15 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
         return line;
     const std::string_view rest = std::string_view(line).substr(e);
     std::string_view after;
-    const QString target = QString::fromStdString(std::string(fileArgument(rest, &after)));
-    // ".lib NAME" alone opens a section: no file.
+    const std::string_view name = fileArgument(rest, &after);
+    // ".lib NAME" alone opens a section: no file. (Whether a name is absolute is told by its ASCII bytes.)
+    const QString target = QString::fromLatin1(name.data(), static_cast<int>(name.size()));
     if (target.isEmpty() || QDir::isAbsolutePath(target) || (lib && after.find_first_not_of(" \t") == std::string_view::npos))
         return line;
-    // The argument, quotes and all, is replaced.
+    // The argument, quotes and all, is replaced by the file the index reaches.
     const size_t start = e + rest.find_first_not_of(" \t");
     const size_t end = static_cast<size_t>(after.data() - line.data());
-    const QString absolute = QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + target);
-    return line.substr(0, start) + '"' + absolute.toStdString() + '"' + line.substr(end);
+    return line.substr(0, start) + '"' + referencedFile(name, fileName).str() + '"' + line.substr(end);
 }
 
 // A definition's first line with the words after its keyword and name renamed as `renameWords` does.

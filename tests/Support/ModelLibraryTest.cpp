@@ -694,6 +694,20 @@ TEST_F(ModelLibraryFiles, AnEightBitNameReachesItsFile)
     for (const ModelLibProblem& p : problems)
         ADD_FAILURE() << p.message.c_str();
     EXPECT_EQ(resolution.files.size(), 2u);
+    // A subcircuit that includes the file keeps naming it in the extracted library, written elsewhere.
+    const std::string parts = write("parts.lib", ".subckt amp a b\n.include " + named + "\nR1 a b 1k\n.ends\n");
+    ASSERT_TRUE(QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("out")));
+    const std::string out = path("out/extracted.lib");
+    ASSERT_EQ(sp_WriteExtractedModels(YString(parts.c_str()), ModelLibExtractRequest{{YString("amp")}, YString(), {}, SpiceLanguageNative},
+                                      YString(out.c_str()), nullptr),
+              ModelLibStatus::Ok);
+    std::vector<ModelLibProblem> extracted;
+    ASSERT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &extracted), ModelLibStatus::Ok);
+    for (const ModelLibProblem& p : extracted)
+        ADD_FAILURE() << p.message.c_str();
+    ModelLibResolution again;
+    ASSERT_EQ(sp_ResolveModelSection(YString(out.c_str()), YString(), SpiceLanguageNative, &again), ModelLibStatus::Ok);
+    EXPECT_EQ(again.files.size(), 2u);
 }
 
 // The structure diagnostics of the files come before the definitions that no section reaches.
