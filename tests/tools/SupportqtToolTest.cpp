@@ -2837,7 +2837,7 @@ TEST_F(Tool, AUtf32FileIsNotReadAsUtf16ByAuto)
 }
 
 // Some 8-bit decoders make U+FFFD of the bytes they cannot read without counting them: those are counted
-// by the U+FFFD made, less the ones the source holds in its own right (GB18030 has bytes for U+FFFD).
+// by the U+FFFD made (UTF-8's own decoder counts, and a UTF-8 source's own U+FFFD is none).
 TEST_F(Tool, EightBitDecodersAreHeldToTheirReplacements)
 {
     const QString refused = QStringLiteral("supportqt text convert: %1 character%2 of %3 cannot be read as %4 and %5 U+FFFD; "
@@ -2855,13 +2855,13 @@ TEST_F(Tool, EightBitDecodersAreHeldToTheirReplacements)
     const Result whole = tool({"text", "convert", temp("sjis-whole.txt"), "-o", out, "--from", "Shift_JIS"});
     EXPECT_EQ(whole.code, 0) << whole.err.toStdString();
     EXPECT_EQ(readFileBytes(out.toStdString()), "abc\xe3\x81\x82 \xe4\xba\x9c\n");
-    // Two U+FFFD of the source's own, one across the blocks the check reads, and one byte that is none.
+    // GB18030: a character on each side of the blocks the check reads, and one byte that is none.
     const QString gb = temp("gb18030.txt");
-    writeFileBytes(gb.toStdString(), "gb \x84\x31\xa4\x37 " + std::string((1 << 20) - 9, 'x') + "\x84\x31\xa4\x37 \xff\n");
+    writeFileBytes(gb.toStdString(), "gb \xd5\xfd " + std::string((1 << 20) - 7, 'x') + "\xd5\xfd \xff\n");
     const Result gb18030 = tool({"text", "convert", gb, "-o", out, "--from", "GB18030"});
     EXPECT_EQ(gb18030.code, 1);
     EXPECT_EQ(gb18030.err, refused.arg("1", "", gb, "GB18030", "becomes"));
-    // UTF-8's own U+FFFD is no loss either.
+    // UTF-8's own U+FFFD is no loss.
     writeFileBytes(path("utf8.txt"), "a\xef\xbf\xbd b\n");
     const Result utf8 = tool({"text", "convert", temp("utf8.txt"), "-o", out, "--from", "UTF-8"});
     EXPECT_EQ(utf8.code, 0) << utf8.err.toStdString();
@@ -3120,13 +3120,21 @@ TEST_F(Tool, OutputsThatWindowsWouldNotWriteAsNamedAreRefused)
     // output and keep nothing (NUL is the null device, and takes it as /dev/null does elsewhere).
     const QString native = QDir::toNativeSeparators(temp(""));
     for (const auto& [name, device] : {std::pair<QString, QString>{temp("aux.lib"), "AUX"}, {temp("Com1"), "COM1"},
-                                       {temp("prn .cir"), "PRN"}, {"\\\\.\\" + native + "aux", "AUX"}}) {
+                                       {temp("prn .cir"), "PRN"}, {"\\\\.\\COM1", "COM1"}}) {
         const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
         EXPECT_EQ(refused.code, 1) << name.toStdString();
         EXPECT_EQ(refused.err, "supportqt text convert: " + name + " names the device " + device +
                                    ", which Windows reserves, not a file; name another file\n");
     }
     EXPECT_EQ(tool({"text", "convert", temp("in.cir"), "-o", temp("nul.txt")}).code, 0);
+    // Where the "\\.\" or "\\?\" form makes such a name a file's, no program could open the file by it.
+    for (const QString& prefix : {QStringLiteral("\\\\.\\"), QStringLiteral("\\\\?\\")}) {
+        const QString name = prefix + native + "aux";
+        const Result refused = tool({"text", "convert", temp("in.cir"), "-o", name});
+        EXPECT_EQ(refused.code, 1) << name.toStdString();
+        EXPECT_EQ(refused.err, "supportqt text convert: '" + name + "' would make a file named aux, which Windows programs cannot open "
+                                   "by that name; name another file\n");
+    }
     // Characters that Windows does not allow, and a colon that would name a stream of a file.
     for (const auto& [name, held] : {std::pair<QString, QString>{temp("a<b.txt"), "'<'"}, {temp("a|b.txt"), "'|'"},
                                      {temp("a?.txt"), "'?'"}, {temp("a\tb.txt"), "a control character"}}) {

@@ -207,24 +207,31 @@ qint64 codePageUnwritable(const QString& text)
 
 QString outputNameRefusal(const QString& path)
 {
-    QString native = QDir::toNativeSeparators(path);
-    // The forms that the system takes as written are checked by the name after their prefix; in the
-    // "\\?\" form '/' is no separator and "." and ".." are no steps, so the name would not be the one meant.
-    const bool literal = native.startsWith(QLatin1String("\\\\?\\"));
-    if (literal && (path.contains(QLatin1Char('/')) || native.contains(QLatin1String("\\.\\")) || native.contains(QLatin1String("\\..\\")) ||
-                    native.endsWith(QLatin1String("\\.")) || native.endsWith(QLatin1String("\\.."))))
+    const QString given = QDir::toNativeSeparators(path);
+    // In the "\\?\" form the name is taken as written: '/' is no separator and "." and ".." are no steps,
+    // so the name would not be the one meant.
+    const bool literal = given.startsWith(QLatin1String("\\\\?\\"));
+    if (literal && (path.contains(QLatin1Char('/')) || given.contains(QLatin1String("\\.\\")) || given.contains(QLatin1String("\\..\\")) ||
+                    given.endsWith(QLatin1String("\\.")) || given.endsWith(QLatin1String("\\.."))))
         return QStringLiteral("'%1' is in the \\\\?\\ form, which is taken as written: '/' is no separator there, nor are '.' and "
                               "'..' steps; name it with '\\' and whole folder names")
             .arg(path);
-    for (const QLatin1String prefix : {QLatin1String("\\\\?\\UNC\\"), QLatin1String("\\\\?\\"), QLatin1String("\\\\.\\")})
+    // The name after the prefix of the forms "\\?\UNC\", "\\?\" and "\\.\" or of a UNC path: only an
+    // ordinary path (with a drive, or relative) has its last part read as a device's name.
+    QString native = given;
+    bool ordinary = true;
+    for (const QLatin1String prefix : {QLatin1String("\\\\?\\UNC\\"), QLatin1String("\\\\?\\"), QLatin1String("\\\\.\\"),
+                                       QLatin1String("\\\\")})
         if (native.startsWith(prefix)) {
             native = native.mid(prefix.size());
+            ordinary = false;
             break;
         }
+    const bool deviceForm = !ordinary && !literal && given.startsWith(QLatin1String("\\\\.\\"));
     // A drive's colon is the only one a name may hold: any other names a stream of a file.
     const int drive = native.size() >= 2 && native.at(1) == QLatin1Char(':') && native.at(0).unicode() < 128 && native.at(0).isLetter() ? 2 : 0;
-    for (int i = drive; i < native.size(); ++i) {
-        const QChar c = native.at(i);
+    const QString name = native.mid(drive);
+    for (const QChar c : name) {
         if (c == QLatin1Char(':'))
             return QStringLiteral("'%1' holds ':' after its drive, which Windows reads as naming a stream of a file; name a file")
                 .arg(path);
@@ -232,19 +239,30 @@ QString outputNameRefusal(const QString& path)
             return QStringLiteral("'%1' holds %2, which Windows does not allow in file names")
                 .arg(path, c.unicode() < 32 ? QStringLiteral("a control character") : QStringLiteral("'%1'").arg(c));
     }
-    for (const QString& part : native.split(QLatin1Char('\\'))) {
+    const QStringList parts = name.split(QLatin1Char('\\'));
+    for (const QString& part : parts) {
         if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
             continue;
         if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
-            return QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; "
-                                  "name it without")
-                .arg(path);
+            return literal ? QStringLiteral("'%1' has a part that ends in a dot or blank, which the \\\\?\\ form keeps and Windows "
+                                            "programs then cannot open by that name; name it without")
+                                 .arg(path)
+                           : QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; "
+                                            "name it without")
+                                 .arg(path);
     }
-    // NUL takes an output as the null device; the others would take it and keep nothing, or wait.
-    const QString device = reservedDevice(native);
-    if (!device.isEmpty() && device != QLatin1String("NUL"))
-        return QStringLiteral("%1 names the device %2, which Windows reserves, not a file; name another file").arg(path, device);
-    const DWORD attributes = GetFileAttributesW(platform::systemPath(native.toStdWString()).c_str());
+    // A device's name takes an output and keeps nothing, or waits (NUL is the null device, and takes it
+    // as /dev/null does elsewhere). Where the form makes it a file's name, no program could open that
+    // file by its name.
+    const QString device = reservedDevice(parts.last());
+    if (!device.isEmpty() && (ordinary || (deviceForm && parts.size() == 1)))
+        return device == QLatin1String("NUL")
+                   ? QString()
+                   : QStringLiteral("%1 names the device %2, which Windows reserves, not a file; name another file").arg(path, device);
+    if (!device.isEmpty())
+        return QStringLiteral("'%1' would make a file named %2, which Windows programs cannot open by that name; name another file")
+            .arg(path, parts.last());
+    const DWORD attributes = GetFileAttributesW(platform::systemPath(given.toStdWString()).c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY) && (attributes & FILE_ATTRIBUTE_READONLY))
         return QStringLiteral("%1 is read-only; clear its read-only attribute to replace it").arg(path);
     return QString();

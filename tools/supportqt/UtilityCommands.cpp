@@ -196,15 +196,13 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         // drop them at the end; the others replace an unfinished sequence.
         const bool wideCodec = codec->mibEnum() >= 1013 && codec->mibEnum() <= 1019;
         // Some 8-bit decoders (those of the system's conversion library) make U+FFFD of what they cannot
-        // read without counting it: the U+FFFD that decoding makes are counted as well, less those the
-        // source holds in its own right (its bytes for U+FFFD, where the encoding has them).
+        // read without counting it: the U+FFFD that decoding makes are counted as well. Qt's own UTF-8
+        // decoder counts exactly, and a UTF-8 source may hold U+FFFD in its own right, so it is left to
+        // its count. (A source in GB18030 or UTF-7 that holds U+FFFD is refused for it: their bytes for
+        // it cannot be told apart from a match across characters without decoding; --lossy writes it.)
+        const bool countsReplacements = !wideCodec && !silent && codec->mibEnum() != 106;
         const QChar replacement(QChar::ReplacementCharacter);
-        QTextCodec::ConverterState asked(QTextCodec::IgnoreHeader);
-        QByteArray ownReplacement = wideCodec || silent ? QByteArray() : codec->fromUnicode(&replacement, 1, &asked);
-        if (asked.invalidChars > 0 || ownReplacement == "?")
-            ownReplacement.clear();
-        qint64 madeReplacements = 0, ownReplacements = 0;
-        QByteArray tail; // the bytes of the last block that may begin the source's own U+FFFD
+        qint64 madeReplacements = 0;
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
         CodePageReader codePage;
         QByteArray block;
@@ -216,21 +214,15 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
                 continue;
             }
             const QString text = codec->toUnicode(block.constData(), block.size(), &state);
-            if (wideCodec)
-                continue;
-            madeReplacements += text.count(replacement);
-            if (!ownReplacement.isEmpty()) {
-                const QByteArray seen = tail + block;
-                ownReplacements += seen.count(ownReplacement);
-                tail = seen.right(ownReplacement.size() - 1);
-            }
+            if (countsReplacements)
+                madeReplacements += text.count(replacement);
         }
         result.readable = file.error() == QFileDevice::NoError;
         if (silent) {
             result.skipped = codePage.finish();
             return result;
         }
-        result.replaced = std::max<qint64>(state.invalidChars + (wideCodec ? 0 : state.remainingChars), madeReplacements - ownReplacements);
+        result.replaced = std::max<qint64>(state.invalidChars + (wideCodec ? 0 : state.remainingChars), madeReplacements);
         result.dropped = wideCodec ? state.remainingChars : 0;
         return result;
     };
