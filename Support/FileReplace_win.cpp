@@ -297,7 +297,8 @@ bool filereplace::fileIdentity(const YString& path, unsigned long long* device, 
     BY_HANDLE_FILE_INFORMATION info;
     const bool got = GetFileInformationByHandle(h, &info) != 0;
     CloseHandle(h);
-    if (!got)
+    // Some network file systems give every file the index 0, which tells no file from another.
+    if (!got || (info.nFileIndexHigh == 0 && info.nFileIndexLow == 0))
         return false;
     *device = info.dwVolumeSerialNumber;
     *file = (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;

@@ -653,11 +653,11 @@ TEST_F(StatsTool, MergeJoinsShardsAndRefusesCollidingCasesUnlessRenumbered)
     const Result overShard = tool({"merge", temp("a.msw"), temp("b.msw"), "-o", temp("b.msw")});
     EXPECT_EQ(overShard.code, 2);
     EXPECT_EQ(overShard.err, "supportqt merge: " + temp("b.msw") + " is a file being merged; name another output\n");
-    // A part named twice, by one name or through another, would have its runs counted twice.
+    // A file named twice, by one name or through another, would have its runs counted twice.
     for (const QString& again : {temp("a.msw"), temp("../" + QFileInfo(temp("")).dir().dirName().toStdString() + "/a.msw")}) {
         const Result twice = tool({"merge", temp("a.msw"), temp("b.msw"), again, "-o", temp("t.msw"), "--renumber"});
         EXPECT_EQ(twice.code, 2) << again.toStdString();
-        EXPECT_EQ(twice.err, "supportqt merge: " + temp("a.msw") + " and " + again + " are one file; name each part once\n");
+        EXPECT_EQ(twice.err, "supportqt merge: " + temp("a.msw") + " and " + again + " are one file; name each file once\n");
         EXPECT_FALSE(QFileInfo::exists(temp("t.msw")));
     }
     EXPECT_EQ(tool({"merge", "-o", temp("x.msw")}).code, 2);

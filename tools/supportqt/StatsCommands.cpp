@@ -481,15 +481,15 @@ int runMerge(const QStringList& arguments)
             return command.fail(ExitUsage, QStringLiteral("%1 is a file being merged; name another output").arg(output));
         shards.push_back(toYs(shard));
     }
-    // A part named twice (by one name or two) would count its runs twice, and with --renumber nothing
-    // would say so. Only files of one size can be one file, so only they are compared.
+    // A file named twice (by one name or two) would have its runs counted twice, and with --renumber
+    // nothing would say so. Only files of one size can be one file, so only they are compared.
     QMultiHash<qint64, int> bySize;
     for (int i = 0; i < command.positional().size(); ++i) {
         const QString shard = command.positional().at(i);
         const qint64 size = QFileInfo(shard).size();
         for (int j : bySize.values(size))
             if (sameExistingFile(command.positional().at(j), shard))
-                return command.fail(ExitUsage, QStringLiteral("%1 and %2 are one file; name each part once").arg(command.positional().at(j), shard));
+                return command.fail(ExitUsage, QStringLiteral("%1 and %2 are one file; name each file once").arg(command.positional().at(j), shard));
         bySize.insert(size, i);
     }
     // An output that cannot be written but that a shard appends is refused as any such output is, as
