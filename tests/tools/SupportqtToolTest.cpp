@@ -3092,6 +3092,11 @@ TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
         EXPECT_EQ(netlist.err, "supportqt netlist: " + device + " is not a regular file; give its text on standard input as '-'\n");
         const Result lib = tool({"lib", "sections", device});
         EXPECT_EQ(lib.code, 1) << device.toStdString();
+        // text convert, which reads pipes and devices through a copy, takes none by a reserved name.
+        const Result converted = tool({"text", "convert", device, "-o", temp("converted.txt")});
+        EXPECT_EQ(converted.code, 1) << device.toStdString();
+        EXPECT_EQ(converted.err, "supportqt text convert: " + device + " is not a regular file; give its text on standard input as '-'\n");
+        EXPECT_FALSE(QFileInfo::exists(temp("converted.txt")));
     }
     const Result discarded = tool({"report", "csv", example("results/buck_sensitivity.msw"), "-o", "NUL"});
     EXPECT_EQ(discarded.code, 0) << discarded.err.toStdString();

@@ -238,13 +238,19 @@ bool ToolCommand::input(QString* path) const
             return false;
         }
     }
+    // A device by a name Windows reserves reads as no file does (NUL as empty, CON from the console, COM1
+    // waits for a serial port): its text is given on standard input instead.
+    if (isReservedDeviceName(*path)) {
+        fail(ExitFailure, QStringLiteral("%1 is not a regular file; give its text on standard input as '-'").arg(*path));
+        return false;
+    }
     return checkInput(*path);
 }
 
 bool ToolCommand::regularInput(QString* path) const
 {
     const QFileInfo info(*path);
-    if (!isStandardStream(*path) && (isReservedDeviceName(*path) || (info.exists() && !info.isFile() && !info.isDir()))) {
+    if (!isStandardStream(*path) && info.exists() && !info.isFile() && !info.isDir()) {
         fail(ExitFailure, QStringLiteral("%1 is not a regular file; give its text on standard input as '-'").arg(*path));
         return false;
     }
