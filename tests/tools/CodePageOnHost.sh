@@ -75,6 +75,12 @@ expect_absent "$work/sjis.out"
 run $ja text convert "$work/sjis.txt" -o "$work/sjis.out" --lossy
 expect 0 "supportqt text convert: 2 byte sequences of $work/sjis.txt cannot be read as System (code page 932) and are dropped"
 expect_bytes "$work/sjis.out" 'abc\343\201\202\343\201\204 \342\221\240 badx\nline2'
+# With a NUL byte as well, the codec reads character by character and stops at the NUL: the rest of
+# the text is dropped too.
+printf 'ab\000cd\201\040ef\nline2\n' > "$work/zero.txt"
+run $ja text convert "$work/zero.txt" -o "$work/zero.out" --from locale --lossy
+expect 0 "supportqt text convert: 1 byte sequence of $work/zero.txt cannot be read as System (code page 932) and is dropped, and so is all the text from its first NUL byte on"
+expect_bytes "$work/zero.out" 'ab'
 # A two-byte character across the 1 MiB blocks that the count reads is one character.
 head -c 1048575 /dev/zero | tr '\0' a > "$work/boundary.txt"
 printf '\202\240\n' >> "$work/boundary.txt"

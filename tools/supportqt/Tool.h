@@ -266,10 +266,15 @@ public:
     void feed(const QByteArray& block);
     /// The count once the whole text has been fed.
     qint64 finish();
+    /// Whether the codec also drops the whole text from its first NUL byte on, as it does when the
+    /// text holds a NUL byte and a sequence it cannot read (it then reads character by character, and
+    /// stops at the NUL).
+    bool dropsFromFirstNul() const { return m_nulSeen && m_unreadable > 0; }
 
 private:
     QByteArray m_carry; // a lead byte that ended the last block
     qint64 m_unreadable = 0;
+    bool m_nulSeen = false;
     QTextCodec::ConverterState m_utf8{QTextCodec::IgnoreHeader}; // where the code page is UTF-8
 };
 /// The characters of `text` (a surrogate pair is one) that the ANSI code page has no character for,

@@ -159,6 +159,7 @@ void CodePageReader::feed(const QByteArray& block)
         QTextCodec::codecForMib(106)->toUnicode(block.constData(), block.size(), &m_utf8);
         return;
     }
+    m_nulSeen = m_nulSeen || block.contains('\0');
     const QByteArray bytes = m_carry + block;
     // The block's whole characters are checked at once, and one by one only when they hold one that
     // cannot be read; a lead byte that ends the block waits for the next.

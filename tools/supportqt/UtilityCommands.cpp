@@ -170,6 +170,7 @@ struct DecodingLosses {
     qint64 replaced = 0;
     qint64 dropped = 0;
     qint64 skipped = 0; // byte sequences the silent system codec drops
+    bool skipsFromNul = false; // and the text from the first NUL byte on
     QString codec;      // the name of the codec it decodes with
     bool readable = true;
 };
@@ -220,6 +221,7 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         result.readable = file.error() == QFileDevice::NoError;
         if (silent) {
             result.skipped = codePage.finish();
+            result.skipsFromNul = codePage.dropsFromFirstNul();
             return result;
         }
         result.replaced = std::max<qint64>(state.invalidChars + (wideCodec ? 0 : state.remainingChars), madeReplacements);
@@ -368,10 +370,11 @@ int runTextConvert(const QStringList& arguments)
                             .arg(unread.replaced == 1 ? "" : "s")
                             .arg(named, codec, unread.replaced == 1 ? QStringLiteral("becomes") : QStringLiteral("become"));
             if (unread.skipped > 0)
-                lost << QStringLiteral("%1 byte sequence%2 of %3 cannot be read as %4 and %5 dropped")
+                lost << QStringLiteral("%1 byte sequence%2 of %3 cannot be read as %4 and %5 dropped%6")
                             .arg(unread.skipped)
                             .arg(unread.skipped == 1 ? "" : "s")
-                            .arg(named, codec, unread.skipped == 1 ? QStringLiteral("is") : QStringLiteral("are"));
+                            .arg(named, codec, unread.skipped == 1 ? QStringLiteral("is") : QStringLiteral("are"),
+                                 unread.skipsFromNul ? QStringLiteral(", and so is all the text from its first NUL byte on") : QString());
             if (unread.dropped == 1)
                 lost << QStringLiteral("the last byte of %1 is not a whole character in %2 and is dropped").arg(named, codec);
             else if (unread.dropped > 1)
