@@ -581,10 +581,6 @@ std::string_view fileArgument(std::string_view rest, std::string_view* after)
     return rest.substr(i, e - i);
 }
 
-// One pass over the text, a physical line at a time; a statement is processed once the next line that
-// is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
-// start with "." and the element lines of subcircuits are kept until then; other lines are passed
-// after a look at their first byte.
 // The file that `target`, a reference's file name, names from the library `fileName`: relative to the
 // library's folder. A name that is no UTF-8 is in the library's 8-bit code, which names files as the
 // system reads such names: on Windows in the ANSI code page, elsewhere by its bytes, kept as they are.
@@ -611,6 +607,10 @@ YString referencedFile(std::string_view target, const YString& fileName)
     return toYs(QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + t));
 }
 
+// One pass over the text, a physical line at a time; a statement is processed once the next line that
+// is neither blank, a comment nor a "+" continuation shows that it has ended. Only statements that
+// start with "." and the element lines of subcircuits are kept until then; other lines are passed
+// after a look at their first byte.
 class Scanner {
 public:
     Scanner(Window& window, size_t expected, ModelLibIndex* index) : m_window(window), m_expected(expected), m_index(index)
