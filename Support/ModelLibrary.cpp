@@ -928,8 +928,6 @@ private:
     void diagnose(int line, const std::string& message) { m_index->diagnostics.push_back({line, YString(message.c_str())}); }
 
 
-    YString referencePath(std::string_view target) const { return referencedFile(target, m_index->fileName); }
-
     void addReference(ModelLibReference::Kind kind, std::string_view target, std::string_view section)
     {
         ModelLibReference ref;
@@ -938,7 +936,7 @@ private:
         ref.section = ys(section);
         ref.line = m_stmtLine;
         ref.inSection = m_section;
-        ref.path = referencePath(target);
+        ref.path = referencedFile(target, m_index->fileName);
         const int at = static_cast<int>(m_index->references.size());
         m_index->references.push_back(ref);
         if (m_section >= 0)

@@ -164,13 +164,15 @@ void CodePageReader::feed(const QByteArray& block)
     // The block's whole characters are checked at once, and one by one only when they hold one that
     // cannot be read; a lead byte that ends the block waits for the next.
     int end = 0;
-    while (end < bytes.size() && end + page.characterLength(bytes.at(end)) <= bytes.size())
-        end += page.characterLength(bytes.at(end));
+    for (int length; end < bytes.size() && end + (length = page.characterLength(bytes.at(end))) <= bytes.size();)
+        end += length;
     m_carry = bytes.mid(end);
     if (end == 0 || readableInCodePage(page.number, bytes.constData(), end))
         return;
-    for (int i = 0; i < end; i += page.characterLength(bytes.at(i)))
-        m_unreadable += !readableInCodePage(page.number, bytes.constData() + i, page.characterLength(bytes.at(i)));
+    for (int i = 0, length; i < end; i += length) {
+        length = page.characterLength(bytes.at(i));
+        m_unreadable += !readableInCodePage(page.number, bytes.constData() + i, length);
+    }
 }
 
 qint64 CodePageReader::finish()
