@@ -15,9 +15,16 @@
 #include <string>
 
 namespace {
-bool lineEndBefore(const char* text, int at)
+// Length of the UTF-8 byte-order mark that begins the text (0 or 3): the index passes over it, so the
+// first line starts after it.
+size_t byteOrderMark(const char* text, size_t size)
 {
-    return at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r';
+    return size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+}
+
+bool lineEndBefore(const char* text, size_t size, int at)
+{
+    return at == 0 || static_cast<size_t>(at) == byteOrderMark(text, size) || text[at - 1] == '\n' || text[at - 1] == '\r';
 }
 
 bool sameWords(ModelLibWordList a, ModelLibWordList b)
@@ -100,9 +107,12 @@ void checkLongCommentBlock(const char* text, size_t size, const ModelLibIndex& i
     const char* dot = static_cast<const char*>(std::memchr(text, '.', size));
     const char* lineEnd = dot ? static_cast<const char*>(std::memchr(dot, '\n', size - static_cast<size_t>(dot - text))) : nullptr;
     size_t at = lineEnd ? static_cast<size_t>(lineEnd - text) + 1 : 0;
-    // The text must go on after the block: what ends at the text's end then moves with it.
+    // The text must go on after the block: what ends at the text's end then moves with it. The first line
+    // starts after a byte-order mark.
     if (at >= size || std::memchr(text, 0xFF, at + 1))
         at = 0;
+    if (at == 0 && size > 3)
+        at = byteOrderMark(text, size);
     int line = 1;
     for (size_t k = 0; k < at; ++k)
         line += text[k] == '\n' || (text[k] == '\r' && text[k + 1] != '\n');
@@ -155,9 +165,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             while (b > 0 && (text[b - 1] == ' ' || text[b - 1] == '\t' ||
                              (!netlist::keeps(static_cast<unsigned char>(text[b - 1])) && text[b - 1] != '\r')))
                 --b;
-            if (!lineEndBefore(text, b))
+            if (!lineEndBefore(text, size, b))
                 __builtin_trap();
-            if (!lineEndBefore(text, loc.end) && loc.end != n)
+            if (!lineEndBefore(text, size, loc.end) && loc.end != n)
                 __builtin_trap();
             // The keyword, with the bytes the readers drop anywhere inside it.
             const char* keyword = d.kind == ModelLibDefinition::Subckt ? ".subckt" : ".model";
