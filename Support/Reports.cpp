@@ -36,6 +36,26 @@ const char* const kBuiltInStyle[] = {
     "\t\t</style>\n",
 };
 
+// One level of the merge sort: sorts `n` keys, with room for as many in `scratch`.
+void mergeKeys(ReportSortKey** keys, size_t n, ReportSortKey** scratch)
+{
+    if (n <= 1)
+        return;
+    const size_t leftCount = n / 2;
+    mergeKeys(keys, leftCount, scratch);
+    mergeKeys(keys + leftCount, n - leftCount, scratch);
+    ReportSortKey** left = keys;
+    ReportSortKey** right = keys + leftCount;
+    ReportSortKey** const leftEnd = right;
+    ReportSortKey** const rightEnd = keys + n;
+    ReportSortKey** out = scratch;
+    while (left != leftEnd && right != rightEnd)
+        *out++ = ReportSortKey::compare(left, right) <= 0 ? *left++ : *right++;
+    // What is left of the right half already stands where it belongs.
+    out = std::copy(left, leftEnd, out);
+    std::copy(scratch, out, keys);
+}
+
 // The records of the table ordered by their keys; `keyOf` fills each record's key.
 template <class KeyOf>
 std::vector<const XMLReportInfo*> sortedRuns(const YHashTable<XMLReportInfo>& table, KeyOf keyOf)
@@ -54,8 +74,7 @@ std::vector<const XMLReportInfo*> sortedRuns(const YHashTable<XMLReportInfo>& ta
     order.reserve(keys.size());
     for (ReportSortKey& key : keys)
         order.push_back(&key);
-    if (!order.empty())
-        std::qsort(order.data(), order.size(), sizeof(ReportSortKey*), &ReportSortKey::compare);
+    reports::sortKeys(order.data(), order.size());
     std::vector<const XMLReportInfo*> runs;
     runs.reserve(order.size());
     for (const ReportSortKey* key : order)
@@ -181,34 +200,27 @@ void parameterCells(FILE* f, const XMLParameterValue& p)
     std::fprintf(f, "<td>%s</td><td>%s</td><td>%s</td>", p.name.c_str(), g(p.nominal).c_str(), g(p.usedValue).c_str());
 }
 
-} // namespace
-
-int ReportSortKey::compareKeys(const ReportSortKey& a, const ReportSortKey& b)
-{
-    const bool bothText = a.byText && b.byText;
-    const bool aBeforeB = bothText ? b.text.compareNoCase(a.text.c_str()) > 0 : std::fabs(b.number) > std::fabs(a.number);
-    if (a.descending != aBeforeB)
-        return -1;
-    if (bothText)
-        return a.text.compareNoCase(b.text.c_str()) == 0 ? 0 : 1;
-    return std::fabs(a.number) == std::fabs(b.number) ? 0 : 1;
-}
-
-int ReportSortKey::compare(const void* a, const void* b)
-{
-    return compareKeys(**static_cast<const ReportSortKey* const*>(a), **static_cast<const ReportSortKey* const*>(b));
-}
-
-reports::Written reports::writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
-                                   const XMLReportHeader& header, bool monteCarlo)
+// Opens the report at `path`, has `write` fill it and closes it. Memory that runs out on the way ends
+// the report there; the file is closed all the same.
+template <class Write>
+reports::Written writeReport(const YString& path, Write write)
 {
     FILE* f = openForWriting(path);
     if (!f)
-        return Written::NotCreated;
-    // The case number as the key, compared by absolute value like every report key.
-    const std::vector<const XMLReportInfo*> runs = sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
-        key->number = static_cast<double>(record.caseNumber);
-    });
+        return reports::Written::NotCreated;
+    try {
+        write(f);
+    } catch (...) {
+        std::fclose(f);
+        return reports::Written::OutOfMemory;
+    }
+    return closeWritten(f);
+}
+
+// The Monte Carlo log (`monteCarlo`) or the worst-case log of the sorted runs.
+void writeLogTo(FILE* f, const YString& styleSheet, const std::vector<const XMLReportInfo*>& runs,
+                const XMLReportHeader& header, bool monteCarlo)
+{
     const char* title = monteCarlo ? "Monte Carlo Log" : "Worst Case Log";
     std::fprintf(f, "<html>\n");
     std::fprintf(f, "\t<head>\n");
@@ -262,60 +274,12 @@ reports::Written reports::writeLog(const YString& path, const YString& styleShee
         std::fprintf(f, "\t</table>\n");
     }
     std::fprintf(f, "</html>\n");
-    return closeWritten(f);
 }
 
-void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
+// The sensitivity page of the sorted runs.
+void writeSensitivityTo(FILE* f, const YString& styleSheet, const std::vector<const XMLReportInfo*>& runs,
+                        const XMLReportHeader& header)
 {
-    if (!stream)
-        return;
-    // Only a regular file of a bounded size is copied: a device or FIFO named as the style sheet
-    // (/dev/zero) would otherwise be copied until the disk is full. Anything else counts as a sheet that
-    // does not open.
-    const QFileInfo sheetInfo(toQs(styleSheet));
-    FILE* sheet = nullptr;
-    if (sheetInfo.isFile() && sheetInfo.size() <= kMaxStyleSheetBytes &&
-        fopen_s_utf8(&sheet, styleSheet.c_str(), "r") == 0 && sheet) {
-        std::fprintf(stream, "<style>\n");
-        long long copied = 0;
-        for (int c = std::fgetc(sheet); c != EOF && copied < kMaxStyleSheetBytes; c = std::fgetc(sheet), ++copied)
-            std::fputc(c, stream);
-        std::fprintf(stream, "</style>\n");
-        std::fclose(sheet);
-        return;
-    }
-    for (const char* line : kBuiltInStyle)
-        std::fputs(line, stream);
-}
-
-// Only a file that cannot be created fails a builder; a write that fails part way is not reported here
-// (the checked writers report it).
-bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
-                                  const XMLReportHeader& header)
-{
-    return reports::writeLog(path, styleSheet, table, header, true) != reports::Written::NotCreated;
-}
-
-bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
-                                 const XMLReportHeader& header)
-{
-    return reports::writeLog(path, styleSheet, table, header, false) != reports::Written::NotCreated;
-}
-
-bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
-                                   const XMLReportHeader& header, int sortColumn)
-{
-    return reports::writeSensitivity(path, styleSheet, table, header, sortColumn) != reports::Written::NotCreated;
-}
-
-reports::Written reports::writeSensitivity(const YString& path, const YString& styleSheet,
-                                           const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
-                                           int sortColumn)
-{
-    FILE* f = openForWriting(path);
-    if (!f)
-        return Written::NotCreated;
-    const std::vector<const XMLReportInfo*> runs = runsInSensitivityOrder(table, sortColumn);
     const int merits = header.meritFunctions.count();
     std::fprintf(f, "<html>\n");
     std::fprintf(f, "\t<head>\n");
@@ -363,14 +327,31 @@ reports::Written reports::writeSensitivity(const YString& path, const YString& s
     }
     std::fprintf(f, "\t%s\n", "</table>");
     std::fprintf(f, "%s\n", "</html>");
-    return closeWritten(f);
 }
 
-bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table,
-                                  const XMLReportHeader& header, int sortColumn)
+// Copies the style sheet into the report's head, or the built-in style when it does not open.
+void includeStyleSheet(FILE* stream, const YString& styleSheet)
 {
-    if (!lines)
-        return true;
+    const QFileInfo sheetInfo(toQs(styleSheet));
+    FILE* sheet = nullptr;
+    if (sheetInfo.isFile() && sheetInfo.size() <= kMaxStyleSheetBytes &&
+        fopen_s_utf8(&sheet, styleSheet.c_str(), "r") == 0 && sheet) {
+        std::fprintf(stream, "<style>\n");
+        long long copied = 0;
+        for (int c = std::fgetc(sheet); c != EOF && copied < kMaxStyleSheetBytes; c = std::fgetc(sheet), ++copied)
+            std::fputc(c, stream);
+        std::fprintf(stream, "</style>\n");
+        std::fclose(sheet);
+        return;
+    }
+    for (const char* line : kBuiltInStyle)
+        std::fputs(line, stream);
+}
+
+// The sensitivity report's lines, appended to `lines`.
+void appendCsvReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                     int sortColumn)
+{
     const int merits = header.meritFunctions.count();
     YString heading("Case#,Reference");
     for (int m = 0; m < merits; ++m) {
@@ -410,5 +391,116 @@ bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLRe
         }
         lines->append(line);
     }
+}
+} // namespace
+
+int ReportSortKey::compareKeys(const ReportSortKey& a, const ReportSortKey& b)
+{
+    const bool bothText = a.byText && b.byText;
+    const bool aBeforeB = bothText ? b.text.compareNoCase(a.text.c_str()) > 0 : std::fabs(b.number) > std::fabs(a.number);
+    if (a.descending != aBeforeB)
+        return -1;
+    if (bothText)
+        return a.text.compareNoCase(b.text.c_str()) == 0 ? 0 : 1;
+    return std::fabs(a.number) == std::fabs(b.number) ? 0 : 1;
+}
+
+int ReportSortKey::compare(const void* a, const void* b)
+{
+    return compareKeys(**static_cast<const ReportSortKey* const*>(a), **static_cast<const ReportSortKey* const*>(b));
+}
+
+void reports::sortKeys(ReportSortKey** keys, size_t n)
+{
+    std::vector<ReportSortKey*> scratch(n);
+    mergeKeys(keys, n, scratch.data());
+}
+
+reports::Written reports::writeLog(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                   const XMLReportHeader& header, bool monteCarlo)
+{
+    // The runs are sorted before the file is opened, so that a sort that runs out of memory leaves the
+    // file as it was. The case number is the key, compared by absolute value like every report key.
+    std::vector<const XMLReportInfo*> runs;
+    try {
+        runs = sortedRuns(table, [](const XMLReportInfo& record, ReportSortKey* key) {
+            key->number = static_cast<double>(record.caseNumber);
+        });
+    } catch (...) {
+        return Written::OutOfMemory;
+    }
+    return writeReport(path, [&](FILE* f) { writeLogTo(f, styleSheet, runs, header, monteCarlo); });
+}
+
+void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet)
+{
+    if (!stream)
+        return;
+    // Only a regular file of a bounded size is copied: a device or FIFO named as the style sheet
+    // (/dev/zero) would otherwise be copied until the disk is full. Anything else counts as a sheet that
+    // does not open.
+    try {
+        includeStyleSheet(stream, styleSheet);
+    } catch (...) {
+        // Memory ran out: the style block ends where it got to.
+    }
+}
+
+// Only a file that cannot be created, or memory that runs out, fails a builder; a write that fails part
+// way is not reported here (the checked writers report it).
+namespace {
+bool created(reports::Written written)
+{
+    return written == reports::Written::Complete || written == reports::Written::Incomplete;
+}
+} // namespace
+
+bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                  const XMLReportHeader& header)
+{
+    return created(reports::writeLog(path, styleSheet, table, header, true));
+}
+
+bool sp_BuildWorstCaseHTMLReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                 const XMLReportHeader& header)
+{
+    return created(reports::writeLog(path, styleSheet, table, header, false));
+}
+
+bool sp_BuildHTMLSensitivityReport(const YString& path, const YString& styleSheet, const YHashTable<XMLReportInfo>& table,
+                                   const XMLReportHeader& header, int sortColumn)
+{
+    return created(reports::writeSensitivity(path, styleSheet, table, header, sortColumn));
+}
+
+reports::Written reports::writeSensitivity(const YString& path, const YString& styleSheet,
+                                           const YHashTable<XMLReportInfo>& table, const XMLReportHeader& header,
+                                           int sortColumn)
+{
+    // Sorted before the file is opened, as the logs are.
+    std::vector<const XMLReportInfo*> runs;
+    try {
+        runs = runsInSensitivityOrder(table, sortColumn);
+    } catch (...) {
+        return Written::OutOfMemory;
+    }
+    return writeReport(path, [&](FILE* f) { writeSensitivityTo(f, styleSheet, runs, header); });
+}
+
+bool sp_BuildCsvSensitivityReport(YArray<YString>* lines, const YHashTable<XMLReportInfo>& table,
+                                  const XMLReportHeader& header, int sortColumn)
+{
+    if (!lines)
+        return true;
+    // Memory that runs out takes back the lines appended so far.
+    const int before = lines->count();
+    try {
+        appendCsvReport(lines, table, header, sortColumn);
+    } catch (...) {
+        while (lines->count() > before)
+            lines->remove(lines->count() - 1);
+        return false;
+    }
     return true;
 }
+
