@@ -370,6 +370,26 @@ bool YDomDocument::loadText(const char* text, size_t length)
     return parse(std::vector<char>(text ? text : "", text ? text + length : nullptr));
 }
 
+namespace {
+// Whether a text parsed as a fragment is one document: a single element at the top, with nothing but
+// markup and blanks around it. A document parse would take a second element or text around the first
+// without a word; a fragment parse keeps them as nodes, except that it drops the text's last
+// character (`last`, in UTF-8 text), which must end markup or be a blank.
+bool isOneDocument(const pugi::xml_document& document, char last, pugi::xml_encoding encoding)
+{
+    int elements = 0;
+    for (const pugi::xml_node node : document.children()) {
+        if (node.type() == pugi::node_element)
+            ++elements;
+        else if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata)
+            return false;
+    }
+    if (elements != 1)
+        return false;
+    return encoding != pugi::encoding_utf8 || last == '>' || last == ' ' || last == '\t' || last == '\r' || last == '\n';
+}
+} // namespace
+
 bool YDomDocument::parse(std::vector<char> bytes)
 {
     if (!ownTree(m_data))
@@ -379,9 +399,11 @@ bool YDomDocument::parse(std::vector<char> bytes)
     if (bytes.empty())
         return false;
     m_data->source = std::move(bytes);
+    // The parser overwrites the text's last byte in place.
+    const char last = m_data->source.back();
     pugi::xml_parse_result result = m_data->document.load_buffer_inplace(
-        m_data->source.data(), m_data->source.size(), pugi::parse_default, pugi::encoding_auto);
-    if (!result || !m_data->document.document_element()) {
+        m_data->source.data(), m_data->source.size(), pugi::parse_default | pugi::parse_fragment, pugi::encoding_auto);
+    if (!result || !isOneDocument(m_data->document, last, result.encoding)) {
         m_data->document.reset();
         m_data->source.clear();
         return false;

@@ -772,6 +772,26 @@ TEST_F(MswFile, ValuesAfterManyEmptyMeritFunctionsAreReadInOrder)
     EXPECT_EQ(findCase(t, 2)->values[empty + 1].delta, 201.0 - 101.0);
 }
 
+// A file with a second root element, or text outside its root, is not well-formed and is refused,
+// though its first root alone would read.
+TEST_F(MswFile, ASecondRootOrTextOutsideTheRootIsRefused)
+{
+    const std::string one = msw("<meritfunction value=\"v\" name=\"m\"><sensval case=\"1\" value=\"2\"/></meritfunction>");
+    const std::string second = "<msw version=\"9\"><meritfunction value=\"w\" name=\"n\"/></msw>\n";
+    for (const std::string& text : {one + second, one + "junk\n", "junk\n" + one, one + "x"}) {
+        writeFileBytes(path("bad.msw"), text);
+        YHashTable<XMLReportInfo> table;
+        XMLReportHeader header;
+        EXPECT_FALSE(sp_CompileSensReportData(YString(path("bad.msw").c_str()), &table, &header)) << text;
+        EXPECT_EQ(table.count(), 0) << text;
+    }
+    writeFileBytes(path("good.msw"), one);
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    EXPECT_TRUE(sp_CompileSensReportData(YString(path("good.msw").c_str()), &table, &header));
+    EXPECT_EQ(table.count(), 1);
+}
+
 #ifndef Q_OS_WIN
 // A sparse file that the table bound refuses is refused without the memory of the table it would need:
 // each run's values are widened to the last merit function only within the bound while it is read. Its

@@ -122,6 +122,31 @@ TEST_F(YDom, RejectsTruncatedEmptyAndNonXmlFiles)
     EXPECT_FALSE(doc->getRoot());
 }
 
+// A document is one element with nothing but markup and blanks around it: a second element, or text or
+// a CDATA section outside the element, is not well-formed XML.
+TEST_F(YDom, RejectsASecondRootAndTextAroundTheRoot)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    for (const char* text : {"<msw/><msw/>", "<msw version=\"1.0\"/>\n<msw version=\"9\"/>\n", "<msw/>junk", "junk<msw/>",
+                             "<msw/>x", "<msw/>\n x", "x\n<msw/>", "<msw/><![CDATA[x]]>", "<msw/>&amp;", " \n", "<!-- c -->"}) {
+        EXPECT_FALSE(doc->loadText(text, std::strlen(text))) << text;
+        EXPECT_FALSE(doc->getRoot()) << text;
+    }
+    // Markup and blanks around the element are allowed.
+    for (const char* text : {"<msw/>", "<msw/>\n", "<msw/> \t\r\n", "<?xml version=\"1.0\"?>\n<msw/>\n",
+                             "<!DOCTYPE msw>\n<!-- before --><msw>t</msw><!-- after -->", "<?pi x?><msw/><?pi y?>",
+                             "\xEF\xBB\xBF<msw a=\"1\"><b/>text</msw>"}) {
+        EXPECT_TRUE(doc->loadText(text, std::strlen(text))) << text;
+        ASSERT_TRUE(doc->getRoot()) << text;
+        EXPECT_EQ(std::string(doc->getRoot()->tagName().c_str()), "msw") << text;
+    }
+    // The same in UTF-16: a second root is refused there too.
+    const std::string one("\xFF\xFE<\0m\0s\0w\0/\0>\0", 14);
+    EXPECT_TRUE(doc->loadText(one.data(), one.size()));
+    const std::string two = one + std::string("<\0m\0s\0w\0/\0>\0", 12);
+    EXPECT_FALSE(doc->loadText(two.data(), two.size()));
+}
+
 TEST_F(YDom, DoesNotExpandDeclaredEntities)
 {
     std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE lolz [<!ENTITY lol \"lol\">";
