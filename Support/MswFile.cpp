@@ -52,7 +52,7 @@ struct ReadContext {
     std::unordered_set<std::string> files;
     std::vector<std::string> met; // the keys of `files`, in the order met
     std::vector<std::string> chain;
-    long long values = 0;
+    long long values = 0; // the values read, and those the table held before
     long long width = 0; // the most values any record has, or will have once the deferred ones are in
     long long cells = 0; // the values the records hold, those that stand empty before a set one included
     std::vector<Deferred> deferred;
@@ -766,11 +766,13 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
     try {
         ReadContext context;
         // The widest record is followed while reading (only values make a record wider), so that no
-        // pass over the table is needed for it; records the table held before start the count.
+        // pass over the table is needed for it; records the table held before start the count, and their
+        // values count with those read against the dense table's bound.
         for (const XMLReportInfo& record : *table) {
             context.width = std::max<long long>(context.width, record.values.count());
             context.cells += record.values.count();
         }
+        context.values = context.cells;
         const bool ok = readMswFile(path, table, header, &context);
         // Listed whether or not the read succeeded: a caller guards these files against being overwritten.
         if (sources)

@@ -772,6 +772,32 @@ TEST_F(MswFile, ValuesAfterManyEmptyMeritFunctionsAreReadInOrder)
     EXPECT_EQ(findCase(t, 2)->values[empty + 1].delta, 201.0 - 101.0);
 }
 
+// Reading into a table that already holds runs counts the values it holds against the dense table's
+// bound: a file of one value, read into 62,000 runs as wide as 65 merit functions, makes them 66 wide,
+// which the values held allow (only the values of the file were counted).
+TEST_F(MswFile, ValuesTheTableHoldsCountAgainstTheDenseBound)
+{
+    writeFileBytes(path("one.msw"), msw("<meritfunction value=\"v\" name=\"m\"><sensval case=\"1\" value=\"7\"/></meritfunction>"));
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    for (int m = 0; m < 65; ++m)
+        header.meritFunctions.append(XMLMeritFunction{"f", YString(("m" + std::to_string(m)).c_str())});
+    const int runs = 62000;
+    for (int c = 1; c <= runs; ++c) {
+        XMLReportInfo record(c);
+        const int width = c == 1 ? 65 : 1;
+        for (int m = 0; m < width; ++m)
+            record.values.at(m).value = c + m;
+        table.insert(record);
+    }
+    ASSERT_TRUE(sp_CompileSensReportData(YString(path("one.msw").c_str()), &table, &header));
+    EXPECT_EQ(table.count(), runs);
+    ASSERT_EQ(header.meritFunctions.count(), 66);
+    EXPECT_EQ(findCase(table, 1)->values[65].value, 7.0);
+    EXPECT_EQ(findCase(table, 1)->values[64].value, 65.0);
+    EXPECT_EQ(findCase(table, runs)->values[0].value, double(runs));
+}
+
 // A file with a second root element, or text outside its root, is not well-formed and is refused,
 // though its first root alone would read.
 TEST_F(MswFile, ASecondRootOrTextOutsideTheRootIsRefused)
