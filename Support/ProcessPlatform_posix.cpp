@@ -175,7 +175,8 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         const pid_t done = waitpid(pid, &status, WNOHANG);
         if (done == pid || (done == -1 && errno != EINTR))
             break;
-        timer.start(10);
+        if (processes::loopCanRun())
+            timer.start(10);
         processes::runLoopOrPause(loop, 10);
     }
     // A child ended by a signal gives the signal's number, as the other launcher gives it, never 0.

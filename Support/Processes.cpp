@@ -6,6 +6,7 @@
 #include "QtSupport.h"
 #include "TextServices.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -143,6 +144,10 @@ bool KvProcess::waitProcess(int timeoutMs)
     }
     const auto waitWith = [&](QEventLoop& loop, QTimer& timer) {
         if (timeoutMs != 0) {
+            if (!processes::loopCanRun()) {
+                processes::waitInSlices(*m_process, timeoutMs);
+                return m_process->state() == QProcess::NotRunning;
+            }
             timer.start(timeoutMs);
             if (loop.exec() != 0)
                 processes::waitInSlices(*m_process, timeoutMs);
@@ -154,6 +159,10 @@ bool KvProcess::waitProcess(int timeoutMs)
             pid = nativePid();
             if (pid == -1 || !sp_IsProcessRunning(pid))
                 break;
+            if (!processes::loopCanRun()) {
+                processes::waitInSlices(*m_process, 10);
+                continue;
+            }
             timer.start(10);
             processes::runLoopOrPause(loop, 10);
             timer.stop();
@@ -309,8 +318,10 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     } else if (flags & SpawnWait) {
         QTimer timer;
         QObject::connect(&timer, &QTimer::timeout, child, &SpawnProcessObjectQt4::update);
-        timer.start(100);
-        if (child->state() != QProcess::NotRunning && child->loop().exec() != 0)
+        const bool loop = processes::loopCanRun();
+        if (loop)
+            timer.start(100);
+        if (child->state() != QProcess::NotRunning && (!loop || child->loop().exec() != 0))
             processes::waitInSlices(*child, -1);
         timer.stop();
         // Output that arrived with the end of the child.
@@ -348,9 +359,15 @@ SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsig
                                                      processId ? processId : &pidSink));
 }
 
+bool processes::loopCanRun()
+{
+    // A loop made where nothing dispatches events (no application object) would spin without end.
+    return QAbstractEventDispatcher::instance() != nullptr;
+}
+
 void processes::runLoopOrPause(QEventLoop& loop, int ms)
 {
-    if (loop.exec() == 0)
+    if (loopCanRun() && loop.exec() == 0)
         return;
     QCoreApplication::processEvents();
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));

@@ -96,6 +96,10 @@ void tieChildToCaller(QProcess* child);
 int endingSignal(const QProcess* child);
 /// Platform part of sp_OldSpawnApplication.
 int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId);
+/// Whether an event loop can run on this thread: not where no event dispatcher is, as in a process
+/// without an application object, where a loop would spin for ever. Asked once a loop was made on the
+/// thread, since making one gives a thread without a dispatcher its own where it can have one.
+bool loopCanRun();
 /// Runs `loop`, which something ends within about `ms` milliseconds. A loop cannot run while the
 /// application is quitting (every loop then ends at once) or when there is no application object: the
 /// pending events are then processed and the thread sleeps `ms` milliseconds instead, so that a wait

@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QStringList>
 #include <QThread>
 #include <QTimer>
@@ -72,6 +73,21 @@ protected:
 };
 
 // ---------------------------------------------------------------- sp_SpawnApplication
+
+// In a process without an application object no event loop can run: the waits look at the child in
+// slices instead of spinning in a loop that never ends, and each ends as it does with one.
+TEST_F(Processes, WaitsEndInAProcessWithoutAnApplicationObject)
+{
+    const std::string quick = child("quick", "sleep 200\nexit 3");
+    const std::string slow = child("slow", "sleep 60000\nexit 0");
+    const std::string talk = child("talk", "out hello\nexit 4");
+    QProcess probe;
+    probe.start(QStringLiteral(WAIT_PROBE_PATH),
+                {QString::fromStdString(quick), QString::fromStdString(slow), QString::fromStdString(talk)});
+    ASSERT_TRUE(probe.waitForFinished(90000)) << "the waits did not end";
+    EXPECT_EQ(probe.exitCode(), 0) << probe.readAllStandardError().toStdString();
+    EXPECT_EQ(probe.readAllStandardOutput().toStdString(), "unlimited 1 3\nlimited 0 promptly 1\nspawn 0 4 hello\nold 0 3 -1\n");
+}
 
 TEST_F(Processes, NewConsoleIsRefused)
 {
