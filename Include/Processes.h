@@ -85,6 +85,14 @@ private:
 /// longer running. A missing program gives 4, a non-executable one 6, the new-console bit 7.
 [[nodiscard]] SUPPORTQT_API SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags,
                                                          YRef<kvstream> output, unsigned* exitCode, int* processId);
+/// On Windows a program that is a batch file (".bat" or ".cmd" in any case, once the dots and blanks
+/// that Windows drops at the end of a name are gone) runs in the command interpreter, which reads "&",
+/// "|", "<", ">", "^", "%", "!" and line breaks in its arguments as its own syntax: an argument could run
+/// another program. The launchers refuse such a command line (sp_SpawnApplication and
+/// sp_OldSpawnApplication give 1, KvProcess::start false). Returns the first such character of the
+/// command line's arguments, or 0 when there is none (always on other systems); `program` (may be null)
+/// receives the program as the launchers read the command line.
+[[nodiscard]] SUPPORTQT_API char sp_CommandInterpreterSyntax(const char* commandLine, YString* program);
 /// The older launcher. On Windows it is CreateProcessW with the window-show and console options; on
 /// other systems it starts the program with posix_spawn from the same command line, and the
 /// window-show and console bits have no effect there. Errors: program not found 4, not executable 6,

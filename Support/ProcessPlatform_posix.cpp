@@ -81,6 +81,9 @@ int errorCode(int error)
 
 QString processes::programForQt(const QString& bareProgram) { return bareProgram; }
 
+// No program runs in a command interpreter here: its arguments reach it as they are.
+char processes::interpreterSyntaxIn(const QString&, const QStringList&) { return 0; }
+
 int processes::nativePid(const QProcess* process)
 {
     if (!process || process->state() == QProcess::NotRunning)

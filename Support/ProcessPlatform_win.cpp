@@ -9,6 +9,32 @@
 #include <QCoreApplication>
 #include <windows.h>
 
+namespace {
+// Whether the program is a batch file, which the system runs in the command interpreter: named ".bat" or
+// ".cmd" in any case, once the dots and blanks that Windows drops at the end of a name are gone.
+bool isBatchFile(QString program)
+{
+    program.remove(QLatin1Char('"'));
+    while (program.endsWith(QLatin1Char('.')) || program.endsWith(QLatin1Char(' ')))
+        program.chop(1);
+    return program.endsWith(QLatin1String(".bat"), Qt::CaseInsensitive) ||
+           program.endsWith(QLatin1String(".cmd"), Qt::CaseInsensitive);
+}
+} // namespace
+
+char processes::interpreterSyntaxIn(const QString& program, const QStringList& arguments)
+{
+    if (!isBatchFile(program))
+        return 0;
+    // Outside quotes these join, redirect or escape commands; "%" and "!" expand variables even inside.
+    static const QString syntax = QStringLiteral("&|<>^%!\r\n");
+    for (const QString& argument : arguments)
+        for (const QChar c : argument)
+            if (syntax.contains(c))
+                return static_cast<char>(c.unicode());
+    return 0;
+}
+
 QString processes::programForQt(const QString& bareProgram)
 {
     return bareProgram.isEmpty() ? QString() : QLatin1Char('"') + bareProgram + QLatin1Char('"');

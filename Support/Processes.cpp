@@ -110,6 +110,8 @@ void KvProcess::addArgument(const char* argument)
 
 bool KvProcess::start()
 {
+    if (processes::interpreterSyntaxIn(*m_program, *m_arguments))
+        return false;
     m_process->start(*m_program, *m_arguments, QIODevice::OpenMode(m_openMode));
     return m_process->waitForStarted(kStartTimeoutMs);
 }
@@ -275,6 +277,8 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     QString program, bare;
     QStringList arguments;
     processes::parseCommandLine(commandLine, &program, &arguments, &bare);
+    if (processes::interpreterSyntaxIn(bare, arguments))
+        return SSPE_Failed;
 
     auto* child = new SpawnProcessObjectQt4(output, sp_SpawnCaptureLimit(), (flags & SpawnEndWithCaller) != 0);
     // Finishing ends the wait below; without a wait the object deletes itself when the child ends.
@@ -351,10 +355,25 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     return result;
 }
 
+char sp_CommandInterpreterSyntax(const char* commandLine, YString* program)
+{
+    QString qtProgram, bare;
+    QStringList arguments;
+    processes::parseCommandLine(commandLine, &qtProgram, &arguments, &bare);
+    if (program)
+        *program = toYs(bare);
+    return processes::interpreterSyntaxIn(bare, arguments);
+}
+
 SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsigned* exitCode, int* processId)
 {
     unsigned exitSink = 0;
     int pidSink = 0;
+    if (sp_CommandInterpreterSyntax(commandLine, nullptr)) {
+        *(exitCode ? exitCode : &exitSink) = 0;
+        *(processId ? processId : &pidSink) = -1;
+        return SSPE_Failed;
+    }
     return static_cast<SSPError>(processes::oldSpawn(commandLine, flags, exitCode ? exitCode : &exitSink,
                                                      processId ? processId : &pidSink));
 }

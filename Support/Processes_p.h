@@ -79,6 +79,10 @@ void parseCommandLine(const char* commandLine, QString* program, QStringList* ar
 /// blanks stays one program on the command line Qt builds; elsewhere as written, since Qt hands it to
 /// the system as one file name, where quotes would be part of it.
 QString programForQt(const QString& bareProgram);
+/// The first character of `arguments` that the command interpreter would read as its own syntax, when
+/// `program` (quotes in it are ignored) is a batch file that it runs (Windows); 0 when there is none,
+/// and always on other systems.
+char interpreterSyntaxIn(const QString& program, const QStringList& arguments);
 /// The system process id of a QProcess's child, or -1.
 int nativePid(const QProcess* process);
 /// Records the outcome that sp_LastSpawnOutcome returns on this thread.

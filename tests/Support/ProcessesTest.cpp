@@ -89,6 +89,45 @@ TEST_F(Processes, WaitsEndInAProcessWithoutAnApplicationObject)
     EXPECT_EQ(probe.readAllStandardOutput().toStdString(), "unlimited 1 3\nlimited 0 promptly 1\nspawn 0 4 hello\nold 0 3 -1\n");
 }
 
+// On Windows a batch file runs in the command interpreter, which reads "&", "%" and the like in its
+// arguments as its own syntax: the launchers refuse such arguments for one, however the program is
+// spelled. Elsewhere the arguments reach any program as they are.
+TEST_F(Processes, BatchFilesAreNotGivenTheCommandInterpretersSyntax)
+{
+    YString program;
+#ifdef Q_OS_WIN
+    writeFileBytes(path("mark.bat"), "@echo off\r\necho ran>\"%~dp0ran.txt\"\r\n");
+    const std::string folder = QDir::toNativeSeparators(QString::fromStdString(path(""))).toStdString();
+    const std::string bat = folder + "mark.bat";
+    EXPECT_EQ(sp_CommandInterpreterSyntax(("\"" + bat + "\" x&echo>\"" + folder + "INJ\"").c_str(), &program), '&');
+    EXPECT_EQ(std::string(program.c_str()), bat);
+    EXPECT_EQ(sp_CommandInterpreterSyntax(("\"" + bat + "\" plain words").c_str(), nullptr), 0);
+    for (const std::string& line : {"\"" + bat + "\" x&echo>\"" + folder + "INJ\"", "\"" + folder + "mark\".bat x|echo>INJ",
+                                    "\"" + bat + ".\" x^&y", "\"" + folder + "MARK.CMD\" \"100%PATH%\"", "\"" + bat + " \" a<b"}) {
+        EXPECT_NE(sp_CommandInterpreterSyntax(line.c_str(), nullptr), 0) << line;
+        unsigned code = 99;
+        int pid = 0;
+        EXPECT_EQ(sp_SpawnApplication(line.c_str(), SpawnWait, YRef<kvstream>(), &code, &pid), SSPE_Failed) << line;
+        EXPECT_EQ(sp_OldSpawnApplication(line.c_str(), SpawnWait | SpawnHidden, &code, &pid), SSPE_Failed) << line;
+        EXPECT_EQ(pid, -1);
+        KvProcess process(line.c_str(), false, false);
+        EXPECT_FALSE(process.start()) << line;
+    }
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("ran.txt"))));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("INJ"))));
+    unsigned code = 99;
+    EXPECT_EQ(sp_SpawnApplication(("\"" + bat + "\" plain").c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
+    EXPECT_TRUE(QFile::exists(QString::fromStdString(path("ran.txt"))));
+#else
+    const std::string kid = child("kid.bat", "exitargc");
+    EXPECT_EQ(sp_CommandInterpreterSyntax((quoted(kid) + " a&b c|d %PATH%").c_str(), &program), 0);
+    EXPECT_EQ(std::string(program.c_str()), kid);
+    unsigned code = 99;
+    EXPECT_EQ(sp_SpawnApplication((quoted(kid) + " a&b c|d %PATH%").c_str(), SpawnWait, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(code, 3u);
+#endif
+}
+
 TEST_F(Processes, NewConsoleIsRefused)
 {
     unsigned code = 99;

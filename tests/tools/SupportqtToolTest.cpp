@@ -3190,6 +3190,13 @@ TEST_F(Tool, ABatchFileIsNotGivenArgumentsThatTheCommandInterpreterWouldRun)
     const Result tabbed = tool({"run", batch + "\tx|echo INJECTED", "--capture"});
     EXPECT_EQ(tabbed.code, 2) << tabbed.out.toStdString();
     EXPECT_FALSE(tabbed.out.contains(QStringLiteral("INJECTED")));
+    // Nor does a quote inside the name, or a dot that Windows drops at its end.
+    const Result quotedPart = tool({"run", "\"" + QDir::toNativeSeparators(temp("echo")) + "\".bat x&echo INJECTED", "--capture"});
+    EXPECT_EQ(quotedPart.code, 2) << quotedPart.out.toStdString();
+    EXPECT_FALSE(quotedPart.out.contains(QStringLiteral("INJECTED")));
+    const Result dotted = tool({"run", batch + ". x&echo INJECTED", "--capture"});
+    EXPECT_EQ(dotted.code, 2) << dotted.out.toStdString();
+    EXPECT_FALSE(dotted.out.contains(QStringLiteral("INJECTED")));
     const Result plain = tool({"run", "\"" + batch + "\" plain", "--capture"});
     EXPECT_EQ(plain.code, 0) << plain.err.toStdString();
     EXPECT_TRUE(plain.out.contains(QStringLiteral("arg1=[plain]"))) << plain.out.toStdString();

@@ -243,9 +243,6 @@ bool sameFileName(const QString& a, const QString& b);
 /// file checks do not see as existing: on Windows CON, PRN, AUX, NUL, COM0 to COM9 and LPT0 to LPT9 (in
 /// any case, with any extension, in any folder). Never on other systems, whose devices are files.
 bool isReservedDeviceName(const QString& path);
-/// Whether the system starts `program` through its command interpreter, which reads its own syntax in
-/// the arguments: on Windows a batch file (".bat", ".cmd", any case). Never on other systems.
-bool runsThroughCommandInterpreter(const QString& program);
 /// Why the output `path` cannot be written as named, a sentence that names it; empty when
 /// nothing here is against it. On Windows: a part of the name that ends in a dot or blank, which the
 /// system drops (the file would be written under another name, perhaps over another file), or an

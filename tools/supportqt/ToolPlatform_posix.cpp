@@ -53,8 +53,6 @@ bool sameFileName(const QString& a, const QString& b) { return a == b; }
 
 bool isReservedDeviceName(const QString&) { return false; }
 
-bool runsThroughCommandInterpreter(const QString&) { return false; }
-
 // Names are taken byte for byte here, and permissions are the file checks' part.
 QString outputNameRefusal(const QString&) { return QString(); }
 

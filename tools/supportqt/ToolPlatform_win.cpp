@@ -80,11 +80,6 @@ bool sameExistingFile(const QString& a, const QString& b)
 // Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
 bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
-bool runsThroughCommandInterpreter(const QString& program)
-{
-    return program.endsWith(QLatin1String(".bat"), Qt::CaseInsensitive) || program.endsWith(QLatin1String(".cmd"), Qt::CaseInsensitive);
-}
-
 namespace {
 // The device that the last part of `path` names, in capitals ("AUX"), or empty when it names none: the
 // part up to its first dot, without the blanks that Windows drops at its end.

@@ -604,26 +604,17 @@ int runRun(const QStringList& arguments)
     if (early >= 0)
         return early;
     const QByteArray commandLine = command.positional().at(0).toUtf8();
-    // A batch file runs in the command interpreter, which would take characters of its own syntax in the
-    // arguments for commands: an argument could run another program. They are refused for one.
-    const QString line = command.positional().at(0).trimmed();
-    int blank = 0;
-    while (blank < line.size() && line.at(blank) != QLatin1Char(' ') && line.at(blank) != QLatin1Char('\t'))
-        ++blank;
-    const int programEnd = line.startsWith(QLatin1Char('"')) ? line.indexOf(QLatin1Char('"'), 1) + 1 : (blank < line.size() ? blank : -1);
-    QString program = programEnd <= 0 ? line : line.left(programEnd);
-    program.remove(QLatin1Char('"'));
-    const QString rest = programEnd <= 0 ? QString() : line.mid(programEnd);
-    if (program.trimmed().isEmpty())
+    // A batch file would read characters of the command interpreter's syntax in its arguments as
+    // commands; the library refuses to run it, and the tool says why.
+    YString program;
+    const char syntax = sp_CommandInterpreterSyntax(commandLine.constData(), &program);
+    if (toQs(program).trimmed().isEmpty())
         return command.fail(ExitUsage, QStringLiteral("the command line names no program"));
-    if (runsThroughCommandInterpreter(program))
-        for (const QChar c : rest)
-            if (QStringLiteral("&|<>^%!\r\n").contains(c))
-                return command.fail(ExitUsage, QStringLiteral("the arguments hold '%1', which the command interpreter that runs the batch "
-                                                              "file %2 would read as its own syntax; a batch file cannot be given it")
-                                                   .arg(c == QLatin1Char('\n') || c == QLatin1Char('\r') ? QStringLiteral("a line break")
-                                                                                                       : QString(c),
-                                                        program));
+    if (syntax)
+        return command.fail(ExitUsage, QStringLiteral("the arguments hold '%1', which the command interpreter that runs the batch "
+                                                      "file %2 would read as its own syntax; a batch file cannot be given it")
+                                           .arg(syntax == '\n' || syntax == '\r' ? QStringLiteral("a line break") : QString(QLatin1Char(syntax)),
+                                                toQs(program)));
     const bool capture = command.isSet(QStringLiteral("capture")) || command.json();
     YRef<kvstream> output(capture ? new kvstrstream("") : nullptr);
     unsigned exitCode = 0;
