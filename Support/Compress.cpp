@@ -3,6 +3,8 @@
 #include "FileServices.h"
 
 #include <QByteArray>
+#include <QFileInfo>
+#include <QString>
 
 #include <zlib.h>
 
@@ -117,6 +119,11 @@ class DataCompressor_Impl : public DataCompressor {
 public:
     void load(YString path) override
     {
+        // A file that is neither a regular file nor a folder (a FIFO, whose open would wait for a writer
+        // that may never come; a device or a socket) counts as one that cannot be opened.
+        const QFileInfo file(QString::fromUtf8(path.c_str()));
+        if (file.exists() && !file.isFile() && !file.isDir())
+            return;
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "rb") != 0 || !f)
             return;

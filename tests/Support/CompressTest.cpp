@@ -211,6 +211,22 @@ TEST_F(Compress, BadFilesLeaveAnEmptyBufferOrNothing)
     EXPECT_FALSE(h->save(YString(path("no/dir/x.z").c_str())));
 }
 
+#ifndef Q_OS_WIN
+// A FIFO that no one writes, and a device, are files that cannot be opened: loading one returns at once
+// and leaves the buffer as it was.
+TEST_F(Compress, SpecialFilesLeaveTheBufferAsItWas)
+{
+    const std::string fifo = path("fifo.z");
+    ASSERT_EQ(QProcess::execute("mkfifo", {QString::fromStdString(fifo)}), 0);
+    for (const std::string& special : {fifo, std::string("/dev/null"), std::string("/dev/zero")}) {
+        auto c = make();
+        c->append("kept", 4);
+        c->load(YString(special.c_str()));
+        EXPECT_EQ(std::string(c->data(), static_cast<size_t>(c->size())), "kept") << special;
+    }
+}
+#endif
+
 TEST_F(Compress, UnderstatedLengthStillDecompressesEverything)
 {
     std::string text = randomText(3000);
