@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLibrary>
+#include <QVariant>
 #include <climits>
 
 namespace {
@@ -63,6 +64,15 @@ bool sameFileName(const QString& a, const QString& b)
     return QString::compare(a, b, sp_CaseSensitiveFiles() ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
 }
 
+// The name a module of the list was asked for by: loading may give its library object the module's full
+// path instead, and the module is found again by either.
+const char* const kGivenName = "supportqtGivenName";
+
+bool namesModule(const QString& name, const QLibrary& module)
+{
+    return sameFileName(name, module.fileName()) || sameFileName(name, module.property(kGivenName).toString());
+}
+
 // Removes every list entry of `library`, unloads it and destroys it.
 void dropModule(QLibrary* library)
 {
@@ -104,7 +114,7 @@ void* sp_GetLibraryFunction(const char* library, const char* function, bool useP
     for (const YString& candidate : candidates) {
         const QLibrary probe(toQs(candidate));
         for (QLibrary* module : modules) {
-            if (sameFileName(probe.fileName(), module->fileName())) {
+            if (namesModule(probe.fileName(), *module)) {
                 loaded = module;
                 break;
             }
@@ -124,6 +134,7 @@ void* sp_GetLibraryFunction(const char* library, const char* function, bool useP
             if (checkSignatures && sp_VerifyEmbeddedSignature(candidate.c_str()) != 0)
                 continue;
             auto* module = new QLibrary(toQs(candidate));
+            module->setProperty(kGivenName, module->fileName());
             if (pluginsplatform::load(*module)) {
                 modules.append(module);
                 loaded = module;
@@ -155,7 +166,8 @@ void sp_UnloadLibrary(const char* path)
     if (!path)
         return;
     for (QLibrary* module : SupportQtLoadTime::loadedModules()) {
-        if (sp_ComparePaths(toYs(module->fileName()).c_str(), path) == 0) {
+        if (sp_ComparePaths(toYs(module->fileName()).c_str(), path) == 0 ||
+            sp_ComparePaths(toYs(module->property(kGivenName).toString()).c_str(), path) == 0) {
             dropModule(module);
             return;
         }
@@ -206,7 +218,13 @@ YQtLibrary::YQtLibrary(const char* path) : m_library(new QLibrary(QString::fromU
 
 YQtLibrary::~YQtLibrary() { delete m_library; }
 
-void* YQtLibrary::resolve(const char* name) { return name ? reinterpret_cast<void*>(m_library->resolve(name)) : nullptr; }
+void* YQtLibrary::resolve(const char* name)
+{
+    // Loaded first as the other loaders load, never by Qt's own search for the module.
+    if (!name || (!m_library->isLoaded() && !pluginsplatform::load(*m_library)))
+        return nullptr;
+    return reinterpret_cast<void*>(m_library->resolve(name));
+}
 
 bool YQtLibrary::isLoaded() const { return m_library->isLoaded(); }
 

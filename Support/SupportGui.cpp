@@ -1,5 +1,6 @@
 // SupportGui.cpp - forwarders to the GUI module's implementation, or to the placeholder without it.
 #include "SupportGui.h"
+#include "PluginsPlatform_p.h"
 
 #include <QLibrary>
 
@@ -16,9 +17,11 @@ SupportGuiAbstract* gui()
 {
     if (!s_implementation) {
         QLibrary module(QStringLiteral("supportgui"));
-        // Destroying the library object leaves the module loaded.
-        if (auto entry = reinterpret_cast<GetSupportGuiImpl_t>(module.resolve("sp_GetSupportGuiImpl")))
-            s_implementation = entry();
+        // Loaded as plug-ins are, never from the current folder; destroying the library object leaves the
+        // module loaded.
+        if (pluginsplatform::load(module))
+            if (auto entry = reinterpret_cast<GetSupportGuiImpl_t>(module.resolve("sp_GetSupportGuiImpl")))
+                s_implementation = entry();
     }
     return s_implementation ? s_implementation : &s_placeHolder;
 }

@@ -3,6 +3,7 @@
 #include "FileServices.h"
 #include "Options.h"
 #include "Plugins.h"
+#include "SupportGui.h"
 #include "TestHelpers.h"
 
 #include <QCoreApplication>
@@ -14,6 +15,8 @@
 #include "PluginsPlatform_p.h"
 
 #include <windows.h>
+#else
+#include <dlfcn.h>
 #endif
 
 #include <algorithm>
@@ -97,6 +100,86 @@ TEST_F(Plugins, FirstDirectoryWinsAndTheModuleIsLoadedOnce)
     EXPECT_EQ(second(), 2);
     EXPECT_EQ(sp_GetLibraryFunction(kVersioned.c_str(), nullptr, true, "sims", false), nullptr);
 }
+
+// A name that ends as a module file names that file alone: when it is missing nothing is loaded, never a
+// module whose name is made of it ("libx.so" for "x.so", "x.dll.dll" for "x.dll"); a relative path is
+// that file from the current folder, not another name tried first. Such a module is found again, and
+// unloaded, by the name it was asked for by.
+TEST_F(Plugins, ANameThatEndsAsAModuleFileNamesThatFileAlone)
+{
+    const QString dir = QString::fromStdString(path("mods"));
+    QDir().mkpath(dir + "/sub");
+#ifdef Q_OS_WIN
+    const std::string guessed = "x.dll.dll";
+#else
+    const std::string guessed = "libx.so";
+#endif
+    const std::string exact = "x" + kSuffix;
+    const QString version1 = QString::fromStdString(kDirs + "/dir1/" + kVersioned);
+    const QString version2 = QString::fromStdString(kDirs + "/dir2/" + kVersioned);
+    ASSERT_TRUE(QFile::copy(version2, dir + "/" + QString::fromStdString(guessed)));
+    EXPECT_FALSE(sp_LoadLibrary(path("mods/" + exact).c_str()));
+    EXPECT_EQ(sp_GetLibraryFunction(path("mods/" + exact).c_str(), "moduleVersion", false, nullptr, false), nullptr);
+    YQtLibrary library(path("mods/" + exact).c_str());
+    EXPECT_EQ(library.resolve("moduleVersion"), nullptr);
+    EXPECT_FALSE(library.isLoaded());
+    writeIni("mods=" + path("mods"));
+    EXPECT_EQ(sp_GetLibraryFunction(exact.c_str(), "moduleVersion", true, "mods", false), nullptr);
+
+    ASSERT_TRUE(QFile::copy(version1, dir + "/sub/" + QString::fromStdString(exact)));
+    ASSERT_TRUE(QFile::copy(version2, dir + "/sub/" + QString::fromStdString(guessed)));
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(dir));
+    const std::string relative = "sub/" + exact;
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(relative.c_str(), "moduleVersion", false, nullptr, false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 1);
+    EXPECT_EQ(reinterpret_cast<IntFunction>(sp_GetLibraryFunction(relative.c_str(), "moduleVersion", false, nullptr, false)), f);
+    sp_UnloadLibrary(relative.c_str());
+#ifdef Q_OS_WIN
+    EXPECT_EQ(GetModuleHandleW(QDir::toNativeSeparators(dir + "/sub/" + QString::fromStdString(exact)).toStdWString().c_str()), nullptr);
+#else
+    EXPECT_EQ(dlopen((dir + "/sub/" + QString::fromStdString(exact)).toLocal8Bit().constData(), RTLD_LAZY | RTLD_NOLOAD), nullptr);
+#endif
+    QDir::setCurrent(before);
+}
+
+#ifdef Q_OS_WIN
+// A bare name is looked for where the system looks for modules, but never in the current folder: the
+// module of that name planted there (version 2, also as "name.dll.dll") is not loaded, the one in a
+// folder of PATH (version 1) is; nor is a GUI module planted there.
+TEST_F(Plugins, ABareNameIsNeverTakenFromTheCurrentFolder)
+{
+    const QString onPath = QString::fromStdString(path("onpath"));
+    const QString planted = QString::fromStdString(path("cwd"));
+    QDir().mkpath(onPath);
+    QDir().mkpath(planted);
+    const QString version1 = QString::fromStdString(kDirs + "/dir1/" + kVersioned);
+    const QString version2 = QString::fromStdString(kDirs + "/dir2/" + kVersioned);
+    ASSERT_TRUE(QFile::copy(version2, planted + "/barenamed.dll"));
+    ASSERT_TRUE(QFile::copy(version2, planted + "/barenamed.dll.dll"));
+    ASSERT_TRUE(QFile::copy(version2, planted + "/supportgui.dll"));
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(planted));
+    EXPECT_EQ(sp_GetLibraryFunction("barenamed.dll", "moduleVersion", false, nullptr, false), nullptr);
+    EXPECT_FALSE(sp_LoadLibrary("barenamed.dll"));
+    // A call to the GUI facade looks for its module.
+    (void)sp_GetApplicationStyle();
+    EXPECT_EQ(GetModuleHandleW(L"supportgui.dll"), nullptr);
+    EXPECT_EQ(GetModuleHandleW(L"barenamed.dll"), nullptr);
+
+    ASSERT_TRUE(QFile::copy(version1, onPath + "/barenamed.dll"));
+    const QByteArray pathBefore = qgetenv("PATH");
+    qputenv("PATH", QDir::toNativeSeparators(onPath).toLocal8Bit() + ";.;" + pathBefore);
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("barenamed.dll", "moduleVersion", false, nullptr, false));
+    qputenv("PATH", pathBefore);
+    QDir::setCurrent(before);
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 1);
+    sp_UnloadLibrary("barenamed.dll");
+    EXPECT_EQ(GetModuleHandleW(L"barenamed.dll"), nullptr);
+}
+#endif
 
 TEST_F(Plugins, DefaultDirectoryIsPluginsSlashCategory)
 {
