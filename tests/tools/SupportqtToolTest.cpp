@@ -459,7 +459,8 @@ TEST_F(Tool, AResultsFileThatDoesNotLoadIsReportedWithItsFault)
         return r.err;
     };
     const QString start = QStringLiteral("supportqt results: the results file %1 does not load: ");
-    EXPECT_EQ(said("sparse.msw"), start.arg(temp("sparse.msw")) + "it holds too few values for a table of its runs by its merit functions\n");
+    EXPECT_EQ(said("sparse.msw"), start.arg(temp("sparse.msw")) +
+                                      "it holds too few values for a table of its runs by its merit functions, or memory ran out\n");
     EXPECT_EQ(said("v2.msw"), start.arg(temp("v2.msw")) + "it is version 2.0, not 1.0\n");
     EXPECT_EQ(said("big.msw"), start.arg(temp("big.msw")) +
                                    "line 4 has case 3000000000, past the case numbers a run may have (-2147483648 to 2147483647)\n");
@@ -470,7 +471,16 @@ TEST_F(Tool, AResultsFileThatDoesNotLoadIsReportedWithItsFault)
                                        ", does not load: it is version 2.0, not 1.0\n");
     EXPECT_EQ(said("self.msw"), start.arg(temp("self.msw")) + "with the files it appends it holds too few values for a table "
                                                               "of its runs by its merit functions, or those files append each "
-                                                              "other too deeply\n");
+                                                              "other too deeply, or memory ran out\n");
+    // A second root is not well-formed; a file larger than the reader takes is said to be, unread.
+    writeFileBytes(path("two.msw"), head + "</msw>\n<msw version=\"1.0\"/>\n");
+    EXPECT_EQ(said("two.msw"), start.arg(temp("two.msw")) +
+                                   "it is not well-formed XML (line 4, column 21: Extra content at end of document.)\n");
+    writeFileBytes(path("huge.msw"), head);
+    QFile huge(temp("huge.msw"));
+    ASSERT_TRUE(huge.resize(0x80000000LL)); // sparse: no disk is taken
+    EXPECT_EQ(said("huge.msw"), start.arg(temp("huge.msw")) + "it is larger than the 2147483647 bytes a results file may have\n");
+    ASSERT_TRUE(huge.remove());
 }
 
 // ---------------------------------------------------------------- netlist, index, section

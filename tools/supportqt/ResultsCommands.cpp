@@ -12,6 +12,7 @@
 #include "SchemaValidation.h"
 #include "TextServices.h"
 #include "XMLReport.h"
+#include "YDom.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -99,6 +100,9 @@ QString resultsFileFault(const QString& name, bool* appends)
     QFile file(name);
     if (!file.open(QIODevice::ReadOnly))
         return QStringLiteral("it cannot be read");
+    // The reader takes no larger file, which is not read through here either.
+    if (file.size() > YDomDocument::kMaxFileBytes)
+        return QStringLiteral("it is larger than the %1 bytes a results file may have").arg(YDomDocument::kMaxFileBytes);
     QXmlStreamReader reader(&file);
     reader.setNamespaceProcessing(false); // the library reads names as written, prefixes and all
     bool atRoot = true;
@@ -147,10 +151,11 @@ QString whyResultsDoNotLoad(const QString& name, const std::vector<YString>& sou
         if (!fault.isEmpty())
             return QStringLiteral("the file it appends, %1, does not load: %2").arg(appended, fault);
     }
+    // What is left the library does not tell apart from memory that ran out.
     if (appends)
         return QStringLiteral("with the files it appends it holds too few values for a table of its runs by its merit "
-                              "functions, or those files append each other too deeply");
-    return QStringLiteral("it holds too few values for a table of its runs by its merit functions");
+                              "functions, or those files append each other too deeply, or memory ran out");
+    return QStringLiteral("it holds too few values for a table of its runs by its merit functions, or memory ran out");
 }
 
 // Reads a results file into `table` and `header`, and the files it appends into `*appended` (when not
