@@ -457,8 +457,9 @@ int runMerge(const QStringList& arguments)
                         QStringLiteral("Merges results files of parts of a run set (one per core, job or machine) into one\n"
                                        "file that reads as all of them: runs keep their case numbers, the header lists the\n"
                                        "shards and each run records its shard. Case numbers that two shards share are an\n"
-                                       "error unless --renumber, which gives them new numbers above all others and keeps\n"
-                                       "the original shard and case in the run's description."));
+                                       "error unless --renumber, which gives them new numbers above all others; such a run\n"
+                                       "records its original shard and case, and shows them in its description unless it\n"
+                                       "has a name, which readers show instead."));
     command.addOption({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The merged results file."),
                       QStringLiteral("MERGED"));
     command.addOption({QStringLiteral("renumber")}, QStringLiteral("Renumber runs whose case numbers collide."));
