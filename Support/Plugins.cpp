@@ -59,9 +59,11 @@ YArray<YString> pluginDirectories(const char* category)
     return directories;
 }
 
+// Whether two file names are the same: with either separator where the system takes both.
 bool sameFileName(const QString& a, const QString& b)
 {
-    return QString::compare(a, b, sp_CaseSensitiveFiles() ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
+    return QString::compare(QDir::fromNativeSeparators(a), QDir::fromNativeSeparators(b),
+                            sp_CaseSensitiveFiles() ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
 }
 
 // The name a module of the list was asked for by: loading may give its library object the module's full

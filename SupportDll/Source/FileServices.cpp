@@ -25,20 +25,18 @@ YString& exeDirOverride()
 }
 
 inline bool isSeparator(char c) { return c == '/' || c == '\\'; }
-inline char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // The path as two names of one file compare: separators alike, runs of them as one, "." parts and a
-// trailing separator left out (".." is kept: through a link it need not lead back), ASCII case folded
-// where names ignore it. A drive's root ("C:/") stays as it is, and on Windows a leading "//" (a share).
+// trailing separator left out (".." is kept: through a link it need not lead back), case folded where
+// names ignore it. A drive's root ("C:/") stays as it is, and on Windows a leading "//" (a share).
 std::string normalisedForCompare(const char* path)
 {
     std::string s(path ? path : "");
-    for (char& c : s) {
+    for (char& c : s)
         if (c == '\\')
             c = '/';
-        if (!sp_CaseSensitiveFiles())
-            c = lower(c);
-    }
+    if (!sp_CaseSensitiveFiles())
+        s = platform::foldCase(s);
     std::string out;
     size_t i = 0;
     if (s.size() >= 2 && s[1] == ':' && ((s[0] >= 'a' && s[0] <= 'z') || (s[0] >= 'A' && s[0] <= 'Z'))) {

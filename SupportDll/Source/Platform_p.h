@@ -4,6 +4,7 @@
 #include "YString.h"
 
 #include <cstdio>
+#include <string>
 
 namespace platform {
 FILE* openFile(const char* utf8Path, const char* mode);
@@ -39,4 +40,8 @@ int getPriority(int pid);
 int currentProcessId();
 int verifySignature(const char* utf8Path);
 void writeConsole(const char* text, size_t length);
+/// The UTF-8 text with its letters in lower case, as names of files that ignore case are compared: on
+/// Windows every letter the system folds, elsewhere ASCII letters only; text that is not UTF-8 has its
+/// ASCII letters folded.
+std::string foldCase(const std::string& utf8);
 } // namespace platform

@@ -252,4 +252,13 @@ void writeConsole(const char* text, size_t length)
     std::fflush(stdout);
 }
 
+std::string foldCase(const std::string& utf8)
+{
+    std::string folded = utf8;
+    for (char& c : folded)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return folded;
+}
+
 } // namespace platform

@@ -664,4 +664,32 @@ void writeConsole(const char* text, size_t length)
     }
 }
 
+std::string foldCase(const std::string& utf8)
+{
+    std::string folded = utf8;
+    for (char& c : folded)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    if (utf8.empty() || utf8.size() > 32767)
+        return folded;
+    // File names ignore the case of every letter, not of ASCII ones alone: folded by the system,
+    // independent of the user's language.
+    const int wide = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
+    if (wide <= 0)
+        return folded;
+    std::wstring text(static_cast<size_t>(wide), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), static_cast<int>(utf8.size()), &text[0], wide);
+    std::wstring lower(text.size(), L'\0');
+    const int mapped = LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_LOWERCASE, text.data(), wide, &lower[0], wide, nullptr, nullptr, 0);
+    if (mapped != wide)
+        return folded;
+    const int bytes = WideCharToMultiByte(CP_UTF8, 0, lower.data(), wide, nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0)
+        return folded;
+    std::string result(static_cast<size_t>(bytes), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, lower.data(), wide, &result[0], bytes, nullptr, nullptr);
+    return result;
+}
+
+
 } // namespace platform

@@ -181,6 +181,22 @@ TEST_F(Plugins, ABareNameIsNeverTakenFromTheCurrentFolder)
 }
 #endif
 
+#ifdef Q_OS_WIN
+// A module named with "/" and asked for again with "\\" is the same entry of the list: found, and unloaded,
+// by either spelling.
+TEST_F(Plugins, EitherSeparatorNamesTheSameModule)
+{
+    const QString slashed = QFileInfo(QString::fromStdString(kDirs + "/dir1/" + kVersioned)).absoluteFilePath();
+    const QString backslashed = QDir::toNativeSeparators(slashed);
+    ASSERT_NE(slashed, backslashed);
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(slashed.toUtf8().constData(), "moduleVersion", false, nullptr, false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(reinterpret_cast<IntFunction>(sp_GetLibraryFunction(backslashed.toUtf8().constData(), "moduleVersion", false, nullptr, false)), f);
+    EXPECT_EQ(sp_GetLibraryFunction(backslashed.toUtf8().constData(), nullptr, false, nullptr, false), nullptr);
+    EXPECT_EQ(GetModuleHandleW(backslashed.toStdWString().c_str()), nullptr);
+}
+#endif
+
 TEST_F(Plugins, DefaultDirectoryIsPluginsSlashCategory)
 {
     QDir().mkpath(QString::fromStdString(path("plugins/tools")));

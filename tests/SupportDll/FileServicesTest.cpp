@@ -712,6 +712,16 @@ TEST(Paths, ConvertSplitCompare)
     EXPECT_EQ(sp_ComparePaths("//a", "/a"), 0);
 #endif
     EXPECT_EQ(sp_CaseSensitiveFiles(), sp_ComparePaths("/A", "/a") != 0);
+    // Where names ignore case, they ignore it for every letter, not only for ASCII ones; bytes that are
+    // no UTF-8 leave the ASCII letters around them folded.
+#ifdef _WIN32
+    EXPECT_EQ(sp_ComparePaths("C:/\xC3\x84rger.dll", "c:/\xC3\xA4RGER.DLL"), 0);
+    EXPECT_EQ(YString("C:/\xC3\x84rger.dll").comparePath(YString("c:/\xC3\xA4rger.dll")), 0);
+    EXPECT_EQ(sp_ComparePaths("C:/A\xFF/B", "c:/a\xFF/b"), 0);
+    EXPECT_NE(sp_ComparePaths("C:/A\xFF/B", "c:/a\xFE/b"), 0);
+#else
+    EXPECT_NE(sp_ComparePaths("/\xC3\x84rger.so", "/\xC3\xA4rger.so"), 0);
+#endif
 #if defined(_WIN32)
     EXPECT_STREQ(sp_GetSharedLibraryFilter(), "*.dll");
 #elif !defined(__APPLE__)
