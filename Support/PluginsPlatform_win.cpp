@@ -1,5 +1,6 @@
-// PluginsPlatform_win.cpp - loading exactly the module named on Windows: with the modules it imports
-// looked for in its own folder first, and never from the current folder.
+// PluginsPlatform_win.cpp - loading exactly the module named on Windows: never a module of another name
+// made of it, and a bare name never from the current folder; the modules it imports are looked for in
+// its own folder first.
 #include "PluginsPlatform_p.h"
 
 #include <QDir>
@@ -28,56 +29,65 @@ HMODULE loadQuietly(const QString& name, DWORD flags)
     return module;
 }
 
-// A name with a folder or a drive in it is a path, to one file: a relative one from the current folder,
-// one from the root ("/dir/x.dll") on the current drive. Only a bare name is looked for.
-bool isPath(const QString& name)
+// A folder the system names through a call that fills a buffer; empty when it names none.
+template <class Get>
+QString systemFolder(Get get)
 {
-    return name.contains(QLatin1Char('/')) || name.contains(QLatin1Char('\\')) || (name.size() >= 2 && name.at(1) == QLatin1Char(':'));
-}
-
-// Loads the module that `name` names: a name that does not end in ".dll" is tried with it too, as Qt
-// tries it, but one that does is never tried as "x.dll.dll". A path is that file, with the modules it
-// imports looked for in its own folder first. A bare name is looked for where the system looks for
-// modules (the program's folder, the system's folder, then the absolute folders of PATH), but never in
-// the current folder, where anyone may have put a module of that name.
-HMODULE loadNamed(const QString& name)
-{
-    const bool path = isPath(name);
-    QStringList spellings{name};
-    if (!QLibrary::isLibrary(name)) {
-        if (path)
-            spellings.append(name + QLatin1String(".dll"));
-        else
-            spellings.prepend(name + QLatin1String(".dll"));
-    }
-    const QStringList folders = qEnvironmentVariable("PATH").split(QLatin1Char(';'), Qt::SkipEmptyParts);
-    for (const QString& spelling : spellings) {
-        if (path) {
-            const QFileInfo file(spelling);
-            if (file.isFile())
-                return loadQuietly(file.absoluteFilePath(), LOAD_WITH_ALTERED_SEARCH_PATH);
-            continue;
-        }
-        if (const HMODULE module = loadQuietly(spelling, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
-            return module;
-        for (const QString& folder : folders) {
-            // A relative entry (".") means the current folder.
-            if (!QDir::isAbsolutePath(folder))
-                continue;
-            const QFileInfo file(QDir(folder).filePath(spelling));
-            if (file.isFile())
-                if (const HMODULE module = loadQuietly(file.absoluteFilePath(), LOAD_WITH_ALTERED_SEARCH_PATH))
-                    return module;
-        }
-    }
-    return nullptr;
+    std::vector<wchar_t> buffer(32768);
+    const UINT n = get(buffer.data(), static_cast<UINT>(buffer.size()));
+    return n == 0 || n >= buffer.size() ? QString() : QString::fromWCharArray(buffer.data(), static_cast<int>(n));
 }
 
 QString moduleFileName(HMODULE module)
 {
-    std::vector<wchar_t> buffer(32768);
-    const DWORD n = GetModuleFileNameW(module, buffer.data(), static_cast<DWORD>(buffer.size()));
-    return n == 0 || n >= buffer.size() ? QString() : QString::fromWCharArray(buffer.data(), static_cast<int>(n));
+    return systemFolder([module](wchar_t* buffer, UINT size) { return GetModuleFileNameW(module, buffer, size); });
+}
+
+// The folders where the system looks for a module named without a full path, in its order: the
+// program's folder, the folder set for modules, the system's folders, the current folder (only when
+// `withCurrent`), then the absolute folders of PATH.
+QStringList searchFolders(bool withCurrent)
+{
+    QStringList folders;
+    folders << QFileInfo(moduleFileName(nullptr)).absolutePath();
+    folders << systemFolder([](wchar_t* buffer, UINT size) { return static_cast<UINT>(GetDllDirectoryW(size, buffer)); });
+    folders << systemFolder([](wchar_t* buffer, UINT size) { return GetSystemDirectoryW(buffer, size); });
+    folders << systemFolder([](wchar_t* buffer, UINT size) { return GetWindowsDirectoryW(buffer, size); });
+    if (withCurrent)
+        folders << QDir::currentPath();
+    // A relative entry of PATH (".") means the current folder.
+    for (const QString& folder : qEnvironmentVariable("PATH").split(QLatin1Char(';'), Qt::SkipEmptyParts))
+        if (QDir::isAbsolutePath(folder))
+            folders << folder;
+    folders.removeAll(QString());
+    return folders;
+}
+
+// The file that `name` names: a name that does not end in ".dll" is tried with it too, as Qt tries it,
+// but one that does is never tried as "x.dll.dll". A full path is that file; any other name is looked
+// for where the system looks for modules, a relative path with folders in it as the system looks for it
+// too, but a bare name never in the current folder, where anyone may have put a module of that name.
+QString moduleFile(const QString& name)
+{
+    QStringList spellings{name};
+    if (!QLibrary::isLibrary(name))
+        spellings << name + QLatin1String(".dll");
+    const bool full = QFileInfo(name).isAbsolute();
+    const bool bare = !name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\')) && !name.contains(QLatin1Char(':'));
+    const QStringList folders = full ? QStringList() : searchFolders(!bare);
+    for (const QString& spelling : spellings) {
+        if (full) {
+            if (QFileInfo(spelling).isFile())
+                return QFileInfo(spelling).absoluteFilePath();
+            continue;
+        }
+        for (const QString& folder : folders) {
+            const QFileInfo file(QDir(folder).filePath(spelling));
+            if (file.isFile())
+                return file.absoluteFilePath();
+        }
+    }
+    return QString();
 }
 
 } // namespace
@@ -85,20 +95,21 @@ QString moduleFileName(HMODULE module)
 bool load(QLibrary& library)
 {
     const QString name = library.fileName();
-    const HMODULE module = loadNamed(name);
+    const QString file = moduleFile(name);
+    if (file.isEmpty())
+        return false;
+    // Loaded once by its full path with the modules it imports looked for in its own folder first, then
+    // where the system looks when they are not there (the program's folder among them); QLibrary then
+    // takes the same module and the extra reference is given back, so that the count is what QLibrary
+    // alone would leave. A name that is not a full path QLibrary would look for itself, trying other
+    // names first: it is given the module's path.
+    HMODULE module = loadQuietly(file, LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (!module)
+        module = loadQuietly(file, 0);
     if (!module)
         return false;
-    // QLibrary then takes the module loaded here. A name that is not a full path it would look for
-    // itself, trying other names first and the current folder too: it is given the module's own path.
-    // The extra reference is given back, so that the count is what QLibrary alone would leave.
-    if (!QFileInfo(name).isAbsolute()) {
-        const QString file = moduleFileName(module);
-        if (file.isEmpty()) {
-            FreeLibrary(module);
-            return false;
-        }
+    if (!QFileInfo(name).isAbsolute())
         library.setFileName(file);
-    }
     const bool loaded = library.load();
     FreeLibrary(module);
     return loaded;
