@@ -89,9 +89,11 @@ private:
 /// that Windows drops at the end of a name are gone) runs in the command interpreter, which reads "&",
 /// "|", "<", ">", "^", "%", "!" and line breaks in its arguments as its own syntax: an argument could run
 /// another program. The launchers refuse such a command line (sp_SpawnApplication and
-/// sp_OldSpawnApplication give 1, KvProcess::start false). Returns the first such character of the
-/// command line's arguments, or 0 when there is none (always on other systems); `program` (may be null)
-/// receives the program as the launchers read the command line.
+/// sp_OldSpawnApplication give 1, KvProcess::start false); the older launcher, whose command line the
+/// system splits itself, judges every program the system could read from it (an unquoted name with
+/// blanks is tried up to each blank). Returns the first such character of the command line's arguments
+/// as sp_SpawnApplication reads them, or 0 when there is none (always on other systems); `program` (may
+/// be null) receives the program as sp_SpawnApplication reads the command line.
 [[nodiscard]] SUPPORTQT_API char sp_CommandInterpreterSyntax(const char* commandLine, YString* program);
 /// The older launcher. On Windows it is CreateProcessW with the window-show and console options; on
 /// other systems it starts the program with posix_spawn from the same command line, and the

@@ -83,6 +83,7 @@ QString processes::programForQt(const QString& bareProgram) { return bareProgram
 
 // No program runs in a command interpreter here: its arguments reach it as they are.
 char processes::interpreterSyntaxIn(const QString&, const QStringList&) { return 0; }
+char processes::rawLineInterpreterSyntax(const char*) { return 0; }
 
 int processes::nativePid(const QProcess* process)
 {

@@ -20,18 +20,42 @@ bool isBatchFile(QString program)
     return program.endsWith(QLatin1String(".bat"), Qt::CaseInsensitive) ||
            program.endsWith(QLatin1String(".cmd"), Qt::CaseInsensitive);
 }
+
+// The first character of `text` that the command interpreter reads as its own syntax, or 0: outside
+// quotes these join, redirect or escape commands, and "%" and "!" expand variables even inside.
+char syntaxIn(const QString& text)
+{
+    static const QString syntax = QStringLiteral("&|<>^%!\r\n");
+    for (const QChar c : text)
+        if (syntax.contains(c))
+            return static_cast<char>(c.unicode());
+    return 0;
+}
 } // namespace
 
 char processes::interpreterSyntaxIn(const QString& program, const QStringList& arguments)
 {
     if (!isBatchFile(program))
         return 0;
-    // Outside quotes these join, redirect or escape commands; "%" and "!" expand variables even inside.
-    static const QString syntax = QStringLiteral("&|<>^%!\r\n");
     for (const QString& argument : arguments)
-        for (const QChar c : argument)
-            if (syntax.contains(c))
-                return static_cast<char>(c.unicode());
+        if (const char c = syntaxIn(argument))
+            return c;
+    return 0;
+}
+
+char processes::rawLineInterpreterSyntax(const char* commandLine)
+{
+    // The system reads an unquoted program with blanks in its name by trying the line up to each blank
+    // in turn, and quotes may stand inside the name: every such part that names a batch file is taken
+    // for the program, with the rest of the line as its arguments.
+    const QString line = QString::fromUtf8(commandLine ? commandLine : "");
+    for (int end = 0; end <= line.size(); ++end) {
+        if (end < line.size() && line.at(end) != QLatin1Char(' ') && line.at(end) != QLatin1Char('\t'))
+            continue;
+        if (isBatchFile(line.left(end).trimmed()))
+            if (const char c = syntaxIn(line.mid(end)))
+                return c;
+    }
     return 0;
 }
 

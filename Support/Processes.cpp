@@ -277,8 +277,11 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
     QString program, bare;
     QStringList arguments;
     processes::parseCommandLine(commandLine, &program, &arguments, &bare);
-    if (processes::interpreterSyntaxIn(bare, arguments))
+    if (processes::interpreterSyntaxIn(bare, arguments)) {
+        if (processId)
+            *processId = -1;
         return SSPE_Failed;
+    }
 
     auto* child = new SpawnProcessObjectQt4(output, sp_SpawnCaptureLimit(), (flags & SpawnEndWithCaller) != 0);
     // Finishing ends the wait below; without a wait the object deletes itself when the child ends.
@@ -369,7 +372,7 @@ SSPError sp_OldSpawnApplication(const char* commandLine, SpawnFlags flags, unsig
 {
     unsigned exitSink = 0;
     int pidSink = 0;
-    if (sp_CommandInterpreterSyntax(commandLine, nullptr)) {
+    if (processes::rawLineInterpreterSyntax(commandLine)) {
         *(exitCode ? exitCode : &exitSink) = 0;
         *(processId ? processId : &pidSink) = -1;
         return SSPE_Failed;

@@ -83,6 +83,9 @@ QString programForQt(const QString& bareProgram);
 /// `program` (quotes in it are ignored) is a batch file that it runs (Windows); 0 when there is none,
 /// and always on other systems.
 char interpreterSyntaxIn(const QString& program, const QStringList& arguments);
+/// The same for a command line that the system itself splits (the older launcher on Windows), judged
+/// on every program the system could read from it.
+char rawLineInterpreterSyntax(const char* commandLine);
 /// The system process id of a QProcess's child, or -1.
 int nativePid(const QProcess* process);
 /// Records the outcome that sp_LastSpawnOutcome returns on this thread.

@@ -113,6 +113,15 @@ TEST_F(Processes, BatchFilesAreNotGivenTheCommandInterpretersSyntax)
         KvProcess process(line.c_str(), false, false);
         EXPECT_FALSE(process.start()) << line;
     }
+    // The older launcher hands the line to the system, which reads an unquoted name with blanks up to
+    // each blank in turn: a batch file in a folder with a blank in its name is found that way.
+    QDir().mkpath(QString::fromStdString(path("my tools")));
+    writeFileBytes(path("my tools/mark.bat"), "@echo off\r\necho ran>\"%~dp0..\\ran.txt\"\r\n");
+    unsigned oldCode = 99;
+    int oldPid = 0;
+    EXPECT_EQ(sp_OldSpawnApplication((folder + "my tools\\mark.bat x&echo>\"" + folder + "INJ\"").c_str(), SpawnWait | SpawnHidden,
+                                     &oldCode, &oldPid),
+              SSPE_Failed);
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path("ran.txt"))));
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path("INJ"))));
     unsigned code = 99;
