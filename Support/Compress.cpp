@@ -1,10 +1,9 @@
 // Compress.cpp - the data compressor behind "makeDataCompressor".
 #include "Compress.h"
+#include "FileOpenCheck_p.h"
 #include "FileServices.h"
 
 #include <QByteArray>
-#include <QFileInfo>
-#include <QString>
 
 #include <zlib.h>
 
@@ -119,10 +118,9 @@ class DataCompressor_Impl : public DataCompressor {
 public:
     void load(YString path) override
     {
-        // A file that is neither a regular file nor a folder (a FIFO, whose open would wait for a writer
-        // that may never come; a device or a socket) counts as one that cannot be opened.
-        const QFileInfo file(QString::fromUtf8(path.c_str()));
-        if (file.exists() && !file.isFile() && !file.isDir())
+        // A FIFO, whose open would wait for a writer that may never come, counts as a file that cannot be
+        // opened, and so does a socket.
+        if (fileopencheck::waitsToOpen(QByteArray(path.c_str())))
             return;
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "rb") != 0 || !f)

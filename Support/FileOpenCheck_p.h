@@ -33,4 +33,7 @@ void removeMadeFile(const QByteArray& path);
 bool fileExists(const QByteArray& path);
 bool fileWritable(const QByteArray& path);
 bool folderOfFileExists(const QByteArray& path);
+/// Whether the path names a file whose open for reading may wait for another process, symbolic links
+/// followed: a FIFO (until someone writes it) or a socket (whose open fails). Never on Windows.
+bool waitsToOpen(const QByteArray& path);
 } // namespace fileopencheck

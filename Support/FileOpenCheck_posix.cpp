@@ -153,3 +153,9 @@ bool fileopencheck::folderOfFileExists(const QByteArray& path)
     struct stat st;
     return ::stat(folderOf(path).constData(), &st) == 0 && S_ISDIR(st.st_mode);
 }
+
+bool fileopencheck::waitsToOpen(const QByteArray& path)
+{
+    struct stat st;
+    return ::stat(path.constData(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
+}
