@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <cstdio>
 #include <string>
@@ -371,11 +372,32 @@ bool YDomDocument::loadText(const char* text, size_t length)
 }
 
 namespace {
+// The last character of the text in its encoding, from its last four bytes `tail` (the text's bytes
+// right-aligned); 0 for an encoding not listed here.
+unsigned lastCharacter(const unsigned char (&tail)[4], pugi::xml_encoding encoding)
+{
+    switch (encoding) {
+    case pugi::encoding_utf8:
+    case pugi::encoding_latin1:
+        return tail[3]; // a byte below 128 is the character; the one of a longer sequence is no ASCII
+    case pugi::encoding_utf16_le:
+        return tail[2] | (tail[3] << 8);
+    case pugi::encoding_utf16_be:
+        return (tail[2] << 8) | tail[3];
+    case pugi::encoding_utf32_le:
+        return tail[0] | (tail[1] << 8) | (tail[2] << 16) | (static_cast<unsigned>(tail[3]) << 24);
+    case pugi::encoding_utf32_be:
+        return (static_cast<unsigned>(tail[0]) << 24) | (tail[1] << 16) | (tail[2] << 8) | tail[3];
+    default:
+        return 0;
+    }
+}
+
 // Whether a text parsed as a fragment is one document: a single element at the top, with nothing but
 // markup and blanks around it. A document parse would take a second element or text around the first
-// without a word; a fragment parse keeps them as nodes, except that it drops the text's last
-// character (`last`, in UTF-8 text), which must end markup or be a blank.
-bool isOneDocument(const pugi::xml_document& document, char last, pugi::xml_encoding encoding)
+// without a word; a fragment parse keeps them as nodes, except that it drops the text's last character
+// (`last`), which must therefore end markup or be a blank.
+bool isOneDocument(const pugi::xml_document& document, unsigned last)
 {
     int elements = 0;
     for (const pugi::xml_node node : document.children()) {
@@ -384,9 +406,7 @@ bool isOneDocument(const pugi::xml_document& document, char last, pugi::xml_enco
         else if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata)
             return false;
     }
-    if (elements != 1)
-        return false;
-    return encoding != pugi::encoding_utf8 || last == '>' || last == ' ' || last == '\t' || last == '\r' || last == '\n';
+    return elements == 1 && (last == '>' || last == ' ' || last == '\t' || last == '\r' || last == '\n');
 }
 } // namespace
 
@@ -399,11 +419,13 @@ bool YDomDocument::parse(std::vector<char> bytes)
     if (bytes.empty())
         return false;
     m_data->source = std::move(bytes);
-    // The parser overwrites the text's last byte in place.
-    const char last = m_data->source.back();
+    // The parser overwrites the text's last byte in place: the last bytes are kept first.
+    unsigned char tail[4] = {0, 0, 0, 0};
+    const size_t kept = std::min<size_t>(4, m_data->source.size());
+    std::memcpy(tail + 4 - kept, m_data->source.data() + m_data->source.size() - kept, kept);
     pugi::xml_parse_result result = m_data->document.load_buffer_inplace(
         m_data->source.data(), m_data->source.size(), pugi::parse_default | pugi::parse_fragment, pugi::encoding_auto);
-    if (!result || !isOneDocument(m_data->document, last, result.encoding)) {
+    if (!result || !isOneDocument(m_data->document, lastCharacter(tail, result.encoding))) {
         m_data->document.reset();
         m_data->source.clear();
         return false;

@@ -140,11 +140,19 @@ TEST_F(YDom, RejectsASecondRootAndTextAroundTheRoot)
         ASSERT_TRUE(doc->getRoot()) << text;
         EXPECT_EQ(std::string(doc->getRoot()->tagName().c_str()), "msw") << text;
     }
-    // The same in UTF-16: a second root is refused there too.
+    // The same in UTF-16 and in Latin-1: a second root, or a character after the root, is refused there
+    // too.
     const std::string one("\xFF\xFE<\0m\0s\0w\0/\0>\0", 14);
     EXPECT_TRUE(doc->loadText(one.data(), one.size()));
     const std::string two = one + std::string("<\0m\0s\0w\0/\0>\0", 12);
     EXPECT_FALSE(doc->loadText(two.data(), two.size()));
+    const std::string trailing = one + std::string("\n\0x\0", 4);
+    EXPECT_FALSE(doc->loadText(trailing.data(), trailing.size()));
+    const std::string blank = one + std::string("\n\0", 2);
+    EXPECT_TRUE(doc->loadText(blank.data(), blank.size()));
+    const std::string latin = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><msw>\xE9</msw>";
+    EXPECT_TRUE(doc->loadText(latin.data(), latin.size()));
+    EXPECT_FALSE(doc->loadText((latin + "\nx").data(), latin.size() + 2));
 }
 
 TEST_F(YDom, DoesNotExpandDeclaredEntities)
