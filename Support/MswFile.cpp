@@ -52,7 +52,8 @@ struct ReadContext {
     std::unordered_set<std::string> files;
     std::vector<std::string> met; // the keys of `files`, in the order met
     std::vector<std::string> chain;
-    long long values = 0; // the values read, and those the table held before
+    long long values = 0; // the values read
+    long long held = 0;   // the values the table's records held before the read, empty ones included
     long long width = 0; // the most values any record has, or will have once the deferred ones are in
     long long cells = 0; // the values the records hold, those that stand empty before a set one included
     std::vector<Deferred> deferred;
@@ -138,7 +139,7 @@ void readMeritValue(const Element& sensval, int index, YHashTable<XMLReportInfo>
     const long long growth = index + 1LL - record->values.count();
     if (context->deferred.empty() &&
         (growth <= 0 || context->cells + growth <= kDenseWithoutQuestion ||
-         context->cells + growth <= kMaxDenseFactor * (context->values + table->count()))) {
+         context->cells - context->held + growth <= kMaxDenseFactor * (context->values + table->count()))) {
         context->cells += std::max(growth, 0LL);
         record->values.at(index).value = value;
         return;
@@ -766,13 +767,13 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
     try {
         ReadContext context;
         // The widest record is followed while reading (only values make a record wider), so that no
-        // pass over the table is needed for it; records the table held before start the count, and their
-        // values count with those read against the dense table's bound.
+        // pass over the table is needed for it; records the table held before start the count. What they
+        // held is memory the caller has already given: the bound is on what this read adds.
         for (const XMLReportInfo& record : *table) {
             context.width = std::max<long long>(context.width, record.values.count());
             context.cells += record.values.count();
         }
-        context.values = context.cells;
+        context.held = context.cells;
         const bool ok = readMswFile(path, table, header, &context);
         // Listed whether or not the read succeeded: a caller guards these files against being overwritten.
         if (sources)
@@ -781,7 +782,7 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
         // Deltas make the table dense (every run gets a value of every merit function): refused when
         // that would be far larger than what the files hold, as a sparse file crafted to exhaust memory
         // would make it.
-        if (xmlreport::tooSparse(context.width, table->count(), context.values))
+        if (xmlreport::tooSparse(context.width, table->count(), context.values, context.held))
             return false;
         for (const ReadContext::Deferred& d : context.deferred)
             d.record->values.at(d.index).value = d.value;
@@ -794,10 +795,10 @@ bool xmlreport::compileResults(const YString& path, YHashTable<XMLReportInfo>* t
     }
 }
 
-bool xmlreport::tooSparse(long long width, long long runs, long long values)
+bool xmlreport::tooSparse(long long width, long long runs, long long values, long long held)
 {
     const long long dense = width * runs;
-    return dense > kDenseWithoutQuestion && dense > kMaxDenseFactor * (values + runs);
+    return dense > kDenseWithoutQuestion && dense - held > kMaxDenseFactor * (values + runs);
 }
 
 bool sp_AppendMeritData(const YString& path, const YString& value, const YString& name, const YVector<double>& values,

@@ -22,8 +22,9 @@ YString makeRunLabel(const YString& name, int detail);
 
 /// Whether a table of `runs` runs by `width` merit functions is too large for the `values` values the
 /// files hold: the reader refuses such files, which a sparse file crafted to exhaust memory would be,
-/// and the merge refuses to write one.
-bool tooSparse(long long width, long long runs, long long values);
+/// and the merge refuses to write one. `held` values the table held before the files were read count
+/// as already given: only what the files add is weighed.
+bool tooSparse(long long width, long long runs, long long values, long long held = 0);
 
 /// Reads a results file as sp_CompileSensReportData does; when `sources` is not null, appends to it every
 /// file the read took, each once, in the order met, by the key the reader knows it by (the canonical

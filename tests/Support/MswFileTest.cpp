@@ -772,9 +772,9 @@ TEST_F(MswFile, ValuesAfterManyEmptyMeritFunctionsAreReadInOrder)
     EXPECT_EQ(findCase(t, 2)->values[empty + 1].delta, 201.0 - 101.0);
 }
 
-// Reading into a table that already holds runs counts the values it holds against the dense table's
-// bound: a file of one value, read into 62,000 runs as wide as 65 merit functions, makes them 66 wide,
-// which the values held allow (only the values of the file were counted).
+// Reading into a table that already holds runs weighs only what the read adds against the dense table's
+// bound: a file of one value, read into 62,000 runs of 65 values each, makes them 66 wide, which adds one
+// value to each run (the whole table was weighed against the file's one value).
 TEST_F(MswFile, ValuesTheTableHoldsCountAgainstTheDenseBound)
 {
     writeFileBytes(path("one.msw"), msw("<meritfunction value=\"v\" name=\"m\"><sensval case=\"1\" value=\"7\"/></meritfunction>"));
@@ -785,8 +785,7 @@ TEST_F(MswFile, ValuesTheTableHoldsCountAgainstTheDenseBound)
     const int runs = 62000;
     for (int c = 1; c <= runs; ++c) {
         XMLReportInfo record(c);
-        const int width = c == 1 ? 65 : 1;
-        for (int m = 0; m < width; ++m)
+        for (int m = 0; m < 65; ++m)
             record.values.at(m).value = c + m;
         table.insert(record);
     }
@@ -795,7 +794,24 @@ TEST_F(MswFile, ValuesTheTableHoldsCountAgainstTheDenseBound)
     ASSERT_EQ(header.meritFunctions.count(), 66);
     EXPECT_EQ(findCase(table, 1)->values[65].value, 7.0);
     EXPECT_EQ(findCase(table, 1)->values[64].value, 65.0);
-    EXPECT_EQ(findCase(table, runs)->values[0].value, double(runs));
+    EXPECT_EQ(findCase(table, runs)->values[64].value, double(runs + 64));
+}
+
+// What the table held does not pay for what a read adds: a file of a few runs and no values, read into a
+// table whose one run is 70,000 merit functions wide, would make every new run as wide (4.5 million
+// values), and is refused.
+TEST_F(MswFile, WhatTheTableHoldsDoesNotPayForWhatAReadAdds)
+{
+    std::string steps;
+    for (int c = 2; c <= 64; ++c)
+        steps += "<step case=\"" + std::to_string(c) + "\"/>";
+    writeFileBytes(path("steps.msw"), msw("<steps>" + steps + "</steps>"));
+    YHashTable<XMLReportInfo> table;
+    XMLReportHeader header;
+    XMLReportInfo wide(1);
+    wide.values.at(69999).value = 1;
+    table.insert(wide);
+    EXPECT_FALSE(sp_CompileSensReportData(YString(path("steps.msw").c_str()), &table, &header));
 }
 
 // A file with a second root element, or text outside its root, is not well-formed and is refused,
