@@ -201,7 +201,7 @@ void parameterCells(FILE* f, const XMLParameterValue& p)
 }
 
 // Opens the report at `path`, has `write` fill it and closes it. Memory that runs out on the way ends
-// the report there; the file is closed all the same.
+// the report there: the part written is removed, since a report that fails is not created.
 template <class Write>
 reports::Written writeReport(const YString& path, Write write)
 {
@@ -212,6 +212,7 @@ reports::Written writeReport(const YString& path, Write write)
         write(f);
     } catch (...) {
         std::fclose(f);
+        (void)unlink_utf8(path.c_str());
         return reports::Written::OutOfMemory;
     }
     return closeWritten(f);

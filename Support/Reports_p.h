@@ -12,7 +12,7 @@ namespace reports {
 
 // How far a report got: its file not created, created but not every byte written (a full disk, a
 // file-size limit, a failed close), or written whole; or memory ran out (before the file was opened
-// when sorting the runs took it all, else part way through the file, which is closed).
+// when sorting the runs took it all, else part way through the file, which is then removed).
 enum class Written { NotCreated, Incomplete, Complete, OutOfMemory };
 
 // Sorts report keys with `ReportSortKey::compare` as the C library's merge-sorting qsort does: the same
