@@ -29,9 +29,9 @@ HMODULE loadQuietly(const QString& name, DWORD flags)
     return module;
 }
 
-// A folder the system names through a call that fills a buffer; empty when it names none.
+// The text (a folder's or a file's name) that a system call fills into a buffer; empty when it gives none.
 template <class Get>
-QString systemFolder(Get get)
+QString filledBySystem(Get get)
 {
     std::vector<wchar_t> buffer(32768);
     const UINT n = get(buffer.data(), static_cast<UINT>(buffer.size()));
@@ -40,7 +40,7 @@ QString systemFolder(Get get)
 
 QString moduleFileName(HMODULE module)
 {
-    return systemFolder([module](wchar_t* buffer, UINT size) { return GetModuleFileNameW(module, buffer, size); });
+    return filledBySystem([module](wchar_t* buffer, UINT size) { return GetModuleFileNameW(module, buffer, size); });
 }
 
 // The folders where the system looks for a module named without a full path, in its order: the
@@ -50,9 +50,9 @@ QStringList searchFolders(bool withCurrent)
 {
     QStringList folders;
     folders << QFileInfo(moduleFileName(nullptr)).absolutePath();
-    folders << systemFolder([](wchar_t* buffer, UINT size) { return static_cast<UINT>(GetDllDirectoryW(size, buffer)); });
-    folders << systemFolder([](wchar_t* buffer, UINT size) { return GetSystemDirectoryW(buffer, size); });
-    folders << systemFolder([](wchar_t* buffer, UINT size) { return GetWindowsDirectoryW(buffer, size); });
+    folders << filledBySystem([](wchar_t* buffer, UINT size) { return static_cast<UINT>(GetDllDirectoryW(size, buffer)); });
+    folders << filledBySystem([](wchar_t* buffer, UINT size) { return GetSystemDirectoryW(buffer, size); });
+    folders << filledBySystem([](wchar_t* buffer, UINT size) { return GetWindowsDirectoryW(buffer, size); });
     if (withCurrent)
         folders << QDir::currentPath();
     // A relative entry of PATH (".") means the current folder.
