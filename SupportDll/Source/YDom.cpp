@@ -345,7 +345,7 @@ bool YDomDocument::load(const char* path)
         return false;
     std::vector<char> bytes;
     try {
-        bytes.reserve(static_cast<size_t>(size));
+        bytes.reserve(static_cast<size_t>(size) + 4); // and the end mark that parse adds
         char chunk[65536];
         size_t n;
         while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) {
@@ -368,36 +368,64 @@ bool YDomDocument::load(const char* path)
 
 bool YDomDocument::loadText(const char* text, size_t length)
 {
-    return parse(std::vector<char>(text ? text : "", text ? text + length : nullptr));
+    std::vector<char> bytes;
+    try {
+        bytes.reserve(length + 4); // and the end mark that parse adds
+        bytes.assign(text ? text : "", text ? text + length : nullptr);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return parse(std::move(bytes));
 }
 
 namespace {
-// The last character of the text in its encoding, from its last four bytes `tail` (the text's bytes
-// right-aligned); 0 for an encoding not listed here.
-unsigned lastCharacter(const unsigned char (&tail)[4], pugi::xml_encoding encoding)
+// The width in bytes of the text's characters (1, 2 or 4), from its first four bytes, as the parser's
+// automatic detection decides it: a byte-order mark, or the first "<" in UTF-16 or UTF-32.
+size_t unitWidth(const std::vector<char>& bytes)
+{
+    if (bytes.size() < 4)
+        return 1;
+    const unsigned char* d = reinterpret_cast<const unsigned char*>(bytes.data());
+    if ((d[0] == 0 && d[1] == 0 && ((d[2] == 0xFE && d[3] == 0xFF) || (d[2] == 0 && d[3] == '<'))) ||
+        (d[2] == 0 && d[3] == 0 && ((d[0] == 0xFF && d[1] == 0xFE) || (d[0] == '<' && d[1] == 0))))
+        return 4;
+    if ((d[0] == 0xFE && d[1] == 0xFF) || (d[0] == 0xFF && d[1] == 0xFE) || (d[0] == 0 && d[1] == '<') ||
+        (d[0] == '<' && d[1] == 0))
+        return 2;
+    return 1;
+}
+
+size_t unitWidth(pugi::xml_encoding encoding)
 {
     switch (encoding) {
-    case pugi::encoding_utf8:
-    case pugi::encoding_latin1:
-        return tail[3]; // a byte below 128 is the character; the one of a longer sequence is no ASCII
     case pugi::encoding_utf16_le:
-        return tail[2] | (tail[3] << 8);
     case pugi::encoding_utf16_be:
-        return (tail[2] << 8) | tail[3];
+        return 2;
     case pugi::encoding_utf32_le:
-        return tail[0] | (tail[1] << 8) | (tail[2] << 16) | (static_cast<unsigned>(tail[3]) << 24);
     case pugi::encoding_utf32_be:
-        return (static_cast<unsigned>(tail[0]) << 24) | (tail[1] << 16) | (tail[2] << 8) | tail[3];
+        return 4;
     default:
-        return 0;
+        return 1;
     }
+}
+
+// Whether the text holds a NUL character in characters of `width` bytes. The parser would take one as
+// the end of the text, and never see what follows it.
+bool holdsNul(const std::vector<char>& bytes, size_t width)
+{
+    if (width == 1)
+        return std::memchr(bytes.data(), 0, bytes.size()) != nullptr;
+    static const char kZeros[4] = {0, 0, 0, 0};
+    for (size_t i = 0; i + width <= bytes.size(); i += width)
+        if (std::memcmp(bytes.data() + i, kZeros, width) == 0)
+            return true;
+    return false;
 }
 
 // Whether a text parsed as a fragment is one document: a single element at the top, with nothing but
 // markup and blanks around it. A document parse would take a second element or text around the first
-// without a word; a fragment parse keeps them as nodes, except that it drops the text's last character
-// (`last`), which must therefore end markup or be a blank.
-bool isOneDocument(const pugi::xml_document& document, unsigned last)
+// without a word; a fragment parse keeps them as nodes.
+bool isOneDocument(const pugi::xml_document& document)
 {
     int elements = 0;
     for (const pugi::xml_node node : document.children()) {
@@ -406,7 +434,7 @@ bool isOneDocument(const pugi::xml_document& document, unsigned last)
         else if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata)
             return false;
     }
-    return elements == 1 && (last == '>' || last == ' ' || last == '\t' || last == '\r' || last == '\n');
+    return elements == 1;
 }
 } // namespace
 
@@ -418,14 +446,20 @@ bool YDomDocument::parse(std::vector<char> bytes)
     m_data->source.clear();
     if (bytes.empty())
         return false;
+    // The parser takes the text's last character for its own end mark, and would drop it unread: a NUL
+    // character of the text's width is added for it to take. A NUL within the text is no XML.
+    const size_t width = unitWidth(bytes);
+    if (holdsNul(bytes, width))
+        return false;
+    try {
+        bytes.insert(bytes.end(), width, '\0');
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     m_data->source = std::move(bytes);
-    // The parser overwrites the text's last byte in place: the last bytes are kept first.
-    unsigned char tail[4] = {0, 0, 0, 0};
-    const size_t kept = std::min<size_t>(4, m_data->source.size());
-    std::memcpy(tail + 4 - kept, m_data->source.data() + m_data->source.size() - kept, kept);
     pugi::xml_parse_result result = m_data->document.load_buffer_inplace(
         m_data->source.data(), m_data->source.size(), pugi::parse_default | pugi::parse_fragment, pugi::encoding_auto);
-    if (!result || !isOneDocument(m_data->document, lastCharacter(tail, result.encoding))) {
+    if (!result || unitWidth(result.encoding) != width || !isOneDocument(m_data->document)) {
         m_data->document.reset();
         m_data->source.clear();
         return false;

@@ -820,7 +820,7 @@ TEST_F(MswFile, ASecondRootOrTextOutsideTheRootIsRefused)
 {
     const std::string one = msw("<meritfunction value=\"v\" name=\"m\"><sensval case=\"1\" value=\"2\"/></meritfunction>");
     const std::string second = "<msw version=\"9\"><meritfunction value=\"w\" name=\"n\"/></msw>\n";
-    for (const std::string& text : {one + second, one + "junk\n", "junk\n" + one, one + "x"}) {
+    for (const std::string& text : {one + second, one + "junk\n", "junk\n" + one, one + "x", one + ">", one + std::string("\0x", 2)}) {
         writeFileBytes(path("bad.msw"), text);
         YHashTable<XMLReportInfo> table;
         XMLReportHeader header;

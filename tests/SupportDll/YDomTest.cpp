@@ -155,6 +155,55 @@ TEST_F(YDom, RejectsASecondRootAndTextAroundTheRoot)
     EXPECT_FALSE(doc->loadText((latin + "\nx").data(), latin.size() + 2));
 }
 
+// A stray ">" after the element is text outside it, even as the text's last character, which the
+// parser takes for its own end mark; so is a NUL character, after which the parser would read nothing.
+TEST_F(YDom, RejectsAStrayLastCharacterAndANul)
+{
+    YRef<YDomDocument> doc = YXML_Factory::Make_RapidXML_DOM_Document();
+    for (const std::string& text : {std::string("<msw/>>"), std::string("<msw/> >"), std::string("<msw/>\n>"),
+                                    std::string("<msw version=\"1.0\"/>\n>"), std::string("<msw/>\0junk", 11),
+                                    std::string("<msw/>\0", 7), std::string("<msw>\0</msw>", 13)}) {
+        EXPECT_FALSE(doc->loadText(text.data(), text.size())) << text;
+        EXPECT_FALSE(doc->getRoot()) << text;
+    }
+    // The same element with a last character that ends markup, or a blank, reads.
+    for (const char* text : {"<msw/>", "<msw></msw>", "<msw/>\n", "<msw/><!-- c -->", "<msw/><?pi?>"}) {
+        EXPECT_TRUE(doc->loadText(text, std::strlen(text))) << text;
+        ASSERT_TRUE(doc->getRoot()) << text;
+    }
+    // In UTF-16 and UTF-32, with and without a byte-order mark, in both byte orders.
+    const auto wide = [](const std::string& ascii, int width, bool bigEndian, bool mark) {
+        std::string out;
+        const auto put = [&](unsigned c) {
+            for (int i = 0; i < width; ++i)
+                out += static_cast<char>(c >> (8 * (bigEndian ? width - 1 - i : i)));
+        };
+        if (mark)
+            put(0xFEFF);
+        for (const char c : ascii)
+            put(static_cast<unsigned char>(c));
+        return out;
+    };
+    for (const int width : {2, 4})
+        for (const bool bigEndian : {false, true})
+            for (const bool mark : {false, true}) {
+                const std::string good = wide("<msw a=\"1\">t</msw>\n", width, bigEndian, mark);
+                EXPECT_TRUE(doc->loadText(good.data(), good.size())) << width << bigEndian << mark;
+                ASSERT_TRUE(doc->getRoot());
+                EXPECT_EQ(std::string(doc->getRoot()->getAttribute("a").c_str()), "1");
+                for (const char* bad : {"<msw/>>", "<msw/>\n>", "<msw/>x"}) {
+                    const std::string text = wide(bad, width, bigEndian, mark);
+                    EXPECT_FALSE(doc->loadText(text.data(), text.size())) << bad << width << bigEndian << mark;
+                }
+                const std::string nul = wide(std::string("<msw/>\0x", 8), width, bigEndian, mark);
+                EXPECT_FALSE(doc->loadText(nul.data(), nul.size())) << width << bigEndian << mark;
+            }
+    // Latin-1, declared.
+    const std::string latin = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><msw>\xE9</msw>";
+    EXPECT_TRUE(doc->loadText(latin.data(), latin.size()));
+    EXPECT_FALSE(doc->loadText((latin + ">").data(), latin.size() + 1));
+}
+
 TEST_F(YDom, DoesNotExpandDeclaredEntities)
 {
     std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE lolz [<!ENTITY lol \"lol\">";
