@@ -37,7 +37,15 @@ public:
 
 class LiveTimerList {
 public:
-    ~LiveTimerList() { m_timers.clear(); }
+    // The callback objects' destructors may delete timers, or make new ones: each round takes the list
+    // out before its timers go, and a few rounds end it.
+    ~LiveTimerList()
+    {
+        for (int round = 0; round < 16 && !m_timers.isEmpty(); ++round) {
+            QList<QSharedPointer<GenericTimer>> taken;
+            taken.swap(m_timers);
+        }
+    }
     QList<QSharedPointer<GenericTimer>> m_timers;
 };
 

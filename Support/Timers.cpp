@@ -100,9 +100,15 @@ TimerObject* sp_GetTimerData(int id)
 bool sp_DeleteTimer(int id)
 {
     QList<QSharedPointer<GenericTimer>>& timers = SupportQtLoadTime::liveTimers();
-    const int before = timers.size();
+    // The timers leave the list before they go, since their callback objects' destructors may call here
+    // again; they go when `removed` does.
+    QList<QSharedPointer<GenericTimer>> removed;
     for (int i = timers.size() - 1; i >= 0; --i)
-        if (timers[i]->id() == id)
-            timers.removeAt(i);
-    return timers.size() < before;
+        if (timers[i]->id() == id) {
+            // A callback that deleted its own timer may run on, in an event loop of its own: no period
+            // reaches it again.
+            timers[i]->stopAll();
+            removed.append(timers.takeAt(i));
+        }
+    return !removed.isEmpty();
 }

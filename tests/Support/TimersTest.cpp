@@ -173,6 +173,68 @@ TEST(Timers, ACallbackMayDeleteItsOwnTimer)
     EXPECT_FALSE(sp_DeleteTimer(id));
 }
 
+// A callback that deletes its own timer and then runs an event loop of its own (a dialog, a wait): no
+// period of the timer reaches it again, though two were running.
+class DeletesThenWaits : public TimerObject {
+public:
+    explicit DeletesThenWaits(int* calls) : m_calls(calls) {}
+    void onTimer(int id) override
+    {
+        if (++*m_calls > 1)
+            return;
+        EXPECT_TRUE(sp_DeleteTimer(id));
+        spin(100);
+    }
+
+private:
+    int* m_calls;
+};
+
+TEST(Timers, ADeletedTimerCallsNoMoreWhileItsCallbackRunsOn)
+{
+    int calls = 0;
+    const int id = sp_CreateTimer(5, false, new DeletesThenWaits(&calls));
+    EXPECT_TRUE(sp_StartTimer(id, 5));
+    EXPECT_TRUE(spinUntil([&] { return calls > 0; }));
+    spin(30);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(sp_GetTimerInterval(id), -1);
+}
+
+// A callback object whose destructor deletes a timer: its own, which is already gone, or another one.
+class DeletesOnDestruction : public TimerObject {
+public:
+    DeletesOnDestruction(int* target, int* result) : m_target(target), m_result(result) {}
+    ~DeletesOnDestruction() override { *m_result = sp_DeleteTimer(*m_target) ? 1 : 0; }
+    void onTimer(int) override {}
+
+private:
+    int* m_target;
+    int* m_result;
+};
+
+TEST(Timers, ACallbackObjectsDestructorMayDeleteTimers)
+{
+    int ownId = 0, ownResult = -1;
+    ownId = sp_CreateTimer(0, false, new DeletesOnDestruction(&ownId, &ownResult));
+    bool otherDestroyed = false, bystanderDestroyed = false;
+    int otherId = sp_CreateTimer(0, false, new Counter(&otherDestroyed));
+    const int bystander = sp_CreateTimer(0, false, new Counter(&bystanderDestroyed));
+    int otherResult = -1;
+    const int deleter = sp_CreateTimer(0, false, new DeletesOnDestruction(&otherId, &otherResult));
+
+    EXPECT_TRUE(sp_DeleteTimer(ownId));
+    EXPECT_EQ(ownResult, 0); // its own timer was gone already
+    EXPECT_TRUE(sp_DeleteTimer(deleter));
+    EXPECT_EQ(otherResult, 1);
+    EXPECT_TRUE(otherDestroyed);
+    EXPECT_EQ(sp_GetTimerInterval(otherId), -1);
+    EXPECT_FALSE(bystanderDestroyed);
+    EXPECT_EQ(sp_GetTimerInterval(bystander), 0);
+    EXPECT_TRUE(sp_DeleteTimer(bystander));
+    EXPECT_TRUE(bystanderDestroyed);
+}
+
 TEST(Timers, UnknownIdsAndNegativeIntervals)
 {
     EXPECT_EQ(sp_GetTimerInterval(987654), -1);
