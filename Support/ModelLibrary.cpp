@@ -1801,7 +1801,10 @@ ModelLibProblem problem(ModelLibProblem::Kind kind, const YString& name, const Y
 // Resolves sections over a cache of indexed files.
 class Resolver {
 public:
-    Resolver(SpiceLanguage language, ModelLibResolution* r) : m_language(language), m_r(r)
+    // `exact` names the files of `r` whose section tables were made while nobody but the library could
+    // change the files: the lookups trust them.
+    Resolver(SpiceLanguage language, ModelLibResolution* r, std::unordered_set<int>* exact)
+        : m_language(language), m_r(r), m_exact(*exact)
     {
         for (size_t i = 0; i < r->files.size(); ++i)
             m_byPath[canonical(r->files[i].fileName)] = static_cast<int>(i);
@@ -1936,18 +1939,17 @@ private:
             keys.byName.swap(byName);
             keys.fileName = std::move(fileName);
             keys.sections = f.sections.size();
+            m_exact.insert(file);
         };
-        if (keys.sections != f.sections.size() || keys.fileName != f.fileName)
+        if (!m_exact.count(file) && (keys.sections != f.sections.size() || keys.fileName != f.fileName))
             rebuild();
         auto at = keys.byName.find(section);
-        // The answer is checked against the file, which a caller may have changed since the table was
-        // made: a hit names a section of that name, and a miss is confirmed by the sections themselves.
-        const bool stale = at != keys.byName.end()
-                               ? static_cast<size_t>(at->second) >= f.sections.size() ||
-                                     key(f.sections[static_cast<size_t>(at->second)].name) != section
-                               : std::any_of(f.sections.begin(), f.sections.end(),
-                                             [&](const ModelLibSection& s) { return key(s.name) == section; });
-        if (stale) {
+        if (m_exact.count(file))
+            return at == keys.byName.end() ? -1 : at->second;
+        // A table kept from an earlier resolution is checked against the file, which the caller may have
+        // changed since: a hit must name a section of that name, and a miss makes the table anew.
+        if (at == keys.byName.end() || static_cast<size_t>(at->second) >= f.sections.size() ||
+            key(f.sections[static_cast<size_t>(at->second)].name) != section) {
             rebuild();
             at = keys.byName.find(section);
         }
@@ -2003,6 +2005,7 @@ private:
     std::unordered_map<std::string, ModelLibStatus> m_failed;
     std::unordered_set<std::pair<int, std::string>, UnitHash> m_done;
     std::unordered_set<std::pair<int, std::string>, UnitHash> m_open; // being read: met again, a reference cycle
+    std::unordered_set<int>& m_exact;
 };
 
 const ModelLibIndex& fileOf(const ModelLibResolution& r, const ModelLibReached& reached)
@@ -2157,9 +2160,15 @@ struct DefinitionStream : LibraryStream {
     using NewSpiceStream::memoryRanOut;
 };
 
-void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines)
+// The definition `d` of `file`, its lines appended to `lines`; read from `from` when it is given: the
+// file's text already decoded (see DecodedFiles).
+void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const YString& rename, std::vector<YString>* lines,
+                 const YString& from = YString())
 {
-    DefinitionStream stream(file.location(d), rename, file.language);
+    SymbolLoc location = file.location(d);
+    if (!from.isEmpty())
+        location.fileName = from;
+    DefinitionStream stream(location, rename, file.language);
     YString line;
     int number = 0;
     while (stream.gets(&line, &number))
@@ -2168,6 +2177,45 @@ void appendLines(const ModelLibIndex& file, const ModelLibDefinition& d, const Y
     if (stream.memoryRanOut())
         throw std::bad_alloc();
 }
+
+// The library files a call reads many definitions of, each decoded once when it is UTF-16: a
+// definition's reader would otherwise decode the whole file again for each definition. The copies go
+// with the object.
+class DecodedFiles {
+public:
+    DecodedFiles() = default;
+    DecodedFiles(const DecodedFiles&) = delete;
+    DecodedFiles& operator=(const DecodedFiles&) = delete;
+    ~DecodedFiles()
+    {
+        for (const auto& copy : m_copies)
+            if (!copy.second.isEmpty())
+                (void)unlink_utf8(copy.second.c_str());
+    }
+    // What `appendLines` reads the file's definitions from: its decoded copy, or empty for the file
+    // itself (one that is no UTF-16, or whose copy could not be written, which each reader then decodes).
+    YString from(const YString& file)
+    {
+        const auto known = m_copies.find(file.str());
+        if (known != m_copies.end())
+            return known->second;
+        YString copy;
+        QByteArray held;
+        if (textfile::convertWide(file, &copy, &held) != textfile::WideText::Copied)
+            copy = YString();
+        try {
+            m_copies.emplace(file.str(), copy);
+        } catch (...) {
+            if (!copy.isEmpty())
+                (void)unlink_utf8(copy.c_str());
+            throw;
+        }
+        return copy;
+    }
+
+private:
+    std::map<std::string, YString> m_copies;
+};
 
 // A definition's first line with its name, the word after the keyword, written as `name` when the two
 // differ in case only (the same bytes otherwise, so the line keeps its length and spacing).
@@ -2321,8 +2369,11 @@ ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language,
     }
 }
 
-ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& section, SpiceLanguage language,
-                                      ModelLibResolution* resolution)
+namespace {
+// Resolves as sp_ResolveModelSection does; `exact` names the files whose section tables were made since
+// the caller last had the resolution in hand (none, for a caller's own resolution).
+ModelLibStatus resolveSection(const YString& path, const YString& section, SpiceLanguage language,
+                              ModelLibResolution* resolution, std::unordered_set<int>* exact)
 {
     resolution->definitions.clear();
     resolution->problems.clear();
@@ -2330,7 +2381,7 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
     resolution->root = -1;
 
     try {
-        Resolver resolver(language, resolution);
+        Resolver resolver(language, resolution, exact);
         ModelLibStatus status = ModelLibStatus::Ok;
         const int root = resolver.load(path, &status);
         if (root < 0)
@@ -2342,6 +2393,15 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
     } catch (...) {
         return ModelLibStatus::Unreadable;
     }
+}
+} // namespace
+
+ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& section, SpiceLanguage language,
+                                      ModelLibResolution* resolution)
+{
+    // The caller may have changed the files since the tables were made: each is checked as it is used.
+    std::unordered_set<int> exact;
+    return resolveSection(path, section, language, resolution, &exact);
 }
 
 namespace {
@@ -2378,8 +2438,11 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
     const size_t kept = problems->size();
     try {
         DistinctProblems distinct(problems);
+        // The resolution is the check's own: a section table made in one of its resolutions is exact in
+        // the next ones.
         ModelLibResolution r;
-        ModelLibStatus status = sp_ResolveModelSection(path, section, language, &r);
+        std::unordered_set<int> exact;
+        ModelLibStatus status = resolveSection(path, section, language, &r, &exact);
         if (status != ModelLibStatus::Ok)
             return status;
         problems->insert(problems->end(), r.problems.begin(), r.problems.end());
@@ -2396,7 +2459,7 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                 if (!done.insert(key(s.name)).second)
                     continue;
                 // Memory that runs out in a section's resolution fails the whole check, as it does here.
-                if (sp_ResolveModelSection(path, s.name, language, &r) == ModelLibStatus::Unreadable)
+                if (resolveSection(path, s.name, language, &r, &exact) == ModelLibStatus::Unreadable)
                     throw std::bad_alloc();
                 for (const ModelLibProblem& p : r.problems)
                     problems->push_back(p);
@@ -2450,10 +2513,12 @@ std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& index, const Mo
 
 namespace {
 // The logical lines of a definition without comments, blanks runs collapsed: what a comparison looks at.
-std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d)
+std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d, DecodedFiles* decoded)
 {
     std::string out;
-    for (const YString& line : sp_ReadModelDefinition(index, d, YString())) {
+    std::vector<YString> lines;
+    appendLines(index, d, YString(), &lines, decoded->from(index.fileName));
+    for (const YString& line : lines) {
         if (line.at(0) == '*')
             continue;
         bool blank = false;
@@ -2511,6 +2576,7 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
             return m;
         };
         const auto da = definitions(ia, sb), db = definitions(ib, sa);
+        DecodedFiles decoded;
         auto label = [](const ModelLibIndex& i, const ModelLibDefinition* d) {
             std::string text = std::string(kindWord(d->kind)) + " " + std::string(i.name(*d));
             if (d->section >= 0)
@@ -2521,7 +2587,7 @@ ModelLibStatus sp_DiffModelLibraries(const YString& a, const YString& b, SpiceLa
             const auto other = db.find(d.first);
             if (other == db.end())
                 diff->onlyInA.push_back(label(ia, d.second));
-            else if (comparable(ia, *d.second) != comparable(ib, *other->second))
+            else if (comparable(ia, *d.second, &decoded) != comparable(ib, *other->second, &decoded))
                 diff->differing.push_back(label(ia, d.second));
         }
         for (const auto& d : db)
@@ -2705,6 +2771,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
         if (problems)
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;
+        DecodedFiles decoded;
         std::set<std::string> used; // the old names a rename was made for
         for (size_t i : order) {
             const ModelLibReached& reached = r.definitions[i];
@@ -2715,7 +2782,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 used.insert(renamed->first);
             out += "* " + file.fileName.str() + ":" + std::to_string(d.line) + "\n";
             std::vector<YString> lines;
-            appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines);
+            appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines, decoded.from(file.fileName));
             // LibraryStream keeps a name that the new one matches but for case: it is written here.
             if (renamed != newName.end() && !lines.empty())
                 lines[0] = withCaseOf(lines[0], renamed->second);

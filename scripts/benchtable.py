@@ -50,6 +50,14 @@ CASES = [
      ("cmd", "iconv -f UTF-16 -t UTF-8 {data}/netlist_utf16.cir | tr -d '\\r'"), 2.0),
     ("sp_IndexModelLibrary, 500 MiB library", ("supportqt_bench_model_library", "BM_ModelLibraryIndex500MB"),
      ("cmd", "wc -l {data}/library_500m.lib"), 5.0),
+    # A reference to a section that a file lacks is looked up as fast as one to a section it has, and a
+    # UTF-16 library is decoded once per comparison, not once per definition read.
+    ("sp_ResolveModelSection, 20,000 references to missing sections vs to present ones",
+     ("supportqt_bench_model_library", "BM_ResolveMissingSections"),
+     ("bench", "supportqt_bench_model_library", "BM_ResolvePresentSections"), 2.0),
+    ("sp_DiffModelLibraries, 16,000 models in UTF-16 vs in UTF-8",
+     ("supportqt_bench_model_library", "BM_DiffUtf16Libraries"),
+     ("bench", "supportqt_bench_model_library", "BM_DiffUtf8Libraries"), 2.0),
     ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
      ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
     ("sp_CompileSensReportData, 100k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),

@@ -483,6 +483,49 @@ TEST_F(ModelLibraryFiles, Utf16FilesIndexAsTheReadersReadThem)
     EXPECT_EQ(checkReadBack(file, index, SpiceLanguageNative), 2);
 }
 
+// A UTF-16 library compares and extracts as its UTF-8 twin does; the definitions are read from one
+// decoded copy of each file, which is gone afterwards.
+TEST_F(ModelLibraryFiles, Utf16LibrariesCompareAndExtractAsTheirUtf8Twins)
+{
+    const auto utf16 = [](const std::string& utf8) {
+        std::string bytes = "\xFF\xFE";
+        for (QChar c : QString::fromUtf8(utf8.c_str())) {
+            bytes.push_back(static_cast<char>(c.unicode() & 0xFF));
+            bytes.push_back(static_cast<char>(c.unicode() >> 8));
+        }
+        return bytes;
+    };
+    const std::string a = ".model \xc3\xa9t d\n+ is=1\n.model q npn bf=100\n.subckt s a b\nR1 a b 1k\n.ends\n.model k AKO: q\n";
+    const std::string b = ".model \xc3\xa9t d\n+ is=2\n.model q npn bf=100\n.subckt s a b\nR1 a b 1k\n.ends\n.model r d\n";
+    const std::string narrowA = write("a8.lib", a), narrowB = write("b8.lib", b);
+    const std::string wideA = write("a16.lib", utf16(a)), wideB = write("b16.lib", utf16(b));
+    const std::string temp = path("temp");
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(temp)));
+    ScopedTempFolder scoped(temp);
+
+    ModelLibDiff narrow, wide;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(narrowA.c_str()), YString(narrowB.c_str()), SpiceLanguageNative, &narrow), ModelLibStatus::Ok);
+    ASSERT_EQ(sp_DiffModelLibraries(YString(wideA.c_str()), YString(wideB.c_str()), SpiceLanguageNative, &wide), ModelLibStatus::Ok);
+    EXPECT_EQ(wide.differing, (std::vector<YString>{YString(".model \xc3\xa9t")}));
+    EXPECT_EQ(wide.differing, narrow.differing);
+    EXPECT_EQ(wide.onlyInA, (std::vector<YString>{YString(".model k")}));
+    EXPECT_EQ(wide.onlyInA, narrow.onlyInA);
+    EXPECT_EQ(wide.onlyInB, narrow.onlyInB);
+
+    ModelLibExtractRequest request;
+    request.names = {YString("k"), YString("S")};
+    YString fromNarrow, fromWide;
+    ASSERT_EQ(sp_ExtractModels(YString(narrowA.c_str()), request, &fromNarrow, nullptr), ModelLibStatus::Ok);
+    ASSERT_EQ(sp_ExtractModels(YString(wideA.c_str()), request, &fromWide, nullptr), ModelLibStatus::Ok);
+    const auto withFile = [](const std::string& file) {
+        return "* " + file + ":3\n.model q npn bf=100\n* " + file + ":7\n.model k AKO: q\n* " + file +
+               ":4\n.subckt s a b\nR1 a b 1k\n.ends\n";
+    };
+    EXPECT_EQ(std::string(fromNarrow.c_str()), withFile(narrowA));
+    EXPECT_EQ(std::string(fromWide.c_str()), withFile(wideA));
+    EXPECT_TRUE(QDir(QString::fromStdString(temp)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
+}
+
 TEST_F(ModelLibraryFiles, MissingAndUnreadableFilesAreStatuses)
 {
     ModelLibIndex index;
