@@ -19,18 +19,19 @@
 namespace {
 
 // The file a path finally names: symbolic links followed, each relative one from its own folder. A
-// link to nothing gives the path it points at.
+// link to nothing gives the path it points at; links in a loop, or more of them than the system follows,
+// give nothing, since any file written there would replace a link.
 std::string finalTarget(const std::string& path)
 {
     std::string current = path;
-    for (int hops = 0; hops < 40; ++hops) {
+    for (int hops = 0; hops <= 40; ++hops) {
         struct stat st;
         if (::lstat(current.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
             return current;
         char buffer[PATH_MAX + 1];
         const ssize_t n = ::readlink(current.c_str(), buffer, PATH_MAX);
-        if (n <= 0)
-            return current;
+        if (n <= 0 || n >= PATH_MAX)
+            return std::string();
         std::string next(buffer, static_cast<size_t>(n));
         if (next[0] != '/') {
             const size_t slash = current.rfind('/');
@@ -38,7 +39,7 @@ std::string finalTarget(const std::string& path)
         }
         current = next;
     }
-    return current;
+    return std::string();
 }
 
 std::string folderOf(const std::string& path)
@@ -134,8 +135,13 @@ bool writeInPlace(const std::string& from, const std::string& target, const std:
 bool filereplace::replace(const YString& path, SpContentWriter write, void* context)
 {
     const std::string target = finalTarget(path.c_str());
+    if (target.empty())
+        return false;
     struct stat old;
     const bool exists = ::stat(target.c_str(), &old) == 0;
+    // A file whose state cannot be read is not taken for a new one: only a missing one is.
+    if (!exists && errno != ENOENT)
+        return false;
     if (exists && S_ISDIR(old.st_mode))
         return false;
     if (exists && !S_ISREG(old.st_mode)) {

@@ -310,6 +310,31 @@ TEST_F(FileReplace, ALinkKeepsPointingAtItsTargetWhichGetsTheContent)
     EXPECT_EQ(readFileBytes(path("real/later.txt")), "made\n");
 }
 
+// Links in a loop, or a chain longer than the system follows, name no file: the call fails and every
+// link stays a link. A chain as long as the system follows reaches its file.
+TEST_F(FileReplace, LinksInALoopOrTooLongAChainAreRefused)
+{
+    ASSERT_EQ(::symlink("b", path("a").c_str()), 0);
+    ASSERT_EQ(::symlink("a", path("b").c_str()), 0);
+    EXPECT_FALSE(replace(path("a"), "new\n"));
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(path("a"))).isSymLink());
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(path("b"))).isSymLink());
+
+    // l0 -> l1 -> ... -> l40 -> file: 41 links, one more than the system follows; from l1, 40.
+    writeFileBytes(path("file.txt"), "old\n");
+    for (int i = 0; i <= 40; ++i) {
+        const std::string target = i == 40 ? "file.txt" : "l" + std::to_string(i + 1);
+        ASSERT_EQ(::symlink(target.c_str(), path("l" + std::to_string(i)).c_str()), 0);
+    }
+    EXPECT_FALSE(replace(path("l0"), "new\n"));
+    EXPECT_EQ(readFileBytes(path("file.txt")), "old\n");
+    for (int i = 0; i <= 40; ++i)
+        EXPECT_TRUE(QFileInfo(QString::fromStdString(path("l" + std::to_string(i)))).isSymLink()) << i;
+    EXPECT_TRUE(replace(path("l1"), "new\n"));
+    EXPECT_EQ(readFileBytes(path("file.txt")), "new\n");
+    EXPECT_TRUE(QFileInfo(QString::fromStdString(path("l1"))).isSymLink());
+}
+
 TEST_F(FileReplace, DevicesAreWrittenInPlaceNeverReplaced)
 {
     EXPECT_TRUE(replace("/dev/null", "into nothing\n"));
