@@ -172,6 +172,9 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
         const double pad = low == 0.0 ? 1.0 : std::max(std::fabs(low) * 0.01, std::numeric_limits<double>::denorm_min());
         low -= pad;
         high += pad;
+        // Widened past the largest double (an end near it): no finite tick lies beyond that end.
+        if (!std::isfinite(low) || !std::isfinite(high))
+            return ticks;
     }
     // Ends on either side of 0 need a tick below 0, one at it and one above it.
     maxTicks = std::clamp(maxTicks, low < 0.0 && high > 0.0 ? 3 : 2, kMaxAxisTicks);
@@ -187,6 +190,9 @@ AxisTicks roundAxisTicks(double low, double high, int maxTicks)
     for (; exponent <= 308; ++exponent) {
         for (int mantissa : {1, 2, 5}) {
             const double step = mantissa * powerOfTen(exponent);
+            // A step past the largest double: the smaller ones were too many, and no larger one is finite.
+            if (std::isinf(step))
+                return ticks;
             const double lowSteps = low / step, highSteps = high / step;
             // The slack of each end, in steps.
             const double lowSlack = std::min(1e-9, 1e-12 * std::fabs(lowSteps));

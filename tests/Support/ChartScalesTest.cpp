@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -149,6 +150,24 @@ TEST(ChartScales, TicksForEndsAtTheExtremesOfTheDoubles)
     const AxisTicks beyond = sp_RoundAxisTicks(-1.5e308, 1.5e308, 6);
     EXPECT_TRUE(beyond.values.empty());
     EXPECT_EQ(beyond.step, 0.0);
+}
+
+// Few ticks asked for over a range near the largest double: the step that would be few enough is past
+// the largest double, so no ticks cover the range; equal ends at the largest double are widened past it.
+TEST(ChartScales, NoTicksWhenOnlyAStepBeyondTheLargestDoubleIsFewEnough)
+{
+    const double largest = std::numeric_limits<double>::max();
+    for (const auto& [low, high, maxTicks] : std::vector<std::tuple<double, double, int>>{
+             {0, 1.5e308, 2}, {-1.7e308, 1.7e308, 3}, {9.9961e307, 1.0003e308, 2}, {largest, largest, 2},
+             {-largest, -largest, 2}, {largest, largest, 9}, {1e308, 1e308, 2}}) {
+        const AxisTicks t = sp_RoundAxisTicks(low, high, maxTicks);
+        EXPECT_TRUE(t.values.empty()) << low << " " << high << " " << maxTicks;
+        EXPECT_EQ(t.step, 0.0) << low << " " << high << " " << maxTicks;
+        EXPECT_EQ(t.low, 0.0);
+        EXPECT_EQ(t.high, 0.0);
+    }
+    // One more tick allowed: a finite step covers them.
+    EXPECT_EQ(sp_RoundAxisTicks(9.9961e307, 1.0003e308, 3).values, (std::vector<double>{9.995e307, 1e308, 1.0005e308}));
 }
 
 // The smallest doubles as ends: a span of one or two of them still gets a step and ticks.
