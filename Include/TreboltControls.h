@@ -109,6 +109,8 @@ SUPPORTQT_API const char* kvfe_TreboltChoiceName(const char* keyword, int index)
 /// one keeps its "*", and a netlist in the dialect with "$" comments gets its directive first. Parsed
 /// with `kvfe_ParseTreboltCommands`, the block gives the settings and flags that the whole netlist gives;
 /// only the kept lines differ, since the block holds no other lines. The text ends at its first zero byte.
+/// A byte 0xFF ends the reading there, but statements commented out after it still clear their flags: the
+/// block then ends with a line of that byte, then "*" and the name of each of them, one per line.
 SUPPORTQT_API YString kvfe_TreboltControlStatementLines(const YString& text);
 
 /// Writes `params` back as statements, the disabled ones commented out on one line, into the field of

@@ -375,6 +375,23 @@ YString kvfe_TreboltControlStatementLines(const YString& text)
             lines.append(line.c_str(), static_cast<size_t>(line.length())).append(1, '\n');
         }
     }
+    // A byte 0xFF ended the reading, but not the search for commented-out statements, whose flags the
+    // statements after it still clear: the block ends the same way, with each of them after the byte
+    // (its word alone, which is all the search reads).
+    if (const void* const end = std::memchr(given, 0xFF, length)) {
+        const size_t endAt = static_cast<size_t>(static_cast<const char*>(end) - given);
+        bool ended = false;
+        for (size_t i = nextCommented; i < commentedAt.size(); ++i) {
+            const size_t at = commentedAt[i];
+            if (at < endAt)
+                continue;
+            if (!ended)
+                lines += "\xFF\n";
+            ended = true;
+            const size_t word = std::strcspn(given + at, " \t\r\n=(),");
+            lines.append(given + at, word).append(1, '\n');
+        }
+    }
     // The dialect's comment character decides what the lines hold: the block keeps the dialect.
     if (stream.isHspiceMode() && !lines.empty())
         lines.insert(0, "*#HSPICE\n");

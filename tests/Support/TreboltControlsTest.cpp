@@ -756,6 +756,20 @@ TEST(TreboltControlLines, OnlyFlaggedStatementsAreReadCommentedOut)
     EXPECT_EQ(blockOf("*.tran 1m\n"), "*.tran 1m\n");
 }
 
+// A byte 0xFF ends the netlist for the reader, but a statement commented out after it still clears its
+// flag: the block ends with the byte and the statement's word, so that it gives the same flags.
+TEST(TreboltControlLines, StatementsCommentedOutAfterAByteFFKeepTheirFlags)
+{
+    EXPECT_EQ(blockOf(".tran 1m\n\xFF\n*.pop MAX_PERIOD=1u\n*.ac DEC 1 1 1\n.pop x\n"),
+              ".tran 1m\n\xFF\n*.pop\n*.ac\n");
+    const Parsed fromBlock = parse(blockOf(".tran 1m\n\xFF\n*.pop MAX_PERIOD=1u\n").c_str());
+    EXPECT_FALSE(fromBlock.enabled[TreboltSlotPop]);
+    EXPECT_EQ(get(fromBlock, "MAX_PERIOD").valid, 0);
+    // Without one after the byte, the block is as before.
+    EXPECT_EQ(blockOf(".tran 1m\n\xFF\n.pop MAX_PERIOD=1u\n"), ".tran 1m\n");
+    EXPECT_EQ(blockOf("*.pop MAX_PERIOD=1u\nx\xFF"), "*.pop MAX_PERIOD=1u\n");
+}
+
 // A statement's name stands first after blanks and tabs; other white space makes it a different word.
 TEST(TreboltControlLines, IndentationIsBlanksAndTabs)
 {
@@ -776,7 +790,7 @@ TEST(TreboltControlLines, TheBlockParsesToTheSettingsOfTheNetlist)
                                   "+ TSAVE=1n", "+", "  + MAX_PERIOD=3u", "* comment", "; comment", "$ comment", "",
                                   " \t", "R1 a b 1k", "X1 a b sub", "*#HSPICE", "*#PSPICE", "*#KALVONTA sep=.", "  *#HSPICE",
                                   ".tran 1m $ stop", ".tran 2m ; stop", ".op\x01tions POP_ITRMAX=5", "{a{b}}", "+ {x}",
-                                  "\xC2\xA0.ac DEC 1 1 1"};
+                                  "\xC2\xA0.ac DEC 1 1 1", "\xFF", "x\xFF*.pop"};
     const char* const ends[] = {"\n", "\r\n", "\r", "\n\n"};
     std::mt19937 random(20261127);
     for (int round = 0; round < 3000; ++round) {
