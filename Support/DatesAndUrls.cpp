@@ -1,5 +1,6 @@
 // DatesAndUrls.cpp - dates and times as text, file URLs, unique identifiers and the GUI test.
 #include "DatesAndUrls.h"
+#include "DatesAndUrls_p.h"
 #include "FileServices.h"
 #include "QtSupport.h"
 
@@ -11,6 +12,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <algorithm>
 #include <climits>
 
 namespace {
@@ -51,9 +53,78 @@ QString forwardSlashes(const QString& text)
 
 } // namespace
 
+namespace {
+// Whether the format has an "a" or "A" outside quotes, which makes every "h" of it count 12 hours.
+bool hasAmPm(const QString& format)
+{
+    bool quoted = false;
+    for (const QChar c : format) {
+        if (c == QLatin1Char('\''))
+            quoted = !quoted;
+        else if (!quoted && (c == QLatin1Char('a') || c == QLatin1Char('A')))
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+QString datesandurls::formatDateTime(const QDateTime& time, const QString& format, int pieceLength)
+{
+    pieceLength = std::max(pieceLength, 12);
+    const int inRun = pieceLength - pieceLength % 12; // the letters of a run that one piece takes
+    // A piece is read with the clock of the whole format: one without "a" of its own that must count
+    // 12 hours gets one before it (a piece starts outside quotes), and the text it gives is cut off
+    // again. Before a "p" it is an "A", which "p" does not join.
+    const bool twelveHours = hasAmPm(format);
+    const auto formatted = [&](const QString& part) {
+        if (!twelveHours || hasAmPm(part))
+            return time.toString(part);
+        const QString mark = part.startsWith(QLatin1Char('p')) ? QStringLiteral("A") : QStringLiteral("a");
+        return time.toString(mark + part).mid(time.toString(mark).size());
+    };
+    QString out;
+    int start = 0; // where the text not formatted yet starts
+    const auto cutAt = [&](int cut) {
+        out += formatted(format.mid(start, cut - start));
+        start = cut;
+    };
+    bool quoted = false;
+    for (int i = 0; i < format.size();) {
+        const QChar c = format.at(i);
+        if (c == QLatin1Char('\'')) {
+            // Two quotes in a row, inside quotes or out, leave the state as it was.
+            quoted = !quoted;
+            ++i;
+            continue;
+        }
+        int run = 1;
+        while (i + run < format.size() && format.at(i + run) == c)
+            ++run;
+        if (!quoted) {
+            // Before a run, once the piece is long enough, unless the run's "p" ends an "ap".
+            const bool endsAmPm = i > 0 && (c == QLatin1Char('p') || c == QLatin1Char('P')) &&
+                                  (format.at(i - 1) == QLatin1Char('a') || format.at(i - 1) == QLatin1Char('A'));
+            if (i - start >= pieceLength && !endsAmPm)
+                cutAt(i);
+            // Inside a long run: the last 1 to 12 letters go with what follows the run, which may read the
+            // run's last letter with its own first ("ap").
+            if (run > pieceLength) {
+                const int end = i + run - (run % 12 == 0 ? 12 : run % 12);
+                for (int cut = i + 12;; cut = std::min(cut + inRun, end)) {
+                    cutAt(cut);
+                    if (cut == end)
+                        break;
+                }
+            }
+        }
+        i += run;
+    }
+    return start == 0 ? time.toString(format) : out + formatted(format.mid(start));
+}
+
 YString sp_GetDateUserFormat(YString format)
 {
-    return toYs(QDateTime::currentDateTime().toString(toQs(format)));
+    return toYs(datesandurls::formatDateTime(QDateTime::currentDateTime(), toQs(format)));
 }
 
 YString sp_GetFormattedDate(bool iso)

@@ -58,6 +58,11 @@ CASES = [
     ("sp_DiffModelLibraries, 16,000 models in UTF-16 vs in UTF-8",
      ("supportqt_bench_model_library", "BM_DiffUtf16Libraries"),
      ("bench", "supportqt_bench_model_library", "BM_DiffUtf8Libraries"), 2.0),
+    # A long format costs what its length does: Qt formatting the same text 1,200 characters at a time.
+    ("sp_GetDateUserFormat, 200,000 \"h\" vs Qt in formats of 1,200", ("supportqt_bench_dates", "BM_DateFormatOneRun"),
+     ("bench", "supportqt_bench_dates", "BM_DateFormatOneRunQt"), 2.0),
+    ("sp_GetDateUserFormat, 66,666 \"hh:\" vs Qt in formats of 1,200", ("supportqt_bench_dates", "BM_DateFormatFields"),
+     ("bench", "supportqt_bench_dates", "BM_DateFormatFieldsQt"), 2.0),
     ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
      ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
     ("sp_CompileSensReportData, 100k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),

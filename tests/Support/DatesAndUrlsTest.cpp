@@ -11,6 +11,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <random>
 #include <string>
 
 #ifndef Q_OS_WIN
@@ -44,6 +45,35 @@ TEST(DatesAndUrls, UserFormatAndNormalisedTime)
 // A time too far off to be shown gives empty text in both forms, never a date wrapped round to the far
 // past; one just inside the range is shown in the year 292278994 in the locale's form (ISO 8601 has no
 // years past 9999).
+// A user format with runs of one letter far longer than any field is formatted in pieces, with the
+// same text as the whole format at once: fields split where Qt splits them, "ap" kept together, quotes
+// and the 12-hour clock of a format with "a" anywhere kept in every piece. Seconds and milliseconds are
+// left out, so that the time changes at most once between the two readings around each call.
+TEST(DatesAndUrls, LongRunsOfOneLetterFormatAsTheWholeFormatDoes)
+{
+    const char letters[] = "yMdhHmtaApPx' :";
+    std::mt19937 random(20261129);
+    for (int round = 0; round < 60; ++round) {
+        QString format;
+        const int parts = 1 + static_cast<int>(random() % 6);
+        for (int k = 0; k < parts; ++k) {
+            const int length = random() % 3 == 0 ? 1190 + static_cast<int>(random() % 40) : 1 + static_cast<int>(random() % 30);
+            format += QString(length, QLatin1Char(letters[random() % (sizeof letters - 1)]));
+        }
+        const QString before = QDateTime::currentDateTime().toString(format);
+        const QString ours = QString::fromUtf8(sp_GetDateUserFormat(YString(format.toUtf8().constData())).c_str());
+        const QString after = QDateTime::currentDateTime().toString(format);
+        EXPECT_TRUE(ours == before || ours == after) << format.left(80).toStdString() << "...";
+    }
+    // 1201 "h" with an "a" after them: 600 two-digit hours of the 12-hour clock, one more digit, the mark.
+    const auto twelve = [] { return QDateTime::currentDateTime().toString(QStringLiteral("hh'|'a")).section(QLatin1Char('|'), 0, 0); };
+    const QString before = twelve();
+    const QString result = QString::fromUtf8(sp_GetDateUserFormat(YString((std::string(1201, 'h') + "a").c_str())).c_str());
+    const QString after = twelve();
+    EXPECT_TRUE(result.startsWith(before.repeated(600)) || result.startsWith(after.repeated(600))) << result.left(20).toStdString();
+    EXPECT_TRUE(result.endsWith(QDateTime::currentDateTime().toString(QStringLiteral("a")))) << result.right(8).toStdString();
+}
+
 TEST(DatesAndUrls, NormalisedTimesBeyondTheRangeAreEmpty)
 {
     for (long long ms : {LLONG_MAX, LLONG_MAX - 86400000LL, LLONG_MIN, LLONG_MIN + 1, -LLONG_MAX + 86400000LL}) {
