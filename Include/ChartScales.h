@@ -54,7 +54,8 @@ SUPPORTQT_API int sp_HistogramBinCount(const std::vector<double>& values, int ma
 /// Counts the finite values of `values` into `bins` equal bins between their minimum and maximum (a value
 /// on an inner edge, `low + k * binWidth()` (taken by halves for ends further apart than the largest
 /// double), goes to the bin above it, the maximum to the last bin); `bins` below 1 takes
-/// `sp_HistogramBinCount(values, maxBins)`. Values that are not finite are counted in `nonFinite` only.
+/// `sp_HistogramBinCount(values, maxBins)`, or as many bins as the range holds smallest doubles when that
+/// is fewer (values a few subnormal doubles apart), so that every bin has a width. Values that are not finite are counted in `nonFinite` only.
 /// Values that do not vary get one bin around them, 1% of their magnitude (0.5 for 0, at least the
 /// smallest normal double) to either side, its ends stopping at the largest doubles.
 /// With no finite value the result has no bins, and so has the result when memory runs out. The result

@@ -127,6 +127,13 @@ Histogram buildHistogram(const std::vector<double>& values, int bins, int maxBin
         h.low = std::max(h.low - pad, -most);
         h.high = std::min(h.high + pad, most);
     }
+    // Bins narrower than the smallest double would have no width: a count of the rule's stops at the
+    // smallest doubles the range holds.
+    if (h.rule != HistogramBinRule::Given) {
+        const double smallest = (h.high - h.low) / std::numeric_limits<double>::denorm_min();
+        if (smallest < bins)
+            bins = std::max(1, static_cast<int>(smallest));
+    }
     h.counts.assign(static_cast<size_t>(bins), 0);
     const double width = h.high - h.low, step = h.binWidth();
     // Ends further apart than the largest double: the positions are taken by halves.

@@ -279,6 +279,24 @@ TEST(ChartScales, TicksOfEndsAFewDoublesApartCoverThem)
 
 // Values that do not vary at the ends of the doubles: the bin around them has ends that differ and are
 // finite, so that its width is a number above 0.
+// Values a few subnormal doubles apart: the rule's bin count stops at the smallest doubles the range
+// holds, so that every bin has a width and the lowest values are in the first bin. A count given is kept.
+TEST(ChartScales, AnAutomaticCountGivesSubnormalBinsAWidth)
+{
+    const double least = std::numeric_limits<double>::denorm_min();
+    const Histogram one = sp_BuildHistogram({0, 0, least}, 0);
+    EXPECT_EQ(one.bins(), 1);
+    EXPECT_EQ(one.binWidth(), least);
+    EXPECT_EQ(one.counts, (std::vector<long long>{3}));
+    // Eight zeros and one value two smallest doubles up: the square-root rule's 3 bins become 2.
+    const Histogram two = sp_BuildHistogram({0, 0, 0, 0, 0, 0, 0, 0, 2 * least}, 0);
+    EXPECT_EQ(two.rule, HistogramBinRule::SquareRoot);
+    EXPECT_EQ(two.bins(), 2);
+    EXPECT_EQ(two.binWidth(), least);
+    EXPECT_EQ(two.counts, (std::vector<long long>{8, 1}));
+    EXPECT_EQ(sp_BuildHistogram({0, 0, least}, 4).bins(), 4);
+}
+
 TEST(ChartScales, AHistogramOfOneValueAtTheEndsOfTheDoublesHasAWidth)
 {
     const double most = std::numeric_limits<double>::max();
