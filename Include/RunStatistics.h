@@ -222,7 +222,8 @@ SUPPORTQT_API MeritStatistics sp_ComputeMeritStatistics(const YHashTable<XMLRepo
 SUPPORTQT_API std::vector<const XMLReportInfo*> sp_RunsInCaseOrder(const YHashTable<XMLReportInfo>& table);
 
 /// Standard normal quantile (the inverse of the distribution function), accurate to about 1e-15
-/// relative; -inf at 0, +inf at 1, NaN outside 0..1.
+/// relative (about 1e-8 for p below the smallest normal double, which holds fewer digits itself, down to
+/// the smallest double, -38.4674); -inf at 0, +inf at 1, NaN outside 0..1.
 SUPPORTQT_API double sp_NormalQuantile(double p);
 /// Quantile of the chi-square distribution with `degrees` degrees of freedom (> 0); NaN when p is outside
 /// 0..1 or degrees is not positive. Above two million degrees the distribution is taken from its uniform

@@ -967,7 +967,11 @@ double sp_NormalQuantile(double p)
         const double e = std::fabs(x) < 1 ? 0.5 * std::erf(x / sqrt2) - (p - 0.5)
                          : x < 0          ? 0.5 * std::erfc(-x / sqrt2) - p
                                           : (1 - p) - 0.5 * std::erfc(x / sqrt2);
-        const double u = e * sqrt2pi * std::exp(x * x / 2);
+        // e / density; far out (p below about 1e-310) the density's reciprocal passes the largest double,
+        // and the quotient is taken through logarithms.
+        const double u = x * x / 2 < 700 ? e * sqrt2pi * std::exp(x * x / 2)
+                         : e == 0        ? 0.0
+                                         : std::copysign(std::exp(std::log(std::fabs(e) * sqrt2pi) + x * x / 2), e);
         x = x - u / (1 + x * u / 2);
     }
     return x;

@@ -257,6 +257,14 @@ TEST(RunStatistics, QuantilesWorkedByHandAndAtTheEnds)
                                                  {0.9, 1.2815515655446004}};
     for (const auto& [p, x] : nearHalf)
         EXPECT_NEAR(sp_NormalQuantile(p) / x, 1.0, 1e-15) << p;
+    // Far out, where the density's reciprocal passes the largest double: subnormal p, whose own digits
+    // are fewer (the references are SciPy's ndtri).
+    const std::pair<double, double> farOut[] = {{1e-300, -37.0470962993612},      {1e-308, -37.54067492154594},
+                                               {4e-311, -37.687364018656766},     {1e-315, -37.967300351067365},
+                                               {1e-320, -38.26912534303265},      {5e-324, -38.467405617144344}};
+    for (const auto& [p, x] : farOut)
+        EXPECT_NEAR(sp_NormalQuantile(p) / x, 1.0, p < 2.2250738585072014e-308 ? 1e-8 : 1e-15) << p;
+    EXPECT_NEAR(sp_NormalQuantile(1 - 1e-16) / 8.209536151601387, 1.0, 1e-15);
     // Chi-square with 2 degrees of freedom: F(x) = 1 - exp(-x/2), so the p quantile is -2 ln(1 - p).
     EXPECT_NEAR(sp_ChiSquareQuantile(0.95, 2), -2.0 * std::log(0.05), 1e-13);
     EXPECT_NEAR(sp_ChiSquareQuantile(0.3, 2), -2.0 * std::log(0.7), 1e-13);
