@@ -236,6 +236,27 @@ TEST_F(StatsTool, MeritFunctionsThatShareANameKeepAKeyEach)
               "case,seed,description,gain#1,db(gain),bw#3,bw#4");
 }
 
+// The run table has a column per parameter name in the order first met; a run's cell holds the first
+// of its parameters of that name, and is empty when the run has none.
+TEST_F(StatsTool, TheRunTableHasAColumnPerParameterAndTheFirstOfANameWins)
+{
+    writeFileBytes(path("params.msw"),
+                   "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">"
+                   "<meritfunction value=\"v\" name=\"m\"><sensval case=\"1\" value=\"1\"/><sensval case=\"2\" value=\"2\"/>"
+                   "<sensval case=\"3\" value=\"3\"/></meritfunction><steps>"
+                   "<step case=\"1\"><parameter name=\"r1\" nom=\"1\" usedvalue=\"1.5\"/>"
+                   "<parameter name=\"c1\" nom=\"1\" usedvalue=\"2.5\"/><parameter name=\"r1\" nom=\"1\" usedvalue=\"9\"/></step>"
+                   "<step case=\"2\"><parameter name=\"l1\" nom=\"1\" usedvalue=\"4\"/></step>"
+                   "<step case=\"3\"><parameter name=\"c1\" nom=\"1\" usedvalue=\"5\"/><parameter name=\"r1\" nom=\"1\" usedvalue=\"6\"/>"
+                   "</step></steps></msw>\n");
+    const Result csv = tool({"results", temp("params.msw"), "--table", "csv"});
+    ASSERT_EQ(csv.code, 0) << csv.err.toStdString();
+    EXPECT_EQ(csv.out, "case,seed,description,m,r1,c1,l1\n"
+                       "1,,Run=1,1,1.5,2.5,\n"
+                       "2,,Run=2,2,,,4\n"
+                       "3,,Run=3,3,6,5,\n");
+}
+
 TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
 {
     const QString file = results();

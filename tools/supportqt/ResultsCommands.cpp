@@ -17,6 +17,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QXmlStreamReader>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -474,6 +475,13 @@ void printRunTable(const ResultsSummary& summary, const std::vector<const XMLRep
     for (const QString& name : summary.parameterNames)
         out << ',' << csvField(name.toStdString());
     out << '\n';
+    // Each run's parameters are put in their columns once, the first of a name winning: a file of many
+    // runs that each vary parameters of their own has as many columns as runs.
+    QHash<QString, int> columnOf;
+    for (int c = 0; c < summary.parameterNames.size(); ++c)
+        columnOf.insert(summary.parameterNames.at(c), c);
+    std::vector<int> parameterIn(static_cast<size_t>(summary.parameterNames.size()), -1);
+    std::vector<int> filled;
     for (const XMLReportInfo* run : runs) {
         out << run->caseNumber << ',';
         if (run->hasSeed)
@@ -484,15 +492,25 @@ void printRunTable(const ResultsSummary& summary, const std::vector<const XMLRep
             if (m < run->values.count())
                 out << realText(run->values[m].value);
         }
-        for (const QString& name : summary.parameterNames) {
-            out << ',';
-            for (int p = 0; p < run->parameters.count(); ++p)
-                if (toQs(run->parameters[p].name) == name) {
-                    out << realText(run->parameters[p].usedValue);
-                    break;
-                }
+        for (int p = 0; p < run->parameters.count(); ++p) {
+            const int column = columnOf.value(toQs(run->parameters[p].name), -1);
+            if (column >= 0 && parameterIn[static_cast<size_t>(column)] < 0) {
+                parameterIn[static_cast<size_t>(column)] = p;
+                filled.push_back(column);
+            }
         }
+        for (const int p : parameterIn) {
+            out << ',';
+            if (p >= 0)
+                out << realText(run->parameters[p].usedValue);
+        }
+        for (const int column : filled)
+            parameterIn[static_cast<size_t>(column)] = -1;
+        filled.clear();
         out << '\n';
+        // The table goes out as it is made, a megabyte at a time, not held whole.
+        if (out.pending() >= (size_t(1) << 20))
+            out.flush();
     }
 }
 

@@ -153,6 +153,8 @@ public:
     /// Appends `text` padded with blanks to `width` characters (left-aligned; right-aligned when negative).
     Output& pad(const std::string& text, int width);
     void flush();
+    /// The bytes appended since the last flush.
+    size_t pending() const { return m_text.size(); }
     ~Output() { flush(); }
 
 private:
