@@ -447,9 +447,10 @@ bool YDomDocument::parse(std::vector<char> bytes)
     if (bytes.empty())
         return false;
     // The parser takes the text's last character for its own end mark, and would drop it unread: a NUL
-    // character of the text's width is added for it to take. A NUL within the text is no XML.
+    // character of the text's width is added for it to take. A NUL within the text is no XML, and nor is
+    // a text cut short inside a character, whose stray bytes would join the mark.
     const size_t width = unitWidth(bytes);
-    if (holdsNul(bytes, width))
+    if (bytes.size() % width != 0 || holdsNul(bytes, width))
         return false;
     try {
         bytes.insert(bytes.end(), width, '\0');

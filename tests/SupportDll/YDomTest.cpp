@@ -197,6 +197,12 @@ TEST_F(YDom, RejectsAStrayLastCharacterAndANul)
                 }
                 const std::string nul = wide(std::string("<msw/>\0x", 8), width, bigEndian, mark);
                 EXPECT_FALSE(doc->loadText(nul.data(), nul.size())) << width << bigEndian << mark;
+                // A text cut short inside a character, whatever its stray bytes.
+                for (int stray = 1; stray < width; ++stray)
+                    for (const char byte : {' ', '\r', '\n', '\0', '>', 'x'}) {
+                        const std::string cut = wide("<msw/>", width, bigEndian, mark) + std::string(static_cast<size_t>(stray), byte);
+                        EXPECT_FALSE(doc->loadText(cut.data(), cut.size())) << width << bigEndian << mark << stray << int(byte);
+                    }
             }
     // Latin-1, declared.
     const std::string latin = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><msw>\xE9</msw>";
