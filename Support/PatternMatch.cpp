@@ -406,38 +406,62 @@ bool plainWildcard(const QString& re, std::vector<Step>* steps)
 
 // The first match of such a wildcard, as QRegExp finds it: the text is read once, keeping for each step
 // the earliest start of a partial match that has reached it (later starts there have the same future),
-// until the earliest start that completes a match has no earlier rival left.
+// until the earliest start that completes a match has no earlier rival left. Only the steps some partial
+// match has reached are visited, in order, so that a long pattern costs the matches under way, not its
+// length, at each character.
 int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
 {
     const int none = std::numeric_limits<int>::max();
-    const size_t count = steps.size();
-    std::vector<int> at(count + 1, none), next(count + 1, none);
+    const int count = static_cast<int>(steps.size());
+    std::vector<int> at(static_cast<size_t>(count) + 1, none), next(static_cast<size_t>(count) + 1, none);
+    std::vector<int> reached, reachedNext, closed; // the steps whose entry in `at` (`next`) is set, in order
+    const auto mayTakeNothing = [&](int s) { return s < count && (steps[s].repeat == Step::Optional || steps[s].repeat == Step::Any); };
     int found = none;
     for (int position = 0;; ++position) {
+        if (position < found && at[0] == none)
+            reached.insert(reached.begin(), 0);
         if (position < found)
             at[0] = std::min(at[0], position);
         // A step that may take nothing lets its partial matches on to the next one.
-        for (size_t s = 0; s < count; ++s)
-            if (steps[s].repeat == Step::Optional || steps[s].repeat == Step::Any)
-                at[s + 1] = std::min(at[s + 1], at[s]);
+        closed.clear();
+        for (size_t i = 0; i < reached.size(); ++i) {
+            int s = reached[i];
+            closed.push_back(s);
+            while (mayTakeNothing(s)) {
+                const int t = s + 1;
+                const bool listed = i + 1 < reached.size() && reached[i + 1] == t;
+                at[t] = std::min(at[t], at[s]);
+                if (listed)
+                    break;
+                closed.push_back(t);
+                s = t;
+            }
+        }
+        reached.swap(closed);
         found = std::min(found, at[count]);
         if (position >= text.size())
             break;
         const char16_t c = text[position].unicode();
-        std::fill(next.begin(), next.end(), none);
-        bool alive = false;
-        for (size_t s = 0; s < count; ++s) {
-            if (at[s] >= found || !(steps[s].anyCharacter || steps[s].c == c))
+        reachedNext.clear();
+        const auto reach = [&](int s, int start) {
+            if (next[s] == none)
+                reachedNext.push_back(s);
+            next[s] = std::min(next[s], start);
+        };
+        for (const int s : reached) {
+            if (s == count || at[s] >= found || !(steps[s].anyCharacter || steps[s].c == c))
                 continue;
-            alive = true;
             if (steps[s].repeat == Step::Any || steps[s].repeat == Step::OneOrMore)
-                next[s] = std::min(next[s], at[s]);
+                reach(s, at[s]);
             if (steps[s].repeat != Step::Any)
-                next[s + 1] = std::min(next[s + 1], at[s]);
+                reach(s + 1, at[s]);
         }
-        if (!alive && found != none)
+        if (reachedNext.empty() && found != none)
             break;
+        for (const int s : reached)
+            at[s] = none;
         at.swap(next);
+        reached.swap(reachedNext);
     }
     return found == none ? -1 : found;
 }

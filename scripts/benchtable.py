@@ -63,6 +63,9 @@ CASES = [
      ("bench", "supportqt_bench_dates", "BM_DateFormatOneRunQt"), 2.0),
     ("sp_GetDateUserFormat, 66,666 \"hh:\" vs Qt in formats of 1,200", ("supportqt_bench_dates", "BM_DateFormatFields"),
      ("bench", "supportqt_bench_dates", "BM_DateFormatFieldsQt"), 2.0),
+    # A long wildcard costs the partial matches under way at each character, not its length.
+    ("sp_GlobMatch, 20,000-character wildcard vs 20 in 1,000,000 letters", ("supportqt_bench_patterns", "BM_GlobLongPattern"),
+     ("bench", "supportqt_bench_patterns", "BM_GlobShortPattern"), 2.0),
     ("LibraryStream, definition at end of 50 MiB", ("supportqt_bench_netlist", "BM_LibraryStreamInLibrary"),
      ("bench", "supportqt_bench_netlist", "BM_LibraryStreamAlone"), 2.0),
     ("sp_CompileSensReportData, 100k runs", ("supportqt_bench_results", "BM_CompileSensReport100k"),

@@ -333,6 +333,15 @@ TEST(GlobMatch, LongTextsTakeOnePass)
     EXPECT_EQ(sp_GlobMatch((stars + "b").c_str(), (as + "b").c_str()), 0);
     EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*").c_str()), -1);
     EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*ba").c_str()), 0);
+    // A long wildcard in a long text of random letters: found where it stands, and nowhere else.
+    std::mt19937 random(3);
+    std::string letters;
+    for (int i = 0; i < 300000; ++i)
+        letters += static_cast<char>('a' + random() % 26);
+    const std::string piece = letters.substr(123456, 5000);
+    EXPECT_EQ(sp_GlobMatch(piece.c_str(), letters.c_str()), 123456);
+    EXPECT_EQ(sp_GlobMatch(("?" + piece.substr(1, 2000) + "*" + piece.substr(4000, 999) + "?").c_str(), letters.c_str()), 123456);
+    EXPECT_EQ(sp_GlobMatch((piece + "#").c_str(), letters.c_str()), -1);
 }
 
 TEST(RegexpMatch, LongTextsWithoutACharacterThePatternNeeds)
