@@ -22,8 +22,8 @@ public:
     virtual const char* data() = 0;
     virtual int size() = 0;
     /// Writes the compressed buffer (zlib's default level). The result says whether the file could be
-    /// opened, not whether every byte reached the disk (a full disk still gives true). The buffer keeps
-    /// its uncompressed content.
+    /// opened, not whether every byte reached the disk (a full disk still gives true); a FIFO or socket
+    /// counts as a file that cannot be opened, as for `load`. The buffer keeps its uncompressed content.
     virtual bool save(YString path) = 0;
 };
 

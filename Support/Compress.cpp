@@ -163,6 +163,10 @@ public:
     int size() override { return m_buffer.size(); }
     bool save(YString path) override
     {
+        // A FIFO, whose open would wait for a reader that may never come, cannot be saved to, as load
+        // cannot read one; nor can a socket.
+        if (fileopencheck::waitsToOpen(QByteArray(path.c_str())))
+            return false;
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "wb") != 0 || !f)
             return false;

@@ -226,6 +226,9 @@ TEST_F(Compress, AFifoLeavesTheBufferAsItWas)
     d->append("kept", 4);
     d->load(YString("/dev/null"));
     EXPECT_EQ(d->size(), 0);
+    // Nor is the buffer saved to one: there is no reader to wait for.
+    EXPECT_FALSE(c->save(YString(fifo.c_str())));
+    EXPECT_TRUE(d->save(YString("/dev/null")));
 }
 #endif
 
