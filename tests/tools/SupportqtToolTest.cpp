@@ -513,6 +513,12 @@ TEST_F(Tool, NetlistDialectsDirectivesAndEncoding)
     const Result r = tool({"netlist", file});
     ASSERT_EQ(r.code, 0);
     EXPECT_EQ(r.out, QStringLiteral("     4  R1 a b 1k   m=2\n     6  .end\ndialect: hspice\nseparator: \nhierarchy: yes\nencoding: UTF-8\n"));
+    // A line that begins with a character of two bytes: the reader has read its first byte before it
+    // hands out the line before, and the verdict takes the whole character.
+    writeFileBytes(temp("first.cir").toStdString(), "R1 a\n\xC3\xA9x b\n");
+    EXPECT_TRUE(tool({"netlist", temp("first.cir")}).out.endsWith("encoding: UTF-8\n"));
+    writeFileBytes(temp("cut.cir").toStdString(), "R1 a\n\xC3x b\n");
+    EXPECT_TRUE(tool({"netlist", temp("cut.cir")}).out.endsWith("encoding: not UTF-8\n"));
     const Result pspice = tool({"netlist", file, "--dialect", "pspice"});
     EXPECT_EQ(pspice.code, 0);
     EXPECT_TRUE(pspice.out.contains("dialect: hspice\n"));

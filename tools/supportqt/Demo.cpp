@@ -83,7 +83,8 @@ bool Demo::readNetlist()
         ++lines;
         lastLine = number;
         encoding = std::max(encoding, stream.getUtf8Encoding());
-        stream.flushBuffer();
+        // The raw record goes, but not the UTF-8 detector's state: it has seen the next line's first byte.
+        stream.copyBuffer(YString());
     }
     m_print << "1. Read the netlist " << path << '\n'
             << "   title \"" << title << "\"; " << lines << " logical lines from " << stream.getLineCount()

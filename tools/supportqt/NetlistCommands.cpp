@@ -77,8 +77,9 @@ struct CheckedLiteralStream : NewSpiceStream {
 using LineSink = std::function<void(const LogicalLine&)>;
 
 // Reads the file through SpiceStream: hands its logical lines to `each` (when not null) and returns what
-// the stream learned on the way. The UTF-8 verdict is gathered per line, since flushing the buffer
-// resets it.
+// the stream learned on the way. Each line's raw record is dropped once read, but the UTF-8 detector is
+// not reset with it: the reader has fed it the next line's first byte already, which may begin a
+// character.
 NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, bool title, const LineSink& each)
 {
     NetlistSummary summary;
@@ -98,7 +99,7 @@ NetlistSummary readWithSpiceStream(const QString& path, SpiceLanguage language, 
             each({number, toQs(line), nonAscii, {}, {}});
         summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
         summary.hierarchy = summary.hierarchy || stream.isHierarchy();
-        stream.flushBuffer();
+        stream.copyBuffer(YString());
     }
     summary.encoding = std::max(summary.encoding, stream.getUtf8Encoding());
     summary.memoryRanOut = stream.memoryRanOut();
