@@ -124,6 +124,14 @@ void processes::inheritOnlyStandardDescriptors()
     }
 }
 
+void processes::resetChildSignals()
+{
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::signal(SIGPIPE, SIG_DFL);
+}
+
 void processes::tieChildToCaller(QProcess*) {}
 
 // Qt stores the number of the signal that ended a child as its exit code.
@@ -153,12 +161,27 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
     if (closing)
         posix_spawn_file_actions_addclosefrom_np(closing, 3);
 #endif
+    // Nor does it inherit the calling thread's blocked signals, or this process's ignoring of broken
+    // pipes (Qt's, from its first started process), which would let a writer into a closed pipe run on.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_t* const startState = posix_spawnattr_init(&attributes) == 0 ? &attributes : nullptr;
+    if (startState) {
+        sigset_t none, pipe;
+        ::sigemptyset(&none);
+        ::sigemptyset(&pipe);
+        ::sigaddset(&pipe, SIGPIPE);
+        posix_spawnattr_setsigmask(startState, &none);
+        posix_spawnattr_setsigdefault(startState, &pipe);
+        posix_spawnattr_setflags(startState, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
     // A program name without a slash is looked up in PATH, as the command interpreter would.
     const bool search = words[0].find('/') == std::string::npos;
-    const int error = search ? posix_spawnp(&pid, argv[0], closing, nullptr, argv.data(), environ)
-                             : posix_spawn(&pid, argv[0], closing, nullptr, argv.data(), environ);
+    const int error = search ? posix_spawnp(&pid, argv[0], closing, startState, argv.data(), environ)
+                             : posix_spawn(&pid, argv[0], closing, startState, argv.data(), environ);
     if (closing)
         posix_spawn_file_actions_destroy(closing);
+    if (startState)
+        posix_spawnattr_destroy(startState);
     if (error != 0) {
         *processId = -1;
         return errorCode(error);

@@ -76,6 +76,8 @@ int processes::nativePid(const QProcess* process)
 
 void processes::prepareChildToEndWithCaller(int) {}
 
+void processes::resetChildSignals() {}
+
 // Qt starts no child through a fork here: nothing runs between the start and the program.
 void processes::inheritOnlyStandardDescriptors() {}
 

@@ -62,7 +62,11 @@ void KvProcessHelper::readStandardOut() { kv_printf("%s", readAllStandardOutput(
 
 void KvProcessHelper::readStandardErr() { kv_printf("%s", readAllStandardError().constData()); }
 
-void KvProcessHelper::setupChildProcess() { processes::inheritOnlyStandardDescriptors(); }
+void KvProcessHelper::setupChildProcess()
+{
+    processes::inheritOnlyStandardDescriptors();
+    processes::resetChildSignals();
+}
 
 KvProcess::KvProcess(const char* commandLine, bool relayOutput, bool relayError)
     : m_process(new KvProcessHelper(this)), m_program(new QString), m_arguments(new QStringList),
@@ -248,6 +252,7 @@ SpawnProcessObjectQt4::SpawnProcessObjectQt4(YRef<kvstream> output, long long ca
 void SpawnProcessObjectQt4::setupChildProcess()
 {
     processes::inheritOnlyStandardDescriptors();
+    processes::resetChildSignals();
     if (m_endWithCaller)
         processes::prepareChildToEndWithCaller(m_callerPid);
 }

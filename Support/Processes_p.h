@@ -96,6 +96,9 @@ void prepareChildToEndWithCaller(int callerPid);
 /// Runs in a freshly started child, before the program is executed: the caller's descriptors beyond the
 /// standard three are closed when the program starts, as the older launcher's child gets none of them.
 void inheritOnlyStandardDescriptors();
+/// Runs in a freshly started child, before the program is executed: no signal is blocked, and a broken
+/// pipe ends the program again, whatever the calling thread blocked and this process (Qt) ignores.
+void resetChildSignals();
 /// Ties a started child to this process so that it ends when this process ends, where the system
 /// cannot arrange that inside the child.
 void tieChildToCaller(QProcess* child);
