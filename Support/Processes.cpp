@@ -259,9 +259,10 @@ void SpawnProcessObjectQt4::setupChildProcess()
 
 void SpawnProcessObjectQt4::keep(const QByteArray& bytes)
 {
-    const long long room = m_limit - m_kept;
+    // Without an output stream every captured byte is read and dropped.
+    const long long room = m_output ? m_limit - m_kept : 0;
     const long long n = std::min<long long>(bytes.size(), room > 0 ? room : 0);
-    if (m_output && n > 0)
+    if (n > 0)
         m_output->write(bytes.constData(), static_cast<size_t>(n));
     m_kept += n;
     m_discarded += bytes.size() - n;

@@ -93,6 +93,16 @@ TEST_F(SpawnOutcomeTest, EachCallReplacesTheRecord)
     EXPECT_EQ(sp_LastSpawnOutcome().exitCode, 3u);
     EXPECT_TRUE(sp_LastSpawnOutcome().ended);
     EXPECT_EQ(sp_LastSpawnOutcome().keptBytes, 0); // nothing captured
+    // Captured without an output stream: read, and dropped, never copied ("hello" and the system's line end).
+    auto* said = new kvstrstream("");
+    YRef<kvstream> saidOutput(said);
+    ASSERT_EQ(sp_SpawnApplication(quick.c_str(), SpawnWait | SpawnCaptureOutput, saidOutput, &code, nullptr), SSPE_Ok);
+    const long long written = static_cast<long long>(said->str().str().size());
+    EXPECT_EQ(sp_LastSpawnOutcome().keptBytes, written);
+    ASSERT_EQ(sp_SpawnApplication(quick.c_str(), SpawnWait | SpawnCaptureOutput, YRef<kvstream>(), &code, nullptr), SSPE_Ok);
+    EXPECT_EQ(sp_LastSpawnOutcome().keptBytes, 0);
+    EXPECT_EQ(sp_LastSpawnOutcome().discardedBytes, written);
+    EXPECT_GE(written, 6);
     // A launch that is refused leaves an empty record.
     EXPECT_EQ(sp_SpawnApplication(quick.c_str(), SpawnWait | SpawnNewConsole, YRef<kvstream>(), &code, nullptr), SSPE_NotSupported);
     EXPECT_FALSE(sp_LastSpawnOutcome().ended);
