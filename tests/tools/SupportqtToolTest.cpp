@@ -971,6 +971,28 @@ TEST_F(Tool, ControlsReadPastAZeroByte)
     }
 }
 
+// The netlist is read as the netlist reader reads it: a byte 0xFF ends it, a later lone carriage return
+// ends a line though the first line end is CR LF, and bytes of another encoding pass as they are.
+TEST_F(Tool, ControlsReadTheNetlistAsTheReaderDoes)
+{
+    const auto popRow = [](const QString& out) {
+        for (const QString& line : out.split('\n'))
+            if (line.trimmed().startsWith(".pop "))
+                return line.simplified();
+        return QString();
+    };
+    writeFileBytes(temp("ff.cir").toStdString(), "T\n.tran 1m 2m\n\xFF\n.pop TRIG_GATE=x\n");
+    EXPECT_EQ(popRow(tool({"controls", temp("ff.cir")}).out), ".pop absent enabled");
+    writeFileBytes(temp("mixed.cir").toStdString(), "T\r\n.tran 1m 2m\r\n*c\r.pop TRIG_GATE=x\r\n");
+    EXPECT_EQ(popRow(tool({"controls", temp("mixed.cir")}).out), ".pop present enabled");
+    writeFileBytes(temp("latin.cir").toStdString(), "T\n.pop TRIG_GATE=g\xE9\n");
+    QProcess latin;
+    latin.start(QStringLiteral(SUPPORTQT_TOOL_PATH), {"controls", temp("latin.cir"), "--compile"});
+    ASSERT_TRUE(latin.waitForFinished(60000));
+    EXPECT_EQ(latin.exitCode(), 0);
+    EXPECT_TRUE(latin.readAllStandardOutput().contains("+ TRIG_GATE=g\xE9\n"));
+}
+
 TEST_F(Tool, ControlsJsonCarriesTheSameValuesAsTheText)
 {
     const Result text = tool({"controls", example("netlists/buck_converter.cir"), "--compile"});

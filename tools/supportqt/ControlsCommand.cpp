@@ -7,6 +7,7 @@
 #include "TextServices.h"
 #include "TreboltControls.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -112,14 +113,28 @@ int runControls(const QStringList& arguments)
     QString path;
     if (!command.inputArgument(&path))
         return ExitFailure;
-    bool ok = false;
-    const QString text = sp_LoadFile(path, "auto", &ok);
-    if (!ok)
-        return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    // The netlist's bytes as the netlist reader takes them: a UTF-16 file through its UTF-8 text (line
+    // ends made LF), any other as it is, its line ends, 0xFF and bytes of other encodings left to the
+    // parser's own reader.
+    bool wide = false;
+    QByteArray bytes;
+    if (sp_DetectTextFileFormat(path, &wide, nullptr, nullptr, nullptr) && wide) {
+        bool ok = false;
+        bytes = sp_LoadFile(path, "auto", &ok).toUtf8();
+        if (!ok)
+            return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    } else {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+        bytes = file.readAll();
+        if (file.error() != QFileDevice::NoError)
+            return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
+    }
     // The parser takes text that a zero byte ends; the netlist reader drops zero bytes, so they go here.
-    const QString readable = QString(text).remove(QChar(0));
-    const YString block = command.isSet(QStringLiteral("block")) ? toYs(readable)
-                                                                : kvfe_TreboltControlStatementLines(toYs(readable));
+    bytes.replace(QByteArray(1, '\0'), QByteArray());
+    const YString readable(bytes.constData(), bytes.size());
+    const YString block = command.isSet(QStringLiteral("block")) ? readable : kvfe_TreboltControlStatementLines(readable);
 
     TreboltCommandParseResult result;
     SelectTreboltAnalysisData::RunInfo enabled, present;
