@@ -1,6 +1,7 @@
 // HelpPlatform_posix.cpp - web pages through the desktop's own handlers (xdg-open, xdg-mime and the
 // applications' .desktop files).
 #include "HelpPlatform_p.h"
+#include "Processes_p.h"
 
 #include <QDir>
 #include <QFile>
@@ -72,7 +73,7 @@ QStringList execWords(const QString& desktopFile)
 bool openWithSystemHandler(const QString& url)
 {
     const QString xdgOpen = QStandardPaths::findExecutable("xdg-open");
-    return !xdgOpen.isEmpty() && QProcess::startDetached(xdgOpen, {url});
+    return !xdgOpen.isEmpty() && processes::startDetachedChild(xdgOpen, {url});
 }
 
 QString programForFile(const QString& localFile)
@@ -108,7 +109,7 @@ bool startProgram(const QString& program, const QString& argument)
     }
     if (!placed)
         arguments << argument;
-    return QProcess::startDetached(words[0], arguments);
+    return processes::startDetachedChild(words[0], arguments);
 }
 
 bool hasProgramForFile(const QString& localFile) { return !programForFile(localFile).isEmpty(); }

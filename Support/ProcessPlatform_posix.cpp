@@ -8,6 +8,8 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QFile>
+#include <QStringList>
 #include <QTimer>
 
 #include <cerrno>
@@ -137,6 +139,74 @@ void processes::tieChildToCaller(QProcess*) {}
 // Qt stores the number of the signal that ended a child as its exit code.
 int processes::endingSignal(const QProcess* child) { return child->exitCode(); }
 
+namespace {
+
+// Starts `words` (the program, then its arguments) as a child of this process and gives its id, or -1
+// and the system's error. A program name without a slash is looked up in PATH, as the command
+// interpreter would. The child inherits no descriptor but the three standard ones (where the C library
+// can close the rest: glibc 2.34 and later; elsewhere only descriptors opened close-on-exec stay
+// behind), nor the calling thread's blocked signals, nor this process's ignoring of broken pipes (Qt's,
+// from its first started process), which would let a writer into a closed pipe run on. With
+// `newSession`, it leads a session of its own, apart from this process's terminal and its signals.
+pid_t spawnChild(std::vector<std::string>& words, bool newSession, int* error)
+{
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(&word[0]);
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_t* const closing = posix_spawn_file_actions_init(&actions) == 0 ? &actions : nullptr;
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
+    if (closing)
+        posix_spawn_file_actions_addclosefrom_np(closing, 3);
+#endif
+    posix_spawnattr_t attributes;
+    posix_spawnattr_t* const startState = posix_spawnattr_init(&attributes) == 0 ? &attributes : nullptr;
+    if (startState) {
+        sigset_t none, pipe;
+        ::sigemptyset(&none);
+        ::sigemptyset(&pipe);
+        ::sigaddset(&pipe, SIGPIPE);
+        posix_spawnattr_setsigmask(startState, &none);
+        posix_spawnattr_setsigdefault(startState, &pipe);
+        short startFlags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+#ifdef POSIX_SPAWN_SETSID
+        if (newSession)
+            startFlags |= POSIX_SPAWN_SETSID;
+#endif
+        posix_spawnattr_setflags(startState, startFlags);
+    }
+    pid_t pid = -1;
+    const bool search = words[0].find('/') == std::string::npos;
+    *error = search ? posix_spawnp(&pid, argv[0], closing, startState, argv.data(), environ)
+                    : posix_spawn(&pid, argv[0], closing, startState, argv.data(), environ);
+    if (closing)
+        posix_spawn_file_actions_destroy(closing);
+    if (startState)
+        posix_spawnattr_destroy(startState);
+    return *error == 0 ? pid : -1;
+}
+
+} // namespace
+
+bool processes::startDetachedChild(const QString& program, const QStringList& arguments)
+{
+    reapFinishedChildren();
+    if (program.isEmpty())
+        return false;
+    // Named as QProcess names them: the program in the file-name encoding, its arguments in the locale's.
+    std::vector<std::string> words{QFile::encodeName(program).toStdString()};
+    for (const QString& argument : arguments)
+        words.push_back(argument.toLocal8Bit().toStdString());
+    int error = 0;
+    const pid_t pid = spawnChild(words, true, &error);
+    if (pid == -1)
+        return false;
+    unreapedChildren().push_back(pid);
+    reapLater();
+    return true;
+}
+
 int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId)
 {
     *exitCode = 0;
@@ -148,40 +218,8 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         *processId = -1;
         return SSPE_Failed;
     }
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(&word[0]);
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    // The child inherits no descriptor but the three standard ones (where the C library can close the
-    // rest: glibc 2.34 and later; elsewhere only descriptors opened close-on-exec stay behind).
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_t* const closing = posix_spawn_file_actions_init(&actions) == 0 ? &actions : nullptr;
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
-    if (closing)
-        posix_spawn_file_actions_addclosefrom_np(closing, 3);
-#endif
-    // Nor does it inherit the calling thread's blocked signals, or this process's ignoring of broken
-    // pipes (Qt's, from its first started process), which would let a writer into a closed pipe run on.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_t* const startState = posix_spawnattr_init(&attributes) == 0 ? &attributes : nullptr;
-    if (startState) {
-        sigset_t none, pipe;
-        ::sigemptyset(&none);
-        ::sigemptyset(&pipe);
-        ::sigaddset(&pipe, SIGPIPE);
-        posix_spawnattr_setsigmask(startState, &none);
-        posix_spawnattr_setsigdefault(startState, &pipe);
-        posix_spawnattr_setflags(startState, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    // A program name without a slash is looked up in PATH, as the command interpreter would.
-    const bool search = words[0].find('/') == std::string::npos;
-    const int error = search ? posix_spawnp(&pid, argv[0], closing, startState, argv.data(), environ)
-                             : posix_spawn(&pid, argv[0], closing, startState, argv.data(), environ);
-    if (closing)
-        posix_spawn_file_actions_destroy(closing);
-    if (startState)
-        posix_spawnattr_destroy(startState);
+    int error = 0;
+    const pid_t pid = spawnChild(words, false, &error);
     if (error != 0) {
         *processId = -1;
         return errorCode(error);

@@ -104,6 +104,12 @@ void resetChildSignals();
 void tieChildToCaller(QProcess* child);
 /// The signal that ended a child that crashed (POSIX); 0 where children do not end by signals.
 int endingSignal(const QProcess* child);
+#ifndef _WIN32
+/// Starts `program` with `arguments` apart from this process: in a session of its own, with no
+/// descriptor but the standard three, no signal blocked and broken pipes ending it, and reaped when it
+/// ends, as far as later launches or the event loop look. False when it cannot be started.
+bool startDetachedChild(const QString& program, const QStringList& arguments);
+#endif
 /// Platform part of sp_OldSpawnApplication.
 int oldSpawn(const char* commandLine, int flags, unsigned* exitCode, int* processId);
 /// Whether an event loop can run on this thread: not where no event dispatcher is, as in a process

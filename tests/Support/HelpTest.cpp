@@ -20,9 +20,15 @@
 #include <windows.h>
 #else
 #include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
 #endif
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -168,11 +174,19 @@ protected:
         m_guards.clear();
         TempDirTest::TearDown();
     }
-    void registerFakeBrowser()
+    // The browser is a script that records its arguments, or with `recordState` the test build's child
+    // program, which also records its status text and open descriptors before its arguments.
+    void registerFakeBrowser(bool recordState = false)
     {
         const std::string script = path("bin/fakebrowser");
-        writeFileBytes(script, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\" >> '" + path("record.txt") +
-                                   ".part'; done\nmv '" + path("record.txt") + ".part' '" + path("record.txt") + "'\n");
+        if (recordState) {
+            ASSERT_TRUE(QFile::copy(QStringLiteral(CHILD_PROGRAM_PATH), QString::fromStdString(script)));
+            writeFileBytes(script + ".steps", "status " + path("status.txt") + "\nfds " + path("fds.txt") + "\nargs " +
+                                                  path("record.txt") + "\n");
+        } else {
+            writeFileBytes(script, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\" >> '" + path("record.txt") +
+                                       ".part'; done\nmv '" + path("record.txt") + ".part' '" + path("record.txt") + "'\n");
+        }
         QFile::setPermissions(QString::fromStdString(script), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         writeFileBytes(path("data/applications/fakebrowser.desktop"),
                        "[Desktop Entry]\nType=Application\nName=Fake Browser\nExec=" + script + " %u\n"
@@ -374,6 +388,61 @@ TEST_F(WebPages, QuotesAndBackslashesInAFileUrlStayInItsOneArgument)
         EXPECT_EQ(received(), page + fragment + "\n") << fragment;
     }
 }
+
+#ifdef Q_OS_LINUX
+// The browser, started directly or through the desktop's opener, takes nothing of the caller's state: no
+// descriptor beyond the standard three (a file the caller holds open stays the caller's alone), no
+// blocked signal, broken pipes ending it, and a session of its own.
+TEST_F(WebPages, TheBrowserInheritsNoDescriptorNorSignalStateOfTheCaller)
+{
+    registerFakeBrowser(true);
+    writeFileBytes(path("page.html"), "<!DOCTYPE html>\n<html><head><title>t</title></head><body>x</body></html>\n");
+    const int held = ::open(path("held.txt").c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(held, 3);
+    sigset_t blocked, before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigaddset(&blocked, SIGUSR1);
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &blocked, &before), 0);
+    void (*const pipeBefore)(int) = std::signal(SIGPIPE, SIG_IGN);
+    const std::string page = fileUrlOf(path("page.html")) + "#part";
+    const bool direct = sp_OpenWebPage(page.c_str());
+    const std::string directArgs = received();
+    const std::string directStatus = readFileBytes(path("status.txt"));
+    const std::string directFds = readFileBytes(path("fds.txt"));
+    const bool opened = sp_OpenWebPage("https://example.invalid/x");
+    const std::string openedArgs = received();
+    const std::string openedStatus = readFileBytes(path("status.txt"));
+    const std::string openedFds = readFileBytes(path("fds.txt"));
+    std::signal(SIGPIPE, pipeBefore);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    ::close(held);
+
+    EXPECT_TRUE(direct);
+    EXPECT_EQ(directArgs, page + "\n");
+    EXPECT_TRUE(opened);
+    EXPECT_EQ(openedArgs, "https://example.invalid/x\n");
+    for (const std::string* status : {&directStatus, &openedStatus}) {
+        const QString text = QString::fromStdString(*status);
+        const auto field = [&](const char* name) {
+            const QRegularExpressionMatch m = QRegularExpression(QStringLiteral("\\n%1:\\s*([0-9a-f]+)\\n").arg(QLatin1String(name))).match(text);
+            EXPECT_TRUE(m.hasMatch()) << "no " << name << " in " << *status;
+            return m.captured(1).toULongLong(nullptr, 16);
+        };
+        EXPECT_EQ(field("SigBlk"), 0u);
+        EXPECT_EQ(field("SigIgn") & (1u << (SIGPIPE - 1)), 0u);
+        const QRegularExpressionMatch session = QRegularExpression(QStringLiteral("\\nNSsid:\\s*([0-9]+)")).match(text);
+        ASSERT_TRUE(session.hasMatch()) << *status;
+        EXPECT_NE(session.captured(1).toLongLong(), static_cast<long long>(getsid(0)));
+    }
+    // (The child program holds its own steps file open while it records.)
+    const std::string heldLine = "\n" + std::to_string(held) + "\n";
+    EXPECT_EQ(("\n" + directFds).find(heldLine), std::string::npos) << directFds;
+    EXPECT_EQ(("\n" + openedFds).find(heldLine), std::string::npos) << openedFds;
+    EXPECT_LE(std::count(directFds.begin(), directFds.end(), '\n'), 1) << directFds;
+    EXPECT_LE(std::count(openedFds.begin(), openedFds.end(), '\n'), 1) << openedFds;
+}
+#endif
 
 TEST_F(WebPages, FragmentUrlOfAMissingFileIsNotOpened)
 {

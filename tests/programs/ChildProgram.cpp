@@ -15,6 +15,7 @@
 //   pidfile PATH   writes the process id to PATH (through PATH.tmp, renamed, so never seen empty)
 //   args PATH      appends each argument as one line to PATH (through PATH.part, renamed)
 //   fds PATH       writes the number of each open descriptor above 2, one per line (POSIX)
+//   status PATH    copies the system's status text of the process to PATH (Linux; empty elsewhere)
 //   startup PATH   writes "flags show" of the start-up information the child was given (Windows)
 // Without a steps file the child ends at once with exit code 0.
 #include <chrono>
@@ -147,6 +148,13 @@ int main(int argc, char** argv)
                     record << argv[i] << "\n";
             }
             moveInto(rest + ".part", rest);
+        } else if (verb == "status") {
+            {
+                std::ofstream out(rest + ".tmp", std::ios::binary);
+                std::ifstream status("/proc/self/status", std::ios::binary);
+                out << status.rdbuf();
+            }
+            moveInto(rest + ".tmp", rest);
         } else if (verb == "fds") {
             // Looked at before the record is opened, which takes a descriptor of its own.
             std::string open;
