@@ -322,8 +322,11 @@ struct ModelLibExtractRequest {
 /// Builds one self-contained library of the requested definitions and all they depend on (the AKO base
 /// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
-/// "* FILE:LINE" naming where it came from. An ".include" or ".lib FILE SECTION" line inside a definition
-/// names its file by its absolute path, quoted, so that the library written elsewhere still finds it.
+/// "* FILE:LINE" naming where it came from (line ends, other control bytes and 0xFF in FILE shown as
+/// "\n", "\r" and "\xNN"). An ".include" or ".lib FILE SECTION" line inside a definition names its file
+/// by its absolute path, so that the library written elsewhere still finds it: in double quotes, in single
+/// quotes when the path holds a double one, bare when it holds both (left as written if it also holds a
+/// blank).
 /// Unresolved dependencies are appended to `*problems` (may be null) and left out, and after them an
 /// UnusedRename problem for each old name that no definition extracted has or names. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind

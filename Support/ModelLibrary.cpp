@@ -2309,10 +2309,40 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
     const QString target = QString::fromLatin1(name.data(), static_cast<int>(name.size()));
     if (target.isEmpty() || QDir::isAbsolutePath(target) || (lib && after.find_first_not_of(" \t") == std::string_view::npos))
         return line;
-    // The argument, quotes and all, is replaced by the file the index reaches.
+    // The argument, quotes and all, is replaced by the file the index reaches, in quotes it does not hold
+    // (a quoted name runs to the next quote of its kind), or bare when it holds both and no blank. A name
+    // that can be written neither way stays as it was.
+    const std::string file = referencedFile(name, fileName).str();
+    const bool doubleQuote = file.find('"') == std::string::npos;
+    const bool singleQuote = file.find('\'') == std::string::npos;
+    if (!doubleQuote && !singleQuote && file.find_first_of(" \t") != std::string::npos)
+        return line;
+    const std::string quote = doubleQuote ? "\"" : singleQuote ? "'" : "";
     const size_t start = e + rest.find_first_not_of(" \t");
     const size_t end = static_cast<size_t>(after.data() - line.data());
-    return line.substr(0, start) + '"' + referencedFile(name, fileName).str() + '"' + line.substr(end);
+    return line.substr(0, start) + quote + file + quote + line.substr(end);
+}
+
+// A file's name as a comment line shows it: line ends and other control bytes, and the byte 0xFF that
+// ends a netlist reader's input, as escapes, so that the comment stays one line and the text is read on.
+std::string commentSafe(const std::string& name)
+{
+    std::string shown;
+    for (const char ch : name) {
+        const unsigned char b = static_cast<unsigned char>(ch);
+        if (b == '\n')
+            shown += "\\n";
+        else if (b == '\r')
+            shown += "\\r";
+        else if (b < 32 || b == 127 || b == 255) {
+            static const char digits[] = "0123456789abcdef";
+            shown += "\\x";
+            shown += digits[b >> 4];
+            shown += digits[b & 15];
+        } else
+            shown += ch;
+    }
+    return shown;
 }
 
 // A definition's first line with the words after its keyword and name renamed as `renameWords` does.
@@ -2780,7 +2810,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const auto renamed = newName.find(key(file.name(d)));
             if (renamed != newName.end())
                 used.insert(renamed->first);
-            out += "* " + file.fileName.str() + ":" + std::to_string(d.line) + "\n";
+            out += "* " + commentSafe(file.fileName.str()) + ":" + std::to_string(d.line) + "\n";
             std::vector<YString> lines;
             appendLines(file, d, renamed == newName.end() ? YString() : renamed->second, &lines, decoded.from(file.fileName));
             // LibraryStream keeps a name that the new one matches but for case: it is written here.

@@ -1288,6 +1288,48 @@ TEST_F(ModelLibraryFiles, FilesADefinitionIncludesAreNamedByTheirAbsolutePaths)
     EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
 }
 
+// The absolute path of an included file is written in quotes it does not hold, or bare when it holds
+// both kinds: the extracted library, written in another folder, still finds every file.
+TEST_F(ModelLibraryFiles, IncludedPathsWithQuotesAreWrittenSoThatTheyReadBack)
+{
+    for (const std::string& sub : {std::string("dq\"x"), std::string("sq'x"), std::string("both\"'x")}) {
+        QDir(QString::fromStdString(path(""))).mkpath(QString::fromStdString(sub));
+        const std::string lib = write(sub + "/lib.lib", ".subckt foo a b\n.include \"inner.inc\"\n.lib corner.lib tt\nR1 a b 1\n.ends\n");
+        write(sub + "/inner.inc", ".param w=1\n");
+        write(sub + "/corner.lib", ".lib tt\n.model q d\n.endl\n");
+        const std::string folder = QFileInfo(QString::fromStdString(lib)).absolutePath().toStdString();
+        ModelLibExtractRequest request;
+        request.names = {YString("foo")};
+        YString text;
+        std::vector<ModelLibProblem> problems;
+        ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok) << sub;
+        const std::string q = sub[0] == 'd' ? "'" : sub[0] == 's' ? "\"" : "";
+        EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.subckt foo a b\n.include " + q + folder + "/inner.inc" + q +
+                                                  "\n.lib " + q + folder + "/corner.lib" + q + " tt\nR1 a b 1\n.ends\n")
+            << sub;
+        QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("out"));
+        const std::string out = path("out/x.lib");
+        writeFileBytes(out, text.c_str());
+        problems.clear();
+        ASSERT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+        EXPECT_TRUE(problems.empty()) << sub << ": " << problems.front().message.c_str();
+    }
+}
+
+#ifndef Q_OS_WIN
+// A library whose name holds a line end or other control bytes is named in one comment line, with those
+// bytes as escapes: the line end would have split it.
+TEST_F(ModelLibraryFiles, TheCommentNamingALibraryStaysOneLine)
+{
+    const std::string lib = write("a\nb\tc\x7F.lib", ".model m1 d\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("m1")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + path("a\\nb\\x09c\\x7f.lib") + ":1\n.model m1 d\n");
+}
+#endif
+
 // Renames change the words that name definitions, never the file or section a ".include" or ".lib" line
 // names, though they share a name with a renamed model.
 TEST_F(ModelLibraryFiles, RenamesLeaveTheFilesAndSectionsOfIncludeAndLibLinesAlone)
