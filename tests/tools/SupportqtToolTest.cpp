@@ -273,7 +273,8 @@ TEST_F(Tool, TextOnDevicesEndsAndFailsWhereTheDeviceFails)
     // before it is opened (its open alone would wait), and a device too; "-" takes such text.
     const QString fifo = temp("netlist.fifo");
     ASSERT_EQ(::mkfifo(fifo.toLocal8Bit().constData(), 0600), 0);
-    for (const QStringList& arguments : {QStringList{"netlist", fifo}, QStringList{"index", fifo},
+    for (const QStringList& arguments : {QStringList{"netlist", fifo}, QStringList{"index", fifo}, QStringList{"controls", fifo},
+                                         QStringList{"controls", "/dev/zero"},
                                          QStringList{"section", "/dev/zero", "--start", "0", "--end", "10"}}) {
         const Result refused = tool(arguments);
         EXPECT_EQ(refused.code, 1) << arguments.join(' ').toStdString();
@@ -3130,6 +3131,9 @@ TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
         EXPECT_EQ(netlist.err, "supportqt netlist: " + device + " is not a regular file; give its text on standard input as '-'\n");
         const Result lib = tool({"lib", "sections", device});
         EXPECT_EQ(lib.code, 1) << device.toStdString();
+        const Result controls = tool({"controls", device});
+        EXPECT_EQ(controls.code, 1) << device.toStdString();
+        EXPECT_EQ(controls.err, "supportqt controls: " + device + " is not a regular file; give its text on standard input as '-'\n");
         // text convert, which reads pipes and devices through a copy, takes none by a reserved name.
         const Result converted = tool({"text", "convert", device, "-o", temp("converted.txt")});
         EXPECT_EQ(converted.code, 1) << device.toStdString();

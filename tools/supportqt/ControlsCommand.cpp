@@ -110,8 +110,9 @@ int runControls(const QStringList& arguments)
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
         return early;
+    // The file's format is looked at before its text is read: it must be one that can be read twice.
     QString path;
-    if (!command.inputArgument(&path))
+    if (!command.regularInputArgument(&path))
         return ExitFailure;
     // The netlist's bytes as the netlist reader takes them: a UTF-16 file through its UTF-8 text (line
     // ends made LF), any other as it is, its line ends, 0xFF and bytes of other encodings left to the
