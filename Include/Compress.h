@@ -21,9 +21,11 @@ public:
     virtual void append(const char* data, int length) = 0;
     virtual const char* data() = 0;
     virtual int size() = 0;
-    /// Writes the compressed buffer (zlib's default level). The result says whether the file could be
-    /// opened, not whether every byte reached the disk (a full disk still gives true); a FIFO or socket
-    /// counts as a file that cannot be opened, as for `load`. The buffer keeps its uncompressed content.
+    /// Writes the compressed buffer (zlib's default level), replacing the file whole or not at all
+    /// (`sp_ReplaceFileContent`): a write that fails leaves the old file as it was. The result says
+    /// whether the file could be opened, not whether every byte reached the disk (a full disk still gives
+    /// true); a FIFO or socket counts as a file that cannot be opened, as for `load`. The buffer keeps its
+    /// uncompressed content.
     virtual bool save(YString path) = 0;
 };
 

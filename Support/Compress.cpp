@@ -1,6 +1,7 @@
 // Compress.cpp - the data compressor behind "makeDataCompressor".
 #include "Compress.h"
 #include "FileOpenCheck_p.h"
+#include "FileReplace.h"
 #include "FileServices.h"
 
 #include <QByteArray>
@@ -89,29 +90,33 @@ QByteArray uncompress(const QByteArray& block)
 // the zlib stream; 4 zero bytes alone for no data), streamed to `f` a block at a time: qCompress sizes
 // its result in an int, which overflows for data past some 2.1 GB, and then writes past its end. The
 // stream is compress2's own, whose bytes do not depend on how its output is taken; nothing here
-// allocates but zlib, whose failure ends the stream where it is.
-void writeCompressed(FILE* f, const QByteArray& data)
+// allocates but zlib. False when a write fails or zlib cannot finish the stream.
+bool writeCompressed(FILE* f, const QByteArray& data)
 {
     const unsigned long long n = static_cast<unsigned long long>(data.size());
     const unsigned char length[4] = {static_cast<unsigned char>(n >> 24), static_cast<unsigned char>(n >> 16),
                                      static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)};
-    std::fwrite(length, 1, sizeof length, f);
+    if (std::fwrite(length, 1, sizeof length, f) != sizeof length)
+        return false;
     if (n == 0)
-        return;
+        return true;
     z_stream z{};
     if (deflateInit(&z, Z_DEFAULT_COMPRESSION) != Z_OK)
-        return;
+        return false;
     z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.constData()));
     z.avail_in = static_cast<uInt>(n);
     unsigned char block[1 << 14];
     int status = Z_OK;
-    while (status == Z_OK) {
+    bool written = true;
+    while (status == Z_OK && written) {
         z.next_out = block;
         z.avail_out = sizeof block;
         status = deflate(&z, Z_FINISH);
-        std::fwrite(block, 1, sizeof block - z.avail_out, f);
+        const size_t produced = sizeof block - z.avail_out;
+        written = std::fwrite(block, 1, produced, f) == produced;
     }
     deflateEnd(&z);
+    return written && status == Z_STREAM_END;
 }
 
 class DataCompressor_Impl : public DataCompressor {
@@ -167,13 +172,18 @@ public:
         // cannot read one; nor can a socket.
         if (fileopencheck::waitsToOpen(QByteArray(path.c_str())))
             return false;
-        FILE* f = nullptr;
-        if (fopen_s_utf8(&f, path.c_str(), "wb") != 0 || !f)
-            return false;
-        // The result says whether the file could be opened, not whether every byte reached the disk.
-        writeCompressed(f, m_buffer);
-        std::fclose(f);
-        return true;
+        // The file is replaced whole or not at all: a write that fails (a full disk) leaves the old file as
+        // it was. The result still says whether the file could be opened, not whether every byte was written.
+        bool opened = false;
+        const bool replaced = sp_ReplaceFileWith(path, [&](const YString& target) {
+            FILE* f = nullptr;
+            if (fopen_s_utf8(&f, target.c_str(), "wb") != 0 || !f)
+                return false;
+            opened = true;
+            const bool written = writeCompressed(f, m_buffer);
+            return std::fclose(f) == 0 && written;
+        });
+        return replaced || opened;
     }
 
 private:

@@ -3,11 +3,19 @@
 #include "DynFunc.h"
 #include "TestHelpers.h"
 
+#include <QDir>
 #include <QProcess>
+
+#ifndef Q_OS_WIN
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 #include <zlib.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 #include <memory>
@@ -351,5 +359,42 @@ TEST_F(Compress, SaveReportsTheOpenNotTheWrite)
     EXPECT_TRUE(c->save(YString("/dev/full")));
     EXPECT_FALSE(c->save(YString(path("no/dir/x.z").c_str())));
     EXPECT_EQ(c->size(), 100000);
+}
+
+// A save whose write fails part way (a file-size limit in a child process, as a full disk would) leaves
+// the file that was there byte for byte and no other file; the result still says it could be opened.
+TEST_F(Compress, SaveThatFailsPartWayLeavesTheOldFile)
+{
+    writeFileBytes(path("old.z"), "the user's file\n");
+    std::mt19937 random(11);
+    std::string noise(200000, '\0');
+    for (char& b : noise)
+        b = static_cast<char>(random());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const struct rlimit limit = {16384, 16384};
+        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0)
+            ::_exit(3);
+        std::unique_ptr<DataCompressor> c = make();
+        c->append(noise.data(), static_cast<int>(noise.size()));
+        ::_exit(c->save(YString(path("old.z").c_str())) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    const std::string kept = readFileBytes(path("old.z"));
+    EXPECT_TRUE(kept == "the user's file\n") << kept.size() << " bytes";
+    EXPECT_EQ(QDir(QString::fromStdString(path(""))).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+              QStringList{QStringLiteral("old.z")});
+    // Without the limit the same save replaces it.
+    auto c = make();
+    c->append(noise.data(), static_cast<int>(noise.size()));
+    EXPECT_TRUE(c->save(YString(path("old.z").c_str())));
+    auto d = make();
+    d->load(YString(path("old.z").c_str()));
+    EXPECT_TRUE(std::string(d->data(), static_cast<size_t>(d->size())) == noise) << d->size() << " bytes";
 }
 #endif
