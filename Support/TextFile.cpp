@@ -151,13 +151,24 @@ bool readHead(const QString& path, QByteArray* head)
     return true;
 }
 
+// The text in the codec's bytes. Qt's UTF-32 encoders size their output by the text's UTF-16 units and
+// leave one zero unit at its end for each surrogate pair they join into one character: those are cut.
+QByteArray encodedText(QTextCodec* codec, const QString& text)
+{
+    QByteArray bytes = codec->fromUnicode(text);
+    const int mib = codec->mibEnum();
+    if (mib == 1017 || mib == 1018 || mib == 1019)
+        bytes.chop(4 * (text.size() - text.toUcs4().size()));
+    return bytes;
+}
+
 // Writes the encoded text from the start of the file (not truncated); true when every byte reached it.
 bool writeEncoded(const QString& path, const QString& text, QTextCodec* codec)
 {
     QFile file(path);
     if (path.isEmpty() || !file.open(QIODevice::ReadWrite))
         return false;
-    const QByteArray bytes = codec->fromUnicode(text);
+    const QByteArray bytes = encodedText(codec, text);
     const bool written = file.write(bytes) == bytes.size() && file.flush();
     file.close();
     return written && file.error() == QFileDevice::NoError;

@@ -201,6 +201,22 @@ TEST_F(TextFile, WriteDoesNotTruncate)
     EXPECT_FALSE(sp_ExistFile(path("none.txt").c_str()));
 }
 
+// A character beyond 16 bits is one UTF-32 unit: the text's units are written and nothing after them
+// (Qt's encoder leaves a zero unit at the end for each such character). Unpaired surrogates are U+FFFD.
+TEST_F(TextFile, Utf32HoldsOneUnitPerCharacterAndNothingMore)
+{
+    const QString text = QString::fromUtf8("a\xF0\x9F\x98\x80" "b\xF0\x9F\x98\x80") + QChar(0xD800) + QLatin1Char('c');
+    sp_WriteTextFile(QString::fromStdString(path("le.txt")), text, "UTF-32LE");
+    EXPECT_EQ(readFileBytes(path("le.txt")), s("\xFF\xFE\0\0" "a\0\0\0" "\0\xF6\x01\0" "b\0\0\0" "\0\xF6\x01\0"
+                                              "\xFD\xFF\0\0" "c\0\0\0", 28));
+    sp_WriteTextFile(QString::fromStdString(path("be.txt")), QString::fromUtf8("\xF0\x9F\x98\x80"), "UTF-32BE");
+    EXPECT_EQ(readFileBytes(path("be.txt")), s("\0\0\xFE\xFF" "\0\x01\xF6\0", 8));
+    sp_WriteTextFile(QString::fromStdString(path("bom.txt")), QString::fromUtf8("\xF0\x9F\x98\x80"), "UTF-32");
+    EXPECT_EQ(readFileBytes(path("bom.txt")).size(), 8u);
+    bool ok = false;
+    EXPECT_EQ(sp_LoadFile(QString::fromStdString(path("be.txt")), "UTF-32BE", &ok), QString::fromUtf8("\xF0\x9F\x98\x80"));
+}
+
 TEST_F(TextFile, WideFileBecomesATemporaryUtf8CopyThatTheGuardDeletes)
 {
     writeFileBytes(path("wide.cir"), s("\xFF\xFE" "R\0" "1\0\r\0\n\0\xA9\x03\r\0\n\0", 16));

@@ -590,6 +590,22 @@ TEST_F(Tool, NetlistTellsOfBareCarriageReturnsThatEndedNoLine)
     EXPECT_EQ(converted.err, QString());
 }
 
+// Converted to UTF-32, a character beyond 16 bits is one unit and nothing follows the text: the bytes are
+// those of iconv after the byte-order mark the codec writes.
+TEST_F(Tool, TextConvertedToUtf32HasOneUnitPerCharacter)
+{
+    const QString in = temp("emoji.txt");
+    writeFileBytes(in.toStdString(), "\xF0\x9F\x98\x80x\n");
+    const QString out = temp("emoji32.txt");
+    const Result converted = tool({"text", "convert", in, "-o", out, "--to", "UTF-32LE"});
+    EXPECT_EQ(converted.code, 0) << converted.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), std::string("\xFF\xFE\0\0" "\0\xF6\x01\0" "x\0\0\0" "\n\0\0\0", 16));
+    const QString big = temp("emoji32be.txt");
+    const Result bigEndian = tool({"text", "convert", in, "-o", big, "--to", "UTF-32BE"});
+    EXPECT_EQ(bigEndian.code, 0) << bigEndian.err.toStdString();
+    EXPECT_EQ(readFileBytes(big.toStdString()), std::string("\0\0\xFE\xFF" "\0\x01\xF6\0" "\0\0\0x" "\0\0\0\n", 16));
+}
+
 TEST_F(Tool, NetlistJsonCarriesTheSameValuesAsTheText)
 {
     for (const QStringList& extra : {QStringList{}, QStringList{"--title"}, QStringList{"--literal"}}) {
