@@ -218,6 +218,27 @@ TEST_F(Tool, ErrorsStayOneLineWhateverNamesTheyQuote)
     EXPECT_EQ(action.err, "supportqt text: unknown action 'de\\x1btect'; valid actions: detect, convert\n");
 }
 
+// The outputs of stats are written as one: an output that cannot be written leaves the others as they
+// were, and a chart folder the command made is gone again.
+TEST_F(Tool, StatsOutputsAreWrittenAllOrNone)
+{
+    if (!QFile::exists(QStringLiteral("/dev/full")))
+        GTEST_SKIP() << "no /dev/full here";
+    const QString csv = temp("stats.csv");
+    writeFileBytes(csv.toStdString(), "OLD\n");
+    const QString results = example("results/buck_montecarlo.msw");
+    const Result failed = tool({"stats", results, "--csv", csv, "--html", "/dev/full", "--chart", temp("charts")});
+    EXPECT_EQ(failed.code, 1);
+    EXPECT_EQ(failed.err, "supportqt stats: cannot write /dev/full; no output was replaced\n");
+    EXPECT_EQ(readFileBytes(csv.toStdString()), "OLD\n");
+    EXPECT_FALSE(QFileInfo::exists(temp("charts")));
+    EXPECT_EQ(QDir(temp("")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList{"stats.csv"});
+    const Result written = tool({"stats", results, "--csv", csv, "--chart", temp("charts")});
+    EXPECT_EQ(written.code, 0) << written.err.toStdString();
+    EXPECT_NE(readFileBytes(csv.toStdString()), "OLD\n");
+    EXPECT_TRUE(QFileInfo::exists(QDir(temp("charts")).filePath("merit1_histogram.svg")));
+}
+
 // Output that cannot reach standard output fails the command with one line, instead of exit code 0.
 TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
 {

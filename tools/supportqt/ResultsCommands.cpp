@@ -974,27 +974,14 @@ int writeReportFolder(const ToolCommand& command, const QString& resultsPath, co
     const std::string title = header.title.isEmpty() ? "Results of " + resultsPath.toStdString() : header.title.str();
     const std::string page = reportHubPage(title, {section});
 
-    // Each file's write holds the next file's, so every file is written aside before any replaces its
-    // previous one: a write that fails leaves the whole folder as it was. The replacements then run from
-    // the last file back, and index.html comes last, so that its links resolve whenever it is new.
+    // Every file is written aside before any replaces its previous one: a write that fails leaves the
+    // whole folder as it was. index.html is replaced last, so that its links resolve whenever it is new.
+    std::vector<FileWrite> together{{index, [&](const YString& temporary) { return writeTextFile(toQs(temporary), page); }}};
+    for (const Written& f : files)
+        together.push_back({folder.filePath(f.name), f.write});
     QString failed;
     int replaced = 0;
-    std::function<bool(size_t)> writeFrom = [&](size_t i) {
-        const bool isIndex = i == files.size();
-        const QString target = isIndex ? index : folder.filePath(files[i].name);
-        const bool written = writeFileAtomically(target, [&](const YString& temporary) {
-            if (!(isIndex ? writeTextFile(toQs(temporary), page) : files[i].write(temporary))) {
-                failed = target;
-                return false;
-            }
-            return i == 0 || writeFrom(i - 1);
-        });
-        if (failed.isEmpty() && !written)
-            failed = target;
-        replaced += written;
-        return written;
-    };
-    if (!writeFrom(files.size())) {
+    if (!writeFilesTogether(together, &failed, &replaced)) {
         return command.fail(ExitFailure, replaced == 0 ? QStringLiteral("cannot write %1; the folder is as it was").arg(failed)
                                                        : QStringLiteral("cannot write %1; %2 of the folder's files are new")
                                                              .arg(failed)

@@ -292,14 +292,6 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
     }
 }
 
-bool writeText(const ToolCommand& command, const QString& target, const std::string& text)
-{
-    const bool ok = writeTextFile(target, text);
-    if (!ok)
-        command.fail(ExitFailure, QStringLiteral("cannot write %1").arg(target));
-    return ok;
-}
-
 } // namespace
 
 int runStats(const QStringList& arguments)
@@ -411,28 +403,37 @@ int runStats(const QStringList& arguments)
         if (command.isSet(QLatin1String(option)) && !command.checkOutput(command.value(QLatin1String(option))))
             return ExitFailure;
     }
-    if (command.isSet(QStringLiteral("chart")) && !QDir().mkpath(command.value(QStringLiteral("chart"))))
+    MadeFolders made;
+    if (command.isSet(QStringLiteral("chart")) && !made.make(command.value(QStringLiteral("chart"))))
         return command.fail(ExitFailure, QStringLiteral("cannot create the folder %1").arg(command.value(QStringLiteral("chart"))));
     for (const QString& chart : charts)
         if (!command.checkOutput(chart))
             return ExitFailure;
+    // The outputs are written as one: a write that fails leaves every file as it was.
+    std::vector<std::string> texts;
+    QStringList targets;
     for (const char* option : {"csv", "html"}) {
         if (!command.isSet(QLatin1String(option)))
             continue;
-        const QString target = command.value(QLatin1String(option));
-        const std::string text = option[0] == 'c' ? statsCsv(all) : statsHtmlPage(header.title.str(), path.toStdString(), all);
-        if (!writeText(command, target, text))
-            return ExitFailure;
+        targets << command.value(QLatin1String(option));
+        texts.push_back(option[0] == 'c' ? statsCsv(all) : statsHtmlPage(header.title.str(), path.toStdString(), all));
     }
-    if (command.isSet(QStringLiteral("chart"))) {
-        for (size_t m = 0; m < all.size(); ++m) {
-            const MeritStatistics& s = all[m];
-            if (!writeText(command, charts[static_cast<int>(3 * m)], statsHistogramSvg(s)) ||
-                !writeText(command, charts[static_cast<int>(3 * m + 1)], statsCdfSvg(s)) ||
-                !writeText(command, charts[static_cast<int>(3 * m + 2)], statsInfluenceSvg(s)))
-                return ExitFailure;
-        }
+    for (size_t m = 0; m < all.size() && command.isSet(QStringLiteral("chart")); ++m) {
+        targets << charts[static_cast<int>(3 * m)] << charts[static_cast<int>(3 * m + 1)] << charts[static_cast<int>(3 * m + 2)];
+        texts.push_back(statsHistogramSvg(all[m]));
+        texts.push_back(statsCdfSvg(all[m]));
+        texts.push_back(statsInfluenceSvg(all[m]));
     }
+    std::vector<FileWrite> outputs;
+    for (int i = 0; i < targets.size(); ++i)
+        outputs.push_back({targets[i], [&, i](const YString& temporary) { return writeTextFile(toQs(temporary), texts[static_cast<size_t>(i)]); }});
+    QString failed;
+    int replaced = 0;
+    if (!writeFilesTogether(outputs, &failed, &replaced)) {
+        return command.fail(ExitFailure, replaced == 0 ? QStringLiteral("cannot write %1; no output was replaced").arg(failed)
+                                                       : QStringLiteral("cannot write %1; %2 of the outputs are new").arg(failed).arg(replaced));
+    }
+    made.keep();
 
     if (command.json()) {
         QJsonArray merits;

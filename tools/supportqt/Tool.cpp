@@ -342,6 +342,28 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
     return copied && std::fflush(stdout) == 0;
 }
 
+bool writeFilesTogether(const std::vector<FileWrite>& files, QString* failed, int* replaced)
+{
+    failed->clear();
+    *replaced = 0;
+    std::function<bool(size_t)> writeFrom = [&](size_t i) {
+        if (i == files.size())
+            return true;
+        const bool written = writeFileAtomically(files[i].target, [&](const YString& temporary) {
+            if (!files[i].write(temporary)) {
+                *failed = files[i].target;
+                return false;
+            }
+            return writeFrom(i + 1);
+        });
+        if (failed->isEmpty() && !written)
+            *failed = files[i].target;
+        *replaced += written;
+        return written;
+    };
+    return writeFrom(0);
+}
+
 bool writeTextFile(const QString& target, const std::string& text)
 {
     return writeFileAtomically(target, [&](const YString& temporary) {

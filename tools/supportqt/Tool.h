@@ -15,6 +15,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Exit codes of the tool.
 enum ToolExit {
@@ -131,6 +132,18 @@ public:
 private:
     QStringList m_made; // the deepest first
 };
+
+/// One file of a set written together: its target and what writes it at a temporary path.
+struct FileWrite {
+    QString target;
+    std::function<bool(const YString& temporaryPath)> write;
+};
+/// Writes the files as one, each as writeFileAtomically writes it: every file is written aside before
+/// any replaces its previous one (each write holds the next one's), so that a write that fails leaves
+/// them all as they were. The replacements run from the last file back, so that the first is replaced
+/// last. False on failure, with the file that failed in `*failed` and in `*replaced` how many were
+/// replaced already (some only when a replacement itself fails).
+bool writeFilesTogether(const std::vector<FileWrite>& files, QString* failed, int* replaced);
 
 /// Writes a text file whole or not at all, as writeFileAtomically does; false when any of it could not be
 /// written (the buffered tail included).
