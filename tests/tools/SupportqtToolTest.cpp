@@ -2181,6 +2181,37 @@ TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
 
 // An output that cannot be written but that a shard appends: merge names the shard that appends it (a
 // usage error, as report and stats give), not why the file cannot be written.
+// A shard named twice, by one name or by two (a link, another spelling), is refused: its runs would
+// count twice. Shards of one size that are different files are merged.
+TEST_F(Tool, MergeRefusesAShardNamedTwice)
+{
+    const auto shard = [&](const char* name, int caseNumber) {
+        writeFileBytes(path(name), "<?xml version=\"1.0\"?><msw version=\"1.0\"><meritfunction value=\"a\" name=\"A\">"
+                                   "<sensval case=\"" + std::to_string(caseNumber) + "\" value=\"1\"/></meritfunction></msw>\n");
+        return temp(name);
+    };
+    const QString a = shard("a.msw", 1), b = shard("b.msw", 2), c = shard("c.msw", 3);
+    const QString out = temp("merged.msw");
+    const Result twice = tool({"merge", a, b, a, "-o", out});
+    EXPECT_EQ(twice.code, 2);
+    EXPECT_EQ(twice.err, "supportqt merge: " + a + " and " + a + " are one file; name each file once\n");
+    const QString other = temp("sub/../b.msw");
+    ASSERT_TRUE(QDir().mkpath(temp("sub")));
+    const Result spelled = tool({"merge", a, b, c, other, "-o", out});
+    EXPECT_EQ(spelled.code, 2);
+    EXPECT_EQ(spelled.err, "supportqt merge: " + b + " and " + other + " are one file; name each file once\n");
+#ifndef Q_OS_WIN
+    ASSERT_TRUE(QFile::link(c, temp("link.msw")));
+    const Result linked = tool({"merge", temp("link.msw"), a, c, "-o", out});
+    EXPECT_EQ(linked.code, 2);
+    EXPECT_EQ(linked.err, "supportqt merge: " + temp("link.msw") + " and " + c + " are one file; name each file once\n");
+#endif
+    EXPECT_FALSE(QFileInfo::exists(out));
+    const Result merged = tool({"merge", a, b, c, "-o", out});
+    EXPECT_EQ(merged.code, 0) << merged.err.toStdString();
+    EXPECT_TRUE(merged.out.startsWith("merged 3 files, 3 runs")) << merged.out.toStdString();
+}
+
 TEST_F(Tool, MergeNamesTheShardThatAppendsAnOutputThatCannotBeWritten)
 {
     const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";

@@ -14,7 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QMultiHash>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -484,15 +484,17 @@ int runMerge(const QStringList& arguments)
         shards.push_back(toYs(shard));
     }
     // A file named twice (by one name or two) would have its runs counted twice, and with --renumber
-    // nothing would say so. Only files of one size can be one file, so only they are compared.
-    QMultiHash<qint64, int> bySize;
+    // nothing would say so. Each file is looked at once, by what tells it apart from every other.
+    QHash<QByteArray, int> byIdentity;
     for (int i = 0; i < command.positional().size(); ++i) {
         const QString shard = command.positional().at(i);
-        const qint64 size = QFileInfo(shard).size();
-        for (int j : bySize.values(size))
-            if (sameExistingFile(command.positional().at(j), shard))
-                return command.fail(ExitUsage, QStringLiteral("%1 and %2 are one file; name each file once").arg(command.positional().at(j), shard));
-        bySize.insert(size, i);
+        const QByteArray identity = existingFileIdentity(shard);
+        if (identity.isEmpty())
+            continue;
+        const auto seen = byIdentity.constFind(identity);
+        if (seen != byIdentity.constEnd())
+            return command.fail(ExitUsage, QStringLiteral("%1 and %2 are one file; name each file once").arg(command.positional().at(*seen), shard));
+        byIdentity.insert(identity, i);
     }
     // An output that cannot be written but that a shard appends is refused as any such output is, as
     // report and stats refuse it, before why it cannot be written is told.

@@ -248,6 +248,9 @@ QString signalName(int signal);
 /// Whether two paths name one existing file (the same device and file number: links and other names of
 /// it included), whatever their text.
 bool sameExistingFile(const QString& a, const QString& b);
+/// What tells the existing file apart from every other (its device and file number): equal for two
+/// names of one file; empty when the file cannot be looked at.
+QByteArray existingFileIdentity(const QString& path);
 /// A program's captured output as text: UTF-8 where it is valid UTF-8; otherwise, on Windows, text in
 /// the code page that console programs write (the console's, else the system's OEM one), and elsewhere
 /// UTF-8 with each invalid byte shown as U+FFFD.

@@ -49,6 +49,14 @@ bool sameExistingFile(const QString& a, const QString& b)
            sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
+QByteArray existingFileIdentity(const QString& path)
+{
+    struct stat st;
+    if (::stat(path.toUtf8().constData(), &st) != 0)
+        return QByteArray();
+    return QByteArray::number(static_cast<qulonglong>(st.st_dev)) + ':' + QByteArray::number(static_cast<qulonglong>(st.st_ino));
+}
+
 bool sameFileName(const QString& a, const QString& b) { return a == b; }
 
 bool isReservedDeviceName(const QString&) { return false; }

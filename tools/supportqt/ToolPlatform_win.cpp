@@ -77,6 +77,15 @@ bool sameExistingFile(const QString& a, const QString& b)
            ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
 }
 
+QByteArray existingFileIdentity(const QString& path)
+{
+    BY_HANDLE_FILE_INFORMATION info;
+    if (!fileIdentity(path, &info))
+        return QByteArray();
+    return QByteArray::number(static_cast<qulonglong>(info.dwVolumeSerialNumber)) + ':' +
+           QByteArray::number((static_cast<qulonglong>(info.nFileIndexHigh) << 32) | info.nFileIndexLow);
+}
+
 // Windows compares file names without regard to case: "rep.html" and "REP.HTML" are one file.
 bool sameFileName(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
 
