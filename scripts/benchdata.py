@@ -178,6 +178,16 @@ def write_main_inputs(folder):
             out.write(block)
 
 
+def write_shards(folder, count, same_size):
+    """One-run results files, as many machines would write them: all of one size, or each of its own."""
+    os.makedirs(folder, exist_ok=True)
+    for i in range(count):
+        value = "1" if same_size else "1." + "0" * (i + 1)
+        with open(os.path.join(folder, "shard%05d.msw" % i), "w") as f:
+            f.write('<?xml version="1.0"?><msw version="1.0"><meritfunction value="a" name="A">'
+                    '<sensval case="%d" value="%s"/></meritfunction></msw>\n' % (10000 + i, value))
+
+
 def main():
     folder = sys.argv[1]
     os.makedirs(folder, exist_ok=True)
@@ -206,6 +216,11 @@ def main():
     if not os.path.exists(stamp):
         write_main_inputs(folder)
         open(stamp, "w").close()
+    shards_stamp = os.path.join(folder, "shards.v1")
+    if not os.path.exists(shards_stamp):
+        write_shards(os.path.join(folder, "shards_same"), 4000, True)
+        write_shards(os.path.join(folder, "shards_sized"), 4000, False)
+        open(shards_stamp, "w").close()
     pattern_stamp = os.path.join(folder, "netlist-pattern.v1")
     if not os.path.exists(pattern_stamp):
         write_patterned_netlist(os.path.join(folder, "netlist_lf.cir"), os.path.join(folder, "netlist_pattern.cir"))
