@@ -239,6 +239,42 @@ TEST_F(Tool, StatsOutputsAreWrittenAllOrNone)
     EXPECT_TRUE(QFileInfo::exists(QDir(temp("charts")).filePath("merit1_histogram.svg")));
 }
 
+// A results file in another encoding that declares none reads with its bytes as they are: the pages
+// and pictures made of it carry U+FFFD for bytes that are no UTF-8, and stay well-formed.
+TEST_F(Tool, PagesAndPicturesOfALatin1ResultsFileAreUtf8)
+{
+    std::string results = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n<header title=\"caf\xE9\" analysis=\".mc 20\"/>\n"
+                          "<meritfunction value=\"f\xE9\" name=\"m\xE9\">\n";
+    for (int i = 1; i <= 6; ++i)
+        results += "<sensval case=\"" + std::to_string(i) + "\" value=\"" + std::to_string(i * 0.5) + "\"/>\n";
+    results += "</meritfunction>\n</msw>\n";
+    const QString file = temp("latin.msw");
+    writeFileBytes(file.toStdString(), results);
+    const Result stats = tool({"stats", file, "--html", temp("stats.html"), "--chart", temp("charts")});
+    ASSERT_EQ(stats.code, 0) << stats.err.toStdString();
+    const Result report = tool({"report", "mc", file, "-o", temp("mc.html"), "--chart", temp("mc.svg")});
+    ASSERT_EQ(report.code, 0) << report.err.toStdString();
+    QStringList outputs{temp("stats.html"), temp("mc.svg")};
+    for (const QString& chart : QDir(temp("charts")).entryList({"*.svg"}))
+        outputs << QDir(temp("charts")).filePath(chart);
+    EXPECT_EQ(outputs.size(), 5);
+    for (const QString& output : outputs) {
+        const std::string bytes = readFileBytes(output.toStdString());
+        QTextCodec::ConverterState state;
+        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.data(), static_cast<int>(bytes.size()), &state);
+        EXPECT_EQ(state.invalidChars, 0) << output.toStdString();
+        EXPECT_EQ(bytes.find('\xE9'), std::string::npos) << output.toStdString();
+    }
+    EXPECT_NE(readFileBytes(temp("stats.html").toStdString()).find("caf\xEF\xBF\xBD"), std::string::npos);
+    if (hostPeerAvailable("xmllint")) {
+        for (const QString& output : outputs) {
+            if (output.endsWith(".svg")) {
+                EXPECT_EQ(runProgram("xmllint", {"--noout", output}).code, 0) << output.toStdString();
+            }
+        }
+    }
+}
+
 // Output that cannot reach standard output fails the command with one line, instead of exit code 0.
 TEST_F(Tool, AStandardOutputThatCannotBeWrittenIsAFailure)
 {

@@ -5,6 +5,8 @@
 #include "ChartScales.h"
 #include "TextServices.h"
 
+#include <QString>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -27,9 +29,15 @@ std::string inlineSvg(const std::string& svg)
 
 std::string xmlEscaped(const std::string& text)
 {
+    // Bytes that are no UTF-8 (a results file in another encoding that declared none) become U+FFFD, as
+    // the library's XML writer makes them, so that the page or picture stays well-formed.
+    std::string valid;
+    const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 128; });
+    if (!ascii)
+        valid = QString::fromUtf8(text.data(), static_cast<int>(text.size())).toUtf8().toStdString();
     std::string out;
     out.reserve(text.size());
-    for (char c : text) {
+    for (char c : ascii ? text : valid) {
         switch (c) {
         case '&': out += "&amp;"; break;
         case '<': out += "&lt;"; break;
