@@ -15,6 +15,12 @@
 #include <QFileInfo>
 #include <QTextCodec>
 
+#ifndef _WIN32
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <climits>
@@ -581,30 +587,82 @@ std::string_view fileArgument(std::string_view rest, std::string_view* after)
     return rest.substr(i, e - i);
 }
 
+#ifndef _WIN32
+// A path as the system resolves it, written shorter where that changes nothing: "." parts and repeated
+// slashes dropped, and ".." with the part before it where that part is a folder that is no link. Through
+// a link, or a part that is missing or no folder, ".." is left (and all after it) for the system to
+// resolve or refuse: "link/.." is the parent of the link's target, and "missing/.." opens nothing. A
+// final slash is kept, as it asks for a folder.
+std::string systemPath(const std::string& path)
+{
+    const bool absolute = !path.empty() && path[0] == '/';
+    std::vector<std::string> parts;
+    std::string kept; // the parts from the first ".." that is left, as written
+    size_t i = 0;
+    while (i <= path.size() && kept.empty()) {
+        const size_t slash = std::min(path.find('/', i), path.size());
+        const std::string part = path.substr(i, slash - i);
+        const size_t next = slash + 1;
+        if (part == "..") {
+            std::string folder = absolute ? "" : ".";
+            for (const std::string& p : parts)
+                folder += "/" + p;
+            struct stat st;
+            if (!parts.empty() && parts.back() != ".." && ::lstat(folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+                parts.pop_back();
+            else if (parts.empty() && absolute)
+                ; // "/.." is "/"
+            else if (parts.empty() || parts.back() == "..")
+                parts.push_back(part); // a relative path that climbs from where it starts
+            else
+                kept = path.substr(i);
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        i = next;
+    }
+    std::string out = absolute ? "/" : "";
+    for (size_t k = 0; k < parts.size(); ++k)
+        out += (k > 0 ? "/" : "") + parts[k];
+    if (!kept.empty())
+        out += (out.empty() || out.back() == '/' ? "" : "/") + kept;
+    else if (!path.empty() && path.back() == '/' && !out.empty() && out.back() != '/')
+        out += '/';
+    return out.empty() ? std::string(".") : out;
+}
+#endif
+
 // The file that `target`, a reference's file name, names from the library `fileName`: relative to the
-// library's folder. A name that is no UTF-8 is in the library's 8-bit code, which names files as the
-// system reads such names: on Windows in the ANSI code page, elsewhere by its bytes, kept as they are.
+// library's folder. On Windows a name that is no UTF-8 is in the ANSI code page, as the system reads
+// such names, and the path is cleaned as the system cleans it; elsewhere a name is its bytes, kept as
+// they are (the library's folder too), and the path is cleaned only where that changes no file.
 YString referencedFile(std::string_view target, const YString& fileName)
 {
+#ifdef _WIN32
     QTextCodec::ConverterState state;
     QString t = QTextCodec::codecForMib(106)->toUnicode(target.data(), static_cast<int>(target.size()), &state);
-    const bool utf8 = state.invalidChars == 0 && state.remainingChars == 0;
-#ifdef _WIN32
-    if (!utf8)
+    if (state.invalidChars != 0 || state.remainingChars != 0)
         t = QString::fromLocal8Bit(target.data(), static_cast<int>(target.size()));
-#else
-    if (!utf8) {
-        // Latin-1 carries every byte through unchanged, and the path is cleaned by its ASCII bytes.
-        QByteArray bytes(target.data(), static_cast<int>(target.size()));
-        if (!QDir::isAbsolutePath(QString::fromLatin1(bytes)) && !fileName.isEmpty())
-            bytes = QFileInfo(toQs(fileName)).absolutePath().toUtf8() + '/' + bytes;
-        const QByteArray clean = QDir::cleanPath(QString::fromLatin1(bytes)).toLatin1();
-        return YString(clean.constData(), clean.size());
-    }
-#endif
     if (QDir::isAbsolutePath(t) || fileName.isEmpty())
         return toYs(QDir::cleanPath(t));
     return toYs(QDir::cleanPath(QFileInfo(toQs(fileName)).absolutePath() + QLatin1Char('/') + t));
+#else
+    std::string path(target);
+    if (path.empty() || path[0] != '/') {
+        if (!fileName.isEmpty()) {
+            std::string folder = fileName.str();
+            const size_t slash = folder.rfind('/');
+            folder = slash == std::string::npos ? std::string() : folder.substr(0, slash + 1);
+            if (folder.empty() || folder[0] != '/') {
+                std::vector<char> current(PATH_MAX + 1);
+                if (::getcwd(current.data(), current.size()))
+                    folder = std::string(current.data()) + "/" + folder;
+            }
+            path = folder + (folder.back() == '/' ? "" : "/") + path;
+        }
+    }
+    return YString(systemPath(path).c_str());
+#endif
 }
 
 // One pass over the text, a physical line at a time; a statement is processed once the next line that

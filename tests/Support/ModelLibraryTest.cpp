@@ -14,6 +14,11 @@
 #include <QThread>
 #include <QTextCodec>
 
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -1287,6 +1292,74 @@ TEST_F(ModelLibraryFiles, FilesADefinitionIncludesAreNamedByTheirAbsolutePaths)
     ASSERT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
     EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
 }
+
+#ifndef Q_OS_WIN
+// A referenced path reaches the file the system opens by it: ".." after a link leads to the parent of the
+// link's target, ".." after a missing folder or a file opens nothing, and a final slash asks for a
+// folder. The extracted library names the same file.
+TEST_F(ModelLibraryFiles, ReferencesReachTheFilesTheSystemOpens)
+{
+    QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("real/sub"));
+    ASSERT_TRUE(QFile::link(QString::fromStdString(path("real/sub")), QString::fromStdString(path("link"))));
+    write("x.spice", ".model beside d\n");
+    write("real/x.spice", ".model through d\n");
+    const std::string lib = write("lib.spice", ".include \"link/../x.spice\"\n.subckt top a b\n.include 'link/../x.spice'\nR1 a b 1\n.ends\n");
+    ModelLibResolution r;
+    ASSERT_EQ(sp_ResolveModelSection(YString(lib.c_str()), YString(), SpiceLanguageNative, &r), ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), (std::vector<std::string>{"through", "top"}));
+    EXPECT_TRUE(r.problems.empty()) << r.problems.front().message.c_str();
+    ModelLibExtractRequest request;
+    request.names = {YString("top")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_NE(std::string(text.c_str()).find(".include \"" + path("link/../x.spice") + "\"\n"), std::string::npos) << text.c_str();
+    // An existing output that the library includes by such a name is refused.
+    write("real/keep.spice", ".model keep d\n");
+    const std::string includes = write("inc.spice", ".include \"link/../keep.spice\"\n.model m d\n");
+    EXPECT_TRUE(sp_ModelLibraryHoldsFile(YString(includes.c_str()), YString(path("real/keep.spice").c_str()), SpiceLanguageNative));
+    EXPECT_FALSE(sp_ModelLibraryHoldsFile(YString(includes.c_str()), YString(path("keep.spice").c_str()), SpiceLanguageNative));
+
+    // Names the system cannot open are missing files, though their text cleans to a file that exists.
+    for (const std::string& name : {std::string("nodir/../x.spice"), std::string("x.spice/"), std::string("x.spice/../x.spice")}) {
+        const std::string broken = write("broken.spice", ".include \"" + name + "\"\n.model m d\n");
+        std::vector<ModelLibProblem> problems;
+        ASSERT_EQ(sp_CheckModelLibrary(YString(broken.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+        ASSERT_EQ(problems.size(), 1u) << name;
+        EXPECT_EQ(problems[0].kind, ModelLibProblem::MissingFile) << name;
+    }
+    // Where nothing changes, the path is written short.
+    const std::string plain = write("real/plain.spice", ".include \"./../real/.././x.spice\"\n");
+    ModelLibResolution p;
+    ASSERT_EQ(sp_ResolveModelSection(YString(plain.c_str()), YString(), SpiceLanguageNative, &p), ModelLibStatus::Ok);
+    ASSERT_EQ(p.files.size(), 2u);
+    EXPECT_EQ(std::string(p.files[1].fileName.c_str()), path("x.spice"));
+}
+
+// A library in a folder whose name is no UTF-8, named relative to it, finds the files beside it.
+TEST_F(ModelLibraryFiles, ALibraryInAFolderNamedInAnotherEncodingFindsItsFiles)
+{
+    const std::string folder = path("dir\xE9");
+    ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
+    for (const auto& [name, text] : {std::pair<const char*, const char*>{"/x.spice", ".model inner d\n"},
+                                     std::pair<const char*, const char*>{"/lib.spice", ".include \"x.spice\"\n.model outer d\n"}}) {
+        FILE* f = std::fopen((folder + name).c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fputs(text, f);
+        std::fclose(f);
+    }
+    std::vector<char> before(4096);
+    ASSERT_NE(::getcwd(before.data(), before.size()), nullptr);
+    ASSERT_EQ(::chdir(folder.c_str()), 0);
+    ModelLibResolution r;
+    const ModelLibStatus status = sp_ResolveModelSection(YString("lib.spice"), YString(), SpiceLanguageNative, &r);
+    ASSERT_EQ(::chdir(before.data()), 0);
+    ASSERT_EQ(status, ModelLibStatus::Ok);
+    EXPECT_EQ(reachedNames(r), (std::vector<std::string>{"inner", "outer"}));
+    EXPECT_TRUE(r.problems.empty()) << r.problems.front().message.c_str();
+    ASSERT_EQ(r.files.size(), 2u);
+    EXPECT_EQ(std::string(r.files[1].fileName.c_str()), folder + "/x.spice");
+}
+#endif
 
 // The absolute path of an included file is written in quotes it does not hold, or bare when it holds
 // both kinds: the extracted library, written in another folder, still finds every file.
