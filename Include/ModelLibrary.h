@@ -323,7 +323,8 @@ struct ModelLibExtractRequest {
 /// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
 /// "* FILE:LINE" naming where it came from (line ends, other control bytes and 0xFF in FILE shown as
-/// "\n", "\r" and "\xNN"). An ".include" or ".lib FILE SECTION" line inside a definition names its file
+/// "\n", "\r" and "\xNN"). When a definition was read in the dialect whose comments start with "$", the
+/// library begins with a line "*#HSPICE", so that ";" in it reads back as text. An ".include" or ".lib FILE SECTION" line inside a definition names its file
 /// by its absolute path, so that the library written elsewhere still finds it: in double quotes, in single
 /// quotes when the path holds a double one, bare when it holds both (left as written if it also holds a
 /// blank).

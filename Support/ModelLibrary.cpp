@@ -2859,6 +2859,13 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
         if (problems)
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;
+        // Definitions read in the dialect whose comments start with "$" are written under its directive,
+        // so that the library reads back with ";" as text, as they were read.
+        for (size_t i : order)
+            if (r.files[static_cast<size_t>(r.definitions[i].file)].language == SpiceLanguageHspice) {
+                out = "*#HSPICE\n";
+                break;
+            }
         DecodedFiles decoded;
         std::set<std::string> used; // the old names a rename was made for
         for (size_t i : order) {

@@ -1126,7 +1126,7 @@ TEST_F(ModelLibraryFiles, AnHspiceLibraryIsExtractedInItsDialect)
     request.language = SpiceLanguageHspice;
     YString text;
     ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
-    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":3\n.model pch pmos  level=54 vth0=-0.4 ; text\n* " + lib +
+    EXPECT_EQ(std::string(text.c_str()), "*#HSPICE\n* " + lib + ":3\n.model pch pmos  level=54 vth0=-0.4 ; text\n* " + lib +
                                               ":1\n.model nch nmos   level=54 vth0=0.4\n* " + lib +
                                               ":6\n.subckt inv a y vdd vss\nm1 y a vdd vdd pch\nm2 y a vss vss nch\n.ends\n");
     // Two HSPICE libraries that differ only in a "$" comment define the same.
@@ -1360,6 +1360,28 @@ TEST_F(ModelLibraryFiles, ALibraryInAFolderNamedInAnotherEncodingFindsItsFiles)
     EXPECT_EQ(std::string(r.files[1].fileName.c_str()), folder + "/x.spice");
 }
 #endif
+
+// Definitions read in the dialect whose comments start with "$" are extracted under its directive: the
+// library reads back with the same names and lines, and compares equal to its source.
+TEST_F(ModelLibraryFiles, ExtractKeepsTheDialectItReadIn)
+{
+    const std::string lib = write("hs.spice", "*#HSPICE\n.model m;x nmos vth0=1 $ comment\n+ k=2\n.subckt s a b\nm1 a b a a m;x\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("s")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "*#HSPICE\n* " + lib + ":2\n.model m;x nmos vth0=1   k=2\n* " + lib +
+                                              ":4\n.subckt s a b\nm1 a b a a m;x\n.ends\n");
+    const std::string out = write("out.spice", text.c_str());
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(lib.c_str()), YString(out.c_str()), SpiceLanguageNative, &diff), ModelLibStatus::Ok);
+    EXPECT_TRUE(diff.onlyInA.empty() && diff.onlyInB.empty() && diff.differing.empty());
+    // A library in the other dialect gets no directive.
+    const std::string plain = write("plain.spice", ".model p d ; comment\n");
+    request.names = {YString("p")};
+    ASSERT_EQ(sp_ExtractModels(YString(plain.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + plain + ":1\n.model p d \n");
+}
 
 // The absolute path of an included file is written in quotes it does not hold, or bare when it holds
 // both kinds: the extracted library, written in another folder, still finds every file.
