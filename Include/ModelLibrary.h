@@ -328,6 +328,8 @@ struct ModelLibExtractRequest {
 /// by its absolute path, so that the library written elsewhere still finds it: in double quotes, in single
 /// quotes when the path holds a double one, bare when it holds both (left as written if it also holds a
 /// blank).
+/// The definitions of the files such a line inside an extracted subcircuit reaches are not written again,
+/// since the line brings them (one renamed is, under its new name).
 /// Unresolved dependencies are appended to `*problems` (may be null) and left out, and after them an
 /// UnusedRename problem for each old name that no definition extracted has or names. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind

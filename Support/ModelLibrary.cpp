@@ -2866,6 +2866,32 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                 out = "*#HSPICE\n";
                 break;
             }
+        // The files that an ".include" or ".lib" line inside an extracted subcircuit reaches: the line is
+        // written with the subcircuit and brings them whole, so their definitions are not written again
+        // (they would be defined twice).
+        std::vector<char> brought(r.files.size(), 0);
+        std::vector<int> pending;
+        const auto bring = [&](const ModelLibReference& ref) {
+            for (size_t k = 0; k < r.files.size(); ++k)
+                if (!brought[k] && r.files[k].fileName == ref.path) {
+                    brought[k] = 1;
+                    pending.push_back(static_cast<int>(k));
+                }
+        };
+        for (size_t i : order) {
+            const ModelLibIndex& file = r.files[static_cast<size_t>(r.definitions[i].file)];
+            const ModelLibDefinition& d = defOf(r, r.definitions[i]);
+            if (d.kind == ModelLibDefinition::Subckt)
+                for (const ModelLibReference& ref : file.references)
+                    if (ref.line > d.line && ref.line < d.lastLine)
+                        bring(ref);
+        }
+        while (!pending.empty()) {
+            const int k = pending.back();
+            pending.pop_back();
+            for (const ModelLibReference& ref : r.files[static_cast<size_t>(k)].references)
+                bring(ref);
+        }
         DecodedFiles decoded;
         std::set<std::string> used; // the old names a rename was made for
         for (size_t i : order) {
@@ -2873,6 +2899,9 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const ModelLibIndex& file = r.files[static_cast<size_t>(reached.file)];
             const ModelLibDefinition& d = defOf(r, reached);
             const auto renamed = newName.find(key(file.name(d)));
+            // (One renamed is written under its new name: what the line brings keeps the old one.)
+            if (brought[static_cast<size_t>(reached.file)] && renamed == newName.end())
+                continue;
             if (renamed != newName.end())
                 used.insert(renamed->first);
             out += "* " + commentSafe(file.fileName.str()) + ":" + std::to_string(d.line) + "\n";

@@ -1361,6 +1361,37 @@ TEST_F(ModelLibraryFiles, ALibraryInAFolderNamedInAnotherEncodingFindsItsFiles)
 }
 #endif
 
+// An ".include" inside an extracted subcircuit is written with it and brings its file's models: they
+// are not written again, so the extracted library defines each once. A model renamed is written under
+// its new name, which the subcircuit's lines then use.
+TEST_F(ModelLibraryFiles, WhatAnIncludeInsideASubcircuitBringsIsWrittenOnce)
+{
+    write("inner.spice", ".model inner nmos level=1\n");
+    write("deeper.spice", ".model deep pmos\n");
+    write("middle.spice", ".include \"deeper.spice\"\n");
+    const std::string lib = write("lib.spice", ".subckt a x y\n.include \"inner.spice\"\n.include \"middle.spice\"\n"
+                                               "m1 x y x x inner\nm2 x y x x deep\n.ends\n");
+    const std::string folder = QFileInfo(QString::fromStdString(lib)).absolutePath().toStdString();
+    ModelLibExtractRequest request;
+    request.names = {YString("a")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.subckt a x y\n.include \"" + folder + "/inner.spice\"\n.include \"" +
+                                              folder + "/middle.spice\"\nm1 x y x x inner\nm2 x y x x deep\n.ends\n");
+    const std::string out = path("out/x.spice");
+    QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("out"));
+    writeFileBytes(out, text.c_str());
+    ASSERT_EQ(sp_CheckModelLibrary(YString(out.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
+    request.renames = {YString("inner=n1")};
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "* " + folder + "/inner.spice:1\n.model n1  nmos level=1\n* " + lib +
+                                              ":1\n.subckt a x y\n.include \"" + folder + "/inner.spice\"\n.include \"" + folder +
+                                              "/middle.spice\"\nm1 x y x x n1\nm2 x y x x deep\n.ends\n");
+}
+
 // Definitions read in the dialect whose comments start with "$" are extracted under its directive: the
 // library reads back with the same names and lines, and compares equal to its source.
 TEST_F(ModelLibraryFiles, ExtractKeepsTheDialectItReadIn)
