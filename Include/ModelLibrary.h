@@ -8,6 +8,7 @@
 #include "YString.h"
 
 #include <cstddef>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
@@ -285,6 +286,15 @@ struct ModelLibResolution {
 /// NoSuchSection when the root has no such section.
 SUPPORTQT_API ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& section, SpiceLanguage language,
                                                     ModelLibResolution* resolution);
+
+/// Resolves each ".lib" section of the library `path` in file order, as sp_ResolveModelSection resolves
+/// it, and hands the section and its resolution to `each` (a section named twice is resolved each time).
+/// The sections share one cache of files, taken to be unchanged meanwhile: each file is indexed and
+/// looked at once, however many sections reach it. The status is that of the file's own resolution
+/// (`each` is then not called), or Unreadable when memory runs out in a section's.
+SUPPORTQT_API ModelLibStatus sp_ResolveEachModelSection(
+    const YString& path, SpiceLanguage language,
+    const std::function<void(const ModelLibSection& section, const ModelLibResolution& resolution)>& each);
 
 /// Checks a library: the problems of resolving `section` (or, when it is empty, of the top level and of
 /// every section of the file), duplicates within each one resolution, AKO bases and "X" instances that

@@ -1856,16 +1856,29 @@ ModelLibProblem problem(ModelLibProblem::Kind kind, const YString& name, const Y
     return problem(kind, std::string_view(name.str()), file, line, message);
 }
 
+// What one call of the library learns of the files of a resolution while nobody but the library can
+// change them, kept for each section it resolves over the same cache: the files whose section tables it
+// made, and the files by the names that reached them and by their identities. A caller's own resolution
+// starts a new one.
+struct ResolverMemo {
+    std::unordered_set<int> exact;
+    std::unordered_map<std::string, int> byName;
+    std::unordered_map<std::string, int> byPath;
+    std::unordered_map<std::string, std::string> canonical;
+    std::unordered_map<std::string, ModelLibStatus> failed;
+    size_t namesKnown = 0;      // the files of the cache that `byName` holds
+    size_t identitiesKnown = 0; // the files of the cache that `byPath` holds
+};
+
 // Resolves sections over a cache of indexed files.
 class Resolver {
 public:
-    // `exact` names the files of `r` whose section tables were made while nobody but the library could
-    // change the files: the lookups trust them.
-    Resolver(SpiceLanguage language, ModelLibResolution* r, std::unordered_set<int>* exact)
-        : m_language(language), m_r(r), m_exact(*exact)
+    // The lookups trust the section tables of the files `memo.exact` names, and `memo`'s identities.
+    Resolver(SpiceLanguage language, ModelLibResolution* r, ResolverMemo* memo)
+        : m_language(language), m_r(r), m_memo(*memo), m_exact(memo->exact)
     {
-        for (size_t i = 0; i < r->files.size(); ++i)
-            m_byPath[canonical(r->files[i].fileName)] = static_cast<int>(i);
+        for (size_t& i = m_memo.namesKnown; i < r->files.size(); ++i)
+            m_memo.byName[r->files[i].fileName.str()] = static_cast<int>(i);
     }
 
     // The key of the file `path` names: its identity when it exists, so that one file is one key
@@ -1881,18 +1894,28 @@ public:
         return (c.isEmpty() ? QDir::cleanPath(info.absoluteFilePath()) : c).toUtf8().toStdString();
     }
 
-    // Index of the file in the cache, indexing it first; -1 with the status when it cannot be indexed.
+    // Index of the file in the cache, indexing it first; -1 with the status when it cannot be indexed. A
+    // file is found by the name it was indexed under, else by its identity (another name of it): the
+    // identities of the cached files are taken only once a name is not found, so that resolving section
+    // after section over one cache looks at no file it has indexed.
     int load(const YString& path, ModelLibStatus* status)
     {
-        // A path is made canonical once per resolution: a file may be referred to many times.
-        auto known = m_canonical.find(path.str());
-        if (known == m_canonical.end())
-            known = m_canonical.emplace(path.str(), canonical(path)).first;
+        const auto named = m_memo.byName.find(path.str());
+        if (named != m_memo.byName.end()) {
+            *status = ModelLibStatus::Ok;
+            return named->second;
+        }
+        // A path is made canonical once: a file may be referred to many times.
+        auto known = m_memo.canonical.find(path.str());
+        if (known == m_memo.canonical.end())
+            known = m_memo.canonical.emplace(path.str(), canonical(path)).first;
         const std::string& c = known->second;
-        const auto found = m_byPath.find(c);
-        if (found != m_byPath.end()) {
-            const auto failed = m_failed.find(c);
-            *status = failed == m_failed.end() ? ModelLibStatus::Ok : failed->second;
+        for (size_t& i = m_memo.identitiesKnown; i < m_r->files.size(); ++i)
+            m_memo.byPath[canonical(m_r->files[i].fileName)] = static_cast<int>(i);
+        const auto found = m_memo.byPath.find(c);
+        if (found != m_memo.byPath.end()) {
+            const auto failed = m_memo.failed.find(c);
+            *status = failed == m_memo.failed.end() ? ModelLibStatus::Ok : failed->second;
             return *status == ModelLibStatus::Ok ? found->second : -1;
         }
         ModelLibIndex index;
@@ -1901,13 +1924,17 @@ public:
         if (*status == ModelLibStatus::Ok && ranOutOfMemory(index))
             throw std::bad_alloc();
         if (*status != ModelLibStatus::Ok) {
-            m_byPath[c] = -1;
-            m_failed[c] = *status;
+            m_memo.byPath[c] = -1;
+            m_memo.failed[c] = *status;
             return -1;
         }
         m_r->files.push_back(std::move(index));
         const int at = static_cast<int>(m_r->files.size()) - 1;
-        m_byPath[c] = at;
+        m_memo.byPath[c] = at;
+        m_memo.byName[path.str()] = at;
+        m_memo.namesKnown = m_r->files.size();
+        if (m_memo.identitiesKnown == static_cast<size_t>(at))
+            m_memo.identitiesKnown = m_r->files.size();
         return at;
     }
 
@@ -2058,9 +2085,7 @@ private:
 
     SpiceLanguage m_language;
     ModelLibResolution* m_r;
-    std::unordered_map<std::string, int> m_byPath;
-    std::unordered_map<std::string, std::string> m_canonical;
-    std::unordered_map<std::string, ModelLibStatus> m_failed;
+    ResolverMemo& m_memo;
     std::unordered_set<std::pair<int, std::string>, UnitHash> m_done;
     std::unordered_set<std::pair<int, std::string>, UnitHash> m_open; // being read: met again, a reference cycle
     std::unordered_set<int>& m_exact;
@@ -2458,10 +2483,10 @@ ModelLibStatus sp_IndexModelLibrary(const YString& path, SpiceLanguage language,
 }
 
 namespace {
-// Resolves as sp_ResolveModelSection does; `exact` names the files whose section tables were made since
-// the caller last had the resolution in hand (none, for a caller's own resolution).
+// Resolves as sp_ResolveModelSection does; `memo` holds what was learnt of the files since the caller
+// last had the resolution in hand (nothing, for a caller's own resolution).
 ModelLibStatus resolveSection(const YString& path, const YString& section, SpiceLanguage language,
-                              ModelLibResolution* resolution, std::unordered_set<int>* exact)
+                              ModelLibResolution* resolution, ResolverMemo* memo)
 {
     resolution->definitions.clear();
     resolution->problems.clear();
@@ -2469,7 +2494,7 @@ ModelLibStatus resolveSection(const YString& path, const YString& section, Spice
     resolution->root = -1;
 
     try {
-        Resolver resolver(language, resolution, exact);
+        Resolver resolver(language, resolution, memo);
         ModelLibStatus status = ModelLibStatus::Ok;
         const int root = resolver.load(path, &status);
         if (root < 0)
@@ -2488,8 +2513,32 @@ ModelLibStatus sp_ResolveModelSection(const YString& path, const YString& sectio
                                       ModelLibResolution* resolution)
 {
     // The caller may have changed the files since the tables were made: each is checked as it is used.
-    std::unordered_set<int> exact;
-    return resolveSection(path, section, language, resolution, &exact);
+    ResolverMemo memo;
+    return resolveSection(path, section, language, resolution, &memo);
+}
+
+ModelLibStatus sp_ResolveEachModelSection(
+    const YString& path, SpiceLanguage language,
+    const std::function<void(const ModelLibSection& section, const ModelLibResolution& resolution)>& each)
+{
+    ModelLibStatus status = ModelLibStatus::Ok;
+    std::vector<ModelLibSection> sections;
+    ModelLibResolution r;
+    ResolverMemo memo;
+    try {
+        status = resolveSection(path, YString(), language, &r, &memo);
+        if (status != ModelLibStatus::Ok)
+            return status;
+        sections = r.files[static_cast<size_t>(r.root)].sections;
+    } catch (...) {
+        return ModelLibStatus::Unreadable;
+    }
+    for (const ModelLibSection& s : sections) {
+        if (resolveSection(path, s.name, language, &r, &memo) == ModelLibStatus::Unreadable)
+            return ModelLibStatus::Unreadable;
+        each(s, r);
+    }
+    return ModelLibStatus::Ok;
 }
 
 namespace {
@@ -2526,11 +2575,11 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
     const size_t kept = problems->size();
     try {
         DistinctProblems distinct(problems);
-        // The resolution is the check's own: a section table made in one of its resolutions is exact in
-        // the next ones.
+        // The resolution is the check's own: a section table made, or a file's identity found, in one of
+        // its resolutions holds in the next ones.
         ModelLibResolution r;
-        std::unordered_set<int> exact;
-        ModelLibStatus status = resolveSection(path, section, language, &r, &exact);
+        ResolverMemo memo;
+        ModelLibStatus status = resolveSection(path, section, language, &r, &memo);
         if (status != ModelLibStatus::Ok)
             return status;
         problems->insert(problems->end(), r.problems.begin(), r.problems.end());
@@ -2547,7 +2596,7 @@ ModelLibStatus sp_CheckModelLibrary(const YString& path, const YString& section,
                 if (!done.insert(key(s.name)).second)
                     continue;
                 // Memory that runs out in a section's resolution fails the whole check, as it does here.
-                if (resolveSection(path, s.name, language, &r, &exact) == ModelLibStatus::Unreadable)
+                if (resolveSection(path, s.name, language, &r, &memo) == ModelLibStatus::Unreadable)
                     throw std::bad_alloc();
                 for (const ModelLibProblem& p : r.problems)
                     problems->push_back(p);

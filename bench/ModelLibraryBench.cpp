@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -67,6 +68,47 @@ void resolveReferences(benchmark::State& state, bool present)
 void BM_ResolvePresentSections(benchmark::State& state) { resolveReferences(state, true); }
 void BM_ResolveMissingSections(benchmark::State& state) { resolveReferences(state, false); }
 
+// A library of `sections` sections that each include a file of one model of its own, checked whole
+// (`check`) or resolved section by section over one cache.
+void sectionsWithFiles(benchmark::State& state, int sections, bool check)
+{
+    const std::string name = "sections_files_" + std::to_string(sections);
+    std::string text;
+    for (int i = 0; i < sections; ++i) {
+        const std::string file = name + "_" + std::to_string(i) + ".inc";
+        if (writeData(file.c_str(), ".model m" + std::to_string(i) + " d\n").empty()) {
+            state.SkipWithError("cannot write the benchmark input");
+            return;
+        }
+        text += ".lib s" + std::to_string(i) + "\n.include \"" + file + "\"\n.endl\n";
+    }
+    const std::string path = writeData((name + ".lib").c_str(), text);
+    if (path.empty()) {
+        state.SkipWithError("cannot write the benchmark input");
+        return;
+    }
+    for (auto _ : state) {
+        size_t reached = 0;
+        if (check) {
+            std::vector<ModelLibProblem> problems;
+            if (sp_CheckModelLibrary(YString(path.c_str()), YString(), SpiceLanguageNative, &problems) != ModelLibStatus::Ok ||
+                !problems.empty())
+                state.SkipWithError("the library does not check clean");
+        } else if (sp_ResolveEachModelSection(YString(path.c_str()), SpiceLanguageNative,
+                                              [&](const ModelLibSection&, const ModelLibResolution& r) { reached += r.definitions.size(); }) !=
+                       ModelLibStatus::Ok ||
+                   reached != static_cast<size_t>(sections)) {
+            state.SkipWithError("the sections were not resolved");
+        }
+        benchmark::DoNotOptimize(reached);
+    }
+}
+
+void BM_CheckSectionsWithFiles4000(benchmark::State& state) { sectionsWithFiles(state, 4000, true); }
+void BM_CheckSectionsWithFiles1000(benchmark::State& state) { sectionsWithFiles(state, 1000, true); }
+void BM_EachSectionWithFiles4000(benchmark::State& state) { sectionsWithFiles(state, 4000, false); }
+void BM_EachSectionWithFiles1000(benchmark::State& state) { sectionsWithFiles(state, 1000, false); }
+
 // Two libraries of 16,000 models that differ in one, compared in UTF-16 (`wide`) or UTF-8.
 void diffLibraries(benchmark::State& state, bool wide)
 {
@@ -119,3 +161,7 @@ BENCHMARK(BM_ResolvePresentSections)->Unit(benchmark::kMillisecond)->Iterations(
 BENCHMARK(BM_ResolveMissingSections)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_DiffUtf16Libraries)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_DiffUtf8Libraries)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CheckSectionsWithFiles4000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CheckSectionsWithFiles1000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_EachSectionWithFiles4000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_EachSectionWithFiles1000)->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -55,6 +55,14 @@ CASES = [
     ("sp_ResolveModelSection, 20,000 references to missing sections vs to present ones",
      ("supportqt_bench_model_library", "BM_ResolveMissingSections"),
      ("bench", "supportqt_bench_model_library", "BM_ResolvePresentSections"), 2.0),
+    # Sections resolved one after another over one cache look at each file once: four times the
+    # sections, each with a file of its own, take four times as long, not sixteen.
+    ("sp_CheckModelLibrary, 4,000 sections with a file each vs 1,000",
+     ("supportqt_bench_model_library", "BM_CheckSectionsWithFiles4000"),
+     ("bench", "supportqt_bench_model_library", "BM_CheckSectionsWithFiles1000"), 6.0),
+    ("sp_ResolveEachModelSection, 4,000 sections with a file each vs 1,000",
+     ("supportqt_bench_model_library", "BM_EachSectionWithFiles4000"),
+     ("bench", "supportqt_bench_model_library", "BM_EachSectionWithFiles1000"), 6.0),
     ("sp_DiffModelLibraries, 16,000 models in UTF-16 vs in UTF-8",
      ("supportqt_bench_model_library", "BM_DiffUtf16Libraries"),
      ("bench", "supportqt_bench_model_library", "BM_DiffUtf8Libraries"), 2.0),

@@ -1392,6 +1392,37 @@ TEST_F(ModelLibraryFiles, WhatAnIncludeInsideASubcircuitBringsIsWrittenOnce)
                                               "/middle.spice\"\nm1 x y x x n1\nm2 x y x x deep\n.ends\n");
 }
 
+// Each section resolved over one cache gives what resolving it alone gives: its definitions in order and
+// its problems, a section named twice each time.
+TEST_F(ModelLibraryFiles, EachSectionResolvesAsItDoesAlone)
+{
+    QDir(QString::fromStdString(path(""))).mkpath(QStringLiteral("f"));
+    write("f/a.spice", ".model ma d\n.include \"b.spice\"\n");
+    write("f/b.spice", ".model mb d\n");
+    const std::string lib = write("lib.spice", ".model top d\n.lib one\n.include \"f/a.spice\"\n.endl\n.lib two\n.include \"f/b.spice\"\n"
+                                               ".include \"missing.spice\"\n.endl\n.lib ONE\n.model again d\n.lib lib.spice two\n.endl\n");
+    std::vector<std::string> seen;
+    const ModelLibStatus status = sp_ResolveEachModelSection(YString(lib.c_str()), SpiceLanguageNative,
+                                                             [&](const ModelLibSection& section, const ModelLibResolution& r) {
+        ModelLibResolution alone;
+        EXPECT_EQ(sp_ResolveModelSection(YString(lib.c_str()), section.name, SpiceLanguageNative, &alone), ModelLibStatus::Ok);
+        EXPECT_EQ(reachedNames(r), reachedNames(alone)) << section.name.c_str();
+        ASSERT_EQ(r.problems.size(), alone.problems.size()) << section.name.c_str();
+        for (size_t i = 0; i < r.problems.size(); ++i)
+            EXPECT_EQ(r.problems[i].message, alone.problems[i].message);
+        std::string names;
+        for (const std::string& n : reachedNames(r))
+            names += " " + n;
+        seen.push_back(std::string(section.name.c_str()) + ":" + std::to_string(section.line) + names + " /" +
+                       std::to_string(r.problems.size()));
+    });
+    EXPECT_EQ(status, ModelLibStatus::Ok);
+    EXPECT_EQ(seen, (std::vector<std::string>{"one:2 ma mb /0", "two:5 mb /1", "ONE:9 ma mb /0"}));
+    EXPECT_EQ(sp_ResolveEachModelSection(YString(path("none.spice").c_str()), SpiceLanguageNative,
+                                         [&](const ModelLibSection&, const ModelLibResolution&) { ADD_FAILURE(); }),
+              ModelLibStatus::Unreadable);
+}
+
 // Definitions read in the dialect whose comments start with "$" are extracted under its directive: the
 // library reads back with the same names and lines, and compares equal to its source.
 TEST_F(ModelLibraryFiles, ExtractKeepsTheDialectItReadIn)

@@ -200,22 +200,18 @@ int runLibSections(const QStringList& arguments)
     const int early = parseLibCommand(command, arguments, 1, 1, &language, &path);
     if (early >= 0)
         return early;
-    ModelLibResolution r;
-    ModelLibStatus status = sp_ResolveModelSection(toYs(path), YString(), language, &r);
-    if (status != ModelLibStatus::Ok)
-        return statusFailure(command, status, path, QString());
-    const ModelLibIndex root = r.files[static_cast<size_t>(r.root)];
     QJsonArray array;
     Table table({"section", "lines", "definitions", "problems"});
     // A section under the name of one before it (any case) is reached by no reference, which reaches
     // the first: its row says so, and shows what the name reaches.
     std::map<std::string, int> firstLine;
-    for (const ModelLibSection& s : root.sections) {
+    long long sections = 0;
+    const ModelLibStatus status = sp_ResolveEachModelSection(toYs(path), language, [&](const ModelLibSection& s, const ModelLibResolution& r) {
+        ++sections;
         std::string key = s.name.str();
         for (char& c : key)
             c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
         const auto first = firstLine.emplace(key, s.line);
-        sp_ResolveModelSection(toYs(path), s.name, language, &r);
         const int reached = static_cast<int>(r.definitions.size());
         const int problems = static_cast<int>(r.problems.size());
         QJsonObject row{{QStringLiteral("name"), toQs(s.name)},
@@ -232,14 +228,16 @@ int runLibSections(const QStringList& arguments)
                    std::to_string(s.line) + "-" + std::to_string(s.endLine) + (s.closed ? "" : " (unclosed)") +
                        (first.second ? "" : " (repeats line " + std::to_string(first.first->second) + ")"),
                    std::to_string(reached), std::to_string(problems)});
-    }
+    });
+    if (status != ModelLibStatus::Ok)
+        return statusFailure(command, status, path, QString());
     if (command.json()) {
         printJson(QJsonObject{{QStringLiteral("file"), shownPath(path)}, {QStringLiteral("sections"), array}});
         return ExitOk;
     }
     Output out;
     table.print(out, {false, false, true, true});
-    out << counted(static_cast<long long>(root.sections.size()), "section") << '\n';
+    out << counted(sections, "section") << '\n';
     return ExitOk;
 }
 
