@@ -720,10 +720,11 @@ void MomentSummary::addChecked(const double* values, const int* cases, size_t n,
 }
 
 // The moments about the exact mean from sums of powers of the deviations from the current mean: s1 is
-// the rounding left in the mean, and correcting for it keeps the sums about the exact mean.
+// the rounding left in the mean, and correcting for it keeps the sums about the exact mean. Deviations
+// that pass the largest double leave no rounding to tell: the mean stays, and the spread is infinite.
 void MomentSummary::setCentralSums(double s1, double s2, double s3, double s4)
 {
-    const double k = static_cast<double>(m_n), e = s1 / k;
+    const double k = static_cast<double>(m_n), e = std::isfinite(s1) ? s1 / k : 0.0;
     m_mean += e;
     m_m2 = s2 - k * e * e;
     m_m3 = s3 - 3.0 * e * s2 + 2.0 * k * e * e * e;

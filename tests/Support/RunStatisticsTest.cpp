@@ -1133,6 +1133,17 @@ TEST(RunStatistics, ValuesNearTheLargestDoubleStayFinite)
     EXPECT_EQ(merged.mean(), 0.0);
     EXPECT_EQ(merged.standardDeviation(), std::numeric_limits<double>::infinity());
     EXPECT_EQ(merged.minimum(), -1.7e308);
+    // Values whose deviations from their mean pass the largest double keep their mean, at once as one
+    // by one, and their spread is infinite.
+    const double wide[3] = {-1.7e308, 1.7e308, 1e308};
+    MomentSummary wideAtOnce, wideOneByOne;
+    wideAtOnce.addBlock(wide, nullptr, 3);
+    for (const double v : wide)
+        wideOneByOne.add(v, 0);
+    EXPECT_DOUBLE_EQ(wideAtOnce.mean(), 1e308 / 3.0);
+    EXPECT_DOUBLE_EQ(wideOneByOne.mean(), 1e308 / 3.0);
+    EXPECT_EQ(wideAtOnce.standardDeviation(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(wideOneByOne.standardDeviation(), std::numeric_limits<double>::infinity());
     MomentSummary large;
     const double near[3] = {1.7e308, 1.6e308, 1.5e308};
     large.addBlock(near, nullptr, 3);
