@@ -28,8 +28,8 @@ struct SUPPORTQT_API ReportSortKey {
 /// device, a FIFO or a larger file counts as a sheet that cannot be read. `stream` stays open and the
 /// caller's.
 SUPPORTQT_API void sp_IncludeTableStyleSheet(FILE* stream, const YString& styleSheet);
-/// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in case
-/// order. False only when the file cannot be created: a write that fails part way (a full disk, a
+/// The HTML log of a Monte Carlo run: header, results, seeds and each run's parameters, runs in order of
+/// their case numbers' absolute values (-2 after 1), by the sort key above. False only when the file cannot be created: a write that fails part way (a full disk, a
 /// file-size limit) is ignored and leaves part of the log (`CheckedReports.h` reports it). Text is
 /// written as it is (no HTML escaping).
 [[nodiscard]] SUPPORTQT_API bool sp_BuildMonteCarloHTMLReport(const YString& path, const YString& styleSheet,
