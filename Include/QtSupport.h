@@ -17,7 +17,8 @@ enum UTF8DetectEncoding : int {
 
 /// Incremental, deliberately lenient UTF-8 detector: it checks only the shape of sequences, so overlong
 /// forms, encoded surrogates and values above U+10FFFF count as UTF-8, and 5- and 6-byte sequences as
-/// extended UTF-8. An input that ends inside a sequence keeps the verdict it had before that sequence.
+/// extended UTF-8. A sequence counts once its first byte is seen: an input that ends inside one is not
+/// penalised ("caf" and 0xE9 alone give Utf8), since the rest may come in the next bytes fed.
 /// Two integers and a branch per byte; copyable by plain member copy.
 class SUPPORTQT_API UTF8Detect {
 public:
