@@ -2519,6 +2519,19 @@ TEST_F(Tool, APipeThatGivesMoreThan64MiBIsRefusedWithTheWayRoundIt)
     EXPECT_EQ(QFileInfo(out).size(), 70000000);
 }
 
+// A file that ends inside a UTF-8 sequence is no UTF-8: text detect says so, as text convert refuses it.
+// A whole sequence at the end is UTF-8.
+TEST_F(Tool, TextDetectCountsASequenceCutShortAtTheEndAsNoUtf8)
+{
+    writeFileBytes(path("cut.txt"), "caf\xe9");
+    const Result cut = tool({"text", "detect", temp("cut.txt")});
+    EXPECT_EQ(cut.code, 0) << cut.err.toStdString();
+    EXPECT_EQ(cut.out, QStringLiteral("encoding: 8-bit, not UTF-8\nline ends: LF\n"));
+    EXPECT_EQ(tool({"text", "convert", temp("cut.txt"), "-o", temp("out.txt"), "--from", "UTF-8"}).code, 1);
+    writeFileBytes(path("whole.txt"), "caf\xc3\xa9");
+    EXPECT_EQ(tool({"text", "detect", temp("whole.txt")}).out, QStringLiteral("encoding: UTF-8\nline ends: LF\n"));
+}
+
 // text detect reads its input once, and both of its verdicts come from those bytes: a pipe named as a
 // file is judged as a file of its bytes is, and a FIFO is read without a second open that would wait
 // for a writer for ever.

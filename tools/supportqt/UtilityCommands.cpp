@@ -98,6 +98,10 @@ DetectedText detectText(const QString& path)
     detected.read = true;
     verdict.classify(&detected.wide, &detected.dos, &detected.mac, &detected.little);
     detected.utf8 = detect.getEncoding();
+    // The detector forgives a sequence cut short, as more bytes may follow; at the end of all of them a
+    // cut sequence makes the text no UTF-8, as convert finds it. (A device's first 64 MiB may cut one.)
+    if (left != 0 && detected.utf8 != Invalid && !detect.isBetweenSequences())
+        detected.utf8 = Invalid;
     return detected;
 }
 
