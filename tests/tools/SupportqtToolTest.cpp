@@ -3824,6 +3824,19 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
                                            ".include stdin.inc\n.model a d\n");
     EXPECT_TRUE(stdinInclude.out.startsWith("missing-file: -:1: stdin.inc does not exist or cannot be read (-/stdin.inc)\n"))
         << stdinInclude.out.toStdString();
+    // A file it includes by a path that climbs out of the copy's folder would be looked for in the
+    // temporary folder, where anyone may put one: such a library is refused before anything is read.
+    for (const QStringList& arguments : {QStringList{"lib", "defs", "-"}, QStringList{"lib", "sections", "-"}, QStringList{"lib", "check", "-"},
+                                         QStringList{"lib", "extract", "-", "a", "-o", "-"}}) {
+        const Result climbing = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), arguments, QString(),
+                                           ".model a d\n.include \"sub/../../planted.spice\"\n");
+        EXPECT_EQ(climbing.code, 1) << arguments.join(' ').toStdString();
+        EXPECT_EQ(climbing.err, "supportqt " + arguments.mid(0, 2).join(' ') +
+                                    ": line 2 of the library read from standard input includes sub/../../planted.spice, above a "
+                                    "folder it does not have; name the library's file\n");
+        EXPECT_TRUE(climbing.out.isEmpty());
+    }
+    EXPECT_EQ(runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "defs", "-"}, QString(), ".include \"sub/../x.spice\"\n").code, 0);
     // In the tables and the library written out as well.
     const Result extracted = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "a", "--section", "typical", "-o", "-"},
                                         QString(), library);

@@ -7,10 +7,11 @@
 #include "LibraryStream.h"
 #include "ModelLibrary.h"
 
+#include <QDir>
 #include <QFile>
-
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <map>
@@ -155,6 +156,36 @@ bool dialect(const ToolCommand& command, SpiceLanguage* language)
 
 // Parses an action's command line and its dialect, and with `path` its library argument as an input;
 // -1 when the action should run, otherwise the exit code to return at once.
+// A library read from standard input has no folder of its own: a file it includes by a path that
+// climbs out of the folder of its copy ("../x.lib") would be looked for in the system's temporary folder,
+// where anyone may have put one. Such a library is refused (false, reported); one that includes by other
+// relative paths finds nothing there, and says so.
+bool refuseClimbingReferences(const ToolCommand& command, const QString& path, SpiceLanguage language)
+{
+    if (shownPath(path) != QLatin1String("-"))
+        return true;
+    ModelLibIndex index;
+    if (sp_IndexModelLibrary(toYs(path), language, &index, ModelLibElements::Skip) != ModelLibStatus::Ok)
+        return true; // the command reports it
+    for (const ModelLibReference& ref : index.references) {
+        const QString target = toQs(ref.target);
+        if (QDir::isAbsolutePath(target))
+            continue;
+        int depth = 0;
+        for (const QString& part : target.split(QRegularExpression(QStringLiteral("[/\\\\]")))) {
+            depth += part == QLatin1String("..") ? -1 : part.isEmpty() || part == QLatin1String(".") ? 0 : 1;
+            if (depth < 0) {
+                command.fail(ExitFailure, QStringLiteral("line %1 of the library read from standard input includes %2, above a folder it "
+                                                         "does not have; name the library's file")
+                                              .arg(ref.line)
+                                              .arg(target));
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minPositional, int maxPositional,
                     SpiceLanguage* language, QString* path)
 {
@@ -163,7 +194,7 @@ int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minP
         return early;
     if (!dialect(command, language))
         return ExitUsage;
-    if (path && !command.regularInputArgument(path))
+    if (path && (!command.regularInputArgument(path) || !refuseClimbingReferences(command, *path, *language)))
         return ExitFailure;
     return -1;
 }
@@ -414,7 +445,7 @@ int runLibExtract(const QStringList& arguments)
     const bool toStandardOutput = isStandardStream(output);
     if (toStandardOutput && command.json())
         return command.fail(ExitUsage, QStringLiteral("--json needs an output file: standard output takes the library"));
-    if (!command.regularInput(&path))
+    if (!command.regularInput(&path) || !refuseClimbingReferences(command, path, request.language))
         return ExitFailure;
     if (!toStandardOutput && !command.checkOutput(output))
         return ExitFailure;
