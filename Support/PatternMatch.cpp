@@ -408,8 +408,9 @@ bool plainWildcard(const QString& re, std::vector<Step>* steps)
 // the earliest start of a partial match that has reached it (later starts there have the same future),
 // until the earliest start that completes a match has no earlier rival left. Only the steps some partial
 // match has reached are visited, in order, so that a long pattern costs the matches under way, not its
-// length, at each character.
-int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
+// length, at each character. With `atStart` ("^" first) a match starts at 0 only; with `atEnd` ("$"
+// last) it completes at the end of the text only.
+int firstPlainMatch(const std::vector<Step>& steps, const QString& text, bool atStart = false, bool atEnd = false)
 {
     const int none = std::numeric_limits<int>::max();
     const int count = static_cast<int>(steps.size());
@@ -418,9 +419,10 @@ int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
     const auto mayTakeNothing = [&](int s) { return s < count && (steps[s].repeat == Step::Optional || steps[s].repeat == Step::Any); };
     int found = none;
     for (int position = 0;; ++position) {
-        if (position < found && at[0] == none)
+        const bool starts = position < found && (!atStart || position == 0);
+        if (starts && at[0] == none)
             reached.insert(reached.begin(), 0);
-        if (position < found)
+        if (starts)
             at[0] = std::min(at[0], position);
         // A step that may take nothing lets its partial matches on to the next one.
         closed.clear();
@@ -438,7 +440,8 @@ int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
             }
         }
         reached.swap(closed);
-        found = std::min(found, at[count]);
+        if (!atEnd || position >= text.size())
+            found = std::min(found, at[count]);
         if (position >= text.size())
             break;
         const char16_t c = text[position].unicode();
@@ -456,7 +459,7 @@ int firstPlainMatch(const std::vector<Step>& steps, const QString& text)
             if (steps[s].repeat != Step::Any)
                 reach(s + 1, at[s]);
         }
-        if (reachedNext.empty() && found != none)
+        if (reachedNext.empty() && (found != none || atStart))
             break;
         for (const int s : reached)
             at[s] = none;
@@ -635,9 +638,16 @@ int sp_GlobMatch(const char* pattern, const char* text)
     const QString t = fromUtf8(text);
     // QRegExp would try every start position, each to the end of the text for a star: the square of
     // the text's length. A plain wildcard is matched here instead, in one pass over the text.
+    // So is one that a "^" begins or a "$" ends.
     std::vector<Step> steps;
-    if (plainWildcard(re, &steps))
-        return withinBounds(re) ? firstPlainMatch(steps, t) : -1;
+    const bool atStart = re.startsWith(QLatin1Char('^'));
+    const bool atEnd = re.size() > (atStart ? 1 : 0) && re.endsWith(QLatin1Char('$'));
+    const QString inner = re.mid(atStart ? 1 : 0, re.size() - (atStart ? 1 : 0) - (atEnd ? 1 : 0));
+    if (plainWildcard(inner, &steps))
+        return withinBounds(re) ? firstPlainMatch(steps, t, atStart, atEnd) : -1;
+    // Others are QRegExp's, but for one that cannot match at all: it would try every start to the end.
+    if (certainlyNoMatch(re, t, Qt::CaseSensitive))
+        return -1;
     return firstMatch(re, t, Qt::CaseSensitive);
 }
 

@@ -278,6 +278,13 @@ TEST(GlobMatch, SameAsQRegExpForRandomWildcards)
         ASSERT_EQ(sp_GlobMatch(pattern.c_str(), text.c_str()), referenceGlobMatch(pattern, text))
             << "pattern '" << pattern << "' text '" << text << "'";
     }
+    // The same shapes after a "^" or before a "$", or both, which are matched without QRegExp too.
+    for (int i = 0; i < 30000; ++i) {
+        const std::string pattern = (random() % 2 ? "^" : "") + randomString(random, plain, 7) + (random() % 2 ? "$" : "");
+        const std::string text = randomString(random, {"a", "b", "\xC3\xA9", "\n"}, 12);
+        ASSERT_EQ(sp_GlobMatch(pattern.c_str(), text.c_str()), referenceGlobMatch(pattern, text))
+            << "pattern '" << pattern << "' text '" << text << "'";
+    }
 }
 
 TEST(RegexpMatch, SameAsQRegExpForRandomPatterns)
@@ -333,6 +340,15 @@ TEST(GlobMatch, LongTextsTakeOnePass)
     EXPECT_EQ(sp_GlobMatch((stars + "b").c_str(), (as + "b").c_str()), 0);
     EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*").c_str()), -1);
     EXPECT_EQ(sp_GlobMatch("a*\\*?a", (as + "*ba").c_str()), 0);
+    // Anchored to the end or the start, as read in one pass too; other shapes that cannot match at all
+    // are found so without trying every start.
+    EXPECT_EQ(sp_GlobMatch("*x$", as.c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("*x$", (as + "x").c_str()), 0);
+    EXPECT_EQ(sp_GlobMatch("a?$", (as + "b").c_str()), 199999);
+    EXPECT_EQ(sp_GlobMatch("^*b", (as + "b").c_str()), 0);
+    EXPECT_EQ(sp_GlobMatch("^b*", as.c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("^*x$", (as + "xa").c_str()), -1);
+    EXPECT_EQ(sp_GlobMatch("a*^x", as.c_str()), -1);
     // A long wildcard in a long text of random letters: found where it stands, and nowhere else.
     std::mt19937 random(3);
     std::string letters;
