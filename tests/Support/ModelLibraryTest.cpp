@@ -1449,7 +1449,13 @@ TEST_F(ModelLibraryFiles, ExtractKeepsTheDialectItReadIn)
 // both kinds: the extracted library, written in another folder, still finds every file.
 TEST_F(ModelLibraryFiles, IncludedPathsWithQuotesAreWrittenSoThatTheyReadBack)
 {
-    for (const std::string& sub : {std::string("dq\"x"), std::string("sq'x"), std::string("both\"'x")}) {
+    // (Windows names hold no double quote.)
+#ifdef Q_OS_WIN
+    const std::vector<std::string> folders{"sq'x"};
+#else
+    const std::vector<std::string> folders{"dq\"x", "sq'x", "both\"'x"};
+#endif
+    for (const std::string& sub : folders) {
         QDir(QString::fromStdString(path(""))).mkpath(QString::fromStdString(sub));
         const std::string lib = write(sub + "/lib.lib", ".subckt foo a b\n.include \"inner.inc\"\n.lib corner.lib tt\nR1 a b 1\n.ends\n");
         write(sub + "/inner.inc", ".param w=1\n");
