@@ -18,5 +18,7 @@ SUPPORTQT_API bool sp_HasHelp();
 /// Opens a URL with the system's handler; false when that fails. A "file://" URL with a "#" fragment is
 /// handed whole to the program registered for HTML files, so that the fragment is not lost.
 [[nodiscard]] SUPPORTQT_API bool sp_OpenWebPage(const YString& url);
-/// True when a program is registered to open ".html" files.
+/// True when a program is registered to open ".html" files, asked of a probe file "dummy.html" made new
+/// in the temporary folder and removed again; a file or link of that name already there is left alone
+/// (another free name of the same type is used). False when no probe file can be made.
 SUPPORTQT_API bool sp_HaveOpenWebPage();

@@ -6,13 +6,13 @@
 #include "HelpPlatform_p.h"
 #include "LoadTime_p.h"
 #include "Options.h"
+#include "ProcessServices.h"
 #include "QtSupport.h"
 #include "TextServices.h"
 
 #include <QDateTime>
 #include <QString>
 
-#include <cstdio>
 
 // The help sites have one home: the SUPPORTQT_HELP_SITE and SUPPORTQT_DOC_SITE settings of the build.
 #if !defined(SUPPORTQT_HELP_SITE) || !defined(SUPPORTQT_DOC_SITE)
@@ -100,13 +100,18 @@ bool sp_OpenWebPage(const YString& url)
 
 bool sp_HaveOpenWebPage()
 {
-    YString path = sp_GetTempPath();
-    path.append("/dummy.html");
-    FILE* file = fopen_utf8(path.c_str(), "w");
-    if (!file)
+    // The probe file is made new: a "dummy.html" already there (the user's, or a link to anywhere) is
+    // left as it is, and a name of the same type that is free is taken instead.
+    const YString folder = sp_GetTempPath();
+    YString path = folder.concat("/dummy.html");
+    bool made = helpplatform::createNewFile(QByteArray(path.c_str()));
+    for (int attempt = 1; !made && attempt <= 100; ++attempt) {
+        path = folder.concat("/dummy-").concat(YString(sp_GetCurrentProcessId()).c_str()).concat("-").concat(YString(attempt).c_str()).concat(".html");
+        made = helpplatform::createNewFile(QByteArray(path.c_str()));
+    }
+    if (!made)
         return false;
     const bool found = helpplatform::hasProgramForFile(toQs(path));
-    std::fclose(file);
     // The probe file is scratch: a failed removal does not change the answer.
     (void)unlink_utf8(path.c_str());
     return found;

@@ -12,7 +12,9 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace helpplatform {
 namespace {
@@ -113,5 +115,11 @@ bool startProgram(const QString& program, const QString& argument)
 }
 
 bool hasProgramForFile(const QString& localFile) { return !programForFile(localFile).isEmpty(); }
+
+bool createNewFile(const QByteArray& path)
+{
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return fd >= 0 && ::close(fd) == 0;
+}
 
 } // namespace helpplatform

@@ -74,4 +74,11 @@ bool hasProgramForFile(const QString& localFile)
     return reinterpret_cast<INT_PTR>(FindExecutableA(path.constData(), nullptr, program)) > 32;
 }
 
+bool createNewFile(const QByteArray& path)
+{
+    const std::wstring wide = QDir::toNativeSeparators(QString::fromUtf8(path)).toStdWString();
+    const HANDLE h = CreateFileW(wide.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return h != INVALID_HANDLE_VALUE && CloseHandle(h) != 0;
+}
+
 } // namespace helpplatform

@@ -345,6 +345,29 @@ TEST_F(WebPages, AProgramIsFoundFromANonAsciiTemporaryFolderUnderAnotherLocaleCo
 }
 #endif
 
+// The probe file is made new: a "dummy.html" of the user's in the temporary folder, or a link of that
+// name to another file, is left as it was, and the answer is the same.
+TEST_F(WebPages, AFileOfTheProbesNameIsLeftAlone)
+{
+    registerFakeBrowser();
+    const std::string probe = path("empty/dummy.html");
+    writeFileBytes(probe, "the user's notes\n");
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    EXPECT_EQ(readFileBytes(probe), "the user's notes\n");
+    EXPECT_EQ(QDir(QString::fromStdString(path("empty"))).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+              QStringList{QStringLiteral("dummy.html")});
+#ifndef Q_OS_WIN
+    ASSERT_EQ(std::remove(probe.c_str()), 0);
+    writeFileBytes(path("victim.txt"), "data\n");
+    ASSERT_EQ(::symlink(path("victim.txt").c_str(), probe.c_str()), 0);
+    EXPECT_TRUE(sp_HaveOpenWebPage());
+    EXPECT_EQ(readFileBytes(path("victim.txt")), "data\n");
+    struct stat st;
+    EXPECT_EQ(::lstat(probe.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+#endif
+}
+
 TEST_F(WebPages, NoHandlerMeansNoWebPage)
 {
     EXPECT_FALSE(sp_HaveOpenWebPage());
