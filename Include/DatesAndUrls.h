@@ -18,7 +18,7 @@ SUPPORTQT_API long long sp_GetNormalisedTime();
 /// The local date and time of a normalised time: ISO 8601 ("2026-11-22T09:05:03") or the locale's form;
 /// empty for a time within two days of the 64-bit limits, which no local date and time can stand for,
 /// and in the ISO form for a local year outside 1 to 9999, which Qt's ISO 8601 text does not write.
-/// Times before 1970 are read with the zone's offset of today's rules (Qt's local time).
+/// Times before 1970 take Qt's local offset there, which knows no summer time and no older offsets.
 SUPPORTQT_API YString sp_GetFormattedNormalisedTime(long long ms, bool iso);
 /// A file's modification date or time of day in the locale's short form; empty when it cannot be had or
 /// lies too far off to be shown.
