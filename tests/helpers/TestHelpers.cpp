@@ -5,9 +5,11 @@
 #include <QTemporaryDir>
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -17,6 +19,7 @@
 #include <unistd.h>
 #endif
 #ifndef Q_OS_WIN
+#include <pthread.h>
 #include <sys/resource.h>
 #endif
 #if defined(__linux__)
@@ -127,6 +130,42 @@ std::string reportFromLimitedChild(size_t headroom, const std::function<std::str
     (void)headroom;
     (void)body;
     return std::string();
+#endif
+}
+
+CallerSignalState::CallerSignalState()
+{
+#ifndef Q_OS_WIN
+    static_assert(sizeof(sigset_t) <= sizeof(m_before), "room for a signal mask");
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigaddset(&blocked, SIGUSR1);
+    m_set = pthread_sigmask(SIG_BLOCK, &blocked, reinterpret_cast<sigset_t*>(m_before)) == 0;
+    m_pipeBefore = std::signal(SIGPIPE, SIG_IGN);
+#endif
+}
+
+CallerSignalState::~CallerSignalState()
+{
+#ifndef Q_OS_WIN
+    std::signal(SIGPIPE, m_pipeBefore);
+    if (m_set)
+        pthread_sigmask(SIG_SETMASK, reinterpret_cast<const sigset_t*>(m_before), nullptr);
+#endif
+}
+
+void expectNoSignalStateInherited(const std::string& status, const std::string& what)
+{
+    const QString text = QString::fromStdString(status);
+    const auto field = [&](const char* name) {
+        const QRegularExpressionMatch m = QRegularExpression(QStringLiteral("\\n%1:\\s*([0-9a-f]+)\\n").arg(QLatin1String(name))).match(text);
+        EXPECT_TRUE(m.hasMatch()) << what << " has no " << name;
+        return m.captured(1).toULongLong(nullptr, 16);
+    };
+    EXPECT_EQ(field("SigBlk"), 0u) << what;
+#ifdef SIGPIPE
+    EXPECT_EQ(field("SigIgn") & (1ull << (SIGPIPE - 1)), 0u) << what;
 #endif
 }
 

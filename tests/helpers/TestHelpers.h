@@ -146,6 +146,27 @@ private:
     bool m_lowered = false;
 };
 
+/// While it lives (POSIX), the calling thread blocks SIGTERM and SIGUSR1 and the process ignores SIGPIPE,
+/// as a caller of the library may (Qt ignores SIGPIPE once it has started a process); both are put back
+/// afterwards. A no-op on Windows. `set()` says whether the signals could be blocked.
+class CallerSignalState {
+public:
+    CallerSignalState();
+    ~CallerSignalState();
+    CallerSignalState(const CallerSignalState&) = delete;
+    CallerSignalState& operator=(const CallerSignalState&) = delete;
+    bool set() const { return m_set; }
+
+private:
+    bool m_set = false;
+    unsigned char m_before[256] = {}; // the thread's signal mask before
+    void (*m_pipeBefore)(int) = nullptr;
+};
+
+/// Checks a child's status text (Linux, /proc/PID/status as the child copied it): no signal blocked, and
+/// SIGPIPE not ignored. `what` names the child in a failure.
+void expectNoSignalStateInherited(const std::string& status, const std::string& what);
+
 /// Holds a file open with no sharing while it lives, so that no other process can open it (Windows);
 /// a no-op elsewhere.
 class ExclusiveFileLock {
