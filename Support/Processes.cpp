@@ -297,15 +297,16 @@ SSPError sp_SpawnApplication(const char* commandLine, SpawnFlags flags, YRef<kvs
         QObject::connect(child, &QProcess::readyReadStandardOutput, child, &SpawnProcessObjectQt4::readStandardOut);
     if (flags & SpawnCaptureError)
         QObject::connect(child, &QProcess::readyReadStandardError, child, &SpawnProcessObjectQt4::readStandardErr);
+    // Passed through, the input is the child's own copy of this process's, whatever becomes of the outputs.
+    if (flags & SpawnPassThrough)
+        child->setInputChannelMode(QProcess::ForwardedInputChannel);
     if (flags & SpawnCloseUncaptured) {
         if (!(flags & SpawnCaptureOutput))
             child->setStandardOutputFile(QProcess::nullDevice());
         if (!(flags & SpawnCaptureError))
             child->setStandardErrorFile(QProcess::nullDevice());
     } else if (flags & SpawnPassThrough) {
-        // Each channel that is not captured is the child's own copy of this process's channel, and so
-        // is the input.
-        child->setInputChannelMode(QProcess::ForwardedInputChannel);
+        // Each channel that is not captured is the child's own copy of this process's channel.
         const bool out = !(flags & SpawnCaptureOutput), err = !(flags & SpawnCaptureError);
         if (out || err)
             child->setProcessChannelMode(out && err ? QProcess::ForwardedChannels

@@ -184,6 +184,28 @@ TEST_F(SpawnOutcomeTest, PassThroughWritesToThisProcesssOwnChannels)
     redirected(0, &out, &err, &captured);
     EXPECT_EQ(out + err + captured, "");
 }
+
+// Passed through, the input is this process's also when the uncaptured outputs are closed: a child that
+// reads its input to the end gets it (and does not wait for ever on a pipe that no one writes).
+TEST_F(SpawnOutcomeTest, PassThroughGivesTheInputAlsoWhenOutputsAreClosed)
+{
+    const std::string echo = child("echo", "echoin\nexit 0");
+    writeFileBytes(path("in.txt"), "hello\n");
+    const int savedIn = ::dup(0);
+    const int fileIn = ::open(path("in.txt").c_str(), O_RDONLY);
+    ::dup2(fileIn, 0);
+    auto* text = new kvstrstream("");
+    YRef<kvstream> output(text);
+    unsigned code = 9;
+    const SSPError status = sp_SpawnApplication(echo.c_str(), SpawnWait | SpawnPassThrough | SpawnCloseUncaptured | SpawnCaptureOutput,
+                                                output, &code, nullptr);
+    ::dup2(savedIn, 0);
+    ::close(savedIn);
+    ::close(fileIn);
+    EXPECT_EQ(status, SSPE_Ok);
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(text->str().str(), "hello\n");
+}
 #endif
 
 } // namespace
