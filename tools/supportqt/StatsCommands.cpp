@@ -430,8 +430,9 @@ int runStats(const QStringList& arguments)
     QString failed;
     int replaced = 0;
     if (!writeFilesTogether(outputs, &failed, &replaced)) {
-        return command.fail(ExitFailure, replaced == 0 ? QStringLiteral("cannot write %1; no output was replaced").arg(failed)
-                                                       : QStringLiteral("cannot write %1; %2 of the outputs are new").arg(failed).arg(replaced));
+        return command.fail(ExitFailure, outputs.size() == 1 ? QStringLiteral("cannot write %1").arg(failed)
+                                         : replaced == 0    ? QStringLiteral("cannot write %1; no output was replaced").arg(failed)
+                                                            : QStringLiteral("cannot write %1; %2 of the outputs are new").arg(failed).arg(replaced));
     }
     made.keep();
 
