@@ -343,6 +343,26 @@ TEST_F(StatsTool, LimitsFromAFileAndTheErrorsOfBadLimits)
 }
 
 #ifndef Q_OS_WIN
+// The outputs are written together, each held open by the next: a hundred merit functions' charts
+// are written on a stack of 512 KiB too.
+TEST_F(StatsTool, ManyChartsAreWrittenTogetherOnASmallStack)
+{
+    std::string text = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n<header title=\"t\" analysis=\".mc 5\"/>\n";
+    for (int m = 0; m < 100; ++m) {
+        text += "<meritfunction value=\"f" + std::to_string(m) + "\" name=\"m" + std::to_string(m) + "\">\n";
+        for (int c = 1; c <= 5; ++c)
+            text += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + std::to_string(c + m) + "\"/>\n";
+        text += "</meritfunction>\n";
+    }
+    writeFileBytes(path("many.msw"), text + "</msw>\n");
+    const QString line = QStringLiteral("ulimit -s 512; exec '%1' stats '%2' --csv '%3' --chart '%4'")
+                             .arg(SUPPORTQT_TOOL_PATH, temp("many.msw"), temp("many.csv"), temp("charts"));
+    const Result many = runProgram(QStringLiteral("/bin/sh"), {"-c", line});
+    EXPECT_EQ(many.code, 0) << many.err.toStdString();
+    EXPECT_EQ(QDir(temp("charts")).entryList(QDir::Files).size(), 300);
+    EXPECT_TRUE(QFile::exists(temp("many.csv")));
+}
+
 // A device as the limits file is read up to 16 MiB, as a file is, and refused past it; a device or a file
 // that cannot take the whole CSV fails the command and leaves a previous file as it was.
 TEST_F(StatsTool, EndlessLimitsAndFailingWritesAreFailures)

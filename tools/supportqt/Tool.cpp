@@ -18,10 +18,13 @@
 #include <QJsonObject>
 #include <QSet>
 #include <QTemporaryDir>
+#include <QThread>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -307,6 +310,37 @@ bool MadeFolders::make(const QString& path)
     return true;
 }
 
+namespace {
+
+// Copies the finished output `temporary` to standard output. Kept out of writeFileAtomically, whose
+// frame a set of files written together stacks once per file, so that its buffer is not stacked too.
+[[gnu::noinline]] bool copyToStandardOutput(const QString& temporary)
+{
+    // Opened by the core library, which shares the file's deletion: on Windows the interrupt's removal
+    // would otherwise fail while the file is copied out.
+    FILE* file = fopen_utf8(temporary.toUtf8().constData(), "rb");
+    if (!file)
+        return false;
+    std::fflush(stdout);
+    std::vector<char> chunk(65536);
+    bool copied = true;
+    for (;;) {
+        const size_t got = std::fread(chunk.data(), 1, chunk.size(), file);
+        if (got > 0 && !writeStream(stdout, chunk.data(), got)) {
+            copied = false;
+            break;
+        }
+        if (got < chunk.size()) {
+            copied = !std::ferror(file);
+            break;
+        }
+    }
+    std::fclose(file);
+    return copied && std::fflush(stdout) == 0;
+}
+
+} // namespace
+
 bool writeFileAtomically(const QString& target, const std::function<bool(const YString& temporaryPath)>& write)
 {
     if (!isStandardStream(target))
@@ -317,29 +351,7 @@ bool writeFileAtomically(const QString& target, const std::function<bool(const Y
     const QString temporary = folder.filePath(QStringLiteral("output"));
     // A closed pipe or an interrupt while the output is copied out removes it too.
     removeWhenInterrupted(temporary, folder.path());
-    if (!write(toYs(temporary)))
-        return false;
-    // Opened by the core library, which shares the file's deletion: on Windows the interrupt's removal
-    // would otherwise fail while the file is copied out.
-    FILE* file = fopen_utf8(temporary.toUtf8().constData(), "rb");
-    if (!file)
-        return false;
-    std::fflush(stdout);
-    char chunk[65536];
-    bool copied = true;
-    for (;;) {
-        const size_t got = std::fread(chunk, 1, sizeof chunk, file);
-        if (got > 0 && !writeStream(stdout, chunk, got)) {
-            copied = false;
-            break;
-        }
-        if (got < sizeof chunk) {
-            copied = !std::ferror(file);
-            break;
-        }
-    }
-    std::fclose(file);
-    return copied && std::fflush(stdout) == 0;
+    return write(toYs(temporary)) && copyToStandardOutput(temporary);
 }
 
 bool writeFilesTogether(const std::vector<FileWrite>& files, QString* failed, int* replaced)
@@ -361,7 +373,17 @@ bool writeFilesTogether(const std::vector<FileWrite>& files, QString* failed, in
         *replaced += written;
         return written;
     };
-    return writeFrom(0);
+    // The writes nest one level per file: they run on a thread whose stack has room for as many levels
+    // as there are files (a few KiB each), whatever stack this process was given.
+    bool written = false;
+    const size_t stack = std::min<size_t>((size_t(1) << 20) + files.size() * (size_t(32) << 10), size_t(1) << 30);
+    std::unique_ptr<QThread> writer(QThread::create([&] { written = writeFrom(0); }));
+    writer->setStackSize(static_cast<uint>(stack));
+    writer->start();
+    writer->wait();
+    if (!written && failed->isEmpty() && !files.empty())
+        *failed = files.front().target;
+    return written;
 }
 
 bool writeTextFile(const QString& target, const std::string& text)

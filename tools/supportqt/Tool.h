@@ -140,7 +140,8 @@ struct FileWrite {
 };
 /// Writes the files as one, each as writeFileAtomically writes it: every file is written aside before
 /// any replaces its previous one (each write holds the next one's), so that a write that fails leaves
-/// them all as they were. The replacements run from the last file back, so that the first is replaced
+/// them all as they were. (A device, which is written in place, and standard output, which gets its
+/// copy once its write is done, take their bytes when their own write succeeds.) The replacements run from the last file back, so that the first is replaced
 /// last. False on failure, with the file that failed in `*failed` and in `*replaced` how many were
 /// replaced already (some only when a replacement itself fails).
 bool writeFilesTogether(const std::vector<FileWrite>& files, QString* failed, int* replaced);
