@@ -333,13 +333,14 @@ struct ModelLibExtractRequest {
 /// of a model, the subcircuits of a subcircuit's "X" lines, the models named on its element lines), each
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
 /// "* FILE:LINE" naming where it came from (line ends, other control bytes and 0xFF in FILE shown as
-/// "\n", "\r" and "\xNN"). When a definition was read in the dialect whose comments start with "$", the
-/// library begins with a line "*#HSPICE", so that ";" in it reads back as text. An ".include" or ".lib FILE SECTION" line inside a definition names its file
+/// "\n", "\r" and "\xNN"). When every definition was read in the dialect whose comments start with "$",
+/// the library begins with a line "*#HSPICE", so that ";" in them reads back as text. An ".include" or ".lib FILE SECTION" line inside a definition names its file
 /// by its absolute path, so that the library written elsewhere still finds it: in double quotes, in single
 /// quotes when the path holds a double one, bare when it holds both (left as written if it also holds a
 /// blank).
-/// The definitions of the files such a line inside an extracted subcircuit reaches are not written again,
-/// since the line brings them (one renamed is, under its new name).
+/// What such a line inside an extracted subcircuit brought in (the file, or the section a ".lib" line
+/// names, and what their own references brought) is not written again, since the line brings it (a
+/// definition renamed is, under its new name).
 /// Unresolved dependencies are appended to `*problems` (may be null) and left out, and after them an
 /// UnusedRename problem for each old name that no definition extracted has or names. NoSuchDefinition when a requested name is reached by nothing, RenameClash (with a
 /// Duplicate problem naming both) when a rename gives a definition the name of another one of its kind

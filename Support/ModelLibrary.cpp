@@ -592,10 +592,12 @@ std::string_view fileArgument(std::string_view rest, std::string_view* after)
 // slashes dropped, and ".." with the part before it where that part is a folder that is no link. Through
 // a link, or a part that is missing or no folder, ".." is left (and all after it) for the system to
 // resolve or refuse: "link/.." is the parent of the link's target, and "missing/.." opens nothing. A
-// final slash is kept, as it asks for a folder.
+// final slash (or "/.") is kept, as it asks for a folder.
 std::string systemPath(const std::string& path)
 {
     const bool absolute = !path.empty() && path[0] == '/';
+    // A path that ends in "/" or "/." names a folder: the slash is kept, so that a file is not found there.
+    const bool asFolder = (!path.empty() && path.back() == '/') || (path.size() >= 2 && path.compare(path.size() - 2, 2, "/.") == 0);
     std::vector<std::string> parts;
     std::string kept; // the parts from the first ".." that is left, as written
     size_t i = 0;
@@ -626,7 +628,7 @@ std::string systemPath(const std::string& path)
         out += (k > 0 ? "/" : "") + parts[k];
     if (!kept.empty())
         out += (out.empty() || out.back() == '/' ? "" : "/") + kept;
-    else if (!path.empty() && path.back() == '/' && !out.empty() && out.back() != '/')
+    else if (asFolder && !out.empty() && out.back() != '/')
         out += '/';
     return out.empty() ? std::string(".") : out;
 }
@@ -658,7 +660,7 @@ YString referencedFile(std::string_view target, const YString& fileName)
                 if (::getcwd(current.data(), current.size()))
                     folder = std::string(current.data()) + "/" + folder;
             }
-            path = folder + (folder.back() == '/' ? "" : "/") + path;
+            path = folder + (folder.empty() || folder.back() == '/' ? "" : "/") + path;
         }
     }
     return YString(systemPath(path).c_str());
@@ -1868,6 +1870,9 @@ struct ResolverMemo {
     std::unordered_map<std::string, ModelLibStatus> failed;
     size_t namesKnown = 0;      // the files of the cache that `byName` holds
     size_t identitiesKnown = 0; // the files of the cache that `byPath` holds
+    // Each unit read, (file, section index or -1 for its top level), with the reference that brought it
+    // in, (file, reference index), or (-1, -1) for the root.
+    std::map<std::pair<int, int>, std::pair<int, int>> unitVia;
 };
 
 // Resolves sections over a cache of indexed files.
@@ -2053,6 +2058,7 @@ private:
             return false;
         m_done.insert(unit);
         m_open.insert(unit);
+        m_memo.unitVia.emplace(std::make_pair(file, sectionIndex), std::make_pair(viaFile, viaReference));
         Frame frame{std::move(unit), viaFile, viaReference, {}, 0};
         const ModelLibIndex& f = m_r->files[static_cast<size_t>(file)];
         // Definitions and references in line order, as a simulator reads them.
@@ -2742,7 +2748,8 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
     try {
         *text = YString();
         ModelLibResolution r;
-        const ModelLibStatus status = sp_ResolveModelSection(path, request.section, request.language, &r);
+        ResolverMemo memo;
+        const ModelLibStatus status = resolveSection(path, request.section, request.language, &r, &memo);
         if (status != ModelLibStatus::Ok)
             return status;
         std::vector<std::pair<std::string, std::string>> renames;
@@ -2908,39 +2915,40 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
         if (problems)
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;
-        // Definitions read in the dialect whose comments start with "$" are written under its directive,
-        // so that the library reads back with ";" as text, as they were read.
-        for (size_t i : order)
-            if (r.files[static_cast<size_t>(r.definitions[i].file)].language == SpiceLanguageHspice) {
-                out = "*#HSPICE\n";
-                break;
-            }
-        // The files that an ".include" or ".lib" line inside an extracted subcircuit reaches: the line is
-        // written with the subcircuit and brings them whole, so their definitions are not written again
-        // (they would be defined twice).
-        std::vector<char> brought(r.files.size(), 0);
-        std::vector<int> pending;
-        const auto bring = [&](const ModelLibReference& ref) {
-            for (size_t k = 0; k < r.files.size(); ++k)
-                if (!brought[k] && r.files[k].fileName == ref.path) {
-                    brought[k] = 1;
-                    pending.push_back(static_cast<int>(k));
-                }
-        };
+        // Definitions all read in the dialect whose comments start with "$" are written under its
+        // directive, so that the library reads back with ";" as text, as they were read.
+        const bool hspice = !order.empty() && std::all_of(order.begin(), order.end(), [&](size_t i) {
+            return r.files[static_cast<size_t>(r.definitions[i].file)].language == SpiceLanguageHspice;
+        });
+        if (hspice)
+            out = "*#HSPICE\n";
+        // What an ".include" or ".lib" line inside an extracted subcircuit brought in, directly or through
+        // the references of what it brought, is not written again: the line is written with the
+        // subcircuit and brings it (it would be defined twice). Each unit read is followed back along the
+        // references that brought it in; it is brought when one of them lies inside such a subcircuit.
+        std::map<int, std::vector<std::pair<int, int>>> subcircuitLines; // file -> (first line, last line)
         for (size_t i : order) {
-            const ModelLibIndex& file = r.files[static_cast<size_t>(r.definitions[i].file)];
             const ModelLibDefinition& d = defOf(r, r.definitions[i]);
             if (d.kind == ModelLibDefinition::Subckt)
-                for (const ModelLibReference& ref : file.references)
-                    if (ref.line > d.line && ref.line < d.lastLine)
-                        bring(ref);
+                subcircuitLines[r.definitions[i].file].push_back({d.line, d.lastLine});
         }
-        while (!pending.empty()) {
-            const int k = pending.back();
-            pending.pop_back();
-            for (const ModelLibReference& ref : r.files[static_cast<size_t>(k)].references)
-                bring(ref);
-        }
+        const auto brought = [&](int file, int section) {
+            std::pair<int, int> unit(file, section);
+            for (size_t steps = 0; steps <= memo.unitVia.size(); ++steps) {
+                const auto via = memo.unitVia.find(unit);
+                if (via == memo.unitVia.end() || via->second.first < 0)
+                    return false;
+                const int from = via->second.first;
+                const ModelLibReference& ref = r.files[static_cast<size_t>(from)].references[static_cast<size_t>(via->second.second)];
+                const auto lines = subcircuitLines.find(from);
+                if (lines != subcircuitLines.end())
+                    for (const auto& span : lines->second)
+                        if (ref.line > span.first && ref.line < span.second)
+                            return true;
+                unit = std::make_pair(from, ref.inSection);
+            }
+            return false;
+        };
         DecodedFiles decoded;
         std::set<std::string> used; // the old names a rename was made for
         for (size_t i : order) {
@@ -2949,7 +2957,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             const ModelLibDefinition& d = defOf(r, reached);
             const auto renamed = newName.find(key(file.name(d)));
             // (One renamed is written under its new name: what the line brings keeps the old one.)
-            if (brought[static_cast<size_t>(reached.file)] && renamed == newName.end())
+            if (renamed == newName.end() && brought(reached.file, d.section))
                 continue;
             if (renamed != newName.end())
                 used.insert(renamed->first);

@@ -1320,7 +1320,8 @@ TEST_F(ModelLibraryFiles, ReferencesReachTheFilesTheSystemOpens)
     EXPECT_FALSE(sp_ModelLibraryHoldsFile(YString(includes.c_str()), YString(path("keep.spice").c_str()), SpiceLanguageNative));
 
     // Names the system cannot open are missing files, though their text cleans to a file that exists.
-    for (const std::string& name : {std::string("nodir/../x.spice"), std::string("x.spice/"), std::string("x.spice/../x.spice")}) {
+    for (const std::string& name : {std::string("nodir/../x.spice"), std::string("x.spice/"), std::string("x.spice/."),
+                                    std::string("x.spice/../x.spice")}) {
         const std::string broken = write("broken.spice", ".include \"" + name + "\"\n.model m d\n");
         std::vector<ModelLibProblem> problems;
         ASSERT_EQ(sp_CheckModelLibrary(YString(broken.c_str()), YString(), SpiceLanguageNative, &problems), ModelLibStatus::Ok);
@@ -1421,6 +1422,42 @@ TEST_F(ModelLibraryFiles, EachSectionResolvesAsItDoesAlone)
     EXPECT_EQ(sp_ResolveEachModelSection(YString(path("none.spice").c_str()), SpiceLanguageNative,
                                          [&](const ModelLibSection&, const ModelLibResolution&) { ADD_FAILURE(); }),
               ModelLibStatus::Unreadable);
+}
+
+// Only what a line inside the subcircuit brought is left to it: a section of the same file that a line
+// outside brought is written, and the subcircuit itself is written though a file it includes includes
+// its own library again.
+TEST_F(ModelLibraryFiles, OnlyWhatTheSubcircuitsOwnLineBringsIsLeftToIt)
+{
+    write("corners.lib", ".lib tt\n.model nch nmos\n.endl\n.lib bjt\n.model qnpn npn\n.endl\n");
+    const std::string top = write("top.lib", ".lib corners.lib bjt\n.subckt amp a b c\n.lib corners.lib tt\nm1 a b c c nch\nq1 a b c qnpn\n.ends\n");
+    const std::string folder = QFileInfo(QString::fromStdString(top)).absolutePath().toStdString();
+    ModelLibExtractRequest request;
+    request.names = {YString("amp")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(std::string(text.c_str()), "* " + folder + "/corners.lib:5\n.model qnpn npn\n* " + top + ":2\n.subckt amp a b c\n.lib \"" +
+                                              folder + "/corners.lib\" tt\nm1 a b c c nch\nq1 a b c qnpn\n.ends\n");
+    write("again.inc", ".include \"" + top + "\"\n");
+    const std::string cycle = write("cycle.lib", ".subckt amp2 a b\n.include \"again.inc\"\nr1 a b 1\n.ends\n");
+    request.names = {YString("amp2")};
+    ASSERT_EQ(sp_ExtractModels(YString(cycle.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_NE(std::string(text.c_str()).find(".subckt amp2 a b\n"), std::string::npos) << text.c_str();
+}
+
+// A library extracted from definitions of both dialects is written in the one without a directive.
+TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsGetNoDirective)
+{
+    write("h.spice", "*#HSPICE\n.model hq d\n");
+    const std::string lib = write("n.spice", ".include \"h.spice\"\n.model n$1 d\n.subckt s a\nd1 a 0 n$1\nd2 a 0 hq\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("s")};
+    YString text;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()).find("*#HSPICE"), std::string::npos) << text.c_str();
+    EXPECT_NE(std::string(text.c_str()).find(".model n$1 d\n"), std::string::npos) << text.c_str();
 }
 
 // Definitions read in the dialect whose comments start with "$" are extracted under its directive: the
