@@ -173,17 +173,18 @@ public:
         if (fileopencheck::waitsToOpen(QByteArray(path.c_str())))
             return false;
         // The file is replaced whole or not at all: a write that fails (a full disk) leaves the old file as
-        // it was. The result still says whether the file could be opened, not whether every byte was written.
-        bool opened = false;
+        // it was. The result still says whether the file could be opened, not whether every byte was
+        // written: true for a write that failed, false when the file could not be replaced at all.
+        bool writeFailed = false;
         const bool replaced = sp_ReplaceFileWith(path, [&](const YString& target) {
             FILE* f = nullptr;
             if (fopen_s_utf8(&f, target.c_str(), "wb") != 0 || !f)
                 return false;
-            opened = true;
             const bool written = writeCompressed(f, m_buffer);
-            return std::fclose(f) == 0 && written;
+            writeFailed = !(std::fclose(f) == 0 && written);
+            return !writeFailed;
         });
-        return replaced || opened;
+        return replaced || writeFailed;
     }
 
 private:

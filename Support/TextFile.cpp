@@ -152,13 +152,14 @@ bool readHead(const QString& path, QByteArray* head)
 }
 
 // The text in the codec's bytes. Qt's UTF-32 encoders size their output by the text's UTF-16 units and
-// leave one zero unit at its end for each surrogate pair they join into one character: those are cut.
+// leave one unit more at its end for each surrogate pair they join into one character: the output is
+// cut to its byte-order mark and one unit per character.
 QByteArray encodedText(QTextCodec* codec, const QString& text)
 {
     QByteArray bytes = codec->fromUnicode(text);
     const int mib = codec->mibEnum();
     if (mib == 1017 || mib == 1018 || mib == 1019)
-        bytes.chop(4 * (text.size() - text.toUcs4().size()));
+        bytes.truncate(4 + 4 * text.toUcs4().size());
     return bytes;
 }
 

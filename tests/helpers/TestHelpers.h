@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
 
 #include <QByteArray>
@@ -159,7 +160,7 @@ public:
 
 private:
     bool m_set = false;
-    unsigned char m_before[256] = {}; // the thread's signal mask before
+    alignas(alignof(std::max_align_t)) unsigned char m_before[256] = {}; // the thread's signal mask before
     void (*m_pipeBefore)(int) = nullptr;
 };
 

@@ -2215,8 +2215,6 @@ TEST_F(Tool, AnOutputThatTheResultsFileAppendsIsRefused)
     EXPECT_EQ(readFileBytes(path("kept.csv")), "Case#,Reference,\"a\",Delta,Norm\n1,,1,0,0\n2,Run=2,3,2,!DIV0\n");
 }
 
-// An output that cannot be written but that a shard appends: merge names the shard that appends it (a
-// usage error, as report and stats give), not why the file cannot be written.
 // A shard named twice, by one name or by two (a link, another spelling), is refused: its runs would
 // count twice. Shards of one size that are different files are merged.
 TEST_F(Tool, MergeRefusesAShardNamedTwice)
@@ -2248,6 +2246,8 @@ TEST_F(Tool, MergeRefusesAShardNamedTwice)
     EXPECT_TRUE(merged.out.startsWith("merged 3 files, 3 runs")) << merged.out.toStdString();
 }
 
+// An output that cannot be written but that a shard appends: merge names the shard that appends it (a
+// usage error, as report and stats give), not why the file cannot be written.
 TEST_F(Tool, MergeNamesTheShardThatAppendsAnOutputThatCannotBeWritten)
 {
     const std::string core = "<?xml version=\"1.0\"?><msw version=\"1.0\"><steps><step case=\"2\"/></steps></msw>\n";

@@ -154,8 +154,6 @@ bool dialect(const ToolCommand& command, SpiceLanguage* language)
     return true;
 }
 
-// Parses an action's command line and its dialect, and with `path` its library argument as an input;
-// -1 when the action should run, otherwise the exit code to return at once.
 // A library read from standard input has no folder of its own: a file it includes by a path that
 // climbs out of the folder of its copy ("../x.lib") would be looked for in the system's temporary folder,
 // where anyone may have put one. Such a library is refused (false, reported); one that includes by other
@@ -186,6 +184,8 @@ bool refuseClimbingReferences(const ToolCommand& command, const QString& path, S
     return true;
 }
 
+// Parses an action's command line and its dialect, and with `path` its library argument as an input;
+// -1 when the action should run, otherwise the exit code to return at once.
 int parseLibCommand(ToolCommand& command, const QStringList& arguments, int minPositional, int maxPositional,
                     SpiceLanguage* language, QString* path)
 {

@@ -79,8 +79,9 @@ bool sameExistingFile(const QString& a, const QString& b)
 
 QByteArray existingFileIdentity(const QString& path)
 {
+    // A file system that numbers no file (some network shares give every file 0) tells nothing apart.
     BY_HANDLE_FILE_INFORMATION info;
-    if (!fileIdentity(path, &info))
+    if (!fileIdentity(path, &info) || (info.nFileIndexHigh == 0 && info.nFileIndexLow == 0))
         return QByteArray();
     return QByteArray::number(static_cast<qulonglong>(info.dwVolumeSerialNumber)) + ':' +
            QByteArray::number((static_cast<qulonglong>(info.nFileIndexHigh) << 32) | info.nFileIndexLow);

@@ -429,12 +429,12 @@ int runTextConvert(const QStringList& arguments)
         // the codec makes of the text: a shorter file is a write that failed part way. A device or
         // FIFO named as the output (NUL on Windows, which no file check sees) has no size to compare:
         // those bytes are written to it here, each write checked.
-        // (Qt's UTF-32 encoders add a zero unit at the end for each character beyond 16 bits, which the
-        // library's writer cuts off: so is it here.)
+        // (Qt's UTF-32 encoders add a unit at the end for each character beyond 16 bits; the library's
+        // writer cuts the output to its byte-order mark and one unit per character, and so is it here.)
         QByteArray encoded = ok ? QTextCodec::codecForName(to)->fromUnicode(text) : QByteArray();
         const int mib = ok ? QTextCodec::codecForName(to)->mibEnum() : 0;
         if (mib == 1017 || mib == 1018 || mib == 1019)
-            encoded.chop(4 * (text.size() - text.toUcs4().size()));
+            encoded.truncate(4 + 4 * text.toUcs4().size());
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
             if (isReservedDeviceName(toQs(temporary)) || (!QFileInfo(toQs(temporary)).isFile() && QFileInfo::exists(toQs(temporary)))) {
                 FILE* const device = fopen_utf8(temporary.c_str(), "wb");
