@@ -13,7 +13,6 @@
 #include <QDateTime>
 #include <QString>
 
-
 // The help sites have one home: the SUPPORTQT_HELP_SITE and SUPPORTQT_DOC_SITE settings of the build.
 #if !defined(SUPPORTQT_HELP_SITE) || !defined(SUPPORTQT_DOC_SITE)
 #error "SUPPORTQT_HELP_SITE and SUPPORTQT_DOC_SITE come from the build"
@@ -106,7 +105,9 @@ bool sp_HaveOpenWebPage()
     YString path = folder.concat("/dummy.html");
     bool made = helpplatform::createNewFile(QByteArray(path.c_str()));
     for (int attempt = 1; !made && attempt <= 100; ++attempt) {
-        path = folder.concat("/dummy-").concat(YString(sp_GetCurrentProcessId()).c_str()).concat("-").concat(YString(attempt).c_str()).concat(".html");
+        YString name;
+        name.sprintf("/dummy-%d-%d.html", sp_GetCurrentProcessId(), attempt);
+        path = folder.concat(name.c_str());
         made = helpplatform::createNewFile(QByteArray(path.c_str()));
     }
     if (!made)
