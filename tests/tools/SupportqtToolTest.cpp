@@ -2992,6 +2992,40 @@ TEST_F(Tool, AUtf32FileIsNotReadAsUtf16ByAuto)
     EXPECT_EQ(readFileBytes(out.toStdString()), "A\n");
 }
 
+// A UTF-32 file's line ends are judged on its characters, by the first: after a CR LF every CR is
+// deleted, after a bare CR every CR becomes a line feed, and a 0x0D or 0x0A byte inside another
+// character is no line end at all.
+TEST_F(Tool, Utf32LineEndsAreJudgedOnCharacters)
+{
+    const QString out = temp("out.txt");
+    const QString dos = temp("dos32.txt");
+    writeFileBytes(dos.toStdString(), std::string("a\0\0\0\r\0\0\0\n\0\0\0b\0\0\0\r\0\0\0\n\0\0\0", 24));
+    const Result fromDos = tool({"text", "convert", dos, "-o", out, "--from", "UTF-32LE"});
+    EXPECT_EQ(fromDos.code, 0) << fromDos.err.toStdString();
+    EXPECT_EQ(fromDos.out, "wrote " + out + ": 4 UTF-16 units, UTF-8\n");
+    EXPECT_EQ(readFileBytes(out.toStdString()), "a\nb\n");
+    const QString mac = temp("mac32.txt");
+    writeFileBytes(mac.toStdString(), std::string("\0\0\0a\0\0\0\r\0\0\0b\0\0\0\r\0\0\0\n", 20));
+    const Result fromMac = tool({"text", "convert", mac, "-o", out, "--from", "UTF-32BE"});
+    EXPECT_EQ(fromMac.code, 0) << fromMac.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), "a\nb\n\n");
+    // U+0A0D and U+0D0A hold the bytes of a CR LF and of an LF CR; the text's own line end is CR LF.
+    const QString inside = temp("inside32.txt");
+    writeFileBytes(inside.toStdString(), std::string("\r\n\0\0\n\r\0\0\r\0\0\0\n\0\0\0", 16));
+    const Result fromInside = tool({"text", "convert", inside, "-o", out, "--from", "UTF-32LE"});
+    EXPECT_EQ(fromInside.code, 0) << fromInside.err.toStdString();
+    EXPECT_EQ(readFileBytes(out.toStdString()), "\xE0\xA8\x8D\xE0\xB4\x8A\n");
+    // A CR as the last character is a bare CR, as in UTF-16 text; a lone line feed changes nothing.
+    const QString last = temp("last32.txt");
+    writeFileBytes(last.toStdString(), std::string("a\0\0\0\r\0\0\0", 8));
+    EXPECT_EQ(tool({"text", "convert", last, "-o", out, "--from", "UTF-32LE"}).code, 0);
+    EXPECT_EQ(readFileBytes(out.toStdString()), "a\n");
+    const QString lineFeeds = temp("lf32.txt");
+    writeFileBytes(lineFeeds.toStdString(), std::string("a\0\0\0\n\0\0\0\r\0\0\0\n\0\0\0", 16));
+    EXPECT_EQ(tool({"text", "convert", lineFeeds, "-o", out, "--from", "UTF-32LE"}).code, 0);
+    EXPECT_EQ(readFileBytes(out.toStdString()), "a\n\r\n");
+}
+
 // Some 8-bit decoders make U+FFFD of the bytes they cannot read without counting them: those are counted
 // by the U+FFFD made (UTF-8's own decoder counts, and a UTF-8 source's own U+FFFD is none).
 TEST_F(Tool, EightBitDecodersAreHeldToTheirReplacements)

@@ -160,6 +160,9 @@ bool loadClassification(const QString& path, bool* wide, bool* little, bool* dos
     return true;
 }
 
+// Whether the codec is one of Qt's UTF-32 codecs (MIBs 1017 to 1019).
+bool isUtf32Codec(const QTextCodec* codec) { return codec && codec->mibEnum() >= 1017 && codec->mibEnum() <= 1019; }
+
 // What decoding the regular file `path` as sp_LoadFile does with `from` loses: the characters that
 // become U+FFFD, byte sequences that are not text in the encoding it decodes with, and the bytes at the
 // end that make no whole character of a UTF-16 or UTF-32 text, which its decoders drop. "auto" decodes
@@ -212,7 +215,7 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         CodePageReader codePage;
         QByteArray block;
         while (!(block = file.read(1 << 20)).isEmpty()) {
-            if (deletesCarriageReturns)
+            if (deletesCarriageReturns && !isUtf32Codec(codec))
                 block.replace('\r', QByteArray());
             if (silent) {
                 codePage.feed(block);
@@ -239,6 +242,40 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
         return !asUtf8.readable || asUtf8.replaced > 0 ? losses(QTextCodec::codecForLocale()) : asUtf8;
     }
     return losses(from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from));
+}
+
+// The text of the regular file `path` in a UTF-32 encoding, its line ends made LF as its first line end
+// says. sp_LoadFile judges line ends on the raw bytes as 8-bit or UTF-16 text, which would split a
+// UTF-32 CR LF into two line ends and take a 0x0D byte inside another character for a CR; here they are
+// judged on the decoded characters. `*loaded` is false when the file cannot be read or passes
+// sp_LoadFile's limit for a file (512 MiB), or memory runs out.
+QString loadUtf32Text(const QString& path, QTextCodec* codec, bool* loaded)
+{
+    *loaded = false;
+    const qint64 limit = qint64(512) << 20;
+    QFile file(path);
+    if (QFileInfo(path).size() > limit || !file.open(QIODevice::ReadOnly))
+        return QString();
+    try {
+        const QByteArray bytes = file.read(limit + 1);
+        if (file.error() != QFileDevice::NoError || bytes.size() > limit)
+            return QString();
+        QString text = codec->toUnicode(bytes);
+        const QChar* const begin = text.constData();
+        const QChar* const end = begin + text.size();
+        const QChar* const first = std::find_if(begin, end, [](QChar c) { return c == QLatin1Char('\r') || c == QLatin1Char('\n'); });
+        // A CR as the last character is a bare CR, as it is in UTF-16 text.
+        if (first != end && *first == QLatin1Char('\r')) {
+            if (first + 1 != end && first[1] == QLatin1Char('\n'))
+                text.remove(QLatin1Char('\r'));
+            else
+                text.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+        }
+        *loaded = true;
+        return text;
+    } catch (const std::bad_alloc&) {
+        return QString();
+    }
 }
 
 // `text` without its unpaired UTF-16 surrogates (a UTF-16 source may hold them), and how many there
@@ -357,7 +394,8 @@ int runTextConvert(const QStringList& arguments)
     QString text;
     {
         ProgressLine progress(QStringLiteral("converting %1 (%2 MiB)").arg(named).arg(size >> 20), size > (qint64(64) << 20));
-        text = sp_LoadFile(path, from.constData(), &loaded);
+        QTextCodec* const source = from == "auto" || from == "locale" ? nullptr : QTextCodec::codecForName(from);
+        text = isUtf32Codec(source) ? loadUtf32Text(path, source, &loaded) : sp_LoadFile(path, from.constData(), &loaded);
         ok = loaded;
         if (ok) {
             // Bytes that are not text in the source encoding are counted the same way, before.
@@ -432,8 +470,7 @@ int runTextConvert(const QStringList& arguments)
         // (Qt's UTF-32 encoders add a unit at the end for each character beyond 16 bits; the library's
         // writer cuts the output to its byte-order mark and one unit per character, and so is it here.)
         QByteArray encoded = ok ? QTextCodec::codecForName(to)->fromUnicode(text) : QByteArray();
-        const int mib = ok ? QTextCodec::codecForName(to)->mibEnum() : 0;
-        if (mib == 1017 || mib == 1018 || mib == 1019)
+        if (ok && isUtf32Codec(QTextCodec::codecForName(to)))
             encoded.truncate(4 + 4 * text.toUcs4().size());
         ok = ok && writeFileAtomically(output, [&](const YString& temporary) {
             if (isReservedDeviceName(toQs(temporary)) || (!QFileInfo(toQs(temporary)).isFile() && QFileInfo::exists(toQs(temporary)))) {
