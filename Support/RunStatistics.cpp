@@ -726,7 +726,8 @@ void MomentSummary::setCentralSums(double s1, double s2, double s3, double s4)
 {
     const double k = static_cast<double>(m_n), e = std::isfinite(s1) ? s1 / k : 0.0;
     m_mean += e;
-    m_m2 = s2 - k * e * e;
+    // Squared deviations past the largest double are an infinite spread; its correction may be too.
+    m_m2 = std::isinf(s2) ? s2 : s2 - k * e * e;
     m_m3 = s3 - 3.0 * e * s2 + 2.0 * k * e * e * e;
     m_m4 = s4 - 4.0 * e * s3 + 6.0 * e * e * s2 - 3.0 * k * e * e * e * e;
     if (m_m2 < 0.0)

@@ -1144,6 +1144,17 @@ TEST(RunStatistics, ValuesNearTheLargestDoubleStayFinite)
     EXPECT_DOUBLE_EQ(wideOneByOne.mean(), 1e308 / 3.0);
     EXPECT_EQ(wideAtOnce.standardDeviation(), std::numeric_limits<double>::infinity());
     EXPECT_EQ(wideOneByOne.standardDeviation(), std::numeric_limits<double>::infinity());
+    // A spread past the largest double whose mean keeps a rounding too large to square: still infinite.
+    for (const double scale : {1e200, 1e300}) {
+        const double spread[4] = {scale, -scale, scale / 2, 0.0};
+        MomentSummary spreadAtOnce, spreadOneByOne;
+        spreadAtOnce.addBlock(spread, nullptr, 4);
+        for (const double v : spread)
+            spreadOneByOne.add(v, 0);
+        EXPECT_EQ(spreadAtOnce.standardDeviation(), std::numeric_limits<double>::infinity()) << scale;
+        EXPECT_EQ(spreadOneByOne.standardDeviation(), std::numeric_limits<double>::infinity()) << scale;
+        EXPECT_DOUBLE_EQ(spreadAtOnce.mean(), scale / 8) << scale;
+    }
     MomentSummary large;
     const double near[3] = {1.7e308, 1.6e308, 1.5e308};
     large.addBlock(near, nullptr, 3);
