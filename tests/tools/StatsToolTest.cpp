@@ -581,6 +581,29 @@ TEST_F(StatsTool, OneRunHasAStandardDeviationOfZeroInEveryForm)
     EXPECT_EQ(fields[5], "0") << lines[1].toStdString();
 }
 
+// A yield below 100% never shows as 100%: one failing run in 30,000 takes the digits it needs, in the
+// text and on the page, and so does the upper end of its interval.
+TEST_F(StatsTool, OneFailingRunInManyIsNotRoundedAway)
+{
+    std::string text = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><meritfunction name=\"m\" value=\"f\">";
+    std::string steps;
+    for (int c = 1; c <= 30000; ++c) {
+        text += "<sensval case=\"" + std::to_string(c) + "\" value=\"" + (c == 7 ? "2" : "1") + "\"/>";
+        steps += "<step case=\"" + std::to_string(c) + "\"/>";
+    }
+    writeFileBytes(path("many.msw"), text + "</meritfunction><steps>" + steps + "</steps></msw>\n");
+    const Result r = tool({"stats", temp("many.msw"), "--limit", "m=0:1.5", "--html", temp("many.html")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("  limits 0 to 1.5: fail, 29999 of 30000 pass, yield 99.9967% [99.9811%, 99.9994%], "))
+        << r.out.toStdString();
+    const std::string page = readFileBytes(path("many.html"));
+    EXPECT_NE(page.find("yield <span class=\"good\">99.997%</span> (95% interval 99.98% to 99.999%)"), std::string::npos);
+    EXPECT_EQ(page.find(">100%<"), std::string::npos);
+    // Every run passing is 100%.
+    const Result all = tool({"stats", temp("many.msw"), "--limit", "m=0:3"});
+    EXPECT_TRUE(all.out.contains("  limits 0 to 3: pass, 30000 of 30000 pass, yield 100% [")) << all.out.toStdString();
+}
+
 // A merit function with no finite value still has a verdict for its limits, which the text gives as
 // the JSON does: no run passes.
 TEST_F(StatsTool, LimitsOfAMeritFunctionWithNoFiniteValueFailInTheTextToo)

@@ -210,15 +210,6 @@ std::string num(double v)
     return realText(v);
 }
 
-std::string pctText(double p)
-{
-    if (std::isnan(p))
-        return "n/a";
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g%%", 100.0 * p);
-    return text;
-}
-
 // The failing runs as the text shows them: the first 20 (--json and --html list them all), each after a
 // blank, or " none".
 std::string failingList(const MeritStatistics& s)
@@ -271,8 +262,8 @@ void printText(Output& out, const QString& path, const XMLReportHeader& header, 
         }
         out << '\n';
         if (s.limits.any()) {
-            out << limitsHead(s) << ", yield " << pctText(s.yield) << " [" << pctText(s.yieldInterval.low) << ", "
-                << pctText(s.yieldInterval.high) << "], " << num(s.yieldSigma) << " sigma\n";
+            out << limitsHead(s) << ", yield " << percentText(s.yield, 6) << " [" << percentText(s.yieldInterval.low, 6) << ", "
+                << percentText(s.yieldInterval.high, 6) << "], " << num(s.yieldSigma) << " sigma\n";
             out << "  Cp " << num(s.cp) << " [" << num(s.cpInterval.low) << ", " << num(s.cpInterval.high) << "]  Cpk "
                 << num(s.cpk) << " [" << num(s.cpkInterval.low) << ", " << num(s.cpkInterval.high) << "]\n";
             out << "  failing runs:" << failingList(s) << '\n';

@@ -28,11 +28,6 @@ std::string show(double v)
     return fmt("%.6g", v);
 }
 
-std::string percent(double p)
-{
-    return std::isnan(p) ? "n/a" : fmt("%.4g", 100.0 * p) + "%";
-}
-
 std::string px(double v) { return fmt("%.1f", v); }
 
 // Pieces of an SVG picture, built up in order.
@@ -367,7 +362,7 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
              "\">" + xmlEscaped(meritLabel(s)) + "</a></td>" + cell(static_cast<double>(s.runCount), std::to_string(s.runCount)) +
              cell(m.mean(), show(m.mean())) + cell(m.standardDeviation(), show(m.standardDeviation())) +
              cell(m.minimum(), show(m.minimum())) + cell(m.maximum(), show(m.maximum())) +
-             cell(s.yield, percent(s.yield), yieldClass(s.yield)) + cell(s.cpk, show(s.cpk)) +
+             cell(s.yield, percentText(s.yield, 4), yieldClass(s.yield)) + cell(s.cpk, show(s.cpk)) +
              "<td class=\"name " + verdictClass(s) + "\" data-v=\"" + statsVerdict(s) + "\">" + statsVerdict(s) +
              "</td></tr>\n";
     }
@@ -386,8 +381,8 @@ std::string statsHtmlPage(const std::string& title, const std::string& file, con
         if (s.limits.any())
             h += " Limits " + xmlEscaped(limitsText(s.limits)) + ": " + std::to_string(s.passCount) + " of " +
                  std::to_string(s.runCount) + " runs pass, yield <span class=\"" + yieldClass(s.yield) + "\">" +
-                 percent(s.yield) + "</span> (95% interval " + percent(s.yieldInterval.low) + " to " +
-                 percent(s.yieldInterval.high) + "), " + show(s.yieldSigma) + " sigma.";
+                 percentText(s.yield, 4) + "</span> (95% interval " + percentText(s.yieldInterval.low, 4) + " to " +
+                 percentText(s.yieldInterval.high, 4) + "), " + show(s.yieldSigma) + " sigma.";
         h += "</p>\n<div class=\"charts\">\n" + inlineSvg(statsHistogramSvg(s)) + inlineSvg(statsCdfSvg(s)) + "</div>\n";
         h += "<table class=\"facts\">\n";
         const auto fact = [&h](const std::string& key, const std::string& value) {

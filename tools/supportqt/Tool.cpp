@@ -24,6 +24,8 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -499,6 +501,18 @@ QJsonValue jsonReal(double value)
 std::string realText(double value)
 {
     return sp_RealToShortestText(value).str();
+}
+
+std::string percentText(double p, int digits)
+{
+    if (std::isnan(p))
+        return "n/a";
+    char text[48];
+    for (;; ++digits) {
+        std::snprintf(text, sizeof text, "%.*g%%", digits, 100.0 * p);
+        if (p >= 1.0 || std::strtod(text, nullptr) < 100.0 || digits >= 17)
+            return text;
+    }
 }
 
 namespace {

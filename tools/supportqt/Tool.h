@@ -210,6 +210,10 @@ void printJson(const QJsonValue& value);
 QJsonValue jsonReal(double value);
 /// A real as the text output shows it: the shortest text that reads back to the same double.
 std::string realText(double value);
+/// The share `p` (0 to 1) as a percentage of `digits` significant digits and "%", "n/a" when it is not a
+/// number. A share below 1 takes as many more digits as it needs not to show as 100%: a run that fails
+/// is never rounded away.
+std::string percentText(double p, int digits);
 
 /// A line on standard error that shows long work going on ("supportqt NAME: WHAT ... 3 s"), redrawn
 /// every half second, shown only when standard error is a terminal and `shown` is true, and cleared
