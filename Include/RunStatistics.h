@@ -180,12 +180,14 @@ struct MeritStatistics {
     double yieldSigma = 0.0;
     /// Cp = (upper - lower) / 6s (both limits needed) and Cpk = min(upper - mean, mean - lower) / 3s
     /// (one-sided with one limit), s the sample standard deviation of the finite values. One run set is
-    /// one sample, so these are also Pp and Ppk. NaN when s is 0 or there are fewer than two values.
+    /// one sample, so these are also Pp and Ppk. NaN when s is 0 or there are fewer than two values, and
+    /// Cpk NaN when a side of it is (an infinite limit against an infinite s).
     double cp = 0.0;
     double cpk = 0.0;
     /// 95% intervals: for Cp the exact one from the chi-square distribution with n - 1 degrees of
     /// freedom, Cp sqrt(q/(n-1)) at its 2.5% and 97.5% quantiles q; for Cpk Bissell's normal
-    /// approximation Cpk -/+ 1.959964 sqrt(1/(9n) + Cpk^2/(2(n-1))).
+    /// approximation Cpk -/+ 1.959964 sqrt(1/(9n) + Cpk^2/(2(n-1))), which is [Cpk, Cpk] for an infinite
+    /// Cpk.
     ConfidenceInterval cpInterval{};
     ConfidenceInterval cpkInterval{};
     std::vector<int> failingCases; ///< in case order

@@ -412,16 +412,20 @@ void fillStatistics(MeritStatistics* s, const YHashTable<XMLReportInfo>& table, 
         // (A negative Cp, of limits in the wrong order, turns the ends round.)
         s->cpInterval = {std::min(a, b), std::max(a, b)};
     }
+    // A side that is not a number (a NaN limit, or an infinite limit against an infinite spread), which
+    // std::min would pass over, leaves no capability to state.
     double cpk = kInf;
+    const auto side = [&](double distance) {
+        const double c = distance / (3.0 * sd);
+        cpk = std::isnan(c) || std::isnan(cpk) ? kNaN : std::min(cpk, c);
+    };
     if (lim.hasUpper)
-        cpk = std::min(cpk, (lim.upper - mu) / (3.0 * sd));
+        side(lim.upper - mu);
     if (lim.hasLower)
-        cpk = std::min(cpk, (mu - lim.lower) / (3.0 * sd));
-    // A NaN limit, which std::min would pass over, leaves no capability to state.
-    if ((lim.hasUpper && std::isnan(lim.upper)) || (lim.hasLower && std::isnan(lim.lower)))
-        cpk = std::numeric_limits<double>::quiet_NaN();
+        side(mu - lim.lower);
     s->cpk = cpk;
-    const double half = z * std::sqrt(1.0 / (9.0 * n) + cpk * cpk / (2.0 * (n - 1.0)));
+    // An infinite Cpk (infinite limits) is its own interval: the half width is infinite too.
+    const double half = std::isinf(cpk) ? 0.0 : z * std::sqrt(1.0 / (9.0 * n) + cpk * cpk / (2.0 * (n - 1.0)));
     s->cpkInterval = {cpk - half, cpk + half};
 }
 

@@ -208,6 +208,31 @@ TEST(RunStatistics, YieldCapabilityAndFailingRunsWorkedByHand)
         EXPECT_TRUE(std::isnan(n.cpkInterval.high));
     }
 
+    // Infinite limits give an infinite Cp and Cpk, each its own interval.
+    MeritLimits endless = limits;
+    endless.lower = -std::numeric_limits<double>::infinity();
+    endless.upper = std::numeric_limits<double>::infinity();
+    const MeritStatistics e = sp_ComputeMeritStatistics(table, 0, endless);
+    EXPECT_EQ(e.cp, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(e.cpk, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(e.cpkInterval.low, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(e.cpkInterval.high, std::numeric_limits<double>::infinity());
+    // Against an infinite spread an infinite limit's side is no number, and so is Cpk, though the other
+    // side alone would be 0.
+    YHashTable<XMLReportInfo> spread;
+    for (const double v : {1e300, -1e300, 5e299, 0.0})
+        spread.insert(run(static_cast<int>(spread.count()) + 1, {v}));
+    MeritLimits openBelow;
+    openBelow.hasLower = openBelow.hasUpper = true;
+    openBelow.lower = -std::numeric_limits<double>::infinity();
+    openBelow.upper = 1.0;
+    const MeritStatistics w = sp_ComputeMeritStatistics(spread, 0, openBelow);
+    EXPECT_EQ(w.sample.moments().standardDeviation(), std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(std::isnan(w.cpk)) << w.cpk;
+    EXPECT_TRUE(std::isnan(w.cpkInterval.low));
+    openBelow.hasLower = false;
+    EXPECT_EQ(sp_ComputeMeritStatistics(spread, 0, openBelow).cpk, 0.0);
+
     // Limits in the wrong order are met by no value; Cp is negative as its formula gives, and its
     // interval still runs from its lower end to its upper one.
     MeritLimits reversed = limits;
