@@ -228,11 +228,20 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
 
         const std::string outputKey = fileKey(output);
         const bool outputExists = QFileInfo::exists(toQs(output));
+        std::unordered_map<std::string, size_t> firstReadBy; // a file read -> the first shard that read it
         for (size_t i = 0; i < shards.size(); ++i) {
             Shard shard;
             std::unordered_set<std::string> read;
             if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
+            // A file that two shards read (one appends the other, or both append it) would have its runs
+            // in the output twice, and renumbering would hide it.
+            for (const std::string& key : read) {
+                const auto [first, fresh] = firstReadBy.emplace(key, i);
+                if (!fresh)
+                    return fail(message, "the results file " + key + " is read by both " + shardName(first->second) + " and " +
+                                             shardName(i) + ": its runs would be merged twice");
+            }
             // Replacing a file that a shard reads would change that shard, or a file it appends, under it;
             // a hard link is the same file by another name.
             if (read.count(outputKey) || (outputExists && std::any_of(read.begin(), read.end(), [&](const std::string& key) {

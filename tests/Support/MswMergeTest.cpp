@@ -367,6 +367,37 @@ TEST_F(MswMerge, AShardThatAppendsItsCoresIsMergedAsTheReaderReadsIt)
     EXPECT_EQ(findCase(table, 2)->description, YString("Run=2"));
 }
 
+// A file that two shards read, one appending the other or both appending it, would be merged twice,
+// and renumbering would hide it: the merge fails and writes nothing.
+TEST_F(MswMerge, AFileThatTwoShardsReadFails)
+{
+    const auto shard = [this](const char* name, int caseNumber, const std::string& appended) {
+        writeFileBytes(path(name), R"(<?xml version="1.0"?><msw version="1.0">
+<meritfunction value="a" name="A"><sensval case=")" + std::to_string(caseNumber) + R"(" value="1"/></meritfunction>)" +
+                                       (appended.empty() ? "" : R"(<append><file path=")" + path(appended) + R"("/></append>)") +
+                                       "</msw>");
+    };
+    shard("common.msw", 5, "");
+    shard("a.msw", 1, "common.msw");
+    shard("b.msw", 2, "common.msw");
+    const std::string common = QFileInfo(QString::fromStdString(path("common.msw"))).canonicalFilePath().toStdString();
+    YString message;
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("b.msw")}, p("m.msw"), true, &message, nullptr));
+    EXPECT_EQ(message, YString(("the results file " + common + " is read by both " + path("a.msw") + " and " + path("b.msw") +
+                                ": its runs would be merged twice").c_str()));
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("common.msw")}, p("m.msw"), true, &message, nullptr));
+    EXPECT_EQ(message, YString(("the results file " + common + " is read by both " + path("a.msw") + " and " +
+                                path("common.msw") + ": its runs would be merged twice").c_str()));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path("m.msw"))));
+    // Shards that read no file in common merge.
+    shard("other.msw", 6, "");
+    shard("c.msw", 3, "other.msw");
+    MswMergeSummary summary;
+    ASSERT_TRUE(sp_MergeMswFiles({p("a.msw"), p("c.msw")}, p("m.msw"), true, &message, &summary)) << message.c_str();
+    EXPECT_EQ(summary.runs, 4);
+    EXPECT_EQ(summary.renumbered, 0);
+}
+
 // The reader's files are listed once each, in the order met, by canonical path: a link is listed as the
 // file it leads to, a file appended twice once, and a read that fails lists the files up to the failure.
 TEST_F(MswMerge, TheFilesAReadTakesAreListedOnceInTheOrderMet)
