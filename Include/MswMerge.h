@@ -37,11 +37,11 @@ struct MswMergeSummary {
 /// The output is written as `sp_ReplaceFileContent` writes a file: whole or not at all. False with a
 /// one-line reason in `*message` (when not null) when a shard cannot be read, the output is a shard or a
 /// file that a shard appends (by any name that leads to it), two shards read one file (one appends the
-/// other, or both append it: its runs would be merged twice), the merit functions differ, a case number collides without `renumber`, there are no shards, the output would be too
-/// large for the reader (`YDomDocument::kMaxFileBytes`) or too sparse for it (shards that each load can
-/// hold together too few values for a table of all their runs by their merit functions), or the output
-/// cannot be written. `summary`
-/// (when not null) is filled on success. `outputReadBy` (when not null) is set to the position in
+/// other, or both append it: its runs would be merged twice), the merit functions differ, a case number
+/// collides without `renumber`, there are no shards, the output would be too large for the reader
+/// (`YDomDocument::kMaxFileBytes`) or too sparse for it (shards that each load can hold together too few
+/// values for a table of all their runs by their merit functions), or the output cannot be written.
+/// `summary` (when not null) is filled on success. `outputReadBy` (when not null) is set to the position in
 /// `shards` (from 0) of the shard that reads the output when that is why the merge is refused, else -1.
 [[nodiscard]] SUPPORTQT_API bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                                                   bool renumber, YString* message, MswMergeSummary* summary,
