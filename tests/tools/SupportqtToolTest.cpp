@@ -2519,6 +2519,33 @@ TEST_F(Tool, APipeThatGivesMoreThan64MiBIsRefusedWithTheWayRoundIt)
     EXPECT_EQ(QFileInfo(out).size(), 70000000);
 }
 
+// A file that begins with a UTF-32 byte-order mark is said to be UTF-32, in its byte order, with the line
+// ends of its characters (the first line end here past the first mebibyte the command reads), which
+// text convert then reads when it is named; a CR as the last character is a bare CR.
+TEST_F(Tool, TextDetectTellsUtf32ByItsMark)
+{
+    const QString dos = temp("dos32.txt");
+    std::string text("\xFF\xFE\0\0", 4);
+    for (int i = 0; i < 300000; ++i)
+        text += std::string("a\0\0\0", 4);
+    writeFileBytes(dos.toStdString(), text + std::string("\r\0\0\0\n\0\0\0", 8));
+    const Result little = tool({"text", "detect", dos});
+    EXPECT_EQ(little.code, 0) << little.err.toStdString();
+    EXPECT_EQ(little.out, "encoding: UTF-32 LE\nline ends: CR LF\n");
+    const QString mac = temp("mac32.txt");
+    writeFileBytes(mac.toStdString(), std::string("\0\0\xFE\xFF\0\0\0a\0\0\0\r", 12));
+    const QJsonObject big = parseJson(tool({"text", "detect", mac, "--json"}).out);
+    EXPECT_EQ(big["encoding"].toString(), "UTF-32 BE");
+    EXPECT_EQ(big["lineEnds"].toString(), "CR");
+    EXPECT_FALSE(big["wide"].toBool(true));
+    EXPECT_FALSE(big["littleEndian"].toBool(true));
+    EXPECT_FALSE(big["dos"].toBool(true));
+    EXPECT_TRUE(big["mac"].toBool(false));
+    const QString unix32 = temp("lf32.txt");
+    writeFileBytes(unix32.toStdString(), std::string("\xFF\xFE\0\0\n\0\0\0\r\0\0\0", 12));
+    EXPECT_EQ(tool({"text", "detect", unix32}).out, "encoding: UTF-32 LE\nline ends: LF\n");
+}
+
 // A file that ends inside a UTF-8 sequence is no UTF-8: text detect says so, as text convert refuses it.
 // A whole sequence at the end is UTF-8.
 TEST_F(Tool, TextDetectCountsASequenceCutShortAtTheEndAsNoUtf8)

@@ -19,6 +19,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTextCodec>
+#include <QtEndian>
 
 #include <algorithm>
 #include <cstdio>
@@ -61,12 +62,48 @@ private:
     qint64 m_end = -1; // the first line end in m_head
 };
 
+// The line ends of UTF-32 text by its first CR or LF character, fed a block at a time: a CR followed by
+// an LF is CR LF, any other CR (the last character too) a bare CR, as text convert reads them.
+class Utf32LineEnds {
+public:
+    explicit Utf32LineEnds(bool little) : m_little(little) {}
+    void add(const QByteArray& block)
+    {
+        if (m_done)
+            return;
+        m_rest += block;
+        int i = 0;
+        for (; !m_done && m_rest.size() - i >= 4; i += 4) {
+            const uchar* const unit = reinterpret_cast<const uchar*>(m_rest.constData() + i);
+            const quint32 c = m_little ? qFromLittleEndian<quint32>(unit) : qFromBigEndian<quint32>(unit);
+            if (m_afterCr) {
+                m_dos = c == '\n';
+                m_done = true;
+            } else {
+                m_afterCr = c == '\r';
+                m_done = c == '\n';
+            }
+        }
+        m_rest.remove(0, i);
+    }
+    bool complete() const { return m_done; }
+    bool little() const { return m_little; }
+    bool dos() const { return m_dos; }
+    bool mac() const { return m_afterCr && !m_dos; }
+
+private:
+    bool m_little;
+    bool m_done = false, m_afterCr = false, m_dos = false;
+    QByteArray m_rest; // the bytes of a character that a block cut
+};
+
 // What text detect learns of a file's bytes, read once in blocks: all of a file, the first 64 MiB of a
 // device or pipe (which may never end, and gives its bytes to one reading only). The line-end and UTF-16
 // classification is the load's, from the mark and the first line end, the UTF-8 verdict from all of them.
 struct DetectedText {
     bool read = false;
     bool wide = false, dos = false, mac = false, little = true;
+    bool utf32 = false; // begins with a UTF-32 byte-order mark: the line ends are its characters'
     UTF8DetectEncoding utf8 = Ascii;
 };
 
@@ -78,25 +115,37 @@ DetectedText detectText(const QString& path)
         return detected;
     UTF8Detect detect;
     LoadVerdictBytes verdict;
+    std::unique_ptr<Utf32LineEnds> utf32;
     qint64 left = QFileInfo(path).isFile() ? -1 : qint64(64) << 20;
     QByteArray block;
-    while (left != 0 && !(block = file.read(1 << 20)).isEmpty()) {
+    for (bool first = true; left != 0 && !(block = file.read(1 << 20)).isEmpty(); first = false) {
         if (left > 0) {
             block.truncate(static_cast<int>(std::min<qint64>(left, block.size())));
             left -= block.size();
         }
+        if (first && (block.startsWith(QByteArray("\xFF\xFE\0\0", 4)) || block.startsWith(QByteArray("\0\0\xFE\xFF", 4))))
+            utf32.reset(new Utf32LineEnds(block.startsWith('\xFF')));
         verdict.add(block);
+        if (utf32)
+            utf32->add(block);
         // Once the bytes are found not to be UTF-8 the rest cannot change that verdict.
         if (detect.getEncoding() != Invalid)
             for (char c : block)
                 detect.add(static_cast<unsigned char>(c));
-        else if (verdict.complete())
+        else if (verdict.complete() && (!utf32 || utf32->complete()))
             break;
     }
     if (file.error() != QFileDevice::NoError)
         return detected;
     detected.read = true;
     verdict.classify(&detected.wide, &detected.dos, &detected.mac, &detected.little);
+    if (utf32) {
+        detected.utf32 = true;
+        detected.wide = false;
+        detected.little = utf32->little();
+        detected.dos = utf32->dos();
+        detected.mac = utf32->mac();
+    }
     detected.utf8 = detect.getEncoding();
     // The detector forgives a sequence cut short, as more bytes may follow; at the end of all of them a
     // cut sequence makes the text no UTF-8, as convert finds it. (A device's first 64 MiB may cut one.)
@@ -109,8 +158,9 @@ int runTextDetect(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("text detect"), QStringLiteral("FILE [--json]"),
                         QStringLiteral("Tells whether a text file is UTF-16 (and its byte order) or 8-bit (and whether UTF-8),\n"
-                                       "and its line-end style as its first line end shows it. Of a device or pipe the first\n"
-                                       "64 MiB are read."));
+                                       "and its line-end style as its first line end shows it. A file that begins with a\n"
+                                       "UTF-32 byte-order mark is said to be UTF-32, which text convert reads when it is named.\n"
+                                       "Of a device or pipe the first 64 MiB are read."));
     command.addJsonOption();
     const int early = command.parse(arguments, 1, 1);
     if (early >= 0)
@@ -123,7 +173,8 @@ int runTextDetect(const QStringList& arguments)
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
     const bool wide = detected.wide, dos = detected.dos, mac = detected.mac, little = detected.little;
     // A file that is not UTF-8 is said to be 8-bit.
-    const QString encoding = wide ? (little ? QStringLiteral("UTF-16 LE") : QStringLiteral("UTF-16 BE"))
+    const QString encoding = detected.utf32 ? (little ? QStringLiteral("UTF-32 LE") : QStringLiteral("UTF-32 BE"))
+                           : wide ? (little ? QStringLiteral("UTF-16 LE") : QStringLiteral("UTF-16 BE"))
                            : detected.utf8 == Invalid ? QStringLiteral("8-bit, not UTF-8")
                                                       : QString::fromLatin1(utf8VerdictName(detected.utf8));
     const QString lineEnds = dos ? QStringLiteral("CR LF") : mac ? QStringLiteral("CR") : QStringLiteral("LF");
