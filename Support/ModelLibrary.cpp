@@ -3008,18 +3008,21 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
 bool sp_ModelLibraryHoldsFile(const YString& path, const YString& file, SpiceLanguage language)
 {
     try {
-        const QFileInfo target(toQs(file));
-        if (!target.exists())
+        if (!QFileInfo::exists(toQs(file)))
             return false;
-        // The files met so far, by the place they name, and those whose references are still to follow.
+        // Files are compared by their keys, identities where they have one: every name of a file (a link,
+        // a hard link, and on Windows another case, a short name or the long form) leads to the one key.
+        const std::string target = Resolver::canonical(file);
+        // The files met so far, by their keys, and those whose references are still to follow.
         std::unordered_set<std::string> met;
         std::vector<YString> pending{path};
         while (!pending.empty()) {
             const YString next = pending.back();
             pending.pop_back();
-            if (!met.insert(Resolver::canonical(next)).second)
+            const std::string key = Resolver::canonical(next);
+            if (!met.insert(key).second)
                 continue;
-            if (QFileInfo(toQs(next)) == target)
+            if (key == target)
                 return true;
             ModelLibIndex index;
             if (sp_IndexModelLibrary(next, language, &index, ModelLibElements::Skip) != ModelLibStatus::Ok)
@@ -3044,12 +3047,14 @@ ModelLibStatus sp_WriteExtractedModels(const YString& path, const ModelLibExtrac
     if (sp_ModelLibraryHoldsFile(path, output, request.language))
         return ModelLibStatus::WriteFailed;
     try {
+        // (Opened by the C runtime, which opens a device such as NUL on Windows where Qt cannot.)
         const bool written = sp_ReplaceFileWith(output, [&](const YString& temporary) {
-            QFile file(toQs(temporary));
-            if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            FILE* const stream = fopen_utf8(temporary.c_str(), "wb");
+            if (!stream)
                 return false;
-            const qint64 n = file.write(text.c_str(), text.length());
-            return n == text.length() && file.flush();
+            const size_t length = static_cast<size_t>(text.length());
+            const bool ok = std::fwrite(text.c_str(), 1, length, stream) == length;
+            return std::fclose(stream) == 0 && ok;
         });
         return written ? ModelLibStatus::Ok : ModelLibStatus::WriteFailed;
     } catch (...) {

@@ -6,6 +6,7 @@
 
 #include "FileReplace.h"
 #include "FileReplace_p.h"
+#include "FileServices.h"
 #include "QtSupport.h"
 #include "TextServices.h"
 #include "XMLReport.h"
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -433,11 +435,13 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                                      " bytes, the most a results file can be read from");
 
         // Written as every results file is: complete or not at all, keeping the old file's permissions.
+        // (Opened by the C runtime, which opens a device such as NUL on Windows where Qt cannot.)
         const bool written = sp_ReplaceFileWith(output, [&](const YString& pathToWrite) {
-            QFile out(toQs(pathToWrite));
-            if (!out.open(QIODevice::WriteOnly))
+            FILE* const stream = fopen_utf8(pathToWrite.c_str(), "wb");
+            if (!stream)
                 return false;
-            bool ok = writeText(out, text);
+            QFile out;
+            bool ok = out.open(stream, QIODevice::WriteOnly) && writeText(out, text);
             for (size_t m = 0; ok && m < merits.size(); ++m) {
                 ok = writeText(out, "\t<meritfunction" + attr("value", merits[m].value) + attr("name", merits[m].name) +
                                         ">\n");
@@ -446,8 +450,9 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
                 ok = ok && writeText(out, "\t</meritfunction>\n");
             }
             ok = ok && writeText(out, "\t<steps>\n") && copyInto(out, stepsPart, 0, stepsPart.size()) &&
-                 writeText(out, "\t</steps>\n</msw>\n");
-            return ok && out.flush();
+                 writeText(out, "\t</steps>\n</msw>\n") && out.flush();
+            out.close();
+            return std::fclose(stream) == 0 && ok;
         });
         if (!written)
             return fail(message, "cannot write " + std::string(output.c_str()));

@@ -14,7 +14,10 @@
 #include <QThread>
 #include <QTextCodec>
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+#define NOMINMAX
+#include <windows.h>
+#else
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -966,6 +969,37 @@ TEST_F(ModelLibraryFiles, ExtractionWritesTheClosureInDependencyOrderAndRoundTri
     const std::string kitText = readFileBytes(top);
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(top.c_str()), nullptr), ModelLibStatus::WriteFailed);
     EXPECT_EQ(readFileBytes(top), kitText);
+    // Nor by another name of the file: any name that leads to it is refused.
+    std::vector<std::string> otherNames;
+#ifdef Q_OS_WIN
+    // The long form, another case and the short name.
+    const std::wstring native = QDir::toNativeSeparators(QString::fromStdString(dev)).toStdWString();
+    otherNames.push_back(QString::fromStdWString(L"\\\\?\\" + native).toStdString());
+    otherNames.push_back(QString::fromStdString(dev).toUpper().toStdString());
+    wchar_t shortName[1024];
+    const DWORD shortLength = GetShortPathNameW(native.c_str(), shortName, 1024);
+    ASSERT_GT(shortLength, 0u);
+    ASSERT_LT(shortLength, 1024u);
+    otherNames.push_back(QString::fromWCharArray(shortName, static_cast<int>(shortLength)).toStdString());
+#else
+    // A hard link.
+    otherNames.push_back(path("hard.spice"));
+    std::error_code linked;
+    std::filesystem::create_hard_link(dev, otherNames.back(), linked);
+    ASSERT_FALSE(linked) << linked.message();
+#endif
+    for (const std::string& name : otherNames) {
+        EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(name.c_str()), nullptr), ModelLibStatus::WriteFailed)
+            << name;
+        EXPECT_EQ(readFileBytes(dev), devText) << name;
+    }
+    // The null device takes the text.
+#ifdef Q_OS_WIN
+    const char* const nullDevice = "NUL";
+#else
+    const char* const nullDevice = "/dev/null";
+#endif
+    EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), request, YString(nullDevice), nullptr), ModelLibStatus::Ok);
     request.names = {YString("nothing")};
     EXPECT_EQ(sp_ExtractModels(YString(top.c_str()), request, &text, &problems), ModelLibStatus::NoSuchDefinition);
     EXPECT_EQ(sp_WriteExtractedModels(YString(top.c_str()), ModelLibExtractRequest{{YString("buf")}, YString("tt"), {}, SpiceLanguageNative},
