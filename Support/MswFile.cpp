@@ -1,6 +1,7 @@
 // MswFile.cpp - the XML results file of statistical analyses: writing, reading (with appended files),
 // run labels, and adding a merit function to a stored file.
 #include "FileReplace.h"
+#include "FileReplace_p.h"
 #include "FileServices.h"
 #include "Options.h"
 #include "QtSupport.h"
@@ -188,18 +189,34 @@ void readParameter(const Element& p, XMLReportInfo* record)
 bool readMswFileOnce(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
                      ReadContext* context);
 
+} // namespace
+
+xmlreport::ReadFileKey xmlreport::readFileKey(const YString& path)
+{
+    const QFileInfo file(toQs(path));
+    ReadFileKey result;
+    result.place = (file.exists() ? file.canonicalFilePath() : file.absoluteFilePath()).toStdString();
+    unsigned long long device = 0, number = 0;
+    result.key = filereplace::fileIdentity(path, &device, &number)
+                     ? "#" + std::to_string(device) + ":" + std::to_string(number)
+                     : result.place;
+    return result;
+}
+
+namespace {
+
 bool readMswFile(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header, ReadContext* context)
 {
     // A file that appends itself, directly or through others, fails as the depth rule would make it
-    // fail; a file already read elsewhere in this compile is not read again (its runs and merit
-    // functions are in).
-    const QFileInfo file(toQs(path));
-    const std::string key = (file.exists() ? file.canonicalFilePath() : file.absoluteFilePath()).toStdString();
+    // fail; a file already read elsewhere in this compile, by any of its names, is not read again (its
+    // runs and merit functions are in).
+    const xmlreport::ReadFileKey file = xmlreport::readFileKey(path);
+    const std::string& key = file.key;
     if (std::find(context->chain.begin(), context->chain.end(), key) != context->chain.end())
         return false;
     if (!context->files.insert(key).second)
         return true;
-    context->met.push_back(key);
+    context->met.push_back(file.place);
     context->chain.push_back(key);
     const bool ok = readMswFileOnce(path, table, header, context);
     context->chain.pop_back();

@@ -79,24 +79,18 @@ struct Shard {
     std::vector<YRef<YDomElement>> steps; // "step" elements
 };
 
-// The key the reader knows a file by: its canonical path, or the absolute path of a file that does not
-// exist.
-std::string fileKey(const YString& path)
-{
-    const QFileInfo info(toQs(path));
-    return (info.exists() ? info.canonicalFilePath() : info.absoluteFilePath()).toStdString();
-}
+// The files a shard's read took: their places by their keys (xmlreport::readFileKey).
+using FilesRead = std::unordered_map<std::string, std::string>;
 
-// As the reader does: a file that appends itself (through any chain) fails, a file appended twice is
-// read once, and a file with a run whose case number an int does not hold fails.
-
-bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain,
-             std::unordered_set<std::string>* read, Shard* shard)
+// As the reader does: a file that appends itself (through any chain) fails, a file appended twice (by any
+// of its names) is read once, and a file with a run whose case number an int does not hold fails.
+bool collect(const YString& path, int depth, std::unordered_set<std::string>* chain, FilesRead* read, Shard* shard)
 {
-    const std::string key = fileKey(path);
+    const xmlreport::ReadFileKey file = xmlreport::readFileKey(path);
+    const std::string& key = file.key;
     if (chain->count(key))
         return false;
-    if (!read->insert(key).second)
+    if (!read->emplace(key, file.place).second)
         return true;
     chain->insert(key);
     YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
@@ -126,10 +120,11 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
     return ok;
 }
 
-// Reads a shard; `read` (when not null) gets the keys of the files it took.
-bool loadShard(const YString& path, Shard* shard, std::unordered_set<std::string>* read = nullptr)
+// Reads a shard; `read` (when not null) gets the files it took.
+bool loadShard(const YString& path, Shard* shard, FilesRead* read = nullptr)
 {
-    std::unordered_set<std::string> chain, files;
+    std::unordered_set<std::string> chain;
+    FilesRead files;
     return collect(path, 0, &chain, read ? read : &files, shard);
 }
 
@@ -228,26 +223,26 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
         long long valuesWritten = 0;
         long long width = 0;
 
-        const std::string outputKey = fileKey(output);
+        const std::string outputKey = xmlreport::readFileKey(output).key;
         const bool outputExists = QFileInfo::exists(toQs(output));
-        std::unordered_map<std::string, size_t> firstReadBy; // a file read -> the first shard that read it
+        std::unordered_map<std::string, size_t> firstReadBy; // a file's key -> the first shard that read it
         for (size_t i = 0; i < shards.size(); ++i) {
             Shard shard;
-            std::unordered_set<std::string> read;
+            FilesRead read;
             if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
             // A file that two shards read (one appends the other, or both append it) would have its runs
             // in the output twice, and renumbering would hide it.
-            for (const std::string& key : read) {
+            for (const auto& [key, place] : read) {
                 const auto [first, fresh] = firstReadBy.emplace(key, i);
                 if (!fresh)
-                    return fail(message, "the results file " + key + " is read by both " + shardName(first->second) + " and " +
+                    return fail(message, "the results file " + place + " is read by both " + shardName(first->second) + " and " +
                                              shardName(i) + ": its runs would be merged twice");
             }
             // Replacing a file that a shard reads would change that shard, or a file it appends, under it;
             // a hard link is the same file by another name.
-            if (read.count(outputKey) || (outputExists && std::any_of(read.begin(), read.end(), [&](const std::string& key) {
-                                              return filereplace::sameFile(output, YString(key.c_str()));
+            if (read.count(outputKey) || (outputExists && std::any_of(read.begin(), read.end(), [&](const auto& file) {
+                                              return filereplace::sameFile(output, YString(file.second.c_str()));
                                           }))) {
                 if (outputReadBy)
                     *outputReadBy = static_cast<int>(i);

@@ -5,6 +5,7 @@
 #include "YString.h"
 
 #include <climits>
+#include <string>
 
 namespace xmlreport {
 /// Whether a run's case number fits a case number: a larger one would be cut to the largest and merge two
@@ -26,9 +27,18 @@ YString makeRunLabel(const YString& name, int detail);
 /// as already given: only what the files add is weighed.
 bool tooSparse(long long width, long long runs, long long values, long long held = 0);
 
+/// How the reader knows a results file: `place`, its canonical path, or the absolute path of a file that
+/// does not exist (the name it is shown by); `key`, its identity where it has one, so that every name of
+/// one file (links, and on Windows another case, a short name or the long form) is one key, else the
+/// place. A file is read once per key.
+struct ReadFileKey {
+    std::string place;
+    std::string key;
+};
+ReadFileKey readFileKey(const YString& path);
+
 /// Reads a results file as sp_CompileSensReportData does; when `sources` is not null, appends to it every
-/// file the read took, each once, in the order met, by the key the reader knows it by (the canonical
-/// path, or the absolute path of a file that does not exist).
+/// file the read took, each once, in the order met, by its place.
 bool compileResults(const YString& path, YHashTable<XMLReportInfo>* table, XMLReportHeader* header,
                     std::vector<YString>* sources);
 } // namespace xmlreport

@@ -1,6 +1,7 @@
 // MswFileTest.cpp - the XML results file: writing, reading, appended files, run labels, schema
 // validation, adding a merit function, and writes that never damage the previous file.
 #include "FileServices.h"
+#include "MswMerge.h"
 #include "MswScanner_p.h"
 #include "Options.h"
 #include "TestHelpers.h"
@@ -8,6 +9,7 @@
 #include "XMLReport.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
@@ -19,6 +21,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <limits>
 #include <map>
@@ -703,6 +706,35 @@ TEST_F(MswFile, FilesThatAppendEachOtherManyTimesAreReadOnce)
     EXPECT_EQ(t.count(), 5);
     for (int k = 0; k < 5; ++k)
         EXPECT_EQ(findCase(t, k + 1)->values[k].value, 1.5);
+}
+
+// A file appended by two of its names is read once: by a hard link to it and, on Windows, by its name
+// in another case and its long form. The files the read took are listed once, by the first name met.
+TEST_F(MswFile, AFileAppendedByTwoOfItsNamesIsReadOnce)
+{
+    writeFileBytes(path("part.msw"), msw("<meritfunction value=\"m\" name=\"M\"><sensval case=\"1\" value=\"2\"/></meritfunction>"));
+    std::vector<std::string> names{path("part.msw")};
+#ifdef Q_OS_WIN
+    names.push_back(QString::fromStdString(path("part.msw")).toUpper().toStdString());
+    names.push_back("\\\\?\\" + QDir::toNativeSeparators(QString::fromStdString(path("part.msw"))).toStdString());
+#else
+    names.push_back(path("hard.msw"));
+    std::error_code linked;
+    std::filesystem::create_hard_link(path("part.msw"), names.back(), linked);
+    ASSERT_FALSE(linked) << linked.message();
+#endif
+    std::string body = "<append>";
+    for (const std::string& name : names)
+        body += "<file path=\"" + name + "\"/>";
+    writeFileBytes(path("main.msw"), msw(body + "</append>"));
+    YHashTable<XMLReportInfo> t;
+    XMLReportHeader h;
+    std::vector<YString> sources;
+    EXPECT_TRUE(sp_CompileMswWithSources(YString(path("main.msw").c_str()), &t, &h, &sources));
+    EXPECT_EQ(h.meritFunctions.count(), 1);
+    EXPECT_EQ(t.count(), 1);
+    ASSERT_EQ(sources.size(), 2u);
+    EXPECT_EQ(QString(sources[1].c_str()), QFileInfo(QString::fromStdString(path("part.msw"))).canonicalFilePath());
 }
 
 // A small file whose runs and merit functions are almost all empty would need a dense table of nine
