@@ -219,7 +219,8 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     const QString named = QFileInfo(given).absoluteFilePath();
     const std::wstring wideNamed = systemForm(named);
     const DWORD namedAttributes = GetFileAttributesW(wideNamed.c_str());
-    if (namedAttributes != INVALID_FILE_ATTRIBUTES && (namedAttributes & FILE_ATTRIBUTE_DEVICE || isDevice(wideNamed)))
+    // (A device may have no attributes to give, as "\\.\NUL" under some systems: it is opened to tell.)
+    if ((namedAttributes != INVALID_FILE_ATTRIBUTES && namedAttributes & FILE_ATTRIBUTE_DEVICE) || isDevice(wideNamed))
         return write(path, context);
     // A link keeps pointing at its target, which receives the content: the file the path finally names
     // is the one replaced.
