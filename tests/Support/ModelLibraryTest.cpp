@@ -15,8 +15,13 @@
 #include <QTextCodec>
 
 #ifdef Q_OS_WIN
+#ifndef NOMINMAX
 #define NOMINMAX
+#endif
 #include <windows.h>
+// (The system's header names these, which this file uses as names.)
+#undef far
+#undef near
 #else
 #include <sys/stat.h>
 #include <unistd.h>
