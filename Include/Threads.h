@@ -27,8 +27,9 @@ private:
 /// A worker thread: derive, implement `threadBody`, then `start`. A copy shares the original's thread:
 /// whichever of the two is destroyed first destroys the thread, so only one may be destroyed while the
 /// thread is needed. Destroying a running thread waits a second for the body to return, then
-/// terminates it wherever it is (on POSIX systems the body may be cancelled at any instruction, as a
-/// thread is ended by force on Windows): a body ended so may leave locks it held, of the C library too,
+/// terminates it wherever it is in the body (on POSIX systems it may be cancelled at any instruction, as
+/// a thread is ended by force on Windows); a thread whose body has returned is waited for to its end,
+/// its deferred deletions included. A body ended so may leave locks it held, of the C library too,
 /// so bodies that can run long should end through `requestTerminate` or flags of their own. A body may
 /// destroy its own thread object; the thread then ends when the body returns. The wait happens in this
 /// class's destructor, after the subclass's own is done: a subclass that may be destroyed between

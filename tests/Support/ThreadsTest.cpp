@@ -47,6 +47,29 @@ public:
     }
 };
 
+// An object whose deferred deletion takes a while, as one that flushes or closes a connection does.
+std::atomic<bool> g_slowDeleted{false};
+
+class SlowToDelete : public QObject {
+public:
+    ~SlowToDelete() override
+    {
+        QThread::msleep(1500);
+        g_slowDeleted = true;
+    }
+};
+
+// A body that leaves such an object to the thread's end and returns.
+class ReturningThread : public KvQThread {
+public:
+    std::atomic<bool> returning{false};
+    void threadBody() override
+    {
+        (new SlowToDelete)->deleteLater();
+        returning = true;
+    }
+};
+
 // A body that destroys its own thread object, then goes on with what it keeps outside it.
 class SelfDestroyingThread : public KvQThread {
 public:
@@ -123,6 +146,23 @@ TEST(KvQThread, DestroyingARunningThreadTerminatesItAfterASecond)
     const qint64 ms = timer.elapsed();
     EXPECT_GE(ms, 950);
     EXPECT_LT(ms, 5000);
+}
+
+// A body that has returned is not ended by force: the thread's own finishing work (here a deferred
+// deletion that outlasts the second the destructor waits) is waited for.
+TEST(KvQThread, AThreadFinishingAfterItsBodyIsWaitedForNotTerminated)
+{
+    g_slowDeleted = false;
+    auto* t = new ReturningThread;
+    t->start();
+    while (!t->returning)
+        QThread::msleep(1);
+    QThread::msleep(100);
+    QElapsedTimer timer;
+    timer.start();
+    delete t;
+    EXPECT_TRUE(g_slowDeleted.load());
+    EXPECT_GE(timer.elapsed(), 1000);
 }
 
 TEST(KvQThread, ABodyThatNeverCallsTheSystemIsTerminatedToo)
