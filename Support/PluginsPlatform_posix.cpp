@@ -37,8 +37,10 @@ bool load(QLibrary& library)
         return false;
     link_map* map = nullptr;
     const bool found = dlinfo(handle, RTLD_DI_LINKMAP, &map) == 0 && map && map->l_name && *map->l_name;
+    // The loader names the file as it found it: relative to the current folder for a relative entry of
+    // its search path, which Qt would take for a name to complete.
     if (found)
-        library.setFileName(QFile::decodeName(map->l_name));
+        library.setFileName(QFileInfo(QFile::decodeName(map->l_name)).absoluteFilePath());
     const bool loaded = found && library.load();
     dlclose(handle);
     return loaded;

@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 #ifdef Q_OS_WIN
 #include "PluginsPlatform_p.h"
@@ -20,6 +21,8 @@
 #endif
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -143,6 +146,33 @@ TEST_F(Plugins, ANameThatEndsAsAModuleFileNamesThatFileAlone)
 #endif
     QDir::setCurrent(before);
 }
+
+#ifdef Q_OS_LINUX
+// A bare name that the system's loader finds through a relative entry of its search path loads that
+// file, not another name Qt would try first ("libx.so" for "x.so"). The search path is read when a
+// process starts, so a child run of this test looks the name up and prints what it loaded.
+TEST_F(Plugins, ABareNameFoundThroughARelativeSearchPathIsThatFile)
+{
+    if (qEnvironmentVariableIsSet("SUPPORTQT_BARE_NAME_CHILD")) {
+        auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction("bare.so", "moduleVersion", false, nullptr, false));
+        std::printf("loaded version %d\n", f ? f() : -1);
+        std::fflush(stdout);
+        std::_Exit(0);
+    }
+    QDir().mkpath(QString::fromStdString(path("rel")));
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(kDirs + "/dir1/" + kVersioned), QString::fromStdString(path("rel/bare.so"))));
+    ASSERT_TRUE(QFile::copy(QString::fromStdString(kDirs + "/dir2/" + kVersioned), QString::fromStdString(path("rel/libbare.so"))));
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("SUPPORTQT_BARE_NAME_CHILD"), QStringLiteral("1"));
+    environment.insert(QStringLiteral("LD_LIBRARY_PATH"), QStringLiteral("rel"));
+    child.setProcessEnvironment(environment);
+    child.setWorkingDirectory(QString::fromStdString(m_dir));
+    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=Plugins.ABareNameFoundThroughARelativeSearchPathIsThatFile")});
+    ASSERT_TRUE(child.waitForFinished(60000));
+    EXPECT_TRUE(child.readAllStandardOutput().contains("loaded version 1\n")) << child.readAllStandardError().toStdString();
+}
+#endif
 
 #ifdef Q_OS_WIN
 // A bare name is looked for where the system looks for modules, but never in the current folder: the
