@@ -3,8 +3,10 @@
 #include "FileOpenCheck_p.h"
 #include "FileReplace.h"
 #include "FileServices.h"
+#include "QtSupport.h"
 
 #include <QByteArray>
+#include <QFileInfo>
 
 #include <zlib.h>
 
@@ -124,8 +126,8 @@ public:
     void load(YString path) override
     {
         // A FIFO, whose open would wait for a writer that may never come, counts as a file that cannot be
-        // opened, and so does a socket.
-        if (fileopencheck::waitsToOpen(QByteArray(path.c_str())))
+        // opened, and so does a socket; so does a folder, which the C library opens on POSIX systems only.
+        if (fileopencheck::waitsToOpen(QByteArray(path.c_str())) || QFileInfo(toQs(path)).isDir())
             return;
         FILE* f = nullptr;
         if (fopen_s_utf8(&f, path.c_str(), "rb") != 0 || !f)

@@ -219,6 +219,16 @@ TEST_F(Compress, BadFilesLeaveAnEmptyBufferOrNothing)
     EXPECT_FALSE(h->save(YString(path("no/dir/x.z").c_str())));
 }
 
+// A folder is a file that cannot be opened, on every system: loading it leaves the buffer as it was.
+TEST_F(Compress, AFolderLeavesTheBufferAsItWas)
+{
+    auto c = make();
+    c->append("kept", 4);
+    c->load(YString(m_dir.c_str()));
+    EXPECT_EQ(std::string(c->data(), static_cast<size_t>(c->size())), "kept");
+    EXPECT_FALSE(c->save(YString(m_dir.c_str())));
+}
+
 #ifndef Q_OS_WIN
 // A FIFO that no one writes is a file that cannot be opened: loading it returns at once and leaves the
 // buffer as it was. A device opens, and its no bytes join the buffer, which then does not decompress.
