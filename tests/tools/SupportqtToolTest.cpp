@@ -240,11 +240,12 @@ TEST_F(Tool, StatsOutputsAreWrittenAllOrNone)
 }
 
 // A results file in another encoding that declares none reads with its bytes as they are: the pages
-// and pictures made of it carry U+FFFD for bytes that are no UTF-8, and stay well-formed.
+// and pictures made of it carry U+FFFD for bytes that are no UTF-8, and for U+FFFE and U+FFFF, which are
+// no characters of XML, and stay well-formed.
 TEST_F(Tool, PagesAndPicturesOfALatin1ResultsFileAreUtf8)
 {
     std::string results = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n<header title=\"caf\xE9\" analysis=\".mc 20\"/>\n"
-                          "<meritfunction value=\"f\xE9\" name=\"m\xE9\">\n";
+                          "<meritfunction value=\"f\xE9\" name=\"m\xE9\xEF\xBF\xBE\xEF\xBF\xBF\">\n";
     for (int i = 1; i <= 6; ++i)
         results += "<sensval case=\"" + std::to_string(i) + "\" value=\"" + std::to_string(i * 0.5) + "\"/>\n";
     results += "</meritfunction>\n</msw>\n";
@@ -264,6 +265,8 @@ TEST_F(Tool, PagesAndPicturesOfALatin1ResultsFileAreUtf8)
         QTextCodec::codecForName("UTF-8")->toUnicode(bytes.data(), static_cast<int>(bytes.size()), &state);
         EXPECT_EQ(state.invalidChars, 0) << output.toStdString();
         EXPECT_EQ(bytes.find('\xE9'), std::string::npos) << output.toStdString();
+        EXPECT_EQ(bytes.find("\xEF\xBF\xBE"), std::string::npos) << output.toStdString();
+        EXPECT_EQ(bytes.find("\xEF\xBF\xBF"), std::string::npos) << output.toStdString();
     }
     EXPECT_NE(readFileBytes(temp("stats.html").toStdString()).find("caf\xEF\xBF\xBD"), std::string::npos);
     if (hostPeerAvailable("xmllint")) {

@@ -30,11 +30,16 @@ std::string inlineSvg(const std::string& svg)
 std::string xmlEscaped(const std::string& text)
 {
     // Bytes that are no UTF-8 (a results file in another encoding that declared none) become U+FFFD, as
-    // the library's XML writer makes them, so that the page or picture stays well-formed.
+    // the library's XML writer makes them, so that the page or picture stays well-formed; so do U+FFFE and
+    // U+FFFF, which are UTF-8 but no characters of XML.
     std::string valid;
     const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 128; });
-    if (!ascii)
+    if (!ascii) {
         valid = QString::fromUtf8(text.data(), static_cast<int>(text.size())).toUtf8().toStdString();
+        for (size_t at = valid.find("\xEF\xBF"); at != std::string::npos; at = valid.find("\xEF\xBF", at + 1))
+            if (at + 2 < valid.size() && (valid[at + 2] == '\xBE' || valid[at + 2] == '\xBF'))
+                valid[at + 2] = '\xBD';
+    }
     std::string out;
     out.reserve(text.size());
     for (char c : ascii ? text : valid) {
