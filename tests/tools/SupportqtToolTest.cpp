@@ -239,6 +239,28 @@ TEST_F(Tool, StatsOutputsAreWrittenAllOrNone)
     EXPECT_TRUE(QFileInfo::exists(QDir(temp("charts")).filePath("merit1_histogram.svg")));
 }
 
+// A normalised sensitivity near the largest double, which no round ticks can cover: the tornado chart
+// makes an axis of that magnitude, ticked at its ends and at 0, and every coordinate is a number.
+TEST_F(Tool, ATornadoOfASensitivityNearTheLargestNumberHasFiniteCoordinates)
+{
+    const QString file = temp("huge.msw");
+    writeFileBytes(file.toStdString(), "<?xml version=\"1.0\"?>\n<msw version=\"1.0\">\n<header analysis=\".sens\" title=\"t\"/>\n"
+                                       "<meritfunction value=\"f\" name=\"f\"><sensval case=\"1\" value=\"1\"/>"
+                                       "<sensval case=\"2\" value=\"2.6e-293\"/><sensval case=\"3\" value=\"2\"/></meritfunction>\n"
+                                       "<steps><step case=\"1\" description=\"Nominal\"/><step case=\"2\" description=\"big\">"
+                                       "<parameter name=\"P\" nom=\"1\" usedvalue=\"1.0000000000000002\"/></step>"
+                                       "<step case=\"3\" description=\"small\"><parameter name=\"Q\" nom=\"1\" usedvalue=\"2\"/></step>"
+                                       "</steps>\n</msw>\n");
+    const Result r = tool({"report", "sens", file, "-o", temp("huge.html"), "--chart", temp("huge.svg")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::string svg = readFileBytes(path("huge.svg"));
+    EXPECT_EQ(svg.find("inf"), std::string::npos) << svg;
+    EXPECT_EQ(svg.find("nan"), std::string::npos) << svg;
+    EXPECT_NE(svg.find("<rect x=\"300.0\" y=\"71.0\" width=\"250.0\""), std::string::npos) << svg;
+    EXPECT_NE(svg.find(">-173.215e306</text>"), std::string::npos) << svg;
+    EXPECT_NE(svg.find(">173.215e306</text>"), std::string::npos) << svg;
+}
+
 // A results file in another encoding that declares none reads with its bytes as they are: the pages
 // and pictures made of it carry U+FFFD for bytes that are no UTF-8, and for U+FFFE and U+FFFF, which are
 // no characters of XML, and stay well-formed.

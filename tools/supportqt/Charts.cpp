@@ -216,8 +216,12 @@ std::string sensitivityTornadoSvg(const YHashTable<XMLReportInfo>& table, const 
         double largest = options.sharedScale ? sharedLargest : largestMagnitude(bars);
         if (largest == 0.0)
             largest = 1.0;
-        const AxisTicks ticks = sp_RoundAxisTicks(-largest, largest, kTornadoTicks);
-        const double reach = std::max(std::fabs(ticks.low), std::fabs(ticks.high));
+        // A magnitude that no round ticks can cover (near the largest doubles) makes an axis of its own,
+        // ticked at its ends and at 0.
+        AxisTicks ticks = sp_RoundAxisTicks(-largest, largest, kTornadoTicks);
+        if (ticks.values.empty())
+            ticks.values = {-largest, 0.0, largest};
+        const double reach = ticks.step > 0 ? std::max(std::fabs(ticks.low), std::fabs(ticks.high)) : largest;
         const double zero = (kBarLeft + kBarRight) / 2;
         const double scale = (kBarRight - kBarLeft) / 2 / reach;
         const double top = y;
