@@ -87,8 +87,10 @@ bool nestsTooDeep(QIODevice& device, const QUrl& uri, QSourceLocation* where)
     }
     if (tooDeep && where) {
         where->setUri(uri);
+        // The reader stands just past the element's start tag: the column counts the characters up to
+        // its ">", where the validator's own messages point too.
         where->setLine(reader.lineNumber());
-        where->setColumn(reader.columnNumber() + 1);
+        where->setColumn(reader.columnNumber());
     }
     device.seek(0);
     return tooDeep;

@@ -129,6 +129,7 @@ TEST_F(SchemaValidation, FilesNestedTooDeepAreRefusedAndNotFollowed)
     EXPECT_EQ(message.text, YString("The document nests elements deeper than 1000 levels, more than the validator follows"));
     EXPECT_EQ(message.file, deep);
     EXPECT_EQ(message.line, 1001); // the 1,001st element starts line 1001
+    EXPECT_EQ(message.column, 3);  // at the ">" of its "<x>", as the validator's own messages point
     YString plain;
     EXPECT_EQ(sp_ValidateXml(deep, schema, &plain), XmlValidateInvalid);
     EXPECT_EQ(plain, message.text);
