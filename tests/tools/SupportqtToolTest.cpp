@@ -261,6 +261,24 @@ TEST_F(Tool, ATornadoOfASensitivityNearTheLargestNumberHasFiniteCoordinates)
     EXPECT_NE(svg.find(">173.215e306</text>"), std::string::npos) << svg;
 }
 
+// Standard input is the text of one input: a command given "-" for two (a document and its schema, two
+// libraries to compare) is refused, rather than comparing the text with itself.
+TEST_F(Tool, StandardInputIsGivenForOneInputOnly)
+{
+    const QByteArray document("<r/>\n");
+    const QString refused = QStringLiteral(": standard input is the text of one input only, and '-' is given for two\n");
+    const Result validate = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"validate", "-", "--schema", "-"}, QString(), document);
+    EXPECT_EQ(validate.code, 1);
+    EXPECT_EQ(validate.err, "supportqt validate" + refused);
+    const Result diff = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "diff", "-", "-"}, QString(), ".model m d\n");
+    EXPECT_EQ(diff.code, 1);
+    EXPECT_EQ(diff.err, "supportqt lib diff" + refused);
+    // One "-" is read as before.
+    writeFileBytes(path("r.xsd"), "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\"><xs:element name=\"r\"/></xs:schema>");
+    const Result once = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"validate", "-", "--schema", temp("r.xsd")}, QString(), document);
+    EXPECT_EQ(once.code, 0) << once.err.toStdString();
+}
+
 // A results file in another encoding that declares none reads with its bytes as they are: the pages
 // and pictures made of it carry U+FFFD for bytes that are no UTF-8, and for U+FFFE and U+FFFF, which are
 // no characters of XML, and stay well-formed.

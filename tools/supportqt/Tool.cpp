@@ -236,6 +236,11 @@ QString shownPath(const QString& path)
 bool ToolCommand::input(QString* path) const
 {
     if (isStandardStream(*path)) {
+        if (m_standardInputTaken) {
+            fail(ExitFailure, QStringLiteral("standard input is the text of one input only, and '-' is given for two"));
+            return false;
+        }
+        m_standardInputTaken = true;
         *path = standardInputFile();
         if (path->isEmpty()) {
             fail(ExitFailure, g_standardInputUnwritten ? QStringLiteral("cannot write the temporary copy of standard input that it is read from")

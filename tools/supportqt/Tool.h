@@ -66,7 +66,8 @@ public:
     bool checkInput(const QString& path) const;
     /// An input named on the command line, checked with `checkInput`: "-" is standard input, which is
     /// then read to its end into a temporary file whose name replaces `*path` (the library reads files
-    /// by name). False, reported, when it cannot be read.
+    /// by name). False, reported, when it cannot be read, and for a second "-" of the command: one text
+    /// given for two inputs would only be compared with itself.
     bool input(QString* path) const;
     /// The first positional argument as an input, as `input` takes it.
     bool inputArgument(QString* path) const
@@ -100,6 +101,7 @@ private:
     QStringList m_pathOptions; // the long names of the options whose value is a path
     QList<QStringList> m_singleValued; // the names of each option with a value that may be given once only
     bool m_json = false;
+    mutable bool m_standardInputTaken = false; // an input of the command was "-"
 };
 
 /// True for "-", the name of standard input or standard output on the command line.
