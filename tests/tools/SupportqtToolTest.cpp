@@ -261,6 +261,34 @@ TEST_F(Tool, ATornadoOfASensitivityNearTheLargestNumberHasFiniteCoordinates)
     EXPECT_NE(svg.find(">173.215e306</text>"), std::string::npos) << svg;
 }
 
+// The reports take their result columns from case 1, the nominal run: a --sort column past its values
+// sorts by another column, and the user is told which.
+TEST_F(Tool, ASortColumnPastTheNominalRunsValuesIsSaid)
+{
+    const std::string head = "<?xml version=\"1.0\"?>\n<msw version=\"1.0\"><header analysis=\".sens\" title=\"t\"/>\n";
+    const std::string steps = "<steps><step case=\"1\" description=\"Nom\"/><step case=\"2\" description=\"B\"/>"
+                              "<step case=\"3\" description=\"A\"/></steps></msw>\n";
+    writeFileBytes(path("short.msw"), head +
+                                          "<meritfunction value=\"a(x)\" name=\"a\"><sensval case=\"1\" value=\"1\"/><sensval case=\"2\" "
+                                          "value=\"3\"/><sensval case=\"3\" value=\"2\"/></meritfunction>\n<meritfunction value=\"b(x)\" "
+                                          "name=\"b\"><sensval case=\"2\" value=\"30\"/><sensval case=\"3\" value=\"20\"/></meritfunction>\n" +
+                                          steps);
+    const Result past = tool({"report", "csv", temp("short.msw"), "-o", temp("short.csv"), "--sort", "6"});
+    EXPECT_EQ(past.code, 0);
+    EXPECT_EQ(past.err, "supportqt report: case 1 of " + temp("short.msw") +
+                            " holds values of 1 merit function, so the reports sort by column 4, not by column 6\n");
+    EXPECT_EQ(tool({"report", "csv", temp("short.msw"), "-o", temp("short.csv"), "--sort", "5"}).err, QString());
+    writeFileBytes(path("nonominal.msw"), head +
+                                              "<meritfunction value=\"a(x)\" name=\"a\"><sensval case=\"2\" value=\"3\"/>"
+                                              "<sensval case=\"3\" value=\"2\"/></meritfunction>\n" +
+                                              "<steps><step case=\"2\" description=\"B\"/><step case=\"3\" description=\"A\"/></steps></msw>\n");
+    const Result none = tool({"report", "csv", temp("nonominal.msw"), "-o", "-", "--sort", "a.delta"});
+    EXPECT_EQ(none.code, 0);
+    EXPECT_EQ(none.err, "supportqt report: " + temp("nonominal.msw") +
+                            " has no case 1, so the reports sort by the description (column 1), not by column 3\n");
+    EXPECT_TRUE(none.out.endsWith("3,A,2,0,!DIV0\n2,B,3,0,!DIV0\n")) << none.out.toStdString();
+}
+
 // Standard input is the text of one input: a command given "-" for two (a document and its schema, two
 // libraries to compare) is refused, rather than comparing the text with itself.
 TEST_F(Tool, StandardInputIsGivenForOneInputOnly)

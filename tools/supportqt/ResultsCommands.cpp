@@ -1082,6 +1082,19 @@ int runReport(const QStringList& arguments)
     }
     if (sort < 0 || sort >= columns)
         return command.fail(ExitUsage, QStringLiteral("--sort takes a column from 0 to %1 for this file").arg(columns - 1));
+    // The reports take their result columns from the values of case 1, the nominal run: a column past
+    // them sorts by the last norm column instead, by the description when there is no case 1.
+    if (command.isSet(QStringLiteral("sort")) && sort >= 2) {
+        XMLReportInfo probe;
+        probe.caseNumber = 1;
+        const XMLReportInfo* const nominal = table.find(probe);
+        const int held = nominal ? nominal->values.count() : 0;
+        const QString taken = held == 0 ? QStringLiteral("the description (column 1)") : QStringLiteral("column %1").arg(3 * held + 1);
+        if (sort > 3 * held + 2)
+            command.warn((nominal ? QStringLiteral("case 1 of %1 holds values of %2 merit function%3").arg(command.positional().at(1)).arg(held).arg(held == 1 ? "" : "s")
+                                  : QStringLiteral("%1 has no case 1").arg(command.positional().at(1))) +
+                         QStringLiteral(", so the reports sort by %1, not by column %2").arg(taken).arg(sort));
+    }
     // The library's reports write the file's texts as they are: the user is told where that breaks one.
     if (kind != QLatin1String("csv"))
         warnOfUnescapedText(command, command.positional().at(1), table, header, false, kind != QLatin1String("sens"));
