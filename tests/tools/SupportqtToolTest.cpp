@@ -289,6 +289,23 @@ TEST_F(Tool, ASortColumnPastTheNominalRunsValuesIsSaid)
     EXPECT_TRUE(none.out.endsWith("3,A,2,0,!DIV0\n2,B,3,0,!DIV0\n")) << none.out.toStdString();
 }
 
+// A style sheet the library does not copy (larger than 16 MiB, or no regular file) gives the built-in
+// style, and the user is told.
+TEST_F(Tool, AStyleSheetThatIsNotCopiedIsSaid)
+{
+    const QString results = example("results/buck_sensitivity.msw");
+    writeFileBytes(path("large.css"), std::string((16 << 20) + 1, ' '));
+    const Result large = tool({"report", "sens", results, "-o", temp("large.html"), "--style", temp("large.css")});
+    EXPECT_EQ(large.code, 0);
+    EXPECT_EQ(large.err, "supportqt report: the style sheet " + temp("large.css") +
+                             " is not a regular file of at most 16 MiB; the reports have the built-in style\n");
+    writeFileBytes(path("small.css"), "td { color: red; }\n");
+    const Result small = tool({"report", "sens", results, "-o", temp("small.html"), "--style", temp("small.css")});
+    EXPECT_EQ(small.code, 0);
+    EXPECT_EQ(small.err, QString());
+    EXPECT_NE(readFileBytes(path("small.html")).find("td { color: red; }"), std::string::npos);
+}
+
 // Standard input is the text of one input: a command given "-" for two (a document and its schema, two
 // libraries to compare) is refused, rather than comparing the text with itself.
 TEST_F(Tool, StandardInputIsGivenForOneInputOnly)

@@ -1062,6 +1062,11 @@ int runReport(const QStringList& arguments)
     QString style = command.value(QStringLiteral("style"));
     if (!style.isEmpty() && !command.input(&style))
         return ExitFailure;
+    // The library copies a regular style sheet of up to 16 MiB, and writes its built-in style for any
+    // other: the user is told that the sheet named is not the one used.
+    if (!style.isEmpty() && (!QFileInfo(style).isFile() || QFileInfo(style).size() > 16LL * 1024 * 1024))
+        command.warn(QStringLiteral("the style sheet %1 is not a regular file of at most 16 MiB; the reports have the built-in style")
+                         .arg(command.value(QStringLiteral("style"))));
     const QString output = command.value(QStringLiteral("output"));
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
