@@ -1101,8 +1101,12 @@ int runReport(const QStringList& arguments)
                          QStringLiteral(", so the reports sort by %1, not by column %2").arg(taken).arg(sort));
     }
     // The library's reports write the file's texts as they are: the user is told where that breaks one.
+    // (The logs, which write more of the file's texts, are written by mc and wc, and by all unless the
+    // analysis is a sensitivity one.)
+    const bool logsWritten = kind == QLatin1String("mc") || kind == QLatin1String("wc") ||
+                             (kind == QLatin1String("all") && !analysisIs(header, ".sens"));
     if (kind != QLatin1String("csv"))
-        warnOfUnescapedText(command, command.positional().at(1), table, header, false, kind != QLatin1String("sens"));
+        warnOfUnescapedText(command, command.positional().at(1), table, header, false, logsWritten);
     if (kind == QLatin1String("csv") || kind == QLatin1String("all"))
         warnOfUnescapedText(command, command.positional().at(1), table, header, true, false);
     if (kind == QLatin1String("all"))
