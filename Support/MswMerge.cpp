@@ -79,8 +79,11 @@ struct Shard {
     std::vector<YRef<YDomElement>> steps; // "step" elements
 };
 
-// The files a shard's read took: their places by their keys (xmlreport::readFileKey).
-using FilesRead = std::unordered_map<std::string, std::string>;
+// The files a shard's read took, in the order met: their keys and places (xmlreport::readFileKey).
+struct FilesRead {
+    std::unordered_set<std::string> keys;
+    std::vector<xmlreport::ReadFileKey> inOrder;
+};
 
 // As the reader does: a file that appends itself (through any chain) fails, a file appended twice (by any
 // of its names) is read once, and a file with a run whose case number an int does not hold fails.
@@ -90,8 +93,9 @@ bool collect(const YString& path, int depth, std::unordered_set<std::string>* ch
     const std::string& key = file.key;
     if (chain->count(key))
         return false;
-    if (!read->emplace(key, file.place).second)
+    if (!read->keys.insert(key).second)
         return true;
+    read->inOrder.push_back(file);
     chain->insert(key);
     YRef<YDomDocument> document = YXML_Factory::Make_RapidXML_DOM_Document();
     YRef<YDomElement> root;
@@ -231,23 +235,23 @@ bool sp_MergeMswFiles(const std::vector<YString>& shards, const YString& output,
             FilesRead read;
             if (!loadShard(shards[i], &shard, &read))
                 return fail(message, "cannot read the results file " + shardName(i));
-            // A file that two shards read (one appends the other, or both append it) would have its runs
-            // in the output twice, and renumbering would hide it.
-            for (const auto& [key, place] : read) {
-                const auto [first, fresh] = firstReadBy.emplace(key, i);
-                if (!fresh)
-                    return fail(message, "the results file " + place + " is read by both " + shardName(first->second) + " and " +
-                                             shardName(i) + ": its runs would be merged twice");
-            }
             // Replacing a file that a shard reads would change that shard, or a file it appends, under it;
             // a hard link is the same file by another name.
-            if (read.count(outputKey) || (outputExists && std::any_of(read.begin(), read.end(), [&](const auto& file) {
-                                              return filereplace::sameFile(output, YString(file.second.c_str()));
-                                          }))) {
+            if (read.keys.count(outputKey) || (outputExists && std::any_of(read.inOrder.begin(), read.inOrder.end(), [&](const auto& file) {
+                                                   return filereplace::sameFile(output, YString(file.place.c_str()));
+                                               }))) {
                 if (outputReadBy)
                     *outputReadBy = static_cast<int>(i);
                 return fail(message, "the output " + std::string(output.c_str()) + " is a file that " + shardName(i) +
                                          " reads; name another");
+            }
+            // A file that two shards read (one appends the other, or both append it) would have its runs
+            // in the output twice, and renumbering would hide it. The first such file met is named.
+            for (const xmlreport::ReadFileKey& file : read.inOrder) {
+                const auto [first, fresh] = firstReadBy.emplace(file.key, i);
+                if (!fresh)
+                    return fail(message, "the results file " + file.place + " is read by both " + shardName(first->second) +
+                                             " and " + shardName(i) + ": its runs would be merged twice");
             }
             if (i == 0) {
                 for (const YRef<YDomElement>& m : shard.merits)

@@ -12,8 +12,6 @@
 #include <QThread>
 #include <QVector>
 
-#include <atomic>
-
 #ifndef _WIN32
 #include <pthread.h>
 #endif
@@ -22,32 +20,29 @@
 class KvThreadImpl : public QThread {
 public:
     explicit KvThreadImpl(KvQThread* owner) : m_owner(owner) {}
-    // Whether the body of the current start has returned (the thread may still run Qt's finishing work).
-    bool bodyReturned() const { return m_bodyReturned.load(); }
 
 protected:
     void run() override
     {
-        m_bodyReturned.store(false);
 #ifndef _WIN32
         // A forced end must stop even a body that never makes a system call: the POSIX cancellation
         // Qt's terminate uses would otherwise wait for one forever. Only the body is cancellable at any
-        // instruction; Qt's own finishing code after it (deferred deletions, thread storage), which has
-        // cleanups that a cancellation must not unwind, is not cancellable at all.
+        // instruction.
         int previous = PTHREAD_CANCEL_DEFERRED;
         pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &previous);
         m_owner->threadBody();
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
         pthread_setcanceltype(previous, nullptr);
 #else
         m_owner->threadBody();
 #endif
-        m_bodyReturned.store(true);
+        // Qt's own finishing work after the body (deferred deletions, thread storage) has cleanups that
+        // a forced end must not cut off: a terminate asked for from now on is left pending, and the
+        // thread ends by itself.
+        QThread::setTerminationEnabled(false);
     }
 
 private:
     KvQThread* m_owner;
-    std::atomic<bool> m_bodyReturned{false};
 };
 
 KvMutex::KvMutex() : m_mutex(new QMutex) {}
@@ -101,9 +96,7 @@ KvQThread::~KvQThread()
         return;
     }
     if (m_impl->isRunning() && !m_impl->wait(1000)) {
-        // A body that has returned leaves only Qt's finishing work, which is waited for, not ended.
-        if (!m_impl->bodyReturned())
-            m_impl->terminate();
+        m_impl->terminate();
         m_impl->wait();
     }
     delete m_impl;

@@ -389,6 +389,24 @@ TEST_F(MswMerge, AFileThatTwoShardsReadFails)
     EXPECT_EQ(message, YString(("the results file " + common + " is read by both " + path("a.msw") + " and " +
                                 path("common.msw") + ": its runs would be merged twice").c_str()));
     EXPECT_FALSE(QFile::exists(QString::fromStdString(path("m.msw"))));
+    // An output that the later shard reads is told as such, though that shard shares a file too.
+    shard("out.msw", 7, "");
+    writeFileBytes(path("y.msw"), R"(<?xml version="1.0"?><msw version="1.0"><append><file path=")" + path("common.msw") +
+                                      R"("/><file path=")" + path("out.msw") + R"("/></append></msw>)");
+    int readBy = -1;
+    EXPECT_FALSE(sp_MergeMswFiles({p("a.msw"), p("y.msw")}, p("out.msw"), true, &message, nullptr, &readBy));
+    EXPECT_EQ(readBy, 1);
+    EXPECT_EQ(message, YString(("the output " + path("out.msw") + " is a file that " + path("y.msw") + " reads; name another").c_str()));
+    // Of several files two shards share, the first met is named.
+    shard("second.msw", 8, "");
+    writeFileBytes(path("z.msw"), R"(<?xml version="1.0"?><msw version="1.0"><append><file path=")" + path("second.msw") +
+                                      R"("/><file path=")" + path("common.msw") + R"("/></append></msw>)");
+    writeFileBytes(path("w.msw"), R"(<?xml version="1.0"?><msw version="1.0"><append><file path=")" + path("second.msw") +
+                                      R"("/><file path=")" + path("common.msw") + R"("/></append></msw>)");
+    const std::string second = QFileInfo(QString::fromStdString(path("second.msw"))).canonicalFilePath().toStdString();
+    EXPECT_FALSE(sp_MergeMswFiles({p("z.msw"), p("w.msw")}, p("m.msw"), true, &message, nullptr));
+    EXPECT_EQ(message, YString(("the results file " + second + " is read by both " + path("z.msw") + " and " + path("w.msw") +
+                                ": its runs would be merged twice").c_str()));
     // Shards that read no file in common merge.
     shard("other.msw", 6, "");
     shard("c.msw", 3, "other.msw");

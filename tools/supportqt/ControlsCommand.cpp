@@ -113,7 +113,7 @@ int runControls(const QStringList& arguments)
     // The file's format is looked at before its text is read: it must be one that can be read twice.
     QString path;
     if (!command.regularInputArgument(&path))
-        return ExitFailure;
+        return command.inputFailure();
     // The netlist's bytes as the netlist reader takes them: a UTF-16 file through its UTF-8 text (line
     // ends made LF), any other as it is, its line ends, 0xFF and bytes of other encodings left to the
     // parser's own reader.

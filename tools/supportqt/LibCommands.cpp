@@ -371,7 +371,7 @@ int runLibDiff(const QStringList& arguments)
     QString a = command.positional().at(0);
     QString b = command.positional().at(1);
     if (!command.regularInput(&a) || !command.regularInput(&b))
-        return ExitFailure;
+        return command.inputFailure();
     ModelLibDiff diff;
     const ModelLibStatus status = sp_DiffModelLibraries(toYs(a), toYs(b), language, &diff);
     if (status != ModelLibStatus::Ok)
@@ -446,7 +446,7 @@ int runLibExtract(const QStringList& arguments)
     if (toStandardOutput && command.json())
         return command.fail(ExitUsage, QStringLiteral("--json needs an output file: standard output takes the library"));
     if (!command.regularInput(&path) || !refuseClimbingReferences(command, path, request.language))
-        return ExitFailure;
+        return command.inputFailure();
     if (!toStandardOutput && !command.checkOutput(output))
         return ExitFailure;
     if (!toStandardOutput && sameExistingFile(path, output))

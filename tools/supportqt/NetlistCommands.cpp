@@ -401,7 +401,7 @@ int runNetlist(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("--literal reads no title line; give --literal or --title"));
     QString path;
     if (!command.regularInputArgument(&path))
-        return ExitFailure;
+        return command.inputFailure();
 
     // The file is read twice, the lines held by neither reading: first for what is said before or after
     // them (and whether a line is longer than memory, which prints nothing), then for the lines, which are
@@ -488,7 +488,7 @@ int runIndex(const QStringList& arguments)
         return early;
     QString path;
     if (!command.regularInputArgument(&path))
-        return ExitFailure;
+        return command.inputFailure();
     ModelLibIndex index;
     // Ranges and names are all the listing shows: the subcircuits' element lines are passed over.
     const ModelLibStatus status = sp_IndexModelLibrary(toYs(path), SpiceLanguageNative, &index, ModelLibElements::Skip);
@@ -565,7 +565,7 @@ int runSection(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("--name takes one word, not '%1'").arg(name));
     QString path;
     if (!command.regularInputArgument(&path))
-        return ExitFailure;
+        return command.inputFailure();
     // The positions count the characters of the text the index read: a UTF-16 library's UTF-8 copy,
     // which the reader is handed here so that it does not make its own.
     const WideTextFileConverter text(toYs(path));

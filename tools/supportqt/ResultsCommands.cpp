@@ -590,7 +590,7 @@ int runResults(const QStringList& arguments)
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header))
-        return ExitFailure;
+        return command.inputFailure();
     const bool withRuns = command.isSet(QStringLiteral("runs")) && !command.isSet(QStringLiteral("stats-only"));
     const ResultsSummary summary = summariseResults(path, table, header);
     std::vector<const XMLReportInfo*> runs;
@@ -625,7 +625,7 @@ int runValidate(const QStringList& arguments)
     QString path = given;
     QString schema = givenSchema;
     if (!command.input(&path) || !command.input(&schema))
-        return ExitFailure;
+        return command.inputFailure();
     XmlValidationMessage message;
     const XmlValidateStatus status = sp_ValidateXmlWithLocation(toYs(path), toYs(schema), &message);
     const char* verdict = status == XmlValidateOk ? "valid"
@@ -697,7 +697,7 @@ int runAppendMerit(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("append-merit rewrites the results file; standard input cannot be rewritten"));
     QString dataPath = command.value(QStringLiteral("data"));
     if (!command.input(&dataPath))
-        return ExitFailure;
+        return command.inputFailure();
     QFile data(dataPath);
     if (!data.open(QIODevice::ReadOnly))
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(dataPath));
@@ -755,7 +755,7 @@ int runAppendMerit(const QStringList& arguments)
     YHashTable<XMLReportInfo> table;
     XMLReportHeader header;
     if (!loadResults(command, path, &table, &header) || !command.checkOutput(path))
-        return ExitFailure;
+        return command.inputFailure();
     bool present = false;
     for (int m = 0; m < header.meritFunctions.count(); ++m)
         present = present || header.meritFunctions[m].name == toYs(command.value(QStringLiteral("name")));
@@ -1061,7 +1061,7 @@ int runReport(const QStringList& arguments)
         return command.fail(ExitUsage, QStringLiteral("--sort goes with the sensitivity reports: sens, csv and all"));
     QString style = command.value(QStringLiteral("style"));
     if (!style.isEmpty() && !command.input(&style))
-        return ExitFailure;
+        return command.inputFailure();
     // The library copies a regular style sheet of up to 16 MiB, and writes its built-in style for any
     // other: the user is told that the sheet named is not the one used.
     if (!style.isEmpty() && (!QFileInfo(style).isFile() || QFileInfo(style).size() > 16LL * 1024 * 1024))
@@ -1072,7 +1072,7 @@ int runReport(const QStringList& arguments)
     XMLReportHeader header;
     QStringList appended;
     if (!loadResults(command, command.positional().at(1), &table, &header, &appended))
-        return ExitFailure;
+        return command.inputFailure();
     const int columns = 2 + 3 * header.meritFunctions.count();
     if (!sortIsNumber) {
         const QStringList names = sensitivityColumnNames(header);

@@ -95,7 +95,7 @@ int readLimitsFile(const ToolCommand& command, const QString& path, const XMLRep
 {
     QString name = path;
     if (!command.input(&name))
-        return ExitFailure;
+        return command.inputFailure();
     QFile file(name);
     // A limits file is a few lines: past 16 MiB (a device or pipe may never end) it is refused.
     const qint64 limit = qint64(16) << 20;

@@ -237,7 +237,7 @@ bool ToolCommand::input(QString* path) const
 {
     if (isStandardStream(*path)) {
         if (m_standardInputTaken) {
-            fail(ExitFailure, QStringLiteral("standard input is the text of one input only, and '-' is given for two"));
+            m_inputFailure = fail(ExitUsage, QStringLiteral("standard input is the text of one input only, and '-' is given for two"));
             return false;
         }
         m_standardInputTaken = true;

@@ -69,6 +69,8 @@ public:
     /// by name). False, reported, when it cannot be read, and for a second "-" of the command: one text
     /// given for two inputs would only be compared with itself.
     bool input(QString* path) const;
+    /// The exit code for an input that `input` refused: a usage error for a second "-", else a failure.
+    int inputFailure() const { return m_inputFailure; }
     /// The first positional argument as an input, as `input` takes it.
     bool inputArgument(QString* path) const
     {
@@ -102,6 +104,7 @@ private:
     QList<QStringList> m_singleValued; // the names of each option with a value that may be given once only
     bool m_json = false;
     mutable bool m_standardInputTaken = false; // an input of the command was "-"
+    mutable int m_inputFailure = ExitFailure;
 };
 
 /// True for "-", the name of standard input or standard output on the command line.

@@ -167,7 +167,7 @@ int runTextDetect(const QStringList& arguments)
         return early;
     QString path;
     if (!command.inputArgument(&path))
-        return ExitFailure;
+        return command.inputFailure();
     const DetectedText detected = detectText(path);
     if (!detected.read)
         return command.fail(ExitFailure, QStringLiteral("cannot read %1").arg(path));
@@ -407,7 +407,7 @@ int runTextConvert(const QStringList& arguments)
     QString path = command.positional().at(0);
     const QString output = command.value(QStringLiteral("output"));
     if (!command.input(&path) || !command.checkOutput(output))
-        return ExitFailure;
+        return command.inputFailure();
     if (sameExistingFile(path, output))
         return command.fail(ExitUsage, QStringLiteral("the output would replace the input; name another file"));
     // A pipe or device gives its bytes once: they are copied, so that the copy is both loaded and
