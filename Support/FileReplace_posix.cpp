@@ -226,3 +226,9 @@ bool filereplace::fileIdentity(const YString& path, unsigned long long* device, 
     *file = static_cast<unsigned long long>(st.st_ino);
     return true;
 }
+
+std::string filereplace::fileKey(const YString& path)
+{
+    unsigned long long device = 0, file = 0;
+    return fileIdentity(path, &device, &file) ? "#" + std::to_string(device) + ":" + std::to_string(file) : std::string();
+}

@@ -287,6 +287,21 @@ bool filereplace::replace(const YString& path, SpContentWriter write, void* cont
     return ok;
 }
 
+std::string filereplace::fileKey(const YString& path)
+{
+    const HANDLE h = CreateFileW(systemForm(toQs(path)).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return std::string();
+    // Room for the longest name the system has (some versions give no size when a buffer is too small).
+    std::vector<wchar_t> buffer(32768);
+    const DWORD n = GetFinalPathNameByHandleW(h, buffer.data(), static_cast<DWORD>(buffer.size()), FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    CloseHandle(h);
+    if (n == 0 || n >= buffer.size())
+        return std::string();
+    return "@" + QString::fromWCharArray(buffer.data(), static_cast<int>(n)).toUtf8().toStdString();
+}
+
 // The volume and file index, which every name of the file shares, asked through a handle opened for
 // nothing but its attributes, sharing everything.
 bool filereplace::fileIdentity(const YString& path, unsigned long long* device, unsigned long long* file)

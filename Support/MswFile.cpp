@@ -196,10 +196,9 @@ xmlreport::ReadFileKey xmlreport::readFileKey(const YString& path)
     const QFileInfo file(toQs(path));
     ReadFileKey result;
     result.place = (file.exists() ? file.canonicalFilePath() : file.absoluteFilePath()).toStdString();
-    unsigned long long device = 0, number = 0;
-    result.key = filereplace::fileIdentity(path, &device, &number)
-                     ? "#" + std::to_string(device) + ":" + std::to_string(number)
-                     : result.place;
+    result.key = filereplace::fileKey(path);
+    if (result.key.empty())
+        result.key = result.place;
     return result;
 }
 

@@ -28,9 +28,9 @@ YString makeRunLabel(const YString& name, int detail);
 bool tooSparse(long long width, long long runs, long long values, long long held = 0);
 
 /// How the reader knows a results file: `place`, its canonical path, or the absolute path of a file that
-/// does not exist (the name it is shown by); `key`, its identity where it has one, so that every name of
-/// one file (links, and on Windows another case, a short name or the long form) is one key, else the
-/// place. A file is read once per key.
+/// does not exist (the name it is shown by); `key`, the file's own key where it has one
+/// (filereplace::fileKey), so that every name of one file (links, and on Windows another case, a short
+/// name or the long form) is one key, else the place. A file is read once per key.
 struct ReadFileKey {
     std::string place;
     std::string key;
