@@ -352,9 +352,9 @@ SUPPORTQT_API ModelLibStatus sp_ExtractModels(const YString& path, const ModelLi
 
 /// Whether the existing file `file` is a file of the library `path`: the library itself, or a file that an
 /// ".include" or ".lib" line of a file of the library names, in any section, followed through every file
-/// that can be indexed. Files are the same when they are one file, whatever names reach it: symbolic
-/// links, hard links on POSIX systems, and on Windows names that differ in case, short names and the
-/// long form ("\\?\C:\..."). False for a file that does not exist.
+/// that can be indexed. Files are the same when they are one file by its identity, whatever names reach
+/// it: symbolic and hard links, and on Windows names that differ in case, short names and the long form
+/// ("\\?\C:\..."). False for a file that does not exist.
 SUPPORTQT_API bool sp_ModelLibraryHoldsFile(const YString& path, const YString& file, SpiceLanguage language);
 
 /// `sp_ExtractModels` written to `output` whole or not at all (`sp_ReplaceFileContent`); WriteFailed when

@@ -1886,14 +1886,14 @@ public:
             m_memo.byName[r->files[i].fileName.str()] = static_cast<int>(i);
     }
 
-    // The key of the file `path` names: the file's own key when it exists (filereplace::fileKey), so
-    // that one file is one key whatever names reach it (on Windows names that differ in case or short
-    // forms, and links anywhere), else its clean absolute path.
+    // The key of the file `path` names: its identity when it exists, so that one file is one key
+    // whatever names reach it (on Windows names that differ in case or short forms, and links
+    // anywhere), else its clean absolute path.
     static std::string canonical(const YString& path)
     {
-        const std::string key = filereplace::fileKey(path);
-        if (!key.empty())
-            return key;
+        unsigned long long device = 0, file = 0;
+        if (filereplace::fileIdentity(path, &device, &file))
+            return "#" + std::to_string(device) + ":" + std::to_string(file);
         const QFileInfo info(toQs(path));
         const QString c = info.canonicalFilePath();
         return (c.isEmpty() ? QDir::cleanPath(info.absoluteFilePath()) : c).toUtf8().toStdString();
