@@ -466,6 +466,11 @@ TEST_F(Tool, AnOptionGivenTwiceOrWithItsAlternativeIsAUsageError)
          "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
         {{"results", stats, "--json", "--precision=3"},
          "supportqt results: --precision shapes the text summary; --table and --json keep every digit\n"},
+        {{"results", stats, "--json", "--exact"}, "supportqt results: --exact shapes the text summary; --table and --json keep every digit\n"},
+        {{"results", stats, "--table", "csv", "--exact"},
+         "supportqt results: --exact shapes the text summary; --table and --json keep every digit\n"},
+        {{"results", stats, "--runs-list", "2"},
+         "supportqt results: Unknown option 'runs-list'; valid options: --help, --runs, --stats-only, --precision, --exact, --table, --json\n"},
         {{"results", stats, "--stats-only", "--runs"}, "supportqt results: give --runs or --stats-only, not both\n"},
         {{"results", stats, "--runs=1,2", "--stats-only"}, "supportqt results: give --runs or --stats-only, not both\n"},
     };

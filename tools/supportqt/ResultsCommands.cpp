@@ -525,8 +525,6 @@ int runResults(const QStringList& arguments)
                                        "values, deltas, normalised sensitivities, statuses and changed parameters. Reals are\n"
                                        "shown in engineering notation with 6 significant digits; --json keeps every digit."));
     command.addOption({QStringLiteral("runs")}, QStringLiteral("Show each run too; --runs=1,5,9 shows those cases."));
-    command.addOption({QStringLiteral("runs-list")}, QStringLiteral("The cases of --runs=CASE,... (set by that form)."),
-                      QStringLiteral("CASES"));
     command.addOption({QStringLiteral("stats-only")}, QStringLiteral("Leave out the runs (the default)."));
     command.addOption({QStringLiteral("precision")}, QStringLiteral("Significant digits of the reals shown, 1 to 17."),
                       QStringLiteral("N"), QStringLiteral("6"));
@@ -535,18 +533,18 @@ int runResults(const QStringList& arguments)
                                                                 "function and each parameter's used value by name, as csv or json."),
                       QStringLiteral("FORMAT"));
     command.addJsonOption();
-    // "--runs=LIST" is one option with an optional value; the parser takes it as --runs plus its list.
+    // "--runs=LIST" is one option with an optional value, which the parser has no form for: the parser
+    // takes it as --runs, and its list is kept here.
     QStringList parsed;
     QStringList runLists;
     for (const QString& argument : arguments) {
         if (argument.startsWith(QLatin1String("--runs="))) {
-            parsed << QStringLiteral("--runs") << QStringLiteral("--runs-list") << argument.mid(7);
+            parsed << QStringLiteral("--runs");
             runLists << argument;
         } else {
             parsed << argument;
         }
     }
-    // Told by the name the user typed, before the parser would tell it as --runs-list.
     if (runLists.size() > 1 && !arguments.contains(QStringLiteral("--help")) && !arguments.contains(QStringLiteral("--help-all")))
         return command.fail(ExitUsage, QStringLiteral("--runs= is given more than once ('%1', then '%2'); give it once")
                                            .arg(runLists.at(0), runLists.at(1)));
@@ -561,8 +559,10 @@ int runResults(const QStringList& arguments)
     if (command.isSet(QStringLiteral("table")) && command.json())
         return command.fail(ExitUsage, QStringLiteral("give --table FORMAT or --json, not both (--table json prints the runs as JSON)"));
     // The table and the JSON keep every digit, so a precision would be ignored.
-    if (command.isSet(QStringLiteral("precision")) && (command.isSet(QStringLiteral("table")) || command.json()))
-        return command.fail(ExitUsage, QStringLiteral("--precision shapes the text summary; --table and --json keep every digit"));
+    for (const char* digits : {"precision", "exact"})
+        if (command.isSet(QLatin1String(digits)) && (command.isSet(QStringLiteral("table")) || command.json()))
+            return command.fail(ExitUsage, QStringLiteral("--%1 shapes the text summary; --table and --json keep every digit")
+                                               .arg(QLatin1String(digits)));
     NumberStyle number;
     long long digits = 6;
     if (!command.intValue(QStringLiteral("precision"), &digits))
@@ -572,8 +572,8 @@ int runResults(const QStringList& arguments)
     number.digits = static_cast<int>(digits);
     number.exact = command.isSet(QStringLiteral("exact"));
     QList<int> wanted;
-    if (command.isSet(QStringLiteral("runs-list"))) {
-        for (const QString& item : command.value(QStringLiteral("runs-list")).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    if (!runLists.isEmpty()) {
+        for (const QString& item : runLists.first().mid(7).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
             bool ok = false;
             const int caseNumber = item.trimmed().toInt(&ok);
             if (!ok)
