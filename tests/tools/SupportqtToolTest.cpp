@@ -1558,6 +1558,15 @@ TEST_F(Tool, AppendMeritAddsAFunctionOrLeavesTheFileAsItWas)
     const Result noData = tool({"append-merit", file, "--value", "x", "--name", "x"});
     EXPECT_EQ(noData.code, 2);
     EXPECT_EQ(noData.err, QStringLiteral("supportqt append-merit: --data is required\n"));
+    // A control character, which the file cannot hold, would be left out of the name or text given.
+    const QString good = temp("good.csv");
+    writeFileBytes(good.toStdString(), "1,5\n");
+    const Result controlName = tool({"append-merit", file, "--value", "x", "--name", QStringLiteral("a\u0001b"), "--data", good});
+    EXPECT_EQ(controlName.code, 2);
+    EXPECT_EQ(controlName.err, QStringLiteral("supportqt append-merit: --name holds a control character, which a results file cannot hold\n"));
+    const Result controlValue = tool({"append-merit", file, "--value", QStringLiteral("v\u001Fal"), "--name", "y", "--data", good});
+    EXPECT_EQ(controlValue.code, 2);
+    EXPECT_EQ(controlValue.err, QStringLiteral("supportqt append-merit: --value holds a control character, which a results file cannot hold\n"));
     EXPECT_EQ(readFileBytes(file.toStdString()), before);
 #ifndef Q_OS_WIN
     // Windows files have no permission bits for other users: there is nothing of them to keep.

@@ -692,6 +692,13 @@ int runAppendMerit(const QStringList& arguments)
     for (const char* required : {"value", "name", "data"})
         if (!command.isSet(QLatin1String(required)))
             return command.fail(ExitUsage, QStringLiteral("--%1 is required").arg(QLatin1String(required)));
+    // A results file cannot hold control characters other than tab, line feed and carriage return: its
+    // writer would leave them out, and the merit function would not have the name or text given.
+    for (const char* text : {"value", "name"}) {
+        const QString given = command.value(QLatin1String(text));
+        if (std::any_of(given.begin(), given.end(), [](QChar c) { return c < QLatin1Char(' ') && c != QLatin1Char('\t') && c != QLatin1Char('\n') && c != QLatin1Char('\r'); }))
+            return command.fail(ExitUsage, QStringLiteral("--%1 holds a control character, which a results file cannot hold").arg(QLatin1String(text)));
+    }
     const QString path = command.positional().at(0);
     if (isStandardStream(path))
         return command.fail(ExitUsage, QStringLiteral("append-merit rewrites the results file; standard input cannot be rewritten"));
