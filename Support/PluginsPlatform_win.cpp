@@ -103,13 +103,16 @@ bool load(QLibrary& library)
     // takes the same module and the extra reference is given back, so that the count is what QLibrary
     // alone would leave. A name that is not a full path QLibrary would look for itself, trying other
     // names first: it is given the module's path.
-    HMODULE module = loadQuietly(file, LOAD_WITH_ALTERED_SEARCH_PATH);
+    // The system would load "x.dll" for a file "x" named without an extension; a trailing dot names
+    // the file without one.
+    const QString exact = QFileInfo(file).fileName().contains(QLatin1Char('.')) ? file : file + QLatin1Char('.');
+    HMODULE module = loadQuietly(exact, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (!module)
-        module = loadQuietly(file, 0);
+        module = loadQuietly(exact, 0);
     if (!module)
         return false;
-    if (!QFileInfo(name).isAbsolute())
-        library.setFileName(file);
+    if (exact != file || !QFileInfo(name).isAbsolute())
+        library.setFileName(exact);
     const bool loaded = library.load();
     FreeLibrary(module);
     return loaded;

@@ -147,6 +147,37 @@ TEST_F(Plugins, ANameThatEndsAsAModuleFileNamesThatFileAlone)
     QDir::setCurrent(before);
 }
 
+// A full path to a file without an extension loads that file, not the module of the name with the
+// platform's ending beside it (which the Windows loader would add), and loads it when it stands alone.
+TEST_F(Plugins, AFullPathWithoutAnExtensionLoadsThatFile)
+{
+    const QString dir = QString::fromStdString(path("bare"));
+    QDir().mkpath(dir);
+    const QString version1 = QString::fromStdString(kDirs + "/dir1/" + kVersioned);
+    const QString version2 = QString::fromStdString(kDirs + "/dir2/" + kVersioned);
+    ASSERT_TRUE(QFile::copy(version1, dir + "/both"));
+    ASSERT_TRUE(QFile::copy(version2, dir + "/both" + QString::fromStdString(kSuffix)));
+    ASSERT_TRUE(QFile::copy(version2, dir + "/plain"));
+
+    const std::string both = path("bare/both");
+    EXPECT_TRUE(sp_LoadLibrary(both.c_str()));
+    auto f = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(both.c_str(), "moduleVersion", false, nullptr, false));
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(f(), 1);
+#ifdef Q_OS_WIN
+    EXPECT_EQ(GetModuleHandleW(QDir::toNativeSeparators(dir + "/both.dll").toStdWString().c_str()), nullptr);
+#else
+    EXPECT_EQ(dlopen((dir + "/both.so").toLocal8Bit().constData(), RTLD_LAZY | RTLD_NOLOAD), nullptr);
+#endif
+    sp_UnloadLibrary(both.c_str());
+
+    const std::string plain = path("bare/plain");
+    auto g = reinterpret_cast<IntFunction>(sp_GetLibraryFunction(plain.c_str(), "moduleVersion", false, nullptr, false));
+    ASSERT_NE(g, nullptr);
+    EXPECT_EQ(g(), 2);
+    sp_UnloadLibrary(plain.c_str());
+}
+
 #ifdef Q_OS_LINUX
 // A bare name that the system's loader finds through a relative entry of its search path loads that
 // file, not another name Qt would try first ("libx.so" for "x.so"). The search path is read when a
