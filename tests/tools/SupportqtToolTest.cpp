@@ -2238,6 +2238,31 @@ TEST_F(Tool, ReportAllWritesTheLogsTheAnalysisCallsForAndAnIndexThatLinksThem)
 
 // The index escapes every text of the results, however hostile, and shows its summary in a laptop's
 // window without sideways scrolling, however long the names; its numbers are right-aligned.
+// A folder that cannot be made at the end of a path of missing ones (a name too long, or on Windows a
+// device's name) leaves none of the parents made before it behind.
+TEST_F(Tool, AFolderThatCannotBeMadeLeavesNoParentItMade)
+{
+#ifdef Q_OS_WIN
+    const QString last = QStringLiteral("com1");
+#else
+    const QString last(300, QLatin1Char('n'));
+#endif
+    const QString dir = temp("made/x/y/") + last;
+    const Result r = tool({"report", "all", example("results/buck_montecarlo.msw"), "-o", dir});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, "supportqt report: cannot create the folder " + dir + "\n");
+    EXPECT_FALSE(QFileInfo::exists(temp("made")));
+    const Result demo = tool({"demo", "-o", dir});
+    EXPECT_EQ(demo.code, 1);
+    EXPECT_EQ(demo.err, "supportqt demo: cannot create the folder " + dir + "\n");
+    EXPECT_FALSE(QFileInfo::exists(temp("made")));
+    // Folders that were there stay.
+    ASSERT_TRUE(QDir().mkpath(temp("made/x")));
+    EXPECT_EQ(tool({"report", "all", example("results/buck_montecarlo.msw"), "-o", dir}).code, 1);
+    EXPECT_TRUE(QFileInfo(temp("made/x")).isDir());
+    EXPECT_FALSE(QFileInfo::exists(temp("made/x/y")));
+}
+
 #ifndef Q_OS_WIN
 // Every file of report all is written aside before any replaces its previous one: a write that fails
 // (here the sensitivity report, past a file-size limit of 560 blocks of 512 bytes that the Monte Carlo

@@ -311,10 +311,15 @@ bool MadeFolders::make(const QString& path)
             break;
         folder = parent;
     }
-    if (!QDir().mkpath(path))
-        return false;
-    m_made << missing;
-    return true;
+    // Made from the top down, each folder recorded as soon as it is made: one that cannot be made (a
+    // reserved or too long name) leaves the parents made before it to be removed too.
+    for (auto it = missing.crbegin(); it != missing.crend(); ++it) {
+        if (QDir().mkdir(*it))
+            m_made.prepend(*it);
+        else if (!QFileInfo(*it).isDir())
+            return false;
+    }
+    return QFileInfo(QDir(path).absolutePath()).isDir();
 }
 
 namespace {

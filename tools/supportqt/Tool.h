@@ -135,7 +135,7 @@ public:
     void keep() { m_made.clear(); }
 
 private:
-    QStringList m_made; // the deepest first
+    QStringList m_made; // the last made, and so the deepest, first
 };
 
 /// One file of a set written together: its target and what writes it at a temporary path.
