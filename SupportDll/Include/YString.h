@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <string>
 
 class TempString;
@@ -47,6 +48,12 @@ public:
     /// positive.
     YString& assign(const char* text, int length)
     {
+        // Bytes of this string's own are moved into place: clearing first would overwrite them.
+        const char* const own = m_text.data();
+        if (text && length > 0 && !std::less<const char*>()(text, own) && std::less<const char*>()(text, own + m_text.size())) {
+            m_text.assign(text, static_cast<size_t>(length));
+            return *this;
+        }
         m_text.clear();
         if (text && length > 0) {
             if (length >= kLargeText)

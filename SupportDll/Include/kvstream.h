@@ -35,7 +35,9 @@ public:
             return static_cast<unsigned char>(*m_cur++);
         return underflow();
     }
-    /// Positions the next read at byte `offset` of the source; 0 on success, -1 when it cannot.
+    /// Positions the next read at byte `offset` of the source; 0 on success, -1 when it cannot. In a base64
+    /// section decoding starts afresh there, so an offset names a decoded byte at the start of a group of
+    /// four base64 characters.
     int seekg(long long offset);
     /// Byte offset of the next read in the source.
     long long tellg() const;

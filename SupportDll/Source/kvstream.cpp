@@ -212,6 +212,9 @@ int kvstream::seekg(long long offset)
     if (!m_source->seek(offset))
         return -1;
     m_cur = m_end = nullptr;
+    // Decoding starts afresh at the new place: bits left of the old one belong to no byte there.
+    m_b64Bits = 0;
+    m_b64BitCount = 0;
     if (m_flag)
         m_hiddenEnd = nullptr;
     return 0;

@@ -56,6 +56,24 @@ TEST(YString, AssignReplacesWithCountedBytes)
     EXPECT_TRUE(a.isEmpty());
 }
 
+// The bytes assigned may be the string's own: its start, its middle, its end.
+TEST(YString, AssignTakesTheStringsOwnBytes)
+{
+    YString a("abcdef");
+    a.assign(a.c_str(), 3);
+    EXPECT_EQ(a, "abc");
+    YString b("abcdef");
+    b.assign(b.c_str() + 2, 4);
+    EXPECT_EQ(b, "cdef");
+    YString c("abcdef");
+    c.assign(c.c_str() + 1, 2);
+    EXPECT_EQ(c, "bc");
+    EXPECT_EQ(c.length(), 2);
+    YString d("abcdef");
+    d.assign(d.c_str(), d.length());
+    EXPECT_EQ(d, "abcdef");
+}
+
 TEST(YString, ConcatChainsThroughTempString)
 {
     YString base("R1");

@@ -94,6 +94,22 @@ TEST(kvstream, Base64SectionDecodesAndCounts)
     EXPECT_EQ(readAll(s), "= y");
 }
 
+// A seek in a base64 section decodes afresh from the new place, whatever bits the old one left.
+TEST(kvstream, Base64SeekDecodesAfreshFromThere)
+{
+    kvstrstream s("QUJDREVG");
+    s.openBase64();
+    EXPECT_EQ(s.get(), 'A');
+    EXPECT_EQ(s.seekg(0), 0);
+    EXPECT_EQ(s.get(), 'A');
+    EXPECT_EQ(s.get(), 'B');
+    EXPECT_EQ(s.seekg(4), 0);
+    std::string rest;
+    for (int c = s.get(); c != -1; c = s.get())
+        rest.push_back(static_cast<char>(c));
+    EXPECT_EQ(rest, "DEF");
+}
+
 // The own count of a base64 section stops at INT_MAX rather than wrapping below zero.
 TEST(kvstream, Base64CountStopsAtIntMax)
 {
