@@ -107,7 +107,8 @@ FILE* sp_OpenRegularFile(const char* path, long long maxBytes, long long* size)
     FILE* f = fopen_utf8(path, "rb");
     if (!f)
         return nullptr;
-    const long long bytes = platform::fileSize(path);
+    // The size is the open file's own: the name may have come to name another file since the check.
+    const long long bytes = platform::fileSize(f);
     if (!platform::isRegularFile(f) || bytes < 0 || bytes > maxBytes) {
         std::fclose(f);
         return nullptr;

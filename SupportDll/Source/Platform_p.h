@@ -21,6 +21,8 @@ bool isRegularFile(const char* utf8Path);
 /// Whether an open file is a regular file on disk.
 bool isRegularFile(FILE* file);
 long long fileSize(const char* utf8Path);
+/// The size of an open file; -1 when the system cannot tell it.
+long long fileSize(FILE* file);
 long long modifiedTime(const char* utf8Path);
 long long modifiedTime(FILE* file);
 YString tempDirectory();

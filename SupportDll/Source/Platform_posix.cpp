@@ -84,6 +84,14 @@ long long fileSize(const char* utf8Path)
     return static_cast<long long>(st.st_size);
 }
 
+long long fileSize(FILE* file)
+{
+    struct stat st;
+    if (!file || ::fstat(fileno(file), &st) != 0)
+        return -1;
+    return static_cast<long long>(st.st_size);
+}
+
 long long modifiedTime(const char* utf8Path)
 {
     struct stat st;
@@ -231,12 +239,24 @@ int currentProcessId() { return static_cast<int>(::getpid()); }
 
 int verifySignature(const char* utf8Path)
 {
-    FILE* f = std::fopen(utf8Path, "rb");
-    if (!f)
+    // Opened without waiting for a writer, and read only when it is a regular file: a FIFO or a device
+    // named as a module is no module, found at once rather than holding the caller.
+    const int fd = ::open(utf8Path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
         return -1;
     unsigned char magic[4] = {0, 0, 0, 0};
-    size_t n = std::fread(magic, 1, 4, f);
-    std::fclose(f);
+    size_t n = 0;
+    struct stat st;
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        while (n < sizeof magic) {
+            const ssize_t got = ::read(fd, magic + n, sizeof magic - n);
+            if (got > 0)
+                n += static_cast<size_t>(got);
+            else if (got == 0 || errno != EINTR)
+                break;
+        }
+    }
+    ::close(fd);
     if (n == 4 && magic[0] == 0x7F && magic[1] == 'E' && magic[2] == 'L' && magic[3] == 'F')
         return 0;
     const unsigned m = static_cast<unsigned>(magic[0]) | (static_cast<unsigned>(magic[1]) << 8) |

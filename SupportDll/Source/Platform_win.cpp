@@ -417,6 +417,15 @@ long long fileSize(const char* utf8Path)
     return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
+long long fileSize(FILE* file)
+{
+    const HANDLE h = file ? reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file))) : INVALID_HANDLE_VALUE;
+    LARGE_INTEGER size;
+    if (h == INVALID_HANDLE_VALUE || !GetFileSizeEx(h, &size))
+        return -1;
+    return static_cast<long long>(size.QuadPart);
+}
+
 long long modifiedTime(const char* utf8Path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data;

@@ -151,6 +151,10 @@ TEST_F(Signatures, AcceptModulesAndRejectOtherFiles)
     EXPECT_EQ(sp_VerifyEmbeddedSignature(SUPPORTQT_TEST_LIBRARY_PATH), 0);
     writeFileBytes(path("fake.so"), "not a library");
     EXPECT_EQ(sp_VerifyEmbeddedSignature(path("fake.so").c_str()), 2);
+    // A FIFO with no writer, and a folder, are no modules; the FIFO is not waited on.
+    ASSERT_EQ(mkfifo(path("fifo.so").c_str(), 0600), 0);
+    EXPECT_EQ(sp_VerifyEmbeddedSignature(path("fifo.so").c_str()), 2);
+    EXPECT_EQ(sp_VerifyEmbeddedSignature(path("").c_str()), 2);
 #endif
     EXPECT_EQ(sp_VerifyEmbeddedSignature(path("missing.so").c_str()), -1);
     EXPECT_EQ(sp_VerifyEmbeddedSignature(nullptr), -1);
