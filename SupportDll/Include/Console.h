@@ -15,12 +15,12 @@ class SUPPORTDLL_API PrintfArg {
 public:
     enum Kind { Signed, Unsigned, Real, Text, Pointer };
 
-    PrintfArg(char v) : m_kind(Signed) { m_value.i = v; }
-    PrintfArg(signed char v) : m_kind(Signed) { m_value.i = v; }
-    PrintfArg(short v) : m_kind(Signed) { m_value.i = v; }
-    PrintfArg(int v) : m_kind(Signed) { m_value.i = v; }
-    PrintfArg(long v) : m_kind(Signed) { m_value.i = v; }
-    PrintfArg(long long v) : m_kind(Signed) { m_value.i = v; }
+    PrintfArg(char v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
+    PrintfArg(signed char v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
+    PrintfArg(short v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
+    PrintfArg(int v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
+    PrintfArg(long v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
+    PrintfArg(long long v) : m_kind(Signed), m_bytes(promotedBytes(sizeof v)) { m_value.i = v; }
     PrintfArg(unsigned char v) : m_kind(Unsigned) { m_value.u = v; }
     PrintfArg(unsigned short v) : m_kind(Unsigned) { m_value.u = v; }
     PrintfArg(unsigned v) : m_kind(Unsigned) { m_value.u = v; }
@@ -44,7 +44,12 @@ public:
     const void* asPointer() const { return m_kind == Pointer ? m_value.p : nullptr; }
 
 private:
+    // A signed argument's bytes as printf takes it: short and char are promoted to int.
+    static constexpr unsigned char promotedBytes(size_t bytes) { return static_cast<unsigned char>(bytes < sizeof(int) ? sizeof(int) : bytes); }
+
     Kind m_kind;
+    // The width of a signed argument, whose unsigned conversions (%u, %o, %x) show that many bytes.
+    unsigned char m_bytes = sizeof(long long);
     union {
         long long i;
         unsigned long long u;
@@ -55,8 +60,9 @@ private:
 };
 
 /// Formats printf-style text from already wrapped arguments. Conversions take the argument in the kind
-/// the conversion asks for (%d of a real truncates it, %s of a number prints its decimal text);
-/// missing arguments print as nothing.
+/// the conversion asks for (%d of a real truncates it, %s of a number prints its decimal text); an
+/// unsigned conversion of a negative integer shows the bytes of its own type, as printf does (%x of the
+/// int -1 is "ffffffff"); missing arguments print as nothing.
 SUPPORTDLL_API YString sp_FormatArgs(const char* format, const PrintfArg* args, int count);
 
 /// Writes text to the console sink; returns the number of bytes.

@@ -79,6 +79,9 @@ unsigned long long PrintfArg::asUnsigned() const
     switch (m_kind) {
     case Unsigned: return m_value.u;
     case Pointer: return static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(m_value.p));
+    case Signed:
+        return m_bytes >= sizeof(unsigned long long) ? static_cast<unsigned long long>(m_value.i)
+                                                     : static_cast<unsigned long long>(m_value.i) & ((1ULL << (8 * m_bytes)) - 1);
     default: return static_cast<unsigned long long>(asSigned());
     }
 }

@@ -2,7 +2,9 @@
 #include "Console.h"
 #include "TestHelpers.h"
 
+#include <climits>
 #include <cmath>
+#include <cstdio>
 #include <string>
 
 namespace {
@@ -46,6 +48,25 @@ TEST(KvPrintf, PrintsToStandardOutputWithoutASink)
     testing::internal::CaptureStdout();
     kv_printf("out %d\n", 5);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "out 5\n");
+}
+
+// An unsigned conversion of a negative integer shows the bytes of its type as printf takes it: char and
+// short promoted to int, long long whole.
+TEST(FormatArgs, UnsignedConversionsOfNegativeIntegersKeepTheirWidth)
+{
+    PrintfArg ints[] = {PrintfArg(-1), PrintfArg(-1), PrintfArg(-2), PrintfArg(-8)};
+    EXPECT_EQ(sp_FormatArgs("%x|%u|%08X|%o", ints, 4), "ffffffff|4294967295|FFFFFFFE|37777777770");
+    PrintfArg narrow[] = {PrintfArg(static_cast<char>(-1)), PrintfArg(static_cast<short>(-2)), PrintfArg(static_cast<signed char>(-3))};
+    EXPECT_EQ(sp_FormatArgs("%x|%x|%u", narrow, 3), "ffffffff|fffffffe|4294967293");
+    PrintfArg wide[] = {PrintfArg(-1LL), PrintfArg(static_cast<long long>(INT_MIN))};
+    EXPECT_EQ(sp_FormatArgs("%llx|%llu", wide, 2), "ffffffffffffffff|18446744071562067968");
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%lx", -5L);
+    PrintfArg longs[] = {PrintfArg(-5L)};
+    EXPECT_EQ(sp_FormatArgs("%lx", longs, 1), expected);
+    // Signed conversions and non-negative values are as they were.
+    PrintfArg plain[] = {PrintfArg(-1), PrintfArg(255), PrintfArg(static_cast<short>(-7))};
+    EXPECT_EQ(sp_FormatArgs("%d|%x|%d", plain, 3), "-1|ff|-7");
 }
 
 TEST(FormatArgs, StarWidthAndPrecision)
