@@ -334,10 +334,13 @@ struct ModelLibExtractRequest {
 /// after what it depends on, each read through `LibraryStream` (renamed as asked) below a comment line
 /// "* FILE:LINE" naming where it came from (line ends, other control bytes and 0xFF in FILE shown as
 /// "\n", "\r" and "\xNN"). When every definition was read in the dialect whose comments start with "$",
-/// the library begins with a line "*#HSPICE", so that ";" in them reads back as text. An ".include" or ".lib FILE SECTION" line inside a definition names its file
-/// by its absolute path, so that the library written elsewhere still finds it: in double quotes, in single
-/// quotes when the path holds a double one, bare when it holds both (left as written if it also holds a
-/// blank).
+/// or when one so read holds a ";" and others were read in the other dialect, the library begins with a
+/// line "*#HSPICE", so that ";" in them reads back as text; a "$" in a definition of the other dialect
+/// then starts a comment, and a Structure problem names the first such definition. An ".include" or
+/// ".lib FILE SECTION" line inside a definition names its file by its absolute path, so that the library
+/// written elsewhere still finds it: in double quotes, in single quotes when the path holds a double one,
+/// bare when it holds both (left as written if it also holds a blank, or when it holds ";" or "$", which
+/// would start a comment).
 /// What such a line inside an extracted subcircuit brought in (the file, or the section a ".lib" line
 /// names, and what their own references brought) is not written again, since the line brings it (a
 /// definition renamed is, under its new name).

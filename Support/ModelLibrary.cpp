@@ -2406,6 +2406,9 @@ std::string withAbsoluteFile(const std::string& line, const YString& fileName)
     const bool singleQuote = file.find('\'') == std::string::npos;
     if (!doubleQuote && !singleQuote && file.find_first_of(" \t") != std::string::npos)
         return line;
+    // A comment character of either dialect would cut the name when the library is read back.
+    if (file.find_first_of(";$") != std::string::npos)
+        return line;
     const std::string quote = doubleQuote ? "\"" : singleQuote ? "'" : "";
     const size_t start = e + rest.find_first_not_of(" \t");
     const size_t end = static_cast<size_t>(after.data() - line.data());
@@ -2916,12 +2919,17 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             problems->insert(problems->end(), unresolved.begin(), unresolved.end());
         std::string out;
         // Definitions all read in the dialect whose comments start with "$" are written under its
-        // directive, so that the library reads back with ";" as text, as they were read.
-        const bool hspice = !order.empty() && std::all_of(order.begin(), order.end(), [&](size_t i) {
+        // directive, so that the library reads back with ";" as text, as they were read; so are mixed
+        // ones when a ";" of such a definition must read as text (see below).
+        const bool allHspice = !order.empty() && std::all_of(order.begin(), order.end(), [&](size_t i) {
             return r.files[static_cast<size_t>(r.definitions[i].file)].language == SpiceLanguageHspice;
         });
-        if (hspice)
-            out = "*#HSPICE\n";
+        // The first definition with a comment character of the other dialect as text: a ";" read with "$"
+        // comments, a "$" read with ";" comments.
+        const ModelLibDefinition* semicolonText = nullptr;
+        const ModelLibDefinition* dollarText = nullptr;
+        const ModelLibIndex* semicolonFile = nullptr;
+        const ModelLibIndex* dollarFile = nullptr;
         // What an ".include" or ".lib" line inside an extracted subcircuit brought in, directly or through
         // the references of what it brought, is not written again: the line is written with the
         // subcircuit and brings it (it would be defined twice). Each unit read is followed back along the
@@ -2985,7 +2993,24 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                     out += lines[l].str();
                 out.push_back('\n');
             }
+            const bool readHspice = file.language == SpiceLanguageHspice;
+            const char other = readHspice ? ';' : '$';
+            if ((readHspice ? semicolonText : dollarText) == nullptr &&
+                std::any_of(lines.begin(), lines.end(), [other](const YString& line) { return line.str().find(other) != std::string::npos; })) {
+                (readHspice ? semicolonText : dollarText) = &d;
+                (readHspice ? semicolonFile : dollarFile) = &file;
+            }
         }
+        // A library of both dialects is written in the one that keeps the ";" of its "$"-comment
+        // definitions as text; a "$" of the others would then start a comment, which is told.
+        if (allHspice || semicolonText)
+            out.insert(0, "*#HSPICE\n");
+        if (!allHspice && semicolonText && dollarText && problems)
+            problems->push_back(problem(ModelLibProblem::Structure, dollarFile->name(*dollarText), dollarFile->fileName, dollarText->line,
+                                        "the \"$\" of " + std::string(dollarFile->name(*dollarText)) +
+                                            " starts a comment in the extracted library, which reads \";\" as text for " +
+                                            std::string(semicolonFile->name(*semicolonText)) + " (" + semicolonFile->fileName.str() + ":" +
+                                            std::to_string(semicolonText->line) + ")"));
         // A rename that renamed nothing (a misspelt name, one of nothing extracted, a section's) leaves
         // the name as it was: the caller is told, once for each name.
         std::set<std::string> told;

@@ -1499,6 +1499,55 @@ TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsGetNoDirective)
     EXPECT_NE(std::string(text.c_str()).find(".model n$1 d\n"), std::string::npos) << text.c_str();
 }
 
+// Definitions of both dialects, one of those read with "$" comments holding a ";", are written under the
+// directive that keeps it text; a "$" of a definition of the other dialect would then start a comment, and
+// the first such definition is named in a problem.
+TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsKeepASemicolonAsText)
+{
+    write("h.spice", "*#HSPICE\n.model h nmos a=1 ; b=2\n");
+    const std::string lib = write("n.spice", ".include \"h.spice\"\n.subckt s a\nm1 a a a a h\n.ends\n");
+    const std::string hlib = path("h.spice");
+    ModelLibExtractRequest request;
+    request.names = {YString("s")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()), "*#HSPICE\n* " + hlib + ":2\n.model h nmos a=1 ; b=2\n* " + lib + ":2\n.subckt s a\nm1 a a a a h\n.ends\n");
+    EXPECT_TRUE(problems.empty());
+    const std::string out = write("out.spice", text.c_str());
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(hlib.c_str()), YString(out.c_str()), SpiceLanguageNative, &diff), ModelLibStatus::Ok);
+    EXPECT_TRUE(diff.differing.empty() && diff.onlyInA.empty());
+
+    const std::string both = write("both.spice", ".include \"h.spice\"\n.model n$1 d\n.subckt t a\nm1 a a a a h\nd1 a 0 n$1\n.ends\n");
+    request.names = {YString("t")};
+    ASSERT_EQ(sp_ExtractModels(YString(both.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    EXPECT_EQ(std::string(text.c_str()).rfind("*#HSPICE\n", 0), 0u) << text.c_str();
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].kind, ModelLibProblem::Structure);
+    EXPECT_EQ(std::string(problems[0].name.c_str()), "n$1");
+    EXPECT_EQ(std::string(problems[0].file.c_str()), both);
+    EXPECT_EQ(problems[0].line, 2);
+    EXPECT_EQ(std::string(problems[0].message.c_str()), "the \"$\" of n$1 starts a comment in the extracted library, which reads "
+                                                         "\";\" as text for h (" + hlib + ":2)");
+}
+
+// An included file whose absolute path holds a comment character of either dialect keeps the name the
+// line gives it: written absolute, the name would be cut where it is read back.
+TEST_F(ModelLibraryFiles, AnIncludedPathWithACommentCharacterIsLeftAsWritten)
+{
+    for (const std::string sub : {"a;b", "c$d"}) {
+        QDir(QString::fromStdString(path(""))).mkpath(QString::fromStdString(sub));
+        const std::string lib = write(sub + "/lib.lib", ".subckt foo a b\n.include \"inner.inc\"\nR1 a b 1\n.ends\n");
+        write(sub + "/inner.inc", ".param w=1\n");
+        ModelLibExtractRequest request;
+        request.names = {YString("foo")};
+        YString text;
+        ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok) << sub;
+        EXPECT_EQ(std::string(text.c_str()), "* " + lib + ":1\n.subckt foo a b\n.include \"inner.inc\"\nR1 a b 1\n.ends\n") << sub;
+    }
+}
+
 // Definitions read in the dialect whose comments start with "$" are extracted under its directive: the
 // library reads back with the same names and lines, and compares equal to its source.
 TEST_F(ModelLibraryFiles, ExtractKeepsTheDialectItReadIn)

@@ -4030,6 +4030,15 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
     const Result extracted = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "a", "--section", "typical", "-o", "-"},
                                         QString(), library);
     EXPECT_EQ(extracted.out, "* -:3\n.model a d\n");
+    // A file that a definition includes by a relative name keeps that name, never one in the copy's folder,
+    // which goes with the tool.
+    for (const QString& output : {QStringLiteral("-"), temp("rel.lib")}) {
+        const Result relative = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "s", "-o", output}, QString(),
+                                           ".subckt s a\n.include \"sub/inc.lib\"\nR1 a 0 1\n.ends\n");
+        EXPECT_EQ(relative.code, 0) << relative.err.toStdString();
+        const QString written = output == "-" ? relative.out : QString::fromStdString(readFileBytes(path("rel.lib")));
+        EXPECT_EQ(written, "* -:1\n.subckt s a\n.include \"sub/inc.lib\"\nR1 a 0 1\n.ends\n");
+    }
     const Result defs = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "defs", "-"}, QString(), library);
     EXPECT_EQ(defs.out.split('\n').value(1).split(' ', Qt::SkipEmptyParts).value(3), QStringLiteral("-")) << defs.out.toStdString();
     writeFileBytes(path("b.lib"), ".model a d\n");

@@ -14,6 +14,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -470,12 +471,17 @@ int runLibExtract(const QStringList& arguments)
     for (const ModelLibDefinition& d : written.definitions)
         count += d.parent < 0 ? 1 : 0;
     // The comments that say where each definition came from name a library read from standard input
-    // "-"; the text is replaced byte for byte, since a library need not be UTF-8.
+    // "-"; the text is replaced byte for byte, since a library need not be UTF-8. A file such a library
+    // includes by a relative name was made absolute in the folder of its copy, which goes when the tool
+    // does: it is named relative again, as the library names it.
     if (shownPath(path) != path) {
-        const std::string copy = path.toStdString();
         std::string library = text.str();
-        for (size_t at = library.find(copy); at != std::string::npos; at = library.find(copy, at + 1))
-            library.replace(at, copy.size(), "-");
+        const auto replaceAll = [&library](const std::string& from, const char* to) {
+            for (size_t at = library.find(from); at != std::string::npos; at = library.find(from, at + std::strlen(to)))
+                library.replace(at, from.size(), to);
+        };
+        replaceAll(path.toStdString(), "-");
+        replaceAll(QFileInfo(path).absolutePath().toStdString() + "/", "");
         text = YString(library.c_str(), static_cast<int>(library.size()));
     }
     if (toStandardOutput) {
