@@ -315,7 +315,7 @@ SUPPORTQT_API std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& i
 struct ModelLibDiff {
     std::vector<YString> sectionsOnlyInA, sectionsOnlyInB;
     std::vector<YString> onlyInA, onlyInB; ///< ".model NAME" / ".subckt NAME" of top-level definitions, with " in section SECTION" inside one (a definition is compared with the other file's in the section of that name; those of a section only one file has are left to `sectionsOnlyInA`/`B`)
-    std::vector<YString> differing;        ///< the same, defined in both with other logical lines (comments and blank runs ignored)
+    std::vector<YString> differing;        ///< the same, defined in both with other logical lines (comments, blank runs and the case of letters outside quotes ignored)
 };
 
 /// Compares the libraries `a` and `b`; the status is that of the first file that could not be indexed.

@@ -2658,7 +2658,9 @@ std::vector<YString> sp_ReadModelDefinition(const ModelLibIndex& index, const Mo
 }
 
 namespace {
-// The logical lines of a definition without comments, blanks runs collapsed: what a comparison looks at.
+// The logical lines of a definition without comments, blank runs collapsed and letters in lower case
+// outside quotes: what a comparison looks at. A quoted text (a file's name, which may tell case apart)
+// runs to the next quote of its kind and is kept as it is.
 std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d, DecodedFiles* decoded)
 {
     std::string out;
@@ -2668,7 +2670,13 @@ std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d, 
         if (line.at(0) == '*')
             continue;
         bool blank = false;
+        char quote = 0;
         for (char c : line.str()) {
+            if (quote) {
+                out.push_back(c);
+                quote = c == quote ? 0 : quote;
+                continue;
+            }
             if (c == ' ' || c == '\t') {
                 blank = true;
                 continue;
@@ -2676,6 +2684,8 @@ std::string comparable(const ModelLibIndex& index, const ModelLibDefinition& d, 
             if (blank && !out.empty() && out.back() != '\n')
                 out.push_back(' ');
             blank = false;
+            if (c == '"' || c == '\'')
+                quote = c;
             out.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
         }
         out.push_back('\n');

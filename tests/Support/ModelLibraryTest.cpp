@@ -1657,6 +1657,23 @@ TEST_F(ModelLibraryFiles, DiffListsSectionsAndDefinitionsOfEachSide)
     EXPECT_EQ(diff.differing, (std::vector<YString>{".model n in section tt"}));
 }
 
+// Letters differ in case outside quotes without a difference; a quoted text, such as the name of a file,
+// which may tell case apart, differs in case.
+TEST_F(ModelLibraryFiles, DiffTellsCaseApartOnlyInQuotes)
+{
+    const std::string a = write("qa.lib", ".subckt s a\n.include \"Models/X.lib\"\nR1 a 0 1K\n.ends\n.model m d file='Data/T.csv'\n.model k D IS=1\n");
+    const std::string b = write("qb.lib", ".SUBCKT S A\n.include \"models/x.lib\"\nr1 A 0 1k\n.ENDS\n.model m d file='data/t.csv'\n.model K d is=1\n");
+    ModelLibDiff diff;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(a.c_str()), YString(b.c_str()), SpiceLanguageNative, &diff), ModelLibStatus::Ok);
+    EXPECT_TRUE(diff.onlyInA.empty() && diff.onlyInB.empty());
+    EXPECT_EQ(diff.differing, (std::vector<YString>{".model m", ".subckt s"}));
+    const std::string c = write("qc.lib", ".SUBCKT S A\n.INCLUDE  \"Models/X.lib\"\nr1 A 0 1k\n.ENDS\n.model M D FILE='Data/T.csv'\n");
+    ModelLibDiff same;
+    ASSERT_EQ(sp_DiffModelLibraries(YString(a.c_str()), YString(c.c_str()), SpiceLanguageNative, &same), ModelLibStatus::Ok);
+    EXPECT_TRUE(same.differing.empty());
+    EXPECT_EQ(same.onlyInA, (std::vector<YString>{".model k"}));
+}
+
 // A corner library defines the same names in every section: each section's definitions are compared
 // with the other file's of that section, and a top-level one with the other's top-level one.
 TEST_F(ModelLibraryFiles, DiffComparesEachSectionsDefinitions)

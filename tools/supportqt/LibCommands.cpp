@@ -361,7 +361,8 @@ int runLibDiff(const QStringList& arguments)
 {
     ToolCommand command(QStringLiteral("lib diff"), QStringLiteral("FILE_A FILE_B [--dialect D] [--json]"),
                         QStringLiteral("Compares two model libraries: sections and definitions present in one and missing in the\n"
-                                       "other, and definitions whose logical lines differ (comments and runs of blanks ignored).\n"
+                                       "other, and definitions whose logical lines differ (comments, runs of blanks, and the case\n"
+                                       "of letters outside quotes, ignored).\n"
                                        "Exit code 3 when they differ."));
     addDialectOption(command);
     command.addJsonOption();
