@@ -942,7 +942,7 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     const Result r = tool({"index", data("models.lib")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, QStringLiteral(
-                         "kind     name                             start        end     line  line-offset\n"
+                         "kind     name                              start        end     line  line-offset\n"
                          ".model   DFAST                                43         93        2            1\n"
                          ".model   QSW                                  93        126        4            3\n"
                          ".subckt  OPAMP                               127        211        6            5\n"
@@ -952,7 +952,14 @@ TEST_F(Tool, IndexListsEveryDefinitionWithTheValuesThatSectionTakes)
     ASSERT_EQ(defs.size(), 4);
     EXPECT_EQ(defs[3].toObject(), (QJsonObject{{"kind", ".subckt"}, {"name", "GATE_DRV"}, {"start", 238}, {"end", 318},
                                                {"line", 11}, {"lineOffset", 10}}));
-    QStringList rebuilt{"kind     name                             start        end     line  line-offset"};
+    // The header's labels stand over their columns: on the left over a text, on the right over a number.
+    QStringList rebuilt{QStringLiteral("%1 %2 %3 %4 %5 %6")
+                            .arg("kind", -8)
+                            .arg("name", -24)
+                            .arg("start", 14)
+                            .arg("end", 10)
+                            .arg("line", 8)
+                            .arg("line-offset", 12)};
     for (const QJsonValue& d : defs)
         rebuilt << QStringLiteral("%1 %2 %3 %4 %5 %6")
                        .arg(d["kind"].toString(), -8)
@@ -983,7 +990,7 @@ TEST_F(Tool, IndexAlignsNamesByCharacters)
     writeFileBytes(path("u.lib"), ".model DIODE_\xc2\xb5 D (IS=1e-14)\n.model DX D (IS=1)\n.subckt R\xc3\xa9gul a b\nR1 a b 1\n.ends\n");
     const Result r = tool({"index", temp("u.lib")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, QStringLiteral("kind     name                             start        end     line  line-offset\n"
+    EXPECT_EQ(r.out, QStringLiteral("kind     name                              start        end     line  line-offset\n"
                                     ".model   DIODE_\u00b5                               0         29        1            0\n"
                                     ".model   DX                                   29         48        2            1\n"
                                     ".subckt  R\u00e9gul                                48         82        3            2\n"

@@ -517,7 +517,7 @@ int runIndex(const QStringList& arguments)
     }
     // Libraries hold hundreds of thousands of definitions: rows are formatted by hand into one block.
     BlockWriter out;
-    out.text("kind     name                             start        end     line  line-offset\n");
+    out.text("kind     name                              start        end     line  line-offset\n");
     for (const ModelLibDefinition* d : definitions) {
         out.padded(d->kind == ModelLibDefinition::Subckt ? std::string_view(".subckt") : std::string_view(".model"), 9);
         out.padded(index.name(*d), 25);
