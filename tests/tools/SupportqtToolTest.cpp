@@ -3460,6 +3460,31 @@ TEST_F(Tool, ReservedDeviceNamesAreNotReadAsFiles)
     EXPECT_EQ(tool({"netlist", temp("console.cir")}).code, 0);
 }
 
+// An input named with a dot or blank that ends a part of its name, which Windows drops, is refused by
+// every command as an output is, never read as the file of the trimmed name by some and missed by others.
+TEST_F(Tool, InputsThatWindowsWouldReadUnderAnotherNameAreRefused)
+{
+    writeFileBytes(path("in.cir"), "R1 a b 1\n");
+    const QString results = example("results/buck_sensitivity.msw");
+    for (const QStringList& arguments : {QStringList{"netlist", temp("in.cir ")}, QStringList{"text", "detect", temp("in.cir.")},
+                                         QStringList{"results", results + " "}, QStringList{"stats", results + "."},
+                                         QStringList{"report", "csv", results + " ", "-o", temp("r.csv")},
+                                         QStringList{"validate", results + " "}, QStringList{"index", temp("in.cir ")}}) {
+        const Result refused = tool(arguments);
+        EXPECT_EQ(refused.code, 1) << arguments.join(' ').toStdString();
+        const QString name = arguments.at(arguments.at(0) == "report" ? 2 : 1);
+        EXPECT_EQ(refused.err, "supportqt " + arguments.mid(0, arguments.at(0) == "report" || arguments.at(0) == "text" ? 2 : 1).join(' ') +
+                                   ": '" + name + "' has a part that ends in a dot or blank, which Windows drops from file names; name it without\n")
+            << arguments.join(' ').toStdString();
+    }
+    EXPECT_FALSE(QFileInfo::exists(temp("r.csv")));
+    // The "\\?\" form keeps the name as written: it names no file here.
+    const Result literal = tool({"netlist", "\\\\?\\" + QDir::toNativeSeparators(temp("in.cir "))});
+    EXPECT_EQ(literal.code, 1);
+    EXPECT_FALSE(literal.err.contains("drops")) << literal.err.toStdString();
+    EXPECT_EQ(tool({"netlist", temp("in.cir")}).code, 0);
+}
+
 // Windows drops the dots and blanks that end a part of a file name, and does not let a read-only file be
 // replaced: such an output is refused with the reason, before anything is written, and the file that
 // the trimmed name names is left as it was.

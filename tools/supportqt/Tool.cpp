@@ -254,6 +254,11 @@ bool ToolCommand::input(QString* path) const
         fail(ExitFailure, QStringLiteral("%1 is not a regular file; give its text on standard input as '-'").arg(*path));
         return false;
     }
+    const QString refusal = inputNameRefusal(*path);
+    if (!refusal.isEmpty()) {
+        fail(ExitFailure, refusal);
+        return false;
+    }
     return checkInput(*path);
 }
 

@@ -277,6 +277,11 @@ bool isReservedDeviceName(const QString& path);
 /// existing file with the read-only attribute, which the system does not let be replaced. Always empty
 /// elsewhere.
 QString outputNameRefusal(const QString& path);
+/// Why the input `path` is not read as named, a sentence that names it; empty when nothing here is
+/// against it. On Windows: a part of the name (outside the "\\?\" form, which keeps it) that ends in a
+/// dot or blank, which the system drops, so that another file than the one named would be read. Always
+/// empty elsewhere.
+QString inputNameRefusal(const QString& path);
 /// Whether `codec` is the system's code-page codec, which reports nothing of what it loses: on Windows
 /// Qt's "System" codec (the locale's), which drops the byte sequences that the ANSI code page has no
 /// character for and writes the characters it has none for as similar ones or '?'. Never elsewhere.

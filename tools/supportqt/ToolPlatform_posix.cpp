@@ -64,6 +64,8 @@ bool isReservedDeviceName(const QString&) { return false; }
 // Names are taken byte for byte here, and permissions are the file checks' part.
 QString outputNameRefusal(const QString&) { return QString(); }
 
+QString inputNameRefusal(const QString&) { return QString(); }
+
 // Here the locale's codec is a named one, which reports what it cannot read or write.
 bool isSilentSystemCodec(const QTextCodec*) { return false; }
 

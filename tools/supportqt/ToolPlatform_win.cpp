@@ -213,6 +213,21 @@ qint64 codePageUnwritable(const QString& text)
     return count;
 }
 
+QString inputNameRefusal(const QString& path)
+{
+    const QString given = QDir::toNativeSeparators(path);
+    if (given.startsWith(QLatin1String("\\\\?\\")))
+        return QString();
+    for (const QString& part : given.split(QLatin1Char('\\'))) {
+        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..") || part == QLatin1String("?"))
+            continue;
+        if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
+            return QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; name it without")
+                .arg(path);
+    }
+    return QString();
+}
+
 QString outputNameRefusal(const QString& path)
 {
     const QString given = QDir::toNativeSeparators(path);
