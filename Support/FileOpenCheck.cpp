@@ -44,10 +44,6 @@ bool sp_CheckFileOpen(const YString& path, GfnOpenMode mode)
         const bool opened = fileopencheck::opensForAppending(bytes, &created);
         if (created)
             fileopencheck::removeMadeFile(bytes);
-        // An open that found a file the existence check missed (on Windows "a.txt " opens a.txt, whose
-        // name drops the trailing blank) found an existing file all the same.
-        if (mode == GfnWriteNew && opened && !created)
-            return false;
         return opened;
     }
     return fileopencheck::opensForReading(bytes);

@@ -148,26 +148,6 @@ TEST_F(FileOpen, ExistingFileWithWriteNewIsAnOverwrite)
     EXPECT_EQ(readFileBytes(p), "x");
 }
 
-// A name that the system takes for an existing file is an overwrite with GfnWriteNew, also one that the
-// existence check misses: on Windows a trailing blank is dropped from a name, so "a.txt " opens a.txt.
-// Elsewhere it is a name of its own, which may be made.
-TEST_F(FileOpen, ANameTheSystemOpensAsAnExistingFileIsAnOverwrite)
-{
-    const std::string p = path("exists.txt");
-    writeFileBytes(p, "x");
-    const std::string blank = p + " ";
-#ifdef _WIN32
-    EXPECT_FALSE(sp_CheckFileOpen(YString(blank.c_str()), GfnWriteNew));
-    EXPECT_EQ(sp_FileOpenForensic(YString(blank.c_str()), GfnWriteNew), FileOpenOverwrite);
-    EXPECT_EQ(message(blank, GfnWriteNew), "The file " + blank + kOverwrite);
-#else
-    EXPECT_TRUE(sp_CheckFileOpen(YString(blank.c_str()), GfnWriteNew));
-#endif
-    EXPECT_TRUE(sp_CheckFileOpen(YString(blank.c_str()), GfnWrite));
-    EXPECT_EQ(readFileBytes(p), "x");
-    EXPECT_EQ(QDir(QString::fromStdString(m_dir)).entryList(QDir::Files | QDir::Hidden), QStringList{"exists.txt"});
-}
-
 // A folder is no file to read, on any system (a POSIX open of a folder for reading succeeds).
 TEST_F(FileOpen, AFolderDoesNotOpenForReading)
 {
