@@ -3466,16 +3466,24 @@ TEST_F(Tool, InputsThatWindowsWouldReadUnderAnotherNameAreRefused)
 {
     writeFileBytes(path("in.cir"), "R1 a b 1\n");
     const QString results = example("results/buck_sensitivity.msw");
-    for (const QStringList& arguments : {QStringList{"netlist", temp("in.cir ")}, QStringList{"text", "detect", temp("in.cir.")},
-                                         QStringList{"results", results + " "}, QStringList{"stats", results + "."},
-                                         QStringList{"report", "csv", results + " ", "-o", temp("r.csv")},
-                                         QStringList{"validate", results + " "}, QStringList{"index", temp("in.cir ")}}) {
-        const Result refused = tool(arguments);
-        EXPECT_EQ(refused.code, 1) << arguments.join(' ').toStdString();
-        const QString name = arguments.at(arguments.at(0) == "report" ? 2 : 1);
-        EXPECT_EQ(refused.err, "supportqt " + arguments.mid(0, arguments.at(0) == "report" || arguments.at(0) == "text" ? 2 : 1).join(' ') +
-                                   ": '" + name + "' has a part that ends in a dot or blank, which Windows drops from file names; name it without\n")
-            << arguments.join(' ').toStdString();
+    struct Case {
+        QStringList arguments;
+        QString command; // as the error line names it
+        QString name;
+    };
+    const std::vector<Case> cases{{{"netlist", temp("in.cir ")}, "netlist", temp("in.cir ")},
+                                  {{"text", "detect", temp("in.cir.")}, "text detect", temp("in.cir.")},
+                                  {{"results", results + " "}, "results", results + " "},
+                                  {{"stats", results + "."}, "stats", results + "."},
+                                  {{"report", "csv", results + " ", "-o", temp("r.csv")}, "report", results + " "},
+                                  {{"validate", results + " "}, "validate", results + " "},
+                                  {{"index", temp("in.cir ")}, "index", temp("in.cir ")}};
+    for (const Case& c : cases) {
+        const Result refused = tool(c.arguments);
+        EXPECT_EQ(refused.code, 1) << c.arguments.join(' ').toStdString();
+        EXPECT_EQ(refused.err, "supportqt " + c.command + ": '" + c.name +
+                                   "' has a part that ends in a dot or blank, which Windows drops from file names; name it without\n")
+            << c.arguments.join(' ').toStdString();
     }
     EXPECT_FALSE(QFileInfo::exists(temp("r.csv")));
     // The "\\?\" form keeps the name as written: it names no file here.
