@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 #include <spawn.h>
 #include <string>
 #include <fcntl.h>
@@ -30,37 +31,69 @@ extern char** environ;
 
 namespace {
 
-// Children started without waiting; they are reaped on later calls so that none stays a zombie.
-std::vector<pid_t>& unreapedChildren()
+// Children started without waiting, from any thread; they are reaped on later calls so that none stays
+// a zombie. `scheduled` says that a look for their end is due on the application's thread.
+struct UnreapedChildren {
+    std::mutex mutex;
+    std::vector<pid_t> pids;
+    bool scheduled = false;
+};
+
+UnreapedChildren& unreapedChildren()
 {
-    static std::vector<pid_t> children;
+    static UnreapedChildren children;
     return children;
 }
 
 void reapFinishedChildren()
 {
-    auto& children = unreapedChildren();
-    for (size_t i = 0; i < children.size();) {
+    UnreapedChildren& children = unreapedChildren();
+    std::lock_guard<std::mutex> lock(children.mutex);
+    std::vector<pid_t>& pids = children.pids;
+    for (size_t i = 0; i < pids.size();) {
         int status = 0;
-        if (waitpid(children[i], &status, WNOHANG) != 0)
-            children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));
+        if (waitpid(pids[i], &status, WNOHANG) != 0)
+            pids.erase(pids.begin() + static_cast<std::ptrdiff_t>(i));
         else
             ++i;
     }
 }
 
-// While children started without waiting run on, the event loop looks for their end twice a second.
+// While children started without waiting run on, the event loop of the application's thread looks for
+// their end twice a second; the timer is started there, whichever thread started a child (a thread
+// that ends would take its timers with it).
 void reapLater()
 {
-    static bool scheduled = false;
-    if (scheduled || unreapedChildren().empty() || !QCoreApplication::instance())
-        return;
-    scheduled = true;
-    QTimer::singleShot(500, QCoreApplication::instance(), [] {
-        scheduled = false;
-        reapFinishedChildren();
-        reapLater();
-    });
+    QCoreApplication* const application = QCoreApplication::instance();
+    UnreapedChildren& children = unreapedChildren();
+    {
+        std::lock_guard<std::mutex> lock(children.mutex);
+        if (children.scheduled || children.pids.empty() || !application)
+            return;
+        children.scheduled = true;
+    }
+    QMetaObject::invokeMethod(
+        application,
+        [] {
+            QTimer::singleShot(500, QCoreApplication::instance(), [] {
+                {
+                    std::lock_guard<std::mutex> lock(unreapedChildren().mutex);
+                    unreapedChildren().scheduled = false;
+                }
+                reapFinishedChildren();
+                reapLater();
+            });
+        },
+        Qt::QueuedConnection);
+}
+
+void keepUnreaped(pid_t pid)
+{
+    {
+        std::lock_guard<std::mutex> lock(unreapedChildren().mutex);
+        unreapedChildren().pids.push_back(pid);
+    }
+    reapLater();
 }
 
 int errorCode(int error)
@@ -202,8 +235,7 @@ bool processes::startDetachedChild(const QString& program, const QStringList& ar
     const pid_t pid = spawnChild(words, true, &error);
     if (pid == -1)
         return false;
-    unreapedChildren().push_back(pid);
-    reapLater();
+    keepUnreaped(pid);
     return true;
 }
 
@@ -225,8 +257,7 @@ int processes::oldSpawn(const char* commandLine, int flags, unsigned* exitCode, 
         return errorCode(error);
     }
     if (!(flags & SpawnWait)) {
-        unreapedChildren().push_back(pid);
-        reapLater();
+        keepUnreaped(pid);
         *processId = static_cast<int>(pid);
         return SSPE_Ok;
     }

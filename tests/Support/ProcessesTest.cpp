@@ -19,9 +19,11 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -671,6 +673,40 @@ TEST_F(Processes, OldLauncherChildrenInheritNoDescriptorAndAreReaped)
     // Gone from the process table once reaped; a zombie's state letter is Z.
     EXPECT_TRUE(spinUntil(5000, [&] { return !QFile::exists(QString::fromStdString(stat)); }))
         << readFileBytes(stat);
+}
+
+// Children started without waiting from several threads at once are all reaped by the application's
+// event loop: the threads share the list of children to reap, and the look for their end is made on the
+// application's thread, which outlives theirs.
+TEST_F(Processes, OldLauncherChildrenStartedFromThreadsAreAllReaped)
+{
+    const std::string quick = child("quick", "exit 0");
+    std::mutex mutex;
+    std::vector<int> pids;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 40; ++i) {
+                unsigned code = 0;
+                int pid = -1;
+                if (sp_OldSpawnApplication(quoted(quick).c_str(), 0, &code, &pid) == SSPE_Ok) {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    pids.push_back(pid);
+                }
+            }
+        });
+    for (std::thread& t : threads)
+        t.join();
+    ASSERT_EQ(pids.size(), 160u);
+    // A child of this process that is still in the process table has not been reaped (its number may
+    // have gone to a process of another parent since).
+    const auto ours = [](int pid) {
+        const std::string stat = readFileBytes("/proc/" + std::to_string(pid) + "/stat");
+        const size_t close = stat.rfind(')');
+        return close != std::string::npos && std::atoi(stat.c_str() + close + 4) == static_cast<int>(::getpid());
+    };
+    EXPECT_TRUE(spinUntil(15000, [&] { return std::none_of(pids.begin(), pids.end(), ours); }))
+        << std::count_if(pids.begin(), pids.end(), ours) << " of 160 children not reaped";
 }
 
 // Descriptors the caller opened without close-on-exec reach no child of the newer launchers either: a
