@@ -104,13 +104,27 @@ KvQThread::~KvQThread()
 
 void KvQThread::requestTerminate() {}
 
-void KvQThread::start() { m_impl->start(QThread::InheritPriority); }
+namespace {
+// Whether `thread` is a copy whose thread went with the copy destroyed before it.
+bool orphaned(const KvQThread* thread)
+{
+    QMutexLocker lock(&s_sharersMutex);
+    return s_orphans.contains(thread);
+}
+} // namespace
 
-bool KvQThread::running() const { return m_impl->isRunning(); }
+// A copy left without a thread starts nothing, runs nothing and has nothing to wait for.
+void KvQThread::start()
+{
+    if (!orphaned(this))
+        m_impl->start(QThread::InheritPriority);
+}
+
+bool KvQThread::running() const { return !orphaned(this) && m_impl->isRunning(); }
 
 // -1 becomes the largest unsigned long, which Qt takes for no limit; through a 32-bit unsigned value it
 // would be some 50 days where a long has 64 bits.
-bool KvQThread::wait(int ms) { return m_impl->wait(static_cast<unsigned long>(static_cast<long>(ms))); }
+bool KvQThread::wait(int ms) { return orphaned(this) || m_impl->wait(static_cast<unsigned long>(static_cast<long>(ms))); }
 
 KvQtEventLoop::KvQtEventLoop() : m_loop(new QEventLoop) {}
 KvQtEventLoop::~KvQtEventLoop() { delete m_loop; }

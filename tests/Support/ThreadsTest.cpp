@@ -206,7 +206,7 @@ TEST(KvQThread, CopySharesTheThread)
 
 // A copy that outlives its source finds the shared thread gone, even when a new thread object has
 // taken the old one's place in memory (as the allocator hands a freed block out again at once): its
-// destruction leaves the new thread alone.
+// calls and its destruction leave the new thread alone.
 TEST(KvQThread, ACopyOutlivingItsSourceLeavesANewerThreadAlone)
 {
     for (int round = 0; round < 20; ++round) {
@@ -214,6 +214,13 @@ TEST(KvQThread, ACopyOutlivingItsSourceLeavesANewerThreadAlone)
         auto* copy = new CountingThread(*original);
         delete original; // destroys the shared thread
         auto* newer = new CountingThread;
+        // The copy is left without a thread: it runs nothing, the newer thread in the old one's place
+        // neither, and has nothing to wait for.
+        EXPECT_FALSE(copy->running());
+        EXPECT_TRUE(copy->wait(1000));
+        copy->start();
+        EXPECT_FALSE(copy->running());
+        EXPECT_EQ(copy->runs.load(), 0);
         auto* copyOfCopy = new CountingThread(*copy); // an orphan's copy is an orphan too
         delete copy;
         delete copyOfCopy;
