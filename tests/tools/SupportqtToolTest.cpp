@@ -2995,6 +2995,12 @@ TEST_F(Tool, LossyConversionIsReported)
     EXPECT_EQ(lossy.code, 0) << lossy.err.toStdString();
     EXPECT_EQ(lossy.err, QStringLiteral("supportqt text convert: 2 characters cannot be written in ISO-8859-1 and become '?'\n"));
     EXPECT_EQ(readFileBytes(out.toStdString()), std::string("price ? 5, ? 6\n"));
+    // So it is in a multi-byte encoding whose encoder would leave the characters out on some systems.
+    writeFileBytes(path("kana.txt"), "a\xEF\xBD\xB6" "b\xED\x95\x9C" "c\n");
+    const Result gbk = tool({"text", "convert", temp("kana.txt"), "-o", temp("gbk.txt"), "--to", "GBK", "--lossy"});
+    EXPECT_EQ(gbk.code, 0) << gbk.err.toStdString();
+    EXPECT_EQ(gbk.err, QStringLiteral("supportqt text convert: 2 characters cannot be written in GBK and become '?'\n"));
+    EXPECT_EQ(readFileBytes(path("gbk.txt")), std::string("a?b?c\n"));
     // Nothing lost, nothing said.
     const Result clean = tool({"text", "convert", euro, "-o", temp("utf16.txt"), "--to", "UTF-16LE"});
     EXPECT_EQ(clean.code, 0);

@@ -295,6 +295,24 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
     return losses(from == "locale" ? QTextCodec::codecForLocale() : QTextCodec::codecForName(from));
 }
 
+// The text with each character that `codec` cannot write made '?', as the tool says it becomes: some
+// encoders leave such a character out instead (GBK in a Qt without a conversion library).
+QString withQuestionMarks(const QString& text, const QTextCodec* codec)
+{
+    QString marked;
+    marked.reserve(text.size());
+    for (int i = 0; i < text.size();) {
+        const int units = text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate() ? 2 : 1;
+        const QString character = text.mid(i, units);
+        if (codec->canEncode(character))
+            marked += character;
+        else
+            marked += QLatin1Char('?');
+        i += units;
+    }
+    return marked;
+}
+
 // The text of the regular file `path` in a UTF-32 encoding, its line ends made LF as its first line end
 // says. sp_LoadFile judges line ends on the raw bytes as 8-bit or UTF-16 text, which would split a
 // UTF-32 CR LF into two line ends and take a 0x0D byte inside another character for a CR; here they are
@@ -512,6 +530,8 @@ int runTextConvert(const QStringList& arguments)
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(lost);
+                if (!silent)
+                    text = withQuestionMarks(text, target);
             }
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
