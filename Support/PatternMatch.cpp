@@ -617,16 +617,30 @@ bool namePasses(const QObject* object, const char* objectName)
     return !objectName || object->objectName() == QLatin1String(objectName);
 }
 
+// Depth first in pre-order, with a stack of its own: a chain of objects deeper than the call stack
+// holds frames is searched too.
 void collect(const QObject* parent, const char* className, const char* objectName, bool recursive,
              QList<QObject*>* found, bool firstOnly)
 {
-    for (QObject* child : parent->children()) {
-        if (firstOnly && !found->isEmpty())
-            return;
-        if (classPasses(child, className) && namePasses(child, objectName))
+    struct Level {
+        const QObjectList* children;
+        int next;
+    };
+    std::vector<Level> levels{{&parent->children(), 0}};
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.children->size()) {
+            levels.pop_back();
+            continue;
+        }
+        QObject* const child = level.children->at(level.next++);
+        if (classPasses(child, className) && namePasses(child, objectName)) {
             found->append(child);
-        if (recursive)
-            collect(child, className, objectName, true, found, firstOnly);
+            if (firstOnly)
+                return;
+        }
+        if (recursive && !child->children().isEmpty())
+            levels.push_back({&child->children(), 0});
     }
 }
 

@@ -9,6 +9,8 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <vector>
+
 namespace {
 
 // root (QWidget)
@@ -74,6 +76,27 @@ TEST(ObjectSearch, SearchChildTakesNameBeforeClass)
     EXPECT_EQ(qtsp_SearchChild(&t.root, "label", "QWidget", false), nullptr);
     EXPECT_EQ(qtsp_SearchChild(&t.root, "label", "QWidget", true), t.label);
     EXPECT_EQ(qtsp_SearchChild(t.ok, nullptr, nullptr, true), nullptr);
+}
+
+// A chain of objects deeper than the call stack holds frames for is searched to its end, in the same
+// order. (Its objects are deleted from the deepest up: Qt deletes children by recursion.)
+TEST(ObjectSearch, AChainDeeperThanTheStackIsSearched)
+{
+    const int depth = 300000;
+    std::vector<QObject*> chain{new QObject};
+    for (int i = 1; i < depth; ++i)
+        chain.push_back(new QObject(chain.back()));
+    chain[depth / 2]->setObjectName("middle");
+    chain.back()->setObjectName("deepest");
+    QTimer* const sideline = new QTimer(chain[1]);
+    sideline->setObjectName("deepest");
+    EXPECT_EQ(qtsp_SearchChild(chain[0], "deepest", "QObject", true), chain.back());
+    EXPECT_EQ(qtsp_SearchChild(chain[0], "deepest", "QTimer", true), sideline);
+    EXPECT_EQ(qtsp_QueryList(chain[0], nullptr, "deepest", false, true), (QList<QObject*>{chain.back(), sideline}));
+    EXPECT_EQ(qtsp_QueryList(chain[0], nullptr, "middle", false, true), (QList<QObject*>{chain[depth / 2]}));
+    EXPECT_EQ(qtsp_QueryList(chain[0], nullptr, nullptr, false, true).size(), depth);
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+        delete *it;
 }
 
 TEST(ObjectSearch, WidgetApplicationHasAGui)
