@@ -27,7 +27,7 @@ private:
 /// A worker thread: derive, implement `threadBody`, then `start`. A copy shares the original's thread:
 /// whichever of the two is destroyed first destroys the thread, so only one may be destroyed while the
 /// thread is needed; the other is then left without a thread (not running, a wait true at once, a start
-/// doing nothing). Destroying a running thread waits a second for the body to return, then
+/// doing nothing). No call on one may overlap the destruction of the other. Destroying a running thread waits a second for the body to return, then
 /// terminates it wherever it is in the body (on POSIX systems it may be cancelled at any instruction, as
 /// a thread is ended by force on Windows); a thread whose body has returned is waited for to its end,
 /// its deferred deletions included. A body ended so may leave locks it held, of the C library too,

@@ -2985,6 +2985,7 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
             // LibraryStream keeps a name that the new one matches but for case: it is written here.
             if (renamed != newName.end() && !lines.empty())
                 lines[0] = withCaseOf(lines[0], renamed->second);
+            const size_t written = out.size();
             for (size_t l = 0; l < lines.size(); ++l) {
                 // LibraryStream renames the definition itself; the words of its other lines, and on its
                 // first line those after its name (an AKO base), that name renamed definitions are renamed
@@ -3003,10 +3004,17 @@ ModelLibStatus sp_ExtractModels(const YString& path, const ModelLibExtractReques
                     out += lines[l].str();
                 out.push_back('\n');
             }
+            // The lines as written (renamed), but for comment lines, which hold any character as text.
             const bool readHspice = file.language == SpiceLanguageHspice;
             const char other = readHspice ? ';' : '$';
-            if ((readHspice ? semicolonText : dollarText) == nullptr &&
-                std::any_of(lines.begin(), lines.end(), [other](const YString& line) { return line.str().find(other) != std::string::npos; })) {
+            bool holdsOther = false;
+            for (size_t at = written; at < out.size() && !holdsOther;) {
+                const size_t end = std::min(out.find('\n', at), out.size());
+                const std::string_view line = std::string_view(out).substr(at, end - at);
+                holdsOther = !line.empty() && line[0] != '*' && line.find(other) != std::string_view::npos;
+                at = end + 1;
+            }
+            if (holdsOther && (readHspice ? semicolonText : dollarText) == nullptr) {
                 (readHspice ? semicolonText : dollarText) = &d;
                 (readHspice ? semicolonFile : dollarFile) = &file;
             }

@@ -38,6 +38,7 @@ public:
 
     Kind kind() const { return m_kind; }
     long long asSigned() const;
+    /// The value as unsigned: a negative integer as the bytes of its type (char and short as int).
     unsigned long long asUnsigned() const;
     double asReal() const;
     const char* asText() const { return m_text.c_str(); }
@@ -61,8 +62,9 @@ private:
 
 /// Formats printf-style text from already wrapped arguments. Conversions take the argument in the kind
 /// the conversion asks for (%d of a real truncates it, %s of a number prints its decimal text); an
-/// unsigned conversion of a negative integer shows the bytes of its own type, as printf does (%x of the
-/// int -1 is "ffffffff"); missing arguments print as nothing.
+/// unsigned conversion of a negative integer shows the bytes of its argument's type as printf takes it,
+/// char and short promoted to int (%x of the int -1 is "ffffffff"; length modifiers are not read, so
+/// %hx of it is too); missing arguments print as nothing.
 SUPPORTDLL_API YString sp_FormatArgs(const char* format, const PrintfArg* args, int count);
 
 /// Writes text to the console sink; returns the number of bytes.

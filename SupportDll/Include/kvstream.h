@@ -36,8 +36,8 @@ public:
         return underflow();
     }
     /// Positions the next read at byte `offset` of the source; 0 on success, -1 when it cannot. In a base64
-    /// section decoding starts afresh there, so an offset names a decoded byte at the start of a group of
-    /// four base64 characters.
+    /// section decoding starts afresh there: an offset of the source where a group of four base64
+    /// characters begins gives the decoded byte that group begins with.
     int seekg(long long offset);
     /// Byte offset of the next read in the source.
     long long tellg() const;

@@ -1532,6 +1532,24 @@ TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsKeepASemicolonAsText)
                                                          "\";\" as text for h (" + hlib + ":2)");
 }
 
+// A ";" in a comment line of a definition read with "$" comments is no text that needs the directive:
+// beside definitions of the other dialect the library is written without it, and nothing is told.
+TEST_F(ModelLibraryFiles, ASemicolonInACommentLineNeedsNoDirective)
+{
+    write("hc.spice", "*#HSPICE\n.subckt hs a\n* note; here\nr1 a 0 1\n.ends\n");
+    const std::string lib = write("nc.spice", ".include \"hc.spice\"\n.model n$1 d\n.subckt t a\nx1 a hs\nd1 a 0 n$1\n.ends\n");
+    ModelLibExtractRequest request;
+    request.names = {YString("t")};
+    YString text;
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    const std::string out = text.c_str();
+    EXPECT_EQ(out.find("*#HSPICE"), std::string::npos) << out;
+    EXPECT_NE(out.find("* note; here\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(".model n$1 d\n"), std::string::npos) << out;
+    EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
+}
+
 // An included file whose absolute path holds a comment character of either dialect keeps the name the
 // line gives it: written absolute, the name would be cut where it is read back.
 TEST_F(ModelLibraryFiles, AnIncludedPathWithACommentCharacterIsLeftAsWritten)

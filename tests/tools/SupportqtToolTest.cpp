@@ -4085,6 +4085,10 @@ TEST_F(Tool, AFileFromStandardInputIsNamedAsGiven)
         const QString written = output == "-" ? relative.out : QString::fromStdString(readFileBytes(path("rel.lib")));
         EXPECT_EQ(written, "* -:1\n.subckt s a\n.include \"sub/inc.lib\"\nR1 a 0 1\n.ends\n");
     }
+    // A file beside the copy whose name begins as the copy's is another file, named as given.
+    const Result beside = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "extract", "-", "s", "-o", "-"}, QString(),
+                                     ".subckt s a\n.include \"stdin.lib\"\n.lib stdin/c.lib tt\n.ends\n");
+    EXPECT_EQ(beside.out, "* -:1\n.subckt s a\n.include \"stdin.lib\"\n.lib \"stdin/c.lib\" tt\n.ends\n");
     const Result defs = runProgram(QStringLiteral(SUPPORTQT_TOOL_PATH), {"lib", "defs", "-"}, QString(), library);
     EXPECT_EQ(defs.out.split('\n').value(1).split(' ', Qt::SkipEmptyParts).value(3), QStringLiteral("-")) << defs.out.toStdString();
     writeFileBytes(path("b.lib"), ".model a d\n");

@@ -481,7 +481,8 @@ int runLibExtract(const QStringList& arguments)
             for (size_t at = library.find(from); at != std::string::npos; at = library.find(from, at + std::strlen(to)))
                 library.replace(at, from.size(), to);
         };
-        replaceAll(path.toStdString(), "-");
+        // The copy is named in the comments "* FILE:LINE" only; a file beside it ("stdin.lib") is another.
+        replaceAll("* " + path.toStdString() + ":", "* -:");
         replaceAll(QFileInfo(path).absolutePath().toStdString() + "/", "");
         text = YString(library.c_str(), static_cast<int>(library.size()));
     }

@@ -296,19 +296,33 @@ DecodingLosses decodingLosses(const QString& path, const QByteArray& from)
 }
 
 // The text with each character that `codec` cannot write made '?', as the tool says it becomes: some
-// encoders leave such a character out instead (GBK in a Qt without a conversion library).
+// encoders leave such a character out instead (GBK in a Qt without a conversion library). Blocks that
+// the codec writes whole are taken whole; only the others are looked at character by character.
 QString withQuestionMarks(const QString& text, const QTextCodec* codec)
 {
+    const int kBlock = 4096;
     QString marked;
     marked.reserve(text.size());
-    for (int i = 0; i < text.size();) {
-        const int units = text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate() ? 2 : 1;
-        const QString character = text.mid(i, units);
-        if (codec->canEncode(character))
-            marked += character;
-        else
-            marked += QLatin1Char('?');
-        i += units;
+    for (int start = 0; start < text.size();) {
+        int end = std::min(start + kBlock, text.size());
+        // A block does not end between the two halves of a pair.
+        if (end < text.size() && text.at(end - 1).isHighSurrogate() && text.at(end).isLowSurrogate())
+            ++end;
+        const QString block = text.mid(start, end - start);
+        if (codec->canEncode(block)) {
+            marked += block;
+        } else {
+            for (int i = 0; i < block.size();) {
+                const int units = block.at(i).isHighSurrogate() && i + 1 < block.size() && block.at(i + 1).isLowSurrogate() ? 2 : 1;
+                const QString character = block.mid(i, units);
+                if (codec->canEncode(character))
+                    marked += character;
+                else
+                    marked += QLatin1Char('?');
+                i += units;
+            }
+        }
+        start = end;
     }
     return marked;
 }
@@ -530,9 +544,10 @@ int runTextConvert(const QStringList& arguments)
                 if (!command.isSet(QStringLiteral("lossy")))
                     return command.fail(ExitFailure, lost + QStringLiteral("; nothing written (--lossy writes it)"));
                 command.warn(lost);
-                if (!silent)
-                    text = withQuestionMarks(text, target);
             }
+            // What cannot be written, unpaired surrogates too, is written '?' whatever the encoder does.
+            if (!silent && (unwritable > 0 || unpaired > 0))
+                text = withQuestionMarks(text, target);
         }
         // The library's writer reports nothing, so the file it wrote is measured against the bytes
         // the codec makes of the text: a shorter file is a write that failed part way. A device or
