@@ -1497,6 +1497,18 @@ TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsGetNoDirective)
     ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, nullptr), ModelLibStatus::Ok);
     EXPECT_EQ(std::string(text.c_str()).find("*#HSPICE"), std::string::npos) << text.c_str();
     EXPECT_NE(std::string(text.c_str()).find(".model n$1 d\n"), std::string::npos) << text.c_str();
+    // A ";" in a comment line of a definition read with "$" comments is no text that needs the directive,
+    // and nothing is told.
+    write("hc.spice", "*#HSPICE\n.subckt hs a\n* note; here\nr1 a 0 1\n.ends\n");
+    const std::string commented = write("nc.spice", ".include \"hc.spice\"\n.model n$1 d\n.subckt t a\nx1 a hs\nd1 a 0 n$1\n.ends\n");
+    request.names = {YString("t")};
+    std::vector<ModelLibProblem> problems;
+    ASSERT_EQ(sp_ExtractModels(YString(commented.c_str()), request, &text, &problems), ModelLibStatus::Ok);
+    const std::string out = text.c_str();
+    EXPECT_EQ(out.find("*#HSPICE"), std::string::npos) << out;
+    EXPECT_NE(out.find("* note; here\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(".model n$1 d\n"), std::string::npos) << out;
+    EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
 }
 
 // Definitions of both dialects, one of those read with "$" comments holding a ";", are written under the
@@ -1530,24 +1542,6 @@ TEST_F(ModelLibraryFiles, DefinitionsOfBothDialectsKeepASemicolonAsText)
     EXPECT_EQ(problems[0].line, 2);
     EXPECT_EQ(std::string(problems[0].message.c_str()), "the \"$\" of n$1 starts a comment in the extracted library, which reads "
                                                          "\";\" as text for h (" + hlib + ":2)");
-}
-
-// A ";" in a comment line of a definition read with "$" comments is no text that needs the directive:
-// beside definitions of the other dialect the library is written without it, and nothing is told.
-TEST_F(ModelLibraryFiles, ASemicolonInACommentLineNeedsNoDirective)
-{
-    write("hc.spice", "*#HSPICE\n.subckt hs a\n* note; here\nr1 a 0 1\n.ends\n");
-    const std::string lib = write("nc.spice", ".include \"hc.spice\"\n.model n$1 d\n.subckt t a\nx1 a hs\nd1 a 0 n$1\n.ends\n");
-    ModelLibExtractRequest request;
-    request.names = {YString("t")};
-    YString text;
-    std::vector<ModelLibProblem> problems;
-    ASSERT_EQ(sp_ExtractModels(YString(lib.c_str()), request, &text, &problems), ModelLibStatus::Ok);
-    const std::string out = text.c_str();
-    EXPECT_EQ(out.find("*#HSPICE"), std::string::npos) << out;
-    EXPECT_NE(out.find("* note; here\n"), std::string::npos) << out;
-    EXPECT_NE(out.find(".model n$1 d\n"), std::string::npos) << out;
-    EXPECT_TRUE(problems.empty()) << problems.front().message.c_str();
 }
 
 // An included file whose absolute path holds a comment character of either dialect keeps the name the
