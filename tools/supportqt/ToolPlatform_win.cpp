@@ -213,19 +213,27 @@ qint64 codePageUnwritable(const QString& text)
     return count;
 }
 
+namespace {
+// Whether a part of a name (not "." or "..") ends in a dot or blank, which Windows drops from it, and
+// the sentence that refuses the name `path` for it outside the "\\?\" form.
+bool endsInDroppedCharacter(const QString& part)
+{
+    return part != QLatin1String(".") && part != QLatin1String("..") && (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')));
+}
+
+QString droppedCharacterRefusal(const QString& path)
+{
+    return QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; name it without").arg(path);
+}
+} // namespace
+
 QString inputNameRefusal(const QString& path)
 {
     const QString given = QDir::toNativeSeparators(path);
     if (given.startsWith(QLatin1String("\\\\?\\")))
         return QString();
-    for (const QString& part : given.split(QLatin1Char('\\'))) {
-        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..") || part == QLatin1String("?"))
-            continue;
-        if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
-            return QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; name it without")
-                .arg(path);
-    }
-    return QString();
+    const QStringList parts = given.split(QLatin1Char('\\'));
+    return std::any_of(parts.begin(), parts.end(), endsInDroppedCharacter) ? droppedCharacterRefusal(path) : QString();
 }
 
 QString outputNameRefusal(const QString& path)
@@ -264,15 +272,11 @@ QString outputNameRefusal(const QString& path)
     }
     const QStringList parts = name.split(QLatin1Char('\\'));
     for (const QString& part : parts) {
-        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
-            continue;
-        if (part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
+        if (endsInDroppedCharacter(part))
             return literal ? QStringLiteral("'%1' has a part that ends in a dot or blank, which the \\\\?\\ form keeps and Windows "
                                             "programs then cannot open by that name; name it without")
                                  .arg(path)
-                           : QStringLiteral("'%1' has a part that ends in a dot or blank, which Windows drops from file names; "
-                                            "name it without")
-                                 .arg(path);
+                           : droppedCharacterRefusal(path);
     }
     // A device's name takes an output and keeps nothing, or waits (NUL is the null device, and takes it
     // as /dev/null does elsewhere). Where the form makes it a file's name, no program could open that
